@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+// Heap buffers that free themselves, without the C++ run time.
+#ifndef SIDEBAND_COMMON_MEMORY_H
+#define SIDEBAND_COMMON_MEMORY_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+namespace sideband {
+
+struct FreeDeleter {
+    void operator()(void* block) const { std::free(block); }
+};
+
+template <typename T>
+using HeapPtr = std::unique_ptr<T, FreeDeleter>;
+
+/// A zeroed buffer; null where the allocation failed.
+inline HeapPtr<uint8_t[]> allocate_bytes(size_t size) {
+    return HeapPtr<uint8_t[]>(static_cast<uint8_t*>(std::calloc(1, size)));
+}
+
+}  // namespace sideband
+
+#endif

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+// Bounded cursors over wire bytes: the one way in which the library reads and writes messages.
+#ifndef SIDEBAND_COMMON_WIRE_H
+#define SIDEBAND_COMMON_WIRE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+
+namespace sideband {
+
+/// Reads a message front to back. A read past the end yields zeros, and ok() stays false from then
+/// on: read everything, test once.
+class WireReader {
+public:
+    explicit WireReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+
+    uint8_t u8() { return static_cast<uint8_t>(little(1)); }
+    uint16_t le16() { return static_cast<uint16_t>(little(2)); }
+    uint32_t le32() { return little(4); }
+
+    /// Copies bytes out; the target is zeroed where they are not all there.
+    void copy(std::span<uint8_t> target) {
+        const uint8_t* from = take(target.size());
+        if (from != nullptr) {
+            std::memcpy(target.data(), from, target.size());
+        } else {
+            std::memset(target.data(), 0, target.size());
+        }
+    }
+
+    void skip(size_t count) { take(count); }
+
+    size_t remaining() const { return bytes_.size() - position_; }
+    bool ok() const { return ok_; }
+
+private:
+    const uint8_t* take(size_t count) {
+        if (!ok_ || count > remaining()) {
+            ok_ = false;
+            return nullptr;
+        }
+        const uint8_t* at = bytes_.data() + position_;
+        position_ += count;
+        return at;
+    }
+
+    uint32_t little(size_t width) {
+        const uint8_t* from = take(width);
+        uint32_t value = 0;
+        for (size_t i = width; from != nullptr && i > 0; --i) {
+            value = (value << 8) | from[i - 1];
+        }
+        return value;
+    }
+
+    std::span<const uint8_t> bytes_;
+    size_t position_ = 0;
+    bool ok_ = true;
+};
+
+/// Writes a message front to back. A write past the end is dropped, and ok() stays false from then
+/// on.
+class WireWriter {
+public:
+    explicit WireWriter(std::span<uint8_t> bytes) : bytes_(bytes) {}
+
+    WireWriter& u8(uint8_t value) { return little(value, 1); }
+    WireWriter& le16(uint16_t value) { return little(value, 2); }
+    WireWriter& le32(uint32_t value) { return little(value, 4); }
+
+    WireWriter& skip(size_t count) {
+        take(count);
+        return *this;
+    }
+
+    size_t written() const { return position_; }
+    bool ok() const { return ok_; }
+
+private:
+    uint8_t* take(size_t count) {
+        if (!ok_ || count > bytes_.size() - position_) {
+            ok_ = false;
+            return nullptr;
+        }
+        uint8_t* at = bytes_.data() + position_;
+        position_ += count;
+        return at;
+    }
+
+    WireWriter& little(uint32_t value, size_t width) {
+        uint8_t* to = take(width);
+        for (size_t i = 0; to != nullptr && i < width; ++i) {
+            to[i] = static_cast<uint8_t>(value >> (8 * i));
+        }
+        return *this;
+    }
+
+    std::span<uint8_t> bytes_;
+    size_t position_ = 0;
+    bool ok_ = true;
+};
+
+}  // namespace sideband
+
+#endif

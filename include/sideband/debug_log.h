@@ -1,0 +1,35 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/* The diagnostic log: one printf-style routine, switched at run time by marker files. */
+#ifndef SIDEBAND_DEBUG_LOG_H
+#define SIDEBAND_DEBUG_LOG_H
+
+#include <sideband/export.h>
+
+SIDEBAND_BEGIN_DECLS
+
+/** While this file exists, messages go to standard error. */
+#define DEBUG_LOG_CONSOLE_MARKER "/nv/ConsoleLogEn"
+/** While this file exists, messages go to the system log and to DEBUG_LOG_FILE. */
+#define DEBUG_LOG_FILE_MARKER "/nv/DebugLogEn"
+/** The log file; messages are appended. */
+#define DEBUG_LOG_FILE "/nv/debug.log"
+/** The one previous generation of the log file. */
+#define DEBUG_LOG_FILE_ROTATED "/nv/debug.log.0"
+/** The log file is rotated once it is larger than this many bytes. */
+#define DEBUG_LOG_ROTATE_SIZE 0x20000
+
+/**
+ * Reports one message on every enabled outlet: standard error, the platform's system log, the
+ * log file. Nothing is added to the text. Both markers are tested anew on every call.
+ *
+ * May be called from any thread of any process: the file is written under an exclusive advisory
+ * lock. No failure reaches the caller; a message that cannot be written to an outlet is lost for
+ * that outlet.
+ *
+ * @param format  printf-style format, with its own line end where one is wanted
+ */
+SIDEBAND_EXPORT void debug_log(const char *format, ...) SIDEBAND_PRINTF(1, 2);
+
+SIDEBAND_END_DECLS
+
+#endif

@@ -1,0 +1,355 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/*
+ * MCTP: the endpoint context, the bindings, control messages, discovery (DSP0236, DSP0237,
+ * DSP0238). One context reaches one endpoint and is used by one thread at a time.
+ */
+#ifndef SIDEBAND_MCTP_H
+#define SIDEBAND_MCTP_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <sideband/export.h>
+
+SIDEBAND_BEGIN_DECLS
+
+/** mctp_ctx.binding_kind: SMBus/I2C, PEC by the I2C controller. */
+#define MCTP_BINDING_KIND_SMBUS 0
+/** mctp_ctx.binding_kind: PCIe vendor-defined messages. */
+#define MCTP_BINDING_KIND_PCIE 2
+/** mctp_ctx.binding_kind: SMBus/I2C, PEC in software. */
+#define MCTP_BINDING_KIND_SL8_SMBUS 3
+
+/** Message types (DSP0239); bit 7 of the type byte asks for a message integrity check. */
+#define MCTP_MSG_TYPE_CONTROL 0x00
+#define MCTP_MSG_TYPE_PLDM 0x01
+#define MCTP_MSG_TYPE_NCSI 0x02
+#define MCTP_MSG_TYPE_NVME_MI 0x04
+#define MCTP_MSG_TYPE_INTEGRITY_CHECK 0x80
+
+/** mctp_ctx.unit_size where the caller leaves 0. */
+#define MCTP_UNIT_SIZE_DEFAULT 96
+/** Largest mctp_ctx.unit_size that the SMBus bindings can carry; a larger one fails every call. */
+#define MCTP_UNIT_SIZE_MAX 120
+
+/** Bytes of mctp_ctx.mux. */
+#define MCTP_MUX_SIZE 48
+/** Bytes of a Get Routing Table Entries answer: header, completion code, handle, count, 7 x 8. */
+#define MCTP_ROUTING_TABLE_RESPONSE_SIZE 61
+
+typedef struct mctp_ctx mctp_ctx;
+typedef struct mctp_section mctp_section;
+typedef struct mctp_binding mctp_binding;
+
+/**
+ * Receives one message.
+ * @param length  room at buffer in bytes
+ * @param buffer  receives the message body without its type byte
+ * @return SMBus: body bytes stored, 0 where there is no buffer, -1 on failure.
+ *         PCIe: 0 on success, -1 on failure
+ */
+typedef int32_t (*mctp_recv_op)(mctp_ctx *ctx, int32_t length, uint8_t *buffer);
+
+/**
+ * Sends one message.
+ * @param length     bytes at body
+ * @param body       message body without the type byte, which comes from mctp_ctx.msg_type
+ * @param tag_owner  1 for a request, 0 for a response: the TO bit (DSP0236, table 1)
+ * @return 0 on success, -1 on failure
+ */
+typedef int32_t (*mctp_send_op)(mctp_ctx *ctx, uint32_t length, const uint8_t *body,
+                                uint8_t tag_owner);
+
+/**
+ * Sends a request and receives its response.
+ * @param response_length  room at response in bytes
+ * @return body bytes stored; 0 when response_length is below 1; -1 on failure. PCIe: -2 when
+ *         the platform's transfer fails, -1 when it returned nothing
+ */
+typedef int32_t (*mctp_xfer_op)(mctp_ctx *ctx, uint32_t request_length, int32_t response_length,
+                                const uint8_t *request, uint8_t *response);
+
+/** A copy of the addressing by which an endpoint was reached: 52 bytes. */
+typedef struct mctp_route {
+    uint8_t binding_eids[2];    /**< EIDs as in mctp_ctx.binding_eids */
+    uint8_t bus;                /**< I2C bus number */
+    uint8_t slave_addr;         /**< 8-bit slave address */
+    uint8_t mux[MCTP_MUX_SIZE]; /**< multiplexer setting */
+} mctp_route;
+
+SIDEBAND_STATIC_ASSERT(sizeof(mctp_route) == 52, "bus owner route");
+
+/*
+ * The binding section of a context: all that a binding needs to reach the endpoint. Declared
+ * once here, for mctp_section and as members of mctp_ctx alike.
+ *
+ *  recv, send, xfer  installed by mctp_init2()
+ *  binding_eids      [0] source EID of the last accepted SMBus message; over PCIe [0] is the
+ *                    source and [1] the destination EID of the request and, afterwards, what the
+ *                    platform returned
+ *  bus               caller: I2C bus number, also selects the bus mutex
+ *  slave_addr        caller: 8-bit SMBus slave address of the endpoint
+ *  mux               caller: multiplexer setting, handed to SetI2CMux() before each access
+ *  pcie_bdf          caller: PCIe bus, device, function of the endpoint
+ *  binding_kind      caller: MCTP_BINDING_KIND_...
+ *  route             PCIe: routing type of the message (0 to the root complex, 2 by ID), written
+ *                    by the library. SMBus: caller, last argument of the platform's slave read
+ *  pcie_tag          tag of the current PCIe exchange, written by the library
+ *  binding           installed by mctp_init2()
+ *  unit_size         caller: message bytes in a packet after the 4-byte transport header, 1 to
+ *                    MCTP_UNIT_SIZE_MAX; mctp_init2() replaces 0 by MCTP_UNIT_SIZE_DEFAULT
+ *  pcie_param        caller: handed through to the PCIe platform call
+ *  pcie_session      caller: session of libmctp_pcie_open()
+ *  skip_discovery    caller: non-zero when both EIDs are already known
+ *  i2c_delay_us      caller: microseconds between the request and the first read, 0 = none
+ */
+#define MCTP_SECTION_MEMBERS      \
+    mctp_recv_op recv;            \
+    mctp_send_op send;            \
+    mctp_xfer_op xfer;            \
+    uint8_t binding_eids[2];      \
+    uint8_t bus;                  \
+    uint8_t slave_addr;           \
+    uint8_t mux[MCTP_MUX_SIZE];   \
+    uint8_t pcie_bdf[3];          \
+    uint8_t binding_kind;         \
+    uint32_t route;               \
+    uint8_t pcie_tag;             \
+    const mctp_binding *binding;  \
+    uint16_t unit_size;           \
+    uint32_t pcie_param;          \
+    void *pcie_session;           \
+    uint8_t skip_discovery;       \
+    uint32_t i2c_delay_us;
+
+/** What a binding gets to see of a context. */
+struct mctp_section {
+    MCTP_SECTION_MEMBERS
+};
+
+/**
+ * One MCTP endpoint. Allocated, zeroed and owned by the caller, who fills the members marked
+ * "caller" above, and src_eid and dest_eid where known, before mctp_init2().
+ */
+struct mctp_ctx {
+    uint8_t src_eid;        /**< the BMC's EID: source of every packet sent */
+    uint8_t dest_eid;       /**< the endpoint's EID: destination of every packet sent */
+    uint8_t msg_type;       /**< message type byte; set by the layer that uses the context */
+    uint8_t uuid[16];       /**< UUID as received (DSP0236, clause 12.5) */
+    uint8_t uuid_end;       /**< always 0 */
+    uint8_t tx_seq;         /**< packets sent of the current message, modulo 256 */
+    mctp_route owner_route; /**< route of the bus owner that assigned the BMC its EID */
+    uint8_t tag;            /**< message tag; the low three bits go on the wire */
+    uint8_t instance_id;    /**< control-message counter; the low five bits go on the wire */
+    SIDEBAND_ANONYMOUS union {
+        SIDEBAND_ANONYMOUS struct {
+            MCTP_SECTION_MEMBERS
+        };
+        mctp_section section; /**< the same members, as handed to a binding */
+    };
+};
+
+SIDEBAND_STATIC_ASSERT(offsetof(mctp_ctx, i2c_delay_us) ==
+                           offsetof(mctp_ctx, section) + offsetof(mctp_section, i2c_delay_us),
+                       "the section must mirror the members");
+
+/** The operations of a physical binding. */
+struct mctp_binding {
+    /**
+     * Writes one packet.
+     * @param length  bytes of the MCTP packet, its 4-byte transport header included
+     * @param buffer  4 bytes for the binding's own header, then the packet. The software-PEC
+     *                binding stores the PEC behind it: 4 + length + 1 bytes in all. PCIe: the
+     *                message itself, type byte first
+     * @return 0 or more on success, negative on failure
+     */
+    int32_t (*write)(mctp_section *section, int32_t length, uint8_t *buffer);
+    /**
+     * Reads one packet.
+     * @param length  bytes wanted
+     * @param buffer  receives the packet from its transport header on; PCIe: the message
+     * @return bytes stored, negative on failure
+     */
+    int32_t (*read)(mctp_section *section, int32_t length, uint8_t *buffer);
+    /**
+     * Writes a message and reads its response; null in the SMBus bindings.
+     * @return bytes stored at response, negative on failure
+     */
+    int32_t (*transfer)(mctp_section *section, int32_t request_length, int32_t response_length,
+                        const uint8_t *request, uint8_t *response);
+};
+
+/** SMBus with PEC by the I2C controller (DSP0237). */
+SIDEBAND_EXPORT extern const mctp_binding smbus_mctp_binding;
+/** SMBus with PEC in software (DSP0237). */
+SIDEBAND_EXPORT extern const mctp_binding sl8_smbus_mctp_binding;
+/** PCIe vendor-defined messages (DSP0238). */
+SIDEBAND_EXPORT extern const mctp_binding pcie_mctp_binding;
+
+/* ---- Set-up -------------------------------------------------------------------------------- */
+
+/**
+ * Installs operations and binding by ctx->binding_kind, then, unless skip_discovery is set,
+ * runs mctp_discovery() with msg_type 0.
+ * @return 0 on success; -1 for an unknown binding kind (nothing is installed) and where
+ *         discovery fails (the operations stay installed)
+ */
+SIDEBAND_EXPORT int32_t mctp_init2(mctp_ctx *ctx);
+
+/**
+ * As mctp_init2(), for MCTP_BINDING_KIND_SMBUS alone, with an exchange that releases the bus
+ * between request and response and sleeps 100 ms after it: for devices that answer slowly.
+ * @return as mctp_init2(); -1 for any other binding kind
+ */
+SIDEBAND_EXPORT int32_t mctp_init2_with_i2c_delay(mctp_ctx *ctx);
+
+/* ---- SMBus binding (DSP0237, clause 6) ------------------------------------------------------ */
+
+/**
+ * Writes one MCTP packet as an SMBus block write with PEC by the controller; up to 3 attempts,
+ * each after emptying the BMC's slave queue of stale packets. The bus mutex is held by the caller.
+ * @param length  MCTP packet length n, 0 to 251
+ * @param frame   n + 4 bytes; the first four are filled here
+ * @return 0 on success; -1 when the device is not powered, the write failed three times, or
+ *         length is out of range
+ */
+SIDEBAND_EXPORT int32_t smbus_block_write(mctp_section *section, int32_t length, uint8_t *frame);
+
+/**
+ * As smbus_block_write(), with the PEC computed here and stored at frame[n + 4]; the slave queue
+ * is left alone.
+ * @param length  MCTP packet length n, 0 to 250
+ * @param frame   n + 5 bytes
+ */
+SIDEBAND_EXPORT int32_t sl8_smbus_block_write(mctp_section *section, int32_t length,
+                                              uint8_t *frame);
+
+/**
+ * Reads one MCTP packet that a device wrote to the BMC's slave address.
+ * @param length  bytes wanted, 0 to 252
+ * @param buffer  receives at most length bytes, from the MCTP transport header on
+ * @return bytes stored; the platform's negative result; -1 when the platform reports a block
+ *         without room for header and PEC, or larger than its buffer
+ */
+SIDEBAND_EXPORT int32_t smbus_block_read(mctp_section *section, int32_t length, uint8_t *buffer);
+
+/** The same as smbus_block_read(). */
+SIDEBAND_EXPORT int32_t sl8_smbus_block_read(mctp_section *section, int32_t length,
+                                             uint8_t *buffer);
+
+/** CRC-8 of each single byte: polynomial 0x07, the SMBus PEC. For other users; not read here. */
+SIDEBAND_EXPORT extern const uint8_t CRC8_Table[256];
+
+/**
+ * Prints a packet to standard output as a hex trace, twelve bytes to a line. Every received
+ * packet that is dropped goes through it.
+ * @param length  bytes at packet; 0 or less prints the frame lines alone
+ */
+SIDEBAND_EXPORT void dump_packets(int32_t length, const uint8_t *packet);
+
+/* ---- Control messages (DSP0236, clause 12) -------------------------------------------------- */
+/*
+ * All take an initialised context whose msg_type is 0. A "not ready" answer is asked again twice,
+ * with 50 ms in between; a third one is taken for an answer, for the sake of endpoints that say
+ * so for ever yet work.
+ */
+
+/**
+ * Set Endpoint ID (0x01), operation "set EID".
+ * @return 0 (dest_eid is then eid), -1 on failure
+ */
+SIDEBAND_EXPORT int32_t mctp_set_endpoint_id(mctp_ctx *ctx, uint8_t eid);
+
+/** Get Endpoint ID (0x02). @return the EID, now also in dest_eid; -1 on failure */
+SIDEBAND_EXPORT int32_t mctp_get_endpoint_id(mctp_ctx *ctx);
+
+/** Get Endpoint UUID (0x03). @return 0 with ctx->uuid filled; -1 on failure */
+SIDEBAND_EXPORT int32_t mctp_get_endpoint_uuid(mctp_ctx *ctx);
+
+/**
+ * Allocate Endpoint IDs (0x08).
+ * @param operation     0 allocate, 1 force allocation, 2 get allocation information
+ * @param pool_size     number of EIDs in the pool
+ * @param starting_eid  first EID of the pool
+ * @return 0, -1 on failure
+ */
+SIDEBAND_EXPORT int32_t mctp_allocate_endpoint_ids(mctp_ctx *ctx, uint8_t operation,
+                                                   uint8_t pool_size, uint8_t starting_eid);
+
+/**
+ * Get Routing Table Entries (0x0A).
+ * @param entry_handle  0 for the first entries, then the handle of the previous answer
+ * @param table         receives MCTP_ROUTING_TABLE_RESPONSE_SIZE bytes: control header (2),
+ *                      completion code, next entry handle (0xFF: no more), entry count, entries.
+ *                      Bytes that the endpoint did not send are 0
+ * @return 0, -1 on failure or where table is null
+ */
+SIDEBAND_EXPORT int32_t mctp_get_routing_table_entries(mctp_ctx *ctx, uint8_t entry_handle,
+                                                       uint8_t *table);
+
+/** Prepare for Endpoint Discovery (0x0B). @return 0, -1 on failure */
+SIDEBAND_EXPORT int32_t mctp_prepare_for_endpoint_discovery(mctp_ctx *ctx);
+
+/** Endpoint Discovery (0x0C). @return 0, -1 on failure */
+SIDEBAND_EXPORT int32_t mctp_endpoint_discovery(mctp_ctx *ctx);
+
+/* ---- Discovery ------------------------------------------------------------------------------ */
+
+/**
+ * Makes sure that the endpoint has a usable EID and that dest_eid holds it. SMBus: asks for the
+ * EID and assigns one from the pool when it is 0 to 7. PCIe: looks it up in the routing table of
+ * the bus owner.
+ * @return 0, -1 on failure
+ */
+SIDEBAND_EXPORT int32_t mctp_discovery(mctp_ctx *ctx);
+
+/**
+ * Assigns the next EID of the pool to the endpoint, under the EID-pool mutex. A failure leaves
+ * the pool as it was.
+ * @return the EID, 1 to 255; -1 on failure or where ctx is null
+ */
+SIDEBAND_EXPORT int32_t mctp_assign_eid(mctp_ctx *ctx);
+
+/**
+ * Finds a PCIe endpoint in the routing table of its bus owner, by target->pcie_bdf.
+ * @param owner   initialised context of the bus owner
+ * @param target  its dest_eid receives the EID of the first entry that matches
+ * @return 0 when found; -1 when not, on a failed request, or where an entry runs past its answer
+ */
+SIDEBAND_EXPORT int32_t get_eid_from_routing_table(mctp_ctx *owner, mctp_ctx *target);
+
+/* ---- AMD MPIO, the bus owner of PCIe devices behind the CPU ---------------------------------- */
+
+/** Created after a successful bring-up; never removed by the library. */
+#define MCTP_MPIO_READY_MARKER "/nv/mpio.ready"
+
+/**
+ * Makes a zeroed context the MPIO's: PCIe binding, root complex, source EID 0x80, message type
+ * control, tag 0x80 (never advanced). dest_eid stays 0.
+ */
+SIDEBAND_EXPORT void _init_amd_mpio_ctx(mctp_ctx *mpio);
+
+/**
+ * Brings the MPIO up where plt_global_sec_var.mpio_state says so, under the MPIO mutex. Success
+ * puts the MPIO's EID into the state word and creates MCTP_MPIO_READY_MARKER; failure clears the
+ * state word.
+ * @return 0 when done now, done earlier or not wanted; -1 on failure
+ */
+SIDEBAND_EXPORT int32_t init_amd_mpio_if_need(mctp_ctx *mpio);
+
+/**
+ * The bring-up itself: Prepare for Endpoint Discovery, Endpoint Discovery, an EID from the pool,
+ * 32 EIDs from 64 for the devices behind the MPIO, 3 seconds of rest.
+ * @return 0, -1 when a step failed
+ */
+SIDEBAND_EXPORT int32_t do_init_amd_mpio(mctp_ctx *mpio);
+
+/**
+ * Looks a PCIe endpoint's EID up through the MPIO.
+ * @return 0 with ctx->dest_eid set; -1 when the MPIO is not ready or does not know the device
+ */
+SIDEBAND_EXPORT int32_t get_eid_from_mpio(mctp_ctx *ctx);
+
+SIDEBAND_END_DECLS
+
+#endif

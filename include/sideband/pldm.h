@@ -1,0 +1,196 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/*
+ * PLDM base: the terminus context, its message operations, terminus lifecycle and the discovery
+ * commands (DSP0240). One context is used by one thread at a time.
+ */
+#ifndef SIDEBAND_PLDM_H
+#define SIDEBAND_PLDM_H
+
+#include <stdint.h>
+
+#include <sideband/export.h>
+#include <sideband/mctp.h>
+
+SIDEBAND_BEGIN_DECLS
+
+/** PLDM types (DSP0245). */
+#define PLDM_TYPE_BASE 0
+#define PLDM_TYPE_MONITOR 2
+#define PLDM_TYPE_FRU 4
+#define PLDM_TYPE_FW_UPDATE 5
+
+/** Bytes of a PLDM request header; a response has its completion code behind it. */
+#define PLDM_HEADER_SIZE 3
+/** Bytes of a PLDM response header, the completion code included. */
+#define PLDM_RESPONSE_HEADER_SIZE 4
+
+/** Completion codes (DSP0240, table 5). */
+#define PLDM_CC_SUCCESS 0x00
+#define PLDM_CC_ERROR 0x01
+#define PLDM_CC_INVALID_DATA 0x02
+#define PLDM_CC_INVALID_LENGTH 0x03
+#define PLDM_CC_NOT_READY 0x04
+#define PLDM_CC_UNSUPPORTED_COMMAND 0x05
+/** pldm_ctx.completion_code after the last retry has failed: no code of the standard. */
+#define PLDM_CC_RETRIES_EXHAUSTED 0x30
+
+/** Result for a bad argument or a failed allocation in several PLDM functions. */
+#define PLDM_ERROR_ARGUMENT (-112)
+
+typedef struct pldm_ctx pldm_ctx;
+
+/**
+ * Receives one PLDM message.
+ * @param capacity  room at buffer in bytes, at least 1
+ * @param buffer    receives the message from its header on; buffer[0] is set to 1 beforehand
+ * @return 0, -1 on failure
+ */
+typedef int32_t (*pldm_recv_op)(pldm_ctx *ctx, int32_t capacity, uint8_t *buffer);
+
+/**
+ * Sends one PLDM message.
+ * @param length     bytes at message, at least PLDM_HEADER_SIZE
+ * @param tag_owner  1 for a request, 0 for a response
+ * @return 0, -1 on failure
+ */
+typedef int32_t (*pldm_send_op)(pldm_ctx *ctx, uint32_t length, const uint8_t *message,
+                                uint8_t tag_owner);
+
+/**
+ * Sends a request and receives its response. The instance ID is stamped into request[0].
+ * @param request_length     bytes at request, at least PLDM_HEADER_SIZE
+ * @param response_capacity  room at response in bytes
+ * @return 0 (not a length) for completion code 0; -1 otherwise, with the code in the context
+ */
+typedef int32_t (*pldm_transfer_op)(pldm_ctx *ctx, uint32_t request_length,
+                                    int32_t response_capacity, uint8_t *request,
+                                    uint8_t *response);
+
+/** A PLDM terminus. Allocated, zeroed and owned by the caller. */
+struct pldm_ctx {
+    uint8_t last_command;         /**< command code last handed to the MCTP layer */
+    uint8_t completion_code;      /**< of the last failed exchange; not cleared on success */
+    uint8_t tid;                  /**< terminus ID, from pldm_get_tid() */
+    uint8_t pldm_types[8];        /**< as received: bit n of byte 0 is PLDM type n */
+    uint8_t base_commands[32];    /**< as received: bit n of byte 0 is command n of type 0 */
+    uint8_t instance_id;          /**< counter; the low five bits go on the wire */
+    uint32_t pldm_version;        /**< ver32 as received, read as a little-endian number */
+    mctp_ctx *mctp;               /**< the bound endpoint */
+    pldm_recv_op recv_op;         /**< pldm_recv */
+    pldm_send_op send_op;         /**< pldm_send */
+    pldm_transfer_op transfer_op; /**< pldm_transfer */
+    int32_t response_length;      /**< bytes of the last response, as pldm_transfer saw it */
+};
+
+/* ---- Headers (DSP0240, clause 8.1) ----------------------------------------------------------- */
+/*
+ * Each clears the three header bytes, then sets Rq and the PLDM type. The caller writes the
+ * command code into byte 2.
+ */
+
+/** PLDM type 0. @return 0; -1 where request is null */
+SIDEBAND_EXPORT int32_t pldm_request_init(uint8_t *request);
+
+/** PLDM type 2. @return 0; PLDM_ERROR_ARGUMENT where request is null */
+SIDEBAND_EXPORT int32_t pldm_monitor_request_init(uint8_t *request);
+
+/** PLDM type 4. @return 0; -1 where request is null */
+SIDEBAND_EXPORT int32_t pldm_FRU_request_init(uint8_t *request);
+
+/** PLDM type 5; request must not be null. @return 0 */
+SIDEBAND_EXPORT int32_t pldm_fw_update_request_init(uint8_t *request);
+
+/**
+ * The header of an answer to a device's own request: PLDM type 5, Rq clear, instance ID and
+ * command copied from the request. Neither may be null.
+ */
+SIDEBAND_EXPORT void pldm_fw_update_response_init(uint8_t *response, const uint8_t *request);
+
+/* ---- Message operations ---------------------------------------------------------------------- */
+/*
+ * Installed by pldm_init(); called through the slots of the context. Only command 0x1A is
+ * attempted more than once, up to ten times, 100 ms apart.
+ */
+
+/** See pldm_recv_op. @return 0; -1 on failure, a null argument or an unbound context */
+SIDEBAND_EXPORT int32_t pldm_recv(pldm_ctx *ctx, int32_t capacity, uint8_t *buffer);
+
+/** See pldm_send_op. @return 0; -1 on failure, a null argument or an unbound context */
+SIDEBAND_EXPORT int32_t pldm_send(pldm_ctx *ctx, uint32_t length, const uint8_t *message,
+                                  uint8_t tag_owner);
+
+/**
+ * See pldm_transfer_op. The instance ID counter advances once per call that reached the MCTP
+ * layer. response_length tells afterwards how much of the response the device sent.
+ * @return 0; -1 on failure, a null argument, an unbound context or a completion code other than 0
+ */
+SIDEBAND_EXPORT int32_t pldm_transfer(pldm_ctx *ctx, uint32_t request_length,
+                                      int32_t response_capacity, uint8_t *request,
+                                      uint8_t *response);
+
+/* ---- Terminus lifecycle ---------------------------------------------------------------------- */
+
+/**
+ * Zeroes the context and installs the operations. An endpoint that is still bound is freed, with
+ * a warning on standard output.
+ * @return 0; -1 where ctx is null
+ */
+SIDEBAND_EXPORT int32_t pldm_init(pldm_ctx *ctx);
+
+/**
+ * Binds a PLDM context to an initialised endpoint, which stays the caller's, and sets the
+ * endpoint's message type to PLDM.
+ * @return 0; -1 where an argument is null
+ */
+SIDEBAND_EXPORT int32_t mctp_pldm_register(mctp_ctx *mctp, pldm_ctx *ctx);
+
+/**
+ * Creates an endpoint, brings it up and binds the context to it; the context owns the endpoint
+ * until pldm_terminus_deinit().
+ * @param config  a prototype whose configuration members (see mctp_ctx) are copied
+ * @return 0; PLDM_ERROR_ARGUMENT on a null argument or failed allocation; -1 when mctp_init2()
+ *         failed. On failure ctx is untouched
+ */
+SIDEBAND_EXPORT int32_t pldm_terminus_init(pldm_ctx *ctx, const mctp_ctx *config);
+
+/** Frees the bound endpoint; the rest of the context stays. @return 0 */
+SIDEBAND_EXPORT int32_t pldm_terminus_deinit(pldm_ctx *ctx);
+
+/**
+ * Brings up a temporary endpoint, runs pldm_discovery() over it and frees it. Afterwards ctx
+ * holds the results and a stale ctx->mctp: it must not be used or bound again, except zeroed.
+ * @param config  as for pldm_terminus_init()
+ * @return the results of mctp_pldm_register() and pldm_discovery() added up; -1 where config is
+ *         null, on failed allocation, or when mctp_init2() failed
+ */
+SIDEBAND_EXPORT int32_t discover_pldm_terminus(pldm_ctx *ctx, const mctp_ctx *config);
+
+/* ---- Discovery commands (DSP0240, clause 9) --------------------------------------------------- */
+/*
+ * All take a bound context and return 0 on success, -1 where the context is null or has no
+ * transfer_op or the answer is malformed, and the negative result of transfer_op where the
+ * exchange failed. A failing call leaves its result members as they were.
+ */
+
+/** GetTID (0x02): fills tid. */
+SIDEBAND_EXPORT int32_t pldm_get_tid(pldm_ctx *ctx);
+
+/**
+ * GetPLDMVersion (0x03): fills pldm_version with the first version of the last part. At most
+ * seven parts are fetched; -1 also on failed allocation and when no part was the last.
+ * @param type  PLDM type whose version is wanted
+ */
+SIDEBAND_EXPORT int32_t pldm_get_version(pldm_ctx *ctx, uint8_t type);
+
+/** GetPLDMTypes (0x04): fills pldm_types and prints the first eight types by name. */
+SIDEBAND_EXPORT int32_t pldm_get_type(pldm_ctx *ctx);
+
+/** GetPLDMCommands (0x05) for type 0: fills base_commands. */
+SIDEBAND_EXPORT int32_t pldm_get_commands(pldm_ctx *ctx);
+
+/** GetTID, then GetPLDMTypes. PLDM_ERROR_ARGUMENT where ctx is null. */
+SIDEBAND_EXPORT int32_t pldm_discovery(pldm_ctx *ctx);
+
+SIDEBAND_END_DECLS
+
+#endif

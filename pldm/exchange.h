@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+// The one way in which PLDM commands exchange messages, and what they share.
+#ifndef SIDEBAND_PLDM_EXCHANGE_H
+#define SIDEBAND_PLDM_EXCHANGE_H
+
+#include <sideband/pldm.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace sideband {
+
+/// Offsets in a PLDM message (DSP0240, table 1).
+inline constexpr size_t kPldmCommand = 2;
+inline constexpr size_t kPldmCompletionCode = 3;
+
+/// Calls the context's transfer_op. The context must have one.
+/// @return its result
+int32_t pldm_exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8_t> response);
+
+/// Whether the last response had at least length bytes. transfer_op tells success, not length.
+bool pldm_response_has(const pldm_ctx& ctx, size_t length);
+
+}  // namespace sideband
+
+#endif

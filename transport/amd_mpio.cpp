@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+// Bring-up of the AMD MPIO, the MCTP bus owner of the PCIe devices behind the CPU.
+#include <sideband/debug_log.h>
+#include <sideband/mctp.h>
+#include <sideband/platform.h>
+
+#include <unistd.h>
+
+#include "common/lock.h"
+#include "transport/transport.h"
+
+namespace {
+
+constexpr uint8_t kMpioSourceEid = 0x80;
+/// Bit 7 keeps the PCIe exchange from advancing it.
+constexpr uint8_t kMpioTag = 0x80;
+constexpr uint32_t kSettleUs = 3000000;
+
+void set_mpio_state(uint32_t value) {
+    __atomic_store_n(&at_p_St_GlobalSecVar->mpio_state, value, __ATOMIC_RELEASE);
+}
+
+int32_t allocate_device_pool(mctp_ctx* mpio) {
+    constexpr uint8_t kOperationAllocate = 0;
+    constexpr uint8_t kPoolSize = 32;
+    constexpr uint8_t kFirstEid = 64;
+    return mctp_allocate_endpoint_ids(mpio, kOperationAllocate, kPoolSize, kFirstEid);
+}
+
+/// Before its marker file exists the MPIO can still be ready: the state word holds its EID then.
+bool mpio_ready() {
+    const uint32_t state = sideband::mpio_state();
+    return access(MCTP_MPIO_READY_MARKER, F_OK) == 0 ||
+           (state != PLT_MPIO_NONE && state != PLT_MPIO_WANTED);
+}
+
+}  // namespace
+
+uint32_t sideband::mpio_state() {
+    return __atomic_load_n(&at_p_St_GlobalSecVar->mpio_state, __ATOMIC_ACQUIRE);
+}
+
+void _init_amd_mpio_ctx(mctp_ctx* mpio) {
+    mpio->src_eid = kMpioSourceEid;
+    mpio->msg_type = MCTP_MSG_TYPE_CONTROL;
+    mpio->tag = kMpioTag;
+    mpio->pcie_bdf[0] = 0;
+    mpio->pcie_bdf[1] = 0;
+    mpio->pcie_bdf[2] = 0;
+    mpio->binding_kind = MCTP_BINDING_KIND_PCIE;
+    mpio->recv = sideband::pcie_recv;
+    mpio->send = sideband::pcie_send;
+    mpio->xfer = sideband::pcie_xfer;
+    mpio->binding = &pcie_mctp_binding;
+}
+
+int32_t init_amd_mpio_if_need(mctp_ctx* mpio) {
+    debug_log("try do_init_amd_mpio\n");
+    const sideband::MutexGuard bring_up(at_p_St_GlobalSecVar->mpio_mutex);
+    if (!bring_up) {
+        return -1;
+    }
+    if (sideband::mpio_state() != PLT_MPIO_WANTED) {
+        return 0;
+    }
+    if (do_init_amd_mpio(mpio) != 0) {
+        debug_log("do_init_amd_mpio fail\n");
+        set_mpio_state(PLT_MPIO_NONE);
+        return -1;
+    }
+    set_mpio_state(mpio->dest_eid);
+    run_shellcmd("touch " MCTP_MPIO_READY_MARKER);
+    return 0;
+}
+
+int32_t do_init_amd_mpio(mctp_ctx* mpio) {
+    if (mctp_prepare_for_endpoint_discovery(mpio) != 0) {
+        debug_log("[MCTP] Req PrepareForEndpointDiscovery to AMD MPIO faled.\n");
+        return -1;
+    }
+    if (mctp_endpoint_discovery(mpio) != 0) {
+        debug_log("[MCTP] Req mctp_endpoint_discovery to AMD MPIO faled.\n");
+        return -1;
+    }
+    if (mctp_assign_eid(mpio) <= 0) {
+        debug_log("[MCTP] Cannot assing EID to AMD MPIO.\n");
+        return -1;
+    }
+    if (allocate_device_pool(mpio) != 0) {
+        debug_log("[MCTP] Cannot allocate eid pool to AMD MPIO.\n");
+        return -1;
+    }
+    sideband::sleep_us(kSettleUs);
+    at_p_St_GlobalVar->mpio_bringup_pending = 0;
+    return 0;
+}
+
+int32_t get_eid_from_mpio(mctp_ctx* ctx) {
+    mctp_ctx mpio{};
+    _init_amd_mpio_ctx(&mpio);
+    if (!mpio_ready()) {
+        if (sideband::mpio_state() == PLT_MPIO_NONE &&
+            platform.identifier == PLT_IDENTIFIER_TURIN) {
+            mctp_prepare_for_endpoint_discovery(&mpio);  // a nudge, whatever comes of it
+        }
+        debug_log("[Turin] MPIO not ready, skip the MCTP req.\n");
+        return -1;
+    }
+    if (get_eid_from_routing_table(&mpio, ctx) == 0) {
+        return 0;
+    }
+    debug_log("fail get_eid_from_mpio\n");
+    allocate_device_pool(&mpio);  // the MPIO may have lost its pool; the next lookup sees
+    return -1;
+}

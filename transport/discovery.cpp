@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: Apache-2.0
+// Endpoint discovery, EID assignment from the shared pool, and the routing table lookup.
+#include <sideband/debug_log.h>
+#include <sideband/mctp.h>
+#include <sideband/platform.h>
+
+#include <array>
+#include <span>
+
+#include "common/lock.h"
+#include "common/wire.h"
+#include "transport/transport.h"
+
+namespace {
+
+/// EIDs 0 to 7 are null and reserved (DSP0236, table 2): an endpoint that reports one has none.
+constexpr int32_t kLastReservedEid = 7;
+constexpr uint8_t kFirstPoolEid = 16;
+constexpr uint8_t kTableEnd = 0xFF;
+/// Handles are 0 to 254, and a table that ends never gives one out twice.
+constexpr int kTableRequestsMax = 255;
+
+enum class Lookup { found, not_here, malformed };
+
+struct RoutingEntry {
+    uint8_t starting_eid;
+    uint8_t binding_type;
+    uint8_t address_size;
+    uint8_t address[2];
+};
+
+bool matches(const RoutingEntry& entry, const uint8_t (&bdf)[3]) {
+    constexpr uint8_t kBindingPcie = 2;
+    return entry.binding_type == kBindingPcie && entry.address_size >= 2 &&
+           entry.address[0] == bdf[0] && (entry.address[1] >> 3) == bdf[1] &&
+           (entry.address[1] & 0x07) == bdf[2];
+}
+
+void log_entry(const RoutingEntry& entry) {
+    debug_log("    EID: 0x%02X, ", entry.starting_eid);
+    if (entry.address_size == 1) {
+        debug_log("Addr: 0x%02x\n", entry.address[0]);
+    } else if (entry.address_size == 2) {
+        debug_log("Addr: 0x%02x 0x%02x\n", entry.address[0], entry.address[1]);
+    } else {
+        debug_log("Addr: Unknown (%d)\n", entry.address_size);
+    }
+}
+
+/// Reads one entry (DSP0236, table 26); the reader stays failed where the entry runs past its end.
+RoutingEntry read_entry(sideband::WireReader& reader) {
+    RoutingEntry entry{};
+    reader.skip(1);  // EID range size
+    entry.starting_eid = reader.u8();
+    reader.skip(1);  // entry type and port
+    entry.binding_type = reader.u8();
+    reader.skip(1);  // physical media type
+    entry.address_size = reader.u8();
+    const size_t kept = entry.address_size < sizeof entry.address ? entry.address_size
+                                                                  : sizeof entry.address;
+    reader.copy({entry.address, kept});
+    reader.skip(entry.address_size - kept);
+    return entry;
+}
+
+Lookup look_up(std::span<const uint8_t> table, mctp_ctx& target) {
+    constexpr size_t kCountOffset = 4;
+    sideband::WireReader reader(table);
+    reader.skip(kCountOffset);
+    const unsigned count = reader.u8();
+    if (!reader.ok()) {
+        return Lookup::malformed;
+    }
+    for (unsigned i = 0; i < count; ++i) {
+        const RoutingEntry entry = read_entry(reader);
+        if (!reader.ok()) {
+            return Lookup::malformed;
+        }
+        log_entry(entry);
+        if (matches(entry, target.pcie_bdf)) {
+            target.dest_eid = entry.starting_eid;
+            debug_log("      -> EID: %d\n\n\n", entry.starting_eid);
+            return Lookup::found;
+        }
+    }
+    return Lookup::not_here;
+}
+
+/// Whether the MPIO is there to be asked: it has been brought up, or it answers now.
+bool mpio_present(mctp_ctx& mpio) {
+    return sideband::mpio_state() != PLT_MPIO_NONE || mctp_get_endpoint_id(&mpio) >= 0;
+}
+
+}  // namespace
+
+int32_t mctp_discovery(mctp_ctx* ctx) {
+    if (ctx == nullptr) {
+        return -1;
+    }
+    if (ctx->binding_kind == MCTP_BINDING_KIND_PCIE) {
+        mctp_ctx mpio{};
+        _init_amd_mpio_ctx(&mpio);
+        if (mpio_present(mpio)) {
+            return get_eid_from_mpio(ctx) == 0 ? 0 : -1;
+        }
+        debug_log("[AMD] CPU without MPIO.\n");
+    }
+    const int32_t eid = mctp_get_endpoint_id(ctx);
+    if (eid < 0) {
+        return -1;
+    }
+    if (eid > kLastReservedEid) {
+        return 0;
+    }
+    return mctp_assign_eid(ctx) < 1 ? -1 : 0;
+}
+
+int32_t mctp_assign_eid(mctp_ctx* ctx) {
+    if (ctx == nullptr) {
+        return -1;
+    }
+    uint8_t eid = 0;
+    {
+        sideband::MutexGuard pool(at_p_St_GlobalSecVar->eid_mutex);
+        if (!pool) {
+            return -1;
+        }
+        uint8_t& next = at_p_St_GlobalVar->next_eid;
+        if (next == 0) {
+            next = kFirstPoolEid;
+        }
+        eid = next;
+        if (mctp_set_endpoint_id(ctx, eid) < 0) {
+            return -1;
+        }
+        ++next;
+    }
+    // The number is part of the text that log readers match.
+    debug_log("[%s][%d] successful, new eid: 0x%x\n", "mctp_assign_eid", 1371, eid);
+    return eid;
+}
+
+int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* target) {
+    if (owner == nullptr || target == nullptr) {
+        return -1;
+    }
+    const uint8_t* bdf = target->pcie_bdf;
+    // The number is part of the text that log readers match.
+    debug_log("[%s:%d] B/D/F: %02X/%02X/%02X\n", "get_eid_from_routing_table", 1296, bdf[0], bdf[1],
+              bdf[2]);
+    uint8_t handle = 0;
+    for (int requests = 0; requests < kTableRequestsMax && handle != kTableEnd; ++requests) {
+        std::array<uint8_t, MCTP_ROUTING_TABLE_RESPONSE_SIZE> table;
+        const int32_t received = sideband::read_routing_table(owner, handle, table.data());
+        if (received < 0) {
+            debug_log("fail in mctp_get_routing_table_entries\n");
+            return -1;
+        }
+        const size_t size = static_cast<size_t>(received) < table.size()
+                                ? static_cast<size_t>(received)
+                                : table.size();
+        const Lookup result = look_up({table.data(), size}, *target);
+        if (result == Lookup::found) {
+            return 0;
+        }
+        if (result == Lookup::malformed) {
+            break;
+        }
+        handle = table[3];
+    }
+    debug_log("[%s] B/D/F: %02X/%02X/%02X, EID not find\n", "get_eid_from_routing_table", bdf[0],
+              bdf[1], bdf[2]);
+    return -1;
+}

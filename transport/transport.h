@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the files of the MCTP transport share with one another and with the layers above.
+#ifndef SIDEBAND_TRANSPORT_TRANSPORT_H
+#define SIDEBAND_TRANSPORT_TRANSPORT_H
+
+#include <sideband/mctp.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace sideband {
+
+/// MCTP transport header (DSP0236, clause 8.1): version, destination, source, flags.
+inline constexpr int32_t kTransportHeaderSize = 4;
+inline constexpr uint8_t kHeaderVersion = 1;
+inline constexpr uint8_t kFlagSom = 0x80;
+inline constexpr uint8_t kFlagEom = 0x40;
+inline constexpr uint8_t kFlagTagOwner = 0x08;
+inline constexpr uint8_t kTagMask = 0x07;
+inline constexpr uint8_t kSequenceMask = 0x03;
+inline constexpr int kSequenceShift = 4;
+
+/// The tag of the next request.
+inline uint8_t next_tag(uint8_t tag) {
+    return static_cast<uint8_t>((tag + 1) & kTagMask);
+}
+
+/// Pauses the calling thread.
+void sleep_us(uint32_t microseconds);
+
+/// Copies the members of a context that its caller configures; the rest of target stays zero.
+void copy_configuration(mctp_ctx& target, const mctp_ctx& config);
+
+// Operations of an SMBus context. The locked ones take the bus mutex themselves.
+int32_t smbus_send_locked(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner);
+int32_t smbus_recv_locked(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
+int32_t smbus_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
+                   const uint8_t* request, uint8_t* response);
+int32_t smbus_xfer_delayed(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
+                           const uint8_t* request, uint8_t* response);
+int32_t sl8_smbus_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner);
+int32_t sl8_smbus_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
+int32_t sl8_smbus_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
+                       const uint8_t* request, uint8_t* response);
+
+// The message layer below those operations: no lock is taken.
+int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t tag_owner,
+                     bool integrity_check);
+int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer);
+
+// Operations of a PCIe context.
+int32_t pcie_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner);
+int32_t pcie_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
+int32_t pcie_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
+                  const uint8_t* request, uint8_t* response);
+
+/// The MPIO state word, which another thread or process may be writing.
+uint32_t mpio_state();
+
+/// Get Routing Table Entries with the number of bytes that the endpoint really sent.
+/// @param table  MCTP_ROUTING_TABLE_RESPONSE_SIZE bytes
+/// @return bytes received, or -1
+int32_t read_routing_table(mctp_ctx* ctx, uint8_t entry_handle, uint8_t* table);
+
+}  // namespace sideband
+
+#endif
