@@ -40,8 +40,7 @@ void append_to_file(const char* text) {
     std::fflush(file);
 
     struct stat status;
-    const bool rotate =
-        fstat(descriptor, &status) == 0 && status.st_size > DEBUG_LOG_ROTATE_SIZE;
+    const bool rotate = fstat(descriptor, &status) == 0 && status.st_size > DEBUG_LOG_ROTATE_SIZE;
     flock(descriptor, LOCK_UN);
     std::fclose(file);
     if (rotate) {

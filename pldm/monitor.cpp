@@ -140,8 +140,8 @@ void dump_packet(const uint8_t* buffer, int32_t length) {
     std::printf("\n");
 }
 
-int32_t pldm_set_numeric_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id,
-                                       uint8_t operational_state, uint8_t event_enable) {
+int32_t pldm_set_numeric_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t operational_state,
+                                       uint8_t event_enable) {
     if (!usable(ctx)) {
         return PLDM_ERROR_ARGUMENT;
     }
@@ -239,8 +239,9 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
             console_log("pldm set state sensor enable fail: PLDM_MONITOR_INVALID_SENSOR_ID\n");
             return -1;
         case kEventGenerationNotSupported:
-            console_log("pldm set state sensor enable fail: "
-                        "PLDM_MONITOR_EVENT_GENERATION_NOT_SUPPORTED\n");
+            console_log(
+                "pldm set state sensor enable fail: "
+                "PLDM_MONITOR_EVENT_GENERATION_NOT_SUPPORTED\n");
             return -1;
         default:
             return result;

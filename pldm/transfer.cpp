@@ -91,8 +91,7 @@ void pldm_fw_update_response_init(uint8_t* response, const uint8_t* request) {
 }
 
 int32_t pldm_recv(pldm_ctx* ctx, int32_t capacity, uint8_t* buffer) {
-    if (buffer == nullptr || ctx == nullptr || ctx->mctp == nullptr ||
-        ctx->mctp->recv == nullptr) {
+    if (buffer == nullptr || ctx == nullptr || ctx->mctp == nullptr || ctx->mctp->recv == nullptr) {
         return -1;
     }
     if (capacity > 0) {

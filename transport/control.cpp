@@ -7,30 +7,16 @@
 #include <cstring>
 #include <span>
 
+#include "transport/control.h"
 #include "transport/transport.h"
 
 namespace sideband {
 namespace {
 
-constexpr uint8_t kRequestBit = 0x80;
-constexpr uint8_t kInstanceIdMask = 0x1F;
-constexpr uint8_t kCompletionSuccess = 0x00;
-constexpr uint8_t kCompletionNotReady = 0x04;
-/// Header and completion code.
-constexpr int32_t kResponseHeaderSize = 3;
+using namespace control;
 
 constexpr int kTries = 3;
 constexpr uint32_t kNotReadyPauseUs = 50000;
-
-enum Command : uint8_t {
-    kSetEndpointId = 0x01,
-    kGetEndpointId = 0x02,
-    kGetEndpointUuid = 0x03,
-    kAllocateEndpointIds = 0x08,
-    kGetRoutingTableEntries = 0x0A,
-    kPrepareForEndpointDiscovery = 0x0B,
-    kEndpointDiscovery = 0x0C,
-};
 
 /// Sends until the endpoint is ready, three times at most.
 /// @return bytes received, at least kResponseHeaderSize, or -1
@@ -51,11 +37,10 @@ int32_t exchange_until_ready(mctp_ctx& ctx, std::span<const uint8_t> request,
     return received;
 }
 
-/// The request routine that all commands share: instance ID, exchange, checks.
-/// @param minimum  bytes that a successful response must have
-/// @return bytes received, or -1
-int32_t control_request(mctp_ctx* ctx, std::span<uint8_t> request, std::span<uint8_t> response,
-                        int32_t minimum = kResponseHeaderSize) {
+}  // namespace
+
+int32_t control::control_request(mctp_ctx* ctx, std::span<uint8_t> request,
+                                 std::span<uint8_t> response, int32_t minimum) {
     if (ctx == nullptr || ctx->xfer == nullptr) {
         return -1;
     }
@@ -72,10 +57,11 @@ int32_t control_request(mctp_ctx* ctx, std::span<uint8_t> request, std::span<uin
     if (completion == kCompletionSuccess ? received < minimum : completion != kCompletionNotReady) {
         return -1;
     }
-    const bool same_instance =
-        (response[0] & kInstanceIdMask) == (request[0] & kInstanceIdMask);
+    const bool same_instance = (response[0] & kInstanceIdMask) == (request[0] & kInstanceIdMask);
     return response[1] == request[1] && same_instance ? received : -1;
 }
+
+namespace {
 
 /// A command without request data whose answer holds nothing but a completion code.
 int32_t plain_request(mctp_ctx* ctx, Command command) {
@@ -101,12 +87,11 @@ int32_t read_routing_table(mctp_ctx* ctx, uint8_t entry_handle, uint8_t* table) 
 
 }  // namespace sideband
 
-using sideband::control_request;
+using namespace sideband::control;
 
 int32_t mctp_set_endpoint_id(mctp_ctx* ctx, uint8_t eid) {
     constexpr uint8_t kOperationSetEid = 0;
-    std::array<uint8_t, 4> request{sideband::kRequestBit, sideband::kSetEndpointId,
-                                   kOperationSetEid, eid};
+    std::array<uint8_t, 4> request{kRequestBit, kSetEndpointId, kOperationSetEid, eid};
     std::array<uint8_t, 6> response;
     response.fill(0xFF);
     if (control_request(ctx, request, response) < 0) {
@@ -118,7 +103,7 @@ int32_t mctp_set_endpoint_id(mctp_ctx* ctx, uint8_t eid) {
 
 int32_t mctp_get_endpoint_id(mctp_ctx* ctx) {
     constexpr int32_t kEidEnd = 4;
-    std::array<uint8_t, 2> request{sideband::kRequestBit, sideband::kGetEndpointId};
+    std::array<uint8_t, 2> request{kRequestBit, kGetEndpointId};
     std::array<uint8_t, 6> response{};
     if (control_request(ctx, request, response, kEidEnd) < 0) {
         return -1;
@@ -128,21 +113,21 @@ int32_t mctp_get_endpoint_id(mctp_ctx* ctx) {
 }
 
 int32_t mctp_get_endpoint_uuid(mctp_ctx* ctx) {
-    std::array<uint8_t, 2> request{sideband::kRequestBit, sideband::kGetEndpointUuid};
-    std::array<uint8_t, sideband::kResponseHeaderSize + sizeof ctx->uuid> response{};
+    std::array<uint8_t, 2> request{kRequestBit, kGetEndpointUuid};
+    std::array<uint8_t, kResponseHeaderSize + sizeof ctx->uuid> response{};
     if (control_request(ctx, request, response, static_cast<int32_t>(response.size())) < 0) {
         console_log("fail to get mctp UUID\n");
         return -1;
     }
-    std::memcpy(ctx->uuid, response.data() + sideband::kResponseHeaderSize, sizeof ctx->uuid);
+    std::memcpy(ctx->uuid, response.data() + kResponseHeaderSize, sizeof ctx->uuid);
     ctx->uuid_end = 0;
     return 0;
 }
 
 int32_t mctp_allocate_endpoint_ids(mctp_ctx* ctx, uint8_t operation, uint8_t pool_size,
                                    uint8_t starting_eid) {
-    std::array<uint8_t, 5> request{sideband::kRequestBit, sideband::kAllocateEndpointIds, operation,
-                                   pool_size, starting_eid};
+    std::array<uint8_t, 5> request{kRequestBit, kAllocateEndpointIds, operation, pool_size,
+                                   starting_eid};
     std::array<uint8_t, 6> response{};
     if (control_request(ctx, request, response) < 0) {
         console_log("[%s] failed\n", "mctp_allocate_endpoint_ids");
@@ -159,9 +144,9 @@ int32_t mctp_get_routing_table_entries(mctp_ctx* ctx, uint8_t entry_handle, uint
 }
 
 int32_t mctp_prepare_for_endpoint_discovery(mctp_ctx* ctx) {
-    return sideband::plain_request(ctx, sideband::kPrepareForEndpointDiscovery);
+    return sideband::plain_request(ctx, kPrepareForEndpointDiscovery);
 }
 
 int32_t mctp_endpoint_discovery(mctp_ctx* ctx) {
-    return sideband::plain_request(ctx, sideband::kEndpointDiscovery);
+    return sideband::plain_request(ctx, kEndpointDiscovery);
 }

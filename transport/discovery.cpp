@@ -56,8 +56,8 @@ RoutingEntry read_entry(sideband::WireReader& reader) {
     entry.binding_type = reader.u8();
     reader.skip(1);  // physical media type
     entry.address_size = reader.u8();
-    const size_t kept = entry.address_size < sizeof entry.address ? entry.address_size
-                                                                  : sizeof entry.address;
+    const size_t kept =
+        entry.address_size < sizeof entry.address ? entry.address_size : sizeof entry.address;
     reader.copy({entry.address, kept});
     reader.skip(entry.address_size - kept);
     return entry;

@@ -33,8 +33,7 @@ struct Operations {
     const mctp_binding* binding;
 };
 
-constexpr Operations kSmbus{smbus_recv_locked, smbus_send_locked, smbus_xfer,
-                            &smbus_mctp_binding};
+constexpr Operations kSmbus{smbus_recv_locked, smbus_send_locked, smbus_xfer, &smbus_mctp_binding};
 constexpr Operations kSmbusDelayed{smbus_recv_locked, smbus_send_locked, smbus_xfer_delayed,
                                    &smbus_mctp_binding};
 constexpr Operations kPcie{pcie_recv, pcie_send, pcie_xfer, &pcie_mctp_binding};

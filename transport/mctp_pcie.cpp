@@ -34,6 +34,20 @@ bool is_for_root_complex(uint32_t length, const uint8_t* body) {
     return length >= 2 && (body[1] == kGetRoutingTableEntries || body[1] == kDiscoveryNotify);
 }
 
+/// Reads one message with its type byte. The binding delivers whatever came, however small the
+/// caller's buffer is, so that it is read aside.
+/// @return bytes received, at most length; -1 on failure
+int32_t read_message(mctp_ctx& ctx, int32_t length, const uint8_t* buffer, MessageBuffer& message) {
+    if (buffer == nullptr || length <= 0 || ctx.binding == nullptr ||
+        ctx.binding->read == nullptr) {
+        return -1;
+    }
+    message = {};
+    message[0] = buffer[0];
+    const int32_t received = ctx.binding->read(&ctx.section, length, message.data());
+    return received <= std::min<int32_t>(length, PLT_PCIE_MESSAGE_SIZE) ? received : -1;
+}
+
 }  // namespace
 
 int32_t pcie_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t /*tag_owner*/) {
@@ -42,22 +56,16 @@ int32_t pcie_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t /
         !build_message(*ctx, length, body, message)) {
         return -1;
     }
-    ctx->route = is_for_root_complex(length, body) ? PLT_PCIE_ROUTE_TO_ROOT_COMPLEX
-                                                   : PLT_PCIE_ROUTE_BY_ID;
+    ctx->route =
+        is_for_root_complex(length, body) ? PLT_PCIE_ROUTE_TO_ROOT_COMPLEX : PLT_PCIE_ROUTE_BY_ID;
     const auto total = static_cast<int32_t>(length + 1);
     return ctx->binding->write(&ctx->section, total, message.data()) >= 0 ? 0 : -1;
 }
 
 int32_t pcie_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
-    if (buffer == nullptr || length <= 0 || ctx->binding == nullptr ||
-        ctx->binding->read == nullptr) {
-        return -1;
-    }
-    // The binding delivers whatever came, however small the caller's buffer.
-    MessageBuffer message{};
-    message[0] = buffer[0];
-    const int32_t received = ctx->binding->read(&ctx->section, length, message.data());
-    if (received > length || received <= 1 || received > static_cast<int32_t>(message.size())) {
+    MessageBuffer message;
+    const int32_t received = read_message(*ctx, length, buffer, message);
+    if (received <= 1) {
         return -1;
     }
     std::memcpy(buffer, message.data() + 1, static_cast<size_t>(received - 1));
@@ -93,3 +101,13 @@ int32_t pcie_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_lengt
 }
 
 }  // namespace sideband
+
+int32_t mctp_pcie_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
+    sideband::MessageBuffer message;
+    const int32_t received = sideband::read_message(*ctx, length, buffer, message);
+    if (received < 1) {
+        return -1;
+    }
+    std::memcpy(buffer, message.data(), static_cast<size_t>(received));
+    return received;
+}

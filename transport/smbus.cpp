@@ -140,5 +140,4 @@ int32_t sl8_smbus_block_read(mctp_section* section, int32_t length, uint8_t* buf
 }
 
 constexpr mctp_binding smbus_mctp_binding{smbus_block_write, smbus_block_read, nullptr};
-constexpr mctp_binding sl8_smbus_mctp_binding{sl8_smbus_block_write, sl8_smbus_block_read,
-                                                     nullptr};
+constexpr mctp_binding sl8_smbus_mctp_binding{sl8_smbus_block_write, sl8_smbus_block_read, nullptr};

@@ -84,8 +84,8 @@ private:
 /// The reassembly of one message (DSP0236, clause 8.4), as deployed firmware expects it.
 class Reassembly {
 public:
-    Reassembly(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer)
-        : ctx_(ctx), buffer_(buffer), capacity_(capacity) {}
+    Reassembly(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, TypeByte type_byte)
+        : ctx_(ctx), buffer_(buffer), capacity_(capacity), type_byte_(type_byte) {}
 
     /// Reads packets until the message is complete or the buffer full.
     /// @return body bytes stored, or -1
@@ -136,8 +136,9 @@ private:
     mctp_ctx& ctx_;
     uint8_t* buffer_;
     int32_t capacity_;
+    TypeByte type_byte_;
     int32_t stored_ = 0;
-    /// The first packet carries the message type byte, which is not delivered.
+    /// The first packet carries the message type byte as well.
     int32_t header_length_ = kTransportHeaderSize + 1;
     State state_ = State::first;
     uint8_t expected_sequence_ = 0;
@@ -187,7 +188,7 @@ bool Reassembly::check_length(const uint8_t* packet, int32_t length, int32_t wan
 
 bool Reassembly::store(const uint8_t* packet, int32_t length) {
     ctx_.tag = message_tag_;
-    const int32_t header = header_length_;
+    const int32_t header = type_byte_ == TypeByte::deliver ? kTransportHeaderSize : header_length_;
     state_ = State::continuing;
     header_length_ = kTransportHeaderSize;
     if (length == header) {
@@ -224,8 +225,8 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
     packet[2] = ctx.src_eid;
     ctx.tx_seq = 0;
     while (message.remaining() != 0) {
-        // Strictly greater: a last packet of exactly unit_size bytes goes out without EOM, unless it
-        // is the only one. Deployed devices rely on it.
+        // Strictly greater: a last packet of exactly unit_size bytes goes out without EOM, unless
+        // it is the only one. Deployed devices rely on it.
         if (unit > message.remaining()) {
             flags |= kFlagEom;
         }
@@ -245,14 +246,14 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
     return 0;
 }
 
-int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer) {
+int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, TypeByte type_byte) {
     if (buffer == nullptr || capacity <= 0) {
         return 0;
     }
     if (!unit_size_usable(ctx) || ctx.binding == nullptr || ctx.binding->read == nullptr) {
         return -1;
     }
-    return Reassembly(ctx, capacity, buffer).run();
+    return Reassembly(ctx, capacity, buffer, type_byte).run();
 }
 
 int32_t smbus_send_locked(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner) {
@@ -339,3 +340,13 @@ int32_t sl8_smbus_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_
 }
 
 }  // namespace sideband
+
+int32_t mctp_smbus_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
+    using namespace sideband;
+    // Like the stock receive: the software-PEC binding's own operations do not lock.
+    if (ctx->binding_kind == MCTP_BINDING_KIND_SL8_SMBUS) {
+        return receive_message(*ctx, length, buffer, TypeByte::deliver);
+    }
+    const MutexGuard bus(bus_mutex(*ctx));
+    return bus ? receive_message(*ctx, length, buffer, TypeByte::deliver) : -1;
+}

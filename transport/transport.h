@@ -46,7 +46,11 @@ int32_t sl8_smbus_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_
 // The message layer below those operations: no lock is taken.
 int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t tag_owner,
                      bool integrity_check);
-int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer);
+/// What a receive does with the message type byte.
+enum class TypeByte { strip, deliver };
+
+int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer,
+                        TypeByte type_byte = TypeByte::strip);
 
 // Operations of a PCIe context.
 int32_t pcie_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner);

@@ -28,7 +28,7 @@ SIDEBAND_BEGIN_DECLS
  *
  * @param format  printf-style format, with its own line end where one is wanted
  */
-SIDEBAND_EXPORT void debug_log(const char *format, ...) SIDEBAND_PRINTF(1, 2);
+SIDEBAND_EXPORT void debug_log(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 
 SIDEBAND_END_DECLS
 

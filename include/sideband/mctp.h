@@ -48,7 +48,7 @@ typedef struct mctp_binding mctp_binding;
  * @return SMBus: body bytes stored, 0 where there is no buffer, -1 on failure.
  *         PCIe: 0 on success, -1 on failure
  */
-typedef int32_t (*mctp_recv_op)(mctp_ctx *ctx, int32_t length, uint8_t *buffer);
+typedef int32_t (*mctp_recv_op)(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
 
 /**
  * Sends one message.
@@ -57,7 +57,7 @@ typedef int32_t (*mctp_recv_op)(mctp_ctx *ctx, int32_t length, uint8_t *buffer);
  * @param tag_owner  1 for a request, 0 for a response: the TO bit (DSP0236, table 1)
  * @return 0 on success, -1 on failure
  */
-typedef int32_t (*mctp_send_op)(mctp_ctx *ctx, uint32_t length, const uint8_t *body,
+typedef int32_t (*mctp_send_op)(mctp_ctx* ctx, uint32_t length, const uint8_t* body,
                                 uint8_t tag_owner);
 
 /**
@@ -66,8 +66,8 @@ typedef int32_t (*mctp_send_op)(mctp_ctx *ctx, uint32_t length, const uint8_t *b
  * @return body bytes stored; 0 when response_length is below 1; -1 on failure. PCIe: -2 when
  *         the platform's transfer fails, -1 when it returned nothing
  */
-typedef int32_t (*mctp_xfer_op)(mctp_ctx *ctx, uint32_t request_length, int32_t response_length,
-                                const uint8_t *request, uint8_t *response);
+typedef int32_t (*mctp_xfer_op)(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
+                                const uint8_t* request, uint8_t* response);
 
 /** A copy of the addressing by which an endpoint was reached: 52 bytes. */
 typedef struct mctp_route {
@@ -103,23 +103,23 @@ SIDEBAND_STATIC_ASSERT(sizeof(mctp_route) == 52, "bus owner route");
  *  skip_discovery    caller: non-zero when both EIDs are already known
  *  i2c_delay_us      caller: microseconds between the request and the first read, 0 = none
  */
-#define MCTP_SECTION_MEMBERS      \
-    mctp_recv_op recv;            \
-    mctp_send_op send;            \
-    mctp_xfer_op xfer;            \
-    uint8_t binding_eids[2];      \
-    uint8_t bus;                  \
-    uint8_t slave_addr;           \
-    uint8_t mux[MCTP_MUX_SIZE];   \
-    uint8_t pcie_bdf[3];          \
-    uint8_t binding_kind;         \
-    uint32_t route;               \
-    uint8_t pcie_tag;             \
-    const mctp_binding *binding;  \
-    uint16_t unit_size;           \
-    uint32_t pcie_param;          \
-    void *pcie_session;           \
-    uint8_t skip_discovery;       \
+#define MCTP_SECTION_MEMBERS     \
+    mctp_recv_op recv;           \
+    mctp_send_op send;           \
+    mctp_xfer_op xfer;           \
+    uint8_t binding_eids[2];     \
+    uint8_t bus;                 \
+    uint8_t slave_addr;          \
+    uint8_t mux[MCTP_MUX_SIZE];  \
+    uint8_t pcie_bdf[3];         \
+    uint8_t binding_kind;        \
+    uint32_t route;              \
+    uint8_t pcie_tag;            \
+    const mctp_binding* binding; \
+    uint16_t unit_size;          \
+    uint32_t pcie_param;         \
+    void* pcie_session;          \
+    uint8_t skip_discovery;      \
     uint32_t i2c_delay_us;
 
 /** What a binding gets to see of a context. */
@@ -142,9 +142,7 @@ struct mctp_ctx {
     uint8_t tag;            /**< message tag; the low three bits go on the wire */
     uint8_t instance_id;    /**< control-message counter; the low five bits go on the wire */
     SIDEBAND_ANONYMOUS union {
-        SIDEBAND_ANONYMOUS struct {
-            MCTP_SECTION_MEMBERS
-        };
+        SIDEBAND_ANONYMOUS struct { MCTP_SECTION_MEMBERS };
         mctp_section section; /**< the same members, as handed to a binding */
     };
 };
@@ -163,20 +161,20 @@ struct mctp_binding {
      *                message itself, type byte first
      * @return 0 or more on success, negative on failure
      */
-    int32_t (*write)(mctp_section *section, int32_t length, uint8_t *buffer);
+    int32_t (*write)(mctp_section* section, int32_t length, uint8_t* buffer);
     /**
      * Reads one packet.
      * @param length  bytes wanted
      * @param buffer  receives the packet from its transport header on; PCIe: the message
      * @return bytes stored, negative on failure
      */
-    int32_t (*read)(mctp_section *section, int32_t length, uint8_t *buffer);
+    int32_t (*read)(mctp_section* section, int32_t length, uint8_t* buffer);
     /**
      * Writes a message and reads its response; null in the SMBus bindings.
      * @return bytes stored at response, negative on failure
      */
-    int32_t (*transfer)(mctp_section *section, int32_t request_length, int32_t response_length,
-                        const uint8_t *request, uint8_t *response);
+    int32_t (*transfer)(mctp_section* section, int32_t request_length, int32_t response_length,
+                        const uint8_t* request, uint8_t* response);
 };
 
 /** SMBus with PEC by the I2C controller (DSP0237). */
@@ -194,14 +192,14 @@ SIDEBAND_EXPORT extern const mctp_binding pcie_mctp_binding;
  * @return 0 on success; -1 for an unknown binding kind (nothing is installed) and where
  *         discovery fails (the operations stay installed)
  */
-SIDEBAND_EXPORT int32_t mctp_init2(mctp_ctx *ctx);
+SIDEBAND_EXPORT int32_t mctp_init2(mctp_ctx* ctx);
 
 /**
  * As mctp_init2(), for MCTP_BINDING_KIND_SMBUS alone, with an exchange that releases the bus
  * between request and response and sleeps 100 ms after it: for devices that answer slowly.
  * @return as mctp_init2(); -1 for any other binding kind
  */
-SIDEBAND_EXPORT int32_t mctp_init2_with_i2c_delay(mctp_ctx *ctx);
+SIDEBAND_EXPORT int32_t mctp_init2_with_i2c_delay(mctp_ctx* ctx);
 
 /* ---- SMBus binding (DSP0237, clause 6) ------------------------------------------------------ */
 
@@ -213,7 +211,7 @@ SIDEBAND_EXPORT int32_t mctp_init2_with_i2c_delay(mctp_ctx *ctx);
  * @return 0 on success; -1 when the device is not powered, the write failed three times, or
  *         length is out of range
  */
-SIDEBAND_EXPORT int32_t smbus_block_write(mctp_section *section, int32_t length, uint8_t *frame);
+SIDEBAND_EXPORT int32_t smbus_block_write(mctp_section* section, int32_t length, uint8_t* frame);
 
 /**
  * As smbus_block_write(), with the PEC computed here and stored at frame[n + 4]; the slave queue
@@ -221,8 +219,8 @@ SIDEBAND_EXPORT int32_t smbus_block_write(mctp_section *section, int32_t length,
  * @param length  MCTP packet length n, 0 to 250
  * @param frame   n + 5 bytes
  */
-SIDEBAND_EXPORT int32_t sl8_smbus_block_write(mctp_section *section, int32_t length,
-                                              uint8_t *frame);
+SIDEBAND_EXPORT int32_t sl8_smbus_block_write(mctp_section* section, int32_t length,
+                                              uint8_t* frame);
 
 /**
  * Reads one MCTP packet that a device wrote to the BMC's slave address.
@@ -231,11 +229,11 @@ SIDEBAND_EXPORT int32_t sl8_smbus_block_write(mctp_section *section, int32_t len
  * @return bytes stored; the platform's negative result; -1 when the platform reports a block
  *         without room for header and PEC, or larger than its buffer
  */
-SIDEBAND_EXPORT int32_t smbus_block_read(mctp_section *section, int32_t length, uint8_t *buffer);
+SIDEBAND_EXPORT int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer);
 
 /** The same as smbus_block_read(). */
-SIDEBAND_EXPORT int32_t sl8_smbus_block_read(mctp_section *section, int32_t length,
-                                             uint8_t *buffer);
+SIDEBAND_EXPORT int32_t sl8_smbus_block_read(mctp_section* section, int32_t length,
+                                             uint8_t* buffer);
 
 /** CRC-8 of each single byte: polynomial 0x07, the SMBus PEC. For other users; not read here. */
 SIDEBAND_EXPORT extern const uint8_t CRC8_Table[256];
@@ -245,7 +243,7 @@ SIDEBAND_EXPORT extern const uint8_t CRC8_Table[256];
  * packet that is dropped goes through it.
  * @param length  bytes at packet; 0 or less prints the frame lines alone
  */
-SIDEBAND_EXPORT void dump_packets(int32_t length, const uint8_t *packet);
+SIDEBAND_EXPORT void dump_packets(int32_t length, const uint8_t* packet);
 
 /* ---- Control messages (DSP0236, clause 12) -------------------------------------------------- */
 /*
@@ -258,13 +256,13 @@ SIDEBAND_EXPORT void dump_packets(int32_t length, const uint8_t *packet);
  * Set Endpoint ID (0x01), operation "set EID".
  * @return 0 (dest_eid is then eid), -1 on failure
  */
-SIDEBAND_EXPORT int32_t mctp_set_endpoint_id(mctp_ctx *ctx, uint8_t eid);
+SIDEBAND_EXPORT int32_t mctp_set_endpoint_id(mctp_ctx* ctx, uint8_t eid);
 
 /** Get Endpoint ID (0x02). @return the EID, now also in dest_eid; -1 on failure */
-SIDEBAND_EXPORT int32_t mctp_get_endpoint_id(mctp_ctx *ctx);
+SIDEBAND_EXPORT int32_t mctp_get_endpoint_id(mctp_ctx* ctx);
 
 /** Get Endpoint UUID (0x03). @return 0 with ctx->uuid filled; -1 on failure */
-SIDEBAND_EXPORT int32_t mctp_get_endpoint_uuid(mctp_ctx *ctx);
+SIDEBAND_EXPORT int32_t mctp_get_endpoint_uuid(mctp_ctx* ctx);
 
 /**
  * Allocate Endpoint IDs (0x08).
@@ -273,7 +271,7 @@ SIDEBAND_EXPORT int32_t mctp_get_endpoint_uuid(mctp_ctx *ctx);
  * @param starting_eid  first EID of the pool
  * @return 0, -1 on failure
  */
-SIDEBAND_EXPORT int32_t mctp_allocate_endpoint_ids(mctp_ctx *ctx, uint8_t operation,
+SIDEBAND_EXPORT int32_t mctp_allocate_endpoint_ids(mctp_ctx* ctx, uint8_t operation,
                                                    uint8_t pool_size, uint8_t starting_eid);
 
 /**
@@ -284,14 +282,43 @@ SIDEBAND_EXPORT int32_t mctp_allocate_endpoint_ids(mctp_ctx *ctx, uint8_t operat
  *                      Bytes that the endpoint did not send are 0
  * @return 0, -1 on failure or where table is null
  */
-SIDEBAND_EXPORT int32_t mctp_get_routing_table_entries(mctp_ctx *ctx, uint8_t entry_handle,
-                                                       uint8_t *table);
+SIDEBAND_EXPORT int32_t mctp_get_routing_table_entries(mctp_ctx* ctx, uint8_t entry_handle,
+                                                       uint8_t* table);
 
 /** Prepare for Endpoint Discovery (0x0B). @return 0, -1 on failure */
-SIDEBAND_EXPORT int32_t mctp_prepare_for_endpoint_discovery(mctp_ctx *ctx);
+SIDEBAND_EXPORT int32_t mctp_prepare_for_endpoint_discovery(mctp_ctx* ctx);
 
 /** Endpoint Discovery (0x0C). @return 0, -1 on failure */
-SIDEBAND_EXPORT int32_t mctp_endpoint_discovery(mctp_ctx *ctx);
+SIDEBAND_EXPORT int32_t mctp_endpoint_discovery(mctp_ctx* ctx);
+
+/* ---- The BMC as an endpoint (DSP0236, clause 12) --------------------------------------------- */
+
+/**
+ * Lets a bus owner give the BMC an EID: announces the BMC with Discovery Notify, then answers the
+ * owner's control requests. The receive operation must deliver the message type byte, which the
+ * stock ones strip: install mctp_smbus_recv_with_type() or mctp_pcie_recv_with_type() as ctx->recv
+ * before the call, and the stock operation again after it by mctp_init2() with skip_discovery set.
+ *
+ * There is no time limit: each wait ends with the platform's read.
+ * @return 1 when an EID was assigned: src_eid is the BMC's, dest_eid the owner's, owner_route how
+ *         the owner was reached; 0 when a receive or send failed or five messages that were no
+ *         control messages came
+ */
+SIDEBAND_EXPORT int32_t get_bmc_by_owner(mctp_ctx* ctx);
+
+/**
+ * A receive operation for SMBus contexts that delivers the message with its type byte. Locks the
+ * bus as the stock receive of the context's binding kind does.
+ * @return bytes stored, the type byte included; 0 where there is no buffer; -1 on failure
+ */
+SIDEBAND_EXPORT int32_t mctp_smbus_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
+
+/**
+ * A receive operation for PCIe contexts that delivers the message with its type byte.
+ * @return bytes stored, the type byte included; -1 on failure and where the message is longer
+ *         than the buffer
+ */
+SIDEBAND_EXPORT int32_t mctp_pcie_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
 
 /* ---- Discovery ------------------------------------------------------------------------------ */
 
@@ -301,14 +328,14 @@ SIDEBAND_EXPORT int32_t mctp_endpoint_discovery(mctp_ctx *ctx);
  * the bus owner.
  * @return 0, -1 on failure
  */
-SIDEBAND_EXPORT int32_t mctp_discovery(mctp_ctx *ctx);
+SIDEBAND_EXPORT int32_t mctp_discovery(mctp_ctx* ctx);
 
 /**
  * Assigns the next EID of the pool to the endpoint, under the EID-pool mutex. A failure leaves
  * the pool as it was.
  * @return the EID, 1 to 255; -1 on failure or where ctx is null
  */
-SIDEBAND_EXPORT int32_t mctp_assign_eid(mctp_ctx *ctx);
+SIDEBAND_EXPORT int32_t mctp_assign_eid(mctp_ctx* ctx);
 
 /**
  * Finds a PCIe endpoint in the routing table of its bus owner, by target->pcie_bdf.
@@ -316,7 +343,7 @@ SIDEBAND_EXPORT int32_t mctp_assign_eid(mctp_ctx *ctx);
  * @param target  its dest_eid receives the EID of the first entry that matches
  * @return 0 when found; -1 when not, on a failed request, or where an entry runs past its answer
  */
-SIDEBAND_EXPORT int32_t get_eid_from_routing_table(mctp_ctx *owner, mctp_ctx *target);
+SIDEBAND_EXPORT int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* target);
 
 /* ---- AMD MPIO, the bus owner of PCIe devices behind the CPU ---------------------------------- */
 
@@ -327,7 +354,7 @@ SIDEBAND_EXPORT int32_t get_eid_from_routing_table(mctp_ctx *owner, mctp_ctx *ta
  * Makes a zeroed context the MPIO's: PCIe binding, root complex, source EID 0x80, message type
  * control, tag 0x80 (never advanced). dest_eid stays 0.
  */
-SIDEBAND_EXPORT void _init_amd_mpio_ctx(mctp_ctx *mpio);
+SIDEBAND_EXPORT void _init_amd_mpio_ctx(mctp_ctx* mpio);
 
 /**
  * Brings the MPIO up where plt_global_sec_var.mpio_state says so, under the MPIO mutex. Success
@@ -335,20 +362,20 @@ SIDEBAND_EXPORT void _init_amd_mpio_ctx(mctp_ctx *mpio);
  * state word.
  * @return 0 when done now, done earlier or not wanted; -1 on failure
  */
-SIDEBAND_EXPORT int32_t init_amd_mpio_if_need(mctp_ctx *mpio);
+SIDEBAND_EXPORT int32_t init_amd_mpio_if_need(mctp_ctx* mpio);
 
 /**
  * The bring-up itself: Prepare for Endpoint Discovery, Endpoint Discovery, an EID from the pool,
  * 32 EIDs from 64 for the devices behind the MPIO, 3 seconds of rest.
  * @return 0, -1 when a step failed
  */
-SIDEBAND_EXPORT int32_t do_init_amd_mpio(mctp_ctx *mpio);
+SIDEBAND_EXPORT int32_t do_init_amd_mpio(mctp_ctx* mpio);
 
 /**
  * Looks a PCIe endpoint's EID up through the MPIO.
  * @return 0 with ctx->dest_eid set; -1 when the MPIO is not ready or does not know the device
  */
-SIDEBAND_EXPORT int32_t get_eid_from_mpio(mctp_ctx *ctx);
+SIDEBAND_EXPORT int32_t get_eid_from_mpio(mctp_ctx* ctx);
 
 SIDEBAND_END_DECLS
 

@@ -49,13 +49,13 @@ typedef struct lx_mutex {
  * @return 0 when the caller now holds the mutex; any other value when it does not. The library
  *         then fails the call it is in with that call's ordinary error and releases nothing.
  */
-int lx_mutex_get(lx_mutex *mutex, int wait_ms);
+int lx_mutex_get(lx_mutex* mutex, int wait_ms);
 
 /**
  * Releases a mutex that the calling thread holds.
  * @return 0 on success; the library ignores the value.
  */
-int lx_mutex_put(lx_mutex *mutex);
+int lx_mutex_put(lx_mutex* mutex);
 
 /**
  * Takes the mutex of an I2C channel, which other users of the I2C driver take as well. Called by
@@ -83,10 +83,10 @@ int i2c_chnl_mutex_put(uint8_t channel);
 
 /** What the board is; constant after start-up. Read without a lock. */
 typedef struct plt_platform {
-    uint32_t flags;               /**< board flags; bit 5 is PLT_FLAG_STANDBY_DEVICES */
-    uint16_t identifier;          /**< board identifier, e.g. PLT_IDENTIFIER_TURIN */
-    uint8_t standby_option;       /**< 1: I2C devices may be powered in standby; else never */
-    uint8_t default_i2c_channel;  /**< channel used where a context names channel 0 */
+    uint32_t flags;              /**< board flags; bit 5 is PLT_FLAG_STANDBY_DEVICES */
+    uint16_t identifier;         /**< board identifier, e.g. PLT_IDENTIFIER_TURIN */
+    uint8_t standby_option;      /**< 1: I2C devices may be powered in standby; else never */
+    uint8_t default_i2c_channel; /**< channel used where a context names channel 0 */
 } plt_platform;
 
 /** One mutex for each value that an 8-bit bus number can take. */
@@ -111,23 +111,23 @@ typedef struct plt_global_var {
 
 /** Shared state of the MCTP bus owner role. */
 typedef struct plt_global_sec_var {
-    lx_mutex eid_mutex;   /**< protects plt_global_var.next_eid; held across Set Endpoint ID */
-    lx_mutex mpio_mutex;  /**< serialises MPIO bring-ups */
-    uint32_t mpio_state;  /**< PLT_MPIO_WANTED, PLT_MPIO_NONE, or the EID of the MPIO. Set to
-                               wanted by the platform; read atomically without a lock */
+    lx_mutex eid_mutex;  /**< protects plt_global_var.next_eid; held across Set Endpoint ID */
+    lx_mutex mpio_mutex; /**< serialises MPIO bring-ups */
+    uint32_t mpio_state; /**< PLT_MPIO_WANTED, PLT_MPIO_NONE, or the EID of the MPIO. Set to
+                              wanted by the platform; read atomically without a lock */
 } plt_global_sec_var;
 
 /** The board record. Defined by the platform library. */
 extern plt_platform platform;
 /** The shared state. Never null while the library is in use. */
-extern plt_global_var *at_p_St_GlobalVar;
+extern plt_global_var* at_p_St_GlobalVar;
 /** The shared bus owner state. Never null while the library is in use. */
-extern plt_global_sec_var *at_p_St_GlobalSecVar;
+extern plt_global_sec_var* at_p_St_GlobalSecVar;
 
 /** Parameters of the calling service, filled by GlobalParaInit(). */
 typedef struct plt_parameters {
-    uint8_t i2c_channel;  /**< I2C channel of the service's devices; 0 = use the default */
-    uint8_t bmc_eid;      /**< the BMC's own EID on that channel */
+    uint8_t i2c_channel; /**< I2C channel of the service's devices; 0 = use the default */
+    uint8_t bmc_eid;     /**< the BMC's own EID on that channel */
     uint8_t reserved[62];
 } plt_parameters;
 
@@ -136,7 +136,7 @@ typedef struct plt_parameters {
  * @param parameters  zeroed by the caller; filled on success
  * @return 0 on failure, any other value on success
  */
-int GlobalParaInit(plt_parameters *parameters);
+int GlobalParaInit(plt_parameters* parameters);
 
 /* ---- I2C ----------------------------------------------------------------------------------- */
 
@@ -145,18 +145,18 @@ int GlobalParaInit(plt_parameters *parameters);
  * machines; a 32-bit pointer is followed by four bytes of zero.
  */
 typedef struct plt_i2c_request {
-    uint8_t bus;            /**< offset 0: I2C bus number */
-    uint8_t slave_addr;     /**< offset 1: 8-bit slave address of the device */
-    uint8_t write_length;   /**< offset 2: bytes at write_data */
+    uint8_t bus;          /**< offset 0: I2C bus number */
+    uint8_t slave_addr;   /**< offset 1: 8-bit slave address of the device */
+    uint8_t write_length; /**< offset 2: bytes at write_data */
     uint8_t reserved_3;
-    uint8_t read_length;    /**< offset 4: bytes wanted, SMBus header included, PEC excluded */
+    uint8_t read_length; /**< offset 4: bytes wanted, SMBus header included, PEC excluded */
     uint8_t reserved_5[3];
     union {
-        const uint8_t *write_data; /**< offset 8: the frame from the destination address on */
+        const uint8_t* write_data; /**< offset 8: the frame from the destination address on */
         uint64_t write_pad;
     };
     union {
-        uint8_t *read_buffer; /**< offset 16: PLT_I2C_READ_BUFFER_SIZE zeroed bytes */
+        uint8_t* read_buffer; /**< offset 16: PLT_I2C_READ_BUFFER_SIZE zeroed bytes */
         uint64_t read_pad;
     };
     uint8_t reserved_24[24];
@@ -207,20 +207,20 @@ int PltMCTPI2C_SlaveReadWithPEC_NoMutex(plt_i2c_request request, uint32_t param)
  * @param mux  the 48 bytes of mctp_ctx.mux, whose meaning is the port's own
  * @return ignored: a bus that was not routed shows as a missing acknowledge
  */
-int SetI2CMux(const plt_i2c_request *request, const void *mux);
+int SetI2CMux(const plt_i2c_request* request, const void* mux);
 
 /**
  * Gives the BMC's own slave address.
  * @param address  8-bit form; preset to 0x20, which stands if the port leaves it alone
  * @return ignored
  */
-int GetBMCCtrAdd(uint8_t *address);
+int GetBMCCtrAdd(uint8_t* address);
 
 /**
  * SMBus CRC-8: polynomial 0x07, initial value 0, no reflection.
  * @return the CRC of the length bytes at data
  */
-uint8_t CRC8Gen(const uint8_t *data, uint8_t length);
+uint8_t CRC8Gen(const uint8_t* data, uint8_t length);
 
 /* ---- PCIe VDM ------------------------------------------------------------------------------ */
 
@@ -238,21 +238,21 @@ uint8_t CRC8Gen(const uint8_t *data, uint8_t length);
 
 /** One PCIe VDM access: 1088 bytes, the same offsets on 32-bit and 64-bit machines. */
 typedef struct plt_pcie_request {
-    uint32_t operation;                      /**< offset 0: PLT_PCIE_WRITE, ... */
-    uint8_t message[PLT_PCIE_MESSAGE_SIZE];  /**< offset 4: type byte first; in and out */
-    uint32_t length;                         /**< offset 1040: bytes in message; in and out */
-    uint32_t dest_eid;                       /**< offset 1044: in and out (the peer's value) */
-    uint32_t bus;                            /**< offset 1048: PCIe bus; in and out */
-    uint32_t device;                         /**< offset 1052: PCIe device; in and out */
-    uint32_t function;                       /**< offset 1056: PCIe function; in and out */
-    uint8_t routing;                         /**< offset 1060: PLT_PCIE_ROUTE_... */
+    uint32_t operation;                     /**< offset 0: PLT_PCIE_WRITE, ... */
+    uint8_t message[PLT_PCIE_MESSAGE_SIZE]; /**< offset 4: type byte first; in and out */
+    uint32_t length;                        /**< offset 1040: bytes in message; in and out */
+    uint32_t dest_eid;                      /**< offset 1044: in and out (the peer's value) */
+    uint32_t bus;                           /**< offset 1048: PCIe bus; in and out */
+    uint32_t device;                        /**< offset 1052: PCIe device; in and out */
+    uint32_t function;                      /**< offset 1056: PCIe function; in and out */
+    uint8_t routing;                        /**< offset 1060: PLT_PCIE_ROUTE_... */
     uint8_t reserved_1061[11];
-    uint8_t tag;                             /**< offset 1072: message tag; in and out */
-    uint8_t src_eid;                         /**< offset 1073: in and out */
+    uint8_t tag;     /**< offset 1072: message tag; in and out */
+    uint8_t src_eid; /**< offset 1073: in and out */
     uint8_t reserved_1074[2];
-    uint32_t param;                          /**< offset 1076: mctp_ctx.pcie_param */
+    uint32_t param; /**< offset 1076: mctp_ctx.pcie_param */
     union {
-        void *session;                       /**< offset 1080: mctp_ctx.pcie_session */
+        void* session; /**< offset 1080: mctp_ctx.pcie_session */
         uint64_t session_pad;
     };
 } plt_pcie_request;
@@ -278,11 +278,11 @@ SIDEBAND_STATIC_ASSERT(offsetof(plt_pcie_request, session) == 1080, "PCIe reques
  * @return 1 when a read or write-then-read succeeded, with the message, its length and the
  *         peer's addressing in the record; any other value on failure. Ignored for a write.
  */
-int PltMCTP_WriteRead(plt_pcie_request *request);
+int PltMCTP_WriteRead(plt_pcie_request* request);
 
 /** A PCIe MCTP session as the port keeps it: opaque to the library. */
 typedef struct plt_pcie_session {
-    void *handle; /**< what goes into mctp_ctx.pcie_session; null when closed */
+    void* handle; /**< what goes into mctp_ctx.pcie_session; null when closed */
 } plt_pcie_session;
 
 /**
@@ -290,10 +290,10 @@ typedef struct plt_pcie_session {
  * @param session  zeroed; handle is set on success
  * @return 0 on success, any other value on failure
  */
-int libmctp_pcie_open(plt_pcie_session *session);
+int libmctp_pcie_open(plt_pcie_session* session);
 
 /** Closes a session that libmctp_pcie_open() opened and sets its handle to null. */
-void libmctp_pcie_close(plt_pcie_session *session);
+void libmctp_pcie_close(plt_pcie_session* session);
 
 /* ---- Binding set-up for firmware-update targets -------------------------------------------- */
 
@@ -314,24 +314,24 @@ typedef struct plt_card_info {
     uint8_t i2c_channel; /**< filled by PCIEDeviceMux(): I2C channel, 0 = the platform's default */
     uint8_t slave_addr;  /**< filled by PCIEDeviceMux(): 8-bit slave address */
     uint8_t reserved;
-    uint8_t mux[48];     /**< filled by PCIEDeviceMux(): setting for mctp_ctx.mux */
+    uint8_t mux[48]; /**< filled by PCIEDeviceMux(): setting for mctp_ctx.mux */
 } plt_card_info;
 
 /**
  * Finds and selects the I2C route to a card. No lock held.
  * @return 0 on success; the results are in card
  */
-int PCIEDeviceMux(uint8_t bus, uint8_t device, plt_card_info *card);
+int PCIEDeviceMux(uint8_t bus, uint8_t device, plt_card_info* card);
 
 /**
  * Fills a context for a card reached over SMBus and sets its binding_kind. No lock held.
  * @param setup_parameter  the device table's value (100 for NICs, 206 for the GPU); the port
  *                         defines its meaning
  */
-void MCTP_binding_SMBUS(struct mctp_ctx *ctx, uint8_t setup_parameter, const plt_card_info *card);
+void MCTP_binding_SMBUS(struct mctp_ctx* ctx, uint8_t setup_parameter, const plt_card_info* card);
 
 /** As MCTP_binding_SMBUS(), for a card reached over PCIe VDM. */
-void MCTP_binding_PCIE(struct mctp_ctx *ctx, uint8_t setup_parameter, const plt_card_info *card);
+void MCTP_binding_PCIE(struct mctp_ctx* ctx, uint8_t setup_parameter, const plt_card_info* card);
 
 /* ---- Power --------------------------------------------------------------------------------- */
 
@@ -347,7 +347,7 @@ int GetS5stByPwrConfig(void);
  * @param value  preset to 0 (power off); receives non-zero when host main power is on
  * @return ignored
  */
-int _PltGPIO_RegRead(uint32_t base, uint32_t group, uint32_t offset, uint8_t *value);
+int _PltGPIO_RegRead(uint32_t base, uint32_t group, uint32_t offset, uint8_t* value);
 
 /* ---- Shell, log, progress ------------------------------------------------------------------ */
 
@@ -355,13 +355,13 @@ int _PltGPIO_RegRead(uint32_t base, uint32_t group, uint32_t offset, uint8_t *va
  * Runs a shell command line and waits for it. Lock held: the MPIO mutex.
  * @return ignored
  */
-int run_shellcmd(const char *command);
+int run_shellcmd(const char* command);
 
 /** Writes a printf-style message to the system log. May be called with any lock held. */
-void ipmi_syslog(const char *format, ...) SIDEBAND_PRINTF(1, 2);
+void ipmi_syslog(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 
 /** Prints a printf-style message where the operator sees it. May be called with any lock held. */
-void console_log(const char *format, ...) SIDEBAND_PRINTF(1, 2);
+void console_log(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 
 /** Reports the progress of a task: percent is 0 to 100. No lock held. */
 void TaskServiceUpdateTaskPercentage(uint32_t task_id, uint8_t percent);

@@ -45,7 +45,7 @@ typedef struct pldm_ctx pldm_ctx;
  * @param buffer    receives the message from its header on; buffer[0] is set to 1 beforehand
  * @return 0, -1 on failure
  */
-typedef int32_t (*pldm_recv_op)(pldm_ctx *ctx, int32_t capacity, uint8_t *buffer);
+typedef int32_t (*pldm_recv_op)(pldm_ctx* ctx, int32_t capacity, uint8_t* buffer);
 
 /**
  * Sends one PLDM message.
@@ -53,7 +53,7 @@ typedef int32_t (*pldm_recv_op)(pldm_ctx *ctx, int32_t capacity, uint8_t *buffer
  * @param tag_owner  1 for a request, 0 for a response
  * @return 0, -1 on failure
  */
-typedef int32_t (*pldm_send_op)(pldm_ctx *ctx, uint32_t length, const uint8_t *message,
+typedef int32_t (*pldm_send_op)(pldm_ctx* ctx, uint32_t length, const uint8_t* message,
                                 uint8_t tag_owner);
 
 /**
@@ -62,9 +62,8 @@ typedef int32_t (*pldm_send_op)(pldm_ctx *ctx, uint32_t length, const uint8_t *m
  * @param response_capacity  room at response in bytes
  * @return 0 (not a length) for completion code 0; -1 otherwise, with the code in the context
  */
-typedef int32_t (*pldm_transfer_op)(pldm_ctx *ctx, uint32_t request_length,
-                                    int32_t response_capacity, uint8_t *request,
-                                    uint8_t *response);
+typedef int32_t (*pldm_transfer_op)(pldm_ctx* ctx, uint32_t request_length,
+                                    int32_t response_capacity, uint8_t* request, uint8_t* response);
 
 /** A PLDM terminus. Allocated, zeroed and owned by the caller. */
 struct pldm_ctx {
@@ -75,7 +74,7 @@ struct pldm_ctx {
     uint8_t base_commands[32];    /**< as received: bit n of byte 0 is command n of type 0 */
     uint8_t instance_id;          /**< counter; the low five bits go on the wire */
     uint32_t pldm_version;        /**< ver32 as received, read as a little-endian number */
-    mctp_ctx *mctp;               /**< the bound endpoint */
+    mctp_ctx* mctp;               /**< the bound endpoint */
     pldm_recv_op recv_op;         /**< pldm_recv */
     pldm_send_op send_op;         /**< pldm_send */
     pldm_transfer_op transfer_op; /**< pldm_transfer */
@@ -89,22 +88,22 @@ struct pldm_ctx {
  */
 
 /** PLDM type 0. @return 0; -1 where request is null */
-SIDEBAND_EXPORT int32_t pldm_request_init(uint8_t *request);
+SIDEBAND_EXPORT int32_t pldm_request_init(uint8_t* request);
 
 /** PLDM type 2. @return 0; PLDM_ERROR_ARGUMENT where request is null */
-SIDEBAND_EXPORT int32_t pldm_monitor_request_init(uint8_t *request);
+SIDEBAND_EXPORT int32_t pldm_monitor_request_init(uint8_t* request);
 
 /** PLDM type 4. @return 0; -1 where request is null */
-SIDEBAND_EXPORT int32_t pldm_FRU_request_init(uint8_t *request);
+SIDEBAND_EXPORT int32_t pldm_FRU_request_init(uint8_t* request);
 
 /** PLDM type 5; request must not be null. @return 0 */
-SIDEBAND_EXPORT int32_t pldm_fw_update_request_init(uint8_t *request);
+SIDEBAND_EXPORT int32_t pldm_fw_update_request_init(uint8_t* request);
 
 /**
  * The header of an answer to a device's own request: PLDM type 5, Rq clear, instance ID and
  * command copied from the request. Neither may be null.
  */
-SIDEBAND_EXPORT void pldm_fw_update_response_init(uint8_t *response, const uint8_t *request);
+SIDEBAND_EXPORT void pldm_fw_update_response_init(uint8_t* response, const uint8_t* request);
 
 /* ---- Message operations ---------------------------------------------------------------------- */
 /*
@@ -113,10 +112,10 @@ SIDEBAND_EXPORT void pldm_fw_update_response_init(uint8_t *response, const uint8
  */
 
 /** See pldm_recv_op. @return 0; -1 on failure, a null argument or an unbound context */
-SIDEBAND_EXPORT int32_t pldm_recv(pldm_ctx *ctx, int32_t capacity, uint8_t *buffer);
+SIDEBAND_EXPORT int32_t pldm_recv(pldm_ctx* ctx, int32_t capacity, uint8_t* buffer);
 
 /** See pldm_send_op. @return 0; -1 on failure, a null argument or an unbound context */
-SIDEBAND_EXPORT int32_t pldm_send(pldm_ctx *ctx, uint32_t length, const uint8_t *message,
+SIDEBAND_EXPORT int32_t pldm_send(pldm_ctx* ctx, uint32_t length, const uint8_t* message,
                                   uint8_t tag_owner);
 
 /**
@@ -124,9 +123,9 @@ SIDEBAND_EXPORT int32_t pldm_send(pldm_ctx *ctx, uint32_t length, const uint8_t 
  * layer. response_length tells afterwards how much of the response the device sent.
  * @return 0; -1 on failure, a null argument, an unbound context or a completion code other than 0
  */
-SIDEBAND_EXPORT int32_t pldm_transfer(pldm_ctx *ctx, uint32_t request_length,
-                                      int32_t response_capacity, uint8_t *request,
-                                      uint8_t *response);
+SIDEBAND_EXPORT int32_t pldm_transfer(pldm_ctx* ctx, uint32_t request_length,
+                                      int32_t response_capacity, uint8_t* request,
+                                      uint8_t* response);
 
 /* ---- Terminus lifecycle ---------------------------------------------------------------------- */
 
@@ -135,14 +134,14 @@ SIDEBAND_EXPORT int32_t pldm_transfer(pldm_ctx *ctx, uint32_t request_length,
  * a warning on standard output.
  * @return 0; -1 where ctx is null
  */
-SIDEBAND_EXPORT int32_t pldm_init(pldm_ctx *ctx);
+SIDEBAND_EXPORT int32_t pldm_init(pldm_ctx* ctx);
 
 /**
  * Binds a PLDM context to an initialised endpoint, which stays the caller's, and sets the
  * endpoint's message type to PLDM.
  * @return 0; -1 where an argument is null
  */
-SIDEBAND_EXPORT int32_t mctp_pldm_register(mctp_ctx *mctp, pldm_ctx *ctx);
+SIDEBAND_EXPORT int32_t mctp_pldm_register(mctp_ctx* mctp, pldm_ctx* ctx);
 
 /**
  * Creates an endpoint, brings it up and binds the context to it; the context owns the endpoint
@@ -151,10 +150,10 @@ SIDEBAND_EXPORT int32_t mctp_pldm_register(mctp_ctx *mctp, pldm_ctx *ctx);
  * @return 0; PLDM_ERROR_ARGUMENT on a null argument or failed allocation; -1 when mctp_init2()
  *         failed. On failure ctx is untouched
  */
-SIDEBAND_EXPORT int32_t pldm_terminus_init(pldm_ctx *ctx, const mctp_ctx *config);
+SIDEBAND_EXPORT int32_t pldm_terminus_init(pldm_ctx* ctx, const mctp_ctx* config);
 
 /** Frees the bound endpoint; the rest of the context stays. @return 0 */
-SIDEBAND_EXPORT int32_t pldm_terminus_deinit(pldm_ctx *ctx);
+SIDEBAND_EXPORT int32_t pldm_terminus_deinit(pldm_ctx* ctx);
 
 /**
  * Brings up a temporary endpoint, runs pldm_discovery() over it and frees it. Afterwards ctx
@@ -163,9 +162,10 @@ SIDEBAND_EXPORT int32_t pldm_terminus_deinit(pldm_ctx *ctx);
  * @return the results of mctp_pldm_register() and pldm_discovery() added up; -1 where config is
  *         null, on failed allocation, or when mctp_init2() failed
  */
-SIDEBAND_EXPORT int32_t discover_pldm_terminus(pldm_ctx *ctx, const mctp_ctx *config);
+SIDEBAND_EXPORT int32_t discover_pldm_terminus(pldm_ctx* ctx, const mctp_ctx* config);
 
-/* ---- Discovery commands (DSP0240, clause 9) --------------------------------------------------- */
+/* ---- Discovery commands (DSP0240, clause 9) ---------------------------------------------------
+ */
 /*
  * All take a bound context and return 0 on success, -1 where the context is null or has no
  * transfer_op or the answer is malformed, and the negative result of transfer_op where the
@@ -173,23 +173,23 @@ SIDEBAND_EXPORT int32_t discover_pldm_terminus(pldm_ctx *ctx, const mctp_ctx *co
  */
 
 /** GetTID (0x02): fills tid. */
-SIDEBAND_EXPORT int32_t pldm_get_tid(pldm_ctx *ctx);
+SIDEBAND_EXPORT int32_t pldm_get_tid(pldm_ctx* ctx);
 
 /**
  * GetPLDMVersion (0x03): fills pldm_version with the first version of the last part. At most
  * seven parts are fetched; -1 also on failed allocation and when no part was the last.
  * @param type  PLDM type whose version is wanted
  */
-SIDEBAND_EXPORT int32_t pldm_get_version(pldm_ctx *ctx, uint8_t type);
+SIDEBAND_EXPORT int32_t pldm_get_version(pldm_ctx* ctx, uint8_t type);
 
 /** GetPLDMTypes (0x04): fills pldm_types and prints the first eight types by name. */
-SIDEBAND_EXPORT int32_t pldm_get_type(pldm_ctx *ctx);
+SIDEBAND_EXPORT int32_t pldm_get_type(pldm_ctx* ctx);
 
 /** GetPLDMCommands (0x05) for type 0: fills base_commands. */
-SIDEBAND_EXPORT int32_t pldm_get_commands(pldm_ctx *ctx);
+SIDEBAND_EXPORT int32_t pldm_get_commands(pldm_ctx* ctx);
 
 /** GetTID, then GetPLDMTypes. PLDM_ERROR_ARGUMENT where ctx is null. */
-SIDEBAND_EXPORT int32_t pldm_discovery(pldm_ctx *ctx);
+SIDEBAND_EXPORT int32_t pldm_discovery(pldm_ctx* ctx);
 
 SIDEBAND_END_DECLS
 

@@ -33,7 +33,7 @@ SIDEBAND_STATIC_ASSERT(sizeof(pldm_state_reading) == 4, "state reading record");
  * Prints bytes in hex to standard output, sixteen to a line, and a line end. A null buffer
  * prints nothing, a length of 0 or less the line end alone.
  */
-SIDEBAND_EXPORT void dump_packet(const uint8_t *buffer, int32_t length);
+SIDEBAND_EXPORT void dump_packet(const uint8_t* buffer, int32_t length);
 
 /**
  * SetNumericSensorEnable (0x10).
@@ -42,7 +42,7 @@ SIDEBAND_EXPORT void dump_packet(const uint8_t *buffer, int32_t length);
  * @return 0; PLDM_ERROR_ARGUMENT where ctx is null or has no transfer_op; the negative result of
  *         transfer_op on failure
  */
-SIDEBAND_EXPORT int32_t pldm_set_numeric_sensor_enable(pldm_ctx *ctx, uint16_t sensor_id,
+SIDEBAND_EXPORT int32_t pldm_set_numeric_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id,
                                                        uint8_t operational_state,
                                                        uint8_t event_enable);
 
@@ -51,12 +51,12 @@ SIDEBAND_EXPORT int32_t pldm_set_numeric_sensor_enable(pldm_ctx *ctx, uint16_t s
  * @param reading  receives the presentReading bytes as a little-endian number, zero-extended;
  *                 the sensor's PDR gives width, sign and unit
  * @return 0; PLDM_ERROR_ARGUMENT on a null argument or where ctx has no transfer_op; -1 from the
- *         eleventh consecutive reading, over all sensors of the process, that was not enabled, and on
- *         a truncated answer; the negative result of transfer_op on failure. Nothing is stored
- *         unless 0 is returned
+ *         eleventh consecutive reading, over all sensors of the process, that was not enabled, and
+ * on a truncated answer; the negative result of transfer_op on failure. Nothing is stored unless 0
+ * is returned
  */
-SIDEBAND_EXPORT int32_t pldm_get_sensor_reading(pldm_ctx *ctx, uint16_t sensor_id,
-                                                uint32_t *reading);
+SIDEBAND_EXPORT int32_t pldm_get_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id,
+                                                uint32_t* reading);
 
 /**
  * SetStateSensorEnables (0x20), the same for each composite sensor.
@@ -65,7 +65,7 @@ SIDEBAND_EXPORT int32_t pldm_get_sensor_reading(pldm_ctx *ctx, uint16_t sensor_i
  *         allocation; -1 where count is too large, and for the completion codes 0x80 and 0x82
  *         where transfer_op passes them through; the negative result of transfer_op on failure
  */
-SIDEBAND_EXPORT int32_t pldm_set_state_sensor_enable(pldm_ctx *ctx, uint16_t sensor_id,
+SIDEBAND_EXPORT int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id,
                                                      uint8_t count, uint8_t operational_state,
                                                      uint8_t event_enable);
 
@@ -76,8 +76,8 @@ SIDEBAND_EXPORT int32_t pldm_set_state_sensor_enable(pldm_ctx *ctx, uint16_t sen
  * @return 0; -1 on a null argument, a missing transfer_op, failed allocation or a truncated
  *         answer; the negative result of transfer_op on failure
  */
-SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading(pldm_ctx *ctx, uint16_t sensor_id,
-                                                      pldm_state_reading *out);
+SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id,
+                                                      pldm_state_reading* out);
 
 /**
  * GetStateSensorReadings (0x21): the composite sensor at one position.
@@ -86,9 +86,8 @@ SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading(pldm_ctx *ctx, uint16_t se
  *         PLDM_ERROR_ARGUMENT on a null argument, a missing transfer_op or failed allocation;
  *         the negative result of transfer_op on failure
  */
-SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx *ctx,
-                                                                  uint16_t sensor_id,
-                                                                  pldm_state_reading *out,
+SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx, uint16_t sensor_id,
+                                                                  pldm_state_reading* out,
                                                                   uint8_t index);
 
 SIDEBAND_END_DECLS

@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: Apache-2.0
+// MCTP control messages, the BMC as an endpoint on a bus that somebody else owns (DSP0236, clause
+// 12).
+#include <sideband/mctp.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <span>
+
+#include "transport/control.h"
+#include "transport/transport.h"
+
+namespace {
+
+using namespace sideband::control;
+
+constexpr int kIgnoredMessagesMax = 5;
+constexpr size_t kMessageRoom = 1024;
+constexpr uint8_t kFirstEid = 1;
+constexpr uint8_t kLastEid = 254;
+
+/// Offsets in a received message, which begins with its type byte.
+constexpr size_t kType = 0;
+constexpr size_t kInstance = 1;
+constexpr size_t kCommand = 2;
+constexpr size_t kData = 3;
+
+using Message = std::array<uint8_t, kMessageRoom>;
+
+enum class Outcome { go_on, assigned, failed };
+
+mctp_route current_route(const mctp_ctx& ctx) {
+    mctp_route route;
+    std::memcpy(route.binding_eids, ctx.binding_eids, sizeof route.binding_eids);
+    route.bus = ctx.bus;
+    route.slave_addr = ctx.slave_addr;
+    std::memcpy(route.mux, ctx.mux, sizeof route.mux);
+    return route;
+}
+
+class Responder {
+public:
+    explicit Responder(mctp_ctx& ctx) : ctx_(ctx) {}
+
+    /// Answers one control message.
+    Outcome answer(const Message& message) {
+        switch (message[kCommand]) {
+            case kSetEndpointId:
+                return set_endpoint_id(message);
+            case kGetEndpointId: {
+                constexpr uint8_t kSimpleEndpointDynamicEid = 0x10;
+                return send(message, {0x00, ctx_.src_eid, kSimpleEndpointDynamicEid, 0x00});
+            }
+            case kGetVendorDefinedMessageSupport:
+                if (message[kData] != 0) {
+                    return send(message, {kCompletionInvalidData});
+                }
+                return send(message, {0x00, 0xFF, 0x00, 0x03, 0x1A, 0x00, 0x01});
+            case kPrepareForEndpointDiscovery:
+            case kDiscoveryNotify:
+                return send(message, {0, 0, 0, 0});
+            case kEndpointDiscovery:
+                if (discovered_) {
+                    return Outcome::go_on;
+                }
+                discovered_ = true;
+                return send(message, {0, 0, 0, 0, 0, 0, 0, 0, 0});
+            default:
+                return Outcome::go_on;
+        }
+    }
+
+private:
+    Outcome set_endpoint_id(const Message& message) {
+        const uint8_t eid = message[kData + 1];
+        uint8_t completion = kCompletionInvalidData;
+        uint8_t echoed = 0;
+        if (eid >= kFirstEid && eid <= kLastEid) {
+            ctx_.src_eid = eid;
+            ctx_.dest_eid = ctx_.binding_eids[0];
+            ctx_.owner_route = current_route(ctx_);
+            completion = kCompletionSuccess;
+            echoed = eid;
+        }
+        const Outcome outcome = send(message, {completion, 0, echoed, 0});
+        if (outcome == Outcome::failed || ctx_.src_eid == 0) {
+            return outcome;
+        }
+        return Outcome::assigned;
+    }
+
+    /// @param tail  what follows instance ID and command code
+    Outcome send(const Message& message, std::initializer_list<uint8_t> tail) {
+        std::array<uint8_t, 11> response{};
+        response[0] = message[kInstance] & kInstanceIdMask;
+        response[1] = message[kCommand];
+        std::copy(tail.begin(), tail.end(), response.begin() + 2);
+        const int32_t result = with_reply_eids([&] {
+            return ctx_.send(&ctx_, static_cast<uint32_t>(2 + tail.size()), response.data(), 0);
+        });
+        return result < 0 ? Outcome::failed : Outcome::go_on;
+    }
+
+    /// A received message left the EIDs in the order sender, receiver; over PCIe the answer goes
+    /// out with whatever stands there.
+    template <typename Send>
+    int32_t with_reply_eids(Send send_now) {
+        const uint8_t received[2] = {ctx_.binding_eids[0], ctx_.binding_eids[1]};
+        ctx_.binding_eids[0] = ctx_.src_eid;
+        ctx_.binding_eids[1] = received[0];
+        const int32_t result = send_now();
+        std::memcpy(ctx_.binding_eids, received, sizeof received);
+        return result;
+    }
+
+    mctp_ctx& ctx_;
+    bool discovered_ = false;
+};
+
+/// Announces the BMC. @return whether the answer already says which EID it has
+bool notify_owner(mctp_ctx& ctx) {
+    std::array<uint8_t, 2> request{kRequestBit, kDiscoveryNotify};
+    std::array<uint8_t, kResponseHeaderSize> response{};
+    // A matching answer repeats the command code, so that this is not met in practice; bus owners
+    // that answer with 0 there are the reason for it.
+    return control_request(&ctx, request, response) >= 0 && response[1] == 0 &&
+           ctx.binding_eids[1] != 0;
+}
+
+bool is_control(int32_t length, const Message& message) {
+    return length > 0 && (message[kType] & ~MCTP_MSG_TYPE_INTEGRITY_CHECK) == 0;
+}
+
+int32_t respond_until_assigned(mctp_ctx& ctx) {
+    Responder responder(ctx);
+    int ignored = 0;
+    // No time limit of its own: the binding's read bounds each wait.
+    for (;;) {
+        std::memset(ctx.pcie_bdf, 0, sizeof ctx.pcie_bdf);
+        ctx.binding_eids[1] = 0;
+        Message message{};
+        const int32_t length = ctx.recv(&ctx, static_cast<int32_t>(message.size()), message.data());
+        if (length < 0) {
+            return 0;
+        }
+        if (!is_control(length, message)) {
+            if (++ignored == kIgnoredMessagesMax) {
+                return 0;
+            }
+            continue;
+        }
+        const Outcome outcome = responder.answer(message);
+        if (outcome != Outcome::go_on) {
+            return outcome == Outcome::assigned ? 1 : 0;
+        }
+    }
+}
+
+}  // namespace
+
+int32_t get_bmc_by_owner(mctp_ctx* ctx) {
+    if (ctx == nullptr || ctx->xfer == nullptr || ctx->recv == nullptr || ctx->send == nullptr) {
+        return 0;
+    }
+    ctx->src_eid = 0;
+    ctx->dest_eid = 0;
+    if (notify_owner(*ctx)) {
+        ctx->src_eid = ctx->binding_eids[1];
+        ctx->dest_eid = ctx->binding_eids[0];
+        ctx->owner_route = current_route(*ctx);
+        return 1;
+    }
+    return respond_until_assigned(*ctx);
+}
