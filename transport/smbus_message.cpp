@@ -161,6 +161,7 @@ bool Reassembly::accept(const uint8_t* packet, int32_t length) {
     // A packet with TO set belongs to an endpoint's own request and is taken whatever its tag.
     if ((flags & kFlagTagOwner) == 0 && tag != (ctx_.tag & kTagMask)) {
         debug_log("MCTP request tag is %d but response tag is %d\n", ctx_.tag, tag);
+        dump(packet, length);
         return false;
     }
     if (starts) {

@@ -31,4 +31,7 @@
 #define SIDEBAND_STATIC_ASSERT(condition, text) _Static_assert(condition, text)
 #endif
 
+/* The platform's request records keep 64 bits for each pointer. */
+SIDEBAND_STATIC_ASSERT(sizeof(void*) <= 8, "pointers of 32 or 64 bits");
+
 #endif
