@@ -263,6 +263,9 @@ int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, pldm_st
     if (result != 0) {
         return result;
     }
+    if (!pldm_response_has(*ctx, kStateFieldsOffset)) {
+        return too_short(*ctx, "pldm_get_state_sensor_reading");
+    }
     print_line("====== get State reading Resp =====");
     print_line(kResponseEnd);
     std::printf("compositeSensorCount = %d\n", response[kStateFieldsOffset - 1]);

@@ -90,5 +90,7 @@ int32_t discover_pldm_terminus(pldm_ctx* ctx, const mctp_ctx* config) {
     }
     // ctx->mctp is left pointing at the endpoint that goes with this scope: callers that discover
     // and keep talking use pldm_terminus_init().
-    return mctp_pldm_register(endpoint.get(), ctx) + pldm_discovery(ctx);
+    const int32_t registered = mctp_pldm_register(endpoint.get(), ctx);
+    const int32_t discovered = pldm_discovery(ctx);
+    return registered + discovered;
 }
