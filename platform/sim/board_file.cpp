@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reads a board file: buses, the BMC, power, devices.
+#include <algorithm>
+#include <map>
+
+#include "state.h"
+
+namespace sim {
+
+namespace {
+
+constexpr int64_t kSlowestClockHz = 10'000;
+constexpr int64_t kFastestClockHz = 1'000'000;
+constexpr int64_t kLongestWaitUs = 60'000'000;
+
+const std::map<std::string, DeviceMaker>& device_makers() {
+    static const std::map<std::string, DeviceMaker> makers = {
+        {"pldm", make_pldm_device},
+        {"replay", make_replay_device},
+    };
+    return makers;
+}
+
+void read_bmc(BoardState& board, const Place& place) {
+    ObjectReader reader(place);
+    board.bmc_eid = static_cast<uint8_t>(reader.whole("eid", 0, 254, board.bmc_eid));
+    if (board.bmc_eid > 0 && board.bmc_eid < 8)
+        reader.fail("eid", "must be 0 or from 8 to 254");
+    board.bmc_address = reader.address("address", board.bmc_address);
+    reader.finish();
+}
+
+void read_power(BoardState& board, const Place& place) {
+    ObjectReader reader(place);
+    board.main_power = reader.flag("main", true);
+    board.platform_record.standby_option =
+        static_cast<uint8_t>(reader.whole("standby_option", 0, 255, 0));
+    board.global_var.standby_override =
+        static_cast<uint8_t>(reader.whole("standby_override", 0, 255, 0));
+    board.policy_off = reader.flag("policy_off", false);
+    if (reader.flag("standby_devices", false))
+        board.platform_record.flags |= PLT_FLAG_STANDBY_DEVICES;
+    reader.finish();
+}
+
+MuxHop read_hop(const Place& place, const I2cBus& bus) {
+    ObjectReader reader(place);
+    MuxHop hop{reader.address("address"), 0};
+    const Mux* mux = bus.find_mux(hop.address);
+    if (mux == nullptr)
+        reader.fail("address", "is not a multiplexer that stands before it on bus " +
+                                   std::to_string(bus.number()));
+    hop.channel = static_cast<uint8_t>(reader.whole("channel", 0, mux->channels - 1));
+    reader.finish();
+    return hop;
+}
+
+void read_mux(const BoardState& board, I2cBus& bus, const Place& place) {
+    ObjectReader reader(place);
+    Mux mux;
+    mux.address = reader.address("address");
+    if (mux.address == board.bmc_address || bus.find_mux(mux.address) != nullptr)
+        reader.fail("address", "is in use on this bus");
+    mux.channels = static_cast<uint8_t>(reader.whole("channels", 1, 8, 8));
+    if (std::optional<Place> behind = reader.find("behind")) {
+        mux.behind = read_hop(*behind, bus);
+        if (bus.path_to(*mux.behind).size() >= kLongestMuxPath)
+            reader.fail("behind", "makes a chain of more than " + std::to_string(kLongestMuxPath) +
+                                      " multiplexers");
+    }
+    reader.finish();
+    bus.add_mux(mux);
+}
+
+void read_bus(BoardState& board, const Place& place) {
+    ObjectReader reader(place);
+    const auto number = static_cast<uint8_t>(reader.whole("bus", 0, 255));
+    if (board.find_bus(number) != nullptr)
+        reader.fail("bus", "is the number of another bus");
+    const auto clock_hz =
+        static_cast<uint32_t>(reader.whole("clock_hz", kSlowestClockHz, kFastestClockHz, 100'000));
+    board.buses.push_back(std::make_unique<I2cBus>(
+        number, clock_hz,
+        BusSurroundings{board.clock, board.capture, board.main_power, board.bmc_address}));
+    for (const Place& mux : reader.list("muxes"))
+        read_mux(board, *board.buses.back(), mux);
+    reader.finish();
+}
+
+/// A UUID that stays the same from run to run: two 64-bit FNV-1a hashes of the name.
+Uuid uuid_of(const std::string& name) {
+    Uuid uuid{};
+    for (size_t half = 0; half < 2; ++half) {
+        uint64_t hash = 0xCBF29CE484222325u + half;
+        for (char c : name)
+            hash = (hash ^ static_cast<uint8_t>(c)) * 0x100000001B3u;
+        for (size_t i = 0; i < 8; ++i)
+            uuid[8 * half + i] = static_cast<uint8_t>(hash >> (8 * i));
+    }
+    uuid[6] = static_cast<uint8_t>(0x80 | (uuid[6] & 0x0F));  // RFC 9562: version 8, custom
+    uuid[8] = static_cast<uint8_t>(0x80 | (uuid[8] & 0x3F));
+    return uuid;
+}
+
+Uuid read_uuid(ObjectReader& reader, const std::string& name) {
+    std::optional<Place> place = reader.find("uuid");
+    if (!place)
+        return uuid_of(name);
+    std::string digits = place->text();
+    std::erase(digits, '-');
+    const std::optional<Bytes> bytes = from_hex(digits);
+    Uuid uuid{};
+    if (!bytes || bytes->size() != uuid.size())
+        place->fail("must have 32 hex digits");
+    std::ranges::copy(*bytes, uuid.begin());
+    return uuid;
+}
+
+/// Whether some multiplexer setting puts both devices on the wire.
+bool collide(const Device& device, const DeviceConfig& config) {
+    const MuxPath& a = device.path();
+    const MuxPath& b = config.path;
+    const auto shorter = static_cast<std::ptrdiff_t>(std::min(a.size(), b.size()));
+    return device.info().address == config.where.address &&
+           std::equal(a.begin(), a.begin() + shorter, b.begin());
+}
+
+void read_address(const BoardState& board, ObjectReader& reader, DeviceConfig& config) {
+    config.where.bus = static_cast<uint8_t>(reader.whole("bus", 0, 255));
+    const I2cBus* bus = board.find_bus(config.where.bus);
+    if (bus == nullptr)
+        reader.fail("bus", "is not among the board's buses");
+    config.where.address = reader.address("address");
+    if (std::optional<Place> mux = reader.find("mux"))
+        config.path = bus->path_to(read_hop(*mux, *bus));
+    config.where.mux = encode_mux(config.path);
+    if (config.where.address == board.bmc_address)
+        reader.fail("address", "is the BMC's own");
+    if (bus->find_mux(config.where.address) != nullptr)
+        reader.fail("address", "is that of a multiplexer");
+    for (const Device* other : bus->devices())
+        if (collide(*other, config))
+            reader.fail("address", "is in use by " + other->info().name);
+}
+
+DeviceConfig read_device_config(const BoardState& board, ObjectReader& reader) {
+    DeviceConfig config;
+    config.where.name = reader.text("name");
+    if (config.where.name.empty() || config.where.name.find_first_of(": \t\n") != std::string::npos)
+        reader.fail("name", "must be a word without colons");
+    if (board.find_device(config.where.name) != nullptr)
+        reader.fail("name", "is the name of another device");
+    read_address(board, reader, config);
+    config.eid = static_cast<uint8_t>(reader.whole("eid", 0, 254, 0));
+    if (config.eid > 0 && config.eid < 8)
+        reader.fail("eid", "must be 0 or from 8 to 254");
+    config.uuid = read_uuid(reader, config.where.name);
+    const bool software_pec = reader.choice("pec", {"hardware", "software"}, 0) == 1;
+    config.where.binding_kind = software_pec ? 3 : 0;
+    config.where.unit_size = static_cast<uint16_t>(reader.whole("unit_size", 0, 250, 0));
+    config.transmission_unit = static_cast<size_t>(reader.whole(
+        "transmission_unit", 1, 250, config.where.unit_size != 0 ? config.where.unit_size : 64));
+    config.where.i2c_delay_us =
+        static_cast<uint32_t>(reader.whole("i2c_delay_us", 0, kLongestWaitUs, 0));
+    config.where.route = static_cast<uint32_t>(reader.whole("read_timeout_ms", 0, 0xFFFF, 0));
+    config.response_us = static_cast<uint64_t>(reader.whole("response_us", 0, kLongestWaitUs, 500));
+    config.lenient_eom = reader.flag("lenient_eom", true);
+    config.standby = reader.flag("standby", true);
+    for (const Place& fault : reader.list("faults"))
+        config.faults.push_back(read_fault(fault));
+    return config;
+}
+
+void read_device(BoardState& board, const Place& place) {
+    ObjectReader reader(place);
+    const std::string type = reader.text("type");
+    auto maker = device_makers().find(type);
+    if (maker == device_makers().end()) {
+        std::string all;
+        for (const auto& each : device_makers())
+            all += (all.empty() ? "" : ", ") + each.first;
+        reader.fail("type", "must be one of " + all);
+    }
+    DeviceConfig config = read_device_config(board, reader);
+    config.where.type = type;
+    std::unique_ptr<Device> device = maker->second(reader, config, board.clock);
+    reader.finish();
+    board.find_bus(config.where.bus)->attach(*device);
+    board.endpoints.push_back(device->info());
+    board.devices.push_back(std::move(device));
+}
+
+}  // namespace
+
+std::unique_ptr<BoardState> read_board(const Node& root) {
+    auto board = std::make_unique<BoardState>();
+    ObjectReader reader(Place{&root, ""});
+    board->name = reader.text("name");
+    if (std::optional<Place> bmc = reader.find("bmc"))
+        read_bmc(*board, *bmc);
+    if (std::optional<Place> power = reader.find("power"))
+        read_power(*board, *power);
+    const Place buses = reader.require("buses");
+    for (const Place& bus : buses.elements())
+        read_bus(*board, bus);
+    if (board->buses.empty())
+        buses.fail("must have at least one bus");
+    board->platform_record.default_i2c_channel = board->buses.front()->number();
+    for (const Place& device : reader.list("devices"))
+        read_device(*board, device);
+    reader.finish();
+    return board;
+}
+
+}  // namespace sim

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// Byte strings of the simulated board: little-endian fields, hex text, checksums.
+#ifndef SIDEBAND_PLATFORM_SIM_BYTES_H
+#define SIDEBAND_PLATFORM_SIM_BYTES_H
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sim {
+
+using Bytes = std::vector<uint8_t>;
+using ByteView = std::span<const uint8_t>;
+
+void append(Bytes& out, ByteView more);
+void append_le16(Bytes& out, uint16_t value);
+void append_le32(Bytes& out, uint32_t value);
+
+/// Read little-endian fields; the caller has checked the length.
+uint16_t le16(ByteView bytes, size_t offset);
+uint32_t le32(ByteView bytes, size_t offset);
+
+/// Hex digits, two a byte, no separators. Nothing where the text is anything else.
+std::optional<Bytes> from_hex(std::string_view text);
+std::string to_hex(ByteView bytes);
+/// "0x3a"
+std::string hex_byte(uint8_t value);
+
+/// SMBus PEC (SMBus 3.2, clause 6.4): polynomial x^8 + x^2 + x + 1.
+uint8_t smbus_pec(ByteView bytes);
+/// CRC-32 of IEEE 802.3, as DSP0240 asks for after version data.
+uint32_t crc32(ByteView bytes);
+
+}  // namespace sim
+
+#endif

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+// A pcapng file of the MCTP packets that pass over the buses.
+#ifndef SIDEBAND_PLATFORM_SIM_CAPTURE_H
+#define SIDEBAND_PLATFORM_SIM_CAPTURE_H
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bytes.h"
+
+namespace sim {
+
+enum class Direction { from_bmc, to_bmc };
+
+/// A packet as it passed.
+struct Passing {
+    uint8_t bus = 0;
+    uint8_t address = 0;  ///< 8-bit slave address of the device
+    std::string device;
+    Direction direction = Direction::from_bmc;
+    ByteView packet;  ///< from the MCTP transport header on
+    uint64_t at_ns = 0;
+    bool pec_good = true;
+};
+
+/// One interface of the capture: an I2C bus.
+struct CaptureBus {
+    uint8_t bus = 0;
+    uint32_t clock_hz = 0;
+};
+
+class Capture {
+public:
+    ~Capture();
+
+    /// Opens the file and describes the buses. @return false with error filled on failure
+    bool start(const std::string& path, const std::vector<CaptureBus>& buses, std::string& error);
+
+    /// Appends a packet; does nothing while no capture runs.
+    void packet(const Passing& passing);
+
+    /// @return false where a write had failed
+    bool stop();
+
+private:
+    void block(uint32_t type, const Bytes& body);
+
+    std::FILE* file_ = nullptr;
+    bool failed_ = false;
+    std::vector<CaptureBus> buses_;
+};
+
+}  // namespace sim
+
+#endif

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+// MCTP control messages as an endpoint answers them (DSP0236, clause 12).
+#ifndef SIDEBAND_PLATFORM_SIM_CONTROL_H
+#define SIDEBAND_PLATFORM_SIM_CONTROL_H
+
+#include <array>
+#include <optional>
+
+#include "bytes.h"
+#include "mctp_endpoint.h"
+
+namespace sim {
+
+using Uuid = std::array<uint8_t, 16>;
+
+class ControlResponder {
+public:
+    static constexpr uint8_t kSetEndpointId = 0x01;
+    static constexpr uint8_t kGetEndpointId = 0x02;
+
+    /// @param static_eid  the EID that the endpoint has of its own, 0 = none
+    /// @param types       message types besides control
+    ControlResponder(MctpEndpoint& endpoint, uint8_t static_eid, const Uuid& uuid, Bytes types);
+
+    /// @param request  message body, the header first
+    /// @return nothing for a message that gets no answer
+    std::optional<Bytes> answer(ByteView request);
+
+    /// As after power on: own EID again, not discovered.
+    void reset();
+
+private:
+    Bytes set_endpoint_id(ByteView data);
+    Bytes get_endpoint_id() const;
+    Bytes get_version_support(ByteView data) const;
+
+    MctpEndpoint& endpoint_;
+    uint8_t static_eid_;
+    Uuid uuid_;
+    Bytes types_;
+    bool discovered_ = false;
+};
+
+}  // namespace sim
+
+#endif

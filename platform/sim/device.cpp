@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: Apache-2.0
+// A device on the simulated board: its place, its MCTP stack, its faults.
+#include "device.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+constexpr uint8_t kControl = 0x00;
+constexpr uint8_t kPldm = 0x01;
+constexpr uint8_t kNotReady = 0x04;
+constexpr uint8_t kInstance = 0x1F;
+
+/// Whether a message type has a "not ready" answer (DSP0236, DSP0240).
+bool knows_not_ready(uint8_t type, ByteView request) {
+    return (type == kControl && request.size() >= 2) || (type == kPldm && request.size() >= 3);
+}
+
+Bytes not_ready_answer(uint8_t type, ByteView request) {
+    ByteView header = request.first(type == kControl ? 2 : 3);
+    Bytes out(header.begin(), header.end());
+    out[0] &= kInstance;
+    out.push_back(kNotReady);
+    return out;
+}
+
+}  // namespace
+
+Device::Device(const DeviceConfig& config, const Clock& clock, Bytes types)
+    : config_(config),
+      clock_(clock),
+      endpoint_(config.eid, config.transmission_unit, config.lenient_eom),
+      control_(endpoint_, config.eid, config.uuid, std::move(types)) {
+    for (const Fault& fault : config_.faults)
+        faults_.add(fault);
+}
+
+std::vector<Outgoing> Device::receive(ByteView packet) {
+    if (faults_.strike(FaultKind::lost_request) != nullptr)
+        return {};
+    std::optional<Message> message = endpoint_.receive(packet);
+    return message ? respond(*message) : std::vector<Outgoing>{};
+}
+
+std::vector<Outgoing> Device::bmc_waits(bool& ended) {
+    std::optional<Message> message = endpoint_.sender_waits();
+    ended = message.has_value();
+    return message ? respond(*message) : std::vector<Outgoing>{};
+}
+
+void Device::reset() {
+    endpoint_.reset();
+    control_.reset();
+}
+
+std::vector<Outgoing> Device::respond(const Message& request) {
+    if (!request.tag_owner)
+        return {};
+    std::optional<Bytes> body;
+    if (knows_not_ready(request.type, request.body) &&
+        faults_.strike(FaultKind::not_ready) != nullptr)
+        body = not_ready_answer(request.type, request.body);
+    else
+        body = answer(request.type, request.body);
+    if (!body)
+        return {};
+    Message response;
+    response.type = request.type;
+    response.body = std::move(*body);
+    response.source_eid = endpoint_.eid();
+    response.destination_eid = request.source_eid;
+    response.tag = request.tag;
+    std::vector<Bytes> packets = endpoint_.split(response);
+    for (size_t i = 0; i + 1 < packets.size(); ++i)
+        if (faults_.strike(FaultKind::reorder) != nullptr)
+            std::swap(packets[i], packets[i + 1]);
+    std::vector<Outgoing> out;
+    for (Bytes& packet : packets)
+        send(std::move(packet), out);
+    return out;
+}
+
+void Device::send(Bytes packet, std::vector<Outgoing>& out) {
+    if (faults_.strike(FaultKind::lost_response) != nullptr)
+        return;
+    Outgoing outgoing;
+    outgoing.delay_ns = config_.response_us * 1000;
+    if (const Fault* late = faults_.strike(FaultKind::late))
+        outgoing.delay_ns += late->delay_us * 1000;
+    if (faults_.strike(FaultKind::wrong_tag) != nullptr)
+        packet[3] = static_cast<uint8_t>((packet[3] & 0xF8) | ((packet[3] + 1) & 0x07));
+    if (faults_.strike(FaultKind::wrong_sequence) != nullptr)
+        packet[3] = static_cast<uint8_t>((packet[3] & 0xCF) | ((packet[3] + 0x10) & 0x30));
+    if (const Fault* truncate = faults_.strike(FaultKind::truncate))
+        packet.resize(packet.size() - std::min<size_t>(packet.size(), truncate->bytes));
+    if (const Fault* over_long = faults_.strike(FaultKind::over_long))
+        packet.resize(packet.size() + over_long->bytes, 0xEE);
+    outgoing.spoil_pec = faults_.strike(FaultKind::bad_pec) != nullptr;
+    outgoing.packet = std::move(packet);
+    out.push_back(outgoing);
+    if (faults_.strike(FaultKind::duplicate) != nullptr)
+        out.push_back(out.back());
+}
+
+}  // namespace sim

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: Apache-2.0
+// A device on the simulated board: its place, its MCTP stack, its faults. One subclass a kind.
+#ifndef SIDEBAND_PLATFORM_SIM_DEVICE_H
+#define SIDEBAND_PLATFORM_SIM_DEVICE_H
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "board.h"
+#include "clock.h"
+#include "control.h"
+#include "fault.h"
+#include "json_tree.h"
+#include "mctp_endpoint.h"
+
+namespace sim {
+
+/// One multiplexer on the way to a device.
+struct MuxHop {
+    uint8_t address = 0;  ///< 8-bit slave address of the multiplexer
+    uint8_t channel = 0;
+    bool operator==(const MuxHop&) const = default;
+};
+using MuxPath = std::vector<MuxHop>;
+
+/// The keys that every device has.
+struct DeviceConfig {
+    EndpointInfo where;
+    MuxPath path;
+    uint8_t eid = 0;
+    Uuid uuid{};
+    size_t transmission_unit = 64;
+    uint64_t response_us = 500;
+    bool lenient_eom = true;
+    bool standby = true;
+    std::vector<Fault> faults;
+};
+
+/// A packet that a device wants to send.
+struct Outgoing {
+    Bytes packet;           ///< from the MCTP transport header on
+    uint64_t delay_ns = 0;  ///< from now
+    bool spoil_pec = false;
+};
+
+class Device {
+public:
+    /// @param types  message types that the device speaks besides control
+    Device(const DeviceConfig& config, const Clock& clock, Bytes types);
+    virtual ~Device() = default;
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+
+    const EndpointInfo& info() const { return config_.where; }
+    const MuxPath& path() const { return config_.path; }
+    bool standby() const { return config_.standby; }
+    FaultSet& faults() { return faults_; }
+
+    /// Whether the device answers to its address this time.
+    bool acknowledges() { return faults_.strike(FaultKind::no_ack) == nullptr; }
+
+    /// Takes a packet of the BMC, from the MCTP transport header on.
+    std::vector<Outgoing> receive(ByteView packet);
+
+    /// The BMC waits for an answer.
+    /// @param ended  set where that completed a message whose last packet had no end mark
+    std::vector<Outgoing> bmc_waits(bool& ended);
+
+    /// Power was lost and is back.
+    virtual void reset();
+
+protected:
+    /// Answers the body of a request.
+    /// @param type  message type byte
+    /// @return nothing where the device does not answer
+    virtual std::optional<Bytes> answer(uint8_t type, ByteView request) = 0;
+
+    std::optional<Bytes> answer_control(ByteView request) { return control_.answer(request); }
+    const Clock& clock() const { return clock_; }
+    void describe_sensors(std::vector<SensorInfo> sensors) {
+        config_.where.sensors = std::move(sensors);
+    }
+
+private:
+    std::vector<Outgoing> respond(const Message& request);
+    void send(Bytes packet, std::vector<Outgoing>& out);
+
+    DeviceConfig config_;
+    const Clock& clock_;
+    MctpEndpoint endpoint_;
+    ControlResponder control_;
+    FaultSet faults_;
+};
+
+/// Makes a device of one type from the keys of its own.
+using DeviceMaker = std::unique_ptr<Device> (*)(ObjectReader& reader, DeviceConfig config,
+                                                const Clock& clock);
+
+std::unique_ptr<Device> make_pldm_device(ObjectReader& reader, DeviceConfig config,
+                                         const Clock& clock);
+std::unique_ptr<Device> make_replay_device(ObjectReader& reader, DeviceConfig config,
+                                           const Clock& clock);
+
+}  // namespace sim
+
+#endif

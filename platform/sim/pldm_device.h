@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+// A PLDM terminus: base commands, sensors (DSP0240, DSP0248).
+#ifndef SIDEBAND_PLATFORM_SIM_PLDM_DEVICE_H
+#define SIDEBAND_PLATFORM_SIM_PLDM_DEVICE_H
+
+#include <optional>
+#include <vector>
+
+#include "device.h"
+#include "sensor.h"
+
+namespace sim {
+
+/// Completion codes that every PLDM type knows (DSP0240, table 3).
+enum PldmCode : uint8_t {
+    pldm_success = 0x00,
+    pldm_invalid_data = 0x02,
+    pldm_invalid_length = 0x03,
+    pldm_unsupported_command = 0x05,
+    pldm_invalid_type = 0x20,
+};
+
+/// What a command function gives back: completion code and what follows it.
+Bytes pldm_reply(uint8_t code, ByteView data = {});
+
+class PldmDevice : public Device {
+public:
+    PldmDevice(ObjectReader& reader, const DeviceConfig& config, const Clock& clock);
+
+    void reset() override;
+
+protected:
+    std::optional<Bytes> answer(uint8_t type, ByteView request) override;
+
+private:
+    /// One command: what its request data must measure, and who serves it.
+    struct Command {
+        uint8_t code;
+        size_t shortest;
+        size_t longest;
+        Bytes (PldmDevice::*serve)(ByteView data);
+    };
+    struct Type {
+        uint8_t number;
+        uint32_t version;
+        std::span<const Command> commands;
+    };
+
+    static std::span<const Type> types();
+    static std::span<const Command> base_commands();
+    static std::span<const Command> platform_commands();
+    static const Type* find_type(uint8_t number);
+    Bytes dispatch(uint8_t type, uint8_t command, ByteView data);
+
+    // Base commands.
+    Bytes set_tid(ByteView data);
+    Bytes get_tid(ByteView data);
+    Bytes get_pldm_version(ByteView data);
+    Bytes get_pldm_types(ByteView data);
+    Bytes get_pldm_commands(ByteView data);
+
+    // Platform monitoring and control.
+    NumericSensor* find_numeric(uint16_t id);
+    StateSensor* find_state(uint16_t id);
+    Bytes set_numeric_sensor_enable(ByteView data);
+    Bytes get_sensor_reading(ByteView data);
+    Bytes get_sensor_thresholds(ByteView data);
+    Bytes set_state_sensor_enables(ByteView data);
+    Bytes get_state_sensor_readings(ByteView data);
+
+    uint8_t initial_tid_;
+    uint8_t tid_;
+    std::vector<NumericSensor> numeric_;
+    std::vector<StateSensor> state_;
+};
+
+}  // namespace sim
+
+#endif

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+// All that a board consists of, as the functions of the platform interface find it.
+#ifndef SIDEBAND_PLATFORM_SIM_STATE_H
+#define SIDEBAND_PLATFORM_SIM_STATE_H
+
+#include <sideband/platform.h>
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "board.h"
+#include "capture.h"
+#include "clock.h"
+#include "device.h"
+#include "i2c_bus.h"
+#include "locks.h"
+
+namespace sim {
+
+/// The last lines of a log.
+class LineLog {
+public:
+    void add(std::string line);
+    std::vector<std::string> lines() const { return {lines_.begin(), lines_.end()}; }
+
+private:
+    std::deque<std::string> lines_;
+};
+
+class BoardState {
+public:
+    BoardState() = default;
+    BoardState(const BoardState&) = delete;
+    BoardState& operator=(const BoardState&) = delete;
+
+    /// Held around every access to the members below, except for the locks, which wait.
+    std::mutex mutex;
+    LockTable locks;
+
+    std::string name;
+    Clock clock;
+    Capture capture;
+    bool main_power = true;
+    bool policy_off = false;
+    uint8_t bmc_eid = 8;
+    uint8_t bmc_address = 0x20;
+    std::vector<std::unique_ptr<I2cBus>> buses;
+    std::vector<std::unique_ptr<Device>> devices;
+    std::vector<EndpointInfo> endpoints;
+
+    plt_platform platform_record{};
+    plt_global_var global_var{};
+    plt_global_sec_var global_sec_var{};
+
+    LineLog syslog;
+    LineLog console;
+    LineLog shell_commands;
+    std::map<uint32_t, uint8_t> task_percent;
+
+    I2cBus* find_bus(uint8_t number) const;
+    Device* find_device(std::string_view device_name) const;
+    /// What one of the platform interface's mutexes is called, and where it stands in the order.
+    LockName name_lock(const lx_mutex* mutex) const;
+};
+
+/// Longest path that fits the 48-byte setting.
+constexpr size_t kLongestMuxPath = 4;
+
+/// The multiplexer setting: number of hops, then address and channel of each, from the bus on.
+std::array<uint8_t, 48> encode_mux(const MuxPath& path);
+/// @return nothing for bytes that are no such setting
+std::optional<MuxPath> decode_mux(const uint8_t* setting);
+
+/// Makes a board from a parsed file. @throws FileError
+std::unique_ptr<BoardState> read_board(const Node& root);
+
+}  // namespace sim
+
+#endif

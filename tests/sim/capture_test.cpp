@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+// The capture file, byte by byte.
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+
+#include "board_test.h"
+
+namespace {
+
+class CaptureFile : public BoardTest {
+protected:
+    void SetUp() override {
+        open(R"({"name": "t", "buses": [{"bus": 2}, {"bus": 3, "clock_hz": 400000}], "devices": [
+            {"name": "p", "type": "pldm", "bus": 3, "address": "0x64", "eid": 9,
+             "response_us": 0}]})");
+        char name[] = "/tmp/sideband-capture-XXXXXX";
+        const int fd = mkstemp(name);
+        ASSERT_GE(fd, 0);
+        close(fd);
+        path = name;
+    }
+    void TearDown() override {
+        std::remove(path.c_str());
+        BoardTest::TearDown();
+    }
+
+    void start() {
+        std::string error;
+        ASSERT_TRUE(board->start_capture(path, error)) << error;
+    }
+    std::vector<uint8_t> file() const {
+        std::ifstream in(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    /// The blocks of the file, each from its type to its second length.
+    std::vector<std::string> blocks() const {
+        const std::vector<uint8_t> all = file();
+        std::vector<std::string> out;
+        size_t at = 0;
+        while (at + 12 <= all.size()) {
+            const size_t length = all[at + 4] | all[at + 5] << 8;
+            if (length < 12 || at + length > all.size())
+                break;
+            out.push_back(hex({all.begin() + static_cast<std::ptrdiff_t>(at),
+                               all.begin() + static_cast<std::ptrdiff_t>(at + length)}));
+            at += length;
+        }
+        EXPECT_EQ(at, all.size());
+        return out;
+    }
+
+    std::string path;
+};
+
+/// Text as hex, followed by zeros up to a multiple of four.
+std::string padded(const std::string& text) {
+    std::vector<uint8_t> data(text.begin(), text.end());
+    data.resize((data.size() + 3) / 4 * 4);
+    return hex(data);
+}
+
+TEST_F(CaptureFile, StartsWithASectionAndOneInterfaceABus) {
+    start();
+    EXPECT_TRUE(board->stop_capture());
+    const std::vector<std::string> all = blocks();
+    ASSERT_EQ(all.size(), 3u);
+    EXPECT_EQ(all[0].substr(0, 12 * 3 - 1), "0a 0d 0d 0a 3c 00 00 00 4d 3c 2b 1a");
+    EXPECT_EQ(all[1],
+              "01 00 00 00 50 00 00 00 "  // interface description, 80 bytes
+              "14 01 00 00 00 00 00 00 "  // LINUX_SLL2, no snap length
+              "02 00 05 00 " +
+                  padded("i2c-2") + " 03 00 1e 00 " + padded("simulated I2C bus 2 at 100 kHz") +
+                  " 09 00 01 00 09 00 00 00 "  // nanoseconds
+                  "00 00 00 00 50 00 00 00");
+    EXPECT_NE(all[2].find(padded("i2c-3").substr(0, 14)), std::string::npos);
+}
+
+TEST_F(CaptureFile, PacketsHaveTimeDirectionAddressAndTheBareMctpPacket) {
+    start();
+    EXPECT_EQ(exchange(3, 0x64, "01 00 08 c9 00 80 02"), "01 08 09 c1 00 00 02 00 09 02 00");
+    EXPECT_TRUE(board->stop_capture());
+    const std::vector<std::string> all = blocks();
+    ASSERT_EQ(all.size(), 5u);
+    // 2025-01-01 00:00:00 UTC plus 12 bytes of 22.5 us: 1735689600000270000 ns.
+    EXPECT_EQ(all[3],
+              "06 00 00 00 74 00 00 00 01 00 00 00 "
+              "7e 68 16 18 b0 1e 5b c0 1b 00 00 00 1b 00 00 00 "
+              "00 fa 00 00 00 00 00 04 01 22 04 01 64 00 00 00 00 00 00 00 "
+              "01 00 08 c9 00 80 02 00 "
+              "01 00 26 00 " +
+                  padded("bus 3, address 0x64 (p), BMC to device") +
+                  " 02 00 04 00 02 00 00 00 00 00 00 00 74 00 00 00");
+    EXPECT_NE(all[4].find("00 fa 00 00 00 00 00 04 01 22 00 01 64 00 00 00 00 00 00 00 "
+                          "01 08 09 c1 00 00 02 00 09 02 00 00"),
+              std::string::npos);
+    EXPECT_NE(all[4].find(padded("bus 3, address 0x64 (p), device to BMC")), std::string::npos);
+}
+
+TEST_F(CaptureFile, PacketWithABadPecSaysSo) {
+    start();
+    add_fault("p", R"({"kind": "bad_pec"})");
+    exchange(3, 0x64, "01 00 08 c9 00 80 02");
+    EXPECT_TRUE(board->stop_capture());
+    ASSERT_EQ(blocks().size(), 5u);
+    EXPECT_NE(blocks()[4].find(hex(bytes("2c 20 62 61 64 20 50 45 43"))), std::string::npos);
+}
+
+TEST_F(CaptureFile, WhatDoesNotPassIsNotInIt) {
+    start();
+    add_fault("p", R"({"kind": "no_ack", "count": 1})");
+    add_fault("p", R"({"kind": "lost", "count": 1})");
+    exchange(3, 0x64, "01 00 08 c9 00 80 02");
+    exchange(3, 0x64, "01 00 08 c9 00 80 02");
+    EXPECT_TRUE(board->stop_capture());
+    EXPECT_EQ(blocks().size(), 4u);  // the second request alone
+}
+
+TEST_F(CaptureFile, TwoRunsGiveTheSameFile) {
+    start();
+    exchange(3, 0x64, "01 00 08 c9 00 80 03");
+    EXPECT_TRUE(board->stop_capture());
+    const std::vector<uint8_t> first = file();
+    std::remove(path.c_str());
+    SetUp();
+    start();
+    exchange(3, 0x64, "01 00 08 c9 00 80 03");
+    EXPECT_TRUE(board->stop_capture());
+    EXPECT_EQ(file(), first);
+}
+
+TEST_F(CaptureFile, FailuresAreReported) {
+    std::string error;
+    EXPECT_FALSE(board->start_capture("/nonexistent/x.pcapng", error));
+    EXPECT_EQ(error, "/nonexistent/x.pcapng: No such file or directory");
+    EXPECT_TRUE(board->stop_capture());  // nothing was running
+    EXPECT_FALSE(board->start_capture("/dev/full", error));
+    EXPECT_EQ(error, "/dev/full: No space left on device");
+}
+
+}  // namespace
