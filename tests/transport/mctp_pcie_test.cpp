@@ -1,0 +1,383 @@
+// SPDX-License-Identifier: Apache-2.0
+// Messages over PCIe: the type byte, routing, tags, result values, and the platform's request.
+#include <sideband/mctp.h>
+#include <sideband/platform.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "support/scripted_platform.h"
+
+namespace {
+
+using test::Bytes;
+using test::Guarded;
+using test::hex;
+using test::port;
+using test::operator+;
+using Lines = std::vector<std::string>;
+
+class MctpPcie : public test::PlatformTest {
+protected:
+    MctpPcie() {
+        ctx.src_eid = 0x08;
+        ctx.dest_eid = 0x4A;
+        ctx.pcie_bdf[0] = 0x41;
+        ctx.pcie_bdf[1] = 0x02;
+        ctx.pcie_bdf[2] = 0x03;
+        ctx.binding_kind = MCTP_BINDING_KIND_PCIE;
+        ctx.pcie_param = 0xCAFE1234;
+        ctx.pcie_session = &ctx;
+        ctx.skip_discovery = 1;
+        EXPECT_EQ(mctp_init2(&ctx), 0);
+        ctx.msg_type = 1;
+    }
+
+    void TearDown() override {
+        EXPECT_EQ(port().trace_of({"lock", "unlock"}), Lines()) << "PCIe takes no lock";
+        EXPECT_EQ(libc.allocations(), 0);
+        PlatformTest::TearDown();
+    }
+
+    int32_t send(const Bytes& body) {
+        return ctx.send(&ctx, static_cast<uint32_t>(body.size()), body.data(), 1);
+    }
+
+    int32_t xfer(const Bytes& request, int32_t capacity) {
+        Guarded buffer(static_cast<size_t>(capacity));
+        int32_t result = ctx.xfer(&ctx, static_cast<uint32_t>(request.size()), capacity,
+                                  request.data(), buffer.data());
+        EXPECT_TRUE(buffer.intact());
+        response = buffer.head(static_cast<size_t>(std::max(result, 0)));
+        EXPECT_TRUE(buffer.untouched_from(static_cast<size_t>(std::max(result, 0))));
+        return result;
+    }
+
+    int32_t receive(int32_t capacity, Guarded& buffer) {
+        return ctx.recv(&ctx, capacity, buffer.data());
+    }
+
+    /// What the platform answers: its result, the message, and the length it claims.
+    static void answer(const Bytes& message, int result = 1) {
+        answer_length(message, static_cast<uint32_t>(message.size()), result);
+    }
+    static void answer_length(const Bytes& message, uint32_t length, int result = 1) {
+        port().on_pcie = [message, length, result](plt_pcie_request& request) {
+            std::copy_n(message.begin(), std::min<size_t>(message.size(), PLT_PCIE_MESSAGE_SIZE),
+                        request.message);
+            request.length = length;
+            request.src_eid = 0x91;
+            request.dest_eid = 0x92;
+            request.tag = 0x93;
+            request.bus = 0x94;
+            request.device = 0x95;
+            request.function = 0x96;
+            return result;
+        };
+    }
+
+    static Bytes message(const plt_pcie_request& request) {
+        return Bytes(request.message, request.message + request.length);
+    }
+
+    mctp_ctx ctx{};
+    Bytes response;
+};
+
+// ---- Send ----
+
+TEST_F(MctpPcie, SendPutsTheTypeByteBeforeTheBody) {
+    EXPECT_EQ(send(hex("80 02 11")), 0);
+    ASSERT_EQ(port().pcie_requests.size(), 1u);
+    const plt_pcie_request& request = port().pcie_requests[0];
+    EXPECT_EQ(request.operation, PLT_PCIE_WRITE);
+    EXPECT_EQ(message(request), hex("01 80 02 11"));
+    EXPECT_EQ(request.bus, 0x41u);
+    EXPECT_EQ(request.device, 2u);
+    EXPECT_EQ(request.function, 3u);
+    EXPECT_EQ(request.param, 0xCAFE1234u);
+    EXPECT_EQ(request.session, &ctx);
+}
+
+TEST_F(MctpPcie, SendIgnoresThePlatformsResult) {
+    for (int result : {-1, 0, 1}) {
+        answer(Bytes(), result);
+        EXPECT_EQ(send(hex("80 02")), 0);
+    }
+}
+
+TEST_F(MctpPcie, SendRoutesRoutingTableAndDiscoveryNotifyToTheRootComplex) {
+    for (int command = 0; command < 256; command++) {
+        EXPECT_EQ(send({0x80, static_cast<uint8_t>(command)}), 0);
+        const uint32_t route = command == 0x0A || command == 0x0D ? 0 : 2;
+        EXPECT_EQ(ctx.route, route) << command;
+        EXPECT_EQ(port().pcie_requests.back().routing, route);
+    }
+}
+
+TEST_F(MctpPcie, SendRoutesByTheSecondByteOfAnyMessageType) {
+    ctx.msg_type = 0x7E;
+    EXPECT_EQ(send(hex("00 0A")), 0);
+    EXPECT_EQ(ctx.route, 0u);
+}
+
+TEST_F(MctpPcie, SendOfABodyWithoutASecondByteIsRoutedById) {
+    ctx.route = 0;
+    EXPECT_EQ(send(hex("0A")), 0);
+    EXPECT_EQ(ctx.route, 2u);
+    EXPECT_EQ(ctx.send(&ctx, 0, nullptr, 1), 0);
+    EXPECT_EQ(message(port().pcie_requests.back()), hex("01"));
+}
+
+TEST_F(MctpPcie, SendLeavesTheTagAlone) {
+    ctx.tag = 5;
+    EXPECT_EQ(send(hex("80 02")), 0);
+    EXPECT_EQ(ctx.tag, 5);
+}
+
+TEST_F(MctpPcie, SendFailsWhereItsBindingFails) {
+    static const mctp_binding failing{[](mctp_section*, int32_t, uint8_t*) { return -7; }, nullptr,
+                                      nullptr};
+    ctx.binding = &failing;
+    EXPECT_EQ(send(hex("80 02")), -1);
+}
+
+TEST_F(MctpPcie, SendTakesTheLargestMessageAndRefusesALargerOne) {
+    EXPECT_EQ(send(test::counting(1035)), 0);
+    EXPECT_EQ(message(port().pcie_requests.back()), hex("01") + test::counting(1035));
+    EXPECT_EQ(send(test::counting(1036)), -1);
+    EXPECT_EQ(ctx.send(&ctx, UINT32_MAX, response.data(), 1), -1);
+    EXPECT_EQ(ctx.send(&ctx, 5, nullptr, 1), -1);
+    EXPECT_EQ(port().pcie_requests.size(), 1u);
+}
+
+// ---- Receive ----
+
+TEST_F(MctpPcie, ReceiveGivesTheBodyAndReturnsZero) {
+    answer(hex("01 80 02 11"));
+    Guarded buffer(1036);
+    EXPECT_EQ(receive(1036, buffer), 0);
+    EXPECT_EQ(buffer.head(3), hex("80 02 11"));
+    EXPECT_TRUE(buffer.intact());
+    EXPECT_EQ(port().pcie_requests[0].operation, PLT_PCIE_READ);
+}
+
+TEST_F(MctpPcie, ReceiveHandsOverTheFirstByteOfTheBuffer) {
+    answer(hex("01 80"));
+    Guarded buffer(1036, 0x7B);
+    EXPECT_EQ(receive(1036, buffer), 0);
+    EXPECT_EQ(port().pcie_requests[0].message[0], 0x7B);
+}
+
+TEST_F(MctpPcie, ReceiveStoresThePeersAddressing) {
+    answer(hex("01 80"));
+    Guarded buffer(1036);
+    EXPECT_EQ(receive(1036, buffer), 0);
+    EXPECT_EQ(ctx.binding_eids[0], 0x91);
+    EXPECT_EQ(ctx.binding_eids[1], 0x92);
+    EXPECT_EQ(ctx.pcie_tag, 0x93);
+    EXPECT_EQ(Bytes(ctx.pcie_bdf, ctx.pcie_bdf + 3), hex("94 95 96"));
+}
+
+TEST_F(MctpPcie, ReceiveWithoutRoomFailsWithoutReading) {
+    Guarded buffer(8);
+    EXPECT_EQ(ctx.recv(&ctx, 8, nullptr), -1);
+    EXPECT_EQ(receive(0, buffer), -1);
+    EXPECT_EQ(receive(-1, buffer), -1);
+    EXPECT_EQ(port().pcie_requests.size(), 0u);
+}
+
+TEST_F(MctpPcie, ReceiveOfNothingOrTheTypeByteAloneFails) {
+    for (const Bytes& message : {Bytes(), hex("01")}) {
+        answer(message);
+        Guarded buffer(64);
+        EXPECT_EQ(receive(64, buffer), -1);
+    }
+}
+
+TEST_F(MctpPcie, ReceiveOfMoreThanTheRoomFailsInsideTheBuffer) {
+    answer(test::counting(200));
+    Guarded buffer(100);
+    EXPECT_EQ(receive(100, buffer), -1);
+    EXPECT_TRUE(buffer.intact());
+    answer(test::counting(100));
+    EXPECT_EQ(receive(100, buffer), 0);
+    EXPECT_EQ(buffer.head(99), test::counting(99, 1));
+    EXPECT_TRUE(buffer.intact());
+}
+
+TEST_F(MctpPcie, ReceiveFailsForEveryPlatformResultButOne) {
+    for (int result : {0, -1, 2, 1000}) {
+        answer(hex("01 80 02"), result);
+        Guarded buffer(64);
+        EXPECT_EQ(receive(64, buffer), -1) << result;
+        EXPECT_TRUE(buffer.untouched_from(0));
+    }
+}
+
+TEST_F(MctpPcie, ReceiveOfALengthThatNoRecordHoldsFails) {
+    for (uint32_t length : {1037u, 65536u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
+        answer_length(hex("01 80"), length);
+        Guarded buffer(2000);
+        EXPECT_EQ(receive(2000, buffer), -1) << length;
+        EXPECT_TRUE(buffer.intact());
+        EXPECT_TRUE(buffer.untouched_from(0));
+    }
+}
+
+// ---- Exchange ----
+
+TEST_F(MctpPcie, ExchangeGivesTheResponseBodyAndItsLength) {
+    answer(hex("01 00 02 00 4A"));
+    ctx.tag = 4;
+    EXPECT_EQ(xfer(hex("80 02"), 64), 4);
+    EXPECT_EQ(response, hex("00 02 00 4A"));
+    const plt_pcie_request& request = port().pcie_requests.at(0);
+    EXPECT_EQ(request.operation, PLT_PCIE_WRITE_READ);
+    EXPECT_EQ(message(request), hex("01 80 02"));
+    EXPECT_EQ(request.src_eid, 0x08);
+    EXPECT_EQ(request.dest_eid, 0x4Au);
+    EXPECT_EQ(request.tag, 5);
+    EXPECT_EQ(request.routing, 2);
+    EXPECT_EQ(request.bus, 0x41u);
+    EXPECT_EQ(request.device, 2u);
+    EXPECT_EQ(request.function, 3u);
+    EXPECT_EQ(request.param, 0xCAFE1234u);
+    EXPECT_EQ(request.session, &ctx);
+}
+
+TEST_F(MctpPcie, ExchangeStoresThePeersAddressing) {
+    answer(hex("01 00"));
+    EXPECT_EQ(xfer(hex("80 02"), 64), 1);
+    EXPECT_EQ(ctx.binding_eids[0], 0x91);
+    EXPECT_EQ(ctx.binding_eids[1], 0x92);
+    EXPECT_EQ(ctx.pcie_tag, 0x93);
+    EXPECT_EQ(Bytes(ctx.pcie_bdf, ctx.pcie_bdf + 3), hex("94 95 96"));
+}
+
+TEST_F(MctpPcie, ExchangeAdvancesTheTagUpToBitSeven) {
+    answer(hex("01 00"));
+    for (int tag = 0; tag < 256; tag++) {
+        ctx.tag = static_cast<uint8_t>(tag);
+        EXPECT_EQ(xfer(hex("80 02"), 8), 1);
+        const int expected = tag < 0x80 ? tag + 1 : tag;
+        EXPECT_EQ(ctx.tag, expected);
+        EXPECT_EQ(port().pcie_requests.back().tag, expected);
+    }
+}
+
+TEST_F(MctpPcie, ExchangeIsRoutedByIdWhateverTheCommand) {
+    answer(hex("01 00"));
+    ctx.route = 0;
+    EXPECT_EQ(xfer(hex("80 0A 00"), 8), 1);
+    EXPECT_EQ(ctx.route, 2u);
+    EXPECT_EQ(port().pcie_requests[0].routing, 2);
+}
+
+TEST_F(MctpPcie, ExchangeReturnsMinusTwoWhereThePlatformFails) {
+    for (int result : {-1, 0, 2}) {
+        answer(hex("01 00 02"), result);
+        EXPECT_EQ(xfer(hex("80 02"), 8), -2) << result;
+    }
+}
+
+TEST_F(MctpPcie, ExchangeReturnsMinusOneWhereNothingCame) {
+    answer(Bytes());
+    EXPECT_EQ(xfer(hex("80 02"), 8), -1);
+}
+
+TEST_F(MctpPcie, ExchangeReturnsZeroForTheTypeByteAlone) {
+    answer(hex("01"));
+    EXPECT_EQ(xfer(hex("80 02"), 8), 0);
+}
+
+TEST_F(MctpPcie, ExchangeCutsTheResponseToTheRoom) {
+    answer(hex("01") + test::counting(20));
+    EXPECT_EQ(xfer(hex("80 02"), 9), 9);
+    EXPECT_EQ(response, test::counting(9));
+}
+
+TEST_F(MctpPcie, ExchangeWithoutRoomGivesNothing) {
+    answer(hex("01") + test::counting(20));
+    EXPECT_EQ(xfer(hex("80 02"), 0), 0);
+}
+
+TEST_F(MctpPcie, ExchangeTakesTheLargestMessageBothWays) {
+    answer(hex("01") + test::counting(1035));
+    EXPECT_EQ(xfer(test::counting(1035, 7), 4096), 1035);
+    EXPECT_EQ(response, test::counting(1035));
+    EXPECT_EQ(message(port().pcie_requests.at(0)), hex("01") + test::counting(1035, 7));
+}
+
+TEST_F(MctpPcie, ExchangeRefusesALargerRequest) {
+    EXPECT_EQ(xfer(test::counting(1036), 16), -1);
+    EXPECT_EQ(ctx.xfer(&ctx, 5, 16, nullptr, response.data()), -1);
+    EXPECT_EQ(port().pcie_requests.size(), 0u);
+}
+
+TEST_F(MctpPcie, ExchangeOfALengthThatNoRecordHoldsFails) {
+    for (uint32_t length : {1037u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        answer_length(hex("01 80"), length);
+        EXPECT_EQ(xfer(hex("80 02"), 2000), -2) << length;
+    }
+}
+
+TEST_F(MctpPcie, OperationsWithoutABindingFail) {
+    Guarded buffer(64);
+    static const mctp_binding empty{nullptr, nullptr, nullptr};
+    for (const mctp_binding* binding : {static_cast<const mctp_binding*>(nullptr), &empty}) {
+        ctx.binding = binding;
+        EXPECT_EQ(send(hex("80 02")), -1);
+        EXPECT_EQ(receive(64, buffer), -1);
+        EXPECT_EQ(ctx.xfer(&ctx, 1, 64, buffer.data(), buffer.data()), -1);
+    }
+    EXPECT_EQ(port().pcie_requests.size(), 0u);
+}
+
+// ---- The binding itself ----
+
+TEST_F(MctpPcie, RequestRecordIsZeroWhereNothingIsSaid) {
+    EXPECT_EQ(send(hex("80 02")), 0);
+    const plt_pcie_request& request = port().pcie_requests[0];
+    EXPECT_TRUE(std::all_of(request.message + 3, std::end(request.message),
+                            [](uint8_t byte) { return byte == 0; }));
+    for (uint8_t byte : request.reserved_1061) {
+        EXPECT_EQ(byte, 0);
+    }
+    EXPECT_EQ(request.reserved_1074[0] | request.reserved_1074[1], 0);
+}
+
+TEST_F(MctpPcie, BindingTransferCutsAReplyOf20BytesToARoomOf10) {
+    answer(test::counting(20));
+    Guarded buffer(10);
+    const Bytes request = hex("01 80 02");
+    EXPECT_EQ(pcie_mctp_binding.transfer(&ctx.section, 3, 10, request.data(), buffer.data()), 10);
+    EXPECT_EQ(buffer.head(10), test::counting(10));
+    EXPECT_TRUE(buffer.intact());
+}
+
+TEST_F(MctpPcie, BindingReadThatThePlatformFailsLeavesTheBufferAlone) {
+    answer(hex("01 80 02"), 0);
+    Guarded buffer(1036);
+    EXPECT_EQ(pcie_mctp_binding.read(&ctx.section, 1036, buffer.data()), -1);
+    EXPECT_TRUE(buffer.untouched_from(0));
+    EXPECT_EQ(ctx.pcie_bdf[0], 0x41);
+}
+
+TEST_F(MctpPcie, BindingRefusesLengthsThatNoRecordHolds) {
+    Bytes request = test::counting(8);
+    Guarded buffer(64);
+    for (int32_t length : {-1, 1037, INT32_MAX}) {
+        EXPECT_EQ(pcie_mctp_binding.write(&ctx.section, length, request.data()), 0);
+        EXPECT_EQ(
+            pcie_mctp_binding.transfer(&ctx.section, length, 64, request.data(), buffer.data()),
+            -1);
+    }
+    EXPECT_EQ(pcie_mctp_binding.transfer(&ctx.section, 3, -1, request.data(), buffer.data()), -1);
+    EXPECT_EQ(port().pcie_requests.size(), 0u);
+    EXPECT_TRUE(buffer.untouched_from(0));
+}
+
+}  // namespace
