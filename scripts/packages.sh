@@ -1,0 +1,61 @@
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash
+# Which Debian packages a chore needs, and how they get installed; read by ./dev.
+
+# Per group: package=probe, the probe being a command or a file for systems without dpkg.
+declare -A package_groups=(
+    [git]='git=git'
+    [build]='g++=g++ meson=meson ninja-build=ninja binutils=readelf python3=python3'
+    [tools]='libcli11-dev=/usr/include/CLI/CLI.hpp
+        libfmt-dev=/usr/include/fmt/format.h
+        nlohmann-json3-dev=/usr/include/nlohmann/json.hpp
+        pkgconf=pkg-config'
+    [tests]='googletest=/usr/src/googletest/googletest/src/gtest-all.cc
+        nlohmann-json3-dev=/usr/include/nlohmann/json.hpp
+        pkgconf=pkg-config'
+    [arm]='g++-arm-linux-gnueabihf=arm-linux-gnueabihf-g++ qemu-user=qemu-arm'
+    [bench]='libbenchmark-dev=/usr/include/benchmark/benchmark.h pkgconf=pkg-config'
+    [instructions]='valgrind=valgrind'
+    [coverage]='gcovr=gcovr'
+    [format]='clang-format-14=clang-format-14'
+    [clang]='clang-14=clang++-14'
+    [lint]='clang-14=clang++-14 clang-tidy-14=clang-tidy-14'
+    [fuzz]='clang-14=clang++-14 libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang'
+    [tshark]='mmdebstrap=mmdebstrap debian-archive-keyring=/usr/share/keyrings/debian-archive-keyring.gpg'
+)
+
+package_present() { # PACKAGE PROBE
+    if command -v dpkg-query >/dev/null; then
+        [[ $(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+    elif [[ $2 == /* ]]; then
+        [[ -e $2 ]]
+    else
+        command -v "$2" >/dev/null
+    fi
+}
+
+# need GROUP...: installs what is missing of the groups, or says what to install.
+need() {
+    local group entry missing=()
+    for group in "$@"; do
+        for entry in ${package_groups[$group]}; do
+            package_present "${entry%%=*}" "${entry#*=}" || missing+=("${entry%%=*}")
+        done
+    done
+    [[ ${#missing[@]} -eq 0 ]] || install_packages "${missing[@]}"
+}
+
+install_packages() {
+    local as_root=()
+    if ! command -v apt-get >/dev/null; then
+        die "please install what Debian calls: $*"
+    elif [[ $(id -u) -ne 0 ]]; then
+        command -v sudo >/dev/null || die "please install (as root): apt-get install $*"
+        as_root=(sudo)
+    fi
+    say "installing $*"
+    local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -o Acquire::Retries=3)
+    # Index files may be missing altogether or name versions that the mirror no longer has.
+    "${apt[@]}" update >&2 </dev/null
+    "${apt[@]}" install -y --no-install-recommends "$@" >&2 </dev/null
+}

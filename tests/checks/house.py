@@ -1,0 +1,85 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Checks the house rules that a machine can check: who includes whom, how a file opens.
+
+usage: house.py SOURCE_ROOT
+
+Library folders may include those below them only, the simulated board nothing of the library but
+sideband/platform.h, and nothing in the library the platform, the tools or the tests. Every source
+file opens with the licence line and a comment that says what it is for, and leaves no work undone.
+"""
+import pathlib
+import re
+import sys
+
+LIBRARY = ("common", "transport", "pldm", "ncsi", "NVMeMI")
+# Folder -> project folders that it may include, besides the public headers.
+MAY_INCLUDE = {
+    "include": (),
+    "common": ("common",),
+    "transport": ("common", "transport"),
+    "pldm": ("common", "transport", "pldm"),
+    "ncsi": ("common", "transport", "ncsi"),
+    "NVMeMI": ("common", "transport", "NVMeMI"),
+}
+# Spelt in pieces, so that no file of the project holds the words themselves.
+UNFINISHED = re.compile(r"\b(" + "|".join(("TO" + "DO", "FIX" + "ME", "XX" + "X", "HA" + "CK")) + r")\b")
+LICENCE = re.compile(r"^(//|/\*|#) SPDX-License-Identifier: Apache-2\.0( \*/)?$")
+
+
+def included(text):
+    return re.findall(r'^[ \t]*#[ \t]*include[ \t]*[<"]([^>"]+)[>"]', text, flags=re.M)
+
+
+def include_complaints(path, text, root):
+    """Complaints about the includes of one file of the library or the simulated board."""
+    complaints = []
+    folder = path.relative_to(root).parts[0]
+    project_folders = {entry.name for entry in root.iterdir() if entry.is_dir()}
+    for name in included(text):
+        first = name.split("/")[0]
+        local = (path.parent / name).exists()
+        if folder in MAY_INCLUDE:
+            foreign = first in project_folders and first not in MAY_INCLUDE[folder]
+            if foreign or name.startswith(("..", "sideband-sim/")):
+                complaints.append(f"{path}: includes {name}")
+        elif path.is_relative_to(root / "platform" / "sim"):
+            of_library = first in (*LIBRARY, "include", "tools", "tests")
+            if (first == "sideband" and name != "sideband/platform.h") or (of_library and not local):
+                complaints.append(f"{path}: includes {name}")
+    return complaints
+
+
+def opening_complaints(path, text):
+    """Complaints about the first lines of a file and about work it leaves open."""
+    complaints = []
+    lines = text.splitlines()
+    if not lines or not LICENCE.match(lines[0]):
+        complaints.append(f"{path}: does not open with the licence line")
+    elif len(lines) < 2 or not re.match(r"^(//|/\*)", lines[1]):
+        complaints.append(f"{path}: the second line does not say what the file is for")
+    for number, line in enumerate(lines, 1):
+        if UNFINISHED.search(line):
+            complaints.append(f"{path}:{number}: unfinished work")
+    return complaints
+
+
+def main():
+    root = pathlib.Path(sys.argv[1]).resolve()
+    complaints, count = [], 0
+    folders = (*LIBRARY, "include", "platform", "tools", "tests", "bench", "fuzz", "examples")
+    for folder in folders:
+        for path in sorted((root / folder).rglob("*")):
+            if path.suffix not in (".cpp", ".h", ".c") or not path.is_file():
+                continue
+            count += 1
+            text = path.read_text()
+            complaints += include_complaints(path, text, root) + opening_complaints(path, text)
+    for complaint in complaints:
+        print(complaint)
+    print(f"{count} files: {len(complaints)} complaints")
+    return 1 if complaints or not count else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

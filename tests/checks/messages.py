@@ -1,0 +1,118 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Puts MCTP packets together to messages and decodes them, apart from any other decoder.
+
+DSP0236 (packets and control messages), DSP0240 (PLDM base), DSP0248 (sensors).
+"""
+import dataclasses
+
+CONTROL, PLDM = 0, 1
+PLDM_BASE, PLDM_PLATFORM = 0, 2
+
+CONTROL_COMMANDS = {  # DSP0236, table 12
+    0x01: "Set Endpoint ID", 0x02: "Get Endpoint ID", 0x03: "Get Endpoint UUID",
+    0x04: "Get MCTP Version Support", 0x05: "Get Message Type Support",
+    0x06: "Get Vendor Defined Message Support", 0x07: "Resolve Endpoint ID",
+    0x08: "Allocate Endpoint IDs", 0x09: "Routing Information Update",
+    0x0A: "Get Routing Table Entries", 0x0B: "Prepare for Endpoint Discovery",
+    0x0C: "Endpoint Discovery", 0x0D: "Discovery Notify",
+}
+PLDM_COMMANDS = {
+    PLDM_BASE: {0x01: "SetTID", 0x02: "GetTID", 0x03: "GetPLDMVersion", 0x04: "GetPLDMTypes",
+                0x05: "GetPLDMCommands"},
+    PLDM_PLATFORM: {0x10: "SetNumericSensorEnable", 0x11: "GetSensorReading",
+                    0x20: "SetStateSensorEnables", 0x21: "GetStateSensorReadings"},
+}
+# sensorDataSize (DSP0248, GetSensorReading): width in bytes and sign.
+READING_FORMATS = {0: (1, False), 1: (1, True), 2: (2, False), 3: (2, True), 4: (4, False),
+                   5: (4, True)}
+
+
+@dataclasses.dataclass
+class Message:
+    """One message: its packets, and its bytes from the type byte on."""
+    packets: list
+    complete: bool
+
+    @property
+    def data(self):
+        return b"".join(packet.payload for packet in self.packets)
+
+    @property
+    def type(self):
+        return self.data[0] & 0x7F
+
+    @property
+    def first(self):
+        return self.packets[0]
+
+    @property
+    def last(self):
+        return self.packets[-1]
+
+    @property
+    def request(self):
+        return bool(self.data[1] & 0x80)
+
+    @property
+    def instance(self):
+        return self.data[1] & 0x1F
+
+    @property
+    def pldm_type(self):
+        return self.data[2] & 0x3F
+
+    @property
+    def command(self):
+        return self.data[3] if self.type == PLDM else self.data[2]
+
+    @property
+    def completion_code(self):
+        return self.data[4] if self.type == PLDM else self.data[3]
+
+    @property
+    def body(self):
+        """What follows the command of a request or the completion code of a response."""
+        at = (4 if self.type == PLDM else 3) + (0 if self.request else 1)
+        return self.data[at:]
+
+
+def assemble(packets):
+    """(messages, stray packets that continue no message); messages in the order of their last packets."""
+    messages, strays, running = [], [], {}
+    for packet in packets:
+        key = (packet.interface, packet.source, packet.dest, packet.tag, packet.tag_owner)
+        if packet.start:
+            if key in running:
+                messages.append(Message(running.pop(key), False))
+            running[key] = []
+        elif key not in running:
+            strays.append(packet)
+            continue
+        elif packet.sequence != (running[key][-1].sequence + 1) & 3:
+            strays.append(packet)
+            continue
+        running[key].append(packet)
+        if packet.end:
+            messages.append(Message(running.pop(key), True))
+    messages += [Message(packets, False) for packets in running.values()]
+    return sorted(messages, key=lambda message: message.last.number), strays
+
+
+def ends_like_the_bmc(message):
+    """
+    Whether an unfinished message is one whose end the BMC does not mark: the last packet of a
+    message of several packets that fills its unit goes out without EOM, as deployed firmware has it.
+    """
+    sizes = {len(packet.payload) for packet in message.packets}
+    return message.first.outgoing and len(message.packets) > 1 and len(sizes) == 1
+
+
+def sensor_reading(body):
+    """(sensorDataSize, operational, event enable, present, previous, event state, reading)."""
+    width, signed = READING_FORMATS[body[0]]
+    return (*body[:6], int.from_bytes(body[6:6 + width], "little", signed=signed))
+
+
+def state_fields(body):
+    """The four-byte fields of GetStateSensorReadings."""
+    return [tuple(body[1 + 4 * index:5 + 4 * index]) for index in range(body[0])]

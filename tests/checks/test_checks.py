@@ -1,0 +1,287 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Shows that the checks in this folder find what they look for.
+
+usage: test_checks.py --compiler "COMMAND"
+"""
+import argparse
+import pathlib
+import shlex
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.dont_write_bytecode = True  # no __pycache__ in the source tree
+import capture_check  # noqa: E402
+import dissector  # noqa: E402
+import pcapng  # noqa: E402
+
+HERE = pathlib.Path(__file__).resolve().parent
+COMPILER = []
+
+PLATFORM_H = """\
+#ifndef SIDEBAND_PLATFORM_H
+#define SIDEBAND_PLATFORM_H
+#include <sideband/export.h>
+SIDEBAND_BEGIN_DECLS
+/* not_declared(): only a comment. */
+typedef struct record { int (*member_call)(void); } record;
+int plt_call(int value);
+extern record plt_record;
+SIDEBAND_END_DECLS
+#endif
+"""
+API_H = """\
+#ifndef SIDEBAND_API_H
+#define SIDEBAND_API_H
+#include <sideband/export.h>
+SIDEBAND_BEGIN_DECLS
+SIDEBAND_EXPORT int api_call(void);
+SIDEBAND_EXPORT extern const int api_table[2];
+SIDEBAND_END_DECLS
+#endif
+"""
+GOOD = """\
+#include <sideband/api.h>
+#include <sideband/platform.h>
+#include <unistd.h>
+extern const int api_table[2] = {1, 2};
+int api_call(void) { return plt_call(getpid()) + (plt_record.member_call != nullptr); }
+"""
+
+
+class Tree(unittest.TestCase):
+    """A scratch tree with an include folder of its own."""
+
+    def setUp(self):
+        self.scratch = tempfile.TemporaryDirectory()
+        self.addCleanup(self.scratch.cleanup)
+        self.root = pathlib.Path(self.scratch.name)
+        export = (HERE.parent.parent / "include" / "sideband" / "export.h").read_text()
+        self.write("include/sideband/export.h", export)
+        self.write("include/sideband/platform.h", PLATFORM_H)
+        self.write("include/sideband/api.h", API_H)
+
+    def write(self, name, text):
+        path = self.root / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text)
+
+    def check(self, script, *arguments):
+        """(passed, what it printed)"""
+        done = subprocess.run([sys.executable, HERE / script, *arguments],
+                              capture_output=True, text=True)
+        self.assertEqual(done.stderr, "")
+        return done.returncode == 0, done.stdout
+
+
+class SymbolCheck(Tree):
+    def symbols(self, source, soname="libsideband.so.0", libraries=("-nodefaultlibs", "-lc")):
+        self.write("library.cpp", source)
+        library = self.root / "libsideband.so"
+        subprocess.run([*COMPILER, "-std=c++20", "-shared", "-fPIC", "-fvisibility=hidden",
+                        "-fno-exceptions", "-fno-stack-protector", f"-I{self.root}/include",
+                        f"-Wl,-soname,{soname}", "-o", library, self.root / "library.cpp",
+                        *libraries], check=True)
+        return self.check("symbols.py", "--library", library, "--include", self.root / "include")
+
+    def test_accepts_a_good_library(self):
+        passed, said = self.symbols(GOOD)
+        self.assertTrue(passed, said)
+
+    def assert_refused(self, result, complaint):
+        passed, said = result
+        self.assertFalse(passed)
+        self.assertIn(complaint, said)
+
+    def test_finds_an_export_that_no_header_declares(self):
+        self.assert_refused(self.symbols(GOOD + 'extern "C" SIDEBAND_EXPORT int other() { return 1; }'),
+                            "exported, but in no public header: other")
+
+    def test_finds_a_declaration_that_is_not_exported(self):
+        self.write("include/sideband/api.h", API_H.replace("int api_call(void);",
+                   "int api_call(void);\nSIDEBAND_EXPORT int api_gone(void);"))
+        self.assert_refused(self.symbols(GOOD), "in a public header, but not exported: api_gone")
+
+    def test_finds_a_stranger_that_the_library_needs(self):
+        source = GOOD.replace("getpid()", "stranger() + getpid()")
+        self.assert_refused(self.symbols('extern "C" int stranger();\n' + source),
+                            "undefined: stranger")
+
+    def test_does_not_take_a_comment_or_a_member_for_a_declaration(self):
+        source = GOOD.replace("getpid()", "not_declared() + member_call()")
+        said = self.symbols('extern "C" int not_declared();\nextern "C" int member_call();\n' + source)
+        self.assert_refused(said, "undefined: not_declared")
+        self.assert_refused(said, "undefined: member_call")
+
+    def test_finds_the_cxx_runtime(self):
+        source = GOOD + "int *leak();\nint *leak() { return new int; }\n"
+        source += 'extern "C" SIDEBAND_EXPORT int use() { return *leak(); }'
+        result = self.symbols(source, libraries=())
+        self.assert_refused(result, "needs libstdc++.so.6")
+        self.assert_refused(result, "undefined: _Znwj" if "_Znwj" in result[1] else "undefined: _Znwm")
+
+    def test_finds_a_wrong_soname(self):
+        self.assert_refused(self.symbols(GOOD, soname="libsideband.so.1"), "soname is")
+
+    def test_finds_a_static_constructor(self):
+        self.assert_refused(self.symbols(GOOD + "static int started = getpid();\nint twice() "
+                                         "{ return started * 2; }"), "static constructor")
+
+
+class HeaderCheck(Tree):
+    def headers(self):
+        return self.check("headers.py", "--include", self.root / "include", "--compiler",
+                          shlex.join(COMPILER))
+
+    def test_finds_a_header_that_needs_another_one_first(self):
+        self.write("include/sideband/api.h", API_H.replace("int api_call(void)",
+                                                           "uint8_t api_call(void)"))
+        passed, said = self.headers()
+        self.assertFalse(passed)
+        self.assertIn("sideband/api.h as c11", said)
+        self.assertIn("sideband/api.h as c++20", said)
+
+    def test_finds_what_only_one_language_knows(self):
+        self.write("include/sideband/api.h", API_H.replace("(void)", "(int class_)")
+                   .replace("int class_", "int class"))
+        passed, said = self.headers()
+        self.assertFalse(passed)
+        self.assertNotIn("sideband/api.h as c11", said)
+        self.assertIn("sideband/api.h as c++20", said)
+
+    def test_finds_a_header_without_a_guard(self):
+        self.write("include/sideband/api.h", "typedef struct once { int a; } once;\n")
+        self.assertFalse(self.headers()[0])
+
+
+class HouseCheck(Tree):
+    OPENING = "// SPDX-License-Identifier: Apache-2.0\n// A file for this test.\n"
+
+    def setUp(self):
+        super().setUp()
+        for header in ("export.h", "platform.h", "api.h"):
+            self.write(f"include/sideband/{header}",
+                       "/* SPDX-License-Identifier: Apache-2.0 */\n/* A header. */\n")
+        for folder in ("common", "pldm", "transport", "platform/sim", "tools", "tests"):
+            self.write(f"{folder}/part.h", self.OPENING)
+
+    def house(self, name, text):
+        self.write(name, text)
+        return self.check("house.py", self.root)
+
+    def assert_refused(self, name, text):
+        passed, said = self.house(name, text)
+        self.assertFalse(passed, said)
+        self.assertIn(name, said)
+
+    def test_accepts_a_tidy_tree(self):
+        passed, said = self.house("pldm/base.cpp", self.OPENING + '#include "common/part.h"\n'
+                                  '#include "transport/part.h"\n#include <sideband/api.h>\n')
+        self.assertTrue(passed, said)
+
+    def test_the_library_includes_downwards_only(self):
+        self.assert_refused("common/base.cpp", self.OPENING + '#include "transport/part.h"\n')
+        self.assert_refused("pldm/base.cpp", self.OPENING + '#include "tests/part.h"\n')
+        self.assert_refused("pldm/base.cpp", self.OPENING + '#include "../transport/part.h"\n')
+
+    def test_the_simulated_board_shares_nothing_with_the_library(self):
+        self.assert_refused("platform/sim/a.cpp", self.OPENING + '#include "common/part.h"\n')
+        self.assert_refused("platform/sim/a.cpp", self.OPENING + "#include <sideband/api.h>\n")
+
+    def test_a_file_opens_with_licence_and_purpose(self):
+        self.assert_refused("tools/a.cpp", "// A file.\n")
+        self.assert_refused("tools/a.cpp", "// SPDX-License-Identifier: Apache-2.0\nint a;\n")
+
+    def test_no_unfinished_work(self):
+        self.assert_refused("tools/a.cpp", self.OPENING + "// TO" + "DO: more\n")
+
+
+def block(kind, body):
+    length = len(body) + 12
+    return struct.pack("<II", kind, length) + body + struct.pack("<I", length)
+
+
+def option(code, text):
+    return struct.pack("<HH", code, len(text)) + text + bytes(-len(text) % 4)
+
+
+def capture_file(packets, link_type=pcapng.LINUX_SLL2):
+    """A capture of (outgoing, hex of the MCTP packet)."""
+    data = block(pcapng.SECTION_HEADER, struct.pack("<IHHq", 0x1A2B3C4D, 1, 0, -1))
+    data += block(pcapng.INTERFACE, struct.pack("<HHI", link_type, 0, 0) + option(2, b"i2c-3"))
+    for number, (outgoing, text) in enumerate(packets):
+        frame = struct.pack(">HHIHBB8s", 0x00FA, 0, 0, 1, 4 if outgoing else 0, 1, b"\x30")
+        frame += bytes.fromhex(text)
+        head = struct.pack("<IIIII", 0, 0, number, len(frame), len(frame))
+        data += block(pcapng.ENHANCED_PACKET, head + frame + bytes(-len(frame) % 4)
+                      + option(1, b"bus 3, address 0x30"))
+    return data
+
+
+@unittest.skipUnless(dissector.find(), "no tshark here knows MCTP")
+class CaptureCheck(unittest.TestCase):
+    READING = (True, "01 1d 08 cb 01 81 02 11 0c 00 00")
+    ANSWER = (False, "01 08 1d c3 01 01 02 11 00 05 00 00 01 01 01 eb ff ff ff")
+
+    def compare(self, *packets, link_type=pcapng.LINUX_SLL2):
+        with tempfile.NamedTemporaryFile(suffix=".pcapng") as file:
+            file.write(capture_file(packets, link_type))
+            file.flush()
+            comparison = capture_check.Comparison(dissector.find(), file.name)
+            comparison.run()
+            return comparison
+
+    def assert_complaint(self, comparison, text):
+        self.assertTrue(any(text in complaint for complaint in comparison.complaints),
+                        comparison.complaints)
+
+    def test_accepts_an_exchange_and_reads_its_value(self):
+        comparison = self.compare(self.READING, self.ANSWER)
+        self.assertEqual(comparison.complaints, [])
+        self.assertEqual(capture_check.answers_by_sensor(comparison), {12: [(5, 0, 0, 1, 1, 1, -21)]})
+
+    def test_finds_a_value_that_the_tool_prints_otherwise(self):
+        sensor = {"sensor_type": "numeric", "sensor_data_size": 5, "sensor_operational_state": 0,
+                  "sensor_event_message_enable": 0, "present_state": 1, "previous_state": 1,
+                  "event_state": 1, "present_reading": -21}
+        self.assertIsNone(capture_check.compare_sensor(sensor, [(5, 0, 0, 1, 1, 1, -21)]))
+        self.assertIsNotNone(capture_check.compare_sensor(sensor, [(5, 0, 0, 1, 1, 1, -20)]))
+        self.assertIsNotNone(capture_check.compare_sensor(sensor, []))
+
+    def test_finds_a_cut_answer(self):
+        outgoing, text = self.ANSWER
+        self.assert_complaint(self.compare(self.READING, (outgoing, text[:-9])), "alformed")
+
+    def test_finds_a_message_without_an_end(self):
+        self.assert_complaint(self.compare((False, "01 08 1d 83 01 01 02 11 00")), "has no end")
+
+    def test_finds_a_packet_that_continues_nothing(self):
+        self.assert_complaint(self.compare((False, "01 08 1d 53 01 01 02 11")), "continues no message")
+
+    def test_counts_the_full_last_packet_of_the_bmc(self):
+        first, last = "01 1d 08 89 01 87 00 05 00 f1 f0 f0", "01 1d 08 19 00 00 00 00 00 00 00 00"
+        comparison = self.compare((True, first), (True, last))
+        self.assertEqual((comparison.complaints, comparison.unmarked_ends), ([], 1))
+        comparison = self.compare((False, first), (False, last))
+        self.assert_complaint(comparison, "has no end")
+        comparison = self.compare((True, first), (True, last + " 00"))
+        self.assert_complaint(comparison, "has no end")
+
+    def test_finds_a_wrong_version(self):
+        outgoing, text = self.READING
+        self.assert_complaint(self.compare((outgoing, "02" + text[2:])), "not dissected as MCTP")
+
+    def test_refuses_another_link_type(self):
+        with self.assertRaises(pcapng.Malformed):
+            self.compare(self.READING, link_type=291)
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--compiler", required=True)
+    arguments, rest = parser.parse_known_args()
+    COMPILER = shlex.split(arguments.compiler)
+    unittest.main(argv=[sys.argv[0], *rest])
