@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: Apache-2.0
+// Names that the standards give to codes: completion codes, commands, types, states.
+#include "tools/codes.h"
+
+#include <sideband/pldm.h>
+
+#include <span>
+
+namespace tool {
+namespace {
+
+struct Name {
+    uint8_t value;
+    const char* text;
+};
+
+std::string find(std::span<const Name> names, uint8_t value, const char* otherwise) {
+    for (const Name& name : names) {
+        if (name.value == value) {
+            return name.text;
+        }
+    }
+    return otherwise;
+}
+
+/// A completion code that one command of one PLDM type has for itself.
+struct CommandCode {
+    uint8_t type;
+    uint8_t command;
+    uint8_t code;
+    const char* text;
+};
+
+constexpr CommandCode command_codes[] = {
+    {PLDM_TYPE_BASE, 0x03, 0x80, "INVALID_DATA_TRANSFER_HANDLE"},
+    {PLDM_TYPE_BASE, 0x03, 0x81, "INVALID_TRANSFER_OPERATION_FLAG"},
+    {PLDM_TYPE_BASE, 0x03, 0x83, "INVALID_PLDM_TYPE_IN_REQUEST_DATA"},
+    {PLDM_TYPE_BASE, 0x03, 0x84, "INVALID_PLDM_VERSION_IN_REQUEST_DATA"},
+    {PLDM_TYPE_BASE, 0x05, 0x80, "INVALID_DATA_TRANSFER_HANDLE"},
+    {PLDM_TYPE_BASE, 0x05, 0x81, "INVALID_TRANSFER_OPERATION_FLAG"},
+    {PLDM_TYPE_BASE, 0x05, 0x83, "INVALID_PLDM_TYPE_IN_REQUEST_DATA"},
+    {PLDM_TYPE_BASE, 0x05, 0x84, "INVALID_PLDM_VERSION_IN_REQUEST_DATA"},
+    {PLDM_TYPE_MONITOR, 0x10, 0x80, "INVALID_SENSOR_ID"},
+    {PLDM_TYPE_MONITOR, 0x10, 0x81, "INVALID_SENSOR_OPERATIONAL_STATE"},
+    {PLDM_TYPE_MONITOR, 0x10, 0x82, "EVENT_GENERATION_NOT_SUPPORTED"},
+    {PLDM_TYPE_MONITOR, 0x11, 0x80, "INVALID_SENSOR_ID"},
+    {PLDM_TYPE_MONITOR, 0x11, 0x81, "REARM_UNAVAILABLE_IN_PRESENT_STATE"},
+    {PLDM_TYPE_MONITOR, 0x20, 0x80, "INVALID_SENSOR_ID"},
+    {PLDM_TYPE_MONITOR, 0x20, 0x81, "INVALID_SENSOR_OPERATIONAL_STATE"},
+    {PLDM_TYPE_MONITOR, 0x20, 0x82, "EVENT_GENERATION_NOT_SUPPORTED"},
+    {PLDM_TYPE_MONITOR, 0x21, 0x80, "INVALID_SENSOR_ID"},
+};
+
+}  // namespace
+
+std::string control_command_name(uint8_t command) {
+    static constexpr Name names[] = {
+        {0x01, "Set Endpoint ID"},
+        {0x02, "Get Endpoint ID"},
+        {0x03, "Get Endpoint UUID"},
+        {0x04, "Get MCTP Version Support"},
+        {0x05, "Get Message Type Support"},
+        {0x06, "Get Vendor Defined Message Support"},
+        {0x07, "Resolve Endpoint ID"},
+        {0x08, "Allocate Endpoint IDs"},
+        {0x09, "Routing Information Update"},
+        {0x0A, "Get Routing Table Entries"},
+        {0x0B, "Prepare for Endpoint Discovery"},
+        {0x0C, "Endpoint Discovery"},
+        {0x0D, "Discovery Notify"},
+    };
+    return find(names, command, "MCTP control command");
+}
+
+std::string control_code_name(uint8_t code) {
+    static constexpr Name names[] = {
+        {0x00, "SUCCESS"},
+        {0x01, "ERROR"},
+        {0x02, "ERROR_INVALID_DATA"},
+        {0x03, "ERROR_INVALID_LENGTH"},
+        {0x04, "ERROR_NOT_READY"},
+        {0x05, "ERROR_UNSUPPORTED_CMD"},
+    };
+    return find(names, code, code >= 0x80 ? "command specific" : "reserved");
+}
+
+std::string message_type_name(uint8_t type) {
+    static constexpr Name names[] = {
+        {0x00, "control"}, {0x01, "pldm"},       {0x02, "ncsi"},        {0x03, "ethernet"},
+        {0x04, "nvme-mi"}, {0x05, "spdm"},       {0x06, "secured"},     {0x07, "cxl-fm-api"},
+        {0x08, "cxl-cci"}, {0x7E, "vendor-pci"}, {0x7F, "vendor-iana"},
+    };
+    return find(names, type & 0x7F, "unknown");
+}
+
+std::string pldm_type_name(uint8_t type) {
+    static constexpr Name names[] = {
+        {0, "Messaging Control and Discovery"},
+        {1, "SMBIOS"},
+        {2, "Platform Monitoring and Control"},
+        {3, "BIOS Control and Configuration"},
+        {4, "FRU Data"},
+        {5, "Firmware Update"},
+        {6, "Redfish Device Enablement"},
+        {7, "File Transfer"},
+        {63, "OEM Specific"},
+    };
+    return find(names, type, "reserved");
+}
+
+std::string pldm_base_command_name(uint8_t command) {
+    static constexpr Name names[] = {
+        {0x01, "SetTID"},
+        {0x02, "GetTID"},
+        {0x03, "GetPLDMVersion"},
+        {0x04, "GetPLDMTypes"},
+        {0x05, "GetPLDMCommands"},
+        {0x06, "SelectPLDMVersion"},
+        {0x07, "NegotiateTransferParameters"},
+        {0x08, "MultipartSend"},
+        {0x09, "MultipartReceive"},
+        {0x0A, "GetMultipartTransferSupport"},
+    };
+    return find(names, command, "unknown");
+}
+
+std::string pldm_code_name(uint8_t type, uint8_t command, uint8_t code) {
+    static constexpr Name names[] = {
+        {PLDM_CC_SUCCESS, "SUCCESS"},
+        {PLDM_CC_ERROR, "ERROR"},
+        {PLDM_CC_INVALID_DATA, "ERROR_INVALID_DATA"},
+        {PLDM_CC_INVALID_LENGTH, "ERROR_INVALID_LENGTH"},
+        {PLDM_CC_NOT_READY, "ERROR_NOT_READY"},
+        {PLDM_CC_UNSUPPORTED_COMMAND, "ERROR_UNSUPPORTED_PLDM_CMD"},
+        {0x20, "ERROR_INVALID_PLDM_TYPE"},
+    };
+    for (const CommandCode& own : command_codes) {
+        if (own.type == type && own.command == command && own.code == code) {
+            return own.text;
+        }
+    }
+    return find(names, code, code >= 0x80 ? "command specific" : "reserved");
+}
+
+std::string operational_state_name(uint8_t state) {
+    static constexpr Name names[] = {
+        {0, "enabled"}, {1, "disabled"},     {2, "unavailable"},  {3, "statusUnknown"},
+        {4, "failed"},  {5, "initializing"}, {6, "shuttingDown"}, {7, "inTest"},
+    };
+    return find(names, state, "reserved");
+}
+
+std::string numeric_state_name(uint8_t state) {
+    static constexpr Name names[] = {
+        {0, "Unknown"},      {1, "Normal"},        {2, "Warning"},       {3, "Critical"},
+        {4, "Fatal"},        {5, "LowerWarning"},  {6, "LowerCritical"}, {7, "LowerFatal"},
+        {8, "UpperWarning"}, {9, "UpperCritical"}, {10, "UpperFatal"},
+    };
+    return find(names, state, "reserved");
+}
+
+std::string state_name(uint16_t state_set, uint8_t state) {
+    static constexpr Name health[] = {
+        {1, "Normal"},         {2, "Non-Critical"},       {3, "Critical"},
+        {4, "Fatal"},          {5, "Upper Non-Critical"}, {6, "Lower Non-Critical"},
+        {7, "Upper Critical"}, {8, "Lower Critical"},     {9, "Upper Fatal"},
+        {10, "Lower Fatal"},
+    };
+    static constexpr Name presence[] = {{1, "Present"}, {2, "Not Present"}};
+    static constexpr Name thermal_trip[] = {{1, "Normal"}, {2, "Over-temperature Shutdown"}};
+    static constexpr Name link_state[] = {{1, "Connected"}, {2, "Disconnected"}};
+    switch (state_set) {
+        case 1:
+            return find(health, state, "");
+        case 13:
+            return find(presence, state, "");
+        case 21:
+            return find(thermal_trip, state, "");
+        case 33:
+            return find(link_state, state, "");
+        default:
+            return {};
+    }
+}
+
+}  // namespace tool

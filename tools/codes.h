@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+// Names that the standards give to codes: completion codes, commands, types, states.
+#ifndef SIDEBAND_TOOLS_CODES_H
+#define SIDEBAND_TOOLS_CODES_H
+
+#include <cstdint>
+#include <string>
+
+namespace tool {
+
+/// MCTP control: DSP0236, tables 12 and 13.
+std::string control_command_name(uint8_t command);
+std::string control_code_name(uint8_t code);
+
+/// MCTP message types: DSP0239, table 1. Bit 7 of the type byte is left out of account.
+std::string message_type_name(uint8_t type);
+
+/// PLDM types: DSP0245, table 1.
+std::string pldm_type_name(uint8_t type);
+
+/// Base commands: DSP0240, table 11.
+std::string pldm_base_command_name(uint8_t command);
+
+/// A PLDM completion code: the base codes (DSP0240, table 5) and from 0x80 on those of the command.
+std::string pldm_code_name(uint8_t type, uint8_t command, uint8_t code);
+
+/// sensorOperationalState and presentState of a numeric sensor: DSP0248, GetSensorReading.
+std::string operational_state_name(uint8_t state);
+std::string numeric_state_name(uint8_t state);
+
+/// A state of one of the state sets (DSP0249) that boards use most; empty for any other.
+std::string state_name(uint16_t state_set, uint8_t state);
+
+}  // namespace tool
+
+#endif

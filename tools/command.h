@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+// What every command is given, and the commands themselves: command_line.cpp names them.
+#ifndef SIDEBAND_TOOLS_COMMAND_H
+#define SIDEBAND_TOOLS_COMMAND_H
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+#include "tools/failure.h"
+#include "tools/output.h"
+#include "tools/port.h"
+
+namespace tool {
+
+using Json = nlohmann::ordered_json;
+
+/// What a command works with.
+struct Context {
+    Port& port;
+    Output& output;
+    std::string command;  ///< its words, e.g. "pldm info"
+    ExitStatus status = ExitStatus::done;
+
+    /// Reports a failure after which the command goes on.
+    void report(const Failure& failure) {
+        output.error(command, failure);
+        status = failure.status;
+    }
+};
+
+// Each throws Failure where it cannot go on. ENDPOINT arguments are read by find_endpoint().
+
+void run_demo(Context& context);
+void run_scan(Context& context);
+void run_mctp_eid(Context& context, const std::string& endpoint);
+void run_mctp_uuid(Context& context, const std::string& endpoint);
+void run_mctp_routes(Context& context, const std::string& endpoint);
+
+/// @param type  a message type by name or number
+/// @param hex   the message body in pieces
+void run_raw(Context& context, const std::string& endpoint, const std::string& type,
+             const std::vector<std::string>& hex);
+
+void run_pldm_info(Context& context, const std::string& endpoint);
+
+/// @param ids  sensors such as "12" and "state:5"; empty for those that the board describes
+void run_pldm_sensors(Context& context, const std::string& endpoint,
+                      const std::vector<std::string>& ids);
+
+}  // namespace tool
+
+#endif

@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command line: which command is wanted, with which options.
+#include "tools/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <sstream>
+
+#include "tools/endpoint_name.h"
+
+namespace tool {
+namespace {
+
+constexpr const char* footer =
+    "Before or behind the command: --board FILE, --json, --capture FILE, --verbose\n"
+    "Exit status: 0 done, 1 device or transport failed, 2 wrong usage, 3 an input file is bad";
+
+/// What the positional arguments of all commands go into.
+struct Words {
+    std::string endpoint;
+    std::string type;
+    std::vector<std::string> rest;
+};
+
+void add_options(CLI::App& app, CommandLine& line) {
+    app.add_option("--board", line.board, "the board's description (default: built in)")
+        ->type_name("FILE");
+    app.add_flag("--json", line.json, "one JSON document on standard output, nothing else");
+    app.add_option("--capture", line.capture, "write what passes over the buses as pcapng")
+        ->type_name("FILE");
+    app.add_flag("--verbose", line.verbose, "the library's own dumps and log on standard error");
+    app.set_version_flag("--version", std::string(Port::program_name()) + " " + SIDEBAND_VERSION);
+    app.footer(footer);
+}
+
+/// Puts commands on the command line.
+class Commands {
+public:
+    Commands(CommandLine& line, std::shared_ptr<Words> words)
+        : line_(line), words_(std::move(words)) {}
+
+    CLI::App* add(CLI::App& family, const char* name, const char* help,
+                  std::function<void(Context&, const Words&)> run) const {
+        CLI::App* command = family.add_subcommand(name, help);
+        command->callback([&line = line_, words = words_, run = std::move(run)] {
+            line.run = [words, run](Context& context) { run(context, *words); };
+        });
+        return command;
+    }
+
+    CLI::App* add_endpoint(CLI::App& family, const char* name, const char* help,
+                           std::function<void(Context&, const Words&)> run) const {
+        CLI::App* command = add(family, name, help, std::move(run));
+        command->add_option("ENDPOINT", words_->endpoint, endpoint_help)->required();
+        return command;
+    }
+
+    Words& words() const { return *words_; }
+
+private:
+    CommandLine& line_;
+    std::shared_ptr<Words> words_;
+};
+
+CLI::App& add_family(CLI::App& app, const char* name, const char* help) {
+    CLI::App* family = app.add_subcommand(name, help);
+    family->require_subcommand(1);
+    return *family;
+}
+
+void add_mctp(CLI::App& app, const Commands& commands) {
+    CLI::App& family = add_family(app, "mctp", "MCTP control");
+    commands.add_endpoint(family, "eid", "the endpoint ID, assigned where there was none",
+                          [](Context& c, const Words& w) { run_mctp_eid(c, w.endpoint); });
+    commands.add_endpoint(family, "uuid", "the endpoint's UUID",
+                          [](Context& c, const Words& w) { run_mctp_uuid(c, w.endpoint); });
+    commands.add_endpoint(family, "routes", "the routing table of a bus owner or bridge",
+                          [](Context& c, const Words& w) { run_mctp_routes(c, w.endpoint); });
+}
+
+void add_raw(CLI::App& app, const Commands& commands) {
+    CLI::App* raw = commands.add_endpoint(
+        app, "raw", "one message body out, the answer in hex",
+        [](Context& c, const Words& w) { run_raw(c, w.endpoint, w.type, w.rest); });
+    raw->add_option("TYPE", commands.words().type, "control, pldm, ncsi, nvme-mi, or a number")
+        ->required();
+    raw->add_option("HEX", commands.words().rest, "the message without its type byte")->required();
+}
+
+void add_pldm(CLI::App& app, const Commands& commands) {
+    CLI::App& family = add_family(app, "pldm", "PLDM: base information, sensors");
+    commands.add_endpoint(family, "info", "terminus ID, PLDM types, versions, commands",
+                          [](Context& c, const Words& w) { run_pldm_info(c, w.endpoint); });
+    CLI::App* sensors = commands.add_endpoint(
+        family, "sensors", "sensor readings",
+        [](Context& c, const Words& w) { run_pldm_sensors(c, w.endpoint, w.rest); });
+    sensors->add_option("ID", commands.words().rest,
+                        "sensors, e.g. 12 state:5; without any, those that the board describes");
+}
+
+/// The innermost command that the command line has named, and the words that lead to it.
+const CLI::App& innermost(const CLI::App& app, std::string& words) {
+    const CLI::App* at = &app;
+    while (!at->get_subcommands().empty()) {
+        at = at->get_subcommands().front();
+        words += (words.empty() ? "" : " ") + at->get_name();
+    }
+    return *at;
+}
+
+std::string usage_error(const CLI::App& app, const CLI::App& inner, const CLI::ParseError& error) {
+    const bool command_missing = inner.get_require_subcommand_min() > 0;
+    if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr || !command_missing) {
+        return error.what();
+    }
+    // The word that stands where the command should is the first of the left-over ones.
+    const std::vector<std::string> left = app.remaining(true);
+    return left.empty() ? "a command is required" : left.front() + ": no such command";
+}
+
+}  // namespace
+
+void parse_command_line(int argc, char** argv, CommandLine& line) {
+    CLI::App app{"Talks to the devices of a server over MCTP: discovery, PLDM, raw messages.",
+                 std::string(Port::program_name())};
+    app.fallthrough();
+    app.require_subcommand(1);
+    add_options(app, line);
+    const Commands commands(line, std::make_shared<Words>());
+    commands.add(app, "demo", "a tour of the whole board",
+                 [](Context& c, const Words&) { run_demo(c); });
+    commands.add(app, "scan", "every endpoint: where it is, EID, UUID, what it speaks",
+                 [](Context& c, const Words&) { run_scan(c); });
+    add_mctp(app, commands);
+    add_raw(app, commands);
+    add_pldm(app, commands);
+    try {
+        app.parse(argc, argv);
+        innermost(app, line.command);
+    } catch (const CLI::Success& wish) {
+        std::ostringstream text;
+        app.exit(wish, text, text);
+        line.text = text.str();
+    } catch (const CLI::ParseError& error) {
+        const CLI::App& inner = innermost(app, line.command);
+        throw Failure(ExitStatus::usage, usage_error(app, inner, error) + " (try --help)");
+    }
+}
+
+}  // namespace tool

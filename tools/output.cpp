@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: Apache-2.0
+// The tool's standard output and error, kept apart from what the library prints.
+#include "tools/output.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tools/port.h"
+#include "tools/text.h"
+
+namespace tool {
+namespace {
+
+void write_all(FILE* stream, std::string_view text) {
+    std::fwrite(text.data(), 1, text.size(), stream);
+}
+
+/// Device names and file names come from outside: bytes that are no UTF-8 must not end the tool.
+std::string dump(const nlohmann::ordered_json& document) {
+    return document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace
+
+Output::Output(bool json) : json_(json) {
+    const int own = dup(STDOUT_FILENO);
+    if (own >= 0) {
+        stream_ = fdopen(own, "w");
+    }
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere >= 0) {
+        dup2(nowhere, STDOUT_FILENO);
+        close(nowhere);
+    }
+}
+
+Output::~Output() {
+    finish();
+}
+
+void Output::show_library_output() {
+    std::fflush(stdout);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    // Line by line, so that dumps and errors stay in order.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+}
+
+void Output::text(std::string_view text) {
+    if (!json_) {
+        plain(text);
+    }
+}
+
+void Output::plain(std::string_view text) {
+    if (stream_ != nullptr) {
+        write_all(stream_, text);
+        std::fflush(stream_);
+    }
+}
+
+void Output::document(const nlohmann::ordered_json& document) {
+    if (json_) {
+        plain(dump(document));
+        document_printed_ = true;
+    }
+}
+
+void Output::error(const std::string& command, const Failure& failure) {
+    std::fflush(stdout);
+    std::string line{Port::program_name()};
+    line += ": ";
+    if (!command.empty()) {
+        line += command + ": ";
+    }
+    write_all(stderr, line + one_line(failure.what()) + "\n");
+    if (!document_printed_) {
+        nlohmann::ordered_json details = failure_json(failure);
+        details["exit_status"] = static_cast<int>(failure.status);
+        document({{"error", details}});
+    }
+}
+
+void Output::note(std::string_view line) {
+    std::fflush(stdout);
+    write_all(stderr, fmt::format("{}\n", line));
+}
+
+bool Output::finish() {
+    if (stream_ == nullptr) {
+        return false;
+    }
+    const bool written = std::ferror(stream_) == 0;
+    const bool closed = std::fclose(stream_) == 0;
+    stream_ = nullptr;
+    return written && closed;
+}
+
+nlohmann::ordered_json failure_json(const Failure& failure) {
+    nlohmann::ordered_json json{{"message", one_line(failure.what())}};
+    if (!failure.endpoint.empty()) {
+        json["endpoint"] = failure.endpoint;
+        json["operation"] = failure.operation;
+    }
+    if (failure.code) {
+        json["completion_code"] = failure.code->code;
+        json["completion_code_name"] = failure.code->name;
+    }
+    return json;
+}
+
+}  // namespace tool

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+// The tool's standard output and error, kept apart from what the library prints.
+#ifndef SIDEBAND_TOOLS_OUTPUT_H
+#define SIDEBAND_TOOLS_OUTPUT_H
+
+#include <cstdio>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+
+#include "tools/failure.h"
+
+namespace tool {
+
+/// The library prints its dumps with stdio to descriptor 1. This takes a copy of that descriptor
+/// for the tool's own output and leads descriptor 1 to nowhere, or to standard error.
+class Output {
+public:
+    /// @param json  the command prints one JSON document and no text
+    explicit Output(bool json);
+    ~Output();
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    /// Shows from now on what the library prints, on standard error.
+    void show_library_output();
+
+    bool json() const { return json_; }
+
+    /// Text for people; swallowed where JSON is wanted.
+    void text(std::string_view text);
+
+    /// Text whatever the format, for help and version.
+    void plain(std::string_view text);
+
+    /// The command's one JSON document; swallowed where text is wanted.
+    void document(const nlohmann::ordered_json& document);
+
+    /// One line on standard error, behind the name of the program. Where JSON is wanted and the
+    /// command has printed no document, the error becomes that document.
+    void error(const std::string& command, const Failure& failure);
+
+    /// A line on standard error that is no error.
+    void note(std::string_view line);
+
+    /// @return false where something could not be written
+    bool finish();
+
+private:
+    FILE* stream_ = nullptr;
+    bool json_ = false;
+    bool document_printed_ = false;
+};
+
+/// A failure as a JSON object: message, and endpoint, operation and completion code where known.
+nlohmann::ordered_json failure_json(const Failure& failure);
+
+}  // namespace tool
+
+#endif

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the tool needs from the platform library that it is linked with, beyond sideband/platform.h.
+#ifndef SIDEBAND_TOOLS_PORT_H
+#define SIDEBAND_TOOLS_PORT_H
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tool {
+
+enum class Transport { i2c, pcie };
+
+/// A sensor that the board's description names.
+struct Sensor {
+    uint16_t id = 0;
+    bool numeric = true;
+    std::string name;
+    std::string unit;
+    double resolution = 1.0;      ///< numeric: units a count
+    uint8_t composite_count = 1;  ///< state: composite sensors
+    uint16_t state_set = 0;       ///< state: state set of the first composite sensor (DSP0249)
+};
+
+/// An endpoint and how to reach it: what goes into an mctp_ctx.
+struct Endpoint {
+    std::string name;
+    std::string type;
+    Transport transport = Transport::i2c;
+    uint8_t binding_kind = 0;
+    uint8_t bus = 0;
+    uint8_t address = 0;  ///< 8-bit form
+    std::array<uint8_t, 48> mux{};
+    std::array<uint8_t, 3> bdf{};
+    uint32_t route = 0;
+    uint16_t unit_size = 0;
+    uint32_t i2c_delay_us = 0;
+    std::vector<Sensor> sensors;
+};
+
+/// What passed over one bus.
+struct BusUse {
+    uint8_t bus = 0;
+    uint32_t clock_hz = 0;
+    uint64_t packets = 0;
+    uint64_t bytes = 0;          ///< on the wire
+    uint64_t payload_bytes = 0;  ///< MCTP message bytes among them
+    uint64_t busy_ns = 0;
+};
+
+/// The board under the platform interface. One file, port_NAME.cpp, implements it for a platform.
+class Port {
+public:
+    /// Opens the board; an empty name stands for the platform's own. Throws Failure.
+    static std::unique_ptr<Port> open(const std::string& board_file);
+
+    /// The name by which the tool linked with this platform goes.
+    static std::string_view program_name();
+
+    Port() = default;
+    virtual ~Port() = default;
+    Port(const Port&) = delete;
+    Port& operator=(const Port&) = delete;
+
+    virtual std::string board_name() const = 0;
+    virtual const std::vector<Endpoint>& endpoints() const = 0;
+
+    /// The clock by which the board lives, and a pause in it.
+    virtual uint64_t now_us() const = 0;
+    virtual void wait_us(uint64_t microseconds) = 0;
+
+    virtual std::vector<BusUse> bus_use() const = 0;
+
+    /// Writes all that passes to a file, from now until finish_capture(). Both throw Failure.
+    virtual void start_capture(const std::string& path) = 0;
+    virtual void finish_capture() = 0;
+
+    /// Host main power; off means that devices are not powered in standby either.
+    /// @return false where the platform cannot switch it
+    virtual bool set_main_power(bool on) = 0;
+
+    /// Makes an endpoint misbehave, by one object of a board file's "faults".
+    /// @return false where the platform cannot
+    virtual bool add_fault(const std::string& endpoint, std::string_view fault_json) = 0;
+    virtual void clear_faults(const std::string& endpoint) = 0;
+
+    /// Names of platform locks that are held now, and misuse of locks seen so far.
+    virtual std::vector<std::string> lock_complaints() const = 0;
+
+    /// Lines that the library logged through the platform, oldest first.
+    virtual std::vector<std::string> log_lines() const = 0;
+};
+
+}  // namespace tool
+
+#endif

@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: Apache-2.0
+// The tool's platform where it is linked with the simulated board.
+#include <fmt/format.h>
+#include <sideband/platform.h>
+
+#include "board.h"
+#include "tools/failure.h"
+#include "tools/port.h"
+
+namespace tool {
+namespace {
+
+Sensor sensor_of(const sim::SensorInfo& info) {
+    return {.id = info.id,
+            .numeric = info.kind == sim::SensorInfo::Kind::numeric,
+            .name = info.name,
+            .unit = info.unit,
+            .resolution = info.resolution,
+            .composite_count = info.composite_count,
+            .state_set = info.state_set};
+}
+
+Endpoint endpoint_of(const sim::EndpointInfo& info) {
+    Endpoint endpoint{
+        .name = info.name,
+        .type = info.type,
+        .transport = info.transport == sim::Transport::pcie ? Transport::pcie : Transport::i2c,
+        .binding_kind = info.binding_kind,
+        .bus = info.bus,
+        .address = info.address,
+        .mux = info.mux,
+        .bdf = info.bdf,
+        .route = info.route,
+        .unit_size = info.unit_size,
+        .i2c_delay_us = info.i2c_delay_us,
+        .sensors = {}};
+    for (const sim::SensorInfo& sensor : info.sensors) {
+        endpoint.sensors.push_back(sensor_of(sensor));
+    }
+    return endpoint;
+}
+
+class SimulatedPort final : public Port {
+public:
+    explicit SimulatedPort(std::unique_ptr<sim::Board> board) : board_(std::move(board)) {
+        for (const sim::EndpointInfo& info : board_->endpoints()) {
+            endpoints_.push_back(endpoint_of(info));
+        }
+        sim::Board::use(board_.get());
+    }
+    ~SimulatedPort() override { sim::Board::use(nullptr); }
+
+    std::string board_name() const override { return board_->name(); }
+    const std::vector<Endpoint>& endpoints() const override { return endpoints_; }
+    uint64_t now_us() const override { return board_->now_us(); }
+    void wait_us(uint64_t microseconds) override { board_->advance_us(microseconds); }
+    std::vector<BusUse> bus_use() const override;
+    void start_capture(const std::string& path) override;
+    void finish_capture() override;
+    bool set_main_power(bool on) override;
+    bool add_fault(const std::string& endpoint, std::string_view fault_json) override;
+    void clear_faults(const std::string& endpoint) override { board_->clear_faults(endpoint); }
+    std::vector<std::string> lock_complaints() const override;
+    std::vector<std::string> log_lines() const override;
+
+private:
+    std::unique_ptr<sim::Board> board_;
+    std::vector<Endpoint> endpoints_;
+    std::string capture_path_;
+};
+
+std::vector<BusUse> SimulatedPort::bus_use() const {
+    std::vector<BusUse> uses;
+    for (const sim::BusStatistics& bus : board_->bus_statistics()) {
+        uses.push_back({.bus = bus.bus,
+                        .clock_hz = bus.clock_hz,
+                        .packets = bus.packets,
+                        .bytes = bus.bytes,
+                        .payload_bytes = bus.payload_bytes,
+                        .busy_ns = bus.busy_ns});
+    }
+    return uses;
+}
+
+void SimulatedPort::start_capture(const std::string& path) {
+    std::string error;
+    if (!board_->start_capture(path, error)) {
+        throw Failure(ExitStatus::failed, "the capture cannot be written: " + error);
+    }
+    capture_path_ = path;
+}
+
+void SimulatedPort::finish_capture() {
+    if (!board_->stop_capture()) {
+        throw Failure(ExitStatus::failed, "the capture is incomplete: " + capture_path_);
+    }
+}
+
+bool SimulatedPort::set_main_power(bool on) {
+    board_->set_main_power(on);
+    // Standby option 0: no device behind the BMC has power while the host is off.
+    board_->set_standby(0, 0, false);
+    return true;
+}
+
+bool SimulatedPort::add_fault(const std::string& endpoint, std::string_view fault_json) {
+    sim::BoardError error;
+    if (!board_->add_fault(endpoint, fault_json, error)) {
+        throw Failure(ExitStatus::failed, fmt::format("{}: the fault is refused: {}: {}", endpoint,
+                                                      error.key, error.text));
+    }
+    return true;
+}
+
+std::vector<std::string> SimulatedPort::lock_complaints() const {
+    sim::LockReport report = board_->lock_report();
+    std::vector<std::string> complaints = report.violations;
+    for (const std::string& lock : report.held) {
+        complaints.push_back(lock + " is still held");
+    }
+    return complaints;
+}
+
+std::vector<std::string> SimulatedPort::log_lines() const {
+    std::vector<std::string> lines = board_->syslog();
+    const std::vector<std::string> console = board_->console();
+    lines.insert(lines.end(), console.begin(), console.end());
+    return lines;
+}
+
+}  // namespace
+
+std::string_view Port::program_name() {
+    return "sideband-sim";
+}
+
+std::unique_ptr<Port> Port::open(const std::string& board_file) {
+    sim::BoardError error;
+    std::unique_ptr<sim::Board> board = board_file.empty()
+                                            ? sim::Board::parse(sim::Board::built_in_file(), error)
+                                            : sim::Board::load(board_file, error);
+    if (board == nullptr) {
+        throw Failure(ExitStatus::input,
+                      error.message(board_file.empty() ? "the built-in board" : board_file));
+    }
+    return std::make_unique<SimulatedPort>(std::move(board));
+}
+
+}  // namespace tool

@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: Apache-2.0
+// A conversation with one endpoint through the library, with the device's own codes kept for
+// errors.
+#include "tools/session.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+#include "tools/codes.h"
+
+namespace tool {
+namespace {
+
+constexpr uint8_t set_endpoint_id = 0x01;
+constexpr uint8_t get_message_type_support = 0x05;
+constexpr uint8_t last_routing_handle = 0xFF;
+/// Entry handles are 8-bit: a table that needs more reads than this goes round in circles.
+constexpr int routing_reads_max = 256;
+
+std::string code_text(const DeviceCode& code) {
+    return fmt::format("completion code 0x{:02x} ({})", code.code, code.name);
+}
+
+/// Why nothing came back, as far as the board can tell: without power nothing is even sent.
+std::string silence() {
+    uint8_t power = 0;
+    _PltGPIO_RegRead(PLT_MAIN_POWER_REGISTER, 0, 0, &power);
+    return power != 0 ? "no answer" : "no answer, the host's main power is off";
+}
+
+/// The entries of one answer; an entry that does not fit the answer ends them.
+void append_entries(std::span<const uint8_t> answer, std::vector<RoutingEntry>& entries) {
+    constexpr size_t first_entry = 5;
+    constexpr size_t fixed_part = 6;
+    size_t at = first_entry;
+    for (int left = answer[4]; left > 0 && at + fixed_part <= answer.size(); --left) {
+        const std::span<const uint8_t> raw = answer.subspan(at);
+        const size_t address_size = raw[5];
+        if (fixed_part + address_size > raw.size()) {
+            return;
+        }
+        RoutingEntry entry{.eid_range_size = raw[0],
+                           .starting_eid = raw[1],
+                           .entry_type = static_cast<uint8_t>(raw[2] >> 6),
+                           .port = static_cast<uint8_t>(raw[2] & 0x1F),
+                           .dynamic_entry = (raw[2] & 0x20) != 0,
+                           .binding_type = raw[3],
+                           .media_type = raw[4],
+                           .address = {}};
+        entry.address.assign(raw.begin() + fixed_part,
+                             raw.begin() + static_cast<ptrdiff_t>(fixed_part + address_size));
+        entries.push_back(std::move(entry));
+        at += fixed_part + address_size;
+    }
+}
+
+}  // namespace
+
+Session::Session(Endpoint endpoint) : endpoint_(std::move(endpoint)) {
+    fill_context();
+}
+
+Session::~Session() {
+    if (pcie_.handle != nullptr) {
+        libmctp_pcie_close(&pcie_);
+    }
+}
+
+void Session::fill_context() {
+    mctp_ctx& mctp = link_.mctp;
+    plt_parameters parameters{};
+    if (GlobalParaInit(&parameters) != 0) {
+        mctp.src_eid = parameters.bmc_eid;
+    }
+    mctp.binding_kind = endpoint_.binding_kind;
+    mctp.bus = endpoint_.bus;
+    mctp.slave_addr = endpoint_.address;
+    std::copy(endpoint_.mux.begin(), endpoint_.mux.end(), mctp.mux);
+    std::copy(endpoint_.bdf.begin(), endpoint_.bdf.end(), mctp.pcie_bdf);
+    mctp.route = endpoint_.route;
+    mctp.unit_size = endpoint_.unit_size;
+    mctp.i2c_delay_us = endpoint_.i2c_delay_us;
+}
+
+void Session::discover() {
+    mctp_ctx& mctp = link_.mctp;
+    if (endpoint_.transport == Transport::pcie) {
+        if (libmctp_pcie_open(&pcie_) != 0) {
+            throw failure("opening the PCIe session", "the platform has none");
+        }
+        mctp.pcie_session = pcie_.handle;
+    }
+    // Operations first and discovery apart, so that discovery goes through the recorder too.
+    mctp.skip_discovery = 1;
+    if (mctp_init2(&mctp) != 0) {
+        throw failure("bringing up the endpoint",
+                      fmt::format("unknown binding kind {}", mctp.binding_kind));
+    }
+    link_.xfer = mctp.xfer;
+    mctp.xfer = record;
+    mctp.skip_discovery = 0;
+    if (mctp_discovery(&control()) != 0) {
+        throw control_failure(link_.last.made ? control_command_name(link_.last.request[1])
+                                              : "discovery");
+    }
+    eid_assigned_ = link_.last.made && link_.last.request[1] == set_endpoint_id;
+}
+
+int32_t Session::record(mctp_ctx* mctp, uint32_t request_length, int32_t response_length,
+                        const uint8_t* request, uint8_t* response) {
+    static_assert(std::is_standard_layout_v<Link> && offsetof(Link, mctp) == 0);
+    Link* link = reinterpret_cast<Link*>(mctp);
+    const int32_t result = link->xfer(mctp, request_length, response_length, request, response);
+    Exchange& last = link->last;
+    last = {};
+    last.made = true;
+    last.result = result;
+    last.request_length = request_length;
+    std::copy_n(request, std::min<size_t>(request_length, last.request.size()),
+                last.request.begin());
+    if (result > 0) {
+        std::copy_n(response, std::min<size_t>(static_cast<size_t>(result), last.response.size()),
+                    last.response.begin());
+    }
+    return result;
+}
+
+std::span<const uint8_t> Session::last_answer() const {
+    const Exchange& last = link_.last;
+    const size_t length = last.made && last.result > 0 ? static_cast<size_t>(last.result) : 0;
+    return std::span(last.response).first(std::min(length, last.response.size()));
+}
+
+Failure Session::failure(const std::string& operation, const std::string& reason) const {
+    return {endpoint_.name, operation, reason};
+}
+
+mctp_ctx& Session::control() {
+    link_.mctp.msg_type = MCTP_MSG_TYPE_CONTROL;
+    link_.last = {};
+    return link_.mctp;
+}
+
+Failure Session::control_failure(const std::string& operation) const {
+    const Exchange& last = link_.last;
+    const std::span<const uint8_t> answer = last_answer();
+    if (!last.made) {
+        return failure(operation, "nothing was sent");
+    }
+    if (answer.empty()) {
+        return failure(operation, silence());
+    }
+    if (answer.size() < 3) {
+        return failure(operation, fmt::format("the answer has {} bytes only", answer.size()));
+    }
+    if (answer[2] != 0) {
+        DeviceCode code{answer[2], control_code_name(answer[2])};
+        return {endpoint_.name, operation, code_text(code), code};
+    }
+    return failure(operation, "the answer does not fit the request");
+}
+
+EndpointId Session::endpoint_id() {
+    const std::string operation = "Get Endpoint ID";
+    if (mctp_get_endpoint_id(&control()) < 0) {
+        throw control_failure(operation);
+    }
+    const std::span<const uint8_t> answer = last_answer();
+    if (answer.size() < 5) {
+        throw failure(operation, fmt::format("the answer has {} bytes only", answer.size()));
+    }
+    return {.eid = answer[3],
+            .endpoint_type = static_cast<uint8_t>((answer[4] >> 4) & 3),
+            .eid_type = static_cast<uint8_t>(answer[4] & 3)};
+}
+
+std::array<uint8_t, 16> Session::uuid() {
+    if (mctp_get_endpoint_uuid(&control()) != 0) {
+        throw control_failure("Get Endpoint UUID");
+    }
+    std::array<uint8_t, 16> uuid;
+    std::copy_n(link_.mctp.uuid, uuid.size(), uuid.begin());
+    return uuid;
+}
+
+std::vector<uint8_t> Session::message_types() {
+    mctp_ctx& mctp = control();
+    const uint8_t instance = mctp.instance_id++ & 0x1F;
+    const std::array<uint8_t, 2> request{static_cast<uint8_t>(0x80 | instance),
+                                         get_message_type_support};
+    const std::vector<uint8_t> answer = exchange(MCTP_MSG_TYPE_CONTROL, request);
+    const bool ours = answer.size() >= 4 && answer[2] == 0 &&
+                      answer[1] == get_message_type_support && (answer[0] & 0x1F) == instance &&
+                      answer.size() >= 4U + answer[3];
+    if (!ours) {
+        throw control_failure("Get Message Type Support");
+    }
+    return {answer.begin() + 4, answer.begin() + 4 + answer[3]};
+}
+
+std::vector<RoutingEntry> Session::routes() {
+    std::vector<RoutingEntry> entries;
+    uint8_t handle = 0;
+    for (int reads = 0; reads < routing_reads_max; ++reads) {
+        std::array<uint8_t, MCTP_ROUTING_TABLE_RESPONSE_SIZE> table{};
+        if (mctp_get_routing_table_entries(&control(), handle, table.data()) != 0) {
+            throw control_failure("Get Routing Table Entries");
+        }
+        append_entries(std::span(table).first(last_answer().size()), entries);
+        handle = table[3];
+        if (handle == last_routing_handle) {
+            return entries;
+        }
+    }
+    throw failure("Get Routing Table Entries", "the table has no end");
+}
+
+std::vector<uint8_t> Session::exchange(uint8_t type, std::span<const uint8_t> body) {
+    link_.last = {};
+    link_.mctp.msg_type = type;
+    std::vector<uint8_t> answer(answer_room);
+    const int32_t length = link_.mctp.xfer(&link_.mctp, static_cast<uint32_t>(body.size()),
+                                           answer_room, body.data(), answer.data());
+    if (length < 0) {
+        throw failure(type == MCTP_MSG_TYPE_CONTROL && body.size() >= 2
+                          ? control_command_name(body[1])
+                          : fmt::format("the exchange of message type 0x{:02x}", type),
+                      silence());
+    }
+    answer.resize(static_cast<size_t>(length));
+    return answer;
+}
+
+pldm_ctx& Session::pldm() {
+    if (pldm_.mctp == nullptr) {
+        mctp_pldm_register(&link_.mctp, &pldm_);
+    }
+    link_.mctp.msg_type = MCTP_MSG_TYPE_PLDM;
+    link_.last = {};
+    return pldm_;
+}
+
+void Session::check_pldm(int32_t result, const std::string& operation) const {
+    if (result != 0) {
+        throw pldm_failure(operation);
+    }
+}
+
+Failure Session::pldm_failure(const std::string& operation) const {
+    const Exchange& last = link_.last;
+    const std::span<const uint8_t> answer = last_answer();
+    if (!last.made) {
+        return failure(operation, "nothing was sent");
+    }
+    if (answer.empty()) {
+        return failure(operation, silence());
+    }
+    if (answer.size() < PLDM_RESPONSE_HEADER_SIZE) {
+        return failure(operation, fmt::format("the answer has {} bytes only", answer.size()));
+    }
+    if (answer[3] != PLDM_CC_SUCCESS) {
+        const uint8_t type = last.request[1] & 0x3F;
+        DeviceCode code{answer[3], pldm_code_name(type, last.request[2], answer[3])};
+        return {endpoint_.name, operation, code_text(code), code};
+    }
+    return failure(operation, "the answer does not fit the request");
+}
+
+}  // namespace tool

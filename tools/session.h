@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+// A conversation with one endpoint through the library, with the device's own codes kept for
+// errors.
+#ifndef SIDEBAND_TOOLS_SESSION_H
+#define SIDEBAND_TOOLS_SESSION_H
+
+#include <sideband/mctp.h>
+#include <sideband/platform.h>
+#include <sideband/pldm.h>
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tools/failure.h"
+#include "tools/port.h"
+
+namespace tool {
+
+/// What Get Endpoint ID answers (DSP0236, clause 12.4).
+struct EndpointId {
+    uint8_t eid = 0;
+    uint8_t endpoint_type = 0;  ///< 0 simple endpoint, 1 bus owner or bridge
+    uint8_t eid_type = 0;       ///< 0 dynamic, 1 to 3 static
+};
+
+/// One entry of Get Routing Table Entries (DSP0236, clause 12.12).
+struct RoutingEntry {
+    uint8_t eid_range_size = 0;
+    uint8_t starting_eid = 0;
+    uint8_t entry_type = 0;  ///< 0 to 3
+    uint8_t port = 0;
+    bool dynamic_entry = false;
+    uint8_t binding_type = 0;  ///< physical transport binding: 1 SMBus, 2 PCIe VDM, ...
+    uint8_t media_type = 0;
+    std::vector<uint8_t> address;
+};
+
+/// Every failing call throws Failure with the endpoint, the operation and the device's code.
+class Session {
+public:
+    /// Largest answer to exchange().
+    static constexpr int32_t answer_room = 4096;
+
+    explicit Session(Endpoint endpoint);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    const Endpoint& endpoint() const { return endpoint_; }
+
+    /// Finds the endpoint's EID, or gives it one. Comes before everything else.
+    void discover();
+
+    uint8_t eid() const { return link_.mctp.dest_eid; }
+
+    /// Whether discover() had to assign the EID.
+    bool eid_assigned() const { return eid_assigned_; }
+
+    // MCTP control.
+    EndpointId endpoint_id();
+    std::array<uint8_t, 16> uuid();
+    std::vector<uint8_t> message_types();
+    std::vector<RoutingEntry> routes();
+
+    /// One message of any type: body out, body in, neither with its type byte.
+    std::vector<uint8_t> exchange(uint8_t type, std::span<const uint8_t> body);
+
+    /// The endpoint as a PLDM terminus. The reference stays valid; ask again after MCTP control.
+    pldm_ctx& pldm();
+
+    /// Throws unless a PLDM call returned 0.
+    void check_pldm(int32_t result, const std::string& operation) const;
+
+    /// The failure of a PLDM call, as far as its last exchange tells.
+    Failure pldm_failure(const std::string& operation) const;
+
+    /// The last answer's body, cut to what is kept of it; empty where there was none.
+    std::span<const uint8_t> last_answer() const;
+
+private:
+    /// The first bytes of the last exchange: codes and headers all lie there.
+    struct Exchange {
+        std::array<uint8_t, 8> request;
+        std::array<uint8_t, 64> response;
+        uint32_t request_length;
+        int32_t result;
+        bool made;
+    };
+
+    /// The context that the library sees, with the recorder behind it. The library's operations
+    /// get the address of the first member; record() finds the others from it.
+    struct Link {
+        mctp_ctx mctp;
+        mctp_xfer_op xfer;
+        Exchange last;
+    };
+
+    static int32_t record(mctp_ctx* mctp, uint32_t request_length, int32_t response_length,
+                          const uint8_t* request, uint8_t* response);
+    void fill_context();
+    mctp_ctx& control();
+    Failure control_failure(const std::string& operation) const;
+    Failure failure(const std::string& operation, const std::string& reason) const;
+
+    Endpoint endpoint_;
+    Link link_{};
+    pldm_ctx pldm_{};
+    plt_pcie_session pcie_{};
+    bool eid_assigned_ = false;
+};
+
+}  // namespace tool
+
+#endif

@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: Apache-2.0
+// Text that the commands share: hex, numbers on the command line, tables, versions, UUIDs.
+#include "tools/text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+
+namespace tool {
+namespace {
+
+std::optional<uint32_t> parse_digits(std::string_view text, int base) {
+    uint32_t value = 0;
+    const char* end = text.data() + text.size();
+    const std::from_chars_result result = std::from_chars(text.data(), end, value, base);
+    if (result.ec != std::errc() || result.ptr != end) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+/// Characters that a terminal shows: UTF-8 continuation bytes take no room.
+size_t width(const std::string& text) {
+    return static_cast<size_t>(
+        std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+/// One field of a ver32: one binary-coded digit after an F, else two.
+std::string version_field(uint8_t field) {
+    if ((field & 0xF0) == 0xF0) {
+        return fmt::format("{}", field & 0x0F);
+    }
+    return fmt::format("{:x}", field);
+}
+
+}  // namespace
+
+std::string hex(std::span<const uint8_t> bytes) {
+    std::string text;
+    for (uint8_t byte : bytes) {
+        text += fmt::format("{:02x}", byte);
+    }
+    return text;
+}
+
+std::optional<std::vector<uint8_t>> parse_hex(std::string_view text) {
+    std::vector<uint8_t> bytes;
+    size_t at = 0;
+    while (at < text.size()) {
+        if (text[at] == ' ' || text[at] == ':') {
+            ++at;
+            continue;
+        }
+        const std::optional<uint32_t> byte = parse_digits(text.substr(at, 2), 16);
+        if (at + 2 > text.size() || !byte) {
+            return std::nullopt;
+        }
+        bytes.push_back(static_cast<uint8_t>(*byte));
+        at += 2;
+    }
+    return bytes;
+}
+
+std::optional<uint32_t> parse_number(std::string_view text, uint32_t maximum) {
+    const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
+    const std::optional<uint32_t> value =
+        is_hex ? parse_digits(text.substr(2), 16) : parse_digits(text, 10);
+    if (!value || *value > maximum) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::string uuid_text(std::span<const uint8_t> uuid) {
+    std::string text = hex(uuid);
+    for (size_t at : {20, 16, 12, 8}) {
+        text.insert(at, "-");
+    }
+    return text;
+}
+
+std::string version_text(uint32_t version) {
+    const uint8_t update = static_cast<uint8_t>(version >> 8);
+    const uint8_t alpha = static_cast<uint8_t>(version);
+    std::string text = version_field(static_cast<uint8_t>(version >> 24)) + "." +
+                       version_field(static_cast<uint8_t>(version >> 16));
+    if (update != 0xFF) {
+        text += "." + version_field(update);
+    }
+    if (alpha > 0x20 && alpha < 0x7F) {
+        text += static_cast<char>(alpha);
+    }
+    return text;
+}
+
+std::string seconds_text(uint64_t microseconds) {
+    return fmt::format("{}.{:06} s", microseconds / 1000000, microseconds % 1000000);
+}
+
+std::string counted(size_t count, std::string_view noun) {
+    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+std::string one_line(std::string_view text) {
+    std::string line;
+    for (char c : text) {
+        const bool blank = c == '\n' || c == '\r' || c == '\t' || c == ' ';
+        if (!blank) {
+            line += c;
+        } else if (!line.empty() && line.back() != ' ') {
+            line += ' ';
+        }
+    }
+    while (!line.empty() && line.back() == ' ') {
+        line.pop_back();
+    }
+    return line;
+}
+
+void Table::add(std::vector<std::string> row) {
+    row.resize(columns_.size());
+    rows_.push_back(std::move(row));
+}
+
+std::string Table::text(size_t indent) const {
+    std::vector<std::vector<std::string>> lines(1);
+    std::vector<size_t> widths;
+    for (const Column& column : columns_) {
+        lines[0].push_back(column.title);
+        widths.push_back(width(column.title));
+    }
+    lines.insert(lines.end(), rows_.begin(), rows_.end());
+    for (const std::vector<std::string>& line : lines) {
+        for (size_t i = 0; i < line.size(); ++i) {
+            widths[i] = std::max(widths[i], width(line[i]));
+        }
+    }
+    std::string text;
+    for (const std::vector<std::string>& line : lines) {
+        std::string shown(indent, ' ');
+        for (size_t i = 0; i < line.size(); ++i) {
+            const std::string room(widths[i] - width(line[i]), ' ');
+            shown += columns_[i].right ? room + line[i] : line[i] + room;
+            shown += "  ";
+        }
+        shown.erase(shown.find_last_not_of(' ') + 1);
+        text += shown + "\n";
+    }
+    return text;
+}
+
+}  // namespace tool
