@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <span>
 
 namespace sideband {
 
@@ -21,6 +22,10 @@ using HeapPtr = std::unique_ptr<T, FreeDeleter>;
 inline HeapPtr<uint8_t[]> allocate_bytes(size_t size) {
     return HeapPtr<uint8_t[]>(static_cast<uint8_t*>(std::calloc(1, size)));
 }
+
+/// Zeroes a buffer, for those that are cleared once a packet. Out of line, so that libc does it
+/// with the processor's widest stores: a compiler that sees the size clears eight bytes at a time.
+void zero(std::span<uint8_t> bytes);
 
 }  // namespace sideband
 

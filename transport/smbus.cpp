@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/memory.h"
+
 namespace {
 
 /// Destination address, command code, byte count, source address.
@@ -28,13 +30,14 @@ constexpr int32_t kWriteLengthMax = 255 - kFrameHeaderSize;
 constexpr int32_t kSl8WriteLengthMax = kWriteLengthMax - kPecSize;
 constexpr int32_t kReadLengthMax = 255 - kReadHeaderSize;
 
-/// A device that has no power must not be addressed: its pins would load the bus.
-bool access_allowed(const char* function) {
+bool main_power_on() {
     uint8_t main_power = 0;
     _PltGPIO_RegRead(PLT_MAIN_POWER_REGISTER, 0, 0, &main_power);
-    if (main_power != 0) {
-        return true;
-    }
+    return main_power != 0;
+}
+
+/// A device that has no power must not be addressed: its pins would load the bus.
+bool standby_access_allowed(const char* function) {
     if (platform.standby_option != 1) {
         debug_log("%s found power down, interrupt I2C access\n", function);
         return false;
@@ -45,6 +48,11 @@ bool access_allowed(const char* function) {
     }
     debug_log("%s stby power down, interrupt I2C access\n", function);
     return false;
+}
+
+/// Main power is on nearly always: only the rest is worth a call.
+inline bool access_allowed(const char* function) {
+    return main_power_on() || standby_access_allowed(function);
 }
 
 /// Fills the frame's header, routes the bus and prepares the request. Returns the BMC's address.
@@ -115,7 +123,8 @@ int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer)
     if (length < 0 || length > kReadLengthMax) {
         return -1;
     }
-    std::array<uint8_t, PLT_I2C_READ_BUFFER_SIZE> block{};
+    std::array<uint8_t, PLT_I2C_READ_BUFFER_SIZE> block;
+    sideband::zero(block);
     plt_i2c_request request{};
     request.bus = section->bus;
     request.slave_addr = section->slave_addr;
@@ -131,7 +140,7 @@ int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer)
         return -1;
     }
     const int32_t stored = std::min(packet, length);
-    std::memcpy(buffer, block.data() + kReadHeaderSize, static_cast<size_t>(stored));
+    std::copy_n(block.data() + kReadHeaderSize, stored, buffer);
     return stored;
 }
 

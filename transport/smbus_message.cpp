@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <span>
 
 #include "common/crc.h"
 #include "common/lock.h"
+#include "common/memory.h"
 #include "transport/transport.h"
 
 namespace sideband {
@@ -36,48 +38,42 @@ lx_mutex& bus_mutex(const mctp_ctx& ctx) {
     return at_p_St_GlobalVar->bus_mutex[ctx.bus];
 }
 
-/// The bytes of an outgoing message in wire order: type byte, body, integrity check.
-class OutgoingMessage {
+/// Flags of a message's first packet, sequence number 0.
+uint8_t first_flags(uint8_t tag, uint8_t tag_owner, bool is_last) {
+    return static_cast<uint8_t>(kFlagSom | (is_last ? kFlagEom : 0) |
+                                (tag_owner != 0 ? kFlagTagOwner : 0) | (tag & kTagMask));
+}
+
+/// What follows the type byte of an outgoing message, in wire order: body, integrity check.
+class OutgoingBytes {
 public:
-    OutgoingMessage(uint8_t type, const uint8_t* body, size_t length, bool integrity_check)
-        : type_(type), body_(body), length_(length), total_(1 + length) {
+    OutgoingBytes(uint8_t type, std::span<const uint8_t> body, bool integrity_check)
+        : body_(body), check_length_(integrity_check ? kIntegrityCheckSize : 0) {
         if (integrity_check) {
-            uint32_t crc = crc32c_update(kCrc32cInitial, {&type_, 1});
-            crc = crc32c_final(crc32c_update(crc, {body, length}));
+            uint32_t crc = crc32c_update(kCrc32cInitial, {&type, 1});
+            crc = crc32c_final(crc32c_update(crc, body));
             for (size_t i = 0; i < kIntegrityCheckSize; ++i) {
                 check_[i] = static_cast<uint8_t>(crc >> (8 * i));
             }
-            total_ += kIntegrityCheckSize;
         }
     }
 
-    size_t remaining() const { return total_ - position_; }
+    size_t remaining() const { return body_.size() + check_length_ - check_taken_; }
 
     /// Copies the next count bytes, count being at most remaining().
     void take(uint8_t* to, size_t count) {
-        const size_t end = position_ + count;
-        if (position_ == 0) {
-            *to++ = type_;
-            ++position_;
-        }
-        if (position_ <= length_ && position_ < end) {
-            const size_t part = std::min(end, 1 + length_) - position_;
-            std::memcpy(to, body_ + position_ - 1, part);
-            to += part;
-            position_ += part;
-        }
-        while (position_ < end) {
-            *to++ = check_[position_ - 1 - length_];
-            ++position_;
+        const size_t part = std::min(count, body_.size());
+        to = std::copy_n(body_.data(), part, to);
+        body_ = body_.subspan(part);
+        for (size_t i = part; i < count; ++i) {
+            *to++ = check_[check_taken_++];
         }
     }
 
 private:
-    uint8_t type_;
-    const uint8_t* body_;
-    size_t length_;
-    size_t total_;
-    size_t position_ = 0;
+    std::span<const uint8_t> body_;  ///< what has not been taken of it
+    size_t check_length_;
+    size_t check_taken_ = 0;
     std::array<uint8_t, kIntegrityCheckSize> check_{};
 };
 
@@ -85,25 +81,27 @@ private:
 class Reassembly {
 public:
     Reassembly(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, TypeByte type_byte)
-        : ctx_(ctx), buffer_(buffer), capacity_(capacity), type_byte_(type_byte) {}
+        : ctx_(ctx),
+          buffer_(buffer),
+          capacity_(capacity),
+          payload_offset_(kTransportHeaderSize + (type_byte == TypeByte::deliver ? 0 : 1)) {}
 
     /// Reads packets until the message is complete or the buffer full.
     /// @return body bytes stored, or -1
     int32_t run() {
         int dropped = 0;
         while (dropped < kDroppedPacketsMax) {
-            std::array<uint8_t, kReceiveBufferSize> packet{};
-            const int32_t wanted =
-                header_length_ + std::min<int32_t>(ctx_.unit_size, capacity_ - stored_);
+            std::array<uint8_t, kReceiveBufferSize> packet;
+            zero(packet);
+            const int32_t room = capacity_ - stored_;
+            const int32_t wanted = header_length_ + std::min<int32_t>(ctx_.unit_size, room);
             const int32_t length = ctx_.binding->read(&ctx_.section, wanted, packet.data());
             if (length < 0) {
                 return -1;
             }
-            if (!accept(packet.data(), length) || !check_length(packet.data(), length, wanted) ||
-                !store(packet.data(), length)) {
+            if (!accept(packet.data(), length, wanted) || !store(packet.data(), length, room)) {
                 ++dropped;
-            }
-            if (complete_) {
+            } else if ((packet[kFlagsOffset] & kFlagEom) != 0 || stored_ == capacity_) {
                 return stored_;
             }
         }
@@ -113,95 +111,97 @@ public:
     }
 
 private:
-    enum class State { first, continuing };
+    static constexpr size_t kFlagsOffset = 3;
+    static constexpr uint8_t kSequenceBits = kSequenceMask << kSequenceShift;
+
+    bool is_first() const { return header_length_ != kTransportHeaderSize; }
+
+    /// Whether the flags continue the message.
+    bool is_expected(uint8_t flags) const {
+        const int difference = flags ^ expected_;
+        // The sequence of an end packet is deliberately not checked.
+        return (difference & (kTagMask | kSequenceBits)) == 0 ||
+               ((flags & kFlagEom) != 0 && (difference & kTagMask) == 0);
+    }
 
     /// Checks length, tag, sequence and start flag. A packet that is not accepted is gone, with a
     /// trace.
-    bool accept(const uint8_t* packet, int32_t length);
+    bool accept(const uint8_t* packet, int32_t length, int32_t wanted);
+    bool store(const uint8_t* packet, int32_t length, int32_t room);
 
-    bool is_expected(uint8_t flags) const {
-        const bool same_tag = (flags & kTagMask) == message_tag_;
-        if ((flags & kFlagEom) != 0) {
-            return same_tag;  // The sequence of an end packet is deliberately not checked.
-        }
-        return same_tag && ((flags >> kSequenceShift) & kSequenceMask) == expected_sequence_;
+    bool refuse_tag(const uint8_t* packet, int32_t length) const;
+    bool refuse_length(const uint8_t* packet, int32_t length, int32_t wanted);
+
+    /// @return false
+    bool drop(const uint8_t* packet, int32_t length) const {
+        dump_packets(std::min<int32_t>(length, kReceiveBufferSize), packet);
+        return false;
     }
 
-    bool check_length(const uint8_t* packet, int32_t length, int32_t wanted);
-    bool store(const uint8_t* packet, int32_t length);
-    void dump(const uint8_t* packet, int32_t length) const {
-        dump_packets(std::min<int32_t>(length, kReceiveBufferSize), packet);
+    /// What follows is no first packet any more: its header has no type byte.
+    void go_on() {
+        header_length_ = kTransportHeaderSize;
+        payload_offset_ = kTransportHeaderSize;
     }
 
     mctp_ctx& ctx_;
     uint8_t* buffer_;
     int32_t capacity_;
-    TypeByte type_byte_;
     int32_t stored_ = 0;
     /// The first packet carries the message type byte as well.
     int32_t header_length_ = kTransportHeaderSize + 1;
-    State state_ = State::first;
-    uint8_t expected_sequence_ = 0;
-    uint8_t message_tag_ = 0;
-    bool complete_ = false;
+    /// Where the bytes to be delivered begin: behind the type byte, unless that is wanted too.
+    int32_t payload_offset_;
+    /// Tag and sequence of the next packet, in their places in the flags byte.
+    uint8_t expected_ = 0;
 };
 
-bool Reassembly::accept(const uint8_t* packet, int32_t length) {
-    if (length < header_length_) {
-        dump(packet, length);
-        return false;
-    }
-    const uint8_t flags = packet[3];
-    const uint8_t tag = flags & kTagMask;
+bool Reassembly::accept(const uint8_t* packet, int32_t length, int32_t wanted) {
+    const uint8_t flags = packet[kFlagsOffset];
     const bool starts = (flags & kFlagSom) != 0;
-    if (state_ == State::first && !starts) {
-        dump(packet, length);
-        return false;
+    if (length < header_length_ || (is_first() && !starts)) {
+        return drop(packet, length);
     }
     // A packet with TO set belongs to an endpoint's own request and is taken whatever its tag.
-    if ((flags & kFlagTagOwner) == 0 && tag != (ctx_.tag & kTagMask)) {
-        debug_log("MCTP request tag is %d but response tag is %d\n", ctx_.tag, tag);
-        dump(packet, length);
-        return false;
+    if (((flags ^ ctx_.tag) & kTagMask) != 0 && (flags & kFlagTagOwner) == 0) {
+        return refuse_tag(packet, length);
     }
     if (starts) {
         // In the middle of a message too: what was stored stays, and the payload, type byte
         // included, goes behind it.
         ctx_.binding_eids[0] = packet[2];
-        message_tag_ = tag;
+        expected_ = static_cast<uint8_t>((expected_ & kSequenceBits) | (flags & kTagMask));
     } else if (!is_expected(flags)) {
-        dump(packet, length);
-        return false;
+        return drop(packet, length);
     }
-    return true;
+    return length <= wanted || refuse_length(packet, length, wanted);
 }
 
-bool Reassembly::check_length(const uint8_t* packet, int32_t length, int32_t wanted) {
-    if (length <= wanted) {
-        return true;
-    }
+bool Reassembly::refuse_tag(const uint8_t* packet, int32_t length) const {
+    debug_log("MCTP request tag is %d but response tag is %d\n", ctx_.tag,
+              packet[kFlagsOffset] & kTagMask);
+    return drop(packet, length);
+}
+
+bool Reassembly::refuse_length(const uint8_t* packet, int32_t length, int32_t wanted) {
     console_log("MCTP buffer space is not enough due to the length(%d ,%d)!\n", wanted, length);
-    dump(packet, length);
-    state_ = State::continuing;
-    header_length_ = kTransportHeaderSize;
-    return false;
+    go_on();
+    return drop(packet, length);
 }
 
-bool Reassembly::store(const uint8_t* packet, int32_t length) {
-    ctx_.tag = message_tag_;
-    const int32_t header = type_byte_ == TypeByte::deliver ? kTransportHeaderSize : header_length_;
-    state_ = State::continuing;
-    header_length_ = kTransportHeaderSize;
+bool Reassembly::store(const uint8_t* packet, int32_t length, int32_t room) {
+    const uint8_t flags = packet[kFlagsOffset];
+    const int32_t header = payload_offset_;
+    go_on();
+    ctx_.tag = flags & kTagMask;
     if (length == header) {
-        dump(packet, length);
-        return false;
+        return drop(packet, length);
     }
-    const int32_t payload = std::min(length - header, capacity_ - stored_);
+    const int32_t payload = std::min(length - header, room);
     std::memcpy(buffer_ + stored_, packet + header, static_cast<size_t>(payload));
     stored_ += payload;
-    const uint8_t flags = packet[3];
-    expected_sequence_ = ((flags >> kSequenceShift) + 1) & kSequenceMask;
-    complete_ = (flags & kFlagEom) != 0 || stored_ == capacity_;
+    constexpr unsigned kNextSequence = 1u << kSequenceShift;
+    expected_ = (flags + kNextSequence) & (kTagMask | kSequenceBits);
     return true;
 }
 
@@ -213,28 +213,28 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
         (body == nullptr && length != 0)) {
         return -1;
     }
-    OutgoingMessage message(ctx.msg_type, body, length, integrity_check);
+    OutgoingBytes bytes(ctx.msg_type, {body, length}, integrity_check);
     const size_t unit = ctx.unit_size;
-    uint8_t flags = kFlagSom;
-    flags |= tag_owner != 0 ? kFlagTagOwner : uint8_t{0};
-    flags |= unit >= message.remaining() ? kFlagEom : uint8_t{0};
+    size_t type_bytes = 1;  // The first packet begins with the type byte.
+    size_t remaining = type_bytes + bytes.remaining();
+    uint8_t flags = first_flags(ctx.tag, tag_owner, unit >= remaining);
 
     std::array<uint8_t, kSendBufferSize> frame{};
     uint8_t* packet = frame.data() + kPhysicalHeaderSize;
     packet[0] = kHeaderVersion;
     packet[1] = ctx.dest_eid;
     packet[2] = ctx.src_eid;
+    packet[kTransportHeaderSize] = ctx.msg_type;
     ctx.tx_seq = 0;
-    while (message.remaining() != 0) {
+    while (remaining != 0) {
         // Strictly greater: a last packet of exactly unit_size bytes goes out without EOM, unless
         // it is the only one. Deployed devices rely on it.
-        if (unit > message.remaining()) {
+        if (unit > remaining) {
             flags |= kFlagEom;
         }
-        const size_t chunk = std::min(unit, message.remaining());
-        packet[3] = static_cast<uint8_t>(flags | (ctx.tx_seq & kSequenceMask) << kSequenceShift |
-                                         (ctx.tag & kTagMask));
-        message.take(packet + kTransportHeaderSize, chunk);
+        const size_t chunk = std::min(unit, remaining);
+        packet[3] = static_cast<uint8_t>(flags | (ctx.tx_seq & kSequenceMask) << kSequenceShift);
+        bytes.take(packet + kTransportHeaderSize + type_bytes, chunk - type_bytes);
         const int32_t result = ctx.binding->write(
             &ctx.section, static_cast<int32_t>(chunk) + kTransportHeaderSize, frame.data());
         // Only the end packet's failure counts: a device that lost an earlier one does not answer.
@@ -243,6 +243,8 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
         }
         flags &= static_cast<uint8_t>(~kFlagSom);
         ++ctx.tx_seq;
+        type_bytes = 0;
+        remaining -= chunk;
     }
     return 0;
 }
