@@ -7,10 +7,6 @@
 
 #include "support/capture.h"
 
-// The leak checker's own interface; absent from a program that is built without it.
-extern "C" void __lsan_disable() __attribute__((weak));
-extern "C" void __lsan_enable() __attribute__((weak));
-
 namespace test {
 
 MctpAnswer MctpAnswer::of(Bytes body) {
@@ -72,18 +68,6 @@ int32_t FakeEndpoint::do_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t re
     return static_cast<FakeEndpoint*>(ctx)->serve(
         {Bytes(request, request + request_length), response_length, 0xFF, request}, response_length,
         response);
-}
-
-LeaksOverlooked::LeaksOverlooked() {
-    if (__lsan_disable != nullptr) {
-        __lsan_disable();
-    }
-}
-
-LeaksOverlooked::~LeaksOverlooked() {
-    if (__lsan_enable != nullptr) {
-        __lsan_enable();
-    }
 }
 
 Outcome run(const std::function<int32_t()>& call) {

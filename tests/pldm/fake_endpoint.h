@@ -62,18 +62,6 @@ struct Outcome {
     std::string out;
 };
 
-/**
- * While one lives, the leak checker overlooks what is allocated: for the one command that never
- * releases its request. Such blocks are counted by LibcPatch::live_blocks() instead.
- */
-class LeaksOverlooked {
-public:
-    LeaksOverlooked();
-    ~LeaksOverlooked();
-    LeaksOverlooked(const LeaksOverlooked&) = delete;
-    LeaksOverlooked& operator=(const LeaksOverlooked&) = delete;
-};
-
 /// Makes a call with standard output captured.
 Outcome run(const std::function<int32_t()>& call);
 

@@ -94,7 +94,7 @@ TEST_F(PldmRecv, WithoutRoomTheBufferIsNotTouched) {
 
 TEST_F(PldmRecv, NullArgumentsAndUnboundContextsAreRefusedWithoutAMessage) {
     uint8_t byte = 0xEE;
-    const auto refused = [&](pldm_ctx* target, uint8_t* buffer) {
+    const auto refused = [](pldm_ctx* target, uint8_t* buffer) {
         const Outcome outcome = test::run([&] { return pldm_recv(target, 1, buffer); });
         EXPECT_EQ(outcome.result, -1);
         EXPECT_EQ(outcome.out, "");
@@ -216,11 +216,16 @@ TEST_F(PldmSend, AnEndpointPutInPlaceMeanwhileGetsTheNextAttempt) {
     EXPECT_EQ(other.calls.size(), 1u);
 }
 
-TEST_F(PldmSend, AnEndpointTakenAwayMeanwhileEndsTheCall) {
-    endpoint.on_call = [&] { ctx.mctp = nullptr; };
+TEST_F(PldmSend, AnEndpointOrOperationTakenAwayMeanwhileEndsTheCall) {
     const Bytes message = test::hex("80 05 1a");
+    const mctp_send_op send = endpoint.send;
+    endpoint.on_call = [&] { endpoint.send = nullptr; };
     EXPECT_EQ(test::run([&] { return pldm_send(&ctx, 3, message.data(), 1); }).result, -1);
     EXPECT_EQ(endpoint.calls.size(), 1u);
+    endpoint.send = send;
+    endpoint.on_call = [&] { ctx.mctp = nullptr; };
+    EXPECT_EQ(test::run([&] { return pldm_send(&ctx, 3, message.data(), 1); }).result, -1);
+    EXPECT_EQ(endpoint.calls.size(), 2u);
 }
 
 TEST_F(PldmSend, BadArgumentsAndUnboundContextsAreRefusedWithoutAMessage) {

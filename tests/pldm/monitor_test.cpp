@@ -6,15 +6,12 @@
 #include <utility>
 
 #include "pldm/fake_endpoint.h"
-#include "support/endpoint.h"
 
 namespace {
 
 using test::Bytes;
-using test::Guarded;
 using test::MctpAnswer;
 using test::Outcome;
-using test::operator+;
 using Texts = std::vector<std::string>;
 
 constexpr const char* kEnabledReading = "00 02 11 00 04 00 01 02 03 04 78 56 34 12";

@@ -259,10 +259,15 @@ TEST_F(PldmTransfer, EndpointAndCommandAreReadAnewForEachAttempt) {
     EXPECT_EQ(ctx.instance_id, 8);
 }
 
-TEST_F(PldmTransfer, AnEndpointTakenAwayMeanwhileEndsTheCall) {
-    endpoint.on_call = [&] { ctx.mctp = nullptr; };
+TEST_F(PldmTransfer, AnEndpointOrOperationTakenAwayMeanwhileEndsTheCall) {
+    endpoint.on_call = [&] { endpoint.xfer = nullptr; };
+    const mctp_xfer_op xfer = endpoint.xfer;
     EXPECT_EQ(transfer(test::hex("80 05 1a")).result, -1);
     EXPECT_EQ(endpoint.calls.size(), 1u);
+    endpoint.xfer = xfer;
+    endpoint.on_call = [&] { ctx.mctp = nullptr; };
+    EXPECT_EQ(transfer(test::hex("80 05 1a")).result, -1);
+    EXPECT_EQ(endpoint.calls.size(), 2u);
 }
 
 TEST_F(PldmTransfer, NullArgumentsAreNamedOnStandardOutput) {

@@ -378,6 +378,13 @@ LibcPatch* LibcPatch::current() {
     return active;
 }
 
+void LibcPatch::release_blocks() {
+    for (void* block : blocks_) {
+        std::free(block);
+    }
+    blocks_.clear();
+}
+
 int LibcPatch::allocations() const {
     int total = 0;
     for (const char* name : {"malloc", "calloc", "realloc"}) {

@@ -61,6 +61,8 @@ public:
 
     /// Heap blocks that the library has allocated and not freed.
     size_t live_blocks() const { return blocks_.size(); }
+    /// Frees them all: for calls that by requirement never release what they allocate.
+    void release_blocks();
     /// Number of malloc, calloc and realloc calls so far.
     int allocations() const;
     /// The n-th allocation from now fails, whichever function makes it. 0: none.

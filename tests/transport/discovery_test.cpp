@@ -245,6 +245,14 @@ TEST_F(RoutingTable, EveryPartOfTheAddressMustMatch) {
     }
 }
 
+TEST_F(RoutingTable, AnEntryWithoutASecondAddressByteDoesNotMatch) {
+    target.pcie_bdf[1] = 0;
+    target.pcie_bdf[2] = 0;
+    EXPECT_EQ(look_up({table(0xFF, {hex("01 4A 00 02 08 01 41")})}), -1);
+    EXPECT_EQ(look_up({table(0xFF, {hex("01 4A 00 02 08 01 41"), hex("00 4B 00 02 08 00")})}), -1);
+    EXPECT_EQ(target.dest_eid, 0x55);
+}
+
 TEST_F(RoutingTable, TheLargestDeviceAndFunctionMatch) {
     target.pcie_bdf[1] = 31;
     target.pcie_bdf[2] = 7;

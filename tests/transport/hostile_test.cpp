@@ -46,10 +46,9 @@ protected:
         EXPECT_EQ(GetParam().init(&ctx), 0);
     }
 
-    /// Exchanges into a guarded buffer, whatever is printed kept off the terminal.
+    /// Exchanges into a guarded buffer.
     int32_t xfer(const Bytes& request = REQUEST, int32_t capacity = 64) {
         Guarded buffer(static_cast<size_t>(capacity));
-        Capture out;
         int32_t result = ctx.xfer(&ctx, static_cast<uint32_t>(request.size()), capacity,
                                   request.data(), buffer.data());
         EXPECT_TRUE(buffer.intact());
@@ -69,6 +68,9 @@ protected:
 
     mctp_ctx ctx = smbus_context(GetParam().kind);
     Bytes response;
+
+private:
+    Capture dumps_;  ///< keeps the traces of dropped packets off the terminal
 };
 
 INSTANTIATE_TEST_SUITE_P(Way, Hostile,
@@ -383,7 +385,6 @@ protected:
             port().reads.push_back(SlaveRead::of(test::block(one)));
         }
         port().global.next_eid = 0;
-        Capture out;
         const int32_t result = GetParam().call(&ctx);
         EXPECT_EQ(port().held, Lines());
         EXPECT_EQ(ctx.uuid_end, 0);
@@ -397,6 +398,9 @@ protected:
     }
 
     Bytes good() const { return hex(GetParam().message); }
+
+private:
+    Capture dumps_;
 };
 
 INSTANTIATE_TEST_SUITE_P(Command, HostileControl, ::testing::ValuesIn(ANSWERS),
