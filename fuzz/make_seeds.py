@@ -1,0 +1,349 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Writes the seed inputs of the fuzz targets to corpus/, one file a scenario.
+
+usage: make_seeds.py [--check]
+
+The inputs are scripts in the targets' own encoding; here they are spelt out. With --check nothing is
+written: the exit status tells whether every file is there and as this script would write it.
+"""
+import pathlib
+import struct
+import sys
+
+CORPUS = pathlib.Path(__file__).parent / "corpus"
+ENDLESS, POWER_OFF, STANDBY_OPTION, OVERRIDE, STANDBY_OFF, STANDBY_DEVICES, MPIO_MARKER, TURIN = (
+    1 << bit for bit in range(8))
+
+
+def environment(switches=0, refuse_lock=0, fail_allocation=0, write_failures=0, next_eid=0,
+                mpio_state=0):
+    return bytes([switches, refuse_lock | fail_allocation << 4, write_failures, next_eid,
+                  mpio_state])
+
+
+# ---- SMBus blocks -----------------------------------------------------------------------------
+
+FAILS, RESULT, FIX_TAG, ECHO, WITH_ENDS, LARGE = 0x01, 0x02, 0x04, 0x08, 0x10, 0x80
+SOM, EOM, TO = 0x80, 0x40, 0x08
+
+
+def packet(flags, payload, fit=FIX_TAG):
+    body = bytes([0x01, 0x08, 0x1D, flags]) + bytes(payload)
+    return bytes([fit | WITH_ENDS, len(body)]) + body
+
+
+def message(payload, unit):
+    """An honest message; payload begins with the type byte."""
+    chunks = [payload[i:i + unit] for i in range(0, len(payload), unit)]
+    last = len(chunks) - 1
+    return b"".join(packet((SOM if i == 0 else 0) | (EOM if i == last else 0) | (i & 3) << 4, chunk)
+                    for i, chunk in enumerate(chunks))
+
+
+def claims(result, stored=b""):
+    return bytes([RESULT]) + struct.pack("<hB", result, len(stored)) + stored
+
+
+def read_fails(how=0):
+    return bytes([FAILS, how])
+
+
+SL8, DELAYED, RECEIVE_ONLY, WITH_TYPE, PAUSE, INTEGRITY, PLDM, LONG_REQUEST = (
+    1 << bit for bit in range(8))
+
+
+def receive(blocks, mode=0, unit=64, capacity=64, request=6, tag=0, **env):
+    return (environment(**env) + bytes([mode, unit]) + struct.pack("<H", capacity + 4) +
+            bytes([request, tag]) + blocks)
+
+
+def receive_seeds():
+    body = bytes([0x01]) + bytes(range(1, 30))
+    large = bytes([0x7E]) + bytes(i & 0xFF for i in range(300))
+    first = packet(SOM, body)
+    yield "one-packet", receive(message(body, 64))
+    yield "one-packet-sl8", receive(message(body, 64), mode=SL8)
+    yield "one-packet-delayed", receive(message(body, 64), mode=DELAYED | PAUSE)
+    yield "one-packet-received", receive(message(body, 64), mode=RECEIVE_ONLY)
+    yield "one-packet-received-sl8", receive(message(body, 64), mode=RECEIVE_ONLY | SL8)
+    yield "with-type", receive(message(body, 64), mode=RECEIVE_ONLY | WITH_TYPE)
+    yield "several-packets", receive(message(large, 64), capacity=400)
+    yield "several-packets-96", receive(message(large, 96), unit=96, capacity=400)
+    yield "one-byte-units", receive(message(body, 1), unit=1)
+    yield "cut-to-capacity", receive(message(large, 64), capacity=100)
+    yield "capacity-one", receive(message(body, 64), capacity=1)
+    yield "capacity-none", receive(message(body, 64), capacity=0)
+    yield "capacity-negative", receive(message(body, 64), capacity=-1)
+    yield "integrity-check-sent", receive(message(body, 64), mode=INTEGRITY | LONG_REQUEST,
+                                          request=200)
+    yield "request-multiple-of-unit", receive(message(body, 64), request=127)
+    yield "start-in-the-middle", receive(first + packet(SOM, body) + packet(0x50, b"\1\2"))
+    yield "no-start", receive(packet(EOM, body) + message(body, 64))
+    yield "wrong-sequence", receive(first + packet(0x30, b"\1") + packet(0x10, b"\2") +
+                                    packet(EOM, b"\3"))
+    yield "end-with-any-sequence", receive(first + packet(0x30 | EOM, b"\1"))
+    yield "wrong-tag", receive(packet(SOM | EOM | 5, body, fit=0) + message(body, 64))
+    yield "tag-owner-set", receive(packet(SOM | EOM | TO | 6, body, fit=0))
+    yield "empty-payload", receive(packet(SOM, b"\1") + packet(0x10, b"") + packet(EOM, b"\1"))
+    yield "short-packets", receive(b"".join(claims(4 + n, bytes(8)) for n in range(6)))
+    yield "too-many-bytes", receive(packet(SOM, bytes(90)) + packet(0x10, bytes(70)) +
+                                    packet(EOM, b"\1"))
+    for result in (0, 1, 3, 4, 7, 8, 9, 255, 1023, 1024, 1025, 32767, -1, -32768):
+        yield f"claims{result}", receive(claims(result, bytes(60)) + message(body, 64))
+    yield "read-fails", receive(read_fails(3))
+    yield "unit-120", receive(message(large, 120), unit=120, capacity=400)
+    yield "unit-121", receive(message(body, 64), unit=121)
+    yield "unit-huge", receive(message(body, 64), unit=255)
+    yield "unit-default", receive(message(body, 64), unit=0)
+    yield "lock-refused", receive(message(body, 64), refuse_lock=1)
+    yield "writes-fail", receive(message(body, 64), write_failures=0xFF)
+    yield "power-off", receive(message(body, 64), switches=POWER_OFF)
+    yield "standby-off", receive(message(body, 64),
+                                 switches=POWER_OFF | STANDBY_OPTION | STANDBY_OFF)
+    yield "standby-on", receive(message(body, 64), switches=POWER_OFF | STANDBY_OPTION, mode=SL8)
+    yield "endless-wrong-tag", receive(packet(SOM | EOM | 5, b"\1\2", fit=0), switches=ENDLESS)
+    yield "endless-middle", receive(first + packet(0x10, b"\1"), switches=ENDLESS, capacity=4000)
+
+
+# ---- Answers of a scripted endpoint -------------------------------------------------------------
+
+ECHO_INSTANCE, ECHO_COMMAND, SUCCESS = 0x02, 0x04, 0x08
+GOOD = ECHO_INSTANCE | ECHO_COMMAND | SUCCESS
+
+
+def answer(tail, command_offset, flags=GOOD):
+    """tail: what follows the completion code."""
+    body = bytes(command_offset + 2) + bytes(tail)
+    return bytes([flags, len(body)]) + body
+
+
+def with_code(code, command_offset):
+    body = bytes(command_offset + 1) + bytes([code])
+    return bytes([ECHO_INSTANCE | ECHO_COMMAND, len(body)]) + body
+
+
+def control_answer(tail, flags=GOOD):
+    return answer(tail, 1, flags)
+
+
+def route(eid, address, binding=2, size=None):
+    return bytes([1, eid, 0, binding, 0, len(address) if size is None else size]) + bytes(address)
+
+
+def table(next_handle, count, *entries):
+    return control_answer(bytes([next_handle, count]) + b"".join(entries))
+
+
+(SET_EID, GET_EID, UUID, ALLOCATE, ROUTES, DISCOVER, ASSIGN, LOOK_UP, ENDPOINT) = range(9)
+
+
+def control(*calls, instance=0, **env):
+    return environment(**env) + bytes([instance]) + b"".join(calls)
+
+
+def call(operation, *arguments):
+    return bytes([operation, *arguments])
+
+
+def owner_request(command, *data):
+    body = bytes([0x00, 0x80, command, *data])
+    return bytes([0, len(body)]) + body
+
+
+def control_seeds():
+    not_ready = with_code(4, 1)
+    yield "set-eid", control(call(SET_EID, 0x20), control_answer([0, 0x20, 0]))
+    yield "get-eid", control(call(GET_EID), control_answer([0x1D, 0, 0]), instance=31)
+    yield "get-eid-truncated", control(call(GET_EID), control_answer([]))
+    yield "uuid", control(call(UUID), control_answer(range(16)))
+    yield "uuid-truncated", control(call(UUID), control_answer(range(15)))
+    yield "allocate", control(call(ALLOCATE, 0, 32, 64), control_answer([0, 32, 64]))
+    yield "not-ready-thrice", control(call(GET_EID), not_ready * 3)
+    yield "not-ready-then-ready", control(call(GET_EID), not_ready, control_answer([9, 0, 0]))
+    yield "not-ready-for-ever", control(call(GET_EID), not_ready, switches=ENDLESS)
+    yield "error-code", control(call(SET_EID, 9), with_code(2, 1))
+    yield "wrong-instance", control(call(GET_EID), control_answer([9], ECHO_COMMAND | SUCCESS))
+    yield "wrong-command", control(call(GET_EID), control_answer([9], ECHO_INSTANCE | SUCCESS))
+    yield "transport-failure", control(call(GET_EID), bytes([1, 0]))
+    yield "routing-table", control(call(ROUTES, 0), table(0xFF, 1, route(9, [1, 8])))
+    yield "prepare", control(call(DISCOVER, 0), control_answer([]))
+    yield "endpoint-discovery", control(call(DISCOVER, 1), control_answer([]))
+    yield "discovery-has-eid", control(call(DISCOVER, 2), control_answer([8, 0, 0]))
+    yield "discovery-assigns", control(call(DISCOVER, 2), control_answer([7, 0, 0]),
+                                       control_answer([0, 16, 0]))
+    yield "assign", control(call(ASSIGN), control_answer([0, 16, 0]))
+    yield "assign-wraps", control(call(ASSIGN), control_answer([0, 255, 0]), call(ASSIGN),
+                                  control_answer([0, 16, 0]), next_eid=255)
+    yield "assign-refused-lock", control(call(ASSIGN), refuse_lock=1)
+    yield "look-up", control(call(LOOK_UP, 1, 1, 0), table(0xFF, 1, route(9, [1, 8])))
+    yield "look-up-second-answer", control(call(LOOK_UP, 1, 1, 2),
+                                           table(1, 2, route(9, [1, 8]), route(10, [5], 1)),
+                                           table(0xFF, 1, route(11, [1, 10])))
+    yield "look-up-overrun", control(call(LOOK_UP, 1, 1, 0), table(0xFF, 7, route(9, [1], 2, 200)))
+    yield "look-up-count-lies", control(call(LOOK_UP, 1, 1, 0), table(0xFF, 255, route(9, [2, 8])))
+    yield "look-up-no-address", control(call(LOOK_UP, 0, 0, 0), table(0xFF, 2, route(9, []) * 2))
+    yield "look-up-circle", control(call(LOOK_UP, 1, 1, 0), table(3, 1, route(9, [2, 8])),
+                                    switches=ENDLESS)
+    yield "endpoint-assigned", control(call(ENDPOINT), control_answer([]), owner_request(0x0B),
+                                       owner_request(0x0C), owner_request(0x0C),
+                                       owner_request(0x02), owner_request(0x06, 0),
+                                       owner_request(0x06, 1), owner_request(0x0D),
+                                       owner_request(0x77), owner_request(0x01, 0, 0),
+                                       owner_request(0x01, 0, 255), owner_request(0x01, 0, 0x33))
+    yield "endpoint-ignores-five", control(call(ENDPOINT), bytes([1, 0]),
+                                           bytes([0, 2, 1, 1]) * 5)
+
+
+# ---- PLDM --------------------------------------------------------------------------------------
+
+(BASE, ENABLE_NUMERIC, READ_NUMERIC, ENABLE_STATE, READ_STATE, READ_STATE_AT, RAW,
+ TERMINUS) = range(8)
+OWN_TRANSFER = 1
+
+
+def pldm(*calls, how=0, **env):
+    return environment(**env) + bytes([how]) + b"".join(calls)
+
+
+def pldm_answer(tail, flags=GOOD):
+    return answer(tail, 2, flags)
+
+
+def pldm_seeds():
+    reading = pldm_answer([4, 0, 0, 1, 1, 1, 0x34, 0x12, 0, 0])
+    disabled = pldm_answer([0, 1, 0, 1, 1, 1, 0x34, 0, 0, 0])
+    version = [0, 0, 0, 0, 5, 0xF1, 0xF0, 0, 0, 1, 2, 3, 4]
+    yield "tid", pldm(call(BASE, 0), pldm_answer([1]))
+    yield "tid-truncated", pldm(call(BASE, 0), pldm_answer([]))
+    yield "tid-code-handed-through", pldm(call(BASE, 0), with_code(1, 2), how=OWN_TRANSFER)
+    yield "types", pldm(call(BASE, 1), pldm_answer([0xFD, 0, 0, 0, 0, 0, 0, 0]))
+    yield "version", pldm(call(BASE, 2, 2), pldm_answer(version))
+    yield "version-never-ends", pldm(call(BASE, 2, 2), pldm_answer([1, 0, 0, 0, 2] + version[5:]),
+                                     switches=ENDLESS)
+    yield "version-no-memory", pldm(call(BASE, 2, 2), fail_allocation=1)
+    yield "commands", pldm(call(BASE, 3), pldm_answer(range(32)))
+    yield "discovery", pldm(call(BASE, 4), pldm_answer([1]), pldm_answer([0x3D] + [0] * 7))
+    yield "enable-numeric", pldm(call(ENABLE_NUMERIC, 1, 0, 0), pldm_answer([]))
+    yield "read-numeric", pldm(call(READ_NUMERIC, 1, 0), reading)
+    yield "read-numeric-short", pldm(call(READ_NUMERIC, 1, 0), pldm_answer([0, 0, 0, 1, 1, 1, 9]))
+    yield "read-numeric-cut", pldm(call(READ_NUMERIC, 1, 0), pldm_answer([4, 0, 0, 1, 1, 1, 9]))
+    yield "read-numeric-disabled", pldm(*[call(READ_NUMERIC, 1, 0) + disabled] * 12)
+    yield "not-ready", pldm(call(READ_NUMERIC, 1, 0), with_code(4, 2), how=31)
+    yield "enable-state", pldm(call(ENABLE_STATE, 1, 0, 8, 0), pldm_answer([]))
+    yield "enable-state-nine", pldm(call(ENABLE_STATE, 1, 0, 9, 0))
+    yield "enable-state-code", pldm(call(ENABLE_STATE, 1, 0, 1, 0), with_code(0x80, 2),
+                                    call(ENABLE_STATE, 1, 0, 1, 0), with_code(0x82, 2),
+                                    how=OWN_TRANSFER)
+    yield "enable-state-no-memory", pldm(call(ENABLE_STATE, 1, 0, 1, 0), fail_allocation=1)
+    yield "read-state", pldm(call(READ_STATE, 1, 0), pldm_answer([2, 1, 1, 1, 1, 0, 2, 3, 4]))
+    yield "read-state-none", pldm(call(READ_STATE, 1, 0), pldm_answer([1, 1, 2, 3, 4]))
+    yield "read-state-count-lies", pldm(call(READ_STATE, 1, 0), pldm_answer([255, 1, 2, 3, 4]))
+    yield "read-state-no-memory", pldm(call(READ_STATE, 1, 0), fail_allocation=1)
+    yield "read-state-at", pldm(call(READ_STATE_AT, 1, 0, 1),
+                                pldm_answer([2, 1, 1, 1, 1, 0, 2, 3, 4]))
+    yield "read-state-at-count", pldm(call(READ_STATE_AT, 1, 0, 1), pldm_answer([1, 0, 2, 3, 4]))
+    yield "read-state-at-lies", pldm(call(READ_STATE_AT, 1, 0, 200), pldm_answer([255, 0, 2, 3]))
+    yield "raw-send", pldm(call(RAW, 0x80, 0x11, 8), write_failures=0)
+    yield "raw-send-patient", pldm(call(RAW, 0x12, 8), write_failures=0xFF)
+    yield "raw-receive", pldm(call(RAW, 1, 0x11, 40), pldm_answer(range(20)))
+    yield "raw-transfer-short", pldm(call(RAW, 2, 0x11, 40), bytes([0, 3, 0, 2, 0x11]))
+    yield "raw-transfer-patient", pldm(call(RAW, 0x14, 8), with_code(4, 2) * 9 + pldm_answer([]))
+    yield "raw-transfer-tiny-room", pldm(call(RAW, 2, 0x11, 2), pldm_answer([]))
+    get_eid = packet(SOM | EOM, bytes([0, 0, 2, 0, 0x1D, 0, 0]), FIX_TAG | ECHO)
+    get_tid = packet(SOM | EOM, bytes([1, 0, 0, 2, 0, 7]), FIX_TAG | ECHO)
+    yield "terminus", pldm(call(TERMINUS, 0), get_eid + get_tid)
+    yield "terminus-sl8", pldm(call(TERMINUS, 1), get_eid + get_tid)
+    yield "terminus-discovered", pldm(call(TERMINUS, 4), get_eid + get_tid)
+    yield "terminus-no-memory", pldm(call(TERMINUS, 0), fail_allocation=1)
+    yield "terminus-silent", pldm(call(TERMINUS, 0))
+
+
+# ---- PCIe VDM ------------------------------------------------------------------------------------
+
+(EXCHANGE, RECEIVE, SEND, BINDING_READ, BRING_UP, PCIE_DISCOVER, PCIE_PLDM,
+ PCIE_ENDPOINT) = range(8)
+LENGTH, ADDRESSING, OTHER_RESULT = 1, 2, 4
+
+
+def record(body, how=0, fields=b""):
+    return bytes([how]) + body + fields
+
+
+def room(capacity):
+    return struct.pack("<H", capacity + 4)
+
+
+def pcie(*calls, **env):
+    return environment(**env) + b"".join(calls)
+
+
+def pcall(operation, *arguments, tag=0):
+    return bytes([tag, operation, *arguments])
+
+
+def pcie_seeds():
+    good = control_answer([0x1D, 0, 0])
+    six = struct.pack("<H", 6)
+    routes = table(0xFF, 2, route(9, [1, 8]), route(10, [2, 8]))
+    yield "exchange", pcie(pcall(EXCHANGE), room(64), six, record(good))
+    yield "exchange-cut", pcie(pcall(EXCHANGE), room(3), six, record(good))
+    yield "exchange-no-room", pcie(pcall(EXCHANGE), room(0), six, record(good))
+    yield "exchange-negative-room", pcie(pcall(EXCHANGE), room(-1), six, record(good))
+    yield "exchange-fails", pcie(pcall(EXCHANGE), room(64), six, record(bytes([1, 0])))
+    yield "exchange-large-request", pcie(pcall(EXCHANGE), room(64), struct.pack("<H", 1036))
+    yield "exchange-pinned-tag", pcie(pcall(EXCHANGE, tag=0x80), room(64), six, record(good))
+    for length in (0, 1, 2, 1036, 1037, 0x7FFFFFFF, 0xFFFFFFFF):
+        claimed = struct.pack("<I", length)
+        yield f"claims-{length}", pcie(pcall(EXCHANGE), room(1199), six,
+                                       record(good, LENGTH, claimed),
+                                       pcall(BINDING_READ, 9), record(good, LENGTH, claimed),
+                                       pcall(RECEIVE, 0), room(1199), record(good, LENGTH, claimed),
+                                       pcall(RECEIVE, 1), room(1199), record(good, LENGTH, claimed))
+    yield "addressing", pcie(pcall(EXCHANGE), room(64), six,
+                             record(good, ADDRESSING, struct.pack("<I", 0x1FF) + bytes(range(5))))
+    yield "other-result", pcie(pcall(EXCHANGE), room(64), six, record(good, OTHER_RESULT, b"\2"))
+    yield "receive", pcie(pcall(RECEIVE, 0), room(64), record(good))
+    yield "receive-small-room", pcie(pcall(RECEIVE, 0), room(2), record(good))
+    yield "receive-with-type", pcie(pcall(RECEIVE, 1), room(64), record(good))
+    yield "send", pcie(pcall(SEND), six)
+    yield "send-large", pcie(pcall(SEND), struct.pack("<H", 1050))
+    yield "bring-up", pcie(pcall(BRING_UP, 1), record(control_answer([])) * 2, record(good) * 2)
+    yield "bring-up-fails", pcie(pcall(BRING_UP, 3), record(control_answer([])))
+    yield "discover-ready", pcie(pcall(PCIE_DISCOVER, 1, 1, 0, 1), record(routes), mpio_state=20)
+    yield "discover-not-ready", pcie(pcall(PCIE_DISCOVER, 1, 1, 0, 0), switches=TURIN)
+    yield "discover-marker", pcie(pcall(PCIE_DISCOVER, 1, 1, 0, 1), record(good), record(routes),
+                                  switches=MPIO_MARKER)
+    yield "discover-unknown", pcie(pcall(PCIE_DISCOVER, 9, 9, 0, 1), record(routes),
+                                   record(good), mpio_state=20)
+    yield "pldm", pcie(pcall(PCIE_PLDM), record(pldm_answer([1])),
+                       record(pldm_answer([0x3D] + [0] * 7)))
+    yield "endpoint", pcie(pcall(PCIE_ENDPOINT), record(control_answer([])),
+                           record(bytes([0, 4, 0x80, 0x01, 0, 0x33])))
+
+
+SEEDS = {"fuzz-receive": receive_seeds, "fuzz-control": control_seeds, "fuzz-pldm": pldm_seeds,
+         "fuzz-pcie": pcie_seeds}
+
+
+def main():
+    check = sys.argv[1:] == ["--check"]
+    if sys.argv[1:] and not check:
+        sys.exit(__doc__)
+    differ = []
+    for target, seeds in SEEDS.items():
+        for name, content in seeds():
+            file = CORPUS / target / name
+            if check:
+                if not file.is_file() or file.read_bytes() != content:
+                    differ.append(file)
+                continue
+            file.parent.mkdir(parents=True, exist_ok=True)
+            file.write_bytes(content)
+    for file in differ:
+        print(f"make_seeds.py: {file} is not what this script writes")
+    return 1 if differ else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
