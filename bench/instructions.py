@@ -9,14 +9,20 @@ count is split by the object that the instructions lie in: "library" is libsideb
 functions that it calls there, "platform" the platform in memory and the repeating loop, which lie
 in the benchmark program itself. "exchange" is library plus libc. A case that has a bound and misses
 it is marked, and the exit status is then 1.
+
+libc's memset() takes a round more or less by where the stack happens to lie; each case is counted at
+two places, and the larger count stands.
 """
+import os
 import pathlib
 import re
 import subprocess
 import sys
 import tempfile
 
-FEW, MANY = 100, 600
+FEW, MANY = 100, 300
+# Sizes of the environment that put the stack at odd and even multiples of 16 bytes.
+PADDINGS = (1, 17)
 
 # What an exchange may cost at most, on x86-64 at -O2.
 BOUNDS = {"sensor/software-pec": 1200, "message-4096/software-pec": 25000}
@@ -41,12 +47,13 @@ def costs_by_object(profile):
     return costs
 
 
-def run(program, case, count):
+def run(program, case, count, padding):
     with tempfile.TemporaryDirectory() as scratch:
         out = pathlib.Path(scratch) / "profile"
         done = subprocess.run(["valgrind", "--tool=callgrind", f"--callgrind-out-file={out}",
                                program, "--repeat", case, str(count)],
-                              capture_output=True, text=True)
+                              capture_output=True, text=True,
+                              env={**os.environ, "PADDING": "x" * padding})
         if done.returncode != 0:
             sys.exit(f"instructions.py: {case} failed:\n{done.stderr}")
         profile = out.read_text()
@@ -57,8 +64,8 @@ def run(program, case, count):
     return costs
 
 
-def per_exchange(program, case):
-    few, many = run(program, case, FEW), run(program, case, MANY)
+def per_exchange(program, case, padding):
+    few, many = run(program, case, FEW, padding), run(program, case, MANY, padding)
     parts = {"library": 0.0, "libc": 0.0, "platform": 0.0}
     for name, cost in many.items():
         if name.startswith("libsideband"):
@@ -71,6 +78,11 @@ def per_exchange(program, case):
     return parts
 
 
+def worst(program, case):
+    return max((per_exchange(program, case, padding) for padding in PADDINGS),
+               key=lambda parts: parts["library"] + parts["libc"])
+
+
 def main():
     if len(sys.argv) < 2:
         sys.exit(__doc__)
@@ -81,7 +93,7 @@ def main():
     print(f"{'instructions an exchange':<34}{'exchange':>9}{'library':>9}{'libc':>7}"
           f"{'platform':>9}{'bound':>8}")
     for case in cases:
-        parts = per_exchange(program, case)
+        parts = worst(program, case)
         exchange = parts["library"] + parts["libc"]
         bound = BOUNDS.get(case)
         over = bound is not None and exchange > bound

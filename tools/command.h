@@ -25,7 +25,7 @@ struct Context {
     /// Reports a failure after which the command goes on.
     void report(const Failure& failure) {
         output.error(command, failure);
-        status = failure.status;
+        status = failure.status();
     }
 };
 

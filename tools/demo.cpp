@@ -41,7 +41,7 @@ void show_discovery(Tour::Step& step, const Port& port, std::vector<Finding>& fi
     size_t assigned = 0;
     for (const Finding& found : findings) {
         if (found.failure) {
-            throw *found.failure;
+            throw Failure(*found.failure);
         }
         if (found.eid_assigned) {
             step.say(fmt::format("{} had no EID and took {} from the BMC's pool.",

@@ -115,11 +115,11 @@ void show_refusal(Tour::Step& step, const Subject& subject) {
     session.discover();
     const Failure refusal = subject.failed_read(session, no_such_sensor);
     step.say(refusal.what());
-    if (!refusal.code) {
-        throw refusal;
+    if (!refusal.code()) {
+        throw Failure(refusal);
     }
     step.details = failure_json(refusal);
-    step.result = "refused with " + refusal.code->name;
+    step.result = "refused with " + refusal.code()->name;
 }
 
 void show_locks(Tour::Step& step, const Port& port) {

@@ -4,10 +4,10 @@
 #define SIDEBAND_TOOLS_FAILURE_H
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 namespace tool {
 
@@ -26,24 +26,38 @@ struct DeviceCode {
 };
 
 /// Ends a command. what() is one line without the name of the program or of the command.
+/// Copies share what they tell, so that copying cannot throw.
 class Failure : public std::runtime_error {
 public:
-    Failure(ExitStatus exit_status, const std::string& text)
-        : std::runtime_error(text), status(exit_status) {}
+    Failure(ExitStatus status, const std::string& text)
+        : std::runtime_error(text),
+          details_(std::make_shared<Details>(Details{status, {}, {}, {}})) {}
 
     /// A device or its transport failed: "ENDPOINT: OPERATION failed: REASON".
-    Failure(std::string endpoint_name, std::string operation_name, const std::string& reason,
-            std::optional<DeviceCode> device_code = std::nullopt)
-        : std::runtime_error(endpoint_name + ": " + operation_name + " failed: " + reason),
-          status(ExitStatus::failed),
-          endpoint(std::move(endpoint_name)),
-          operation(std::move(operation_name)),
-          code(std::move(device_code)) {}
+    Failure(const std::string& endpoint, const std::string& operation, const std::string& reason,
+            const std::optional<DeviceCode>& code = std::nullopt)
+        : std::runtime_error(endpoint + ": " + operation + " failed: " + reason),
+          details_(
+              std::make_shared<Details>(Details{ExitStatus::failed, endpoint, operation, code})) {}
 
-    ExitStatus status;
-    std::string endpoint;
-    std::string operation;
-    std::optional<DeviceCode> code;  ///< empty where no answer with a code came
+    ExitStatus status() const { return details_->status; }
+
+    /// Empty where the failure is not that of an endpoint.
+    const std::string& endpoint() const { return details_->endpoint; }
+    const std::string& operation() const { return details_->operation; }
+
+    /// Empty where no answer with a code came.
+    const std::optional<DeviceCode>& code() const { return details_->code; }
+
+private:
+    struct Details {
+        ExitStatus status;
+        std::string endpoint;
+        std::string operation;
+        std::optional<DeviceCode> code;
+    };
+
+    std::shared_ptr<const Details> details_;
 };
 
 }  // namespace tool

@@ -61,7 +61,7 @@ ExitStatus run_command_line(int argc, char** argv, Output& output) {
         return execute(output, line);
     } catch (const Failure& failure) {
         output.error(line.command, failure);
-        return failure.status;
+        return failure.status();
     } catch (const std::exception& error) {
         output.error(line.command, Failure(ExitStatus::failed, error.what()));
         return ExitStatus::failed;

@@ -78,7 +78,7 @@ void Output::error(const std::string& command, const Failure& failure) {
     write_all(stderr, line + one_line(failure.what()) + "\n");
     if (!document_printed_) {
         nlohmann::ordered_json details = failure_json(failure);
-        details["exit_status"] = static_cast<int>(failure.status);
+        details["exit_status"] = static_cast<int>(failure.status());
         document({{"error", details}});
     }
 }
@@ -100,13 +100,13 @@ bool Output::finish() {
 
 nlohmann::ordered_json failure_json(const Failure& failure) {
     nlohmann::ordered_json json{{"message", one_line(failure.what())}};
-    if (!failure.endpoint.empty()) {
-        json["endpoint"] = failure.endpoint;
-        json["operation"] = failure.operation;
+    if (!failure.endpoint().empty()) {
+        json["endpoint"] = failure.endpoint();
+        json["operation"] = failure.operation();
     }
-    if (failure.code) {
-        json["completion_code"] = failure.code->code;
-        json["completion_code_name"] = failure.code->name;
+    if (failure.code()) {
+        json["completion_code"] = failure.code()->code;
+        json["completion_code_name"] = failure.code()->name;
     }
     return json;
 }

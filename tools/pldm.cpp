@@ -114,7 +114,7 @@ void run_pldm_sensors(Context& context, const std::string& name,
                             {"name", sensor.name},
                             {"error", failure_json(failure)}});
             failures.push_back(failure);
-            if (!failure.code) {
+            if (!failure.code()) {
                 break;  // No answer at all: the next sensor would only cost another time-out.
             }
         }

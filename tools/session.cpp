@@ -36,6 +36,9 @@ std::string silence() {
 void append_entries(std::span<const uint8_t> answer, std::vector<RoutingEntry>& entries) {
     constexpr size_t first_entry = 5;
     constexpr size_t fixed_part = 6;
+    if (answer.size() < first_entry) {
+        return;
+    }
     size_t at = first_entry;
     for (int left = answer[4]; left > 0 && at + fixed_part <= answer.size(); --left) {
         const std::span<const uint8_t> raw = answer.subspan(at);

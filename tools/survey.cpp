@@ -21,7 +21,7 @@ auto ask(Query query) -> std::optional<decltype(query())> {
     try {
         return query();
     } catch (const Failure& failure) {
-        if (!failure.code) {
+        if (!failure.code()) {
             throw;
         }
         return std::nullopt;

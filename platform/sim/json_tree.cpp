@@ -98,9 +98,8 @@ public:
     bool end_object() override { return close(); }
     bool end_array() override { return close(); }
     bool key(string_t& name) override {
-        for (const auto& member : open_.back()->members)
-            if (member.first == name)
-                throw FileError{{name, progress_.line, "appears twice in one object"}};
+        if (open_.back()->member(name) != nullptr)
+            throw FileError{{name, progress_.line, "appears twice in one object"}};
         key_ = std::move(name);
         key_line_ = progress_.line;
         return true;
@@ -115,16 +114,12 @@ private:
     int line_here() const { return progress_.line - (progress_.last == '\n' ? 1 : 0); }
 
     Node* add(Node::Kind kind) {
-        Node* node = &root_;
-        int line = line_here();
-        if (!open_.empty() && open_.back()->kind == Node::Kind::object) {
-            node = &open_.back()->members.emplace_back(key_, Node{}).second;
-            line = key_line_;
-        } else if (!open_.empty()) {
-            node = &open_.back()->items.emplace_back();
-        }
+        Node* node = open_.empty() ? &root_ : &open_.back()->items.emplace_back();
+        const bool is_member = !open_.empty() && open_.back()->kind == Node::Kind::object;
+        if (is_member)
+            node->name = key_;
         node->kind = kind;
-        node->line = line;
+        node->line = is_member ? key_line_ : line_here();
         return node;
     }
     bool open(Node::Kind kind) {
@@ -168,6 +163,13 @@ Node parse_json(std::string_view text) {
     nlohmann::json::sax_parse(CountingIterator(first, &progress),
                               CountingIterator(first + text.size(), &progress), &builder);
     return builder.take();
+}
+
+const Node* Node::member(const std::string& key) const {
+    for (const Node& item : items)
+        if (item.name == key)
+            return &item;
+    return nullptr;
 }
 
 void Place::fail(const std::string& text) const {
@@ -226,19 +228,21 @@ ObjectReader::ObjectReader(Place place) : place_(std::move(place)) {
         place_.fail("must be an object");
 }
 
+std::string ObjectReader::path_of(const std::string& key) const {
+    return place_.path.empty() ? key : place_.path + "." + key;
+}
+
 void ObjectReader::fail(const std::string& key, const std::string& text) const {
-    for (const auto& [name, node] : place_.node->members)
-        if (name == key)
-            Place{&node, place_.path.empty() ? key : place_.path + "." + key}.fail(text);
-    Place{place_.node, place_.path.empty() ? key : place_.path + "." + key}.fail(text);
+    const Node* member = place_.node->member(key);
+    Place{member != nullptr ? member : place_.node, path_of(key)}.fail(text);
 }
 
 std::optional<Place> ObjectReader::find(const std::string& key) {
     asked_.insert(key);
-    for (const auto& [name, node] : place_.node->members)
-        if (name == key)
-            return Place{&node, place_.path.empty() ? key : place_.path + "." + key};
-    return std::nullopt;
+    const Node* member = place_.node->member(key);
+    if (member == nullptr)
+        return std::nullopt;
+    return Place{member, path_of(key)};
 }
 
 Place ObjectReader::require(const std::string& key) {
@@ -315,9 +319,9 @@ size_t ObjectReader::choice(const std::string& key, const std::vector<std::strin
 }
 
 void ObjectReader::finish() const {
-    for (const auto& member : place_.node->members)
-        if (!asked_.contains(member.first))
-            fail(member.first, "is not a key that is known here");
+    for (const Node& member : place_.node->items)
+        if (!asked_.contains(member.name))
+            fail(member.name, "is not a key that is known here");
 }
 
 }  // namespace sim

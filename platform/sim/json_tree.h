@@ -29,8 +29,11 @@ struct Node {
     int64_t integer = 0;
     double real = 0;  ///< set for integers too
     std::string text;
-    std::vector<Node> items;
-    std::vector<std::pair<std::string, Node>> members;
+    std::string name;         ///< its key, where it is a member of an object
+    std::vector<Node> items;  ///< elements of an array, members of an object
+
+    /// The member of an object that has a key; null where it has none.
+    const Node* member(const std::string& key) const;
 };
 
 /// @throws FileError with an empty key for a syntax error
@@ -81,6 +84,8 @@ public:
     void finish() const;
 
 private:
+    std::string path_of(const std::string& key) const;
+
     Place place_;
     std::set<std::string> asked_;
 };

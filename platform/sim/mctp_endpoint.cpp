@@ -15,7 +15,7 @@ constexpr uint8_t kTagOwner = 0x08;
 constexpr uint8_t kTagBits = 0x0F;
 constexpr uint8_t kBroadcastEid = 0xFF;
 
-constexpr size_t kLongestMessage = 64 * 1024;
+constexpr size_t kLongestMessage = 65'536;
 constexpr size_t kMostAssemblies = 16;
 
 uint8_t sequence_of(uint8_t flags) {

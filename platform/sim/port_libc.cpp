@@ -36,18 +36,18 @@ sim::I2cBus* queue_at(const sim::BoardState& board, std::string_view path) {
 
 }  // namespace
 
-extern "C" int usleep(useconds_t microseconds) {
+extern "C" int usleep(useconds_t useconds) {
     if (sim::in_use() == nullptr)
-        return next<int (*)(useconds_t)>("usleep")(microseconds);
-    sim::Board::current()->advance_us(microseconds);
+        return next<int (*)(useconds_t)>("usleep")(useconds);
+    sim::Board::current()->advance_us(useconds);
     return 0;
 }
 
-extern "C" int access(const char* path, int mode) noexcept {
+extern "C" int access(const char* name, int type) noexcept {
     const sim::BoardState* board = sim::in_use();
-    if (board != nullptr && queue_at(*board, path) != nullptr)
+    if (board != nullptr && queue_at(*board, name) != nullptr)
         return 0;
-    return next<int (*)(const char*, int)>("access")(path, mode);
+    return next<int (*)(const char*, int)>("access")(name, type);
 }
 
 extern "C" int system(const char* command) {

@@ -217,6 +217,14 @@ TEST_P(MctpControl, ALostAnswerAfterNotReadyFails) {
     EXPECT_EQ(libc.sleeps, std::vector<uint32_t>{50000});
 }
 
+TEST_P(MctpControl, AnAnswerWithoutCompletionCodeAfterNotReadyFails) {
+    Bytes busy = good();
+    busy[2] = 4;
+    Endpoint endpoint({busy, Bytes(busy.begin(), busy.begin() + 2), good()});
+    expect_failure();
+    EXPECT_EQ(endpoint.requests.size(), 2u) << "the code of the first answer is not used again";
+}
+
 TEST_P(MctpControl, AnAnswerWithoutCompletionCodeFails) {
     const std::vector<Bytes> answers{hex("00"), Bytes{0x00, hex(GetParam().request)[1]}};
     for (const Bytes& answer : answers) {

@@ -213,6 +213,19 @@ TEST_P(MctpReceive, AMessageMustBeginWithSom) {
     EXPECT_EQ(port().syslog, Lines());
 }
 
+TEST_P(MctpReceive, WithoutSomNeitherAFittingTagNorToMakesAStart) {
+    ctx.tag = 0;
+    queue(EOM | 0, hex("01 EE"));
+    queue(EOM | TO | 0, hex("01 EE"));
+    queue(EOM | 5, hex("01 EE"));
+    queue(SOM | EOM | 0, hex("01 AA"));
+    EXPECT_EQ(receive(), 1);
+    EXPECT_EQ(body, hex("AA"));
+    EXPECT_EQ(printed, dump(hex("01 08 1D 40 01 EE")) + dump(hex("01 08 1D 48 01 EE")) +
+                           dump(hex("01 08 1D 45 01 EE")));
+    EXPECT_EQ(port().syslog, Lines()) << "tags are compared with starts alone";
+}
+
 TEST_P(MctpReceive, AnotherTagIsLoggedAndPrintedAndReadingGoesOn) {
     queue(SOM | EOM | 4, hex("01 EE"));
     queue(SOM | EOM | 3, hex("01 AA"));
@@ -305,6 +318,16 @@ TEST_P(MctpReceive, ASecondStartRestartsTheSequence) {
     queue(EOM | sequence(1) | 3, hex("DD"));
     EXPECT_EQ(receive(), 5);
     EXPECT_EQ(body, hex("AA 01 BB CC DD"));
+}
+
+TEST_P(MctpReceive, AnEmptySecondStartDoesNotChangeTheSequence) {
+    queue(SOM | 3, hex("01 AA"));
+    queue(SOM | sequence(3) | 3, Bytes());
+    queue(sequence(1) | 3, hex("BB"));
+    queue(EOM | sequence(2) | 3, hex("CC"));
+    EXPECT_EQ(receive(), 3);
+    EXPECT_EQ(body, hex("AA BB CC"));
+    EXPECT_EQ(printed, dump(hex("01 08 1D B3")));
 }
 
 TEST_P(MctpReceive, ASecondStartOfAnotherTagIsAMismatch) {

@@ -16,7 +16,7 @@ struct mctp_ctx;
  * @param board_file  path of a board file; null for the built-in board
  * @return 0; -1 after one line on standard error when the file cannot be read or is malformed
  */
-int sideband_sim_open(const char *board_file);
+int sideband_sim_open(const char* board_file);
 
 /** Takes the board away again and frees it. */
 void sideband_sim_close(void);

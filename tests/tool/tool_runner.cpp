@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: Apache-2.0
+// Runs the tool as a user does and keeps what it printed and how it ended.
+#include "tool_runner.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace tool_test {
+
+const char* const test_board = R"({
+  "name": "bench",
+  "buses": [{"bus": 1, "clock_hz": 400000}, {"bus": 2}],
+  "devices": [
+    {"name": "dev0", "type": "pldm", "bus": 1, "address": "0x40", "tid": 7,
+     "uuid": "00112233-4455-6677-8899-aabbccddeeff",
+     "sensors": [
+       {"kind": "numeric", "id": 12, "name": "inlet", "unit": "degC", "data_size": 2,
+        "signed": true, "resolution": 0.5, "waveform": {"shape": "constant", "value": -21.5}},
+       {"kind": "numeric", "id": 13, "name": "outlet", "unit": "degC",
+        "operational_state": "disabled", "waveform": {"shape": "constant", "value": 1}},
+       {"kind": "state", "id": 5, "name": "health", "composites": [
+         {"state_set": 1, "states": [2]},
+         {"state_set": 1, "states": [1], "operational_state": "failed"}]}
+     ]},
+    {"name": "rec0", "type": "replay", "bus": 2, "address": "0x30", "eid": 12,
+     "exchanges": [
+       {"message_type": 0, "request": "8003", "response": "000301"},
+       {"message_type": 0, "request": "8005", "response": "000500020104"},
+       {"message_type": 0, "request": "800a00", "response": "000a00010101102301030140"},
+       {"message_type": 0, "request": "800a01", "response": "000a00ff010420c1020a020102"},
+       {"message_type": 1, "request": "800002", "response": "00000201"},
+       {"message_type": 1, "request": "800211010000", "response": "00021199"},
+       {"message_type": 1, "request": "800211030000", "response": "00021100010000010001f6"},
+       {"message_type": 1, "request": "800211040000", "response": "00021100050000010001feffffff"},
+       {"message_type": 1, "request": "800211050000", "response": "000211"},
+       {"message_type": 2, "request": "0001", "response": "aabb"}
+     ]},
+    {"name": "dead0", "type": "pldm", "bus": 2, "address": "0x50",
+     "faults": [{"kind": "no_ack"}]}
+  ]
+})";
+
+namespace {
+
+/// An unnamed file that takes one output stream of a child.
+class Sink {
+public:
+    Sink() : file_(std::tmpfile()) {
+        if (file_ == nullptr) {
+            throw std::runtime_error("no temporary file");
+        }
+    }
+    ~Sink() { std::fclose(file_); }
+    Sink(const Sink&) = delete;
+    Sink& operator=(const Sink&) = delete;
+
+    int descriptor() const { return fileno(file_); }
+
+    std::string text() const {
+        std::string text;
+        std::rewind(file_);
+        char block[4096];
+        for (size_t got; (got = std::fread(block, 1, sizeof block, file_)) > 0;) {
+            text.append(block, got);
+        }
+        return text;
+    }
+
+private:
+    FILE* file_;
+};
+
+[[noreturn]] void become(const std::vector<std::string>& words, int out, int err) {
+    const int in = open("/dev/null", O_RDONLY);
+    dup2(in, STDIN_FILENO);
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    std::vector<char*> pointers;
+    for (const std::string& word : words) {
+        pointers.push_back(const_cast<char*>(word.c_str()));
+    }
+    pointers.push_back(nullptr);
+    execvp(pointers[0], pointers.data());
+    _exit(127);
+}
+
+std::vector<std::string> words_of(const char* text) {
+    std::istringstream stream(text == nullptr ? "" : text);
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;) {
+        words.push_back(word);
+    }
+    return words;
+}
+
+}  // namespace
+
+Outcome run_tool(const std::vector<std::string>& arguments, const char* out_path) {
+    const char* tool = std::getenv("SIDEBAND_TOOL");
+    if (tool == nullptr) {
+        throw std::runtime_error("SIDEBAND_TOOL does not name the tool");
+    }
+    std::vector<std::string> words = words_of(std::getenv("MESON_EXE_WRAPPER"));
+    words.emplace_back(tool);
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    const Sink out;
+    const Sink err;
+    const pid_t child = fork();
+    if (child == 0) {
+        become(words, out_path == nullptr ? out.descriptor() : open(out_path, O_WRONLY),
+               err.descriptor());
+    }
+    int status = 0;
+    if (child < 0 || waitpid(child, &status, 0) != child) {
+        throw std::runtime_error("the tool could not be started");
+    }
+    return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
+            .out = out.text(),
+            .err = err.text()};
+}
+
+nlohmann::ordered_json one_document(const std::string& text) {
+    nlohmann::ordered_json document = nlohmann::ordered_json::parse(text, nullptr, false);
+    EXPECT_FALSE(document.is_discarded()) << "not one JSON document:\n" << text;
+    return document;
+}
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+void expect_error(const Outcome& run, int status, const std::string& line) {
+    EXPECT_EQ(run.status, status);
+    EXPECT_EQ(run.err, line + "\n");
+    EXPECT_EQ(run.out, "");
+}
+
+TemporaryFile::TemporaryFile(const std::string& content) {
+    std::string name = ::testing::TempDir() + "sideband-tool-XXXXXX";
+    const int descriptor = mkstemp(name.data());
+    if (descriptor < 0) {
+        throw std::runtime_error("no temporary file " + name);
+    }
+    close(descriptor);
+    path_ = name;
+    std::ofstream(path_, std::ios::binary) << content;
+}
+
+TemporaryFile::~TemporaryFile() {
+    unlink(path_.c_str());
+}
+
+std::string TemporaryFile::content() const {
+    std::ostringstream content;
+    content << std::ifstream(path_, std::ios::binary).rdbuf();
+    return content.str();
+}
+
+Outcome OwnBoard::run(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), {"--board", board_.path()});
+    return run_tool(arguments);
+}
+
+}  // namespace tool_test

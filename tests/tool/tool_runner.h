@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+// Runs the tool as a user does and keeps what it printed and how it ended.
+#ifndef SIDEBAND_TESTS_TOOL_TOOL_RUNNER_H
+#define SIDEBAND_TESTS_TOOL_TOOL_RUNNER_H
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace tool_test {
+
+/// How one run of the tool ended.
+struct Outcome {
+    int status = -1;  ///< exit status; 128 and the signal's number where a signal ended it
+    std::string out;
+    std::string err;
+};
+
+/// Runs the binary that SIDEBAND_TOOL names, under MESON_EXE_WRAPPER where that is set.
+/// @param out  where its standard output goes instead of into the result; null for the result
+Outcome run_tool(const std::vector<std::string>& arguments, const char* out = nullptr);
+
+/// Parses the whole of a text as one JSON document; a text that is none fails the test.
+nlohmann::ordered_json one_document(const std::string& text);
+
+/// Whether a text has another one in it.
+bool contains(const std::string& text, const std::string& part);
+
+/// Expects a run that failed: the exit status, one line on standard error, nothing else printed.
+void expect_error(const Outcome& run, int status, const std::string& line);
+
+/// A file that lies in the test's temporary folder until the test ends.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(const std::string& content);
+    ~TemporaryFile();
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    const std::string& path() const { return path_; }
+    std::string content() const;
+
+private:
+    std::string path_;
+};
+
+/// The board that these tests bring along: a terminus with constant sensors, a replaying device
+/// with answers of every kind, a device that never acknowledges.
+extern const char* const test_board;
+
+/// Tests that run the tool on test_board.
+class OwnBoard : public ::testing::Test {
+protected:
+    Outcome run(std::vector<std::string> arguments) const;
+    TemporaryFile board_{test_board};
+};
+
+}  // namespace tool_test
+
+#endif
