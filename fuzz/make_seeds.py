@@ -191,6 +191,8 @@ def control_seeds():
                                        owner_request(0x06, 1), owner_request(0x0D),
                                        owner_request(0x77), owner_request(0x01, 0, 0),
                                        owner_request(0x01, 0, 255), owner_request(0x01, 0, 0x33))
+    yield "endpoint-cannot-answer", control(call(ENDPOINT), control_answer([]), owner_request(2),
+                                            write_failures=0xFF)
     yield "endpoint-ignores-five", control(call(ENDPOINT), bytes([1, 0]),
                                            bytes([0, 2, 1, 1]) * 5)
 
@@ -230,6 +232,9 @@ def pldm_seeds():
     yield "read-numeric-cut", pldm(call(READ_NUMERIC, 1, 0), pldm_answer([4, 0, 0, 1, 1, 1, 9]))
     yield "read-numeric-disabled", pldm(*[call(READ_NUMERIC, 1, 0) + disabled] * 12)
     yield "not-ready", pldm(call(READ_NUMERIC, 1, 0), with_code(4, 2), how=31)
+    yield "error-code", pldm(call(READ_NUMERIC, 1, 0), with_code(0x80, 2))
+    yield "state-error-code", pldm(call(READ_STATE, 1, 0), with_code(0x80, 2),
+                                   call(READ_STATE_AT, 1, 0, 0), with_code(0x80, 2))
     yield "enable-state", pldm(call(ENABLE_STATE, 1, 0, 8, 0), pldm_answer([]))
     yield "enable-state-nine", pldm(call(ENABLE_STATE, 1, 0, 9, 0))
     yield "enable-state-code", pldm(call(ENABLE_STATE, 1, 0, 1, 0), with_code(0x80, 2),
@@ -246,6 +251,7 @@ def pldm_seeds():
     yield "read-state-at-lies", pldm(call(READ_STATE_AT, 1, 0, 200), pldm_answer([255, 0, 2, 3]))
     yield "raw-send", pldm(call(RAW, 0x80, 0x11, 8), write_failures=0)
     yield "raw-send-patient", pldm(call(RAW, 0x12, 8), write_failures=0xFF)
+    yield "raw-send-fails", pldm(call(RAW, 0, 0x11, 8), write_failures=0xFF)
     yield "raw-receive", pldm(call(RAW, 1, 0x11, 40), pldm_answer(range(20)))
     yield "raw-transfer-short", pldm(call(RAW, 2, 0x11, 40), bytes([0, 3, 0, 2, 0x11]))
     yield "raw-transfer-patient", pldm(call(RAW, 0x14, 8), with_code(4, 2) * 9 + pldm_answer([]))
@@ -256,6 +262,12 @@ def pldm_seeds():
     yield "terminus-sl8", pldm(call(TERMINUS, 1), get_eid + get_tid)
     yield "terminus-discovered", pldm(call(TERMINUS, 4), get_eid + get_tid)
     yield "terminus-no-memory", pldm(call(TERMINUS, 0), fail_allocation=1)
+    reading = packet(SOM | EOM, bytes([1, 0, 2, 0x11, 0, 4, 0, 0, 1, 1, 1, 9, 0, 0, 0]),
+                     FIX_TAG | ECHO)
+    types = packet(SOM | EOM, bytes([1, 0, 0, 4, 0, 0x3D] + [0] * 7), FIX_TAG | ECHO)
+    yield "terminus-reads", pldm(call(TERMINUS, 0), get_eid + get_tid + reading)
+    yield "terminus-known-eids", pldm(call(TERMINUS, 2), get_tid + reading)
+    yield "terminus-discovered-whole", pldm(call(TERMINUS, 4), get_eid + get_tid + types)
     yield "terminus-silent", pldm(call(TERMINUS, 0))
 
 

@@ -19,6 +19,7 @@ constexpr size_t kFramePacket = 4;
 /// A read block has no destination in front.
 constexpr size_t kBlockPacket = 3;
 constexpr size_t kPacketFlags = 3;
+constexpr size_t kPacketType = 4;
 constexpr uint8_t kSom = 0x80;
 constexpr uint8_t kTagOwner = 0x08;
 constexpr uint8_t kTagMask = 0x07;
@@ -41,6 +42,11 @@ enum : uint8_t {
     kBlockLarge = 0x80,     ///< four times the length
 };
 
+/// In a packet that starts a message: behind the instance ID, and in PLDM behind the PLDM type.
+size_t command_offset(const uint8_t* packet) {
+    return kPacketType + (packet[kPacketType] == MCTP_MSG_TYPE_CONTROL ? 2 : 3);
+}
+
 int write_packet(const plt_i2c_request& request, size_t pec) {
     World& at = world();
     const uint8_t* const frame = request.write_data;
@@ -55,10 +61,12 @@ int write_packet(const plt_i2c_request& request, size_t pec) {
     const volatile uint8_t sink = sum;
     (void)sink;
     const uint8_t* const packet = frame + kFramePacket;
-    if ((packet[kPacketFlags] & kSom) != 0 && request.write_length > kFramePacket + 7) {
+    const size_t size = request.write_length - kFramePacket - pec;
+    if ((packet[kPacketFlags] & kSom) != 0) {
+        const size_t command = command_offset(packet);
         at.last_tag = packet[kPacketFlags] & kTagMask;
-        at.last_instance = packet[5] & 0x1F;
-        at.last_command = packet[7];
+        at.last_instance = size > kPacketType + 1 ? packet[kPacketType + 1] & 0x1F : 0;
+        at.last_command = size > command ? packet[command] : 0;
     }
     ++at.writes;
     return (at.write_failures >> (at.writes % 8) & 1) != 0 ? -1 : 0;
@@ -73,17 +81,18 @@ void fit_to_request(Block& block, uint8_t flags) {
         packet[kPacketFlags] =
             static_cast<uint8_t>((packet[kPacketFlags] & ~(kTagOwner | kTagMask)) | at.last_tag);
     }
-    if ((flags & kBlockEcho) != 0 && size > 7) {
-        packet[5] = static_cast<uint8_t>((packet[5] & 0xE0) | at.last_instance);
-        packet[packet[4] == MCTP_MSG_TYPE_CONTROL ? 6 : 7] = at.last_command;
+    if ((flags & kBlockEcho) != 0 && size > command_offset(packet)) {
+        uint8_t& instance = packet[kPacketType + 1];
+        instance = static_cast<uint8_t>((instance & 0xE0) | at.last_instance);
+        packet[command_offset(packet)] = at.last_command;
     }
 }
 
 Block next_block() {
     World& at = world();
-    Block block;
+    Block block{};
     if (at.input.empty()) {
-        return at.endless ? last_block : block;
+        return block;
     }
     const uint8_t flags = at.input.u8();
     if ((flags & kBlockFails) != 0) {
@@ -146,11 +155,14 @@ int PltMCTPI2C_SlaveReadWithPEC_NoMutex(plt_i2c_request request, uint32_t /*para
     World& at = world();
     ++at.reads;
     require(!at.held.empty(), "a read without a lock");
-    const uint8_t* const room = request.read_buffer;
-    require(
-        std::all_of(room, room + PLT_I2C_READ_BUFFER_SIZE, [](uint8_t byte) { return byte == 0; }),
-        "the read buffer is not zeroed");
-    last_block = next_block();
+    static constexpr uint8_t kZeros[PLT_I2C_READ_BUFFER_SIZE] = {};
+    require(std::memcmp(request.read_buffer, kZeros, sizeof kZeros) == 0,
+            "the read buffer is not zeroed");
+    const bool repeats = at.endless && at.input.empty() && at.has_spoken;
+    if (!repeats) {
+        at.has_spoken = !at.input.empty();
+        last_block = next_block();
+    }
     std::memcpy(request.read_buffer, last_block.bytes, sizeof last_block.bytes);
     return last_block.result;
 }

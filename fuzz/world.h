@@ -27,6 +27,7 @@ namespace fuzz {
 struct World {
     Input input;
     bool endless = false;
+    bool has_spoken = false;  ///< a block has been read
 
     // What is made to go wrong, from the environment record.
     unsigned refuse_lock = 0;      ///< the n-th lx_mutex_get() fails; 0: none

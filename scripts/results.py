@@ -14,16 +14,15 @@ import sys
 import xml.etree.ElementTree as ElementTree
 
 
-def gtest_cases(build, project, name):
+def gtest_cases(build, entry):
     """(case, outcome, reason) of one GoogleTest program; empty where it left no report."""
     report = build / "meson-logs" / "testlog.junit.xml"
     if not report.exists():
         return []
-    prefix = f"{project}.{name}."
     cases = []
     for suite in ElementTree.parse(report).getroot().iter("testsuite"):
-        suite_name = suite.get("name", "")
-        if not suite_name.startswith(prefix):
+        # meson names it PROJECT.ENTRY.SUITE, the entry as in its log.
+        if not suite.get("name", "").partition(".")[2].startswith(f"{entry}."):
             continue
         for case in suite.iter("testcase"):
             outcome, reason = "passed", ""
@@ -40,10 +39,8 @@ def gtest_cases(build, project, name):
 
 def program_cases(build, record):
     """The cases of one entry of the test log; the entry itself where it has none."""
-    name = record["name"].split(" / ")[-1].split(":")[-1]
-    project = record["name"].split(" / ")[0].split(":")[0].split("+")[-1].strip()
-    result = record["result"]
-    cases = gtest_cases(build, project, name) if result != "TIMEOUT" else []
+    name, result = record["name"].split(" / ")[-1], record["result"]
+    cases = gtest_cases(build, record["name"])
     if not cases:
         text = record.get("stdout", "").strip().splitlines()
         reason = text[-1] if text else ""
