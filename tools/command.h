@@ -37,10 +37,10 @@ void run_mctp_eid(Context& context, const std::string& endpoint);
 void run_mctp_uuid(Context& context, const std::string& endpoint);
 void run_mctp_routes(Context& context, const std::string& endpoint);
 
-/// @param type  a message type by name or number
-/// @param hex   the message body in pieces
+/// @param type    a message type by name or number
+/// @param pieces  the message body in hex, in pieces
 void run_raw(Context& context, const std::string& endpoint, const std::string& type,
-             const std::vector<std::string>& hex);
+             const std::vector<std::string>& pieces);
 
 void run_pldm_info(Context& context, const std::string& endpoint);
 

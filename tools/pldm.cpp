@@ -59,6 +59,7 @@ Sensor parse_sensor(const Endpoint& endpoint, const std::string& text) {
 
 std::vector<Sensor> wanted_sensors(const Endpoint& endpoint, const std::vector<std::string>& ids) {
     std::vector<Sensor> sensors;
+    sensors.reserve(ids.size());
     for (const std::string& id : ids) {
         sensors.push_back(parse_sensor(endpoint, id));
     }
@@ -95,9 +96,9 @@ void run_pldm_info(Context& context, const std::string& endpoint) {
     show_info(context, endpoint, read_pldm_info(session));
 }
 
-void run_pldm_sensors(Context& context, const std::string& name,
+void run_pldm_sensors(Context& context, const std::string& endpoint,
                       const std::vector<std::string>& ids) {
-    Session session(find_endpoint(context.port, name));
+    Session session(find_endpoint(context.port, endpoint));
     const std::vector<Sensor> sensors = wanted_sensors(session.endpoint(), ids);
     session.discover();
     Table table({{"ID", true}, {"KIND"}, {"NAME"}, {"READING", true}, {"UNIT"}, {"STATE"}});
@@ -120,7 +121,7 @@ void run_pldm_sensors(Context& context, const std::string& name,
         }
     }
     context.output.text(table.text());
-    context.output.document({{"endpoint", name}, {"sensors", list}});
+    context.output.document({{"endpoint", endpoint}, {"sensors", list}});
     for (const Failure& failure : failures) {
         context.report(failure);
     }
