@@ -49,8 +49,8 @@ public:
             case kSetEndpointId:
                 return set_endpoint_id(message);
             case kGetEndpointId: {
-                constexpr uint8_t kSimpleEndpointDynamicEid = 0x10;
-                return send(message, {0x00, ctx_.src_eid, kSimpleEndpointDynamicEid, 0x00});
+                constexpr uint8_t kBusOwnerDynamicEid = 0x10;
+                return send(message, {0x00, ctx_.src_eid, kBusOwnerDynamicEid, 0x00});
             }
             case kGetVendorDefinedMessageSupport:
                 if (message[kData] != 0) {
