@@ -82,7 +82,8 @@ class Reassembly {
 public:
     Reassembly(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, TypeByte type_byte)
         : ctx_(ctx),
-          buffer_(buffer),
+          next_(buffer),
+          room_(capacity),
           capacity_(capacity),
           payload_offset_(kTransportHeaderSize + (type_byte == TypeByte::deliver ? 0 : 1)) {}
 
@@ -93,16 +94,15 @@ public:
         while (dropped < kDroppedPacketsMax) {
             std::array<uint8_t, kReceiveBufferSize> packet;
             zero(packet);
-            const int32_t room = capacity_ - stored_;
-            const int32_t wanted = header_length_ + std::min<int32_t>(ctx_.unit_size, room);
+            const int32_t wanted = header_length_ + std::min<int32_t>(ctx_.unit_size, room_);
             const int32_t length = ctx_.binding->read(&ctx_.section, wanted, packet.data());
             if (length < 0) {
                 return -1;
             }
-            if (!accept(packet.data(), length, wanted) || !store(packet.data(), length, room)) {
+            if (!accept(packet.data(), length, wanted) || !store(packet.data(), length)) {
                 ++dropped;
-            } else if ((packet[kFlagsOffset] & kFlagEom) != 0 || stored_ == capacity_) {
-                return stored_;
+            } else if ((packet[kFlagsOffset] & kFlagEom) != 0 || room_ == 0) {
+                return capacity_ - room_;
             }
         }
         debug_log("[%s] gave up after %d packets that had to be dropped\n", "mctp recv",
@@ -127,7 +127,7 @@ private:
     /// Checks length, tag, sequence and start flag. A packet that is not accepted is gone, with a
     /// trace.
     bool accept(const uint8_t* packet, int32_t length, int32_t wanted);
-    bool store(const uint8_t* packet, int32_t length, int32_t room);
+    bool store(const uint8_t* packet, int32_t length);
 
     bool refuse_tag(const uint8_t* packet, int32_t length) const;
     bool refuse_length(const uint8_t* packet, int32_t length, int32_t wanted);
@@ -145,9 +145,9 @@ private:
     }
 
     mctp_ctx& ctx_;
-    uint8_t* buffer_;
+    uint8_t* next_;  ///< where the next payload goes
+    int32_t room_;   ///< bytes left there
     int32_t capacity_;
-    int32_t stored_ = 0;
     /// The first packet carries the message type byte as well.
     int32_t header_length_ = kTransportHeaderSize + 1;
     /// Where the bytes to be delivered begin: behind the type byte, unless that is wanted too.
@@ -189,7 +189,7 @@ bool Reassembly::refuse_length(const uint8_t* packet, int32_t length, int32_t wa
     return drop(packet, length);
 }
 
-bool Reassembly::store(const uint8_t* packet, int32_t length, int32_t room) {
+bool Reassembly::store(const uint8_t* packet, int32_t length) {
     const uint8_t flags = packet[kFlagsOffset];
     const int32_t header = payload_offset_;
     go_on();
@@ -197,9 +197,10 @@ bool Reassembly::store(const uint8_t* packet, int32_t length, int32_t room) {
     if (length == header) {
         return drop(packet, length);
     }
-    const int32_t payload = std::min(length - header, room);
-    std::memcpy(buffer_ + stored_, packet + header, static_cast<size_t>(payload));
-    stored_ += payload;
+    const int32_t payload = std::min(length - header, room_);
+    std::memcpy(next_, packet + header, static_cast<size_t>(payload));
+    next_ += payload;
+    room_ -= payload;
     constexpr unsigned kNextSequence = 1u << kSequenceShift;
     expected_ = (flags + kNextSequence) & (kTagMask | kSequenceBits);
     return true;
