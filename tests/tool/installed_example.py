@@ -57,7 +57,7 @@ def compile_example(folder, packages, root, cc, sanitize):
                        PKG_CONFIG_SYSROOT_DIR=str(root))
     # A sanitized library needs its run-time library in the program; no part of the README.
     compiler = cc + (f" -fsanitize={sanitize}" if sanitize != "none" else "")
-    run(["sh", "-c", f'cc() {{ {compiler} "$@"; }}; {COMPILE}'], cwd=folder, env=environment)
+    run(["sh", "-c", f'cc() {{ command {compiler} "$@"; }}; {COMPILE}'], cwd=folder, env=environment)
 
 
 def main():
