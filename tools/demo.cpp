@@ -34,25 +34,6 @@ std::string sensor_title(const Sensor& sensor) {
     return sensor.unit.empty() ? name : fmt::format("{} [{}]", name, sensor.unit);
 }
 
-void show_discovery(Tour::Step& step, const Port& port, std::vector<Finding>& findings) {
-    findings = survey(port);
-    step.output.text(survey_text(findings, 3));
-    step.details = survey_json(findings);
-    size_t assigned = 0;
-    for (const Finding& found : findings) {
-        if (found.failure) {
-            throw Failure(*found.failure);
-        }
-        if (found.eid_assigned) {
-            step.say(fmt::format("{} had no EID and took {} from the BMC's pool.",
-                                 found.endpoint.name, found.eid));
-            ++assigned;
-        }
-    }
-    step.result = fmt::format("{}, {} assigned", counted(findings.size(), "endpoint"),
-                              counted(assigned, "EID"));
-}
-
 void show_control(Tour::Step& step, const Endpoint& endpoint) {
     Session session(endpoint);
     session.discover();
@@ -148,6 +129,27 @@ void tour_terminus(Tour& tour, Port& port, const Endpoint& endpoint) {
 
 }  // namespace
 
+void show_discovery(Tour::Step& step, const Port& port, Transport transport,
+                    std::vector<Finding>& findings) {
+    const std::vector<Finding> seen = survey(port, transport);
+    step.output.text(survey_text(seen, 3));
+    step.details = survey_json(seen);
+    findings.insert(findings.end(), seen.begin(), seen.end());
+    size_t assigned = 0;
+    for (const Finding& found : seen) {
+        if (found.failure) {
+            throw Failure(*found.failure);
+        }
+        if (found.eid_assigned) {
+            step.say(fmt::format("{} had no EID and took {} from the BMC's pool.",
+                                 found.endpoint.name, found.eid));
+            ++assigned;
+        }
+    }
+    step.result =
+        fmt::format("{}, {} assigned", counted(seen.size(), "endpoint"), counted(assigned, "EID"));
+}
+
 void run_demo(Context& context) {
     Port& port = context.port;
     Tour tour(context);
@@ -158,7 +160,9 @@ void run_demo(Context& context) {
     std::vector<Finding> findings;
     tour.step("Discovery",
               "Who answers on the buses? An endpoint without an EID gets one from the BMC's pool.",
-              "all", [&](Tour::Step& step) { show_discovery(step, port, findings); });
+              "all",
+              [&](Tour::Step& step) { show_discovery(step, port, Transport::i2c, findings); });
+    show_pcie(tour, port, findings);
 
     std::vector<Endpoint> speakers;
     std::vector<Endpoint> termini;
@@ -175,6 +179,7 @@ void run_demo(Context& context) {
                   "all", [](Tour::Step& step) {
                       step.skip("no PLDM terminus with sensors answers on this board");
                   });
+        show_owners(tour, port);
         tour.finish();
         return;
     }
@@ -186,9 +191,14 @@ void run_demo(Context& context) {
     }
     tour.step("A raw message", "The same wire by hand: a PLDM GetTID, header first.",
               speakers.back().name, [&](Tour::Step& step) { show_raw(step, speakers.back()); });
-    const std::vector<Sensor> numeric = sensors_of(first, true);
-    if (!numeric.empty()) {
-        show_trouble(tour, port, first, numeric.front());
+    show_owners(tour, port);
+    // The faults that the library gets over are those of an I2C bus.
+    for (const Endpoint& endpoint : termini) {
+        const std::vector<Sensor> numeric = sensors_of(endpoint, true);
+        if (endpoint.transport == Transport::i2c && !numeric.empty()) {
+            show_trouble(tour, port, endpoint, numeric.front());
+            break;
+        }
     }
     tour.finish();
 }

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// The demo's two halves: what a healthy board shows, and what happens when it is not.
+// The demo's parts: what a healthy board shows, PCIe and bus owners, a board in trouble.
 #ifndef SIDEBAND_TOOLS_DEMO_H
 #define SIDEBAND_TOOLS_DEMO_H
 
+#include <vector>
+
 #include "tools/port.h"
+#include "tools/survey.h"
 #include "tools/tour.h"
 
 namespace tool {
@@ -11,6 +14,16 @@ namespace tool {
 /// Power off, faults on the bus, questions that a device refuses.
 /// @param endpoint  a PLDM terminus with a numeric sensor
 void show_trouble(Tour& tour, Port& port, const Endpoint& endpoint, const Sensor& sensor);
+
+/// PCIe: the MPIO's bring-up, who is behind it, its routing table. Nothing on a board without.
+void show_pcie(Tour& tour, Port& port, std::vector<Finding>& findings);
+
+/// The BMC gets an EID from each bus owner of the board.
+void show_owners(Tour& tour, Port& port);
+
+/// Looks at every endpoint on one transport and adds what it finds.
+void show_discovery(Tour::Step& step, const Port& port, Transport transport,
+                    std::vector<Finding>& findings);
 
 }  // namespace tool
 

@@ -41,6 +41,16 @@ std::string binding_type_name(uint8_t type) {
     }
 }
 
+/// A PCIe address is bus, then device and function; any other one stays hex.
+std::string address_text(const RoutingEntry& entry) {
+    constexpr uint8_t pcie_vdm = 2;
+    if (entry.binding_type != pcie_vdm || entry.address.size() != 2) {
+        return hex(entry.address);
+    }
+    return fmt::format("{:02x}:{:02x}.{:x}", entry.address[0], entry.address[1] >> 3,
+                       entry.address[1] & 7);
+}
+
 void show_eid(Context& context, Session& session) {
     const EndpointId id = session.endpoint_id();
     context.output.text(fmt::format("EID            {}{}\n", id.eid,
@@ -81,7 +91,7 @@ void show_routes(Context& context, Session& session) {
                                      : std::to_string(entry.starting_eid);
         table.add({eids, entry_type_name(entry.entry_type), std::to_string(entry.port),
                    binding_type_name(entry.binding_type), fmt::format("0x{:02x}", entry.media_type),
-                   hex(entry.address)});
+                   address_text(entry)});
         list.push_back(route_json(entry));
     }
     context.output.text(table.text());

@@ -28,7 +28,7 @@ struct Sensor {
 /// An endpoint and how to reach it: what goes into an mctp_ctx.
 struct Endpoint {
     std::string name;
-    std::string type;
+    std::string type;  ///< the board's word; "bus_owner" gives the BMC an EID
     Transport transport = Transport::i2c;
     uint8_t binding_kind = 0;
     uint8_t bus = 0;
@@ -38,6 +38,7 @@ struct Endpoint {
     uint32_t route = 0;
     uint16_t unit_size = 0;
     uint32_t i2c_delay_us = 0;
+    uint32_t pcie_param = 0;
     std::vector<Sensor> sensors;
 };
 
@@ -49,6 +50,20 @@ struct BusUse {
     uint64_t bytes = 0;          ///< on the wire
     uint64_t payload_bytes = 0;  ///< MCTP message bytes among them
     uint64_t busy_ns = 0;
+};
+
+/// What passed over PCIe.
+struct PcieUse {
+    uint64_t messages = 0;
+    uint64_t packets = 0;
+    uint64_t payload_bytes = 0;  ///< MCTP message bytes
+};
+
+/// What a bus owner asked the BMC, and what it made of the answer.
+struct OwnerQuestion {
+    std::string name;
+    std::string answer;     ///< message body in hex; empty where none came
+    std::string complaint;  ///< empty where the answer is right
 };
 
 /// The board under the platform interface. One file, port_NAME.cpp, implements it for a platform.
@@ -73,6 +88,10 @@ public:
     virtual void wait_us(uint64_t microseconds) = 0;
 
     virtual std::vector<BusUse> bus_use() const = 0;
+    virtual PcieUse pcie_use() const = 0;
+
+    /// What a bus owner asked since the BMC last announced itself; empty where nobody can tell.
+    virtual std::vector<OwnerQuestion> owner_questions(const std::string& endpoint) const = 0;
 
     /// Writes all that passes to a file, from now until finish_capture(). Both throw Failure.
     virtual void start_capture(const std::string& path) = 0;

@@ -33,6 +33,7 @@ Endpoint endpoint_of(const sim::EndpointInfo& info) {
         .route = info.route,
         .unit_size = info.unit_size,
         .i2c_delay_us = info.i2c_delay_us,
+        .pcie_param = info.pcie_param,
         .sensors = {}};
     for (const sim::SensorInfo& sensor : info.sensors) {
         endpoint.sensors.push_back(sensor_of(sensor));
@@ -55,6 +56,8 @@ public:
     uint64_t now_us() const override { return board_->now_us(); }
     void wait_us(uint64_t microseconds) override { board_->advance_us(microseconds); }
     std::vector<BusUse> bus_use() const override;
+    PcieUse pcie_use() const override;
+    std::vector<OwnerQuestion> owner_questions(const std::string& endpoint) const override;
     void start_capture(const std::string& path) override;
     void finish_capture() override;
     bool set_main_power(bool on) override;
@@ -80,6 +83,20 @@ std::vector<BusUse> SimulatedPort::bus_use() const {
                         .busy_ns = bus.busy_ns});
     }
     return uses;
+}
+
+PcieUse SimulatedPort::pcie_use() const {
+    const sim::PcieStatistics use = board_->pcie_statistics();
+    return {.messages = use.messages, .packets = use.packets, .payload_bytes = use.payload_bytes};
+}
+
+std::vector<OwnerQuestion> SimulatedPort::owner_questions(const std::string& endpoint) const {
+    std::vector<OwnerQuestion> questions;
+    for (const sim::OwnerStep& step : board_->owner_report(endpoint).steps) {
+        questions.push_back(
+            {.name = step.name, .answer = step.answer, .complaint = step.complaint});
+    }
+    return questions;
 }
 
 void SimulatedPort::start_capture(const std::string& path) {

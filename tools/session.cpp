@@ -87,30 +87,93 @@ void Session::fill_context() {
     mctp.route = endpoint_.route;
     mctp.unit_size = endpoint_.unit_size;
     mctp.i2c_delay_us = endpoint_.i2c_delay_us;
+    mctp.pcie_param = endpoint_.pcie_param;
 }
 
-void Session::discover() {
-    mctp_ctx& mctp = link_.mctp;
-    if (endpoint_.transport == Transport::pcie) {
+void Session::open_pcie() {
+    if (endpoint_.transport == Transport::pcie && pcie_.handle == nullptr) {
         if (libmctp_pcie_open(&pcie_) != 0) {
             throw failure("opening the PCIe session", "the platform has none");
         }
-        mctp.pcie_session = pcie_.handle;
+        link_.mctp.pcie_session = pcie_.handle;
     }
-    // Operations first and discovery apart, so that discovery goes through the recorder too.
+}
+
+void Session::start_recording() {
+    link_.xfer = link_.mctp.xfer;
+    link_.mctp.xfer = record;
+}
+
+/// Operations first and discovery apart, so that discovery goes through the recorder too.
+void Session::install_operations() {
+    mctp_ctx& mctp = link_.mctp;
     mctp.skip_discovery = 1;
     if (mctp_init2(&mctp) != 0) {
         throw failure("bringing up the endpoint",
                       fmt::format("unknown binding kind {}", mctp.binding_kind));
     }
-    link_.xfer = mctp.xfer;
-    mctp.xfer = record;
+    start_recording();
     mctp.skip_discovery = 0;
-    if (mctp_discovery(&control()) != 0) {
+}
+
+bool Session::is_mpio() const {
+    return endpoint_.transport == Transport::pcie && endpoint_.bdf == std::array<uint8_t, 3>{};
+}
+
+/// Does nothing where the MPIO has been brought up already, or the platform wants none.
+void Session::bring_up_mpio() {
+    mctp_ctx& mpio = link_.mctp;
+    _init_amd_mpio_ctx(&mpio);
+    start_recording();
+    if (init_amd_mpio_if_need(&control()) != 0) {
+        throw control_failure("the bring-up of the MPIO");
+    }
+    eid_assigned_ = link_.last.made;
+}
+
+/// The MPIO and bus owners tell their EID themselves: no routing table lists them.
+bool Session::find_eid() {
+    const bool owns_bus = endpoint_.transport == Transport::pcie && endpoint_.type == "bus_owner";
+    return is_mpio() || owns_bus ? mctp_get_endpoint_id(&control()) >= 0
+                                 : mctp_discovery(&control()) == 0;
+}
+
+void Session::discover() {
+    open_pcie();
+    if (is_mpio()) {
+        bring_up_mpio();
+    } else {
+        if (endpoint_.transport == Transport::pcie) {
+            Endpoint mpio;
+            mpio.name = endpoint_.name;
+            mpio.transport = Transport::pcie;
+            Session(mpio).bring_up_mpio();
+        }
+        install_operations();
+    }
+    if (!find_eid()) {
+        if (endpoint_.transport == Transport::pcie && !link_.last.made) {
+            throw failure("discovery", "the MPIO's routing table does not list it");
+        }
         throw control_failure(link_.last.made ? control_command_name(link_.last.request[1])
                                               : "discovery");
     }
-    eid_assigned_ = link_.last.made && link_.last.request[1] == set_endpoint_id;
+    eid_assigned_ |= link_.last.made && link_.last.request[1] == set_endpoint_id;
+}
+
+uint8_t Session::take_eid() {
+    open_pcie();
+    install_operations();
+    // The responder wants the type byte, which the stock receive strips.
+    link_.mctp.recv = endpoint_.transport == Transport::pcie ? mctp_pcie_recv_with_type
+                                                             : mctp_smbus_recv_with_type;
+    if (get_bmc_by_owner(&control()) != 1) {
+        const std::string operation = "taking an EID from the bus owner";
+        throw last_answer().empty() ? control_failure(operation)
+                                    : failure(operation, "it assigned none");
+    }
+    install_operations();
+    return link_.mctp.src_eid;
 }
 
 int32_t Session::record(mctp_ctx* mctp, uint32_t request_length, int32_t response_length,

@@ -51,8 +51,13 @@ public:
 
     const Endpoint& endpoint() const { return endpoint_; }
 
-    /// Finds the endpoint's EID, or gives it one. Comes before everything else.
+    /// Finds the endpoint's EID, or gives it one. Comes before everything else. On PCIe the MPIO
+    /// is brought up first where the platform wants that.
     void discover();
+
+    /// Has the endpoint, a bus owner, give the BMC an EID; instead of discover().
+    /// @return the BMC's EID; eid() is then the owner's
+    uint8_t take_eid();
 
     uint8_t eid() const { return link_.mctp.dest_eid; }
 
@@ -101,6 +106,12 @@ private:
     static int32_t record(mctp_ctx* mctp, uint32_t request_length, int32_t response_length,
                           const uint8_t* request, uint8_t* response);
     void fill_context();
+    bool is_mpio() const;
+    void open_pcie();
+    void install_operations();
+    void start_recording();
+    void bring_up_mpio();
+    bool find_eid();
     mctp_ctx& control();
     Failure control_failure(const std::string& operation) const;
     Failure failure(const std::string& operation, const std::string& reason) const;

@@ -49,6 +49,7 @@ Json finding_json(const Finding& finding) {
     Json json{{"endpoint", endpoint.name}, {"location", endpoint_location(endpoint)}};
     if (endpoint.transport == Transport::pcie) {
         json["transport"] = "pcie";
+        json["bdf"] = endpoint_location(endpoint).substr(std::string_view("pcie:").size());
     } else {
         json["transport"] = "i2c";
         json["bus"] = endpoint.bus;
@@ -66,7 +67,7 @@ Json finding_json(const Finding& finding) {
 }
 
 std::string types_text(const Finding& finding) {
-    if (!finding.message_types) {
+    if (!finding.message_types || finding.message_types->empty()) {
         return "-";
     }
     std::string text;
@@ -87,6 +88,16 @@ std::vector<Finding> survey(const Port& port) {
     std::vector<Finding> findings;
     for (const Endpoint& endpoint : port.endpoints()) {
         findings.push_back(look_at(endpoint));
+    }
+    return findings;
+}
+
+std::vector<Finding> survey(const Port& port, Transport transport) {
+    std::vector<Finding> findings;
+    for (const Endpoint& endpoint : port.endpoints()) {
+        if (endpoint.transport == transport) {
+            findings.push_back(look_at(endpoint));
+        }
     }
     return findings;
 }

@@ -29,6 +29,8 @@ struct Finding {
 
 /// Looks at every endpoint that the board describes; one that does not answer stops nothing.
 std::vector<Finding> survey(const Port& port);
+/// The same of the endpoints on one transport.
+std::vector<Finding> survey(const Port& port, Transport transport);
 
 /// The findings as a table for people, each line behind some blanks.
 std::string survey_text(const std::vector<Finding>& findings, size_t indent = 0);

@@ -81,6 +81,16 @@ std::string Tour::buses_text() const {
     return table.text();
 }
 
+/// A line on PCIe, where anything passed there.
+std::string Tour::pcie_text() const {
+    const PcieUse use = context_.port.pcie_use();
+    if (use.packets == 0) {
+        return {};
+    }
+    return fmt::format("\nPCIe: {} in {}, {} message bytes.\n", counted(use.messages, "message"),
+                       counted(use.packets, "packet"), use.payload_bytes);
+}
+
 Json Tour::steps_json() const {
     Json list = Json::array();
     for (size_t i = 0; i < steps_.size(); ++i) {
@@ -113,13 +123,19 @@ void Tour::finish() {
     const size_t skipped = static_cast<size_t>(std::count_if(
         steps_.begin(), steps_.end(), [](const Done& done) { return done.outcome == "skipped"; }));
     const size_t ok = steps_.size() - skipped - failures_.size();
-    context_.output.text("\nSummary\n\n" + summary_text() + "\nThe buses\n\n" + buses_text());
+    context_.output.text("\nSummary\n\n" + summary_text() + "\nThe buses\n\n" + buses_text() +
+                         pcie_text());
     context_.output.text(fmt::format(
         "\n{} steps: {} ok, {} failed, {} skipped, in {} of the board's time.\n", steps_.size(), ok,
         failures_.size(), skipped, seconds_text(context_.port.now_us())));
+    const PcieUse pcie = context_.port.pcie_use();
     context_.output.document({{"board", context_.port.board_name()},
                               {"steps", steps_json()},
                               {"buses", buses_json()},
+                              {"pcie",
+                               {{"messages", pcie.messages},
+                                {"packets", pcie.packets},
+                                {"payload_bytes", pcie.payload_bytes}}},
                               {"ok", ok},
                               {"failed", failures_.size()},
                               {"skipped", skipped},

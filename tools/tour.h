@@ -49,6 +49,7 @@ private:
 
     std::string summary_text() const;
     std::string buses_text() const;
+    std::string pcie_text() const;
     Json steps_json() const;
     Json buses_json() const;
 

@@ -2,6 +2,7 @@
 // The simulated board as the tool and the tests see it.
 #include "board.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -90,6 +91,31 @@ std::vector<BusStatistics> Board::bus_statistics() const {
     return all;
 }
 
+bool OwnerReport::faultless() const {
+    return complete &&
+           std::ranges::all_of(steps, [](const OwnerStep& step) { return step.complaint.empty(); });
+}
+
+PcieStatistics Board::pcie_statistics() const {
+    std::lock_guard guard(state_->mutex);
+    return state_->pcie.statistics();
+}
+
+OwnerReport Board::owner_report(const std::string& device) const {
+    std::lock_guard guard(state_->mutex);
+    const Device* found = state_->find_device(device);
+    return found != nullptr ? found->owner_report() : OwnerReport{};
+}
+
+uint32_t Board::mpio_state() const {
+    return __atomic_load_n(&state_->global_sec_var.mpio_state, __ATOMIC_ACQUIRE);
+}
+
+bool Board::has_file(const std::string& path) const {
+    std::lock_guard guard(state_->mutex);
+    return state_->files.contains(path);
+}
+
 LockReport Board::lock_report() const {
     return state_->locks.report();
 }
@@ -158,7 +184,9 @@ bool Board::start_capture(const std::string& path, std::string& error) {
     std::lock_guard guard(state_->mutex);
     std::vector<CaptureBus> buses;
     for (const auto& bus : state_->buses)
-        buses.push_back({bus->number(), bus->statistics().clock_hz});
+        buses.push_back({bus->number(), bus->statistics().clock_hz, Transport::i2c});
+    if (!state_->pcie.devices().empty())
+        buses.push_back({0, 0, Transport::pcie});
     return state_->capture.start(path, buses, error);
 }
 

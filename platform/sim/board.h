@@ -48,6 +48,7 @@ struct EndpointInfo {
     std::array<uint8_t, 48> mux{};
     std::array<uint8_t, 3> bdf{};  ///< PCIe bus, device, function
     uint32_t route = 0;
+    uint32_t pcie_param = 0;
     uint16_t unit_size = 0;  ///< 0: the library's default
     uint32_t i2c_delay_us = 0;
     std::vector<SensorInfo> sensors;
@@ -62,6 +63,31 @@ struct BusStatistics {
     uint64_t payload_bytes = 0;  ///< MCTP message bytes among them
     uint64_t busy_ns = 0;        ///< 9 bit times a byte
     uint64_t missing_ends = 0;   ///< requests whose last packet came without EOM
+};
+
+/// What passed over PCIe.
+struct PcieStatistics {
+    uint64_t messages = 0;       ///< whole messages, both directions
+    uint64_t packets = 0;        ///< vendor-defined messages of one packet each
+    uint64_t payload_bytes = 0;  ///< MCTP message bytes in them
+};
+
+/// One request of a bus owner to the BMC, and what came of it.
+struct OwnerStep {
+    std::string name;
+    std::string request;    ///< message body in hex
+    std::string answer;     ///< likewise; empty where none came
+    std::string complaint;  ///< what is wrong with the answer; empty where nothing is
+};
+
+/// What a bus owner saw of the BMC since the last Discovery Notify.
+struct OwnerReport {
+    bool notified = false;
+    std::vector<OwnerStep> steps;  ///< those that were taken
+    bool complete = false;         ///< all were taken and the last one was answered
+    uint8_t assigned_eid = 0;      ///< what the BMC accepted, 0 = nothing yet
+
+    bool faultless() const;
 };
 
 /// Counts that tests look at.
@@ -100,7 +126,15 @@ public:
     void advance_us(uint64_t microseconds);
 
     std::vector<BusStatistics> bus_statistics() const;
+    PcieStatistics pcie_statistics() const;
     LockReport lock_report() const;
+
+    /// What a device of type bus_owner saw; an empty report for any other device.
+    OwnerReport owner_report(const std::string& device) const;
+
+    /// The state word of the MPIO, and whether a file exists below the board's own /nv.
+    uint32_t mpio_state() const;
+    bool has_file(const std::string& path) const;
 
     /// Host main power, and the three values that allow access in standby.
     void set_main_power(bool on);

@@ -15,6 +15,8 @@ constexpr int64_t kLongestWaitUs = 60'000'000;
 
 const std::map<std::string, DeviceMaker>& device_makers() {
     static const std::map<std::string, DeviceMaker> makers = {
+        {"bus_owner", make_bus_owner},
+        {"mpio", make_mpio},
         {"pldm", make_pldm_device},
         {"replay", make_replay_device},
     };
@@ -40,6 +42,21 @@ void read_power(BoardState& board, const Place& place) {
     board.policy_off = reader.flag("policy_off", false);
     if (reader.flag("standby_devices", false))
         board.platform_record.flags |= PLT_FLAG_STANDBY_DEVICES;
+    reader.finish();
+}
+
+void read_platform(BoardState& board, const Place& place) {
+    ObjectReader reader(place);
+    board.platform_record.identifier =
+        static_cast<uint16_t>(reader.whole("identifier", 0, 0xFFFF, 0));
+    if (std::optional<Place> state = reader.find("mpio_state")) {
+        const bool wanted = state->node->kind == Node::Kind::string && state->text() == "wanted";
+        board.global_sec_var.mpio_state =
+            wanted ? PLT_MPIO_WANTED : static_cast<uint32_t>(state->whole(0, 254));
+        board.global_var.mpio_bringup_pending = wanted ? 1 : 0;
+    }
+    if (reader.flag("mpio_ready", false))
+        board.files.emplace("/nv/mpio.ready");
     reader.finish();
 }
 
@@ -125,6 +142,28 @@ bool collide(const Device& device, const DeviceConfig& config) {
            std::equal(a.begin(), a.begin() + shorter, b.begin());
 }
 
+/// Bus, device and function: "47:00.0".
+std::array<uint8_t, 3> read_bdf(ObjectReader& reader) {
+    std::string digits = reader.text("bdf");
+    const bool shaped = digits.size() == 7 && digits[2] == ':' && digits[5] == '.';
+    if (shaped)
+        digits = digits.substr(0, 2) + digits.substr(3, 2) + "0" + digits.substr(6);
+    const std::optional<Bytes> bytes = shaped ? from_hex(digits) : std::nullopt;
+    if (!bytes || (*bytes)[1] > 0x1F || (*bytes)[2] > 7)
+        reader.fail("bdf", "must be bus, device and function in hex, such as 47:00.0");
+    return {(*bytes)[0], (*bytes)[1], (*bytes)[2]};
+}
+
+void read_pcie_place(const BoardState& board, ObjectReader& reader, DeviceConfig& config) {
+    config.where.transport = Transport::pcie;
+    config.where.binding_kind = 2;
+    config.where.bdf = read_bdf(reader);
+    if (const Device* other = board.pcie.find(config.where.bdf))
+        reader.fail("bdf", "is in use by " + other->info().name);
+    config.where.pcie_param = static_cast<uint32_t>(reader.whole("read_timeout_ms", 0, 0xFFFF, 0));
+    config.transmission_unit = static_cast<size_t>(reader.whole("transmission_unit", 1, 250, 64));
+}
+
 void read_address(const BoardState& board, ObjectReader& reader, DeviceConfig& config) {
     config.where.bus = static_cast<uint8_t>(reader.whole("bus", 0, 255));
     const I2cBus* bus = board.find_bus(config.where.bus);
@@ -143,18 +182,8 @@ void read_address(const BoardState& board, ObjectReader& reader, DeviceConfig& c
             reader.fail("address", "is in use by " + other->info().name);
 }
 
-DeviceConfig read_device_config(const BoardState& board, ObjectReader& reader) {
-    DeviceConfig config;
-    config.where.name = reader.text("name");
-    if (config.where.name.empty() || config.where.name.find_first_of(": \t\n") != std::string::npos)
-        reader.fail("name", "must be a word without colons");
-    if (board.find_device(config.where.name) != nullptr)
-        reader.fail("name", "is the name of another device");
+void read_i2c_place(const BoardState& board, ObjectReader& reader, DeviceConfig& config) {
     read_address(board, reader, config);
-    config.eid = static_cast<uint8_t>(reader.whole("eid", 0, 254, 0));
-    if (config.eid > 0 && config.eid < 8)
-        reader.fail("eid", "must be 0 or from 8 to 254");
-    config.uuid = read_uuid(reader, config.where.name);
     const bool software_pec = reader.choice("pec", {"hardware", "software"}, 0) == 1;
     config.where.binding_kind = software_pec ? 3 : 0;
     config.where.unit_size = static_cast<uint16_t>(reader.whole("unit_size", 0, 250, 0));
@@ -163,6 +192,23 @@ DeviceConfig read_device_config(const BoardState& board, ObjectReader& reader) {
     config.where.i2c_delay_us =
         static_cast<uint32_t>(reader.whole("i2c_delay_us", 0, kLongestWaitUs, 0));
     config.where.route = static_cast<uint32_t>(reader.whole("read_timeout_ms", 0, 0xFFFF, 0));
+}
+
+DeviceConfig read_device_config(const BoardState& board, ObjectReader& reader) {
+    DeviceConfig config;
+    config.where.name = reader.text("name");
+    if (config.where.name.empty() || config.where.name.find_first_of(": \t\n") != std::string::npos)
+        reader.fail("name", "must be a word without colons");
+    if (board.find_device(config.where.name) != nullptr)
+        reader.fail("name", "is the name of another device");
+    if (reader.choice("transport", {"i2c", "pcie"}, 0) == 1)
+        read_pcie_place(board, reader, config);
+    else
+        read_i2c_place(board, reader, config);
+    config.eid = static_cast<uint8_t>(reader.whole("eid", 0, 254, 0));
+    if (config.eid > 0 && config.eid < 8)
+        reader.fail("eid", "must be 0 or from 8 to 254");
+    config.uuid = read_uuid(reader, config.where.name);
     config.response_us = static_cast<uint64_t>(reader.whole("response_us", 0, kLongestWaitUs, 500));
     config.lenient_eom = reader.flag("lenient_eom", true);
     config.standby = reader.flag("standby", true);
@@ -185,7 +231,10 @@ void read_device(BoardState& board, const Place& place) {
     config.where.type = type;
     std::unique_ptr<Device> device = maker->second(reader, config, board.clock);
     reader.finish();
-    board.find_bus(config.where.bus)->attach(*device);
+    if (config.where.transport == Transport::pcie)
+        board.pcie.attach(*device);
+    else
+        board.find_bus(config.where.bus)->attach(*device);
     board.endpoints.push_back(device->info());
     board.devices.push_back(std::move(device));
 }
@@ -200,6 +249,8 @@ std::unique_ptr<BoardState> read_board(const Node& root) {
         read_bmc(*board, *bmc);
     if (std::optional<Place> power = reader.find("power"))
         read_power(*board, *power);
+    if (std::optional<Place> platform_place = reader.find("platform"))
+        read_platform(*board, *platform_place);
     const Place buses = reader.require("buses");
     for (const Place& bus : buses.elements())
         read_bus(*board, bus);

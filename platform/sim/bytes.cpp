@@ -64,6 +64,11 @@ std::string hex_byte(uint8_t value) {
     return "0x" + to_hex({&value, 1});
 }
 
+std::string bdf_text(const std::array<uint8_t, 3>& bdf) {
+    return to_hex(ByteView(bdf).first(1)) + ":" + to_hex(ByteView(bdf).subspan(1, 1)) + "." +
+           std::to_string(bdf[2]);
+}
+
 uint8_t smbus_pec(ByteView bytes) {
     unsigned crc = 0;
     for (uint8_t byte : bytes) {

@@ -3,6 +3,7 @@
 #ifndef SIDEBAND_PLATFORM_SIM_BYTES_H
 #define SIDEBAND_PLATFORM_SIM_BYTES_H
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -28,6 +29,8 @@ std::optional<Bytes> from_hex(std::string_view text);
 std::string to_hex(ByteView bytes);
 /// "0x3a"
 std::string hex_byte(uint8_t value);
+/// PCIe bus, device and function as "47:00.0"
+std::string bdf_text(const std::array<uint8_t, 3>& bdf);
 
 /// SMBus PEC (SMBus 3.2, clause 6.4): polynomial x^8 + x^2 + x + 1.
 uint8_t smbus_pec(ByteView bytes);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A pcapng file of the MCTP packets that pass over the buses.
+// A pcapng file of the MCTP packets that pass over the I2C buses and PCIe.
 #include "capture.h"
 
 #include <cerrno>
@@ -28,6 +28,8 @@ constexpr uint16_t kProtocolMctp = 0x00FA;
 constexpr uint16_t kHardwareMctp = 290;
 constexpr uint8_t kToUs = 0;
 constexpr uint8_t kFromUs = 4;
+/// Interface index: an I2C bus has its number plus 1, which is at most 256.
+constexpr unsigned kPcieInterface = 257;
 
 // Virtual time 0 in a capture: 2025-01-01 00:00:00 UTC. Fixed, so that runs can be compared.
 constexpr uint64_t kEpochNs = 1'735'689'600ull * 1'000'000'000ull;
@@ -65,10 +67,15 @@ Bytes interface_description(const CaptureBus& bus) {
     append_le16(body, kLinkTypeLinuxSll2);
     append_le16(body, 0);
     append_le32(body, 0);  // packets are never cut
-    option(body, kOptionInterfaceName, "i2c-" + std::to_string(bus.bus));
-    option(body, kOptionInterfaceDescription,
-           "simulated I2C bus " + std::to_string(bus.bus) + " at " +
-               std::to_string(bus.clock_hz / 1000) + " kHz");
+    if (bus.transport == Transport::pcie) {
+        option(body, kOptionInterfaceName, "pcie");
+        option(body, kOptionInterfaceDescription, "simulated PCIe vendor-defined messages");
+    } else {
+        option(body, kOptionInterfaceName, "i2c-" + std::to_string(bus.bus));
+        option(body, kOptionInterfaceDescription,
+               "simulated I2C bus " + std::to_string(bus.bus) + " at " +
+                   std::to_string(bus.clock_hz / 1000) + " kHz");
+    }
     const uint8_t nanoseconds = 9;
     option(body, kOptionTimeResolution, ByteView{&nanoseconds, 1});
     option(body, kOptionEnd, ByteView{});
@@ -77,16 +84,26 @@ Bytes interface_description(const CaptureBus& bus) {
 
 Bytes linux_sll2(const Passing& passing) {
     Bytes out{kProtocolMctp >> 8, kProtocolMctp & 0xFF, 0, 0};
-    append(out, Bytes{0, 0, 0, static_cast<uint8_t>(passing.bus + 1)});
+    const bool on_pcie = passing.transport == Transport::pcie;
+    const unsigned interface = on_pcie ? kPcieInterface : passing.bus + 1u;
+    append(out, Bytes{0, 0, static_cast<uint8_t>(interface >> 8), static_cast<uint8_t>(interface)});
     append(out, Bytes{kHardwareMctp >> 8, kHardwareMctp & 0xFF});
     out.push_back(passing.direction == Direction::from_bmc ? kFromUs : kToUs);
-    append(out, Bytes{1, passing.address, 0, 0, 0, 0, 0, 0, 0});
+    if (on_pcie) {
+        const auto routing_id = static_cast<uint8_t>(passing.bdf[1] << 3 | passing.bdf[2]);
+        append(out, Bytes{2, passing.bdf[0], routing_id, 0, 0, 0, 0, 0, 0});
+    } else {
+        append(out, Bytes{1, passing.address, 0, 0, 0, 0, 0, 0, 0});
+    }
     return out;
 }
 
 std::string comment_of(const Passing& passing) {
-    std::string text = "bus " + std::to_string(passing.bus) + ", address " +
-                       hex_byte(passing.address) + " (" + passing.device + "), ";
+    std::string text =
+        passing.transport == Transport::pcie
+            ? "PCIe " + bdf_text(passing.bdf)
+            : "bus " + std::to_string(passing.bus) + ", address " + hex_byte(passing.address);
+    text += " (" + passing.device + "), ";
     text += passing.direction == Direction::from_bmc ? "BMC to device" : "device to BMC";
     return passing.pec_good ? text : text + ", bad PEC";
 }
@@ -122,7 +139,8 @@ void Capture::packet(const Passing& passing) {
     if (file_ == nullptr)
         return;
     uint32_t interface = 0;
-    while (interface < buses_.size() && buses_[interface].bus != passing.bus)
+    while (interface < buses_.size() && (buses_[interface].transport != passing.transport ||
+                                         buses_[interface].bus != passing.bus))
         ++interface;
     Bytes data = linux_sll2(passing);
     append(data, passing.packet);

@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// A pcapng file of the MCTP packets that pass over the buses.
+// A pcapng file of the MCTP packets that pass over the I2C buses and PCIe.
 #ifndef SIDEBAND_PLATFORM_SIM_CAPTURE_H
 #define SIDEBAND_PLATFORM_SIM_CAPTURE_H
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "board.h"
 #include "bytes.h"
 
 namespace sim {
@@ -24,12 +26,15 @@ struct Passing {
     ByteView packet;  ///< from the MCTP transport header on
     uint64_t at_ns = 0;
     bool pec_good = true;
+    Transport transport = Transport::i2c;
+    std::array<uint8_t, 3> bdf{};  ///< of the device, on PCIe
 };
 
-/// One interface of the capture: an I2C bus.
+/// One interface of the capture: an I2C bus, or PCIe.
 struct CaptureBus {
     uint8_t bus = 0;
     uint32_t clock_hz = 0;
+    Transport transport = Transport::i2c;
 };
 
 class Capture {

@@ -52,8 +52,12 @@ std::optional<size_t> data_size(uint8_t command) {
 }  // namespace
 
 ControlResponder::ControlResponder(MctpEndpoint& endpoint, uint8_t static_eid, const Uuid& uuid,
-                                   Bytes types)
-    : endpoint_(endpoint), static_eid_(static_eid), uuid_(uuid), types_(std::move(types)) {}
+                                   Bytes types, bool bus_owner)
+    : endpoint_(endpoint),
+      static_eid_(static_eid),
+      uuid_(uuid),
+      types_(std::move(types)),
+      bus_owner_(bus_owner) {}
 
 std::optional<Bytes> ControlResponder::answer(ByteView request) {
     if (request.size() < 2 || (request[0] & (kRequest | kDatagram)) != kRequest)
@@ -117,12 +121,14 @@ Bytes ControlResponder::set_endpoint_id(ByteView data) {
 }
 
 Bytes ControlResponder::get_endpoint_id() const {
-    // Simple endpoint; EID dynamic, or a static one in use, or a static one replaced.
+    // EID dynamic, or a static one in use, or a static one replaced.
     enum EidType : uint8_t { dynamic = 0, is_static = 2, replaced = 3 };
     EidType type = dynamic;
     if (static_eid_ != 0)
         type = endpoint_.eid() == static_eid_ ? is_static : replaced;
-    return {kSuccess, endpoint_.eid(), type, 0x00};
+    constexpr uint8_t kBusOwnerOrBridge = 0x10;
+    const uint8_t endpoint_type = bus_owner_ ? kBusOwnerOrBridge : 0;
+    return {kSuccess, endpoint_.eid(), static_cast<uint8_t>(endpoint_type | type), 0x00};
 }
 
 Bytes ControlResponder::get_version_support(ByteView data) const {

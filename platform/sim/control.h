@@ -20,7 +20,9 @@ public:
 
     /// @param static_eid  the EID that the endpoint has of its own, 0 = none
     /// @param types       message types besides control
-    ControlResponder(MctpEndpoint& endpoint, uint8_t static_eid, const Uuid& uuid, Bytes types);
+    /// @param bus_owner   what Get Endpoint ID is to say: bus owner or bridge, or simple endpoint
+    ControlResponder(MctpEndpoint& endpoint, uint8_t static_eid, const Uuid& uuid, Bytes types,
+                     bool bus_owner);
 
     /// @param request  message body, the header first
     /// @return nothing for a message that gets no answer
@@ -38,6 +40,7 @@ private:
     uint8_t static_eid_;
     Uuid uuid_;
     Bytes types_;
+    bool bus_owner_;
     bool discovered_ = false;
 };
 

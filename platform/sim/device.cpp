@@ -33,7 +33,7 @@ Device::Device(const DeviceConfig& config, const Clock& clock, Bytes types)
     : config_(config),
       clock_(clock),
       endpoint_(config.eid, config.transmission_unit, config.lenient_eom),
-      control_(endpoint_, config.eid, config.uuid, std::move(types)) {
+      control_(endpoint_, config.eid, config.uuid, std::move(types), config.bus_owner) {
     for (const Fault& fault : config_.faults)
         faults_.add(fault);
 }
@@ -42,13 +42,13 @@ std::vector<Outgoing> Device::receive(ByteView packet) {
     if (faults_.strike(FaultKind::lost_request) != nullptr)
         return {};
     std::optional<Message> message = endpoint_.receive(packet);
-    return message ? respond(*message) : std::vector<Outgoing>{};
+    return message ? handle(*message) : std::vector<Outgoing>{};
 }
 
 std::vector<Outgoing> Device::bmc_waits(bool& ended) {
     std::optional<Message> message = endpoint_.sender_waits();
     ended = message.has_value();
-    return message ? respond(*message) : std::vector<Outgoing>{};
+    return message ? handle(*message) : std::vector<Outgoing>{};
 }
 
 void Device::reset() {
@@ -56,9 +56,22 @@ void Device::reset() {
     control_.reset();
 }
 
-std::vector<Outgoing> Device::respond(const Message& request) {
-    if (!request.tag_owner)
-        return {};
+std::vector<Outgoing> Device::handle(const Message& message) {
+    std::vector<Outgoing> out;
+    if (message.tag_owner)
+        respond(message, out);
+    else
+        heard(message);
+    for (Initiated& own : std::exchange(initiated_, {})) {
+        own.message.source_eid = endpoint_.eid();
+        own.message.tag_owner = true;
+        send_message(own.message, own.delay_us, out);
+    }
+    return out;
+}
+
+void Device::respond(const Message& request, std::vector<Outgoing>& out) {
+    answer_delay_us_ = config_.response_us;
     std::optional<Bytes> body;
     if (knows_not_ready(request.type, request.body) &&
         faults_.strike(FaultKind::not_ready) != nullptr)
@@ -66,28 +79,30 @@ std::vector<Outgoing> Device::respond(const Message& request) {
     else
         body = answer(request.type, request.body);
     if (!body)
-        return {};
+        return;
     Message response;
     response.type = request.type;
     response.body = std::move(*body);
     response.source_eid = endpoint_.eid();
     response.destination_eid = request.source_eid;
     response.tag = request.tag;
-    std::vector<Bytes> packets = endpoint_.split(response);
+    send_message(response, answer_delay_us_, out);
+}
+
+void Device::send_message(const Message& message, uint64_t delay_us, std::vector<Outgoing>& out) {
+    std::vector<Bytes> packets = endpoint_.split(message);
     for (size_t i = 0; i + 1 < packets.size(); ++i)
         if (faults_.strike(FaultKind::reorder) != nullptr)
             std::swap(packets[i], packets[i + 1]);
-    std::vector<Outgoing> out;
     for (Bytes& packet : packets)
-        send(std::move(packet), out);
-    return out;
+        send(std::move(packet), delay_us, out);
 }
 
-void Device::send(Bytes packet, std::vector<Outgoing>& out) {
+void Device::send(Bytes packet, uint64_t delay_us, std::vector<Outgoing>& out) {
     if (faults_.strike(FaultKind::lost_response) != nullptr)
         return;
     Outgoing outgoing;
-    outgoing.delay_ns = config_.response_us * 1000;
+    outgoing.delay_ns = delay_us * 1000;
     if (const Fault* late = faults_.strike(FaultKind::late))
         outgoing.delay_ns += late->delay_us * 1000;
     if (faults_.strike(FaultKind::wrong_tag) != nullptr)

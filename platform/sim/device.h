@@ -36,6 +36,7 @@ struct DeviceConfig {
     uint64_t response_us = 500;
     bool lenient_eom = true;
     bool standby = true;
+    bool bus_owner = false;
     std::vector<Fault> faults;
 };
 
@@ -72,11 +73,32 @@ public:
     /// Power was lost and is back.
     virtual void reset();
 
+    uint8_t eid() const { return endpoint_.eid(); }
+    void set_eid(uint8_t eid) { endpoint_.set_eid(eid); }
+    /// Whether the device owns a bus itself, instead of getting its EID from an owner.
+    bool owns_bus() const { return config_.bus_owner; }
+    /// What a bus owner saw of the BMC.
+    virtual OwnerReport owner_report() const { return {}; }
+    /// Shows a PCIe device everybody on PCIe, itself included. The list outlives the device.
+    virtual void join(const std::vector<Device*>&) {}
+
 protected:
     /// Answers the body of a request.
     /// @param type  message type byte
     /// @return nothing where the device does not answer
     virtual std::optional<Bytes> answer(uint8_t type, ByteView request) = 0;
+
+    /// Takes the answer to a request that the device had sent.
+    virtual void heard(const Message&) {}
+
+    /// The answer that is being made goes out so much later.
+    void delay_answer(uint64_t microseconds) { answer_delay_us_ += microseconds; }
+    /// Sends a request of the device's own, after what is being done now.
+    /// @param delay_us  from now
+    void initiate(Message request, uint64_t delay_us) {
+        initiated_.push_back({std::move(request), delay_us});
+    }
+    uint64_t response_us() const { return config_.response_us; }
 
     std::optional<Bytes> answer_control(ByteView request) { return control_.answer(request); }
     const Clock& clock() const { return clock_; }
@@ -85,20 +107,32 @@ protected:
     }
 
 private:
-    std::vector<Outgoing> respond(const Message& request);
-    void send(Bytes packet, std::vector<Outgoing>& out);
+    struct Initiated {
+        Message message;
+        uint64_t delay_us = 0;
+    };
+
+    std::vector<Outgoing> handle(const Message& message);
+    void respond(const Message& request, std::vector<Outgoing>& out);
+    void send_message(const Message& message, uint64_t delay_us, std::vector<Outgoing>& out);
+    void send(Bytes packet, uint64_t delay_us, std::vector<Outgoing>& out);
 
     DeviceConfig config_;
     const Clock& clock_;
     MctpEndpoint endpoint_;
     ControlResponder control_;
     FaultSet faults_;
+    uint64_t answer_delay_us_ = 0;
+    std::vector<Initiated> initiated_;
 };
 
 /// Makes a device of one type from the keys of its own.
 using DeviceMaker = std::unique_ptr<Device> (*)(ObjectReader& reader, DeviceConfig config,
                                                 const Clock& clock);
 
+std::unique_ptr<Device> make_bus_owner(ObjectReader& reader, DeviceConfig config,
+                                       const Clock& clock);
+std::unique_ptr<Device> make_mpio(ObjectReader& reader, DeviceConfig config, const Clock& clock);
 std::unique_ptr<Device> make_pldm_device(ObjectReader& reader, DeviceConfig config,
                                          const Clock& clock);
 std::unique_ptr<Device> make_replay_device(ObjectReader& reader, DeviceConfig config,

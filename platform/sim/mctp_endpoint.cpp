@@ -53,7 +53,7 @@ std::optional<Message> MctpEndpoint::receive(ByteView packet) {
     if (packet.size() < kHeaderSize + 1 || (packet[0] & 0x0F) != kHeaderVersion)
         return std::nullopt;
     const uint8_t destination = packet[1];
-    if (destination != 0 && destination != eid_ && destination != kBroadcastEid)
+    if (destination != 0 && destination != eid_ && destination != kBroadcastEid && !accepts_all_)
         return std::nullopt;
     const uint8_t flags = packet[3];
     ByteView payload = packet.subspan(kHeaderSize);

@@ -29,6 +29,9 @@ public:
     /// @param lenient_ending  take a message that fell silent on a full packet for complete
     MctpEndpoint(uint8_t eid, size_t unit, bool lenient_ending);
 
+    /// Takes packets for every destination: the BMC's side of a medium, which has many EIDs.
+    void accept_all() { accepts_all_ = true; }
+
     uint8_t eid() const { return eid_; }
     void set_eid(uint8_t eid) { eid_ = eid; }
 
@@ -66,6 +69,7 @@ private:
     uint8_t eid_;
     size_t unit_;
     bool lenient_ending_;
+    bool accepts_all_ = false;
     std::vector<Assembly> assemblies_;
 };
 

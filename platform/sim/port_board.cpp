@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr std::string_view kTouch = "touch ";
+
 /// printf into a string.
 std::string format_line(const char* format, va_list arguments) {
     va_list again;
@@ -93,6 +95,9 @@ int run_shellcmd(const char* command) {
         return -1;
     std::lock_guard guard(board->mutex);
     board->shell_commands.add(command);
+    const std::string_view line = command;
+    if (line.starts_with(kTouch) && line.substr(kTouch.size()).starts_with(sim::kOwnFiles))
+        board->files.emplace(line.substr(kTouch.size()));
     return 0;
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Platform interface: PCIe and add-in cards, for a board whose devices all sit on I2C.
+// Platform interface: add-in cards, for a board that has no slots.
 #include <sideband/mctp.h>
 #include <sideband/platform.h>
 
@@ -25,21 +25,6 @@ void fill_context(mctp_ctx* ctx, uint8_t binding_kind, const plt_card_info* card
 }
 
 }  // namespace
-
-int PltMCTP_WriteRead(plt_pcie_request*) {
-    return 0;  // nobody answers on PCIe
-}
-
-int libmctp_pcie_open(plt_pcie_session* session) {
-    if (session != nullptr)
-        session->handle = nullptr;
-    return -ENODEV;
-}
-
-void libmctp_pcie_close(plt_pcie_session* session) {
-    if (session != nullptr)
-        session->handle = nullptr;
-}
 
 int PCIEDeviceMux(uint8_t, uint8_t, plt_card_info*) {
     return -ENODEV;  // the board has no slots

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Stands before libc: sleeps pass in virtual time, the kernel's MCTP queue file is the board's.
+// Stands before libc: sleeps pass in virtual time, the MCTP queue file and /nv are the board's.
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -44,7 +44,14 @@ extern "C" int usleep(useconds_t useconds) {
 }
 
 extern "C" int access(const char* name, int type) noexcept {
-    const sim::BoardState* board = sim::in_use();
+    sim::BoardState* board = sim::in_use();
+    if (board != nullptr && std::string_view(name).starts_with(sim::kOwnFiles)) {
+        std::lock_guard guard(board->mutex);
+        if (board->files.contains(std::string_view(name)))
+            return 0;
+        errno = ENOENT;
+        return -1;
+    }
     if (board != nullptr && queue_at(*board, name) != nullptr)
         return 0;
     return next<int (*)(const char*, int)>("access")(name, type);

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,7 @@
 #include "device.h"
 #include "i2c_bus.h"
 #include "locks.h"
+#include "pcie_bus.h"
 
 namespace sim {
 
@@ -31,6 +33,9 @@ public:
 private:
     std::deque<std::string> lines_;
 };
+
+/// Where the files of a board lie, instead of the machine's.
+constexpr std::string_view kOwnFiles = "/nv/";
 
 class BoardState {
 public:
@@ -50,6 +55,7 @@ public:
     uint8_t bmc_eid = 8;
     uint8_t bmc_address = 0x20;
     std::vector<std::unique_ptr<I2cBus>> buses;
+    PcieBus pcie{clock, capture, main_power};
     std::vector<std::unique_ptr<Device>> devices;
     std::vector<EndpointInfo> endpoints;
 
@@ -61,6 +67,7 @@ public:
     LineLog console;
     LineLog shell_commands;
     std::map<uint32_t, uint8_t> task_percent;
+    std::set<std::string, std::less<>> files;  ///< below /nv, which is never the machine's own
 
     I2cBus* find_bus(uint8_t number) const;
     Device* find_device(std::string_view device_name) const;

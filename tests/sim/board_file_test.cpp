@@ -39,7 +39,7 @@ TEST(BoardFile, BuiltInBoardIsComplete) {
     std::unique_ptr<sim::Board> board = sim::Board::parse(sim::Board::built_in_file(), error);
     ASSERT_TRUE(board) << error.message("built-in board");
     const std::vector<sim::EndpointInfo>& all = board->endpoints();
-    ASSERT_EQ(all.size(), 3u);
+    ASSERT_EQ(all.size(), 8u);
     EXPECT_EQ(all[0].name, "nic0");
     EXPECT_EQ(all[0].type, "pldm");
     EXPECT_EQ(all[0].binding_kind, 0);
@@ -48,6 +48,14 @@ TEST(BoardFile, BuiltInBoardIsComplete) {
     EXPECT_EQ(all[1].binding_kind, 3);
     EXPECT_EQ(all[2].name, "rec0");
     EXPECT_EQ(all[2].type, "replay");
+    EXPECT_EQ(all[3].type, "bus_owner");
+    EXPECT_EQ(all[4].type, "mpio");
+    EXPECT_EQ(all[4].transport, sim::Transport::pcie);
+    EXPECT_EQ(all[5].bdf, (std::array<uint8_t, 3>{0x47, 0, 0}));
+    EXPECT_EQ(all[6].bdf, (std::array<uint8_t, 3>{0xC1, 0, 1}));
+    EXPECT_EQ(all[7].type, "bus_owner");
+    EXPECT_EQ(all[7].transport, sim::Transport::pcie);
+    EXPECT_EQ(board->mpio_state(), PLT_MPIO_WANTED);
     int numeric = 0;
     int state = 0;
     for (const sim::SensorInfo& sensor : all[0].sensors)
@@ -186,7 +194,7 @@ TEST(BoardFile, NamesTypesAndAddressesOfDevices) {
     EXPECT_EQ(second(R"("name": "i2c:2", "type": "pldm", "bus": 2, "address": "0x32")"),
               "4: devices[1].name: must be a word without colons");
     EXPECT_EQ(second(R"("name": "e", "type": "toaster", "bus": 2, "address": "0x32")"),
-              "4: devices[1].type: must be one of pldm, replay");
+              "4: devices[1].type: must be one of bus_owner, mpio, pldm, replay");
     EXPECT_EQ(second(R"("name": "e", "type": "pldm", "bus": 4, "address": "0x32")"),
               "4: devices[1].bus: is not among the board's buses");
     EXPECT_EQ(second(R"("name": "e", "type": "pldm", "bus": 2)"),

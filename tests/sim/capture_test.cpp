@@ -2,6 +2,7 @@
 // The capture file, byte by byte.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -116,6 +117,45 @@ TEST_F(CaptureFile, WhatDoesNotPassIsNotInIt) {
     exchange(3, 0x64, "01 00 08 c9 00 80 02");
     EXPECT_TRUE(board->stop_capture());
     EXPECT_EQ(blocks().size(), 4u);  // the second request alone
+}
+
+TEST_F(CaptureFile, PcieHasAnInterfaceOfItsOwnAndTheFunctionsAddress) {
+    open(R"({"name": "t", "buses": [{"bus": 2}], "devices": [
+        {"name": "q", "type": "pldm", "transport": "pcie", "bdf": "47:1f.7", "eid": 20, "tid": 5,
+         "response_us": 0}]})");
+    start();
+    plt_pcie_request request{};
+    request.operation = PLT_PCIE_WRITE_READ;
+    request.routing = PLT_PCIE_ROUTE_BY_ID;
+    request.bus = 0x47;
+    request.device = 0x1F;
+    request.function = 7;
+    request.src_eid = 8;
+    request.dest_eid = 20;
+    request.tag = 3;
+    const std::vector<uint8_t> message = bytes("01 80 00 02");
+    std::copy(message.begin(), message.end(), request.message);
+    request.length = static_cast<uint32_t>(message.size());
+    ASSERT_EQ(PltMCTP_WriteRead(&request), 1);
+    EXPECT_TRUE(board->stop_capture());
+    const std::vector<std::string> all = blocks();
+    ASSERT_EQ(all.size(), 5u) << "section, two interfaces, two packets";
+    EXPECT_NE(all[2].find(padded("pcie") + " 03 00 26 00 " +
+                          padded("simulated PCIe vendor-defined messages").substr(0, 38 * 3 - 1)),
+              std::string::npos)
+        << all[2];
+    // Interface 1; a 2-byte address: the bus, then device and function, 0x1f << 3 | 7.
+    EXPECT_EQ(all[3].substr(8 * 3, 4 * 3 - 1), "01 00 00 00");
+    EXPECT_NE(all[3].find("00 fa 00 00 00 00 01 01 01 22 04 02 47 ff 00 00 00 00 00 00 "
+                          "01 14 08 cb 01 80 00 02"),
+              std::string::npos)
+        << all[3];
+    EXPECT_NE(all[3].find(padded("PCIe 47:1f.7 (q), BMC to device").substr(0, 31 * 3 - 1)),
+              std::string::npos);
+    EXPECT_NE(all[4].find("00 fa 00 00 00 00 01 01 01 22 00 02 47 ff 00 00 00 00 00 00 "
+                          "01 08 14 c3 01 00 00 02 00 05"),
+              std::string::npos)
+        << all[4];
 }
 
 TEST_F(CaptureFile, TwoRunsGiveTheSameFile) {

@@ -23,22 +23,32 @@ void expect_json(const Outcome& run, const char* text) {
 }
 
 TEST(Scan, ListsEveryEndpointOfTheBuiltInBoard) {
-    expect_text(run_tool({"scan"}),
-                "ENDPOINT  WHERE       EID  UUID                                  SPEAKS  STATUS\n"
-                "nic0      i2c:2:0x64   16  6e696330-5b0a-4c1d-9f3e-000000000001  pldm    ok\n"
-                "gpu0      i2c:3:0x9e   29  67707530-2c4e-4d5f-8a6b-000000000002  pldm    ok\n"
-                "rec0      i2c:5:0x30   12  72656330-0000-4000-8000-000000000003  pldm    ok\n");
+    expect_text(
+        run_tool({"scan"}),
+        "ENDPOINT  WHERE         EID  UUID                                  SPEAKS  STATUS\n"
+        "nic0      i2c:2:0x64     16  6e696330-5b0a-4c1d-9f3e-000000000001  pldm    ok\n"
+        "gpu0      i2c:3:0x9e     29  67707530-2c4e-4d5f-8a6b-000000000002  pldm    ok\n"
+        "rec0      i2c:5:0x30     12  72656330-0000-4000-8000-000000000003  pldm    ok\n"
+        "own0      i2c:5:0x42      9  6f776e30-7d11-4b62-9a04-000000000004  -       ok\n"
+        "mpio0     pcie:00:00.0   17  6d70696f-3055-4e19-8c25-000000000005  -       ok\n"
+        "gpu1      pcie:47:00.0   64  67707531-0c3a-4f7e-b1d6-000000000006  pldm    ok\n"
+        "rec1      pcie:c1:00.1   65  72656331-0000-4000-8000-000000000007  pldm    ok\n"
+        "own1      pcie:80:00.0   10  6f776e31-5e48-4c90-a7f3-000000000008  -       ok\n");
 }
 
 TEST(Scan, GivesProgramsNumbersAndPlainHex) {
     const Json document = one_document(run_tool({"scan", "--json"}).out);
     EXPECT_EQ(document["board"], "desk");
-    ASSERT_EQ(document["endpoints"].size(), 3U);
+    ASSERT_EQ(document["endpoints"].size(), 8U);
     EXPECT_EQ(document["endpoints"][0], Json::parse(R"({
         "endpoint": "nic0", "location": "i2c:2:0x64", "transport": "i2c", "bus": 2, "address": 100,
         "eid": 16, "eid_assigned": true, "uuid": "6e6963305b0a4c1d9f3e000000000001",
         "message_types": [1], "status": "ok"})"));
     EXPECT_EQ(document["endpoints"][1]["eid_assigned"], false);
+    EXPECT_EQ(document["endpoints"][5], Json::parse(R"({
+        "endpoint": "gpu1", "location": "pcie:47:00.0", "transport": "pcie", "bdf": "47:00.0",
+        "eid": 64, "eid_assigned": false, "uuid": "677075310c3a4f7eb1d6000000000006",
+        "message_types": [1], "status": "ok"})"));
 }
 
 TEST_F(OwnBoard, ScanGoesOnBehindADeadEndpointAndEndsWithOne) {
@@ -81,7 +91,7 @@ TEST_F(OwnBoard, MctpRoutesFollowsTheTableToItsEnd) {
     expect_text(run({"mctp", "routes", "rec0"}),
                 "EIDS   ENTRY                      PORT  BINDING   MEDIA  ADDRESS\n"
                 "16     endpoint                      3  SMBus     0x03   40\n"
-                "32-35  endpoints behind a bridge     1  PCIe VDM  0x0a   0102\n");
+                "32-35  endpoints behind a bridge     1  PCIe VDM  0x0a   01:00.2\n");
     const Json entries =
         one_document(run({"mctp", "routes", "rec0", "--json"}).out)["routing_table_entries"];
     ASSERT_EQ(entries.size(), 2U);
