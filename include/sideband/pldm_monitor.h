@@ -1,8 +1,12 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* PLDM for platform monitoring and control: sensor commands (DSP0248). */
+/*
+ * PLDM for platform monitoring and control (DSP0248): sensor commands, the PDR repository, decoded
+ * PDRs, conversion of readings, printing.
+ */
 #ifndef SIDEBAND_PLDM_MONITOR_H
 #define SIDEBAND_PLDM_MONITOR_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <sideband/export.h>
@@ -89,6 +93,314 @@ SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t se
 SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx, uint16_t sensor_id,
                                                                   pldm_state_reading* out,
                                                                   uint8_t index);
+
+/* ---- Decoded PDRs (DSP0248, PDR formats) ----------------------------------------------------- */
+/*
+ * Fixed layouts without padding, little-endian as on the wire. Members may lie unaligned: read them
+ * through the record and keep no pointers to them.
+ */
+
+/** Bytes that one GetPDR asks for, and the room in which the library itself reads a record. */
+#define PLDM_PDR_PART_SIZE 128
+
+/** PDRType (DSP0248, common PDR header): those that the library knows. */
+#define PLDM_PDR_TYPE_NUMERIC_SENSOR 2
+#define PLDM_PDR_TYPE_STATE_SENSOR 4
+#define PLDM_PDR_TYPE_NUMERIC_EFFECTER 9
+
+/** sensorDataSize and rangeFieldFormat (DSP0248, Numeric Sensor PDR). */
+#define PLDM_DATA_SIZE_UINT8 0
+#define PLDM_DATA_SIZE_SINT8 1
+#define PLDM_DATA_SIZE_UINT16 2
+#define PLDM_DATA_SIZE_SINT16 3
+#define PLDM_DATA_SIZE_UINT32 4
+#define PLDM_DATA_SIZE_SINT32 5
+#define PLDM_DATA_SIZE_REAL32 6
+
+/** Result where there is no such state set, and of pldm_get_pdr() for a bad argument. */
+#define PLDM_PDR_NOT_FOUND 144
+/** Result of a conversion that the record does not allow, and of a failed traversal. */
+#define PLDM_PDR_NOT_USABLE 255
+
+#pragma pack(push, 1)
+
+/** Common header of every PDR (DSP0248). */
+typedef struct pldm_pdr_header {
+    uint32_t record_handle;
+    uint8_t header_version;
+    uint8_t type; /**< PLDM_PDR_TYPE_... */
+    uint16_t record_change_number;
+    uint16_t data_length; /**< bytes behind this header */
+} pldm_pdr_header;
+
+/**
+ * One value of a numeric sensor PDR: as many bytes as the format it comes in is wide, from the
+ * first on, not sign-extended. The other bytes keep what they held before the record was decoded.
+ */
+typedef uint32_t pldm_pdr_slot;
+
+/** A decoded Numeric Sensor PDR (DSP0248). */
+typedef struct pldm_numeric_sensor_pdr {
+    pldm_pdr_header header;
+    uint16_t terminus_handle;
+    uint16_t sensor_id;
+    uint16_t entity_type; /**< DSP0249 */
+    uint16_t entity_instance_number;
+    uint16_t container_id;
+    uint8_t sensor_init;
+    uint8_t sensor_auxiliary_names_pdr; /**< not 0: there is an auxiliary names PDR */
+    uint8_t base_unit;                  /**< sensorUnits of DSP0248 */
+    int8_t unit_modifier;               /**< power of ten */
+    uint8_t rate_unit;
+    uint8_t base_oem_unit_handle;
+    uint8_t aux_unit;
+    int8_t aux_unit_modifier;
+    uint8_t aux_rate_unit;
+    uint8_t rel; /**< relation of base and auxiliary unit */
+    uint8_t aux_oem_unit_handle;
+    uint8_t is_linear;
+    uint8_t sensor_data_size; /**< PLDM_DATA_SIZE_...: of readings, hysteresis, max, min */
+    float resolution;         /**< units of the sensor per count */
+    float offset;             /**< in units of the sensor */
+    uint16_t accuracy;        /**< hundredths of a percent */
+    uint8_t plus_tolerance;
+    uint8_t minus_tolerance;
+    pldm_pdr_slot hysteresis;
+    uint8_t supported_thresholds;
+    uint8_t threshold_and_hysteresis_volatility;
+    float state_transition_interval; /**< seconds */
+    float update_interval;           /**< seconds */
+    pldm_pdr_slot max_readable;
+    pldm_pdr_slot min_readable;
+    uint8_t range_field_format;  /**< PLDM_DATA_SIZE_...: of the members behind the next */
+    uint8_t range_field_support; /**< which of them mean something */
+    pldm_pdr_slot nominal_value;
+    pldm_pdr_slot normal_max;
+    pldm_pdr_slot normal_min;
+    pldm_pdr_slot warning_high;
+    pldm_pdr_slot warning_low;
+    pldm_pdr_slot critical_high;
+    pldm_pdr_slot critical_low;
+    pldm_pdr_slot fatal_high;
+    pldm_pdr_slot fatal_low;
+} pldm_numeric_sensor_pdr;
+
+/** Bytes of a decoded state sensor record that hold composite sensors. */
+#define PLDM_PDR_STATE_ENTRIES_SIZE 41
+
+/** The first 64 bytes of a State Sensor PDR (DSP0248). */
+typedef struct pldm_state_sensor_pdr {
+    pldm_pdr_header header;
+    uint16_t terminus_handle;
+    uint16_t sensor_id;
+    uint16_t entity_type; /**< DSP0249 */
+    uint16_t entity_instance_number;
+    uint16_t container_id;
+    uint8_t sensor_init;
+    uint8_t sensor_auxiliary_names_pdr; /**< not 0: there is an auxiliary names PDR */
+    uint8_t composite_sensor_count;
+    /** One entry a composite sensor: stateSetID (2 bytes), possibleStatesSize (1), as many bytes
+        of possibleStates. A device decides what stands here: walk it with bounds. */
+    uint8_t entries[PLDM_PDR_STATE_ENTRIES_SIZE];
+} pldm_state_sensor_pdr;
+
+/** A decoded record: header.type tells which. */
+typedef union pldm_pdr {
+    pldm_pdr_header header;
+    pldm_numeric_sensor_pdr numeric;
+    pldm_state_sensor_pdr state;
+} pldm_pdr;
+
+#pragma pack(pop)
+
+SIDEBAND_STATIC_ASSERT(sizeof(pldm_pdr_header) == 10, "PDR common header");
+SIDEBAND_STATIC_ASSERT(sizeof(pldm_numeric_sensor_pdr) == 105, "decoded numeric sensor record");
+SIDEBAND_STATIC_ASSERT(offsetof(pldm_numeric_sensor_pdr, sensor_data_size) == 32,
+                       "decoded numeric sensor record");
+SIDEBAND_STATIC_ASSERT(offsetof(pldm_numeric_sensor_pdr, hysteresis) == 45,
+                       "decoded numeric sensor record");
+SIDEBAND_STATIC_ASSERT(offsetof(pldm_numeric_sensor_pdr, supported_thresholds) == 49,
+                       "decoded numeric sensor record");
+SIDEBAND_STATIC_ASSERT(offsetof(pldm_numeric_sensor_pdr, max_readable) == 59,
+                       "decoded numeric sensor record");
+SIDEBAND_STATIC_ASSERT(offsetof(pldm_numeric_sensor_pdr, range_field_format) == 67,
+                       "decoded numeric sensor record");
+SIDEBAND_STATIC_ASSERT(offsetof(pldm_numeric_sensor_pdr, nominal_value) == 69,
+                       "decoded numeric sensor record");
+SIDEBAND_STATIC_ASSERT(sizeof(pldm_state_sensor_pdr) == 64, "decoded state sensor record");
+SIDEBAND_STATIC_ASSERT(offsetof(pldm_state_sensor_pdr, composite_sensor_count) == 22,
+                       "decoded state sensor record");
+SIDEBAND_STATIC_ASSERT(sizeof(pldm_pdr) == 105, "decoded record");
+
+/* ---- PDR repository (DSP0248) ---------------------------------------------------------------- */
+
+/**
+ * GetPDRRepositoryInfo (0x50).
+ * @param record_count  receives the number of records
+ * @return 0; PLDM_ERROR_ARGUMENT on a null argument or where ctx has no transfer_op; -1 on a
+ *         truncated answer; the completion code where transfer_op passes one through; the negative
+ *         result of transfer_op on failure. Nothing is stored unless 0 is returned
+ */
+SIDEBAND_EXPORT int32_t pldm_get_pdr_repository_info(pldm_ctx* ctx, uint32_t* record_count);
+
+/**
+ * GetPDR (0x51): reads one record in at most seven parts of at most PLDM_PDR_PART_SIZE bytes.
+ *
+ * A record that is too long for the buffer, a part that is too long and a seventh part that is not
+ * the last end the call with 0 as well: whoever must know whether the record is whole compares
+ * *record_handle with what it was.
+ *
+ * @param record_handle  the record wanted, 0 for the first; receives the handle of the next record
+ *                       (0 behind the last) once the record is whole, otherwise it stays
+ * @param buffer         receives the record, common header first; the bytes behind what came stay
+ *                       as they were
+ * @param capacity       room at buffer in bytes; no more is written
+ * @return 0; PLDM_PDR_NOT_FOUND on a null argument, a capacity of 0, a missing transfer_op or
+ * failed allocation; -1 where a part has fewer bytes than it claims; the completion code where
+ *         transfer_op passes one through; the negative result of transfer_op on failure
+ */
+SIDEBAND_EXPORT int32_t pldm_get_pdr(pldm_ctx* ctx, uint32_t* record_handle, uint8_t* buffer,
+                                     uint32_t capacity);
+
+/**
+ * Reads one record and decodes it with pldm_parse_pdr(). Of a record longer than
+ * PLDM_PDR_PART_SIZE the parts that fit are decoded.
+ * @param record_handle  the record wanted, 0 for the first
+ * @param parsed         receives the decoded record; zero it beforehand (see pldm_pdr_slot)
+ * @return 0; -1 on a null argument, failed allocation, a record that is shorter than its type
+ *         demands or that pldm_parse_pdr() refuses, and on a truncated answer; the negative result
+ *         of transfer_op on failure
+ */
+SIDEBAND_EXPORT int32_t pldm_get_full_pdr(pldm_ctx* ctx, uint32_t record_handle, pldm_pdr* parsed);
+
+/**
+ * Reads every record from the first to the last, for the transfers' sake: the contents are
+ * discarded. A record that pldm_get_pdr() does not get whole into PLDM_PDR_PART_SIZE bytes is asked
+ * for again and again, without end: only for repositories whose records fit.
+ * @return 0; PLDM_PDR_NOT_USABLE where ctx is null or on failed allocation; the low eight bits of
+ *         the negative result of pldm_get_pdr(): 255 for -1
+ */
+SIDEBAND_EXPORT int32_t pldm_PDR_traversal(pldm_ctx* ctx);
+
+/* ---- Decoding -------------------------------------------------------------------------------- */
+/*
+ * No length goes with a raw record. The caller guarantees the bytes that are read: six for a type
+ * that is not known, 64 for a state sensor, and for a numeric sensor 69 to 105 as its two formats
+ * demand (33 where the first of them is invalid). A zeroed buffer of PLDM_PDR_PART_SIZE bytes
+ * serves for all. raw and out must not overlap.
+ */
+
+/**
+ * Width of a value.
+ * @param code  sensorDataSize or rangeFieldFormat, PLDM_DATA_SIZE_...
+ * @return 1, 2 or 4 bytes; 0 for a code that does not exist
+ */
+SIDEBAND_EXPORT int32_t pldm_get_data_size(uint8_t code);
+
+/**
+ * Decodes a record by its PDRType.
+ * @param raw  the record, common header first
+ * @param out  receives the decoded record; the members of other types are left alone
+ * @return 0; -1 on a null argument, for a type other than numeric and state sensor, and where the
+ *         decoder of the type refuses the record
+ */
+SIDEBAND_EXPORT int32_t pldm_parse_pdr(const uint8_t* raw, pldm_pdr* out);
+
+/**
+ * Decodes a Numeric Sensor PDR, whatever its PDRType. All nine range values are read, whatever
+ * rangeFieldSupport says.
+ * @param out  zero it beforehand: narrow values do not fill their slots
+ * @return 0; -1 on a null argument, and where sensorDataSize or rangeFieldFormat does not exist;
+ *         the members before the invalid one's values are then written
+ */
+SIDEBAND_EXPORT int32_t pldm_parse_numeric_sensor_pdr(const uint8_t* raw,
+                                                      pldm_numeric_sensor_pdr* out);
+
+/**
+ * Copies the first 64 bytes of a State Sensor PDR, whatever its PDRType.
+ * @return 0, also on a null argument; nothing is copied then
+ */
+SIDEBAND_EXPORT int32_t pldm_parse_state_sensor_pdr(const uint8_t* raw, pldm_state_sensor_pdr* out);
+
+/**
+ * Finds a composite sensor by its state set.
+ * @param state_set_id  stateSetID wanted (DSP0249)
+ * @param index         receives its position from 0; untouched otherwise
+ * @return 0; PLDM_PDR_NOT_FOUND on a null argument, where no composite sensor has that state set,
+ *         and where the search leaves the record
+ */
+SIDEBAND_EXPORT int32_t pldm_find_ctrl_state_set_idx(uint16_t state_set_id,
+                                                     const pldm_state_sensor_pdr* state_pdr,
+                                                     uint32_t* index);
+
+/* ---- Conversion of readings (DSP0248) -------------------------------------------------------- */
+
+/**
+ * Converts a raw reading: offset + reading x resolution, one fused multiply-add in single
+ * precision, truncated to an unsigned 32-bit number with saturation (negative values and NaN give
+ * 0), of which the low eight bits are returned. Units and unitModifier are not applied. An 8-bit
+ * reading is taken as unsigned even where sensorDataSize says signed.
+ * @param raw_reading  as pldm_get_sensor_reading() delivers it
+ * @return the value modulo 256; PLDM_PDR_NOT_USABLE where the record is null or its sensorDataSize
+ *         is no integer
+ */
+SIDEBAND_EXPORT uint8_t pldm_numeric_reading_conversion(uint32_t raw_reading,
+                                                        const pldm_numeric_sensor_pdr* numeric_pdr);
+
+/**
+ * Converts a raw reading by the type of its record.
+ * @param pdr      a decoded record
+ * @param convert  0: no conversion, the low byte of the reading
+ * @return PLDM_PDR_NOT_USABLE for a null record and, where convert is not 0, for a numeric
+ *         effecter; pldm_numeric_reading_conversion() for a numeric sensor; the low byte of the
+ *         reading for any other type
+ */
+SIDEBAND_EXPORT uint8_t pldm_reading_conversion(uint32_t raw_reading, const pldm_pdr* pdr,
+                                                uint8_t convert);
+
+/* ---- Printing -------------------------------------------------------------------------------- */
+
+/**
+ * Prints the 105 bytes of a decoded record with console_log(), fifteen to a line, and an empty
+ * line. A null record prints nothing.
+ */
+SIDEBAND_EXPORT void dump_numeric_sensor_pdr(const pldm_numeric_sensor_pdr* record);
+
+/** Bytes of the name of a state set, the NUL included. */
+#define PLDM_STATE_SET_NAME_SIZE 32
+
+/** A state set (DSP0249) and its name. */
+typedef struct pldm_state_set {
+    uint16_t id;
+    char name[PLDM_STATE_SET_NAME_SIZE]; /**< padded with NULs */
+} pldm_state_set;
+
+SIDEBAND_STATIC_ASSERT(sizeof(pldm_state_set) == 34, "state set");
+
+/** Entries of STATE_TABLE. */
+#define PLDM_STATE_SETS 8
+
+/** The state sets that have a name. A service may write names of its own, before any other thread
+    prints. */
+SIDEBAND_EXPORT extern pldm_state_set STATE_TABLE[PLDM_STATE_SETS];
+/** The number of entries, for callers that have no header: PLDM_STATE_SETS. */
+SIDEBAND_EXPORT extern const uint32_t pldm_state_state_num;
+
+/**
+ * The name of a state set.
+ * @param dst  PLDM_STATE_SET_NAME_SIZE bytes; receives the name padded with NULs, an empty string
+ *             where STATE_TABLE has no such state set. Null: nothing is done
+ */
+SIDEBAND_EXPORT void lookup_state_set_string(uint16_t state_set_id, char* dst);
+
+/** Prints a decoded record with debug_log(), one line a member. A null record prints nothing. */
+SIDEBAND_EXPORT void pldm_print_numeric_PDR(const pldm_numeric_sensor_pdr* record);
+
+/**
+ * Prints a decoded record with debug_log(): its members, then each composite sensor. Composite
+ * sensors that run past the record are reported and end the list. A null record prints nothing.
+ */
+SIDEBAND_EXPORT void pldm_print_state_PDR(const pldm_state_sensor_pdr* record);
 
 SIDEBAND_END_DECLS
 
