@@ -12,14 +12,18 @@
 #include "common/memory.h"
 #include "common/wire.h"
 #include "pldm/exchange.h"
+#include "pldm/monitor_exchange.h"
 
 namespace {
 
+using sideband::can_exchange;
 using sideband::HeapPtr;
 using sideband::kPldmCommand;
 using sideband::kPldmCompletionCode;
 using sideband::pldm_exchange;
 using sideband::pldm_response_has;
+using sideband::print_line;
+using sideband::too_short;
 using sideband::WireReader;
 using sideband::WireWriter;
 
@@ -38,30 +42,13 @@ constexpr uint8_t kEventGenerationNotSupported = 0x82;
 int not_enabled_readings;
 constexpr int kNotEnabledReadingsMax = 10;
 
-bool usable(const pldm_ctx* ctx) {
-    return ctx != nullptr && ctx->transfer_op != nullptr;
-}
-
 /// Starts a request: header, command, sensor ID. The writer stands behind them.
 WireWriter start_request(std::span<uint8_t> request, Command command, uint16_t sensor_id) {
-    pldm_monitor_request_init(request.data());
-    request[kPldmCommand] = command;
-    WireWriter writer(request);
-    writer.skip(PLDM_HEADER_SIZE).le16(sensor_id);
-    return writer;
-}
-
-void print_line(const char* text) {
-    std::printf("%s\n", text);
+    return sideband::monitor_request(request, command).le16(sensor_id);
 }
 
 constexpr const char* kRequestEnd = "===================================";
 constexpr const char* kResponseEnd = "====================================";
-
-int32_t too_short(const pldm_ctx& ctx, const char* function) {
-    debug_log("%s, response of %d bytes is too short\n", function, ctx.response_length);
-    return -1;
-}
 
 /// Bytes of a presentReading by sensorDataSize (DSP0248, table 32): 8, 16 or 32 bits.
 size_t reading_width(uint8_t data_size) {
@@ -127,6 +114,27 @@ bool has_field(const pldm_ctx& ctx, size_t index) {
 
 }  // namespace
 
+namespace sideband {
+
+WireWriter monitor_request(std::span<uint8_t> request, uint8_t command) {
+    pldm_monitor_request_init(request.data());
+    request[kPldmCommand] = command;
+    WireWriter writer(request);
+    writer.skip(PLDM_HEADER_SIZE);
+    return writer;
+}
+
+int32_t too_short(const pldm_ctx& ctx, const char* function) {
+    debug_log("%s, response of %d bytes is too short\n", function, ctx.response_length);
+    return -1;
+}
+
+void print_line(const char* text) {
+    std::printf("%s\n", text);
+}
+
+}  // namespace sideband
+
 void dump_packet(const uint8_t* buffer, int32_t length) {
     if (buffer == nullptr) {
         return;
@@ -142,7 +150,7 @@ void dump_packet(const uint8_t* buffer, int32_t length) {
 
 int32_t pldm_set_numeric_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t operational_state,
                                        uint8_t event_enable) {
-    if (!usable(ctx)) {
+    if (!can_exchange(ctx)) {
         return PLDM_ERROR_ARGUMENT;
     }
     std::array<uint8_t, 7> request;
@@ -167,7 +175,7 @@ int32_t pldm_set_numeric_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_
 
 int32_t pldm_get_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, uint32_t* reading) {
     constexpr size_t kReadingOffset = 10;
-    if (!usable(ctx) || reading == nullptr) {
+    if (!can_exchange(ctx) || reading == nullptr) {
         return PLDM_ERROR_ARGUMENT;
     }
     std::array<uint8_t, 6> request;
@@ -201,7 +209,7 @@ int32_t pldm_get_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, uint32_t* rea
 
 int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t count,
                                      uint8_t operational_state, uint8_t event_enable) {
-    if (!usable(ctx)) {
+    if (!can_exchange(ctx)) {
         return PLDM_ERROR_ARGUMENT;
     }
     const size_t length = (size_t{count} + 3) * 2;
@@ -249,7 +257,7 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
 }
 
 int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, pldm_state_reading* out) {
-    if (out == nullptr || !usable(ctx)) {
+    if (out == nullptr || !can_exchange(ctx)) {
         return -1;
     }
     const HeapPtr<uint8_t[]> room = sideband::allocate_bytes(kStateResponseSize);
