@@ -16,11 +16,14 @@
 #define SIDEBAND_EXPORT __attribute__((__visibility__("default")))
 /** Lets the compiler check a printf-style argument list. */
 #define SIDEBAND_PRINTF(text, first) __attribute__((__format__(__printf__, text, first)))
+/** Lays an aggregate out without padding; its size is asserted where it stands. */
+#define SIDEBAND_PACKED __attribute__((__packed__))
 /** Introduces an anonymous aggregate without a warning in C++. */
 #define SIDEBAND_ANONYMOUS __extension__
 #else
 #define SIDEBAND_EXPORT
 #define SIDEBAND_PRINTF(text, first)
+#define SIDEBAND_PACKED
 #define SIDEBAND_ANONYMOUS
 #endif
 

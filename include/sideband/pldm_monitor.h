@@ -122,10 +122,8 @@ SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx,
 /** Result of a conversion that the record does not allow, and of a failed traversal. */
 #define PLDM_PDR_NOT_USABLE 255
 
-#pragma pack(push, 1)
-
 /** Common header of every PDR (DSP0248). */
-typedef struct pldm_pdr_header {
+typedef struct SIDEBAND_PACKED pldm_pdr_header {
     uint32_t record_handle;
     uint8_t header_version;
     uint8_t type; /**< PLDM_PDR_TYPE_... */
@@ -140,7 +138,7 @@ typedef struct pldm_pdr_header {
 typedef uint32_t pldm_pdr_slot;
 
 /** A decoded Numeric Sensor PDR (DSP0248). */
-typedef struct pldm_numeric_sensor_pdr {
+typedef struct SIDEBAND_PACKED pldm_numeric_sensor_pdr {
     pldm_pdr_header header;
     uint16_t terminus_handle;
     uint16_t sensor_id;
@@ -189,7 +187,7 @@ typedef struct pldm_numeric_sensor_pdr {
 #define PLDM_PDR_STATE_ENTRIES_SIZE 41
 
 /** The first 64 bytes of a State Sensor PDR (DSP0248). */
-typedef struct pldm_state_sensor_pdr {
+typedef struct SIDEBAND_PACKED pldm_state_sensor_pdr {
     pldm_pdr_header header;
     uint16_t terminus_handle;
     uint16_t sensor_id;
@@ -205,13 +203,11 @@ typedef struct pldm_state_sensor_pdr {
 } pldm_state_sensor_pdr;
 
 /** A decoded record: header.type tells which. */
-typedef union pldm_pdr {
+typedef union SIDEBAND_PACKED pldm_pdr {
     pldm_pdr_header header;
     pldm_numeric_sensor_pdr numeric;
     pldm_state_sensor_pdr state;
 } pldm_pdr;
-
-#pragma pack(pop)
 
 SIDEBAND_STATIC_ASSERT(sizeof(pldm_pdr_header) == 10, "PDR common header");
 SIDEBAND_STATIC_ASSERT(sizeof(pldm_numeric_sensor_pdr) == 105, "decoded numeric sensor record");
@@ -286,8 +282,7 @@ SIDEBAND_EXPORT int32_t pldm_PDR_traversal(pldm_ctx* ctx);
 /*
  * No length goes with a raw record. The caller guarantees the bytes that are read: six for a type
  * that is not known, 64 for a state sensor, and for a numeric sensor 69 to 105 as its two formats
- * demand (33 where the first of them is invalid). A zeroed buffer of PLDM_PDR_PART_SIZE bytes
- * serves for all. raw and out must not overlap.
+ * demand. A zeroed buffer of PLDM_PDR_PART_SIZE bytes serves for all. raw and out must not overlap.
  */
 
 /**
