@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Raw PDRs for tests, and GetPDR answers that carry them.
+// Raw PDRs for tests, GetPDR answers that carry them, and the terminus that gives them.
 #include "pldm/pdr_records.h"
 
 #include <algorithm>
@@ -77,6 +77,17 @@ Bytes pdr_answer(const Bytes& data, const PdrPart& part) {
     append(answer, little(static_cast<uint32_t>(data.size()), 2));
     append(answer, data);
     return answer;
+}
+
+void PdrRepository::TearDown() {
+    EXPECT_EQ(libc.live_blocks(), 0u);
+    PldmTest::TearDown();
+}
+
+void PdrRepository::answer(std::initializer_list<Bytes> bodies) {
+    for (const Bytes& body : bodies) {
+        endpoint.answers.push_back(MctpAnswer::of(body));
+    }
 }
 
 }  // namespace test

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// Raw PDRs for tests, and GetPDR answers that carry them.
+// Raw PDRs for tests, GetPDR answers that carry them, and the terminus that gives them.
 #ifndef SIDEBAND_TESTS_PLDM_PDR_RECORDS_H
 #define SIDEBAND_TESTS_PLDM_PDR_RECORDS_H
 
 #include <sideband/pldm_monitor.h>
 
+#include <initializer_list>
+#include <string>
 #include <utility>
 #include <vector>
 
+#include "pldm/fake_endpoint.h"
 #include "support/bytes.h"
 
 namespace test {
@@ -38,6 +41,17 @@ struct PdrPart {
 
 /// A GetPDR answer with this record data.
 Bytes pdr_answer(const Bytes& data, const PdrPart& part = {});
+
+/// Fixture: a terminus with a PDR repository. Nothing may be left on the library's heap.
+class PdrRepository : public PldmTest {
+protected:
+    void TearDown() override;
+
+    /// Queues honest answers.
+    void answer(std::initializer_list<Bytes> bodies);
+    /// What went to the debug log.
+    static std::vector<std::string>& messages() { return port().syslog; }
+};
 
 }  // namespace test
 
