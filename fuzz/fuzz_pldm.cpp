@@ -5,7 +5,6 @@
 #include <sideband/pldm.h>
 #include <sideband/pldm_monitor.h>
 
-#include <algorithm>
 #include <cstring>
 
 #include "fuzz/check.h"
@@ -16,13 +15,6 @@ namespace {
 using fuzz::GuardedBuffer;
 using fuzz::Input;
 using fuzz::require;
-
-/// A transfer operation that hands completion codes through, as a caller may install one.
-int32_t scripted_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_capacity,
-                          uint8_t* request, uint8_t* response) {
-    return std::min(
-        fuzz::scripted_xfer(ctx->mctp, request_length, response_capacity, request, response), 0);
-}
 
 /// 0, a failure, or a completion code.
 void require_result(int32_t result) {
@@ -175,7 +167,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     require(mctp_pldm_register(&endpoint, &ctx) == 0, "not registered");
     const uint8_t how = input.u8();
     if ((how & 0x01) != 0) {
-        ctx.transfer_op = scripted_transfer;
+        ctx.transfer_op = fuzz::scripted_transfer;
     }
     ctx.instance_id = how;
     for (int i = 0; i < kCallsMax && (i == 0 || !input.empty()); ++i) {

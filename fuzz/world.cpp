@@ -149,6 +149,12 @@ int32_t scripted_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
     return stored;
 }
 
+int32_t scripted_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_capacity,
+                          uint8_t* request, uint8_t* response) {
+    return std::min(scripted_xfer(ctx->mctp, request_length, response_capacity, request, response),
+                    0);
+}
+
 }  // namespace fuzz
 
 // Time costs nothing, nothing is run, and no file exists but where the input says so.

@@ -5,6 +5,7 @@
 
 #include <sideband/mctp.h>
 #include <sideband/platform.h>
+#include <sideband/pldm.h>
 
 #include <cstdint>
 #include <vector>
@@ -94,6 +95,10 @@ int32_t scripted_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_l
                       const uint8_t* request, uint8_t* response);
 int32_t scripted_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner);
 int32_t scripted_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
+
+/// A transfer operation that hands completion codes through, as a caller may install one.
+int32_t scripted_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_capacity,
+                          uint8_t* request, uint8_t* response);
 
 }  // namespace fuzz
 
