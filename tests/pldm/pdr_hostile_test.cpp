@@ -22,7 +22,7 @@ protected:
     /// The log is off but where its messages count: what is printed is read all the same.
     PdrHostile() { libc.present.clear(); }
 
-    /// Prints and converts a decoded record, which lies in memory of exactly its type's size.
+    /// Does with a decoded record what depends on its contents, in memory of exactly its size.
     void use(const pldm_numeric_sensor_pdr& decoded);
     void use(const pldm_state_sensor_pdr& decoded);
 
@@ -35,7 +35,6 @@ protected:
 
 void PdrHostile::use(const pldm_numeric_sensor_pdr& decoded) {
     const auto record = std::make_unique<pldm_numeric_sensor_pdr>(decoded);
-    pldm_print_numeric_PDR(record.get());
     for (uint32_t reading : {0u, 1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
         const uint8_t value = pldm_numeric_reading_conversion(reading, record.get());
         if (record->sensor_data_size > 5) {
@@ -67,8 +66,11 @@ void PdrHostile::decode(const Bytes& raw) {
     EXPECT_TRUE(result == 0 || result == -1);
     const bool known = buffer[5] == 2 || buffer[5] == 4;
     EXPECT_TRUE(known || result == -1);
-    use(record.numeric);
-    use(record.state);
+    if (buffer[5] == 2) {
+        use(record.numeric);
+    } else {
+        use(record.state);
+    }
     // The decoders do not look at the type.
     pldm_numeric_sensor_pdr numeric{};
     const bool formats = pldm_parse_numeric_sensor_pdr(buffer.data(), &numeric) == 0;
@@ -152,6 +154,9 @@ pldm_state_sensor_pdr uniform(uint8_t count, unsigned size) {
 TEST_F(PdrHostile, EveryCountAndSizeOfAStateSensorStaysInTheRecord) {
     for (uint8_t count : {0, 1, 2, 8, 12, 13, 14, 127, 128, 254, 255}) {
         for (unsigned size = 0; size <= 255; size++) {
+            if (size > 42 && size % 16 > 1 && size % 16 < 14) {
+                continue;  // far behind the record one size is like another
+            }
             SCOPED_TRACE(testing::Message() << int{count} << " sensors of " << size);
             const pldm_state_sensor_pdr record = uniform(count, size);
             use(record);
@@ -159,6 +164,16 @@ TEST_F(PdrHostile, EveryCountAndSizeOfAStateSensorStaysInTheRecord) {
             EXPECT_EQ(pldm_find_ctrl_state_set_idx(0xAAAA, &record, &index), count == 0 ? 144 : 0);
         }
     }
+}
+
+TEST_F(PdrHostile, ANumericRecordIsPrintedFromMemoryOfExactlyItsSize) {
+    libc.present = {DEBUG_LOG_FILE_MARKER};
+    const auto record = std::make_unique<pldm_numeric_sensor_pdr>();
+    std::memset(record.get(), 0xFF, sizeof *record);
+    pldm_print_numeric_PDR(record.get());
+    dump_numeric_sensor_pdr(record.get());
+    EXPECT_EQ(messages().size(), 46u);
+    EXPECT_EQ(test::port().console.size(), 105u + 7 + 1);
 }
 
 TEST_F(PdrHostile, WhatIsPrintedOfAStateSensorIsBounded) {
