@@ -18,7 +18,6 @@ namespace {
 
 using sideband::can_exchange;
 using sideband::HeapPtr;
-using sideband::kPldmCommand;
 using sideband::kPldmCompletionCode;
 using sideband::pldm_exchange;
 using sideband::pldm_response_has;
