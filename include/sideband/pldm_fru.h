@@ -1,0 +1,137 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/* PLDM for FRU data: the FRU record table of a terminus and its first record (DSP0257). */
+#ifndef SIDEBAND_PLDM_FRU_H
+#define SIDEBAND_PLDM_FRU_H
+
+#include <stdint.h>
+
+#include <sideband/export.h>
+#include <sideband/pldm.h>
+
+SIDEBAND_BEGIN_DECLS
+
+/** Completion codes of the FRU commands (DSP0257). */
+#define PLDM_FRU_CC_INVALID_DATA_TRANSFER_HANDLE 0x80
+#define PLDM_FRU_CC_INVALID_TRANSFER_OPERATION_FLAG 0x81
+#define PLDM_FRU_CC_TABLE_UNAVAILABLE 0x85
+
+/** Bytes of table data that each part but the last one carries. */
+#define PLDM_FRU_PART_SIZE 54
+
+/** The longest table that is read: a device that claims more is refused before memory is taken. */
+#define PLDM_FRU_TABLE_LENGTH_MAX 0x100000
+
+/** Field types that pldm_get_FRU_fields() looks up (DSP0257, table 5). */
+#define PLDM_FRU_FIELD_TYPE_MIN 2
+#define PLDM_FRU_FIELD_TYPE_MAX 15
+
+/** The most fields of a record that pldm_get_FRU_fields() looks through. */
+#define PLDM_FRU_FIELDS_MAX 16
+
+/** The fields of a GetFRURecordTableMetadata answer (DSP0257). */
+typedef struct pldm_fru_metadata {
+    uint8_t majorver;   /**< FRUDATAMajorVersion */
+    uint8_t minorver;   /**< FRUDATAMinorVersion */
+    uint32_t maxsize;   /**< FRUTableMaximumSize in bytes, 0 where SetFRURecordTable is unknown */
+    uint32_t table_len; /**< FRUTableLength in bytes, without pad and checksum */
+    uint16_t setIdent_num; /**< record set identifiers in the table */
+    uint16_t record_num;   /**< records in the table */
+    uint32_t checksum;     /**< CRC-32 of the table and its pad bytes */
+} pldm_fru_metadata;
+
+/** One field of a record. The value belongs to the record. */
+typedef struct pldm_fru_field {
+    uint8_t type;   /**< field type; its meaning depends on the record type */
+    uint8_t length; /**< bytes of the value, without the NUL behind it */
+    char* value;    /**< the bytes as received, then a NUL; null where parsing ended before it */
+} pldm_fru_field;
+
+/** One record. It owns the array and every value; freeFRUdata() releases them. */
+typedef struct pldm_fru_record {
+    uint16_t set_identifier;  /**< FRURecordSetIdentifier */
+    uint8_t type;             /**< 1 general, 254 OEM */
+    uint8_t number_of_fields; /**< entries of fields */
+    uint8_t encoding_type;    /**< of the values: 1 ASCII, 2 UTF-8, 3 UTF-16, ... */
+    pldm_fru_field* fields;   /**< number_of_fields entries, or null */
+} pldm_fru_record;
+
+/* ---- Table ----------------------------------------------------------------------------------- */
+/*
+ * All take a bound context and print their progress to standard output. With the context's own
+ * pldm_transfer an answer that is not a success is a failed exchange; a transfer operation that
+ * hands such an answer over gets its completion code back where that is said.
+ */
+
+/**
+ * GetFRURecordTableMetadata (0x01).
+ * @param table_length  receives the bytes of the table, without pad and checksum
+ * @return 0; -1 on a null argument, a missing transfer_op or a truncated answer; the negative
+ *         result of transfer_op on failure; a completion code that transfer_op passed through.
+ *         Nothing is stored unless 0 is returned
+ */
+SIDEBAND_EXPORT int32_t pldm_get_FRU_record_table_metadata(pldm_ctx* ctx, uint32_t* table_length);
+
+/**
+ * GetFRURecordTableMetadata, then GetFRURecordTable (0x02) part by part until the table is whole.
+ * Every part but the last one is taken to carry PLDM_FRU_PART_SIZE bytes.
+ * @param destination      receives the table: room for expected_length bytes, or for the length in
+ *                         the metadata (at most PLDM_FRU_TABLE_LENGTH_MAX) where that is 0. After a
+ *                         failure it holds the parts that came before; never is more written
+ * @param expected_length  the length that the table must have; 0: any
+ * @return 0; -1 on a null argument, a missing transfer_op or metadata too short for a length; the
+ *         negative result of transfer_op on failure; PLDM_ERROR_ARGUMENT where the table's length
+ *         is not the expected one or above PLDM_FRU_TABLE_LENGTH_MAX, on failed allocation, and
+ *         where a part is shorter than the table still needs; the last completion code that
+ *         transfer_op passed through (the table is whole then unless it is 0x80, 0x81 or 0x85)
+ */
+SIDEBAND_EXPORT int32_t pldm_get_FRU_record_table(pldm_ctx* ctx, uint8_t* destination,
+                                                  uint32_t expected_length);
+
+/**
+ * GetFRURecordTable (0x02) from devices whose answers all have the same size: no metadata is asked
+ * for, and an answer is at most 64 bytes long.
+ * @param destination  zeroed, then receives the table. What a last part of less than the rest
+ *                     does not bring stays zero
+ * @param length       room at destination in bytes
+ * @return the result of the last transfer_op: 0 also after a completion code that it passed
+ *         through, and for a last part of which more than PLDM_FRU_PART_SIZE bytes would be left;
+ *         -1 on a null argument, a negative length, a missing transfer_op, an answer without
+ *         transfer flag or one that is not the last and shorter than it must be
+ */
+SIDEBAND_EXPORT int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination,
+                                                     int32_t length);
+
+/**
+ * Reads the table into memory of its own and prints every field of one type in the first record.
+ * @param field_id  field type, PLDM_FRU_FIELD_TYPE_MIN to PLDM_FRU_FIELD_TYPE_MAX
+ * @return 0; -1 for another field type, without any exchange; -2 where the table cannot be read;
+ *         -3 for a record of more than PLDM_FRU_FIELDS_MAX fields; PLDM_ERROR_ARGUMENT for a
+ *         record that cannot be parsed; a completion code that transfer_op passed through
+ */
+SIDEBAND_EXPORT int32_t pldm_get_FRU_fields(pldm_ctx* ctx, uint32_t field_id);
+
+/** Prints the fields of GetFRURecordTableMetadata on the platform's console. */
+SIDEBAND_EXPORT void print_pldm_metadata(pldm_fru_metadata metadata);
+
+/* ---- Record ---------------------------------------------------------------------------------- */
+
+/**
+ * Parses the first record of a table (DSP0257, table 2).
+ * @param table   length bytes; values are copied
+ * @param record  overwritten without being released. After a failure it may own memory too:
+ *                freeFRUdata() either way
+ * @return 0; PLDM_ERROR_ARGUMENT on a null argument, failed allocation, a record without fields or
+ *         one that the table does not hold whole
+ */
+SIDEBAND_EXPORT int32_t pldm_parse_record_table(const uint8_t* table, pldm_fru_record* record,
+                                                uint32_t length);
+
+/** Releases what a record owns and nulls the pointers. The record itself stays the caller's. */
+SIDEBAND_EXPORT void freeFRUdata(pldm_fru_record* record);
+
+/** @return 1 where a position is not below a length, else 0 */
+SIDEBAND_EXPORT int32_t isBufOverFlow(uint32_t position, uint32_t length);
+
+SIDEBAND_END_DECLS
+
+#endif
