@@ -2,6 +2,8 @@
 // Byte strings of the simulated board: little-endian fields, hex text, checksums.
 #include "bytes.h"
 
+#include <bit>
+
 namespace sim {
 
 void append(Bytes& out, ByteView more) {
@@ -16,6 +18,16 @@ void append_le16(Bytes& out, uint16_t value) {
 void append_le32(Bytes& out, uint32_t value) {
     append_le16(out, static_cast<uint16_t>(value));
     append_le16(out, static_cast<uint16_t>(value >> 16));
+}
+
+void append_whole(Bytes& out, double value, size_t width) {
+    const auto bits = static_cast<uint64_t>(static_cast<int64_t>(value));
+    for (size_t i = 0; i < width; ++i)
+        out.push_back(static_cast<uint8_t>(bits >> (8 * i)));
+}
+
+void append_real32(Bytes& out, double value) {
+    append_le32(out, std::bit_cast<uint32_t>(static_cast<float>(value)));
 }
 
 uint16_t le16(ByteView bytes, size_t offset) {

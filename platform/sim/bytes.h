@@ -19,6 +19,10 @@ using ByteView = std::span<const uint8_t>;
 void append(Bytes& out, ByteView more);
 void append_le16(Bytes& out, uint16_t value);
 void append_le32(Bytes& out, uint32_t value);
+/// The low bytes of a whole number, which may be negative.
+void append_whole(Bytes& out, double value, size_t width);
+/// real32: the bits of a single-precision number.
+void append_real32(Bytes& out, double value);
 
 /// Read little-endian fields; the caller has checked the length.
 uint16_t le16(ByteView bytes, size_t offset);

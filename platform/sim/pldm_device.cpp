@@ -25,9 +25,7 @@ constexpr uint8_t kVersionNotInRequest = 0x84;
 
 constexpr uint32_t kBaseVersion = 0xF1F1F000;      // 1.1.0
 constexpr uint32_t kPlatformVersion = 0xF1F2F100;  // 1.2.1
-
-constexpr uint8_t kGetFirstPart = 1;
-constexpr uint8_t kStartAndEnd = 5;
+constexpr uint32_t kFruVersion = 0xF1F0F000;       // 1.0.0
 
 }  // namespace
 
@@ -35,6 +33,13 @@ Bytes pldm_reply(uint8_t code, ByteView data) {
     Bytes out{code};
     append(out, data);
     return out;
+}
+
+uint8_t pldm_transfer_flag(bool first, bool last) {
+    enum : uint8_t { start = 0, middle = 1, end = 4, start_and_end = 5 };
+    if (last)
+        return first ? start_and_end : end;
+    return first ? start : middle;
 }
 
 PldmDevice::PldmDevice(ObjectReader& reader, const DeviceConfig& config, const Clock& clock)
@@ -48,6 +53,9 @@ PldmDevice::PldmDevice(ObjectReader& reader, const DeviceConfig& config, const C
     for (const StateSensor& sensor : state_)
         sensors.push_back(sensor.info());
     describe_sensors(std::move(sensors));
+    pdrs_ = PdrRepository(reader, numeric_, state_);
+    if (std::optional<Place> place = reader.find("fru"))
+        fru_.emplace(*place);
 }
 
 void PldmDevice::reset() {
@@ -70,15 +78,24 @@ std::span<const PldmDevice::Command> PldmDevice::base_commands() {
     return commands;
 }
 
-std::span<const PldmDevice::Type> PldmDevice::types() {
-    static const std::array<Type, 2> all{{
-        {0, kBaseVersion, base_commands()},
-        {2, kPlatformVersion, platform_commands()},
+std::span<const PldmDevice::Command> PldmDevice::fru_commands() {
+    static constexpr std::array<Command, 2> commands{{
+        {0x01, 0, 0, &PldmDevice::get_fru_record_table_metadata},
+        {0x02, 5, 5, &PldmDevice::get_fru_record_table},
     }};
-    return all;
+    return commands;
 }
 
-const PldmDevice::Type* PldmDevice::find_type(uint8_t number) {
+std::span<const PldmDevice::Type> PldmDevice::types() const {
+    static const std::array<Type, 3> all{{
+        {0, kBaseVersion, base_commands()},
+        {2, kPlatformVersion, platform_commands()},
+        {4, kFruVersion, fru_commands()},
+    }};
+    return std::span(all).first(fru_ ? 3 : 2);
+}
+
+const PldmDevice::Type* PldmDevice::find_type(uint8_t number) const {
     for (const Type& type : types())
         if (type.number == number)
             return &type;
@@ -124,7 +141,7 @@ Bytes PldmDevice::get_tid(ByteView) {
 }
 
 Bytes PldmDevice::get_pldm_version(ByteView data) {
-    if (data[4] != kGetFirstPart)
+    if (data[4] != pldm_get_first_part)
         return pldm_reply(kInvalidTransferFlag);
     const Type* type = find_type(data[5]);
     if (type == nullptr)
@@ -133,7 +150,7 @@ Bytes PldmDevice::get_pldm_version(ByteView data) {
     append_le32(version, type->version);
     Bytes out;
     append_le32(out, 0);  // no next part
-    out.push_back(kStartAndEnd);
+    out.push_back(pldm_transfer_flag(true, true));
     append(out, version);
     append_le32(out, crc32(version));
     return pldm_reply(pldm_success, out);

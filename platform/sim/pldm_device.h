@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A PLDM terminus: base commands, sensors (DSP0240, DSP0248).
+// A PLDM terminus: base commands, sensors and their records, FRU data (DSP0240, DSP0248, DSP0257).
 #ifndef SIDEBAND_PLATFORM_SIM_PLDM_DEVICE_H
 #define SIDEBAND_PLATFORM_SIM_PLDM_DEVICE_H
 
@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "device.h"
+#include "pldm_fru.h"
+#include "pldm_pdr.h"
 #include "sensor.h"
 
 namespace sim {
@@ -22,6 +24,11 @@ enum PldmCode : uint8_t {
 
 /// What a command function gives back: completion code and what follows it.
 Bytes pldm_reply(uint8_t code, ByteView data = {});
+
+/// transferOperationFlag of multipart transfers.
+enum PldmOperation : uint8_t { pldm_get_next_part = 0, pldm_get_first_part = 1 };
+/// transferFlag of a part.
+uint8_t pldm_transfer_flag(bool first, bool last);
 
 class PldmDevice : public Device {
 public:
@@ -46,10 +53,12 @@ private:
         std::span<const Command> commands;
     };
 
-    static std::span<const Type> types();
     static std::span<const Command> base_commands();
     static std::span<const Command> platform_commands();
-    static const Type* find_type(uint8_t number);
+    static std::span<const Command> fru_commands();
+    /// The types that the terminus speaks: FRU data where it has a table.
+    std::span<const Type> types() const;
+    const Type* find_type(uint8_t number) const;
     Bytes dispatch(uint8_t type, uint8_t command, ByteView data);
 
     // Base commands.
@@ -67,11 +76,20 @@ private:
     Bytes get_sensor_thresholds(ByteView data);
     Bytes set_state_sensor_enables(ByteView data);
     Bytes get_state_sensor_readings(ByteView data);
+    Bytes get_pdr_repository_info(ByteView) { return pdrs_.info(); }
+    Bytes get_pdr(ByteView data) { return pdrs_.get(data); }
+    Bytes get_pdr_repository_signature(ByteView) { return pdrs_.signature(); }
+
+    // FRU data.
+    Bytes get_fru_record_table_metadata(ByteView) { return fru_->metadata(); }
+    Bytes get_fru_record_table(ByteView data) { return fru_->part(data); }
 
     uint8_t initial_tid_;
     uint8_t tid_;
     std::vector<NumericSensor> numeric_;
     std::vector<StateSensor> state_;
+    PdrRepository pdrs_;
+    std::optional<FruTable> fru_;
 };
 
 }  // namespace sim

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A PLDM terminus: the sensor commands of platform monitoring and control (DSP0248).
+// A PLDM terminus: the commands of platform monitoring and control (DSP0248).
 #include <algorithm>
 #include <array>
 
@@ -40,12 +40,15 @@ Sensor* find(std::vector<Sensor>& sensors, uint16_t id) {
 }  // namespace
 
 std::span<const PldmDevice::Command> PldmDevice::platform_commands() {
-    static constexpr std::array<Command, 5> commands{{
+    static constexpr std::array<Command, 8> commands{{
         {0x10, 4, 4, &PldmDevice::set_numeric_sensor_enable},
         {0x11, 3, 3, &PldmDevice::get_sensor_reading},
         {0x12, 2, 2, &PldmDevice::get_sensor_thresholds},
         {0x20, 3, 19, &PldmDevice::set_state_sensor_enables},
         {0x21, 4, 4, &PldmDevice::get_state_sensor_readings},
+        {0x50, 0, 0, &PldmDevice::get_pdr_repository_info},
+        {0x51, 13, 13, &PldmDevice::get_pdr},
+        {0x53, 0, 0, &PldmDevice::get_pdr_repository_signature},
     }};
     return commands;
 }

@@ -89,7 +89,8 @@ double Waveform::at(double seconds) const {
     }
 }
 
-NumericSensor::NumericSensor(ObjectReader& reader, SensorInfo info) : info_(std::move(info)) {
+NumericSensor::NumericSensor(ObjectReader& reader, SensorInfo info)
+    : info_(std::move(info)), entity_(reader), has_record_(reader.flag("pdr", true)) {
     info_.unit = reader.text("unit", "");
     info_.is_signed = reader.flag("signed", false);
     info_.data_size = static_cast<uint8_t>(reader.whole("data_size", 1, 4, 4));
@@ -98,19 +99,36 @@ NumericSensor::NumericSensor(ObjectReader& reader, SensorInfo info) : info_(std:
     info_.resolution = reader.number("resolution", 1);
     if (info_.resolution <= 0)
         reader.fail("resolution", "must be above 0");
+    offset_ = reader.number("offset", 0);
     waveform_.emplace(reader.require("waveform"));
     initial_state_ = operational_state_ = read_operational_state(reader);
     event_enable_ = reader.flag("events", false) ? events_disabled : no_event_generation;
+    check(reader, "waveform", waveform_->low());
+    check(reader, "waveform", waveform_->high());
+    read_units(reader);
+    read_thresholds(reader);
+    read_range(reader);
+}
 
-    const double counts = std::ldexp(1.0, 8 * info_.data_size - (info_.is_signed ? 1 : 0));
-    const double lowest = info_.is_signed ? -counts : 0;
-    auto check = [&](const char* key, double value) {
-        const double count = std::round(value / info_.resolution);
-        if (count < lowest || count > counts - 1)
-            reader.fail(key, "does not fit the sensor's data_size and resolution");
-    };
-    check("waveform", waveform_->low());
-    check("waveform", waveform_->high());
+double NumericSensor::highest_count() const {
+    return std::ldexp(1.0, 8 * info_.data_size - (info_.is_signed ? 1 : 0)) - 1;
+}
+
+double NumericSensor::lowest_count() const {
+    return info_.is_signed ? -std::ldexp(1.0, 8 * info_.data_size - 1) : 0;
+}
+
+double NumericSensor::count_of(double value) const {
+    return std::round((value - offset_) / info_.resolution);
+}
+
+void NumericSensor::check(const ObjectReader& reader, const char* key, double value) const {
+    const double count = count_of(value);
+    if (count < lowest_count() || count > highest_count())
+        reader.fail(key, "does not fit the sensor's data_size and resolution");
+}
+
+void NumericSensor::read_thresholds(ObjectReader& reader) {
     static const char* const names[] = {"upper_warning", "upper_critical", "upper_fatal",
                                         "lower_warning", "lower_critical", "lower_fatal"};
     if (std::optional<Place> place = reader.find("thresholds")) {
@@ -118,7 +136,7 @@ NumericSensor::NumericSensor(ObjectReader& reader, SensorInfo info) : info_(std:
         for (size_t i = 0; i < thresholds_.size(); ++i)
             if (std::optional<Place> limit = limits.find(names[i])) {
                 thresholds_[i] = limit->number();
-                check("thresholds", *thresholds_[i]);
+                check(reader, "thresholds", *thresholds_[i]);
             }
         limits.finish();
     }
@@ -148,10 +166,8 @@ uint8_t NumericSensor::state_at(double value) const {
     return normal;
 }
 
-void NumericSensor::append_count(Bytes& out, double value) const {
-    const auto count = static_cast<int64_t>(std::llround(value / info_.resolution));
-    for (int i = 0; i < info_.data_size; ++i)
-        out.push_back(static_cast<uint8_t>(static_cast<uint64_t>(count) >> (8 * i)));
+void NumericSensor::append_count(Bytes& out, double count) const {
+    append_whole(out, count, info_.data_size);
 }
 
 Bytes NumericSensor::reading(double seconds) {
@@ -160,14 +176,14 @@ Bytes NumericSensor::reading(double seconds) {
     if (state != present_state_)
         previous_state_ = std::exchange(present_state_, state);
     Bytes out{data_size_code(), operational_state_, event_enable_, state, previous_state_, state};
-    append_count(out, value);
+    append_count(out, count_of(value));
     return out;
 }
 
 Bytes NumericSensor::thresholds() const {
     Bytes out{data_size_code()};
     for (const std::optional<double>& threshold : thresholds_)
-        append_count(out, threshold.value_or(0));
+        append_count(out, threshold ? count_of(*threshold) : 0);
     return out;
 }
 
@@ -178,15 +194,16 @@ void NumericSensor::reset() {
     present_state_ = previous_state_ = 0;
 }
 
-StateSensor::StateSensor(ObjectReader& reader, SensorInfo info) : info_(std::move(info)) {
+StateSensor::StateSensor(ObjectReader& reader, SensorInfo info)
+    : info_(std::move(info)), entity_(reader), has_record_(reader.flag("pdr", true)) {
     events_ = reader.flag("events", false);
     const Place list = reader.require("composites");
     for (const Place& place : list.elements()) {
         ObjectReader one(place);
         Composite composite;
-        const auto set = static_cast<uint16_t>(one.whole("state_set", 1, 0xFFFF));
+        composite.state_set = static_cast<uint16_t>(one.whole("state_set", 1, 0xFFFF));
         if (composites_.empty())
-            info_.state_set = set;
+            info_.state_set = composite.state_set;
         for (const Place& state : one.require("states").elements())
             composite.states.push_back(static_cast<uint8_t>(state.whole(0, 255)));
         if (composite.states.empty())

@@ -41,11 +41,27 @@ constexpr uint8_t kLastOperationalState = 7;
 /// sensorEventMessageEnable in answers; in requests 0 means "no change" instead.
 enum EventEnable : uint8_t { no_event_generation = 0, events_disabled = 1, events_enabled = 2 };
 
+/// What a sensor monitors (DSP0249, entity identification).
+struct Entity {
+    uint16_t type = 0;
+    uint16_t instance = 1;
+    uint16_t container = 0;
+
+    Entity() = default;
+    /// Reads the "entity" object of a sensor.
+    explicit Entity(ObjectReader& sensor);
+};
+
 class NumericSensor {
 public:
     explicit NumericSensor(ObjectReader& reader, SensorInfo info);
 
     const SensorInfo& info() const { return info_; }
+    const Entity& entity() const { return entity_; }
+    /// Whether the sensor has a record in the PDR repository.
+    bool has_record() const { return has_record_; }
+    /// The fields of its record from baseUnit on.
+    Bytes description() const;
     bool generates_events() const { return event_enable_ != no_event_generation; }
     void set_enable(uint8_t state, uint8_t event_enable);
 
@@ -56,14 +72,32 @@ public:
     void reset();
 
 private:
+    void read_units(ObjectReader& reader);
+    void read_thresholds(ObjectReader& reader);
+    void read_range(ObjectReader& reader);
+    /// Fails where a reading cannot express a value.
+    void check(const ObjectReader& reader, const char* key, double value) const;
+    double lowest_count() const;
+    double highest_count() const;
+    double count_of(double value) const;
     uint8_t data_size_code() const;
     uint8_t state_at(double value) const;
-    void append_count(Bytes& out, double value) const;
+    void append_count(Bytes& out, double count) const;
+    void append_range(Bytes& out, const std::optional<double>& value) const;
+    double range_value(double value) const;
 
     SensorInfo info_;
+    Entity entity_;
+    bool has_record_ = true;
     std::optional<Waveform> waveform_;
+    uint8_t base_unit_ = 0;
+    int8_t unit_modifier_ = 0;
+    double offset_ = 0;      ///< the value at count 0, in units
+    double hysteresis_ = 0;  ///< in units
+    size_t range_format_ = 0;
     /// Upper warning, critical, fatal, then lower ones, as on the wire.
     std::array<std::optional<double>, 6> thresholds_;
+    std::array<std::optional<double>, 3> normal_;  ///< nominal, highest, lowest
     uint8_t initial_state_ = sensor_enabled;
     uint8_t operational_state_ = sensor_enabled;
     uint8_t event_enable_ = no_event_generation;
@@ -76,6 +110,11 @@ public:
     explicit StateSensor(ObjectReader& reader, SensorInfo info);
 
     const SensorInfo& info() const { return info_; }
+    const Entity& entity() const { return entity_; }
+    /// Whether the sensor has a record in the PDR repository.
+    bool has_record() const { return has_record_; }
+    /// The fields of its record from compositeSensorCount on.
+    Bytes description() const;
     size_t composites() const { return composites_.size(); }
     bool generates_events() const { return events_; }
     void set_enable(size_t index, uint8_t state) { composites_[index].operational_state = state; }
@@ -86,6 +125,7 @@ public:
 
 private:
     struct Composite {
+        uint16_t state_set = 0;
         std::vector<uint8_t> states;
         double period_s = 60;
         uint8_t initial_state = sensor_enabled;
@@ -93,6 +133,8 @@ private:
     };
 
     SensorInfo info_;
+    Entity entity_;
+    bool has_record_ = true;
     bool events_ = false;
     std::vector<Composite> composites_;
 };

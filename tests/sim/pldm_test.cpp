@@ -2,13 +2,13 @@
 // The simulated PLDM terminus: base commands and sensors, byte by byte.
 #include <cerrno>
 
-#include "board_test.h"
+#include "terminus_test.h"
 
 namespace {
 
 const std::string kSilence = "error " + std::to_string(-ETIMEDOUT);
 
-class PldmTerminus : public BoardTest {
+class PldmTerminus : public TerminusTest {
 protected:
     void SetUp() override {
         open(board_with(R"(
@@ -31,13 +31,6 @@ protected:
                 {"kind": "state", "id": 2, "events": true,
                  "composites": [{"state_set": 1, "states": [1]}]}]}
         )"));
-    }
-
-    /// A PLDM request and its answer, both from the PLDM header on.
-    std::string pldm(const std::string& request) {
-        const std::string answer = exchange(3, 0x64, "01 09 08 c9 01 " + request);
-        const std::string head = "01 08 09 c1 01 ";
-        return answer.starts_with(head) ? answer.substr(head.size()) : answer;
     }
 
     /// Moves the clock to a time and a little more, so that rounding does not matter.
@@ -66,7 +59,7 @@ TEST_F(PldmTerminus, TellsTypesAndCommands) {
     const std::string zeros = " 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
     EXPECT_EQ(pldm("80 00 05 00 00 f0 f1 f1"), "00 00 05 00 3e 00 00 00" + zeros + zeros);
     EXPECT_EQ(pldm("80 00 05 02 00 f1 f2 f1"),
-              "00 00 05 00 00 00 07 00 03" + zeros + zeros.substr(3));
+              "00 00 05 00 00 00 07 00 03 00 00 00 00 00 0b" + zeros.substr(18) + zeros.substr(3));
     EXPECT_EQ(pldm("80 00 05 00 00 00 00 00"),  // version 0: any
               "00 00 05 00 3e 00 00 00" + zeros + zeros);
     EXPECT_EQ(pldm("80 00 05 00 00 f0 f0 f1"), "00 00 05 84");
@@ -75,8 +68,9 @@ TEST_F(PldmTerminus, TellsTypesAndCommands) {
 
 TEST_F(PldmTerminus, RefusesWhatItDoesNotKnow) {
     EXPECT_EQ(pldm("80 05 01"), "00 05 01 20");
+    EXPECT_EQ(pldm("80 04 01"), "00 04 01 20");
     EXPECT_EQ(pldm("80 00 06"), "00 00 06 05");
-    EXPECT_EQ(pldm("80 02 51"), "00 02 51 05");
+    EXPECT_EQ(pldm("80 02 52"), "00 02 52 05");
     EXPECT_EQ(pldm("80 00 02 00"), "00 00 02 03");
     EXPECT_EQ(pldm("80 02 11 01 00"), "00 02 11 03");
 }
