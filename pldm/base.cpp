@@ -51,8 +51,7 @@ int32_t query(pldm_ctx* ctx, Command command, std::span<uint8_t> response, const
     }
     if (response[kPldmCompletionCode] == PLDM_CC_SUCCESS &&
         !pldm_response_has(*ctx, response.size())) {
-        debug_log("[%s] response of %d bytes is too short\n", function, ctx->response_length);
-        return -1;
+        return sideband::too_short(*ctx, function);
     }
     return 0;
 }
@@ -103,9 +102,7 @@ int32_t get_version_part(pldm_ctx& ctx, uint8_t type, uint32_t handle, uint8_t o
         return result;
     }
     if (!pldm_response_has(ctx, kVersionEnd)) {
-        debug_log("[%s] response of %d bytes is too short\n", "pldm_get_version",
-                  ctx.response_length);
-        return -1;
+        return sideband::too_short(ctx, "pldm_get_version");
     }
     sideband::WireReader reader(room);
     reader.skip(PLDM_RESPONSE_HEADER_SIZE);
@@ -193,9 +190,7 @@ int32_t pldm_get_commands(pldm_ctx* ctx) {
         return result;
     }
     if (!pldm_response_has(*ctx, response.size())) {
-        debug_log("[%s] response of %d bytes is too short\n", "pldm_get_commands",
-                  ctx->response_length);
-        return -1;
+        return sideband::too_short(*ctx, "pldm_get_commands");
     }
     std::memcpy(ctx->base_commands, response.data() + PLDM_RESPONSE_HEADER_SIZE,
                 sizeof ctx->base_commands);

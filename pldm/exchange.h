@@ -19,8 +19,19 @@ inline constexpr size_t kPldmCompletionCode = 3;
 /// @return its result
 int32_t pldm_exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8_t> response);
 
+/// Whether commands can be sent over the context.
+inline bool can_exchange(const pldm_ctx* ctx) {
+    return ctx != nullptr && ctx->transfer_op != nullptr;
+}
+
 /// Whether the last response had at least length bytes. transfer_op tells success, not length.
 bool pldm_response_has(const pldm_ctx& ctx, size_t length);
+
+/// Reports that the last response is too short. @return -1
+int32_t too_short(const pldm_ctx& ctx, const char* function);
+
+/// Prints a line to standard output.
+void print_line(const char* text);
 
 }  // namespace sideband
 

@@ -15,11 +15,14 @@
 
 namespace {
 
+using sideband::can_exchange;
 using sideband::HeapPtr;
 using sideband::kPldmCommand;
 using sideband::kPldmCompletionCode;
 using sideband::pldm_exchange;
 using sideband::pldm_response_has;
+using sideband::print_line;
+using sideband::too_short;
 using sideband::WireReader;
 using sideband::WireWriter;
 
@@ -36,18 +39,6 @@ constexpr uint8_t kTransferStartAndEnd = 5;
 
 constexpr const char* kReader = "pldm_get_FRU_record_table";
 constexpr const char* kFixedReader = "pldm_get_FRU_record_table_MX";
-
-bool usable(const pldm_ctx* ctx) {
-    return ctx != nullptr && ctx->transfer_op != nullptr;
-}
-
-void print_line(const char* text) {
-    std::printf("%s\n", text);
-}
-
-void too_short(const pldm_ctx& ctx, const char* function) {
-    debug_log("[%s] response of %d bytes is too short\n", function, ctx.response_length);
-}
 
 // ---- Metadata ----
 
@@ -143,7 +134,7 @@ int32_t learn_table_length(pldm_ctx& ctx, uint32_t expected, uint32_t& length) {
         print_line("Fail - can't get the record table metadata");
         return result;
     }
-    // The completion code is deliberately not looked at: an error leaves the length 0.
+    // The completion code is deliberately not looked at.
     if (!table_length_of(ctx, response, kReader, length)) {
         return -1;
     }
@@ -152,7 +143,7 @@ int32_t learn_table_length(pldm_ctx& ctx, uint32_t expected, uint32_t& length) {
     }
     std::printf("recordTable_length = %d\n", static_cast<int>(length));
     if (length > PLDM_FRU_TABLE_LENGTH_MAX) {
-        debug_log("[%s] table of %u bytes is too long\n", kReader, length);
+        debug_log("%s, table of %u bytes is too long\n", kReader, length);
         return PLDM_ERROR_ARGUMENT;
     }
     return 0;
@@ -315,7 +306,7 @@ int32_t print_fields(std::span<const uint8_t> table, uint32_t field_id) {
 }  // namespace
 
 int32_t pldm_get_FRU_record_table_metadata(pldm_ctx* ctx, uint32_t* table_length) {
-    if (!usable(ctx) || table_length == nullptr) {
+    if (!can_exchange(ctx) || table_length == nullptr) {
         return -1;
     }
     MetadataResponse response{};
@@ -333,7 +324,7 @@ int32_t pldm_get_FRU_record_table_metadata(pldm_ctx* ctx, uint32_t* table_length
 }
 
 int32_t pldm_get_FRU_record_table(pldm_ctx* ctx, uint8_t* destination, uint32_t expected_length) {
-    if (!usable(ctx) || destination == nullptr) {
+    if (!can_exchange(ctx) || destination == nullptr) {
         return -1;
     }
     uint32_t length = 0;
@@ -342,7 +333,7 @@ int32_t pldm_get_FRU_record_table(pldm_ctx* ctx, uint8_t* destination, uint32_t 
 }
 
 int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination, int32_t length) {
-    if (!usable(ctx) || destination == nullptr || length < 0) {
+    if (!can_exchange(ctx) || destination == nullptr || length < 0) {
         return -1;
     }
     const auto size = static_cast<size_t>(length);
@@ -381,7 +372,7 @@ int32_t pldm_get_FRU_fields(pldm_ctx* ctx, uint32_t field_id) {
     }
     uint32_t length = 0;
     HeapPtr<uint8_t[]> table;
-    int32_t result = usable(ctx) ? learn_table_length(*ctx, 0, length) : -1;
+    int32_t result = can_exchange(ctx) ? learn_table_length(*ctx, 0, length) : -1;
     if (result == 0) {
         table = sideband::allocate_bytes(std::max<size_t>(length, 1));
         result = table == nullptr ? PLDM_ERROR_ARGUMENT : read_parts(*ctx, {table.get(), length});

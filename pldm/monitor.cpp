@@ -123,15 +123,6 @@ WireWriter monitor_request(std::span<uint8_t> request, uint8_t command) {
     return writer;
 }
 
-int32_t too_short(const pldm_ctx& ctx, const char* function) {
-    debug_log("%s, response of %d bytes is too short\n", function, ctx.response_length);
-    return -1;
-}
-
-void print_line(const char* text) {
-    std::printf("%s\n", text);
-}
-
 }  // namespace sideband
 
 void dump_packet(const uint8_t* buffer, int32_t length) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The PLDM header and the three message operations with their retries (DSP0240, clause 8).
+#include <sideband/debug_log.h>
 #include <sideband/pldm.h>
 
 #include <cstdio>
@@ -64,6 +65,15 @@ int32_t pldm_exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8
 
 bool pldm_response_has(const pldm_ctx& ctx, size_t length) {
     return ctx.response_length >= static_cast<int32_t>(length);
+}
+
+int32_t too_short(const pldm_ctx& ctx, const char* function) {
+    debug_log("%s, response of %d bytes is too short\n", function, ctx.response_length);
+    return -1;
+}
+
+void print_line(const char* text) {
+    std::printf("%s\n", text);
 }
 
 }  // namespace sideband

@@ -20,7 +20,7 @@ protected:
 };
 
 std::string too_short(const char* function, int length) {
-    return "[" + std::string(function) + "] response of " + std::to_string(length) +
+    return std::string(function) + ", response of " + std::to_string(length) +
            " bytes is too short\n";
 }
 

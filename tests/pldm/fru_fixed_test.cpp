@@ -175,7 +175,7 @@ TEST_F(PldmGetFruTableFixed, AnswersTruncatedAtEveryByteFailOrAreWholeEnough) {
         EXPECT_EQ(get(64).result, length < 9 ? -1 : 0);
     }
     EXPECT_EQ(test::port().syslog.back(),
-              "[pldm_get_FRU_record_table_MX] response of 62 bytes is too short\n");
+              "pldm_get_FRU_record_table_MX, response of 62 bytes is too short\n");
 }
 
 TEST_F(PldmGetFruTableFixed, AnswersWithEachBitFlippedNeverLeaveTheBuffers) {

@@ -74,7 +74,7 @@ TEST_F(PldmGetFruMetadata, AnAnswerThatEndsBeforeTheLengthIsRefused) {
         EXPECT_EQ(length, size < 14 ? 0xEEEEEEEE : 0x1234u);
         if (size >= 4 && size < 14) {
             EXPECT_EQ(test::port().syslog,
-                      Texts{"[pldm_get_FRU_record_table_metadata] response of " +
+                      Texts{"pldm_get_FRU_record_table_metadata, response of " +
                             std::to_string(size) + " bytes is too short\n"});
         }
     }
@@ -225,7 +225,7 @@ TEST_F(PldmGetFruTable, MetadataTooShortForALengthIsRefused) {
     answer({test::hex("00 04 01 00 01 00 00 10 00 00 34 12 00")});
     EXPECT_EQ(get(16).result, -1);
     EXPECT_EQ(test::port().syslog,
-              Texts{"[pldm_get_FRU_record_table] response of 13 bytes is too short\n"});
+              Texts{"pldm_get_FRU_record_table, response of 13 bytes is too short\n"});
     EXPECT_EQ(endpoint.calls.size(), 1u);
 }
 
@@ -313,7 +313,7 @@ TEST_F(PldmGetFruTable, ATableBeyondTheBoundIsRefusedBeforeMemoryIsTaken) {
         test::port().syslog.clear();
         answer({metadata_of(length)});
         EXPECT_EQ(get(16).result, -112);
-        EXPECT_EQ(test::port().syslog, Texts{std::string("[pldm_get_FRU_record_table] table of ") +
+        EXPECT_EQ(test::port().syslog, Texts{std::string("pldm_get_FRU_record_table, table of ") +
                                              text + " bytes is too long\n"});
         EXPECT_TRUE(table.untouched_from(0));
     }
@@ -333,7 +333,7 @@ TEST_F(PldmGetFruTable, ATableThatBecameShorterThanItsMetadataIsRefused) {
     EXPECT_EQ(get(64).result, -112);
     EXPECT_TRUE(table.untouched_from(0));
     EXPECT_EQ(test::port().syslog,
-              Texts{"[pldm_get_FRU_record_table] response of 29 bytes is too short\n"});
+              Texts{"pldm_get_FRU_record_table, response of 29 bytes is too short\n"});
     answer({metadata_of(64), table_part(0, 1, test::counting(54)),
             table_part(4, 0, test::counting(9))});
     EXPECT_EQ(get(64).result, -112);
