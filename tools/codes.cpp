@@ -4,24 +4,10 @@
 
 #include <sideband/pldm.h>
 
-#include <span>
+#include "tools/name_table.h"
 
 namespace tool {
 namespace {
-
-struct Name {
-    uint8_t value;
-    const char* text;
-};
-
-std::string find(std::span<const Name> names, uint8_t value, const char* otherwise) {
-    for (const Name& name : names) {
-        if (name.value == value) {
-            return name.text;
-        }
-    }
-    return otherwise;
-}
 
 /// A completion code that one command of one PLDM type has for itself.
 struct CommandCode {
@@ -49,6 +35,16 @@ constexpr CommandCode command_codes[] = {
     {PLDM_TYPE_MONITOR, 0x20, 0x81, "INVALID_SENSOR_OPERATIONAL_STATE"},
     {PLDM_TYPE_MONITOR, 0x20, 0x82, "EVENT_GENERATION_NOT_SUPPORTED"},
     {PLDM_TYPE_MONITOR, 0x21, 0x80, "INVALID_SENSOR_ID"},
+    {PLDM_TYPE_MONITOR, 0x51, 0x80, "INVALID_DATA_TRANSFER_HANDLE"},
+    {PLDM_TYPE_MONITOR, 0x51, 0x81, "INVALID_TRANSFER_OPERATION_FLAG"},
+    {PLDM_TYPE_MONITOR, 0x51, 0x82, "INVALID_RECORD_HANDLE"},
+    {PLDM_TYPE_MONITOR, 0x51, 0x83, "INVALID_RECORD_CHANGE_NUMBER"},
+    {PLDM_TYPE_MONITOR, 0x51, 0x84, "TRANSFER_TIMEOUT"},
+    {PLDM_TYPE_MONITOR, 0x51, 0x85, "REPOSITORY_UPDATE_IN_PROGRESS"},
+    {PLDM_TYPE_FRU, 0x01, 0x83, "NO_FRU_DATA_STRUCTURE_TABLE_METADATA"},
+    {PLDM_TYPE_FRU, 0x02, 0x80, "INVALID_DATA_TRANSFER_HANDLE"},
+    {PLDM_TYPE_FRU, 0x02, 0x81, "INVALID_TRANSFER_OPERATION_FLAG"},
+    {PLDM_TYPE_FRU, 0x02, 0x85, "FRU_DATA_STRUCTURE_TABLE_UNAVAILABLE"},
 };
 
 }  // namespace
@@ -69,7 +65,7 @@ std::string control_command_name(uint8_t command) {
         {0x0C, "Endpoint Discovery"},
         {0x0D, "Discovery Notify"},
     };
-    return find(names, command, "MCTP control command");
+    return find_name(names, command, "MCTP control command");
 }
 
 std::string control_code_name(uint8_t code) {
@@ -81,7 +77,7 @@ std::string control_code_name(uint8_t code) {
         {0x04, "ERROR_NOT_READY"},
         {0x05, "ERROR_UNSUPPORTED_CMD"},
     };
-    return find(names, code, code >= 0x80 ? "command specific" : "reserved");
+    return find_name(names, code, code >= 0x80 ? "command specific" : "reserved");
 }
 
 std::string message_type_name(uint8_t type) {
@@ -90,7 +86,7 @@ std::string message_type_name(uint8_t type) {
         {0x04, "nvme-mi"}, {0x05, "spdm"},       {0x06, "secured"},     {0x07, "cxl-fm-api"},
         {0x08, "cxl-cci"}, {0x7E, "vendor-pci"}, {0x7F, "vendor-iana"},
     };
-    return find(names, type & 0x7F, "unknown");
+    return find_name(names, type & 0x7F, "unknown");
 }
 
 std::string pldm_type_name(uint8_t type) {
@@ -105,7 +101,7 @@ std::string pldm_type_name(uint8_t type) {
         {7, "File Transfer"},
         {63, "OEM Specific"},
     };
-    return find(names, type, "reserved");
+    return find_name(names, type, "reserved");
 }
 
 std::string pldm_base_command_name(uint8_t command) {
@@ -121,7 +117,7 @@ std::string pldm_base_command_name(uint8_t command) {
         {0x09, "MultipartReceive"},
         {0x0A, "GetMultipartTransferSupport"},
     };
-    return find(names, command, "unknown");
+    return find_name(names, command, "unknown");
 }
 
 std::string pldm_code_name(uint8_t type, uint8_t command, uint8_t code) {
@@ -139,7 +135,7 @@ std::string pldm_code_name(uint8_t type, uint8_t command, uint8_t code) {
             return own.text;
         }
     }
-    return find(names, code, code >= 0x80 ? "command specific" : "reserved");
+    return find_name(names, code, code >= 0x80 ? "command specific" : "reserved");
 }
 
 std::string operational_state_name(uint8_t state) {
@@ -147,7 +143,7 @@ std::string operational_state_name(uint8_t state) {
         {0, "enabled"}, {1, "disabled"},     {2, "unavailable"},  {3, "statusUnknown"},
         {4, "failed"},  {5, "initializing"}, {6, "shuttingDown"}, {7, "inTest"},
     };
-    return find(names, state, "reserved");
+    return find_name(names, state, "reserved");
 }
 
 std::string numeric_state_name(uint8_t state) {
@@ -156,7 +152,7 @@ std::string numeric_state_name(uint8_t state) {
         {4, "Fatal"},        {5, "LowerWarning"},  {6, "LowerCritical"}, {7, "LowerFatal"},
         {8, "UpperWarning"}, {9, "UpperCritical"}, {10, "UpperFatal"},
     };
-    return find(names, state, "reserved");
+    return find_name(names, state, "reserved");
 }
 
 std::string state_name(uint16_t state_set, uint8_t state) {
@@ -166,21 +162,34 @@ std::string state_name(uint16_t state_set, uint8_t state) {
         {7, "Upper Critical"}, {8, "Lower Critical"},     {9, "Upper Fatal"},
         {10, "Lower Fatal"},
     };
+    static constexpr Name fault[] = {{1, "Normal"}, {2, "Error"}, {3, "Non Recoverable Error"}};
     static constexpr Name presence[] = {{1, "Present"}, {2, "Not Present"}};
+    static constexpr Name performance[] = {{1, "Normal"}, {2, "Throttled"}, {3, "Degraded"}};
+    static constexpr Name configuration[] = {{1, "Valid Configuration"},
+                                             {2, "Invalid Configuration"},
+                                             {3, "Not Configured"},
+                                             {4, "Missing Configuration"}};
+    static constexpr Name identify[] = {{1, "Unasserted"}, {2, "Asserted"}};
+    static constexpr Name initialization[] = {{1, "Normal"},
+                                              {2, "Initialization In Progress"},
+                                              {3, "Initialization Hung"},
+                                              {4, "Initialization Failed"}};
     static constexpr Name thermal_trip[] = {{1, "Normal"}, {2, "Over-temperature Shutdown"}};
     static constexpr Name link_state[] = {{1, "Connected"}, {2, "Disconnected"}};
-    switch (state_set) {
-        case 1:
-            return find(health, state, "");
-        case 13:
-            return find(presence, state, "");
-        case 21:
-            return find(thermal_trip, state, "");
-        case 33:
-            return find(link_state, state, "");
-        default:
-            return {};
+    static constexpr struct {
+        uint16_t id;
+        std::span<const Name> states;
+    } sets[] = {
+        {1, health},          {10, fault},         {13, presence},
+        {14, performance},    {15, configuration}, {17, identify},
+        {20, initialization}, {21, thermal_trip},  {33, link_state},
+    };
+    for (const auto& set : sets) {
+        if (set.id == state_set) {
+            return find_name(set.states, state, "");
+        }
     }
+    return {};
 }
 
 }  // namespace tool

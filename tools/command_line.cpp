@@ -20,6 +20,9 @@ struct Words {
     std::string endpoint;
     std::string type;
     std::vector<std::string> rest;
+    std::string handle;
+    Watch watch;
+    bool fixed_parts = false;
 };
 
 void add_options(CLI::App& app, CommandLine& line) {
@@ -87,15 +90,55 @@ void add_raw(CLI::App& app, const Commands& commands) {
     raw->add_option("HEX", commands.words().rest, "the message without its type byte")->required();
 }
 
-void add_pldm(CLI::App& app, const Commands& commands) {
-    CLI::App& family = add_family(app, "pldm", "PLDM: base information, sensors");
-    commands.add_endpoint(family, "info", "terminus ID, PLDM types, versions, commands",
-                          [](Context& c, const Words& w) { run_pldm_info(c, w.endpoint); });
+void add_pldm_sensors(CLI::App& family, const Commands& commands) {
     CLI::App* sensors = commands.add_endpoint(
         family, "sensors", "sensor readings",
-        [](Context& c, const Words& w) { run_pldm_sensors(c, w.endpoint, w.rest); });
+        [](Context& c, const Words& w) { run_pldm_sensors(c, w.endpoint, w.rest, w.watch); });
     sensors->add_option("ID", commands.words().rest,
-                        "sensors, e.g. 12 state:5; without any, those that the board describes");
+                        "sensors, e.g. 12 state:5; without any, those in the PDR repository");
+    Watch& watch = commands.words().watch;
+    CLI::Option* again =
+        sensors->add_option("--watch", watch.seconds, "read again and again, so many seconds apart")
+            ->type_name("SECONDS")
+            ->check(CLI::Range(0.001, 86400.0));
+    sensors->add_option("--count", watch.count, "with --watch: end after so many readings")
+        ->type_name("N")
+        ->needs(again)
+        ->check(CLI::Range(1, 1000000));
+}
+
+void add_pldm_pdr(CLI::App& family, const Commands& commands) {
+    using Run = void (*)(Context&, const std::string&, const std::string&);
+    const struct {
+        const char* name;
+        const char* help;
+        Run run;
+    } verbs[] = {
+        {"list", "the records: handle, type, size, what each describes", run_pldm_pdr_list},
+        {"show", "the fields of sensor records, in words", run_pldm_pdr_show},
+        {"dump", "the records in hex", run_pldm_pdr_dump},
+    };
+    CLI::App& pdr = add_family(family, "pdr", "platform descriptor records");
+    for (const auto& verb : verbs) {
+        CLI::App* command = commands.add_endpoint(
+            pdr, verb.name, verb.help,
+            [run = verb.run](Context& c, const Words& w) { run(c, w.endpoint, w.handle); });
+        command->add_option("HANDLE", commands.words().handle,
+                            "one record by its handle; without it all of them");
+    }
+}
+
+void add_pldm(CLI::App& app, const Commands& commands) {
+    CLI::App& family = add_family(app, "pldm", "PLDM: base information, sensors, PDRs, FRU data");
+    commands.add_endpoint(family, "info", "terminus ID, PLDM types, versions, commands",
+                          [](Context& c, const Words& w) { run_pldm_info(c, w.endpoint); });
+    add_pldm_sensors(family, commands);
+    add_pldm_pdr(family, commands);
+    CLI::App* fru = commands.add_endpoint(
+        family, "fru", "the FRU data: manufacturer, part and serial numbers, dates",
+        [](Context& c, const Words& w) { run_pldm_fru(c, w.endpoint, w.fixed_parts); });
+    fru->add_flag("--fixed", commands.words().fixed_parts,
+                  "the device sends the table in answers of one size");
 }
 
 /// The innermost command that the command line has named, and the words that lead to it.

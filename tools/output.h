@@ -43,6 +43,9 @@ public:
     /// A line on standard error that is no error.
     void note(std::string_view line);
 
+    /// Whether something could not be written so far.
+    bool broken() const { return stream_ == nullptr || std::ferror(stream_) != 0; }
+
     /// @return false where something could not be written
     bool finish();
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,15 +15,19 @@ namespace tool {
 
 enum class Transport { i2c, pcie };
 
-/// A sensor that the board's description names.
+/// What is known of a sensor, from the board's description or from the sensor's PDR.
 struct Sensor {
     uint16_t id = 0;
     bool numeric = true;
     std::string name;
+    std::string entity;  ///< what it is a sensor of
     std::string unit;
-    double resolution = 1.0;      ///< numeric: units a count
-    uint8_t composite_count = 1;  ///< state: composite sensors
-    uint16_t state_set = 0;       ///< state: state set of the first composite sensor (DSP0249)
+    double resolution = 1.0;  ///< numeric: units a count
+    double offset = 0.0;      ///< numeric: units
+    /// Numeric, in units: upper warning, critical, fatal, then the lower ones.
+    std::array<std::optional<double>, 6> thresholds;
+    /// State: state sets of the composite sensors (DSP0249), as far as they are known.
+    std::vector<uint16_t> state_sets;
 };
 
 /// An endpoint and how to reach it: what goes into an mctp_ctx.

@@ -11,13 +11,16 @@ namespace tool {
 namespace {
 
 Sensor sensor_of(const sim::SensorInfo& info) {
-    return {.id = info.id,
-            .numeric = info.kind == sim::SensorInfo::Kind::numeric,
-            .name = info.name,
-            .unit = info.unit,
-            .resolution = info.resolution,
-            .composite_count = info.composite_count,
-            .state_set = info.state_set};
+    Sensor sensor;
+    sensor.id = info.id;
+    sensor.numeric = info.kind == sim::SensorInfo::Kind::numeric;
+    sensor.name = info.name;
+    sensor.unit = info.unit;
+    sensor.resolution = info.resolution;
+    if (!sensor.numeric) {
+        sensor.state_sets.push_back(info.state_set);
+    }
+    return sensor;
 }
 
 Endpoint endpoint_of(const sim::EndpointInfo& info) {

@@ -5,9 +5,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "tools/codes.h"
+#include "tools/pdr_names.h"
 
 namespace tool {
 namespace {
@@ -37,7 +39,7 @@ int64_t narrow(uint32_t reading, uint8_t sensor_data_size) {
     }
 }
 
-/// Decimals that a multiple of the resolution needs: 0.125 needs three.
+/// Decimals that a multiple of a number needs: 0.125 needs three.
 int decimals(double resolution) {
     constexpr int most = 6;
     int count = 0;
@@ -49,8 +51,12 @@ int decimals(double resolution) {
     return count;
 }
 
-std::string present_state_text(const Sensor& sensor, uint8_t state) {
-    const std::string name = state_name(sensor.state_set, state);
+int decimals(const Sensor& sensor) {
+    return std::max(decimals(sensor.resolution), decimals(sensor.offset));
+}
+
+/// A state by number and, where it has one, by name.
+std::string numbered(uint8_t state, const std::string& name) {
     return name.empty() ? std::to_string(state) : fmt::format("{} ({})", state, name);
 }
 
@@ -74,7 +80,8 @@ NumericReading read_numeric(Session& session, uint16_t sensor_id) {
             .present_state = fields[3],
             .previous_state = fields[4],
             .event_state = fields[5],
-            .present_reading = narrow(present_reading, fields[0])};
+            .present_reading = narrow(present_reading, fields[0]),
+            .received_reading = present_reading};
 }
 
 std::vector<pldm_state_reading> read_state(Session& session, uint16_t sensor_id) {
@@ -110,66 +117,100 @@ std::vector<pldm_state_reading> read_state(Session& session, uint16_t sensor_id)
 }
 
 double scaled(const Sensor& sensor, int64_t present_reading) {
-    const double unit = std::pow(10.0, decimals(sensor.resolution));
-    return std::round(static_cast<double>(present_reading) * sensor.resolution * unit) / unit;
+    const double unit = std::pow(10.0, decimals(sensor));
+    const double value = static_cast<double>(present_reading) * sensor.resolution + sensor.offset;
+    return std::round(value * unit) / unit;
 }
 
 std::string value_text(const Sensor& sensor, const NumericReading& reading) {
-    if (reading.operational_state != PLDM_SENSOR_ENABLED) {
+    if (!reading.enabled()) {
         return "-";
     }
-    return fmt::format("{:.{}f}", scaled(sensor, reading.present_reading),
-                       decimals(sensor.resolution));
+    return fmt::format("{:.{}f}", scaled(sensor, reading.present_reading), decimals(sensor));
 }
 
 std::string numeric_state_text(const NumericReading& reading) {
     std::string text = operational_state_name(reading.operational_state);
-    if (reading.operational_state == PLDM_SENSOR_ENABLED) {
+    if (reading.enabled()) {
         text += ", " + numeric_state_name(reading.present_state);
     }
     return text;
 }
 
+std::optional<double> crossed_threshold(const Sensor& sensor, const NumericReading& reading) {
+    // presentState in the order of Sensor::thresholds.
+    constexpr std::array<uint8_t, 6> states{8, 9, 10, 5, 6, 7};
+    const auto* const state = std::find(states.begin(), states.end(), reading.present_state);
+    if (!reading.enabled() || state == states.end()) {
+        return std::nullopt;
+    }
+    return sensor.thresholds[static_cast<size_t>(state - states.begin())];
+}
+
+std::string threshold_text(const Sensor& sensor, const NumericReading& reading) {
+    constexpr uint8_t first_upper = 8;
+    if (!reading.enabled()) {
+        return "-";
+    }
+    const std::string name = numeric_state_name(reading.present_state);
+    const std::optional<double> threshold = crossed_threshold(sensor, reading);
+    if (!threshold) {
+        return name;
+    }
+    return fmt::format("{}, {} {:.6g}", name,
+                       reading.present_state >= first_upper ? "over" : "under", *threshold);
+}
+
+std::string state_text(const Sensor& sensor, size_t position, const pldm_state_reading& state) {
+    if (state.sensor_operational_state != PLDM_SENSOR_ENABLED) {
+        return operational_state_name(state.sensor_operational_state);
+    }
+    const bool known = position < sensor.state_sets.size();
+    return numbered(state.present_state,
+                    known ? state_name(sensor.state_sets[position], state.present_state) : "");
+}
+
 std::string states_text(const Sensor& sensor, const std::vector<pldm_state_reading>& states) {
     std::string text;
     for (size_t i = 0; i < states.size(); ++i) {
-        const pldm_state_reading& state = states[i];
-        // The board names the state set of the first composite sensor only.
-        const Sensor unnamed;
         text += text.empty() ? "" : ", ";
-        text += state.sensor_operational_state == PLDM_SENSOR_ENABLED
-                    ? present_state_text(i == 0 ? sensor : unnamed, state.present_state)
-                    : operational_state_name(state.sensor_operational_state);
+        text += state_text(sensor, i, states[i]);
     }
     return text.empty() ? "-" : text;
 }
 
 nlohmann::ordered_json numeric_json(const Sensor& sensor, const NumericReading& reading) {
-    nlohmann::ordered_json json{{"sensor_id", sensor.id},
-                                {"sensor_type", "numeric"},
-                                {"name", sensor.name},
-                                {"sensor_data_size", reading.sensor_data_size},
-                                {"sensor_operational_state", reading.operational_state},
-                                {"sensor_event_message_enable", reading.event_message_enable},
-                                {"present_state", reading.present_state},
-                                {"previous_state", reading.previous_state},
-                                {"event_state", reading.event_state}};
-    if (reading.operational_state == PLDM_SENSOR_ENABLED) {
-        json["present_reading"] = reading.present_reading;
-        json["value"] = scaled(sensor, reading.present_reading);
-    } else {
-        json["present_reading"] = nullptr;
-        json["value"] = nullptr;
-    }
+    using Json = nlohmann::ordered_json;
+    Json json{{"sensor_id", sensor.id},
+              {"sensor_type", "numeric"},
+              {"name", sensor.name},
+              {"sensor_data_size", reading.sensor_data_size},
+              {"sensor_operational_state", reading.operational_state},
+              {"sensor_event_message_enable", reading.event_message_enable},
+              {"present_state", reading.present_state},
+              {"previous_state", reading.previous_state},
+              {"event_state", reading.event_state}};
+    json["present_reading"] = reading.enabled() ? Json(reading.present_reading) : Json();
+    json["value"] = reading.enabled() ? Json(scaled(sensor, reading.present_reading)) : Json();
     json["unit"] = sensor.unit;
+    const std::optional<double> crossed = crossed_threshold(sensor, reading);
+    if (crossed) {
+        json["threshold_crossed"] = *crossed;
+    }
     return json;
 }
 
 nlohmann::ordered_json state_json(const Sensor& sensor,
                                   const std::vector<pldm_state_reading>& states) {
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const pldm_state_reading& state : states) {
-        nlohmann::ordered_json field{{"sensor_operational_state", state.sensor_operational_state}};
+    for (size_t i = 0; i < states.size(); ++i) {
+        const pldm_state_reading& state = states[i];
+        nlohmann::ordered_json field;
+        if (i < sensor.state_sets.size()) {
+            field["state_set_id"] = sensor.state_sets[i];
+            field["state_set_name"] = state_set_name(sensor.state_sets[i]);
+        }
+        field["sensor_operational_state"] = state.sensor_operational_state;
         if (state.sensor_operational_state == PLDM_SENSOR_ENABLED) {
             field["present_state"] = state.present_state;
             field["previous_state"] = state.previous_state;
@@ -180,7 +221,6 @@ nlohmann::ordered_json state_json(const Sensor& sensor,
     return {{"sensor_id", sensor.id},
             {"sensor_type", "state"},
             {"name", sensor.name},
-            {"state_set_id", sensor.state_set},
             {"composite_sensor_count", states.size()},
             {"state_field", list}};
 }

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,10 @@ struct NumericReading {
     uint8_t present_state = 0;
     uint8_t previous_state = 0;
     uint8_t event_state = 0;
-    int64_t present_reading = 0;  ///< meaningful while the sensor is enabled
+    int64_t present_reading = 0;    ///< meaningful while the sensor is enabled
+    uint32_t received_reading = 0;  ///< the same as the library delivers it
+
+    bool enabled() const { return operational_state == PLDM_SENSOR_ENABLED; }
 };
 
 /// Reads a numeric sensor. A sensor that is not enabled is an answer, not a failure.
@@ -31,7 +35,7 @@ NumericReading read_numeric(Session& session, uint16_t sensor_id);
 /// Reads all composite sensors of a state sensor.
 std::vector<pldm_state_reading> read_state(Session& session, uint16_t sensor_id);
 
-/// The reading in the sensor's unit, rounded to its resolution.
+/// The reading in the sensor's unit, rounded to what its resolution and offset can tell.
 double scaled(const Sensor& sensor, int64_t present_reading);
 
 /// "42.5 degC", or "-" where the sensor is not enabled.
@@ -39,6 +43,15 @@ std::string value_text(const Sensor& sensor, const NumericReading& reading);
 
 /// "enabled Normal": operational state, then present state where the reading is valid.
 std::string numeric_state_text(const NumericReading& reading);
+
+/// "UpperWarning, over 85": the present state, and the threshold that it tells to be crossed.
+std::string threshold_text(const Sensor& sensor, const NumericReading& reading);
+
+/// The threshold that the present state tells to be crossed, where it has a value.
+std::optional<double> crossed_threshold(const Sensor& sensor, const NumericReading& reading);
+
+/// "2 (Non-Critical)": the present state of the composite sensor at a position.
+std::string state_text(const Sensor& sensor, size_t position, const pldm_state_reading& state);
 
 /// "2 (Non-Critical), disabled": the present state of each composite sensor.
 std::string states_text(const Sensor& sensor, const std::vector<pldm_state_reading>& states);

@@ -192,6 +192,10 @@ int32_t Session::record(mctp_ctx* mctp, uint32_t request_length, int32_t respons
         std::copy_n(response, std::min<size_t>(static_cast<size_t>(result), last.response.size()),
                     last.response.begin());
     }
+    if (link->observer != nullptr) {
+        link->observer->exchanged({request, request_length},
+                                  {response, result > 0 ? static_cast<size_t>(result) : 0});
+    }
     return result;
 }
 

@@ -38,6 +38,14 @@ struct RoutingEntry {
     std::vector<uint8_t> address;
 };
 
+/// Sees each exchange that the library makes, whole.
+class ExchangeObserver {
+public:
+    virtual ~ExchangeObserver() = default;
+    /// @param response  empty where none came
+    virtual void exchanged(std::span<const uint8_t> request, std::span<const uint8_t> response) = 0;
+};
+
 /// Every failing call throws Failure with the endpoint, the operation and the device's code.
 class Session {
 public:
@@ -82,6 +90,9 @@ public:
     /// The failure of a PLDM call, as far as its last exchange tells.
     Failure pldm_failure(const std::string& operation) const;
 
+    /// Tells somebody of every exchange from now on; null for nobody.
+    void observe(ExchangeObserver* observer) { link_.observer = observer; }
+
     /// The last answer's body, cut to what is kept of it; empty where there was none.
     std::span<const uint8_t> last_answer() const;
 
@@ -101,6 +112,7 @@ private:
         mctp_ctx mctp;
         mctp_xfer_op xfer;
         Exchange last;
+        ExchangeObserver* observer;
     };
 
     static int32_t record(mctp_ctx* mctp, uint32_t request_length, int32_t response_length,

@@ -34,6 +34,19 @@ std::string version_field(uint8_t field) {
     return fmt::format("{:x}", field);
 }
 
+void append_utf8(uint32_t point, std::string& text) {
+    if (point < 0x80) {
+        text += static_cast<char>(point);
+        return;
+    }
+    const int trailing = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+    constexpr uint8_t leads[] = {0, 0xC0, 0xE0, 0xF0};
+    text += static_cast<char>(leads[trailing] | point >> (6 * trailing));
+    for (int left = trailing - 1; left >= 0; --left) {
+        text += static_cast<char>(0x80 | (point >> (6 * left) & 0x3F));
+    }
+}
+
 }  // namespace
 
 std::string hex(std::span<const uint8_t> bytes) {
@@ -116,6 +129,40 @@ std::string one_line(std::string_view text) {
         line.pop_back();
     }
     return line;
+}
+
+std::string printable(std::string_view text) {
+    std::string shown;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<uint8_t>(text[i]);
+        const uint8_t next = i + 1 < text.size() ? static_cast<uint8_t>(text[i + 1]) : 0;
+        if (byte == 0xC2 && next >= 0x80 && next < 0xA0) {  // C1, in UTF-8
+            shown += '.';
+            ++i;
+        } else {
+            shown += byte < 0x20 || byte == 0x7F ? '.' : text[i];
+        }
+    }
+    return shown;
+}
+
+std::string utf16_text(std::span<const uint8_t> bytes, bool big_endian) {
+    const auto unit_at = [&](size_t at) {
+        return static_cast<uint32_t>(bytes[at + (big_endian ? 0 : 1)] << 8 |
+                                     bytes[at + (big_endian ? 1 : 0)]);
+    };
+    std::string text;
+    for (size_t at = 0; at + 2 <= bytes.size(); at += 2) {
+        uint32_t point = unit_at(at);
+        const bool high = point >= 0xD800 && point < 0xDC00;
+        const uint32_t low = high && at + 4 <= bytes.size() ? unit_at(at + 2) : 0;
+        if (low >= 0xDC00 && low < 0xE000) {
+            point = 0x10000 + ((point - 0xD800) << 10 | (low - 0xDC00));
+            at += 2;
+        }
+        append_utf8(point >= 0xD800 && point < 0xE000 ? '?' : point, text);
+    }
+    return text;
 }
 
 void Table::add(std::vector<std::string> row) {

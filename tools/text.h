@@ -36,6 +36,12 @@ std::string counted(size_t count, std::string_view noun);
 /// The text with every run of line ends and blanks made one blank.
 std::string one_line(std::string_view text);
 
+/// Text that came from a device, fit for a terminal: control characters become dots.
+std::string printable(std::string_view text);
+
+/// UTF-16 as UTF-8. What is no character becomes a question mark.
+std::string utf16_text(std::span<const uint8_t> bytes, bool big_endian);
+
 /// Rows in aligned columns, two blanks apart, under their titles.
 class Table {
 public:

@@ -4,8 +4,9 @@
 //
 // The device answers the library's request with the recorded response even where the recorded
 // request was another one: sensors were rearmed (GetSensorReading with rearm 1, state sensors with
-// 0x1f), commands were asked for another type or version, a request had two bytes too many. The
-// answer has the same form in all of these, and the answer is what the library decodes.
+// 0x1f), commands were asked for another type or version, parts of PDRs were asked for that are
+// longer than the library's, a request had two bytes too many. The answer has the same form in all
+// of these, and the answer is what the library decodes.
 #include <gtest/gtest.h>
 #include <sideband/pldm.h>
 #include <sideband/pldm_monitor.h>
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <map>
 
+#include "traces/pdr_check.h"
 #include "traces/record.h"
 #include "traces/replay.h"
 
@@ -222,6 +224,8 @@ const std::map<std::string, Check>& decoders() {
         {"GetPLDMCommands", get_commands},
         {"GetSensorReading", get_sensor_reading},
         {"GetStateSensorReadings", get_state_sensor_readings},
+        {"GetPDRRepositoryInfo", test::check_repository_info},
+        {"GetPDR", test::check_pdr},
     };
     return all;
 }
@@ -267,7 +271,8 @@ TEST(PldmTraces, NoRecordOfACoveredCommandIsLeftOut) {
         {"GetSensorHysteresis", 1}, {"GetSensorThresholds", 1}, {"SetTID", 1}};
     const test::Counts with_decoder = {{"GetPLDMCommands", 3},        {"GetPLDMTypes", 3},
                                        {"GetPLDMVersion", 5},         {"GetSensorReading", 16},
-                                       {"GetStateSensorReadings", 3}, {"GetTID", 1}};
+                                       {"GetStateSensorReadings", 3}, {"GetTID", 1},
+                                       {"GetPDRRepositoryInfo", 2},   {"GetPDR", 16}};
     test::Counts all = without_decoder;
     all.insert(with_decoder.begin(), with_decoder.end());
     test::expect_all_exercised("PLDM", as_recorded, all);

@@ -43,6 +43,8 @@ constexpr CommandCode kCommands[] = {
     {"PLDM", "GetSensorThresholds", 2, 0x12},
     {"PLDM", "GetSensorHysteresis", 2, 0x15},
     {"PLDM", "GetStateSensorReadings", 2, 0x21},
+    {"PLDM", "GetPDRRepositoryInfo", 2, 0x50},
+    {"PLDM", "GetPDR", 2, 0x51},
 };
 
 const CommandCode* find_command(std::string_view protocol, std::string_view command) {
@@ -60,12 +62,17 @@ Bytes cut(const Bytes& bytes, size_t front, size_t back) {
     return Bytes(bytes.begin() + static_cast<long>(front), bytes.end() - static_cast<long>(back));
 }
 
+/// A FRU record table without any message around it.
+bool is_table(std::string_view start) {
+    return start.starts_with("fru_record_table");
+}
+
 /// The message body of one side. @param start  what its first byte is
 Bytes body(const Bytes& bytes, std::string_view start, const CommandCode& command) {
     if (start == "mctp_message_type") {
         return cut(bytes, 1, 0);
     }
-    if (start == "after_mctp_message_type" || start == "pldm_header") {
+    if (start == "after_mctp_message_type" || start == "pldm_header" || is_table(start)) {
         return bytes;
     }
     if (start == "eid_then_mctp_message_type") {
@@ -118,7 +125,7 @@ Record make_record(const json& entry, const CommandCode& command) {
             side("request"),
             side("response"),
             decoded.value("request", json::object()),
-            decoded.value("response", json::object())};
+            is_table(starts_at) ? decoded : decoded.value("response", json::object())};
 }
 
 const json& file() {
@@ -150,6 +157,16 @@ std::vector<Record> records_of(std::string_view protocol) {
         const CommandCode* known = find_command(protocol, command);
         if (entry.at("protocol") == protocol && known != nullptr) {
             records.push_back(make_record(entry, *known));
+        }
+    }
+    return records;
+}
+
+std::vector<Record> records_of_command(std::string_view protocol, std::string_view command) {
+    std::vector<Record> records;
+    for (const json& entry : file()) {
+        if (entry.at("protocol") == protocol && entry.at("command") == command) {
+            records.push_back(make_record(entry, {protocol, command, 0, 0}));
         }
     }
     return records;

@@ -24,8 +24,8 @@ struct Record {
     std::string command;
     Bytes request;  ///< empty where only the other side was recorded
     Bytes response;
-    nlohmann::json request_says;  ///< the reading of the bytes that came with the record
-    nlohmann::json response_says;
+    nlohmann::json request_says;   ///< the reading of the bytes that came with the record
+    nlohmann::json response_says;  ///< of a FRU record table: of the table
 };
 
 /// For the test runner's messages.
@@ -39,6 +39,10 @@ std::string absence();
 /// The recorded exchanges of a protocol, "PLDM" or "MCTP control", whose command is in the table
 /// of commands that the tests cover. Empty where there is no folder.
 std::vector<Record> records_of(std::string_view protocol);
+
+/// The records of one command that is not in that table: those that begin with their message, and
+/// FRU record tables.
+std::vector<Record> records_of_command(std::string_view protocol, std::string_view command);
 
 using Counts = std::map<std::string, int>;
 
