@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// PDRs and FRU tables, from the library's call to the simulated terminus and back.
+// PDRs, from the library's call to the simulated terminus and back.
 #include <sideband/pldm.h>
-#include <sideband/pldm_fru.h>
 #include <sideband/pldm_monitor.h>
-
-#include <algorithm>
 
 #include "fixture.h"
 
@@ -154,56 +151,6 @@ TEST_F(Terminus, TerminusWithoutSuchARecordSaysSo) {
     EXPECT_EQ(pldm_get_pdr(&terminus, &handle, room.data(), PLDM_PDR_PART_SIZE), -1);
     EXPECT_EQ(terminus.completion_code, 0x82) << "INVALID_RECORD_HANDLE";
     EXPECT_EQ(handle, 7U);
-}
-
-// ---- FRU ----
-
-const char* const kFruFields = R"("records": [{"set": 3, "fields": [
-    {"type": "manufacturer", "text": "Example Networks"},
-    {"type": "model", "text": "EN-2x100G"}, {"type": "serial_number", "text": ""},
-    {"type": "description", "text": "a description that is long enough for a third part"}]}])";
-
-class Fru : public Terminus, public ::testing::WithParamInterface<const char*> {};
-
-TEST_P(Fru, TableOfEveryFormIsReadAndParsed) {
-    open_terminus("\"fru\": {" + std::string(GetParam()) + kFruFields + "}");
-    const bool fixed = std::string(GetParam()).find("fixed_size") != std::string::npos;
-    uint32_t length = 0;
-    ASSERT_EQ(pldm_get_FRU_record_table_metadata(&terminus, &length), 0);
-    ASSERT_EQ(length, 5U + 18 + 11 + 2 + 52);
-    Bytes table(length, 0xEE);
-    if (fixed) {
-        ASSERT_EQ(
-            pldm_get_FRU_record_table_MX(&terminus, table.data(), static_cast<int32_t>(length)), 0);
-    } else {
-        ASSERT_EQ(pldm_get_FRU_record_table(&terminus, table.data(), length), 0);
-    }
-    pldm_fru_record record{};
-    ASSERT_EQ(pldm_parse_record_table(table.data(), &record, length), 0);
-    EXPECT_EQ(record.set_identifier, 3);
-    ASSERT_EQ(record.number_of_fields, 4);
-    EXPECT_STREQ(record.fields[0].value, "Example Networks");
-    EXPECT_STREQ(record.fields[1].value, "EN-2x100G");
-    EXPECT_STREQ(record.fields[2].value, "");
-    EXPECT_STREQ(record.fields[3].value, "a description that is long enough for a third part");
-    freeFRUdata(&record);
-}
-
-INSTANTIATE_TEST_SUITE_P(Forms, Fru,
-                         ::testing::Values("", R"("part_size": 54, )",
-                                           R"("part_size": 54, "fixed_size": true, )"));
-
-TEST_F(Terminus, MetadataThatLieAboutTheTableEndTheCall) {
-    for (const char* const length : {"0", "1", "87", "89", "1000", "4294967295"}) {
-        open_terminus("\"fru\": {\"claimed_length\": " + std::string(length) + ", " + kFruFields +
-                      "}");
-        const unsigned long claimed = std::stoul(length);
-        Bytes table(std::min(claimed, 2000UL) + 1, 0xEE);
-        const int32_t result = pldm_get_FRU_record_table(&terminus, table.data(), 0);
-        // A shorter table is a part of it, pad bytes and checksum make up for one byte more.
-        EXPECT_EQ(result, claimed <= 89 ? 0 : PLDM_ERROR_ARGUMENT) << length;
-        EXPECT_EQ(table.back(), 0xEE) << "nothing behind what the metadata claimed";
-    }
 }
 
 }  // namespace
