@@ -9,7 +9,9 @@
 
 #include "tools/codes.h"
 #include "tools/command.h"
+#include "tools/fru_report.h"
 #include "tools/pldm_info.h"
+#include "tools/sensor_report.h"
 #include "tools/sensors.h"
 #include "tools/session.h"
 #include "tools/survey.h"
@@ -56,6 +58,51 @@ void show_terminus(Tour::Step& step, const Endpoint& endpoint) {
     }
     step.details = {{"tid", info.tid}, {"pldm_types", types}};
     step.result = fmt::format("TID {}, {}", info.tid, counted(info.types.size(), "PLDM type"));
+}
+
+void show_repository(Tour::Step& step, const Endpoint& endpoint) {
+    Session session(endpoint);
+    session.discover();
+    const SensorList list = find_sensors(session);
+    if (!list.sensors.empty() && !list.sensors.front().record &&
+        !list.sensors.front().undecodable) {
+        step.skip("the terminus has no PDR repository");
+        return;
+    }
+    const SensorReport report = read_sensors(session, list.sensors);
+    step.output.text(report.table.text(3));
+    step.details = report.list;
+    for (const std::vector<Failure>* failures : {&list.failures, &report.failures}) {
+        if (!failures->empty()) {
+            throw Failure(failures->front());
+        }
+    }
+    step.result = counted(list.sensors.size(), "sensor") + " described and read";
+}
+
+/// @return false where the terminus does not speak PLDM for FRU data
+bool speaks_fru(const Endpoint& endpoint) {
+    Session session(endpoint);
+    session.discover();
+    session.check_pldm(pldm_get_type(&session.pldm()), "GetPLDMTypes");
+    return (session.pldm().pldm_types[0] >> PLDM_TYPE_FRU & 1) != 0;
+}
+
+void show_fru(Tour::Step& step, const Endpoint& endpoint) {
+    if (!speaks_fru(endpoint)) {
+        step.skip("the terminus has no FRU data");
+        return;
+    }
+    Session session(endpoint);
+    session.discover();
+    const FruTable table = read_fru(session, false);
+    step.output.text(fru_text(table, 3));
+    step.details = fru_json(table);
+    if (table.failure) {
+        throw Failure(*table.failure);
+    }
+    step.result =
+        fmt::format("{}, {} bytes", counted(table.records.size(), "record"), table.length);
 }
 
 /// Reads one sensor: what a table shows of it, and what a program gets.
@@ -115,6 +162,10 @@ void show_raw(Tour::Step& step, const Endpoint& endpoint) {
 void tour_terminus(Tour& tour, Port& port, const Endpoint& endpoint) {
     tour.step("Who is there", "PLDM discovery: terminus ID, PLDM types and the version of each.",
               endpoint.name, [&](Tour::Step& step) { show_terminus(step, endpoint); });
+    tour.step("What it is made of", "The FRU record table: maker, part numbers, dates.",
+              endpoint.name, [&](Tour::Step& step) { show_fru(step, endpoint); });
+    tour.step("The PDR repository", "Its sensors as the terminus itself describes them.",
+              endpoint.name, [&](Tour::Step& step) { show_repository(step, endpoint); });
     if (!sensors_of(endpoint, true).empty()) {
         tour.step("Numeric sensors", "GetSensorReading, every two seconds of the board's time.",
                   endpoint.name,

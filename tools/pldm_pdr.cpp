@@ -48,9 +48,10 @@ std::string describe_names(const PdrRecord& record) {
     if (names.empty()) {
         return "-";
     }
-    std::string text = fmt::format("sensor {}:", names.begin()->first);
-    for (const std::string& name : names.begin()->second) {
-        text += " " + name;
+    const auto& [id, of_sensor] = *names.begin();
+    std::string text = fmt::format("sensor {}:", id);
+    for (size_t i = 0; i < of_sensor.size(); ++i) {
+        text += i > 0 && of_sensor[i] == of_sensor[i - 1] ? "" : " " + of_sensor[i];
     }
     return text;
 }

@@ -230,7 +230,9 @@ Sensor described_by(const SensorRecord& record) {
     Sensor sensor;
     sensor.id = record.sensor_id();
     sensor.numeric = record.numeric();
-    sensor.entity = entity_text(record.entity_type(), record.entity_instance());
+    if (record.entity_type() != 0) {  // unspecified
+        sensor.entity = entity_text(record.entity_type(), record.entity_instance());
+    }
     if (sensor.numeric) {
         set_scale(record.pdr.numeric, sensor);
     }

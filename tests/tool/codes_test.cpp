@@ -34,6 +34,8 @@ TEST(PldmCodes, From80OnBelongToTheCommand) {
     EXPECT_EQ(tool::pldm_code_name(2, 0x11, 0x81), "REARM_UNAVAILABLE_IN_PRESENT_STATE");
     EXPECT_EQ(tool::pldm_code_name(2, 0x20, 0x82), "EVENT_GENERATION_NOT_SUPPORTED");
     EXPECT_EQ(tool::pldm_code_name(2, 0x21, 0x80), "INVALID_SENSOR_ID");
+    EXPECT_EQ(tool::pldm_code_name(2, 0x51, 0x82), "INVALID_RECORD_HANDLE");
+    EXPECT_EQ(tool::pldm_code_name(4, 0x02, 0x85), "FRU_DATA_STRUCTURE_TABLE_UNAVAILABLE");
     EXPECT_EQ(tool::pldm_code_name(0, 0x02, 0x80), "command specific");
     EXPECT_EQ(tool::pldm_code_name(0, 0x02, 0x7F), "reserved");
 }
@@ -59,6 +61,8 @@ TEST(States, AreNamedWhereTheSetIsKnown) {
     EXPECT_EQ(tool::state_name(13, 1), "Present");
     EXPECT_EQ(tool::state_name(21, 2), "Over-temperature Shutdown");
     EXPECT_EQ(tool::state_name(33, 2), "Disconnected");
+    EXPECT_EQ(tool::state_name(15, 4), "Missing Configuration");
+    EXPECT_EQ(tool::state_name(20, 2), "Initialization In Progress");
     EXPECT_EQ(tool::state_name(1, 99), "");
     EXPECT_EQ(tool::state_name(999, 1), "");
     EXPECT_EQ(tool::operational_state_name(0), "enabled");

@@ -71,8 +71,9 @@ TEST(ToolPage, ShowsWhatTheToolPrints) {
         const Outcome run = run_tool(split(example.command));
         expect_shown(run.out + run.err, example.output);
     }
-    for (const char* command : {"demo", "scan", "mctp eid", "mctp uuid", "mctp routes", "raw",
-                                "pldm info", "pldm sensors"}) {
+    for (const char* command :
+         {"demo", "scan", "mctp eid", "mctp uuid", "mctp routes", "raw", "pldm info",
+          "pldm sensors", "pldm pdr list", "pldm pdr show", "pldm pdr dump", "pldm fru"}) {
         const bool shown = std::any_of(
             examples.begin(), examples.end(),
             [command](const Example& example) { return contains(example.command, command); });

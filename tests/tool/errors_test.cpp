@@ -52,9 +52,9 @@ TEST_F(Errors, OneSensorThatFailsDoesNotHideTheOthers) {
               "sideband-sim: pldm sensors: dev0: GetSensorReading of sensor 99 failed: completion "
               "code 0x80 (INVALID_SENSOR_ID)\n");
     EXPECT_EQ(sensors.out,
-              "ID  KIND     NAME   READING  UNIT  STATE\n"
-              "99  numeric                        failed\n"
-              "12  numeric  inlet    -21.5  degC  enabled, Normal\n");
+              "ID  NAME   ENTITY  KIND     RAW  READING  UNIT  THRESHOLDS  STATE\n"
+              "99  -      -       numeric    -        -  -     -           failed\n"
+              "12  inlet  -       numeric  -43    -21.5  degC  Normal      enabled\n");
 }
 
 TEST_F(Errors, AFailingSensorTellsProgramsItsCode) {
@@ -80,6 +80,11 @@ TEST_F(Errors, ASilentDeviceIsNotAskedForTheOtherSensors) {
     EXPECT_EQ(sensors.status, 1);
     EXPECT_EQ(sensors.err,
               "sideband-sim: pldm sensors: rec0: GetSensorReading of sensor 2 failed: no answer\n");
+}
+
+TEST_F(Errors, ARepositoryThatSaysNothingEndsWithOne) {
+    expect_error(run({"pldm", "sensors", "rec0"}), 1,
+                 "sideband-sim: pldm sensors: rec0: GetPDRRepositoryInfo failed: no answer");
 }
 
 TEST_F(Errors, AnAnswerWithoutCompletionCodeIsTooShort) {
@@ -133,8 +138,6 @@ TEST_F(Errors, WrongUsageEndsWithTwo) {
          "pldm sensors: 65536: a sensor is given as 12 or state:5, from 0 to 65535"},
         {{"pldm", "sensors", "dev0", "stat:5"},
          "pldm sensors: stat:5: a sensor is given as 12 or state:5, from 0 to 65535"},
-        {{"pldm", "sensors", "rec0"},
-         "pldm sensors: rec0: the board describes no sensors of it; give their numbers"},
     };
     for (const auto& [arguments, text] : cases) {
         SCOPED_TRACE(text);

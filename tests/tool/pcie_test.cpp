@@ -86,8 +86,8 @@ TEST_F(PcieTool, FunctionsAreFoundByTheirAddress) {
 
 TEST_F(PcieTool, SensorsAreReadOverPcie) {
     EXPECT_EQ(run({"pldm", "sensors", "gpu0"}).out,
-              "ID  KIND     NAME  READING  UNIT  STATE\n"
-              " 1  numeric  die        -7  degC  enabled, Normal\n");
+              "ID  NAME  ENTITY  KIND     RAW  READING  UNIT  THRESHOLDS  STATE\n"
+              " 1  die   -       numeric   -7       -7  degC  Normal      enabled\n");
 }
 
 TEST_F(PcieTool, DemoShowsBringUpReadingsAndTheBmcsOwnEids) {

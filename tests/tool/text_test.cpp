@@ -60,6 +60,23 @@ TEST(OneLine, MakesEveryRunOfBlanksAndLineEndsOneBlank) {
     EXPECT_EQ(tool::one_line(""), "");
 }
 
+TEST(Printable, PutsDotsForControlCharacters) {
+    EXPECT_EQ(tool::printable("a\x1b[2J\x7f\n"), "a.[2J..");
+    EXPECT_EQ(tool::printable("\u009b1m \u00b0C"), ".1m \u00b0C");
+}
+
+TEST(Utf16Text, BecomesUtf8InEitherByteOrder) {
+    EXPECT_EQ(tool::utf16_text(Bytes{0x00, 0x42, 0x00, 0xE9, 0x20, 0xAC}, true), "B\u00e9\u20ac");
+    EXPECT_EQ(tool::utf16_text(Bytes{0x42, 0x00, 0x3D, 0xD8, 0x00, 0xDE}, false), "B\U0001f600");
+}
+
+TEST(Utf16Text, SurvivesHalfPairsAndOddLengths) {
+    EXPECT_EQ(tool::utf16_text(Bytes{0xD8, 0x3D}, true), "?");
+    EXPECT_EQ(tool::utf16_text(Bytes{0xDE, 0x00, 0x00, 0x41}, true), "?A");
+    EXPECT_EQ(tool::utf16_text(Bytes{0xD8, 0x3D, 0x00, 0x41, 0x00}, true), "?A");
+    EXPECT_EQ(tool::utf16_text({}, true), "");
+}
+
 TEST(Table, AlignsNumbersRightAndTextLeftWithoutTrailingBlanks) {
     tool::Table table({{"N", true}, {"NAME"}, {"LAST"}});
     table.add({"1", "a", "x"});
