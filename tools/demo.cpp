@@ -47,10 +47,10 @@ void show_control(Tour::Step& step, const Endpoint& endpoint) {
     step.result = fmt::format("EID {}, UUID read", id.eid);
 }
 
-void show_terminus(Tour::Step& step, const Endpoint& endpoint) {
+void show_terminus(Tour::Step& step, const Endpoint& endpoint, PldmInfo& info) {
     Session session(endpoint);
     session.discover();
-    const PldmInfo info = read_pldm_info(session);
+    info = read_pldm_info(session);
     const Json types = pldm_types_json(info);
     for (const Json& type : types) {
         step.say(fmt::format("type {}  version {}  {}", type["pldm_type"].get<int>(),
@@ -80,19 +80,7 @@ void show_repository(Tour::Step& step, const Endpoint& endpoint) {
     step.result = counted(list.sensors.size(), "sensor") + " described and read";
 }
 
-/// @return false where the terminus does not speak PLDM for FRU data
-bool speaks_fru(const Endpoint& endpoint) {
-    Session session(endpoint);
-    session.discover();
-    session.check_pldm(pldm_get_type(&session.pldm()), "GetPLDMTypes");
-    return (session.pldm().pldm_types[0] >> PLDM_TYPE_FRU & 1) != 0;
-}
-
 void show_fru(Tour::Step& step, const Endpoint& endpoint) {
-    if (!speaks_fru(endpoint)) {
-        step.skip("the terminus has no FRU data");
-        return;
-    }
     Session session(endpoint);
     session.discover();
     const FruTable table = read_fru(session, false);
@@ -160,10 +148,16 @@ void show_raw(Tour::Step& step, const Endpoint& endpoint) {
 }
 
 void tour_terminus(Tour& tour, Port& port, const Endpoint& endpoint) {
+    PldmInfo info;
     tour.step("Who is there", "PLDM discovery: terminus ID, PLDM types and the version of each.",
-              endpoint.name, [&](Tour::Step& step) { show_terminus(step, endpoint); });
-    tour.step("What it is made of", "The FRU record table: maker, part numbers, dates.",
-              endpoint.name, [&](Tour::Step& step) { show_fru(step, endpoint); });
+              endpoint.name, [&](Tour::Step& step) { show_terminus(step, endpoint, info); });
+    const bool speaks_fru =
+        std::any_of(info.types.begin(), info.types.end(),
+                    [](const PldmType& type) { return type.type == PLDM_TYPE_FRU; });
+    if (speaks_fru) {
+        tour.step("What it is made of", "The FRU record table: maker, part numbers, dates.",
+                  endpoint.name, [&](Tour::Step& step) { show_fru(step, endpoint); });
+    }
     tour.step("The PDR repository", "Its sensors as the terminus itself describes them.",
               endpoint.name, [&](Tour::Step& step) { show_repository(step, endpoint); });
     if (!sensors_of(endpoint, true).empty()) {
