@@ -22,6 +22,9 @@ public:
 
     /// Copies bytes out; the target is zeroed where they are not all there.
     void copy(std::span<uint8_t> target) {
+        if (target.empty()) {
+            return;  // memcpy() takes no null pointer, not even for nothing
+        }
         const uint8_t* from = take(target.size());
         if (from != nullptr) {
             std::memcpy(target.data(), from, target.size());
