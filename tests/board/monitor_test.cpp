@@ -47,7 +47,7 @@ protected:
 /// One numeric sensor for every data size and range format, all with the ID that counts them.
 std::string every_format() {
     static constexpr const char* formats[] = {"uint8",  "sint8",  "uint16", "sint16",
-                                          "uint32", "sint32", "real32"};
+                                              "uint32", "sint32", "real32"};
     std::string sensors;
     int id = 0;
     for (const char* const size : {"1", "2", "4"}) {
