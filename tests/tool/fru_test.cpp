@@ -8,8 +8,8 @@ using tool_test::contains;
 using tool_test::expect_error;
 using tool_test::one_document;
 using tool_test::Outcome;
-using tool_test::run_tool;
-using tool_test::TemporaryFile;
+using tool_test::replay_board;
+using tool_test::run_on;
 using Json = nlohmann::ordered_json;
 
 const char* const records = R"("records": [
@@ -27,11 +27,10 @@ const char* const records = R"("records": [
 
 /// Runs a command on a terminus with a FRU table.
 Outcome run_on_table(const std::string& table_keys, std::vector<std::string> arguments) {
-    const TemporaryFile board(R"({"name": "fru", "buses": [{"bus": 1}], "devices": [
+    return run_on(R"({"name": "fru", "buses": [{"bus": 1}], "devices": [
         {"name": "nic0", "type": "pldm", "bus": 1, "address": "0x40", "fru": {)" +
-                              table_keys + "}}]}");
-    arguments.insert(arguments.end(), {"--board", board.path()});
-    return run_tool(arguments);
+                      table_keys + "}}]}",
+                  std::move(arguments));
 }
 
 const char* const table_text =
@@ -78,9 +77,9 @@ TEST(Fru, GivesProgramsTheFieldsOfTheStandard) {
 }
 
 TEST(Fru, OfATerminusWithoutATableIsRefusedByTheDevice) {
-    const TemporaryFile board(R"({"name": "fru", "buses": [{"bus": 1}], "devices": [
-        {"name": "nic0", "type": "pldm", "bus": 1, "address": "0x40"}]})");
-    expect_error(run_tool({"pldm", "fru", "nic0", "--board", board.path()}), 1,
+    const std::string board = R"({"name": "fru", "buses": [{"bus": 1}], "devices": [
+        {"name": "nic0", "type": "pldm", "bus": 1, "address": "0x40"}]})";
+    expect_error(run_on(board, {"pldm", "fru", "nic0"}), 1,
                  "sideband-sim: pldm fru: nic0: GetFRURecordTableMetadata failed: completion code "
                  "0x20 (ERROR_INVALID_PLDM_TYPE)");
 }
@@ -123,13 +122,7 @@ Outcome run_on_bytes(const std::string& table, const std::string& length) {
                                         {{"message_type", 1},
                                          {"request", "8004020000000001"},
                                          {"response", "000402000000000005" + table}}});
-    const Json device{{"name", "rec0"},    {"type", "replay"}, {"bus", 1},
-                      {"address", "0x30"}, {"eid", 12},        {"exchanges", exchanges}};
-    const Json board{{"name", "hostile"},
-                     {"buses", Json::array({{{"bus", 1}}})},
-                     {"devices", Json::array({device})}};
-    const TemporaryFile file(board.dump());
-    return run_tool({"pldm", "fru", "rec0", "--board", file.path()});
+    return run_on(replay_board(exchanges), {"pldm", "fru", "rec0"});
 }
 
 TEST(HostileFru, AFieldThatRunsPastTheTableIsReported) {

@@ -9,8 +9,8 @@ using tool_test::contains;
 using tool_test::expect_error;
 using tool_test::one_document;
 using tool_test::Outcome;
-using tool_test::run_tool;
-using tool_test::TemporaryFile;
+using tool_test::replay_board;
+using tool_test::run_on;
 using Json = nlohmann::ordered_json;
 
 std::string little_endian(uint32_t value, int bytes) {
@@ -85,15 +85,8 @@ public:
         return add(request(handle, transfer), answer(part));
     }
 
-    Outcome run(std::vector<std::string> arguments) const {
-        const Json device{{"name", "rec0"},    {"type", "replay"}, {"bus", 1},
-                          {"address", "0x30"}, {"eid", 12},        {"exchanges", exchanges_}};
-        const Json board{{"name", "hostile"},
-                         {"buses", Json::array({{{"bus", 1}}})},
-                         {"devices", Json::array({device})}};
-        const TemporaryFile file(board.dump(1));
-        arguments.insert(arguments.end(), {"--board", file.path()});
-        return run_tool(arguments);
+    Outcome run(const std::vector<std::string>& arguments) const {
+        return run_on(replay_board(exchanges_), arguments);
     }
 
 private:
@@ -123,18 +116,11 @@ const char* const healthy_board = R"({
   ]
 })";
 
-class HealthyPdrs : public ::testing::Test {
-protected:
-    Outcome run(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.end(), {"--board", board_.path()});
-        return run_tool(arguments);
-    }
+Outcome run(const std::vector<std::string>& arguments) {
+    return run_on(healthy_board, arguments);
+}
 
-private:
-    TemporaryFile board_{healthy_board};
-};
-
-TEST_F(HealthyPdrs, ListTellsWhatEachRecordDescribes) {
+TEST(HealthyPdrs, ListTellsWhatEachRecordDescribes) {
     const Outcome list = run({"pldm", "pdr", "list", "nic0"});
     EXPECT_EQ(list.err, "");
     EXPECT_EQ(list.status, 0);
@@ -154,7 +140,7 @@ TEST_F(HealthyPdrs, ListTellsWhatEachRecordDescribes) {
               "    11    99  reserved                  11  -\n");
 }
 
-TEST_F(HealthyPdrs, SensorsShowConvertedReadingsThresholdsAndStates) {
+TEST(HealthyPdrs, SensorsShowConvertedReadingsThresholdsAndStates) {
     const Outcome sensors = run({"pldm", "sensors", "nic0"});
     EXPECT_EQ(sensors.err, "");
     const char* const table =
@@ -173,7 +159,7 @@ TEST_F(HealthyPdrs, SensorsShowConvertedReadingsThresholdsAndStates) {
     EXPECT_EQ(sensors.out, table);
 }
 
-TEST_F(HealthyPdrs, ShowGivesProgramsTheFieldsOfTheStandard) {
+TEST(HealthyPdrs, ShowGivesProgramsTheFieldsOfTheStandard) {
     const Json document = one_document(run({"pldm", "pdr", "show", "nic0", "1", "--json"}).out);
     ASSERT_EQ(document["records"].size(), 1U);
     EXPECT_EQ(document["records"][0], Json::parse(R"({
@@ -192,7 +178,7 @@ TEST_F(HealthyPdrs, ShowGivesProgramsTheFieldsOfTheStandard) {
         "critical_low": 0, "fatal_high": 0, "fatal_low": 0})"));
 }
 
-TEST_F(HealthyPdrs, ShowPutsStatesIntoWords) {
+TEST(HealthyPdrs, ShowPutsStatesIntoWords) {
     const Outcome show = run({"pldm", "pdr", "show", "nic0", "7"});
     EXPECT_EQ(show.status, 0);
     EXPECT_TRUE(contains(show.out, "\nentity_type                 6      communication channel\n"))
@@ -201,7 +187,7 @@ TEST_F(HealthyPdrs, ShowPutsStatesIntoWords) {
     EXPECT_TRUE(contains(show.out, "10 Operational Fault Status: 1 Normal\n")) << show.out;
 }
 
-TEST_F(HealthyPdrs, ShowWithoutAHandleShowsTheSensors) {
+TEST(HealthyPdrs, ShowWithoutAHandleShowsTheSensors) {
     const Json all = one_document(run({"pldm", "pdr", "show", "nic0", "--json"}).out)["records"];
     ASSERT_EQ(all.size(), 4U);
     EXPECT_EQ(all[3]["composite_sensor_count"], 2);
@@ -211,7 +197,7 @@ TEST_F(HealthyPdrs, ShowWithoutAHandleShowsTheSensors) {
     EXPECT_EQ(other[0]["data"], "00");
 }
 
-TEST_F(HealthyPdrs, DumpPrintsTheBytes) {
+TEST(HealthyPdrs, DumpPrintsTheBytes) {
     const Outcome dump = run({"pldm", "pdr", "dump", "nic0", "9"});
     EXPECT_EQ(dump.status, 0);
     EXPECT_EQ(dump.out,
@@ -225,7 +211,7 @@ TEST_F(HealthyPdrs, DumpPrintsTheBytes) {
     EXPECT_EQ(json["records"][0]["next_record_handle"], 10);
 }
 
-TEST_F(HealthyPdrs, AHandleThatDoesNotExistIsRefusedByTheDevice) {
+TEST(HealthyPdrs, AHandleThatDoesNotExistIsRefusedByTheDevice) {
     expect_error(run({"pldm", "pdr", "dump", "nic0", "77"}), 1,
                  "sideband-sim: pldm pdr dump: nic0: GetPDR of record 77 failed: completion code "
                  "0x82 (INVALID_RECORD_HANDLE)");
@@ -233,7 +219,7 @@ TEST_F(HealthyPdrs, AHandleThatDoesNotExistIsRefusedByTheDevice) {
                  "sideband-sim: pldm pdr list: x: the handle is a number from 0 to 0xffffffff");
 }
 
-TEST_F(HealthyPdrs, WatchReadsAgainAndAgain) {
+TEST(HealthyPdrs, WatchReadsAgainAndAgain) {
     const Outcome twice = run({"pldm", "sensors", "nic0", "1", "--watch", "2.5", "--count", "3"});
     EXPECT_EQ(twice.status, 0);
     size_t tables = 0;
@@ -251,7 +237,7 @@ TEST_F(HealthyPdrs, WatchReadsAgainAndAgain) {
     EXPECT_EQ(document["readings"][1]["sensors"].size(), 4U);
 }
 
-TEST_F(HealthyPdrs, WatchWithoutAnEndCannotBeOneDocument) {
+TEST(HealthyPdrs, WatchWithoutAnEndCannotBeOneDocument) {
     const Outcome endless = run({"pldm", "sensors", "nic0", "--watch", "1", "--json"});
     EXPECT_EQ(endless.status, 2);
     EXPECT_EQ(

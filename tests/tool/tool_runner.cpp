@@ -162,6 +162,22 @@ std::string TemporaryFile::content() const {
     return content.str();
 }
 
+Outcome run_on(const std::string& board, std::vector<std::string> arguments) {
+    const TemporaryFile file(board);
+    arguments.insert(arguments.end(), {"--board", file.path()});
+    return run_tool(arguments);
+}
+
+std::string replay_board(const nlohmann::ordered_json& exchanges) {
+    using Json = nlohmann::ordered_json;
+    const Json device{{"name", "rec0"},    {"type", "replay"}, {"bus", 1},
+                      {"address", "0x30"}, {"eid", 12},        {"exchanges", exchanges}};
+    const Json board{{"name", "recorded"},
+                     {"buses", Json::array({{{"bus", 1}}})},
+                     {"devices", Json::array({device})}};
+    return board.dump(1);
+}
+
 Outcome OwnBoard::run(std::vector<std::string> arguments) const {
     arguments.insert(arguments.begin(), {"--board", board_.path()});
     return run_tool(arguments);

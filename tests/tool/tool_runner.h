@@ -46,6 +46,12 @@ private:
     std::string path_;
 };
 
+/// Runs the tool on the board that a text describes.
+Outcome run_on(const std::string& board, std::vector<std::string> arguments);
+
+/// A board whose one device, rec0, answers these exchanges and no others.
+std::string replay_board(const nlohmann::ordered_json& exchanges);
+
 /// The board that these tests bring along: a terminus with constant sensors, a replaying device
 /// with answers of every kind, a device that never acknowledges.
 extern const char* const test_board;
