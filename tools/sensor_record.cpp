@@ -49,7 +49,9 @@ bool read_composites(std::span<const uint8_t> raw, std::vector<CompositeSensor>&
         CompositeSensor composite;
         composite.state_set = reader.le16();
         composite.possible_states.resize(reader.u8());
-        reader.copy(composite.possible_states);
+        if (!composite.possible_states.empty()) {
+            reader.copy(composite.possible_states);
+        }
         composites.push_back(std::move(composite));
     }
     return reader.ok();
