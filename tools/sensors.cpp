@@ -152,7 +152,7 @@ std::string threshold_text(const Sensor& sensor, const NumericReading& reading) 
     if (!reading.enabled()) {
         return "-";
     }
-    const std::string name = numeric_state_name(reading.present_state);
+    std::string name = numeric_state_name(reading.present_state);
     const std::optional<double> threshold = crossed_threshold(sensor, reading);
     if (!threshold) {
         return name;

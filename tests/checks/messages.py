@@ -1,12 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
 """Puts MCTP packets together to messages and decodes them, apart from any other decoder.
 
-DSP0236 (packets and control messages), DSP0240 (PLDM base), DSP0248 (sensors).
+DSP0236 (packets and control messages), DSP0240 (PLDM base), DSP0248 (sensors), DSP0257 (FRU data).
 """
 import dataclasses
+import zlib
 
 CONTROL, PLDM = 0, 1
-PLDM_BASE, PLDM_PLATFORM = 0, 2
+PLDM_BASE, PLDM_PLATFORM, PLDM_FRU = 0, 2, 4
 
 CONTROL_COMMANDS = {  # DSP0236, table 12
     0x01: "Set Endpoint ID", 0x02: "Get Endpoint ID", 0x03: "Get Endpoint UUID",
@@ -20,7 +21,9 @@ PLDM_COMMANDS = {
     PLDM_BASE: {0x01: "SetTID", 0x02: "GetTID", 0x03: "GetPLDMVersion", 0x04: "GetPLDMTypes",
                 0x05: "GetPLDMCommands"},
     PLDM_PLATFORM: {0x10: "SetNumericSensorEnable", 0x11: "GetSensorReading",
-                    0x20: "SetStateSensorEnables", 0x21: "GetStateSensorReadings"},
+                    0x20: "SetStateSensorEnables", 0x21: "GetStateSensorReadings",
+                    0x50: "GetPDRRepositoryInfo", 0x51: "GetPDR"},
+    PLDM_FRU: {0x01: "GetFRURecordTableMetadata", 0x02: "GetFRURecordTable"},
 }
 # sensorDataSize (DSP0248, GetSensorReading): width in bytes and sign.
 READING_FORMATS = {0: (1, False), 1: (1, True), 2: (2, False), 3: (2, True), 4: (4, False),
@@ -116,3 +119,31 @@ def sensor_reading(body):
 def state_fields(body):
     """The four-byte fields of GetStateSensorReadings."""
     return [tuple(body[1 + 4 * index:5 + 4 * index]) for index in range(body[0])]
+
+
+START, END, START_AND_END = 0, 4, 5  # TransferFlag
+
+
+def is_fru_answer(message):
+    """Whether a message is a successful answer to GetFRURecordTable (DSP0257)."""
+    return (message.complete and message.type == PLDM and not message.request and
+            (message.pldm_type, message.command) == (PLDM_FRU, 0x02) and message.completion_code == 0)
+
+
+def fru_flag(message):
+    return message.body[4]
+
+
+def fru_tables(messages):
+    """The tables that came in several answers: [(last packet, whether their checksum is right)]."""
+    tables, parts = [], {}
+    for message in filter(is_fru_answer, messages):
+        key = (message.first.interface, message.first.source)
+        if fru_flag(message) in (START, START_AND_END):
+            parts[key] = b""
+        parts[key] = parts.get(key, b"") + message.body[5:]
+        if fru_flag(message) == END:
+            table = parts.pop(key)
+            checksum = int.from_bytes(table[-4:], "little")  # of the table and its pad bytes
+            tables.append((message.last, zlib.crc32(table[:-4]) == checksum))
+    return tables

@@ -12,6 +12,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import zlib
 
 sys.dont_write_bytecode = True  # no __pycache__ in the source tree
 import capture_check  # noqa: E402
@@ -269,6 +270,24 @@ class CaptureCheck(unittest.TestCase):
         self.assert_complaint(comparison, "has no end")
         comparison = self.compare((True, first), (True, last + " 00"))
         self.assert_complaint(comparison, "has no end")
+
+    def fru_parts(self, table):
+        """A FRU table in two answers, cut in the middle of a field."""
+        cut = len(table) // 2
+        start = "01 08 1d c1 01 01 04 02 00 0a 00 00 00 00 " + table[:cut].hex()
+        end = "01 08 1d c2 01 02 04 02 00 00 00 00 00 04 " + table[cut:].hex()
+        return (False, start), (False, end)
+
+    def test_puts_a_fru_table_together_and_checks_its_sum(self):
+        table = bytes.fromhex("0100010101" "0510") + b"Example Networks" + bytes(1)
+        good = table + struct.pack("<I", zlib.crc32(table))
+        self.assertEqual(self.compare(*self.fru_parts(good)).complaints, [])
+        bad = good[:10] + b"?" + good[11:]
+        self.assert_complaint(self.compare(*self.fru_parts(bad)), "do not fit its checksum")
+
+    def test_finds_a_malformed_fru_table_in_one_answer(self):
+        whole = "01 08 1d c1 01 01 04 02 00 00 00 00 00 05 01 00 01 01 01 05 10 45"
+        self.assert_complaint(self.compare((False, whole)), "alformed")
 
     def test_finds_a_wrong_version(self):
         outgoing, text = self.READING
