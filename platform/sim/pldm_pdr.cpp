@@ -10,7 +10,7 @@ namespace sim {
 
 namespace {
 
-// Completion codes of GetPDR, DSP0248, clause 26.
+// Completion codes of GetPDR (DSP0248).
 constexpr uint8_t kInvalidTransferHandle = 0x80;
 constexpr uint8_t kInvalidOperationFlag = 0x81;
 constexpr uint8_t kInvalidRecordHandle = 0x82;
@@ -37,14 +37,14 @@ Bytes sensor_record(const SensorInfo& info, const Entity& entity, bool has_names
     return out;
 }
 
-/// State Sensor PDR (DSP0248, table 80), from the terminus handle on.
+/// State Sensor PDR (DSP0248), from the terminus handle on.
 Bytes describe(const StateSensor& sensor, bool has_names) {
     Bytes out = sensor_record(sensor.info(), sensor.entity(), has_names);
     append(out, sensor.description());
     return out;
 }
 
-/// Numeric Sensor PDR (DSP0248, table 78), from the terminus handle on.
+/// Numeric Sensor PDR (DSP0248), from the terminus handle on.
 Bytes describe(const NumericSensor& sensor, bool has_names) {
     Bytes out = sensor_record(sensor.info(), sensor.entity(), has_names);
     append(out, sensor.description());
@@ -88,7 +88,7 @@ void PdrRepository::add(uint8_t type, ByteView data, uint16_t change_number, siz
     records_.push_back(std::move(record));
 }
 
-/// Sensor Auxiliary Names PDR (DSP0248, table 83): the one name, in English, for each sensor.
+/// Sensor Auxiliary Names PDR (DSP0248): the one name, in English, for each sensor.
 void PdrRepository::add_names(ObjectReader& reader, const SensorInfo& info, size_t count) {
     Bytes out;
     append_le16(out, kTerminusHandle);

@@ -10,7 +10,7 @@ namespace sim {
 
 namespace {
 
-/// sensorUnits, DSP0248, table 74, by the unit that is written for people.
+/// sensorUnits (DSP0248) by the unit that is written for people.
 const std::map<std::string, uint8_t> kBaseUnits = {
     {"", 0},      {"degC", 2},   {"degF", 3}, {"K", 4},    {"V", 5},   {"A", 6},
     {"W", 7},     {"J", 8},      {"VA", 10},  {"rpm", 19}, {"Hz", 20}, {"s", 21},
