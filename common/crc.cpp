@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Table-driven CRC-32C.
+// Table-driven CRC-32C and CRC-32.
 #include "common/crc.h"
 
 #include <array>
@@ -7,27 +7,48 @@
 namespace sideband {
 namespace {
 
-constexpr std::array<uint32_t, 256> make_crc32c_table() {
-    std::array<uint32_t, 256> table{};
+using Table = std::array<uint32_t, 256>;
+
+constexpr Table make_table(uint32_t reflected_polynomial) {
+    Table table{};
     for (uint32_t byte = 0; byte < table.size(); ++byte) {
         uint32_t crc = byte;
         for (int bit = 0; bit < 8; ++bit) {
-            crc = (crc >> 1) ^ ((crc & 1u) != 0 ? 0x82F63B78u : 0u);
+            crc = (crc >> 1) ^ ((crc & 1u) != 0 ? reflected_polynomial : 0u);
         }
         table[byte] = crc;
     }
     return table;
 }
 
-constexpr std::array<uint32_t, 256> kCrc32cTable = make_crc32c_table();
+constexpr Table kCrc32cTable = make_table(0x82F63B78u);
+constexpr Table kCrc32Table = make_table(0xEDB88320u);
+
+constexpr uint32_t step(const Table& table, uint32_t crc, uint8_t byte) {
+    return (crc >> 8) ^ table[(crc ^ byte) & 0xFFu];
+}
 
 }  // namespace
 
 uint32_t crc32c_update(uint32_t crc, std::span<const uint8_t> bytes) {
     for (const uint8_t byte : bytes) {
-        crc = (crc >> 8) ^ kCrc32cTable[(crc ^ byte) & 0xFFu];
+        crc = step(kCrc32cTable, crc, byte);
     }
     return crc;
+}
+
+uint32_t crc32(uint32_t crc, std::span<const uint8_t> bytes) {
+    crc = ~crc;
+    // Eight bytes a round, the rest one by one.
+    for (; bytes.size() >= 8; bytes = bytes.subspan(8)) {
+        for (size_t i = 0; i < 8; ++i) {
+            crc = step(kCrc32Table, crc, bytes[i]);
+        }
+    }
+    for (const uint8_t byte : bytes) {
+        crc = step(kCrc32Table, crc, byte);
+    }
+    return ~crc;
 }
 
 }  // namespace sideband

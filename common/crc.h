@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// CRC-32C, the message integrity check of MCTP messages.
+// CRC-32C, the message integrity check of MCTP messages, and the CRC-32 of package files.
 #ifndef SIDEBAND_COMMON_CRC_H
 #define SIDEBAND_COMMON_CRC_H
 
@@ -18,6 +18,9 @@ uint32_t crc32c_update(uint32_t crc, std::span<const uint8_t> bytes);
 inline uint32_t crc32c_final(uint32_t crc) {
     return ~crc;
 }
+
+/// The CRC-32 of ISO-HDLC and IEEE 802.3 (reflected: 0xEDB88320), continued from crc; 0 to start.
+uint32_t crc32(uint32_t crc, std::span<const uint8_t> bytes);
 
 }  // namespace sideband
 

@@ -4,12 +4,14 @@
 
 #include <dlfcn.h>
 #include <elf.h>
+#include <fcntl.h>
 #include <link.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -126,6 +128,52 @@ int patched_fclose(std::FILE* stream) {
     return result;
 }
 
+int patched_open(const char* path, int flags, ...) {
+    if (active->must_fail("open")) {
+        errno = active->failure_errno;
+        return -1;
+    }
+    int descriptor = open(path, flags);
+    active->opened(descriptor);
+    return descriptor;
+}
+
+int patched_close(int descriptor) {
+    active->must_fail("close");
+    active->closed(descriptor);
+    return close(descriptor);
+}
+
+void* patched_mmap(void* address, size_t length, int protection, int flags, int descriptor,
+                   off_t offset) {
+    if (active->must_fail("mmap")) {
+        errno = active->failure_errno;
+        return MAP_FAILED;
+    }
+    void* mapping = mmap(address, length, protection, flags, descriptor, offset);
+    active->mapped(mapping);
+    return mapping;
+}
+
+int patched_munmap(void* address, size_t length) {
+    bool fails = active->must_fail("munmap");
+    active->unmapped(address);
+    int result = munmap(address, length);
+    if (fails) {
+        errno = active->failure_errno;
+        return -1;
+    }
+    return result;
+}
+
+ssize_t patched_pread(int descriptor, void* buffer, size_t size, off_t offset) {
+    if (active->must_fail("pread")) {
+        errno = active->failure_errno;
+        return -1;
+    }
+    return pread(descriptor, buffer, std::min(size, active->read_at_most), offset);
+}
+
 void* patched_malloc(size_t size) {
     if (active->must_fail("malloc") || active->allocation_must_fail()) {
         errno = ENOMEM;
@@ -193,6 +241,14 @@ Substitute substitutes[] = {
     {"__fstat64_time64", address_of(patched_fstat), nullptr},
     {"fflush", address_of(patched_fflush), nullptr},
     {"fclose", address_of(patched_fclose), nullptr},
+    {"open", address_of(patched_open), nullptr},
+    {"open64", address_of(patched_open), nullptr},
+    {"close", address_of(patched_close), nullptr},
+    {"mmap", address_of(patched_mmap), nullptr},
+    {"mmap64", address_of(patched_mmap), nullptr},
+    {"munmap", address_of(patched_munmap), nullptr},
+    {"pread", address_of(patched_pread), nullptr},
+    {"pread64", address_of(patched_pread), nullptr},
     {"malloc", address_of(patched_malloc), nullptr},
     {"calloc", address_of(patched_calloc), nullptr},
     {"realloc", address_of(patched_realloc), nullptr},
@@ -396,6 +452,9 @@ int LibcPatch::allocations() const {
 
 bool LibcPatch::must_fail(const char* name) {
     std::scoped_lock guard(mutex_);
+    if (auto hook = before.find(name); hook != before.end()) {
+        hook->second();
+    }
     calls[name]++;
     if (strstr(name, "alloc") == nullptr) {
         sequence.emplace_back(name);
@@ -448,6 +507,30 @@ void LibcPatch::opened(std::FILE* stream) {
 void LibcPatch::closed(std::FILE* stream) {
     std::scoped_lock guard(mutex_);
     streams_.erase(stream);
+}
+
+void LibcPatch::opened(int descriptor) {
+    std::scoped_lock guard(mutex_);
+    if (descriptor >= 0) {
+        descriptors_.insert(descriptor);
+    }
+}
+
+void LibcPatch::closed(int descriptor) {
+    std::scoped_lock guard(mutex_);
+    descriptors_.erase(descriptor);
+}
+
+void LibcPatch::mapped(void* address) {
+    std::scoped_lock guard(mutex_);
+    if (address != MAP_FAILED) {
+        mappings_.insert(address);
+    }
+}
+
+void LibcPatch::unmapped(void* address) {
+    std::scoped_lock guard(mutex_);
+    mappings_.erase(address);
 }
 
 void LibcPatch::close_streams() {

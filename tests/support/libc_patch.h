@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -23,8 +24,10 @@ namespace test {
  *  access, fopen, rename, unlink
  *                   paths under /nv and /sys/bus/i2c/devices are looked up under root. While root
  *                   is empty, only the paths in present exist, and nothing can be opened
- *  fileno, flock, fstat, fflush, fclose
+ *  fileno, flock, fstat, fflush, fclose, pread
  *                   pass through
+ *  open, close, mmap, munmap
+ *                   pass through; what is open and mapped is counted
  *  malloc, calloc, realloc, free
  *                   pass through; the library's live blocks are counted
  *
@@ -51,13 +54,20 @@ public:
     int system_result = 0;
     std::map<std::string, int> fail;    ///< which calls fail, by libc name
     int failure_errno = 5;              ///< EIO
+    size_t read_at_most = SIZE_MAX;     ///< bytes that one pread() gives
     std::map<std::string, int> calls;   ///< calls so far, by libc name
     std::vector<std::string> sequence;  ///< the calls by name; allocations and sleeps left out
+    /// Done right before a call, by libc name: what somebody else does to the machine meanwhile.
+    std::map<std::string, std::function<void()>> before;
 
     /// Streams that the library has opened and not closed.
     size_t open_streams() const { return streams_.size(); }
     /// Closes them, so that a test that wants them open leaks nothing.
     void close_streams();
+
+    /// Descriptors from open() that were not closed, and mappings that were not unmapped.
+    size_t open_descriptors() const { return descriptors_.size(); }
+    size_t live_mappings() const { return mappings_.size(); }
 
     /// Heap blocks that the library has allocated and not freed.
     size_t live_blocks() const { return blocks_.size(); }
@@ -77,11 +87,17 @@ public:
     void forget(void* block);
     void opened(std::FILE* stream);
     void closed(std::FILE* stream);
+    void opened(int descriptor);
+    void closed(int descriptor);
+    void mapped(void* address);
+    void unmapped(void* address);
 
 private:
     std::recursive_mutex mutex_;  ///< the library may be called from several threads
     std::set<void*> blocks_;
     std::set<std::FILE*> streams_;
+    std::set<int> descriptors_;
+    std::set<void*> mappings_;
     int failing_allocation_ = 0;
 };
 

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the firmware update code shares about packages: descriptors, components, their release.
+#ifndef SIDEBAND_PLDM_FW_PACKAGE_H
+#define SIDEBAND_PLDM_FW_PACKAGE_H
+
+#include <sideband/pldm_fw_update.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "common/wire.h"
+
+namespace sideband {
+
+/// A descriptor whose bytes are all there.
+struct Descriptor {
+    uint16_t type = 0;
+    std::span<const uint8_t> value;
+
+    explicit Descriptor(const uint8_t* bytes) {
+        WireReader reader({bytes, PLDM_DESCRIPTOR_HEADER_SIZE});
+        type = reader.le16();
+        value = {bytes + PLDM_DESCRIPTOR_HEADER_SIZE, reader.le16()};
+    }
+
+    /// Bytes to the next descriptor.
+    size_t size() const { return PLDM_DESCRIPTOR_HEADER_SIZE + value.size(); }
+};
+
+/// Releases what pldm_parse_file() has put into the context and what points into it.
+void release_package(pldm_fw_update_ctx& ctx);
+
+}  // namespace sideband
+
+#endif
