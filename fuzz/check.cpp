@@ -25,6 +25,17 @@ void fail(const char* message) {
     std::abort();
 }
 
+void poison([[maybe_unused]] const void* memory, [[maybe_unused]] size_t size,
+            [[maybe_unused]] bool poisoned) {
+#ifdef SIDEBAND_FUZZ_ASAN
+    if (poisoned) {
+        __asan_poison_memory_region(memory, size);
+    } else {
+        __asan_unpoison_memory_region(memory, size);
+    }
+#endif
+}
+
 GuardedBuffer::GuardedBuffer(size_t size) : bytes_(size + 2 * kGuard, kFill) {
     poison(true);
 }
@@ -48,17 +59,9 @@ bool GuardedBuffer::untouched_from(size_t offset) const {
     return std::all_of(begin, end, [](uint8_t byte) { return byte == kFill; });
 }
 
-void GuardedBuffer::poison([[maybe_unused]] bool poisoned) const {
-#ifdef SIDEBAND_FUZZ_ASAN
-    const uint8_t* const tail = bytes_.data() + bytes_.size() - kGuard;
-    if (poisoned) {
-        __asan_poison_memory_region(bytes_.data(), kGuard);
-        __asan_poison_memory_region(tail, kGuard);
-    } else {
-        __asan_unpoison_memory_region(bytes_.data(), kGuard);
-        __asan_unpoison_memory_region(tail, kGuard);
-    }
-#endif
+void GuardedBuffer::poison(bool poisoned) const {
+    fuzz::poison(bytes_.data(), kGuard, poisoned);
+    fuzz::poison(bytes_.data() + bytes_.size() - kGuard, kGuard, poisoned);
 }
 
 }  // namespace fuzz

@@ -18,6 +18,9 @@ inline void require(bool condition, const char* message) {
     }
 }
 
+/// Forbids memory under AddressSanitizer, or allows it again; nothing without it.
+void poison(const void* memory, size_t size, bool poisoned);
+
 /// A buffer of the caller's between two guard zones. Under AddressSanitizer the zones are poisoned,
 /// so that a read shows as well; otherwise a write shows in check().
 class GuardedBuffer {

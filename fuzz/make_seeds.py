@@ -462,8 +462,85 @@ def fru_seeds():
                                   fail_allocation=2)
 
 
+# ---- Firmware update packages -------------------------------------------------------------------
+
+SEAL, TWICE = 0x01, 0x02
+FORMAT_1_0 = bytes.fromhex("f018878ccb7d49439800a02f059aca02")
+
+
+def descriptor(kind, value, length=None):
+    return struct.pack("<HH", kind, len(value) if length is None else length) + value
+
+
+def device_record(descriptors=(), version=b"r", data=b"", bitmap=b"\1", length=None, count=None,
+                  data_length=None):
+    body = (struct.pack("<BIBBH", len(descriptors) if count is None else count, 1, 1, len(version),
+                        len(data) if data_length is None else data_length) +
+            bitmap + version + b"".join(descriptors) + data)
+    return struct.pack("<H", 2 + len(body) if length is None else length) + body
+
+
+def component(offset=0, size=1, version=b"c"):
+    return struct.pack("<HHIHHIIBB", 10, 1, 0xFFFFFFFF, 0, 0, offset, size, 1,
+                       len(version)) + version
+
+
+def package(records=(), components=(), version=b"p", identifier=FORMAT_1_0, revision=1, bits=8,
+            header_size=None, record_count=None, component_count=None, image=b"\xC0", mode=SEAL,
+            **env):
+    tail = (struct.pack("<HBB", bits, 1, len(version)) + version +
+            bytes([len(records) if record_count is None else record_count]) + b"".join(records) +
+            struct.pack("<H", len(components) if component_count is None else component_count) +
+            b"".join(components) + bytes(4))
+    size = 32 + len(tail) if header_size is None else header_size
+    return (environment(**env) + bytes([mode]) + identifier + struct.pack("<BH", revision, size) +
+            bytes(13) + tail + image)
+
+
+def package_seeds():
+    vendor, device = descriptor(0, b"\xB3\x15"), descriptor(0x100, b"\x1D\x10")
+    two = [device_record([vendor, device]),
+           device_record([descriptor(0xFFFF, b"\1\1BX")], b"s", bytes(40))]
+    one = [component()]
+    yield "good", package(two, one * 3)
+    yield "good-twice", package(two, one * 3, mode=SEAL | TWICE)
+    yield "nothing", environment()
+    yield "empty", package()
+    yield "unsealed", package(two, one, mode=0)
+    yield "identifier-1-1", package(two, one, identifier=bytes.fromhex(
+        "1244d2648d7d4718a030fc8a56587d5a"), revision=2)
+    yield "revision-2", package(two, one, revision=2)
+    yield "revision-descriptor", package([device_record([descriptor(0x103, b"\7"),
+                                                        descriptor(0x103, b"\1")])], one)
+    yield "uuid", package([device_record([descriptor(2, bytes(range(16)))])], one)
+    yield "no-bitmap", package([device_record(bitmap=b"")], one, bits=7)
+    yield "bitmap-64", package([device_record(bitmap=bytes(range(8)))], one, bits=64)
+    yield "bitmap-huge", package(two, one, bits=0xFFFF)
+    yield "header-size-0", package(two, one, header_size=0)
+    yield "header-size-huge", package(two, one, header_size=0xFFFF)
+    yield "records-255", package(two, one, record_count=255)
+    yield "records-many", package([device_record()] * 100, one)
+    yield "components-65535", package(two, one, component_count=0xFFFF)
+    yield "components-many", package(two, one * 60)
+    yield "record-length-0", package([device_record(length=0)], one, record_count=255)
+    yield "record-length-1", package([device_record([vendor], length=1)], one, record_count=9)
+    yield "record-length-huge", package([device_record(length=0xFFFF)], one)
+    yield "overlap", package([device_record(data=bytes(3000), length=0)], one, record_count=255)
+    yield "descriptors-255", package([device_record([vendor], count=255)], one)
+    yield "descriptor-huge", package([device_record([descriptor(0, b"\1", 0xFFFF)])], one,
+                                     image=bytes(3000))
+    yield "descriptor-empty", package([device_record([descriptor(0, b"")])], one)
+    yield "package-data-huge", package([device_record(data_length=0xFFFF)], one)
+    yield "long-strings", package([device_record(version=b"S" * 255)],
+                                  [component(version=b"C" * 255)], b"P" * 255)
+    yield "component-outside", package(two, [component(0xFFFFFFFF, 0xFFFFFFFF), component(0, 0)])
+    for nth in range(1, 10):
+        yield f"no-memory-{nth}", package(two, one, fail_allocation=nth)
+
+
 SEEDS = {"fuzz-receive": receive_seeds, "fuzz-control": control_seeds, "fuzz-pldm": pldm_seeds,
-         "fuzz-pcie": pcie_seeds, "fuzz-pdr": pdr_seeds, "fuzz-fru": fru_seeds}
+         "fuzz-pcie": pcie_seeds, "fuzz-pdr": pdr_seeds, "fuzz-fru": fru_seeds,
+         "fuzz-package": package_seeds}
 
 
 def main():

@@ -199,15 +199,19 @@ extern "C" void __wrap_free(void* block) {
 
 // A device that sends nothing but rubbish makes the library print a hundred thousand times; that
 // would be all that a fuzzer gets done. The first lines are formatted, the rest is not.
-extern "C" int __wrap_printf(const char* format, ...) {
+extern "C" int __wrap_vprintf(const char* format, va_list arguments) {
     constexpr unsigned kFormatted = 500;
     if (++fuzz::printed > kFormatted) {
         return 0;
     }
     char line[256];
+    return std::vsnprintf(line, sizeof line, format, arguments);
+}
+
+extern "C" int __wrap_printf(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const int length = std::vsnprintf(line, sizeof line, format, arguments);
+    const int length = __wrap_vprintf(format, arguments);
     va_end(arguments);
     return length;
 }
