@@ -63,6 +63,9 @@ void run_pldm_pdr_dump(Context& context, const std::string& endpoint, const std:
 /// @param fixed_parts  the device sends the FRU table in answers of one size
 void run_pldm_fru(Context& context, const std::string& endpoint, bool fixed_parts);
 
+/// @param path  a firmware update package
+void run_pkg_show(Context& context, const std::string& path);
+
 }  // namespace tool
 
 #endif

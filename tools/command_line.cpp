@@ -19,6 +19,7 @@ constexpr const char* footer =
 struct Words {
     std::string endpoint;
     std::string type;
+    std::string package;
     std::vector<std::string> rest;
     std::string handle;
     Watch watch;
@@ -141,6 +142,14 @@ void add_pldm(CLI::App& app, const Commands& commands) {
                   "the device sends the table in answers of one size");
 }
 
+void add_pkg(CLI::App& app, const Commands& commands) {
+    CLI::App& family = add_family(app, "pkg", "firmware update packages");
+    CLI::App* show = commands.add(family, "show", "what a package holds; no device is asked",
+                                  [](Context& c, const Words& w) { run_pkg_show(c, w.package); });
+    show->add_option("PACKAGE", commands.words().package, "a PLDM firmware update package")
+        ->required();
+}
+
 /// The innermost command that the command line has named, and the words that lead to it.
 const CLI::App& innermost(const CLI::App& app, std::string& words) {
     const CLI::App* at = &app;
@@ -177,6 +186,7 @@ void parse_command_line(int argc, char** argv, CommandLine& line) {
     add_mctp(app, commands);
     add_raw(app, commands);
     add_pldm(app, commands);
+    add_pkg(app, commands);
     try {
         app.parse(argc, argv);
         innermost(app, line.command);

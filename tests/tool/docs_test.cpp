@@ -2,10 +2,13 @@
 // Tests that the tool's documentation shows what the tool really prints.
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 
 #include "tool_runner.h"
+#include "tools/package_builder.h"
 
 namespace {
 
@@ -62,7 +65,60 @@ void expect_shown(const std::string& printed, const std::string& shown) {
     EXPECT_EQ(printed.substr(printed.size() - tail.size()), tail);
 }
 
+/// The package that the page shows.
+std::vector<uint8_t> page_package() {
+    tool::PackageRecord record;
+    record.components = {0};
+    record.version = "22.41.1000";
+    record.descriptors = {{0x0000, {0xB3, 0x15}, {}},
+                          {0x0100, {0x1D, 0x10}, {}},
+                          {0x0101, {0xB3, 0x15}, {}},
+                          {0x0102, {0x17, 0x00}, {}}};
+    tool::Package package;
+    package.version = "NIC-22.41.1000";
+    package.records = {record};
+    package.components = {{.comparison_stamp = 0x16290000,
+                           .options = 2,
+                           .activation_method = 0x20,
+                           .version = "22.41.1000",
+                           .image = std::vector<uint8_t>(65536)}};
+    return tool::build_package(package);
+}
+
+/// A folder with the files that the page's commands name; they run in it.
+class PageFolder {
+public:
+    PageFolder() : before_(std::filesystem::current_path()) {
+        std::string name = ::testing::TempDir() + "sideband-page-XXXXXX";
+        if (mkdtemp(name.data()) == nullptr) {
+            throw std::runtime_error("no temporary folder " + name);
+        }
+        folder_ = name;
+        std::filesystem::current_path(folder_);
+        const std::vector<uint8_t> package = page_package();
+        put("nic.fwpkg", package, package.size());
+        put("cut.fwpkg", package, 100);
+    }
+    ~PageFolder() {
+        std::error_code ignored;
+        std::filesystem::current_path(before_, ignored);
+        std::filesystem::remove_all(folder_, ignored);
+    }
+    PageFolder(const PageFolder&) = delete;
+    PageFolder& operator=(const PageFolder&) = delete;
+
+private:
+    static void put(const char* name, const std::vector<uint8_t>& bytes, size_t size) {
+        std::ofstream(name, std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(size));
+    }
+
+    std::filesystem::path before_;
+    std::filesystem::path folder_;
+};
+
 TEST(ToolPage, ShowsWhatTheToolPrints) {
+    const PageFolder folder;
     const char* path = std::getenv("SIDEBAND_TOOL_PAGE");
     ASSERT_NE(path, nullptr);
     const std::vector<Example> examples = examples_of(path);
@@ -73,7 +129,8 @@ TEST(ToolPage, ShowsWhatTheToolPrints) {
     }
     for (const char* command :
          {"demo", "scan", "mctp eid", "mctp uuid", "mctp routes", "raw", "pldm info",
-          "pldm sensors", "pldm pdr list", "pldm pdr show", "pldm pdr dump", "pldm fru"}) {
+          "pldm sensors", "pldm pdr list", "pldm pdr show", "pldm pdr dump", "pldm fru",
+          "pkg show"}) {
         const bool shown = std::any_of(
             examples.begin(), examples.end(),
             [command](const Example& example) { return contains(example.command, command); });
