@@ -20,6 +20,10 @@
 
 #include "support/scripted_platform.h"
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace test {
 
 namespace {
@@ -155,7 +159,25 @@ void* patched_mmap(void* address, size_t length, int protection, int flags, int 
     return mapping;
 }
 
+/// Forbids memory under AddressSanitizer, or allows it again; nothing without it.
+void poison([[maybe_unused]] const void* memory, [[maybe_unused]] size_t size,
+            [[maybe_unused]] bool poisoned) {
+#ifdef __SANITIZE_ADDRESS__
+    if (poisoned) {
+        __asan_poison_memory_region(memory, size);
+    } else {
+        __asan_unpoison_memory_region(memory, size);
+    }
+#endif
+}
+
+size_t whole_pages(size_t size) {
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    return (size + page - 1) / page * page;
+}
+
 int patched_munmap(void* address, size_t length) {
+    poison(address, whole_pages(length), false);
     bool fails = active->must_fail("munmap");
     active->unmapped(address);
     int result = munmap(address, length);
@@ -171,7 +193,13 @@ ssize_t patched_pread(int descriptor, void* buffer, size_t size, off_t offset) {
         errno = active->failure_errno;
         return -1;
     }
-    return pread(descriptor, buffer, std::min(size, active->read_at_most), offset);
+    const ssize_t done = pread(descriptor, buffer, std::min(size, active->read_at_most), offset);
+    if (done == static_cast<ssize_t>(size)) {
+        // What is behind it in its page is not the file's.
+        const size_t used = reinterpret_cast<uintptr_t>(buffer) % whole_pages(1) + size;
+        poison(static_cast<uint8_t*>(buffer) + size, whole_pages(used) - used, true);
+    }
+    return done;
 }
 
 void* patched_malloc(size_t size) {
