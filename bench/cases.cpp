@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The measured exchanges over both SMBus bindings.
+// The measured exchanges over both SMBus bindings, and what else is measured.
 #include "bench/cases.h"
 
 #include <sideband/mctp.h>
@@ -127,6 +127,7 @@ constexpr Case kCases[] = {
     {"message-4096-in/software-pec", prepare_large<kSoftware>, run_large_in, verify_large},
     {"receive-packet/hardware-pec", prepare_sensor<kHardware>, run_small_in, verify_small_in},
     {"receive-packet/software-pec", prepare_sensor<kSoftware>, run_small_in, verify_small_in},
+    {"package", prepare_package, run_package, verify_package, kPackageAllocations},
 };
 
 }  // namespace

@@ -38,9 +38,10 @@ int run(const char* name, unsigned long count) {
         return 1;
     }
     const long long taken = repeat(*one, count);
-    if (taken != 0 || !one->verify()) {
+    const bool failed = taken < 0 || !one->verify();
+    if (failed || static_cast<uint64_t>(taken) != count * one->allocations) {
         std::fprintf(stderr, "bench-repeat: %s %s\n", name,
-                     taken > 0 ? "takes memory from the heap" : "failed");
+                     failed ? "failed" : "takes other memory from the heap than it should");
         return 1;
     }
     return 0;
