@@ -44,9 +44,9 @@ struct PackageComponent {
     std::string version;
     std::vector<uint8_t> image;
     // Stated instead of the right ones.
-    std::optional<uint32_t> location_offset;
-    std::optional<uint32_t> size;
-    std::optional<uint8_t> version_length;
+    std::optional<uint32_t> location_offset{};
+    std::optional<uint32_t> size{};
+    std::optional<uint8_t> version_length{};
 };
 
 /// A package of header format 1.0, unless it says otherwise.
