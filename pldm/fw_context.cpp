@@ -43,12 +43,16 @@ void sideband::release_package(pldm_fw_update_ctx& ctx) {
     release(ctx.update_list);
 }
 
+void sideband::release_device_parameters(pldm_fw_update_ctx& ctx) {
+    release_all(ctx.fd_component_params, ctx.fd_components_num);
+}
+
 int32_t pldm_free_ctx_resource(pldm_fw_update_ctx* ctx) {
     if (ctx == nullptr) {
         return 0;
     }
     sideband::release_package(*ctx);
-    release_all(ctx->fd_component_params, ctx->fd_components_num);
+    sideband::release_device_parameters(*ctx);
     release(ctx->active_version_string);
     release(ctx->pending_version_string);
     return 0;

@@ -379,20 +379,6 @@ bool Parser::compare_checksum() {
     return false;
 }
 
-/// Bytes read from the front of a file: fewer than wanted where it is shorter by now.
-size_t read_front(int descriptor, uint8_t* target, size_t size) {
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t count =
-            pread(descriptor, target + done, size - done, static_cast<off_t>(done));
-        if (count <= 0) {
-            break;
-        }
-        done += static_cast<size_t>(count);
-    }
-    return done;
-}
-
 /// Puts a private copy of the header in the place of its mapping, which then nobody can change or
 /// cut underneath the parser: a mapping reaching behind the end of its file ends the process.
 /// @return what was read; empty on failure
@@ -404,7 +390,7 @@ Bytes own_header(int descriptor, void* mapping, size_t length) {
         return {};
     }
     auto* const bytes = static_cast<uint8_t*>(own);
-    return {bytes, read_front(descriptor, bytes, size)};
+    return {bytes, sideband::read_file(descriptor, 0, {bytes, size})};
 }
 
 bool parse(int descriptor, void* mapping, size_t length, pldm_fw_update_ctx& ctx) {
@@ -417,6 +403,19 @@ bool parse(int descriptor, void* mapping, size_t length, pldm_fw_update_ctx& ctx
 }
 
 }  // namespace
+
+size_t sideband::read_file(int descriptor, uint64_t position, std::span<uint8_t> target) {
+    size_t done = 0;
+    while (done < target.size()) {
+        const ssize_t count = pread(descriptor, target.data() + done, target.size() - done,
+                                    static_cast<off_t>(position + done));
+        if (count <= 0) {
+            break;
+        }
+        done += static_cast<size_t>(count);
+    }
+    return done;
+}
 
 int32_t open_pldm_file(const char* path, void** addr, size_t* len) {
     if (path == nullptr || addr == nullptr || len == nullptr) {

@@ -30,6 +30,13 @@ struct Descriptor {
 /// Releases what pldm_parse_file() has put into the context and what points into it.
 void release_package(pldm_fw_update_ctx& ctx);
 
+/// Releases the component parameter table entries of the device.
+void release_device_parameters(pldm_fw_update_ctx& ctx);
+
+/// Reads from a position of a file, however the system divides it up.
+/// @return bytes read: fewer than wanted where the file ends before
+size_t read_file(int descriptor, uint64_t position, std::span<uint8_t> target);
+
 }  // namespace sideband
 
 #endif

@@ -183,6 +183,173 @@ SIDEBAND_EXPORT void plds_show_descriptot(const uint8_t* package_descriptor,
 SIDEBAND_EXPORT int32_t pldm_compare_descriptors(const uint8_t* package_descriptor,
                                                  const uint8_t* device_descriptor);
 
+/* ---- The agent's requests (DSP0267, PLDM for firmware update commands) ----------------------- */
+/*
+ * All take a context whose terminus is bound, and return -1 without any message where the context
+ * is null or its terminus has no transfer_op. Where an exchange fails they return its negative
+ * result, and pldm.completion_code has the device's code or PLDM_CC_RETRIES_EXHAUSTED, unless a
+ * failure mark is named below. -1 also where memory runs out or an answer is too short.
+ *
+ * Those that "go on" set the state and call fw_update_state_fn(), so that the rest of the update
+ * has been tried when they return; their result is about their own step only.
+ */
+
+/** Failure marks that the functions below leave in pldm.completion_code. */
+#define PLDM_FW_MARK_UPDATE_COMPONENT 0x14  /**< the exchange of UpdateComponent failed */
+#define PLDM_FW_MARK_REQUEST_UPDATE 0x56    /**< the device is unable to initiate an update */
+#define PLDM_FW_MARK_TRANSFER_COMPLETE 0x57 /**< error reported, or the answer was not sent */
+#define PLDM_FW_MARK_VERIFY_COMPLETE 0x58   /**< error reported, or the answer was not sent */
+#define PLDM_FW_MARK_APPLY_COMPLETE 0x59    /**< error reported, or the answer was not sent */
+
+/**
+ * Not 0: every UpdateComponent asks for a forced update; 0: where the package asks for one. Read
+ * for each request, without a lock.
+ */
+SIDEBAND_EXPORT extern int pldm_force_update_flag;
+
+/**
+ * QueryDeviceIdentifiers (0x01): whether a device record of a package is for this device. Every
+ * descriptor of the record must match one of the device's; see pldm_compare_descriptors(). The
+ * first without a match is reported. A record without descriptors matches every device that
+ * answers.
+ * @param record  with descriptors as pldm_parse_file() leaves them
+ * @return 0 where it is; -1 where it is not, or record is null; else see above
+ */
+SIDEBAND_EXPORT int32_t pldm_query_device_identifiers(pldm_fw_update_ctx* ctx,
+                                                      const pldm_device_record* record);
+
+/**
+ * GetFirmwareParameters (0x02): fills active_version_string, pending_version_string,
+ * fd_components_num and fd_component_params, and prints them; what was there is released.
+ * @return 0, also where the component table does not end inside the response or memory ran out
+ *         while it was copied: see pldm_parse_firmware_para(); -1 where the answer is to another
+ *         command; else see above
+ */
+SIDEBAND_EXPORT int32_t pldm_get_firmware_parameters(pldm_fw_update_ctx* ctx);
+
+/**
+ * Decodes a response to GetFirmwareParameters as described there. Entries that were not reached
+ * are null in fd_component_params; one that passes the end of the response is all zeros.
+ * @param response  from its PLDM header on
+ * @param length    bytes at response
+ * @return 0; -1 where an argument is null, the response ends early or memory ran out. The version
+ *         strings and the entries in front of the failure are kept
+ */
+SIDEBAND_EXPORT int32_t pldm_parse_firmware_para(pldm_fw_update_ctx* ctx, const uint8_t* response,
+                                                 int32_t length);
+
+/**
+ * RequestUpdate (0x10): offers the package to the device and, where it accepts, goes on in state 1
+ * with fd_metadata_len and fd_will_send_pkg_data as it answered. The version string is that of the
+ * record at record_index; any record but the first is remarked upon on standard output. A device
+ * that asks to be asked again (0x8E) is given a second, and the update goes on in its state.
+ * @return 0; -2 where the device was in update mode already (0x81) and CancelUpdate has been sent;
+ *         -1 where it is unable to initiate an update (0x8A, mark 0x56) or there is no such record;
+ *         else see above
+ */
+SIDEBAND_EXPORT int32_t pldm_request_firmware_update(pldm_fw_update_ctx* ctx);
+
+/**
+ * GetDeviceMetaData (0x12): has the device send its metadata, in up to seven parts, and drops it.
+ * @param len  bytes of metadata that one part may have
+ * @return 0, whether all, some or none of it came; -1 where memory ran out or the context is not
+ *         usable
+ */
+SIDEBAND_EXPORT int32_t pldm_get_device_metadata(pldm_fw_update_ctx* ctx, uint16_t len);
+
+/**
+ * UpdateComponent (0x14): offers an element of update_list and, where the device takes it, goes on
+ * in state 3 with req_fw_data_wait as it answered, or 90 seconds. Asks for a forced update where
+ * the package's ComponentOptions or pldm_force_update_flag do.
+ * @param index  into update_list
+ * @return 0; -1 where the list has no component there, the device refuses it or is not in update
+ *         mode (0x80); else see above, with mark 0x14
+ */
+SIDEBAND_EXPORT int32_t pldm_update_component_table(pldm_fw_update_ctx* ctx, uint8_t index);
+
+/**
+ * GetMetaData (0x19): the first part of the device's metadata.
+ * @param buf  receives the response from its PLDM header on
+ * @param len  room at buf in bytes
+ * @return 0; -1 where buf is null; else see above
+ */
+SIDEBAND_EXPORT int32_t pldm_get_meta_data(pldm_fw_update_ctx* ctx, uint8_t* buf, uint16_t len);
+
+/**
+ * ActivateFirmware (0x1A): the request byte is 2 where the first component of update_list wants
+ * self-contained activation, else 0.
+ * @return 0; -1 where update_list has no component, or for the codes 0x80, 0x84, 0x85, 0x8B and
+ *         0x8C; else see above
+ */
+SIDEBAND_EXPORT int32_t pldm_activate_firmware(pldm_fw_update_ctx* ctx);
+
+/** GetStatus (0x1B): prints the device's state to standard output. @return 0; else see above */
+SIDEBAND_EXPORT int32_t pldm_get_status(pldm_fw_update_ctx* ctx);
+
+/**
+ * CancelUpdateComponent (0x1C): skips the current component and goes on in state 2 with the next
+ * one. A device that is busy in background (0x86) is asked up to three times, a second apart.
+ * @return 0; -1 where the device stays busy or is not in update mode (0x80); else see above
+ */
+SIDEBAND_EXPORT int32_t pldm_cancel_update_component(pldm_fw_update_ctx* ctx);
+
+/** CancelUpdate (0x1D): as pldm_cancel_update_component(), but the update ends, in state 0. */
+SIDEBAND_EXPORT int32_t pldm_cancel_update(pldm_fw_update_ctx* ctx);
+
+/* ---- The agent's answers to the device's requests (DSP0267) ---------------------------------- */
+/*
+ * Each takes a request of the device from its PLDM header on, in a buffer of at least
+ * PLDM_FW_UPDATE_REQUEST_SIZE bytes, and answers it through send_op. -1 without an answer where an
+ * argument is null, the terminus has no send_op or memory runs out. Some progress is kept for the
+ * process: there is one update at a time.
+ */
+
+/** Bytes of the longest request of a device, RequestFirmwareData. */
+#define PLDM_FW_UPDATE_REQUEST_SIZE 11
+
+/**
+ * GetPackageData (0x11): the next part of the first device record's package data, at most
+ * max_transfer_size bytes of it. package_data_len bytes are sent in all, padded with zeros.
+ * @return 1 when the last part has been sent; otherwise the result of send_op; -1 where the answer
+ *         was an error: 0x88 where the device has not announced the command, 0x8F where there is no
+ *         package data, 0x90 for another handle than that of the next part, 0x91 for a flag that is
+ *         not GetFirstPart in the first and GetNextPart in the other requests. The next request is
+ *         then a first one again
+ */
+SIDEBAND_EXPORT int32_t pldm_get_package_data(pldm_fw_update_ctx* ctx, const uint8_t* req);
+
+/**
+ * RequestFirmwareData (0x15): a piece of the current component, from the package file, which is
+ * opened for each request. Bytes behind the end of the file are sent as zeros. Reports progress
+ * between 10 and 95 for task_id, in steps of five and more.
+ * @return the result of send_op; -1 without an answer where the file cannot be read or there is no
+ *         such component; -1 where the answer was an error: 0x82 for a piece that ends more than
+ *         max_transfer_size behind the end of the file, 0x83 for one of less than 32 or more than
+ *         max_transfer_size bytes
+ */
+SIDEBAND_EXPORT int32_t pldm_request_fw_data(pldm_fw_update_ctx* ctx, const uint8_t* req);
+
+/**
+ * TransferComplete (0x16): goes to state 4 where the device reports success, whatever the state
+ * was. Otherwise, and where the answer cannot be sent, sets mark 0x57 and cancels the component.
+ * @return 0; -1 where the component was cancelled
+ */
+SIDEBAND_EXPORT int32_t pldm_transfer_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
+
+/** VerifyComplete (0x17): as pldm_transfer_complete(), but to state 5, and mark 0x58. */
+SIDEBAND_EXPORT int32_t pldm_verify_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
+
+/**
+ * ApplyComplete (0x18): goes on in the same state with the next component where the device reports
+ * success (0 or 1). Otherwise as pldm_transfer_complete(), with mark 0x59.
+ */
+SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
+
+/* ---- The state machine ----------------------------------------------------------------------- */
+
+/** Acts once on the state of the context. @return 0 */
+SIDEBAND_EXPORT int32_t fw_update_state_fn(pldm_fw_update_ctx* ctx);
+
 SIDEBAND_END_DECLS
 
 #endif

@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the files of the firmware update agent share: codes and small steps.
+#ifndef SIDEBAND_PLDM_FW_AGENT_H
+#define SIDEBAND_PLDM_FW_AGENT_H
+
+#include <sideband/pldm_fw_update.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "common/wire.h"
+#include "pldm/exchange.h"
+
+namespace sideband {
+
+/// Command codes (DSP0267, PLDM for firmware update command codes).
+enum FwCommand : uint8_t {
+    kQueryDeviceIdentifiers = 0x01,
+    kGetFirmwareParameters = 0x02,
+    kRequestUpdate = 0x10,
+    kGetPackageData = 0x11,
+    kGetDeviceMetaData = 0x12,
+    kUpdateComponent = 0x14,
+    kRequestFirmwareData = 0x15,
+    kTransferComplete = 0x16,
+    kVerifyComplete = 0x17,
+    kApplyComplete = 0x18,
+    kGetMetaData = 0x19,
+    kActivateFirmware = 0x1A,
+    kGetStatus = 0x1B,
+    kCancelUpdateComponent = 0x1C,
+    kCancelUpdate = 0x1D,
+};
+
+/// Completion codes (DSP0267, PLDM for firmware update completion codes).
+enum FwCompletion : uint8_t {
+    kNotInUpdateMode = 0x80,
+    kAlreadyInUpdateMode = 0x81,
+    kDataOutOfRange = 0x82,
+    kInvalidTransferLength = 0x83,
+    kInvalidStateForCommand = 0x84,
+    kIncompleteUpdate = 0x85,
+    kBusyInBackground = 0x86,
+    kCommandNotExpected = 0x88,
+    kUnableToInitiateUpdate = 0x8A,
+    kActivationNotRequired = 0x8B,
+    kSelfContainedActivationNotPermitted = 0x8C,
+    kNoDeviceMetaData = 0x8D,
+    kRetryRequestUpdate = 0x8E,
+    kNoPackageData = 0x8F,
+    kInvalidTransferHandle = 0x90,
+    kInvalidTransferOperation = 0x91,
+};
+
+/// TransferOperationFlag and TransferFlag (DSP0267, common to its multi-part transfers).
+enum FwTransfer : uint8_t {
+    kGetNextPart = 0,
+    kGetFirstPart = 1,
+    kTransferStart = 1,
+    kTransferMiddle = 2,
+    kTransferEnd = 4,
+    kTransferStartAndEnd = 5,
+};
+
+/// pldm_fw_update_ctx.state.
+enum FwState : uint8_t {
+    kStateIdle = 0,
+    kStateLearnComponents = 1,
+    kStateReadyToTransfer = 2,
+    kStateDownload = 3,
+    kStateVerify = 4,
+    kStateApply = 5,
+    kStateActivate = 6,
+};
+
+/// Largest string of a PLDM message: its length is one byte.
+inline constexpr size_t kFwStringMax = 255;
+
+inline constexpr uint32_t kFwPauseUs = 1000000;
+
+/// Whether commands can be sent to the device.
+inline bool can_exchange(const pldm_fw_update_ctx* ctx) {
+    return ctx != nullptr && can_exchange(&ctx->pldm);
+}
+
+/// Starts a request: header and command. The writer stands behind them.
+WireWriter start_fw_request(std::span<uint8_t> request, FwCommand command);
+
+/// Sends a request that is a header only.
+/// @param response  room for the response, zeroed
+int32_t exchange_fw_command(pldm_fw_update_ctx& ctx, FwCommand command,
+                            std::span<uint8_t> response);
+
+/// The completion code of the last response; 0 where none came.
+uint8_t fw_completion(const pldm_fw_update_ctx& ctx, std::span<const uint8_t> response);
+
+/// The element of the update list; null where the list has none at this index or it carries no
+/// component for the device.
+const pldm_update_component* update_element(const pldm_fw_update_ctx& ctx, size_t index);
+
+}  // namespace sideband
+
+#endif
