@@ -155,7 +155,7 @@ void* patched_mmap(void* address, size_t length, int protection, int flags, int 
         return MAP_FAILED;
     }
     void* mapping = mmap(address, length, protection, flags, descriptor, offset);
-    active->mapped(mapping);
+    active->mapped(mapping, length);
     return mapping;
 }
 
@@ -194,7 +194,7 @@ ssize_t patched_pread(int descriptor, void* buffer, size_t size, off_t offset) {
         return -1;
     }
     const ssize_t done = pread(descriptor, buffer, std::min(size, active->read_at_most), offset);
-    if (done == static_cast<ssize_t>(size)) {
+    if (done == static_cast<ssize_t>(size) && active->is_mapped(buffer)) {
         // What is behind it in its page is not the file's.
         const size_t used = reinterpret_cast<uintptr_t>(buffer) % whole_pages(1) + size;
         poison(static_cast<uint8_t*>(buffer) + size, whole_pages(used) - used, true);
@@ -549,11 +549,23 @@ void LibcPatch::closed(int descriptor) {
     descriptors_.erase(descriptor);
 }
 
-void LibcPatch::mapped(void* address) {
+void LibcPatch::mapped(void* address, size_t length) {
     std::scoped_lock guard(mutex_);
     if (address != MAP_FAILED) {
-        mappings_.insert(address);
+        mappings_[address] = length;
     }
+}
+
+bool LibcPatch::is_mapped(const void* address) {
+    std::scoped_lock guard(mutex_);
+    const auto* byte = static_cast<const uint8_t*>(address);
+    for (const auto& [start, length] : mappings_) {
+        const auto* first = static_cast<const uint8_t*>(start);
+        if (byte >= first && byte < first + length) {
+            return true;
+        }
+    }
+    return false;
 }
 
 void LibcPatch::unmapped(void* address) {

@@ -89,7 +89,8 @@ public:
     void closed(std::FILE* stream);
     void opened(int descriptor);
     void closed(int descriptor);
-    void mapped(void* address);
+    void mapped(void* address, size_t length);
+    bool is_mapped(const void* address);
     void unmapped(void* address);
 
 private:
@@ -97,7 +98,7 @@ private:
     std::set<void*> blocks_;
     std::set<std::FILE*> streams_;
     std::set<int> descriptors_;
-    std::set<void*> mappings_;
+    std::map<void*, size_t> mappings_;  ///< length by address
     int failing_allocation_ = 0;
 };
 
