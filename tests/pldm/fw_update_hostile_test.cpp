@@ -2,7 +2,7 @@
 // A firmware device that answers and asks at random: nothing is read outside, lost or left open.
 #include <gtest/gtest.h>
 
-#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <memory>
