@@ -2,7 +2,10 @@
 // Small steps that the files of the firmware update agent share.
 #include "pldm/fw_agent.h"
 
+#include <sideband/platform.h>
+
 #include <array>
+#include <cstring>
 
 namespace sideband {
 
@@ -12,6 +15,25 @@ WireWriter start_fw_request(std::span<uint8_t> request, FwCommand command) {
     WireWriter writer(request);
     writer.skip(PLDM_HEADER_SIZE);
     return writer;
+}
+
+std::span<uint8_t> add_string(std::span<uint8_t> request, WireWriter& writer, uint8_t type,
+                              uint8_t length, const void* characters) {
+    writer.u8(type).u8(length);
+    std::memcpy(request.data() + writer.written(), characters, length);
+    return request.first(writer.written() + length);
+}
+
+uint8_t transfer_flag(bool first, bool last) {
+    if (first) {
+        return last ? kTransferStartAndEnd : kTransferStart;
+    }
+    return last ? kTransferEnd : kTransferMiddle;
+}
+
+void report_percentage(pldm_fw_update_ctx& ctx, uint8_t percentage) {
+    ctx.last_percentage = percentage;
+    TaskServiceUpdateTaskPercentage(ctx.task_id, percentage);
 }
 
 int32_t exchange_fw_command(pldm_fw_update_ctx& ctx, FwCommand command,

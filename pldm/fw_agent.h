@@ -5,6 +5,7 @@
 
 #include <sideband/pldm_fw_update.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -21,6 +22,7 @@ enum FwCommand : uint8_t {
     kRequestUpdate = 0x10,
     kGetPackageData = 0x11,
     kGetDeviceMetaData = 0x12,
+    kPassComponentTable = 0x13,
     kUpdateComponent = 0x14,
     kRequestFirmwareData = 0x15,
     kTransferComplete = 0x16,
@@ -77,7 +79,40 @@ enum FwState : uint8_t {
 /// Largest string of a PLDM message: its length is one byte.
 inline constexpr size_t kFwStringMax = 255;
 
+/// What RequestFirmwareData may ask for at least (DSP0267, baseline transfer size).
+inline constexpr uint32_t kTransferSizeMin = 32;
+
 inline constexpr uint32_t kFwPauseUs = 1000000;
+
+/// A request in front of its string: what is fixed, and room for the longest string.
+template <size_t FixedSize>
+using StringRequest = std::array<uint8_t, FixedSize + kFwStringMax>;
+
+/// A component image information entry, as far as the device is told of it.
+struct Component {
+    uint16_t classification;
+    uint16_t identifier;
+    uint32_t comparison_stamp;
+    uint8_t options;
+    uint8_t activation_method;
+    uint32_t size;
+    uint8_t version_type;
+    uint8_t version_length;
+    const uint8_t* version;
+
+    explicit Component(const uint8_t* entry) : version(entry + PLDM_COMPONENT_IMAGE_SIZE) {
+        WireReader reader({entry, PLDM_COMPONENT_IMAGE_SIZE});
+        classification = reader.le16();
+        identifier = reader.le16();
+        comparison_stamp = reader.le32();
+        options = static_cast<uint8_t>(reader.le16());
+        activation_method = static_cast<uint8_t>(reader.le16());
+        reader.skip(4);  // where the image is
+        size = reader.le32();
+        version_type = reader.u8();
+        version_length = reader.u8();
+    }
+};
 
 /// Whether commands can be sent to the device.
 inline bool can_exchange(const pldm_fw_update_ctx* ctx) {
@@ -87,6 +122,11 @@ inline bool can_exchange(const pldm_fw_update_ctx* ctx) {
 /// Starts a request: header and command. The writer stands behind them.
 WireWriter start_fw_request(std::span<uint8_t> request, FwCommand command);
 
+/// Puts type, length and characters of a string behind what was written.
+/// @return the request, as long as it has become
+std::span<uint8_t> add_string(std::span<uint8_t> request, WireWriter& writer, uint8_t type,
+                              uint8_t length, const void* characters);
+
 /// Sends a request that is a header only.
 /// @param response  room for the response, zeroed
 int32_t exchange_fw_command(pldm_fw_update_ctx& ctx, FwCommand command,
@@ -94,6 +134,21 @@ int32_t exchange_fw_command(pldm_fw_update_ctx& ctx, FwCommand command,
 
 /// The completion code of the last response; 0 where none came.
 uint8_t fw_completion(const pldm_fw_update_ctx& ctx, std::span<const uint8_t> response);
+
+/// TransferFlag of a part.
+uint8_t transfer_flag(bool first, bool last);
+
+/// Tells the platform how far the update is.
+void report_percentage(pldm_fw_update_ctx& ctx, uint8_t percentage);
+
+/// Fills the update list with what the matched record marks as applicable, in the order in which
+/// the device is to get it.
+/// @return false where there is nothing to update, or the device does not know a component
+bool build_update_list(pldm_fw_update_ctx& ctx);
+
+/// Sends PassComponentTable for the components of the update list.
+/// @return whether the device has accepted one
+bool pass_component_table(pldm_fw_update_ctx& ctx);
 
 /// The element of the update list; null where the list has none at this index or it carries no
 /// component for the device.

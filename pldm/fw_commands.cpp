@@ -13,31 +13,20 @@
 
 namespace {
 
+using sideband::add_string;
 using sideband::can_exchange;
+using sideband::Component;
 using sideband::exchange_fw_command;
 using sideband::fw_completion;
 using sideband::kFwPauseUs;
-using sideband::kFwStringMax;
 using sideband::pldm_exchange;
 using sideband::pldm_response_has;
 using sideband::print_line;
 using sideband::start_fw_request;
+using sideband::StringRequest;
 using sideband::too_short;
 using sideband::WireReader;
 using sideband::WireWriter;
-
-/// A request in front of its string: what is fixed, and room for the longest string.
-template <size_t FixedSize>
-using StringRequest = std::array<uint8_t, FixedSize + kFwStringMax>;
-
-/// Puts type, length and characters of a string behind what was written.
-/// @return the request, as long as it has become
-std::span<uint8_t> add_string(std::span<uint8_t> request, WireWriter& writer, uint8_t type,
-                              uint8_t length, const void* characters) {
-    writer.u8(type).u8(length);
-    std::memcpy(request.data() + writer.written(), characters, length);
-    return request.first(writer.written() + length);
-}
 
 // ---- RequestUpdate ----
 
@@ -129,32 +118,6 @@ bool get_metadata_part(pldm_fw_update_ctx& ctx, uint32_t& handle, uint8_t operat
 
 constexpr size_t kUpdateComponentSize = 22;
 constexpr uint16_t kDefaultDataWait = 90;
-
-/// A component image information entry, as far as the device is told of it.
-struct Component {
-    uint16_t classification;
-    uint16_t identifier;
-    uint32_t comparison_stamp;
-    uint8_t options;
-    uint8_t activation_method;
-    uint32_t size;
-    uint8_t version_type;
-    uint8_t version_length;
-    const uint8_t* version;
-
-    explicit Component(const uint8_t* entry) : version(entry + PLDM_COMPONENT_IMAGE_SIZE) {
-        WireReader reader({entry, PLDM_COMPONENT_IMAGE_SIZE});
-        classification = reader.le16();
-        identifier = reader.le16();
-        comparison_stamp = reader.le32();
-        options = static_cast<uint8_t>(reader.le16());
-        activation_method = static_cast<uint8_t>(reader.le16());
-        reader.skip(4);  // where the image is
-        size = reader.le32();
-        version_type = reader.u8();
-        version_length = reader.u8();
-    }
-};
 
 int32_t exchange_update_component(pldm_fw_update_ctx& ctx, const pldm_update_component& element,
                                   std::span<uint8_t> response) {
@@ -262,8 +225,6 @@ int32_t cancel(pldm_fw_update_ctx& ctx, sideband::FwCommand command, std::span<u
 }
 
 }  // namespace
-
-int pldm_force_update_flag = 0;
 
 int32_t pldm_request_firmware_update(pldm_fw_update_ctx* ctx) {
     if (!can_exchange(ctx)) {

@@ -2,7 +2,6 @@
 // The update agent's answers to what a firmware device asks for, in the order of their codes
 // (DSP0267).
 #include <sideband/debug_log.h>
-#include <sideband/platform.h>
 
 #include <algorithm>
 #include <array>
@@ -111,13 +110,6 @@ void copy_package_data(const pldm_device_record& record, size_t offset, std::spa
     }
 }
 
-uint8_t transfer_flag(bool first, bool last) {
-    if (first) {
-        return last ? sideband::kTransferStartAndEnd : sideband::kTransferStart;
-    }
-    return last ? sideband::kTransferEnd : sideband::kTransferMiddle;
-}
-
 int32_t send_package_data(pldm_fw_update_ctx& ctx, const uint8_t* req, uint32_t next_handle) {
     PackageDataProgress& progress = package_data_progress;
     // Another context may have left an offset behind the end of this one's data.
@@ -134,7 +126,7 @@ int32_t send_package_data(pldm_fw_update_ctx& ctx, const uint8_t* req, uint32_t 
                 static_cast<int>(part));
     start_answer(answer, req, PLDM_CC_SUCCESS)
         .le32(next_handle)
-        .u8(transfer_flag(progress.requests == 1, last));
+        .u8(sideband::transfer_flag(progress.requests == 1, last));
     // Of the first record, whichever matched: packages in the field are made for that.
     copy_package_data(ctx.records[0], offset, answer.subspan(kPackageDataHeaderSize));
     progress.expected_handle = next_handle;
@@ -152,9 +144,7 @@ int32_t send_package_data(pldm_fw_update_ctx& ctx, const uint8_t* req, uint32_t 
 
 // ---- RequestFirmwareData ----
 
-/// What RequestFirmwareData may ask for at least (DSP0267, baseline transfer size).
-constexpr uint32_t kTransferSizeMin = 32;
-/// And at most: an answer has its header in front.
+/// What RequestFirmwareData may ask for at most: an answer has its header in front.
 constexpr uint32_t kTransferSizeMax = UINT32_MAX - PLDM_RESPONSE_HEADER_SIZE;
 
 /// Progress last printed. Of the process, not of a context: there is one update at a time.
@@ -208,7 +198,7 @@ uint8_t judge_piece(const pldm_fw_update_ctx& ctx, size_t file_size, Piece& piec
     if (!in_range) {
         completion = refuse(sideband::kDataOutOfRange, "PLDM_FW_UPDATE_DATA_OUT_OF_RANGE");
     }
-    if (piece.length < kTransferSizeMin ||
+    if (piece.length < sideband::kTransferSizeMin ||
         piece.length > std::min(ctx.max_transfer_size, kTransferSizeMax)) {
         completion =
             refuse(sideband::kInvalidTransferLength, "PLDM_FW_UPDATE_INVALID_TRANSFER_LENGTH");
@@ -249,8 +239,7 @@ void report_progress(pldm_fw_update_ctx& ctx, const Piece& piece, uint32_t compo
         std::printf("%d%%\n", percentage);
     }
     if (percentage >= ctx.last_percentage + kStep) {
-        ctx.last_percentage = percentage;
-        TaskServiceUpdateTaskPercentage(ctx.task_id, percentage);
+        sideband::report_percentage(ctx, percentage);
     }
 }
 

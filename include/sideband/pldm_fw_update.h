@@ -10,6 +10,7 @@
 #include <stdint.h>
 
 #include <sideband/export.h>
+#include <sideband/platform.h>
 #include <sideband/pldm.h>
 
 SIDEBAND_BEGIN_DECLS
@@ -202,12 +203,6 @@ SIDEBAND_EXPORT int32_t pldm_compare_descriptors(const uint8_t* package_descript
 #define PLDM_FW_MARK_APPLY_COMPLETE 0x59    /**< error reported, or the answer was not sent */
 
 /**
- * Not 0: every UpdateComponent asks for a forced update; 0: where the package asks for one. Read
- * for each request, without a lock.
- */
-SIDEBAND_EXPORT extern int pldm_force_update_flag;
-
-/**
  * QueryDeviceIdentifiers (0x01): whether a device record of a package is for this device. Every
  * descriptor of the record must match one of the device's; see pldm_compare_descriptors(). The
  * first without a match is reported. A record without descriptors matches every device that
@@ -345,10 +340,169 @@ SIDEBAND_EXPORT int32_t pldm_verify_complete(pldm_fw_update_ctx* ctx, const uint
  */
 SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
-/* ---- The state machine ----------------------------------------------------------------------- */
+/* ---- The state machine (DSP0267, update agent and firmware device states) -------------------- */
 
-/** Acts once on the state of the context. @return 0 */
+/** Failure marks that the state machine leaves in pldm.completion_code. */
+#define PLDM_FW_MARK_PASS_COMPONENT_TABLE 0x13 /**< an exchange of PassComponentTable failed */
+#define PLDM_FW_MARK_TIMEOUT 0x5A /**< the device went silent, or asked without an end */
+
+/** Most components of a package that can be updated: their index has 8 bits. */
+#define PLDM_FW_COMPONENTS_MAX 255
+
+/**
+ * Acts once on the state of the context. What it calls goes on in the next state by calling it
+ * again, so that the rest of the update has been tried when the outermost call returns; it is
+ * nested a few levels deep for each component.
+ *
+ *  1 learn components   serves GetPackageData where the device has announced it, fetches the
+ *                       device's metadata, builds update_list from matched_record and orders it,
+ *                       sends PassComponentTable (0x13) for each component, goes on in state 2.
+ *                       Stops where the device reports no classification index for a component,
+ *                       where it accepts none, without a matched_record, without components or
+ *                       with more than PLDM_FW_COMPONENTS_MAX
+ *  2 ready to transfer  pldm_update_component_table() for component_index; a component that the
+ *                       device does not take is skipped
+ *  3 download           receives the device's requests and answers them, until the component is
+ *                       done or given up. A device that is silent for more than 6 times
+ *                       req_fw_data_wait seconds is left to itself, with PLDM_FW_MARK_TIMEOUT; so
+ *                       is one that sends several times the messages that its component takes
+ *  5 apply              state 2 for the next component; state 6 and progress 97 behind the last
+ *  6 activate           reports progress 98 and sends ActivateFirmware
+ *
+ * The other states do nothing. Each call prints the state to standard output.
+ * @return 0, whatever became of the update: pldm.completion_code and state tell; -1 where ctx is
+ *         null
+ */
 SIDEBAND_EXPORT int32_t fw_update_state_fn(pldm_fw_update_ctx* ctx);
+
+/* ---- Devices that can be updated ------------------------------------------------------------- */
+
+/** Fills a context for a card; of the platform: MCTP_binding_SMBUS(), MCTP_binding_PCIE(). */
+typedef void (*pldm_binding_setup)(struct mctp_ctx* ctx, uint8_t setup_parameter,
+                                   const plt_card_info* card);
+
+/** How the cards of a vendor are reached. 20 bytes on a 32-bit machine. */
+typedef struct pldm_fw_device {
+    uint16_t vendor_id;      /**< PCI vendor ID */
+    uint8_t setup_parameter; /**< for the binding set-up; its meaning is the platform's */
+    uint8_t reserved;
+    uint32_t pcie_transfer_size;      /**< max_transfer_size over PCIe VDM, in bytes */
+    pldm_binding_setup pcie_binding;  /**< MCTP_binding_PCIE; null: not reached over PCIe */
+    uint32_t smbus_transfer_size;     /**< max_transfer_size over SMBus, in bytes */
+    pldm_binding_setup smbus_binding; /**< MCTP_binding_SMBUS; null: not reached over SMBus */
+} pldm_fw_device;
+
+SIDEBAND_STATIC_ASSERT(sizeof(void*) != 4 || sizeof(pldm_fw_device) == 20, "device table row");
+
+/** Network cards. */
+SIDEBAND_EXPORT extern const pldm_fw_device pldm_nic_fw_table[];
+SIDEBAND_EXPORT extern const uint32_t pldm_nic_fw_table_num; /**< rows: 4 */
+/** Graphics processors. */
+SIDEBAND_EXPORT extern const pldm_fw_device pldm_gpu_fw_table[];
+SIDEBAND_EXPORT extern const uint32_t pldm_gpu_fw_table_num; /**< rows: 1 */
+
+/**
+ * Not 0: every UpdateComponent asks for a forced update; 0: where the package asks for one. Set
+ * by pldm_nic_update(), read for each request, without a lock.
+ */
+SIDEBAND_EXPORT extern int pldm_force_update_flag;
+
+/** For other users; null unless they set it, not used here. */
+SIDEBAND_EXPORT extern void* file_buf;
+
+/** @return index of the first row for the vendor, -1 where there is none */
+SIDEBAND_EXPORT int32_t pldm_get_nic_fw_index(uint16_t vendor_id);
+SIDEBAND_EXPORT int32_t pldm_get_gpu_fw_index(uint16_t vendor_id);
+
+/* ---- The update of a card -------------------------------------------------------------------- */
+/*
+ * A service checks the package against the card, updates, and is done: pldm_nic_update() releases
+ * what pldm_check_firmware_image() has set up. After a check that failed, or that no update
+ * follows, pldm_free_ua_resource() does.
+ */
+
+/** Failure marks that these leave in pldm.completion_code. */
+#define PLDM_FW_MARK_TERMINUS 0x51      /**< terminus bring-up or discovery failed */
+#define PLDM_FW_MARK_NO_FW_UPDATE 0x52  /**< the device does not support PLDM firmware update */
+#define PLDM_FW_MARK_PACKAGE 0x53       /**< the package cannot be parsed, or not be updated with */
+#define PLDM_FW_MARK_NO_RECORD 0x54     /**< no device record of the package matches */
+#define PLDM_FW_MARK_FW_PARAMETERS 0x55 /**< GetFirmwareParameters failed */
+
+/** Flags of pldm_nic_update(). */
+#define PLDM_FW_FLAG_SHOW_IMAGE 0x01 /**< with QUERY: prints the package's version as well */
+#define PLDM_FW_FLAG_QUERY 0x02      /**< prints versions, updates nothing */
+#define PLDM_FW_FLAG_FORCE 0x04      /**< asks for a forced update of every component */
+
+/** Where a card is plugged in. */
+typedef struct pldm_card_location {
+    uint8_t bus;    /**< PCIe bus number */
+    uint8_t device; /**< PCIe device number */
+} pldm_card_location;
+
+/**
+ * Brings up the terminus and sees that it can be updated: pldm_terminus_init(), pldm_discovery()
+ * and support of PLDM type 5. The terminus stays bound, also where it cannot.
+ * @param mctp  a prototype, as for pldm_terminus_init()
+ * @return 0; PLDM_ERROR_ARGUMENT where an argument is null, or with PLDM_FW_MARK_NO_FW_UPDATE;
+ *         the result of the step that failed, with PLDM_FW_MARK_TERMINUS
+ */
+SIDEBAND_EXPORT int32_t pldm_fw_update_init(pldm_fw_update_ctx* ctx, const mctp_ctx* mctp);
+
+/**
+ * Whether a package is for a graphics card: parses it, brings the card's terminus up and tries the
+ * package's device records in their order. Takes the I2C channel mutex (over SMBus) and inside it
+ * the global lock of at_p_St_GlobalVar, and holds them while it uses the bus. Sets
+ * max_transfer_size from the device table.
+ * @param path      as for pldm_parse_file()
+ * @param ctx       zeroed, apart from task_id
+ * @param location  handed to PCIEDeviceMux()
+ * @param mctp      receives the addressing that the terminus is brought up with
+ * @param card      vendor_id and flags from the caller; the rest is PCIEDeviceMux()'s
+ * @return 0 where a device record matches;
+ *         -1 GlobalParaInit() failed, a lock was refused or an argument is null;
+ *         -2 the host is not powered on;
+ *         -3 the device table has no such vendor;
+ *         -4 the binding set-up chose a binding that is neither SMBus nor PCIe;
+ *         -5 pldm_fw_update_init() failed;
+ *         -6 pldm_parse_file() failed;
+ *         -7 no device record matches
+ */
+SIDEBAND_EXPORT int32_t pldm_check_GPU_firmware_image(const char* path, pldm_fw_update_ctx* ctx,
+                                                      const pldm_card_location* location,
+                                                      mctp_ctx* mctp, plt_card_info* card);
+
+/**
+ * As pldm_check_GPU_firmware_image(), for a network card.
+ * @return 0 where a device record matches or the package has none; -1 otherwise
+ */
+SIDEBAND_EXPORT int32_t pldm_check_firmware_image(const char* path, pldm_fw_update_ctx* ctx,
+                                                  const pldm_card_location* location,
+                                                  mctp_ctx* mctp, plt_card_info* card);
+
+/**
+ * Updates a device, network card or not, with a package: every device record that matches the
+ * device is used. Opens a PCIe session unless the context has one. A device that is in update mode
+ * already is made to leave it and asked again. Everything that the context holds, its terminus
+ * included, is released before it returns; pldm.completion_code and state stay and tell which step
+ * failed. Takes no lock: the caller sees to it that there is one update at a time.
+ * @param path     as for pldm_parse_file(); without device records or with more than
+ *                 PLDM_FW_COMPONENTS_MAX components it is refused, with PLDM_FW_MARK_PACKAGE
+ * @param ctx      with its terminus bound, max_transfer_size (bytes, 32 or more) and task_id set,
+ *                 the rest zeroed or as pldm_check_firmware_image() has left it
+ * @param ignored  not looked at
+ * @param flags    PLDM_FW_FLAG_...
+ * @return result of the last RequestUpdate, or of the last CancelUpdate that failed; -1 where none
+ *         was sent, as with PLDM_FW_FLAG_QUERY
+ */
+SIDEBAND_EXPORT int32_t pldm_nic_update(const char* path, pldm_fw_update_ctx* ctx, void* ignored,
+                                        uint32_t flags);
+
+/**
+ * Releases all that the context holds: pldm_free_ctx_resource() and pldm_terminus_deinit(). A PCIe
+ * session stays open.
+ * @return 0; -1 where ctx is null
+ */
+SIDEBAND_EXPORT int32_t pldm_free_ua_resource(pldm_fw_update_ctx* ctx);
 
 SIDEBAND_END_DECLS
 
