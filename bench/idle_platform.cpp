@@ -34,7 +34,7 @@ int GetBMCCtrAdd(uint8_t* /*address*/) {
 }
 
 int libmctp_pcie_open(plt_pcie_session* /*session*/) {
-    return -1;
+    return 0;
 }
 
 void libmctp_pcie_close(plt_pcie_session* /*session*/) {}

@@ -67,29 +67,15 @@ void parse_table(pldm_ctx& /*ctx*/, Input& input) {
     require(record.fields == nullptr, "a released record has fields");
 }
 
-constexpr void (*kOperations[])(pldm_ctx&, Input&) = {
+constexpr fuzz::TerminusCall kCalls[] = {
     read_metadata, read_table, read_any_table, read_fixed_table, print_fields, parse_table,
 };
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-    constexpr int kCallsMax = 16;
     // Metadata, then the longest table in the smallest parts.
-    constexpr unsigned kPlatformCallsMax = 2 + PLDM_FRU_TABLE_LENGTH_MAX / PLDM_FRU_PART_SIZE;
-    fuzz::begin(bytes, size);
-    Input& input = fuzz::world().input;
-    mctp_ctx endpoint{};
-    endpoint.xfer = fuzz::scripted_xfer;
-    pldm_ctx ctx{};
-    require(mctp_pldm_register(&endpoint, &ctx) == 0, "not registered");
-    if ((input.u8() & 0x01) != 0) {
-        ctx.transfer_op = fuzz::scripted_transfer;
-    }
-    for (int i = 0; i < kCallsMax && (i == 0 || !input.empty()); ++i) {
-        kOperations[input.u8() % std::size(kOperations)](ctx, input);
-        fuzz::end(kPlatformCallsMax);
-    }
-    fuzz::finish();
+    constexpr unsigned kCallsMax = 2 + PLDM_FRU_TABLE_LENGTH_MAX / PLDM_FRU_PART_SIZE;
+    fuzz::run_terminus(bytes, size, kCalls, kCallsMax);
     return 0;
 }

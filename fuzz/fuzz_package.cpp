@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <string>
 
 #include "fuzz/check.h"
+#include "fuzz/file.h"
 #include "fuzz/world.h"
 
 namespace {
@@ -24,28 +24,6 @@ enum : uint8_t {
 
 /// The largest header, and some components behind it.
 constexpr size_t kFileSizeMax = 0x30000;
-
-/// A file that lives in memory and has a path nevertheless.
-class File {
-public:
-    explicit File(std::span<const uint8_t> content)
-        : descriptor_(memfd_create("package", MFD_CLOEXEC)) {
-        require(descriptor_ >= 0, "no file in memory");
-        require(write(descriptor_, content.data(), content.size()) ==
-                    static_cast<ssize_t>(content.size()),
-                "the file cannot be written");
-        path_ = "/proc/self/fd/" + std::to_string(descriptor_);
-    }
-    ~File() { close(descriptor_); }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-
-    const char* path() const { return path_.c_str(); }
-
-private:
-    int descriptor_;
-    std::string path_;
-};
 
 /// Puts the checksum where a well-formed header has it.
 void seal(std::vector<uint8_t>& bytes) {
@@ -110,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     if ((mode & kSeal) != 0) {
         seal(content);
     }
-    const File file(content);
+    const fuzz::File file(content);
     pldm_fw_update_ctx ctx{};
     for (int turn = 0; turn < ((mode & kTwice) != 0 ? 2 : 1); ++turn) {
         const int32_t result = pldm_parse_file(file.path(), &ctx);

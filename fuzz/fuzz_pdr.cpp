@@ -110,28 +110,13 @@ void decode(pldm_ctx& /*ctx*/, Input& input) {
     use_state(pdr, input);
 }
 
-constexpr void (*kOperations[])(pldm_ctx&, Input&) = {repository_info, get_record, get_decoded,
-                                                      traverse, decode};
+constexpr fuzz::TerminusCall kCalls[] = {repository_info, get_record, get_decoded, traverse,
+                                         decode};
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-    constexpr int kCallsMax = 16;
     // Seven parts, or as many answers as the input has.
-    const auto exchanges_max = static_cast<unsigned>(8 + size);
-    fuzz::begin(bytes, size);
-    Input& input = fuzz::world().input;
-    mctp_ctx endpoint{};
-    endpoint.xfer = fuzz::scripted_xfer;
-    pldm_ctx ctx{};
-    require(mctp_pldm_register(&endpoint, &ctx) == 0, "not registered");
-    if ((input.u8() & 0x01) != 0) {
-        ctx.transfer_op = fuzz::scripted_transfer;
-    }
-    for (int i = 0; i < kCallsMax && (i == 0 || !input.empty()); ++i) {
-        kOperations[input.u8() % std::size(kOperations)](ctx, input);
-        fuzz::end(exchanges_max);
-    }
-    fuzz::finish();
+    fuzz::run_terminus(bytes, size, kCalls, static_cast<unsigned>(8 + size));
     return 0;
 }

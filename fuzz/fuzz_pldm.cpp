@@ -146,7 +146,7 @@ void terminus_life(pldm_ctx& /*ctx*/, Input& input) {
     require(pldm_terminus_deinit(&terminus) == 0 && terminus.mctp == nullptr, "not released");
 }
 
-constexpr void (*kOperations[])(pldm_ctx&, Input&) = {
+constexpr fuzz::TerminusCall kCalls[] = {
     discovery_commands, enable_numeric, read_numeric,   enable_state,
     read_state,         read_state_at,  raw_operations, terminus_life,
 };
@@ -154,26 +154,8 @@ constexpr void (*kOperations[])(pldm_ctx&, Input&) = {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-    constexpr int kCallsMax = 16;
     // Ten attempts, seven parts; over SMBus some exchanges, each with its dropped packets.
-    constexpr unsigned kPlatformCallsMax = 12 * 1200;
-    fuzz::begin(bytes, size);
-    Input& input = fuzz::world().input;
-    mctp_ctx endpoint{};
-    endpoint.xfer = fuzz::scripted_xfer;
-    endpoint.send = fuzz::scripted_send;
-    endpoint.recv = fuzz::scripted_recv;
-    pldm_ctx ctx{};
-    require(mctp_pldm_register(&endpoint, &ctx) == 0, "not registered");
-    const uint8_t how = input.u8();
-    if ((how & 0x01) != 0) {
-        ctx.transfer_op = fuzz::scripted_transfer;
-    }
-    ctx.instance_id = how;
-    for (int i = 0; i < kCallsMax && (i == 0 || !input.empty()); ++i) {
-        kOperations[input.u8() % std::size(kOperations)](ctx, input);
-        fuzz::end(kPlatformCallsMax);
-    }
-    fuzz::finish();
+    constexpr unsigned kCallsMax = 12 * 1200;
+    fuzz::run_terminus(bytes, size, kCalls, kCallsMax);
     return 0;
 }

@@ -538,9 +538,131 @@ def package_seeds():
         yield f"no-memory-{nth}", package(two, one, fail_allocation=nth)
 
 
+# ---- The device's side of an update ---------------------------------------------------------------
+
+UPDATE, INVENTORY, COMMAND, ANSWER, ACT, CHECK = range(6)
+PACKAGE_DATA, OUTSIDE, SELF_CONTAINED, SOME_ONLY = 0x10, 0x20, 0x40, 0x80
+IDENTIFIERS = pldm_answer(struct.pack("<IB", 6, 1) + descriptor(0, b"\xB3\x15"))
+
+
+def shape(components=1, records=1, flags=0):
+    return components | records << 2 | flags
+
+
+def fw(*calls, what=None, image=96, transfer=64, how=0, **env):
+    return (environment(**env) + bytes([how, shape() if what is None else what]) +
+            struct.pack("<HH", image, transfer) + b"".join(calls))
+
+
+def fw_parameters(*entries, count=None, active=b"1.0", pending=b"", lengths=None):
+    table = b"".join(
+        struct.pack("<HHBIBB8xIBB8xHI", 10, identifier, index, 1, 1, len(version), 0, 1, 0, 0, 0) +
+        version for identifier, index, version in entries)
+    active_length, pending_length = lengths or (len(active), len(pending))
+    return pldm_answer(struct.pack("<IHBBBB", 0, len(entries) if count is None else count, 1,
+                                   active_length, 1, pending_length) + active + pending + table)
+
+
+def asks(command, *fields):
+    body = bytes([0x81, 0x05, command]) + b"".join(fields)
+    return bytes([0, len(body)]) + body
+
+
+def asks_data(offset, length):
+    return asks(0x15, struct.pack("<II", offset, length))
+
+
+def loads(size=96, piece=32):
+    """A component from its first piece to the report that it is applied."""
+    return (pldm_answer([0, 0, 0, 0, 0, 0, 0, 0]) +
+            b"".join(asks_data(offset, piece) for offset in range(0, size, piece)) +
+            asks(0x16, b"\0") + asks(0x17, b"\0") + asks(0x18, b"\0\0\0"))
+
+
+def starts(entries=1, metadata=0, package_data=0):
+    return (call(UPDATE, 0) + IDENTIFIERS +
+            fw_parameters(*[(i + 1, i, b"v0") for i in range(entries)]) +
+            pldm_answer(struct.pack("<HB", metadata, package_data)))
+
+
+def fw_update_seeds():
+    accepts = pldm_answer([0, 0])
+    activates = pldm_answer([5, 0])
+    offer = pldm_answer([0, 0, 0, 0, 0, 0, 0, 0])
+    begun = starts() + accepts
+    yield "whole", fw(starts(), accepts, loads(), activates)
+    yield "three-components", fw(starts(3), accepts * 3, loads(), loads(), loads(), activates,
+                                 what=shape(3))
+    yield "some-components", fw(starts(3), accepts * 2, loads(), loads(), activates,
+                                what=shape(3, 1, SOME_ONLY))
+    yield "package-data", fw(
+        starts(1, 0, 1), asks(0x11, bytes([0, 0, 0, 0, 1])), asks(0x11, bytes([1, 0, 0, 0, 0])),
+        accepts, loads(), activates, what=shape(1, 1, PACKAGE_DATA))
+    yield "package-data-of-another", fw(
+        starts(1, 0, 1), asks(0x11, bytes([0, 0, 0, 0, 1])),
+        b"".join(asks(0x11, bytes([part, 0, 0, 0, 0])) for part in range(1, 4)), accepts, loads(),
+        activates, what=shape(1, 3, PACKAGE_DATA))
+    yield "package-data-wrong-handle", fw(
+        starts(1, 0, 1), asks(0x11, bytes([0, 0, 0, 0, 1])), asks(0x11, bytes([9, 0, 0, 0, 0])),
+        what=shape(1, 1, PACKAGE_DATA))
+    yield "metadata", fw(starts(1, 8), pldm_answer([1, 0, 0, 0, 1, 5, 5]),
+                         pldm_answer([2, 0, 0, 0, 4, 5]), accepts, loads(), activates)
+    yield "query", fw(call(UPDATE, 3), IDENTIFIERS, fw_parameters((1, 0, b"v")))
+    yield "in-update-mode", fw(starts()[:-9], with_code(0x81, 2), pldm_answer([0] * 9) * 2,
+                               pldm_answer([0, 0, 0]), accepts, loads(), activates,
+                               what=shape(1, 2))
+    yield "in-update-mode-for-ever", fw(starts()[:-9], with_code(0x81, 2), pldm_answer([0] * 9),
+                                        switches=ENDLESS)
+    for code in (0x8A, 0x8E, 0x80):
+        yield f"request-update-{code:02x}", fw(starts()[:-9], with_code(code, 2))
+    yield "component-refused", fw(begun, pldm_answer([1, 6, 0, 0, 0, 0, 0, 0]), activates)
+    yield "piece-retried", fw(begun, offer, asks_data(0, 32) * 3, asks_data(64, 32), loads()[14:])
+    yield "piece-too-short", fw(begun, offer, asks_data(0, 31))
+    yield "piece-too-long", fw(begun, offer, asks_data(0, 65))
+    yield "piece-behind-the-end", fw(begun, offer, asks_data(0xFFFFFFFF, 64))
+    yield "piece-without-length", fw(begun, offer, asks_data(0, 0))
+    yield "piece-across-the-end", fw(begun, offer, asks_data(200, 64), asks_data(250, 64),
+                                     what=shape(1, 1, OUTSIDE))
+    yield "piece-cut", fw(begun, offer, asks(0x15, b"\0\0"))
+    yield "transfer-fails", fw(begun, offer, asks(0x16, b"\2"), pldm_answer([]), activates)
+    yield "verify-fails", fw(begun, offer, asks(0x16, b"\0"), asks(0x17, b"\3"), pldm_answer([]))
+    yield "apply-fails", fw(begun, offer, asks(0x16, b"\0"), asks(0x17, b"\0"),
+                            asks(0x18, b"\4\0\0"), pldm_answer([]))
+    yield "cancel-busy", fw(begun, offer, asks(0x16, b"\2"), with_code(0x86, 2) * 3)
+    yield "verify-too-early", fw(begun, offer, asks(0x17, b"\0"))
+    yield "apply-too-early", fw(begun, offer, asks(0x18, b"\0\0\0"))
+    yield "ignored-for-ever", fw(begun, offer, asks(0x12), switches=ENDLESS)
+    yield "data-for-ever", fw(begun, offer, asks_data(0, 32), switches=ENDLESS)
+    yield "data-for-ever-outside", fw(begun, offer, asks_data(0, 32), what=shape(1, 1, OUTSIDE),
+                                      switches=ENDLESS)
+    yield "answers-fail", fw(begun, offer, asks_data(0, 32), asks_data(32, 32), write_failures=0xFF)
+    yield "parameters-lie", fw(call(INVENTORY, 0), IDENTIFIERS,
+                               fw_parameters((1, 0, b"v"), count=65535))
+    yield "parameters-strings-lie", fw(call(INVENTORY, 0), IDENTIFIERS,
+                                       fw_parameters((1, 0, b"v"), lengths=(255, 255)))
+    yield "identifiers-lie", fw(call(INVENTORY, 0), pldm_answer(
+        struct.pack("<IB", 0xFFFFFFFF, 255) + descriptor(0, b"\xB2\x15", 0xFFFF)))
+    yield "identifiers-cut", fw(call(INVENTORY, 0), pldm_answer([6, 0]))
+    for which in range(7):
+        yield f"command-{which}", fw(call(COMMAND, which, 32, 0), pldm_answer(range(16)))
+    for which, fields in enumerate(([0, 0, 0, 0, 1], [0, 0, 0, 0, 32, 0, 0, 0], [0], [0], [0])):
+        yield f"answer-{which}", fw(call(ANSWER, which, 1, 0x80, 5, 0x11 + which, *fields))
+    for state in range(8):
+        yield f"state-{state}", fw(call(INVENTORY, 0), IDENTIFIERS, fw_parameters((1, 0, b"v")),
+                                   call(ACT, state, 0, 9, 0), pldm_answer([]), accepts, loads())
+    yield "check", fw(call(CHECK, 0, 0, 0, 0), packet(
+        SOM | EOM, bytes([0, 0, 2, 0, 0x1D, 0, 0]), FIX_TAG | ECHO) + packet(
+            SOM | EOM, bytes([1, 0, 0, 2, 0, 7]), FIX_TAG | ECHO) + packet(
+                SOM | EOM, bytes([1, 0, 0, 4, 0, 0x21] + [0] * 7), FIX_TAG | ECHO) + packet(
+                    SOM | EOM, bytes([1, 0, 5, 1, 0, 6, 0, 0, 0, 1, 0, 0, 2, 0, 0xB3, 0x15]),
+                    FIX_TAG | ECHO))
+    for nth in range(1, 16):
+        yield f"no-memory-{nth}", fw(starts(), accepts, loads(), activates, fail_allocation=nth)
+
+
 SEEDS = {"fuzz-receive": receive_seeds, "fuzz-control": control_seeds, "fuzz-pldm": pldm_seeds,
          "fuzz-pcie": pcie_seeds, "fuzz-pdr": pdr_seeds, "fuzz-fru": fru_seeds,
-         "fuzz-package": package_seeds}
+         "fuzz-package": package_seeds, "fuzz-fw-update": fw_update_seeds}
 
 
 def main():

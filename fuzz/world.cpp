@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "fuzz/check.h"
 
@@ -137,10 +138,14 @@ int32_t scripted_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8
 int32_t scripted_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
     World& at = the_world;
     ++at.reads;
-    if (at.input.empty()) {
+    const bool control = ctx->msg_type == MCTP_MSG_TYPE_CONTROL;
+    // Who waits for control requests waits for ever: there the script has an end.
+    if (at.input.empty() && (control || !at.endless)) {
+        constexpr long kSilence = 100;
+        at.seconds += kSilence;
         return -1;
     }
-    const Answer answer = next_answer(1);
+    const Answer answer = next_answer(control ? 1 : 2);
     const int32_t stored = std::min(answer.result, length);
     if (stored > 0) {
         std::copy_n(answer.bytes.begin(), stored, buffer);
@@ -155,6 +160,29 @@ int32_t scripted_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t respon
                     0);
 }
 
+void run_terminus(const uint8_t* bytes, size_t size, std::span<const TerminusCall> calls,
+                  unsigned calls_max) {
+    constexpr int kCalls = 16;
+    begin(bytes, size);
+    Input& input = the_world.input;
+    mctp_ctx endpoint{};
+    endpoint.xfer = scripted_xfer;
+    endpoint.send = scripted_send;
+    endpoint.recv = scripted_recv;
+    pldm_ctx ctx{};
+    require(mctp_pldm_register(&endpoint, &ctx) == 0, "not registered");
+    const uint8_t mode = input.u8();
+    if ((mode & 0x01) != 0) {
+        ctx.transfer_op = scripted_transfer;
+    }
+    ctx.instance_id = mode;
+    for (int i = 0; i < kCalls && (i == 0 || !input.empty()); ++i) {
+        calls[input.u8() % calls.size()](ctx, input);
+        end(calls_max);
+    }
+    finish();
+}
+
 }  // namespace fuzz
 
 // Time costs nothing, nothing is run, and no file exists but where the input says so.
@@ -162,6 +190,10 @@ int32_t scripted_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t respon
 extern "C" int usleep(useconds_t /*microseconds*/) {
     ++fuzz::world().sleeps;
     return 0;
+}
+
+extern "C" time_t time(time_t* /*result*/) noexcept {
+    return fuzz::world().seconds;
 }
 
 extern "C" int access(const char* path, int /*mode*/) noexcept {

@@ -8,6 +8,7 @@
 #include <sideband/pldm.h>
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "fuzz/input.h"
@@ -45,6 +46,7 @@ struct World {
     unsigned writes = 0;
     unsigned reads = 0;
     unsigned sleeps = 0;
+    long seconds = 0;        ///< what time() says
     unsigned exchanges = 0;  ///< calls of scripted_xfer() or PltMCTP_WriteRead()
     uint8_t last_tag = 0;
     uint8_t last_instance = 0;
@@ -99,6 +101,16 @@ int32_t scripted_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
 /// A transfer operation that hands completion codes through, as a caller may install one.
 int32_t scripted_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_capacity,
                           uint8_t* request, uint8_t* response);
+
+/// A call into the library over a bound terminus, with arguments from the input.
+using TerminusCall = void (*)(pldm_ctx&, Input&);
+
+/// Runs an input that is an environment record, a mode byte and then calls, each with its number
+/// in front: mode bit 0 puts scripted_transfer() in place of the transfer operation, and all of it
+/// is the first instance ID.
+/// @param calls_max  bound on the platform's calls in each of them
+void run_terminus(const uint8_t* bytes, size_t size, std::span<const TerminusCall> calls,
+                  unsigned calls_max);
 
 }  // namespace fuzz
 

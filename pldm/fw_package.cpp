@@ -467,6 +467,7 @@ int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ctx) {
     }
     sideband::release_package(*ctx);
     ctx->package_file = path;
+    ctx->package_size = length;
     const int32_t result = parse(descriptor, mapping, length, *ctx) ? 0 : -1;
     close_pldm_file(descriptor, mapping, length);
     console_log("[RUWA][%s]res=%d \n", "pldm_parse_file", result);

@@ -3,6 +3,7 @@
 // component (DSP0267, update agent and firmware device states).
 #include <sideband/debug_log.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -22,7 +23,8 @@ constexpr uint16_t kDataWait = 90;
 constexpr int kWaits = 6;
 
 /// Most messages that the device gets to send in one loop: four times those that the data takes in
-/// its smallest pieces, and some more.
+/// its smallest pieces, and some more. What a component claims to have behind the end of the file
+/// does not count.
 uint64_t messages_max(const pldm_fw_update_ctx& ctx) {
     constexpr uint64_t kSpare = 4096;
     constexpr uint64_t kTries = 4;
@@ -30,8 +32,8 @@ uint64_t messages_max(const pldm_fw_update_ctx& ctx) {
     if (ctx.state != sideband::kStateDownload || element == nullptr) {
         return kSpare + kTries * ctx.package_data_len;
     }
-    return kSpare +
-           kTries * (sideband::Component(element->image).size / sideband::kTransferSizeMin);
+    const size_t size = std::min<size_t>(sideband::Component(element->image).size, ctx.package_size);
+    return kSpare + kTries * (size / sideband::kTransferSizeMin);
 }
 
 /// Answers a request.

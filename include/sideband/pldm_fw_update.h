@@ -101,6 +101,7 @@ typedef struct pldm_fw_update_ctx {
     pldm_device_record* matched_record; /**< the entry of records that matched the device */
     pldm_update_component* update_list; /**< component_num entries */
     void* pcie_session; /**< open PCIe session, null for none; see mctp_ctx.pcie_session */
+    size_t package_size; /**< bytes of the package file when it was parsed */
 } pldm_fw_update_ctx;
 
 /* ---- The package file ------------------------------------------------------------------------ */
@@ -365,7 +366,8 @@ SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8
  *  3 download           receives the device's requests and answers them, until the component is
  *                       done or given up. A device that is silent for more than 6 times
  *                       req_fw_data_wait seconds is left to itself, with PLDM_FW_MARK_TIMEOUT; so
- *                       is one that sends several times the messages that its component takes
+ *                       is one that sends several times the messages that its component takes,
+ *                       as far as that is in the package
  *  5 apply              state 2 for the next component; state 6 and progress 97 behind the last
  *  6 activate           reports progress 98 and sends ActivateFirmware
  *
