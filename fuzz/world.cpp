@@ -138,18 +138,17 @@ int32_t scripted_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8
 int32_t scripted_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
     World& at = the_world;
     ++at.reads;
+    constexpr long kSilence = 100;
     const bool control = ctx->msg_type == MCTP_MSG_TYPE_CONTROL;
     // Who waits for control requests waits for ever: there the script has an end.
-    if (at.input.empty() && (control || !at.endless)) {
-        constexpr long kSilence = 100;
+    const bool silent = at.input.empty() && (control || !at.endless);
+    const Answer answer = silent ? Answer{} : next_answer(control ? 1 : 2);
+    if (answer.result < 0) {
         at.seconds += kSilence;
-        return -1;
+        return answer.result;
     }
-    const Answer answer = next_answer(control ? 1 : 2);
     const int32_t stored = std::min(answer.result, length);
-    if (stored > 0) {
-        std::copy_n(answer.bytes.begin(), stored, buffer);
-    }
+    std::copy_n(answer.bytes.begin(), std::max(stored, 0), buffer);
     ctx->binding_eids[0] = at.last_instance;
     return stored;
 }
