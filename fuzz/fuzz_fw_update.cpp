@@ -101,7 +101,7 @@ void inventory(pldm_fw_update_ctx& ctx, Input& input, const char* path) {
     }
     const int32_t result = pldm_get_firmware_parameters(&ctx);
     require_result(result);
-    require(result < 0 ||
+    require(result < 0 || fuzz::world().fail_allocation != 0 ||
                 (ctx.active_version_string != nullptr && ctx.pending_version_string != nullptr),
             "a device without versions");
 }

@@ -25,11 +25,21 @@ std::string mpio_and_functions(const std::string& mpio_keys) {
          "exchanges": [{"message_type": 1, "request": "800002", "response": "0000020009"}]})";
 }
 
+int32_t bring_mpio_up(mctp_ctx& mpio) {
+    mpio = {};
+    _init_amd_mpio_ctx(&mpio);
+    return init_amd_mpio_if_need(&mpio);
+}
+
 void BoardRun::open(const std::string& text) {
     sim::BoardError error;
     board = sim::Board::parse(text, error);
     ASSERT_NE(board, nullptr) << error.message("board");
     sim::Board::use(board.get());
+}
+
+void BoardRun::open_with_mpio(const std::string& mpio_keys) {
+    open(board_with(R"("platform": {"mpio_state": "wanted"}, )", mpio_and_functions(mpio_keys)));
 }
 
 void BoardRun::TearDown() {

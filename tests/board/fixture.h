@@ -33,9 +33,14 @@ private:
     test::Capture capture_;
 };
 
+/// Initialises a context for the MPIO and brings it up where that is needed. @return the result
+int32_t bring_mpio_up(mctp_ctx& mpio);
+
 class BoardRun : public ::testing::Test {
 protected:
     void open(const std::string& text);
+    /// Opens a board whose MPIO, with these further keys, is wanted and not up yet.
+    void open_with_mpio(const std::string& mpio_keys = "");
     /// Expects that no lock is held and none was misused.
     void TearDown() override;
 

@@ -6,10 +6,9 @@ namespace {
 
 using board_test::board_with;
 using board_test::BoardRun;
+using board_test::bring_mpio_up;
 using board_test::LoggedRun;
 using board_test::mpio_and_functions;
-
-const std::string wanted = R"("platform": {"mpio_state": "wanted"}, )";
 
 /// How the MPIO treats one command, and what the library must say about it.
 struct Refusal {
@@ -32,17 +31,15 @@ const Refusal refusals[] = {
 class RefusedStep : public BoardRun, public ::testing::WithParamInterface<Refusal> {
 protected:
     void open_with(const std::string& outcome) {
-        open(board_with(wanted, mpio_and_functions(R"(, "steps": [{"command": ")" +
-                                                   std::string(GetParam().command) + R"(", )" +
-                                                   outcome + "}]")));
+        open_with_mpio(R"(, "steps": [{"command": ")" + std::string(GetParam().command) + R"(", )" +
+                       outcome + "}]");
     }
 
     /// Result, state word, log line, marker; the locks are looked at in the end.
     void expect_failure() {
         LoggedRun log;
-        mctp_ctx mpio{};
-        _init_amd_mpio_ctx(&mpio);
-        const int32_t result = init_amd_mpio_if_need(&mpio);
+        mctp_ctx mpio;
+        const int32_t result = bring_mpio_up(mpio);
         const std::string text = log.text();
         EXPECT_EQ(result, -1);
         EXPECT_EQ(text, "try do_init_amd_mpio\n" + std::string(GetParam().log) +
@@ -71,9 +68,8 @@ TEST_P(RefusedStep, AnswerAfterTheTimeLimitEndsTheBringUp) {
 
 TEST_P(RefusedStep, NotReadyTwiceIsAskedAgain) {
     open_with(R"("outcome": "not_ready", "count": 2)");
-    mctp_ctx mpio{};
-    _init_amd_mpio_ctx(&mpio);
-    EXPECT_EQ(init_amd_mpio_if_need(&mpio), 0);
+    mctp_ctx mpio;
+    EXPECT_EQ(bring_mpio_up(mpio), 0);
     EXPECT_EQ(board->mpio_state(), 16U);
     EXPECT_TRUE(has_marker());
     EXPECT_GE(board->now_us(), 3'100'000U) << "two pauses of 50 ms and 3 s of rest";
@@ -85,11 +81,10 @@ INSTANTIATE_TEST_SUITE_P(Mpio, RefusedStep, ::testing::ValuesIn(refusals),
 class MpioRun : public BoardRun {};
 
 TEST_F(MpioRun, BringUpGivesTheMpioAnEidAndItsFunctionsAPool) {
-    open(board_with(wanted, mpio_and_functions()));
+    open_with_mpio();
     LoggedRun log;
-    mctp_ctx mpio{};
-    _init_amd_mpio_ctx(&mpio);
-    const int32_t result = init_amd_mpio_if_need(&mpio);
+    mctp_ctx mpio;
+    const int32_t result = bring_mpio_up(mpio);
     EXPECT_EQ(log.text(),
               "try do_init_amd_mpio\n[mctp_assign_eid][1371] successful, new eid: 0x10\n");
     EXPECT_EQ(result, 0);
@@ -111,19 +106,17 @@ TEST_F(MpioRun, BringUpGivesTheMpioAnEidAndItsFunctionsAPool) {
 
 TEST_F(MpioRun, BringUpThatIsDoneSendsNothing) {
     open(board_with(R"("platform": {"mpio_state": "0x21"}, )", mpio_and_functions()));
-    mctp_ctx mpio{};
-    _init_amd_mpio_ctx(&mpio);
-    EXPECT_EQ(init_amd_mpio_if_need(&mpio), 0);
+    mctp_ctx mpio;
+    EXPECT_EQ(bring_mpio_up(mpio), 0);
     EXPECT_EQ(board->pcie_statistics().packets, 0U);
     EXPECT_EQ(board->mpio_state(), 0x21U);
     EXPECT_FALSE(has_marker());
 }
 
 TEST_F(MpioRun, LookUpFollowsTheTableOverSeveralParts) {
-    open(board_with(wanted, mpio_and_functions(R"(, "entries_per_part": 1)")));
-    mctp_ctx mpio{};
-    _init_amd_mpio_ctx(&mpio);
-    ASSERT_EQ(init_amd_mpio_if_need(&mpio), 0);
+    open_with_mpio(R"(, "entries_per_part": 1)");
+    mctp_ctx mpio;
+    ASSERT_EQ(bring_mpio_up(mpio), 0);
     const uint64_t before = board->pcie_statistics().messages;
     mctp_ctx last = context_of("nic0");
     EXPECT_EQ(mctp_init2(&last), 0);
@@ -133,10 +126,9 @@ TEST_F(MpioRun, LookUpFollowsTheTableOverSeveralParts) {
 }
 
 TEST_F(MpioRun, LookUpOfAStrangerReadsTheWholeTableAndAllocatesAgain) {
-    open(board_with(wanted, mpio_and_functions(R"(, "entries_per_part": 2)")));
-    mctp_ctx mpio{};
-    _init_amd_mpio_ctx(&mpio);
-    ASSERT_EQ(init_amd_mpio_if_need(&mpio), 0);
+    open_with_mpio(R"(, "entries_per_part": 2)");
+    mctp_ctx mpio;
+    ASSERT_EQ(bring_mpio_up(mpio), 0);
     const uint64_t before = board->pcie_statistics().messages;
     mctp_ctx stranger = context_of("gpu0");
     stranger.pcie_bdf[2] = 2;

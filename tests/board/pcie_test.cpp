@@ -9,16 +9,13 @@ namespace {
 
 using board_test::board_with;
 using board_test::BoardRun;
-using board_test::mpio_and_functions;
 
 class PldmOverPcie : public BoardRun {
 protected:
     void SetUp() override {
-        open(board_with(R"("platform": {"mpio_state": "wanted"}, )",
-                        mpio_and_functions(R"(, "entries_per_part": 2)")));
-        mctp_ctx mpio{};
-        _init_amd_mpio_ctx(&mpio);
-        ASSERT_EQ(init_amd_mpio_if_need(&mpio), 0);
+        open_with_mpio(R"(, "entries_per_part": 2)");
+        mctp_ctx mpio;
+        ASSERT_EQ(board_test::bring_mpio_up(mpio), 0);
     }
 
     /// Discovers a function through the routing table and binds a terminus to it.

@@ -11,14 +11,10 @@ namespace {
 
 using board_test::board_with;
 using board_test::BoardRun;
-using board_test::mpio_and_functions;
 
 class Threads : public BoardRun {
 protected:
-    void SetUp() override {
-        open(board_with(R"("platform": {"mpio_state": "wanted"}, )",
-                        mpio_and_functions(R"(, "entries_per_part": 1)")));
-    }
+    void SetUp() override { open_with_mpio(R"(, "entries_per_part": 1)"); }
 };
 
 TEST_F(Threads, OneOfTwoBringUpsDoesTheWorkAndTheOtherFindsItDone) {
@@ -44,9 +40,8 @@ TEST_F(Threads, OneOfTwoBringUpsDoesTheWorkAndTheOtherFindsItDone) {
 }
 
 TEST_F(Threads, FunctionsAreAskedAtOnceWithoutMixingTheirAnswers) {
-    mctp_ctx mpio{};
-    _init_amd_mpio_ctx(&mpio);
-    ASSERT_EQ(init_amd_mpio_if_need(&mpio), 0);
+    mctp_ctx mpio;
+    ASSERT_EQ(board_test::bring_mpio_up(mpio), 0);
     const char* const names[] = {"gpu0", "gpu1", "nic0"};
     const uint8_t tids[] = {5, 6, 9};
     std::barrier start(3);
