@@ -15,9 +15,30 @@ namespace {
 
 using sideband::allocate_bytes;
 using sideband::Descriptor;
+using sideband::HeapPtr;
 using sideband::WireReader;
 
 using Bytes = std::span<const uint8_t>;
+
+/// Sends an inventory command.
+/// @param room  receives a buffer of PLDM_FW_UPDATE_RESPONSE_SIZE bytes with the response
+/// @return the result of the exchange; -1 where there can be none
+int32_t ask(pldm_fw_update_ctx* ctx, sideband::FwCommand command, const char* function,
+            HeapPtr<uint8_t[]>& room) {
+    if (!sideband::can_exchange(ctx)) {
+        return -1;
+    }
+    room = allocate_bytes(PLDM_FW_UPDATE_RESPONSE_SIZE);
+    if (room == nullptr) {
+        return -1;
+    }
+    const int32_t result =
+        sideband::exchange_fw_command(*ctx, command, {room.get(), PLDM_FW_UPDATE_RESPONSE_SIZE});
+    if (result < 0) {
+        std::printf("fail to call %s\n", function);
+    }
+    return result;
+}
 
 /// The part of a buffer that the device has filled.
 Bytes received(const pldm_fw_update_ctx& ctx, Bytes response) {
@@ -211,38 +232,27 @@ int32_t keep_entries(pldm_fw_update_ctx& ctx, Bytes buffer, size_t position, uin
 }  // namespace
 
 int32_t pldm_query_device_identifiers(pldm_fw_update_ctx* ctx, const pldm_device_record* record) {
-    if (!sideband::can_exchange(ctx) || record == nullptr) {
+    if (record == nullptr) {
         return -1;
     }
-    const auto room = allocate_bytes(PLDM_FW_UPDATE_RESPONSE_SIZE);
-    if (room == nullptr) {
-        return -1;
-    }
-    const std::span<uint8_t> response(room.get(), PLDM_FW_UPDATE_RESPONSE_SIZE);
+    HeapPtr<uint8_t[]> room;
     const int32_t result =
-        sideband::exchange_fw_command(*ctx, sideband::kQueryDeviceIdentifiers, response);
+        ask(ctx, sideband::kQueryDeviceIdentifiers, "pldm_query_device_identifiers", room);
     if (result < 0) {
-        std::printf("fail to call %s\n", "pldm_query_device_identifiers");
         return result;
     }
+    const Bytes response(room.get(), PLDM_FW_UPDATE_RESPONSE_SIZE);
     return device_matches(*record, received(*ctx, response)) ? result : -1;
 }
 
 int32_t pldm_get_firmware_parameters(pldm_fw_update_ctx* ctx) {
-    if (!sideband::can_exchange(ctx)) {
-        return -1;
-    }
-    const auto room = allocate_bytes(PLDM_FW_UPDATE_RESPONSE_SIZE);
-    if (room == nullptr) {
-        return -1;
-    }
-    const std::span<uint8_t> response(room.get(), PLDM_FW_UPDATE_RESPONSE_SIZE);
+    HeapPtr<uint8_t[]> room;
     const int32_t result =
-        sideband::exchange_fw_command(*ctx, sideband::kGetFirmwareParameters, response);
+        ask(ctx, sideband::kGetFirmwareParameters, "pldm_get_firmware_parameters", room);
     if (result < 0) {
-        std::printf("fail to call %s\n", "pldm_get_firmware_parameters");
         return result;
     }
+    const Bytes response(room.get(), PLDM_FW_UPDATE_RESPONSE_SIZE);
     if (response[sideband::kPldmCommand] != sideband::kGetFirmwareParameters) {
         debug_log("call get firmware parameter, reqCode[%d] respCode[%d]\n",
                   sideband::kGetFirmwareParameters, response[sideband::kPldmCommand]);
