@@ -120,6 +120,36 @@ LockReport Board::lock_report() const {
     return state_->locks.report();
 }
 
+PcieSessions Board::pcie_sessions() const {
+    std::lock_guard guard(state_->mutex);
+    return state_->pcie_sessions;
+}
+
+void Board::set_pcie_open_fails(bool fails) {
+    std::lock_guard guard(state_->mutex);
+    state_->pcie_open_fails = fails;
+}
+
+Firmware* Board::firmware(const std::string& device) {
+    std::lock_guard guard(state_->mutex);
+    Device* found = state_->find_device(device);
+    return found != nullptr ? found->firmware() : nullptr;
+}
+
+std::optional<plt_card_info> Board::card(const std::string& device) const {
+    std::lock_guard guard(state_->mutex);
+    const Device* found = state_->find_device(device);
+    if (found == nullptr || !found->card())
+        return std::nullopt;
+    plt_card_info info{};
+    info.flags = found->card()->flags;
+    info.vendor_id = found->card()->vendor_id;
+    info.bus = found->card()->bus;
+    info.device = found->card()->device;
+    info.slot = found->card()->slot;
+    return info;
+}
+
 void Board::set_main_power(bool on) {
     std::lock_guard guard(state_->mutex);
     if (state_->main_power && !on)

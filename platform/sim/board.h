@@ -3,10 +3,13 @@
 #ifndef SIDEBAND_PLATFORM_SIM_BOARD_H
 #define SIDEBAND_PLATFORM_SIM_BOARD_H
 
+#include <sideband/platform.h>
+
 #include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -72,6 +75,14 @@ struct PcieStatistics {
     uint64_t payload_bytes = 0;  ///< MCTP message bytes in them
 };
 
+/// The PCIe MCTP sessions of the services.
+struct PcieSessions {
+    uint64_t open = 0;          ///< now
+    uint64_t opened = 0;        ///< ever
+    uint64_t refused = 0;       ///< attempts that failed
+    uint64_t stray_closes = 0;  ///< of what was not an open session of this board
+};
+
 /// One request of a bus owner to the BMC, and what came of it.
 struct OwnerStep {
     std::string name;
@@ -97,6 +108,7 @@ struct LockReport {
 };
 
 class BoardState;
+class Firmware;
 
 /// A board. One board at a time stands under the platform interface of the process: use().
 class Board {
@@ -128,6 +140,16 @@ public:
     std::vector<BusStatistics> bus_statistics() const;
     PcieStatistics pcie_statistics() const;
     LockReport lock_report() const;
+
+    /// Sessions that libmctp_pcie_open() has given out, and whether it fails from now on.
+    PcieSessions pcie_sessions() const;
+    void set_pcie_open_fails(bool fails);
+
+    /// The firmware device of a PLDM terminus, see pldm_firmware.h; null where the device has none.
+    Firmware* firmware(const std::string& device);
+    /// What a service knows of a device that is an add-in card: all but the route, which
+    /// PCIEDeviceMux() fills in. Nothing for any other device.
+    std::optional<plt_card_info> card(const std::string& device) const;
 
     /// What a device of type bus_owner saw; an empty report for any other device.
     OwnerReport owner_report(const std::string& device) const;

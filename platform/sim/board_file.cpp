@@ -57,6 +57,7 @@ void read_platform(BoardState& board, const Place& place) {
     }
     if (reader.flag("mpio_ready", false))
         board.files.emplace("/nv/mpio.ready");
+    board.pcie_open_fails = reader.flag("pcie_open_fails", false);
     reader.finish();
 }
 
@@ -143,7 +144,7 @@ bool collide(const Device& device, const DeviceConfig& config) {
 }
 
 /// Bus, device and function: "47:00.0".
-std::array<uint8_t, 3> read_bdf(ObjectReader& reader) {
+Bdf read_bdf(ObjectReader& reader) {
     std::string digits = reader.text("bdf");
     const bool shaped = digits.size() == 7 && digits[2] == ':' && digits[5] == '.';
     if (shaped)
@@ -194,6 +195,25 @@ void read_i2c_place(const BoardState& board, ObjectReader& reader, DeviceConfig&
     config.where.route = static_cast<uint32_t>(reader.whole("read_timeout_ms", 0, 0xFFFF, 0));
 }
 
+/// An add-in card. A device on PCIe has its place there already.
+CardInfo read_card(const BoardState& board, const Place& place, const EndpointInfo& where) {
+    ObjectReader reader(place);
+    CardInfo card;
+    const bool placed = where.transport == Transport::pcie;
+    const Bdf bdf = placed ? where.bdf : read_bdf(reader);
+    if (bdf[2] != 0)
+        place.fail("must be function 0 of its device");
+    card.bus = bdf[0];
+    card.device = bdf[1];
+    if (const Device* other = board.find_card(card.bus, card.device))
+        place.fail("is in the place of " + other->info().name);
+    card.vendor_id = static_cast<uint16_t>(reader.whole("vendor_id", 0, 0xFFFF));
+    card.flags = static_cast<uint32_t>(reader.whole("flags", 0, 0xFFFFFFFF, 0));
+    card.slot = static_cast<uint8_t>(reader.whole("slot", 0, 255, 0));
+    reader.finish();
+    return card;
+}
+
 DeviceConfig read_device_config(const BoardState& board, ObjectReader& reader) {
     DeviceConfig config;
     config.where.name = reader.text("name");
@@ -212,6 +232,8 @@ DeviceConfig read_device_config(const BoardState& board, ObjectReader& reader) {
     config.response_us = static_cast<uint64_t>(reader.whole("response_us", 0, kLongestWaitUs, 500));
     config.lenient_eom = reader.flag("lenient_eom", true);
     config.standby = reader.flag("standby", true);
+    if (std::optional<Place> card = reader.find("card"))
+        config.card = read_card(board, *card, config.where);
     for (const Place& fault : reader.list("faults"))
         config.faults.push_back(read_fault(fault));
     return config;

@@ -48,7 +48,12 @@ std::vector<Outgoing> Device::receive(ByteView packet) {
 std::vector<Outgoing> Device::bmc_waits(bool& ended) {
     std::optional<Message> message = endpoint_.sender_waits();
     ended = message.has_value();
-    return message ? handle(*message) : std::vector<Outgoing>{};
+    if (message)
+        return handle(*message);
+    std::vector<Outgoing> out;
+    idle();
+    send_initiated(out);
+    return out;
 }
 
 void Device::reset() {
@@ -62,16 +67,21 @@ std::vector<Outgoing> Device::handle(const Message& message) {
         respond(message, out);
     else
         heard(message);
+    send_initiated(out);
+    return out;
+}
+
+void Device::send_initiated(std::vector<Outgoing>& out) {
     for (Initiated& own : std::exchange(initiated_, {})) {
         own.message.source_eid = endpoint_.eid();
         own.message.tag_owner = true;
         send_message(own.message, own.delay_us, out);
     }
-    return out;
 }
 
 void Device::respond(const Message& request, std::vector<Outgoing>& out) {
     answer_delay_us_ = config_.response_us;
+    requester_eid_ = request.source_eid;
     std::optional<Bytes> body;
     if (knows_not_ready(request.type, request.body) &&
         faults_.strike(FaultKind::not_ready) != nullptr)

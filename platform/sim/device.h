@@ -18,6 +18,8 @@
 
 namespace sim {
 
+class Firmware;
+
 /// One multiplexer on the way to a device.
 struct MuxHop {
     uint8_t address = 0;  ///< 8-bit slave address of the multiplexer
@@ -25,6 +27,15 @@ struct MuxHop {
     bool operator==(const MuxHop&) const = default;
 };
 using MuxPath = std::vector<MuxHop>;
+
+/// An add-in card, as the services of the BMC know it.
+struct CardInfo {
+    uint8_t bus = 0;     ///< PCIe
+    uint8_t device = 0;  ///< PCIe
+    uint16_t vendor_id = 0;
+    uint32_t flags = 0;
+    uint8_t slot = 0;
+};
 
 /// The keys that every device has.
 struct DeviceConfig {
@@ -37,6 +48,7 @@ struct DeviceConfig {
     bool lenient_eom = true;
     bool standby = true;
     bool bus_owner = false;
+    std::optional<CardInfo> card;
     std::vector<Fault> faults;
 };
 
@@ -66,12 +78,17 @@ public:
     /// Takes a packet of the BMC, from the MCTP transport header on.
     std::vector<Outgoing> receive(ByteView packet);
 
-    /// The BMC waits for an answer.
+    /// The BMC waits for a packet, and none has come.
     /// @param ended  set where that completed a message whose last packet had no end mark
     std::vector<Outgoing> bmc_waits(bool& ended);
 
     /// Power was lost and is back.
     virtual void reset();
+
+    /// The firmware device that a PLDM terminus has; null for others.
+    virtual Firmware* firmware() { return nullptr; }
+    /// The add-in card that the device is.
+    const std::optional<CardInfo>& card() const { return config_.card; }
 
     uint8_t eid() const { return endpoint_.eid(); }
     void set_eid(uint8_t eid) { endpoint_.set_eid(eid); }
@@ -90,6 +107,10 @@ protected:
 
     /// Takes the answer to a request that the device had sent.
     virtual void heard(const Message&) {}
+    /// The BMC waits: the occasion for requests that nobody else gives one for.
+    virtual void idle() {}
+    /// Who sent the request that is being answered.
+    uint8_t requester_eid() const { return requester_eid_; }
 
     /// The answer that is being made goes out so much later.
     void delay_answer(uint64_t microseconds) { answer_delay_us_ += microseconds; }
@@ -113,6 +134,7 @@ private:
     };
 
     std::vector<Outgoing> handle(const Message& message);
+    void send_initiated(std::vector<Outgoing>& out);
     void respond(const Message& request, std::vector<Outgoing>& out);
     void send_message(const Message& message, uint64_t delay_us, std::vector<Outgoing>& out);
     void send(Bytes packet, uint64_t delay_us, std::vector<Outgoing>& out);
@@ -123,6 +145,7 @@ private:
     ControlResponder control_;
     FaultSet faults_;
     uint64_t answer_delay_us_ = 0;
+    uint8_t requester_eid_ = 0;
     std::vector<Initiated> initiated_;
 };
 

@@ -100,6 +100,12 @@ std::optional<PcieMessage> PcieBus::exchange(PcieMessage request, uint64_t limit
 
 std::optional<PcieMessage> PcieBus::wait(uint64_t limit_ns, const Wanted& wanted) {
     const uint64_t deadline = clock_.now_ns() + limit_ns;
+    if (std::ranges::none_of(queue_, wanted)) {
+        for (const auto& function : functions_) {
+            bool ended = false;  // every message has an end here
+            schedule(*function, function->device->bmc_waits(ended));
+        }
+    }
     for (;;) {
         const auto found = std::ranges::find_if(queue_, wanted);
         if (found != queue_.end()) {

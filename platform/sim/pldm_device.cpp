@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// A PLDM terminus: header, dispatch and base commands (DSP0240).
+// A PLDM terminus: header, dispatch and base commands; the exchange of firmware update requests
+// (DSP0240).
 #include "pldm_device.h"
 
 #include <array>
+#include <utility>
 
 namespace sim {
 
@@ -26,6 +28,8 @@ constexpr uint8_t kVersionNotInRequest = 0x84;
 constexpr uint32_t kBaseVersion = 0xF1F1F000;      // 1.1.0
 constexpr uint32_t kPlatformVersion = 0xF1F2F100;  // 1.2.1
 constexpr uint32_t kFruVersion = 0xF1F0F000;       // 1.0.0
+constexpr uint32_t kFirmwareVersion = 0xF1F0F000;  // 1.0.0
+constexpr uint8_t kFirmwareUpdate = 5;
 
 }  // namespace
 
@@ -56,6 +60,14 @@ PldmDevice::PldmDevice(ObjectReader& reader, const DeviceConfig& config, const C
     pdrs_ = PdrRepository(reader, numeric_, state_);
     if (std::optional<Place> place = reader.find("fru"))
         fru_.emplace(*place);
+    if (std::optional<Place> place = reader.find("firmware"))
+        firmware_.emplace(read_firmware(*place));
+
+    types_ = {{0, kBaseVersion, base_commands()}, {2, kPlatformVersion, platform_commands()}};
+    if (fru_)
+        types_.push_back({4, kFruVersion, fru_commands()});
+    if (firmware_)
+        types_.push_back({kFirmwareUpdate, kFirmwareVersion, firmware_commands()});
 }
 
 void PldmDevice::reset() {
@@ -65,6 +77,8 @@ void PldmDevice::reset() {
         sensor.reset();
     for (StateSensor& sensor : state_)
         sensor.reset();
+    if (firmware_)
+        firmware_->reset();
 }
 
 std::span<const PldmDevice::Command> PldmDevice::base_commands() {
@@ -86,17 +100,31 @@ std::span<const PldmDevice::Command> PldmDevice::fru_commands() {
     return commands;
 }
 
-std::span<const PldmDevice::Type> PldmDevice::types() const {
-    static const std::array<Type, 3> all{{
-        {0, kBaseVersion, base_commands()},
-        {2, kPlatformVersion, platform_commands()},
-        {4, kFruVersion, fru_commands()},
+std::span<const PldmDevice::Command> PldmDevice::firmware_commands() {
+    // A version string of up to 255 bytes ends the three that have one.
+    static constexpr std::array<Command, 11> commands{{
+        {fw_query_device_identifiers, 0, 0,
+         &PldmDevice::serve_firmware<&Firmware::query_device_identifiers>},
+        {fw_get_firmware_parameters, 0, 0,
+         &PldmDevice::serve_firmware<&Firmware::get_firmware_parameters>},
+        {fw_request_update, 11, 266, &PldmDevice::serve_firmware<&Firmware::request_update>},
+        {fw_get_device_meta_data, 5, 5,
+         &PldmDevice::serve_firmware<&Firmware::get_device_meta_data>},
+        {fw_pass_component_table, 12, 267,
+         &PldmDevice::serve_firmware<&Firmware::pass_component_table>},
+        {fw_update_component, 19, 274, &PldmDevice::serve_firmware<&Firmware::update_component>},
+        {fw_get_meta_data, 5, 5, &PldmDevice::serve_firmware<&Firmware::get_meta_data>},
+        {fw_activate_firmware, 1, 1, &PldmDevice::serve_firmware<&Firmware::activate_firmware>},
+        {fw_get_status, 0, 0, &PldmDevice::serve_firmware<&Firmware::get_status>},
+        {fw_cancel_update_component, 0, 0,
+         &PldmDevice::serve_firmware<&Firmware::cancel_update_component>},
+        {fw_cancel_update, 0, 0, &PldmDevice::serve_firmware<&Firmware::cancel_update>},
     }};
-    return std::span(all).first(fru_ ? 3 : 2);
+    return commands;
 }
 
 const PldmDevice::Type* PldmDevice::find_type(uint8_t number) const {
-    for (const Type& type : types())
+    for (const Type& type : types_)
         if (type.number == number)
             return &type;
     return nullptr;
@@ -111,8 +139,47 @@ std::optional<Bytes> PldmDevice::answer(uint8_t type, ByteView request) {
     if ((request[0] & (kRequest | kDatagram)) != kRequest || (request[1] & ~kTypeBits) != 0)
         return std::nullopt;
     Bytes out{static_cast<uint8_t>(request[0] & kInstance), request[1], request[2]};
+    if (firmware_ && request[1] == kFirmwareUpdate)
+        return answer_firmware(request, std::move(out));
     append(out, dispatch(request[1], request[2], request.subspan(kHeaderSize)));
     return out;
+}
+
+std::optional<Bytes> PldmDevice::answer_firmware(ByteView request, Bytes header) {
+    const uint8_t command = request[2];
+    update_agent_ = requester_eid();
+    const Firmware::Verdict verdict = firmware_->begin(command, clock().now_us());
+    if (verdict.silent)
+        return std::nullopt;
+    append(header, verdict.code ? pldm_reply(*verdict.code)
+                                : dispatch(kFirmwareUpdate, command, request.subspan(kHeaderSize)));
+    firmware_->finish(command, header);
+    send_firmware_request(firmware_->next_request(clock().now_us()), response_us());
+    return header;
+}
+
+void PldmDevice::heard(const Message& response) {
+    if (!firmware_ || response.type != kPldm)
+        return;
+    firmware_->heard(response.body, clock().now_us());
+    send_firmware_request(firmware_->next_request(clock().now_us()), 0);
+}
+
+void PldmDevice::idle() {
+    if (firmware_)
+        send_firmware_request(firmware_->repetition(clock().now_us()), 0);
+}
+
+void PldmDevice::send_firmware_request(std::optional<Firmware::Request> request,
+                                       uint64_t delay_us) {
+    if (!request)
+        return;
+    Message message;
+    message.type = kPldm;
+    message.body = std::move(request->message);
+    message.destination_eid = update_agent_;
+    message.tag = request->tag;
+    initiate(std::move(message), delay_us + request->delay_us);
 }
 
 Bytes PldmDevice::dispatch(uint8_t type, uint8_t command, ByteView data) {
@@ -158,7 +225,7 @@ Bytes PldmDevice::get_pldm_version(ByteView data) {
 
 Bytes PldmDevice::get_pldm_types(ByteView) {
     Bytes bitmap(8);
-    for (const Type& type : types())
+    for (const Type& type : types_)
         bitmap[type.number / 8u] |= static_cast<uint8_t>(1u << type.number % 8u);
     return pldm_reply(pldm_success, bitmap);
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A PLDM terminus: base commands, sensors and their records, FRU data (DSP0240, DSP0248, DSP0257).
+// A PLDM terminus: base commands, sensors and their records, FRU data, firmware update (DSP0240,
+// DSP0248, DSP0257, DSP0267).
 #ifndef SIDEBAND_PLATFORM_SIM_PLDM_DEVICE_H
 #define SIDEBAND_PLATFORM_SIM_PLDM_DEVICE_H
 
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "device.h"
+#include "pldm_firmware.h"
 #include "pldm_fru.h"
 #include "pldm_pdr.h"
 #include "sensor.h"
@@ -35,9 +37,12 @@ public:
     PldmDevice(ObjectReader& reader, const DeviceConfig& config, const Clock& clock);
 
     void reset() override;
+    Firmware* firmware() override { return firmware_ ? &*firmware_ : nullptr; }
 
 protected:
     std::optional<Bytes> answer(uint8_t type, ByteView request) override;
+    void heard(const Message& response) override;
+    void idle() override;
 
 private:
     /// One command: what its request data must measure, and who serves it.
@@ -56,10 +61,11 @@ private:
     static std::span<const Command> base_commands();
     static std::span<const Command> platform_commands();
     static std::span<const Command> fru_commands();
-    /// The types that the terminus speaks: FRU data where it has a table.
-    std::span<const Type> types() const;
+    static std::span<const Command> firmware_commands();
     const Type* find_type(uint8_t number) const;
     Bytes dispatch(uint8_t type, uint8_t command, ByteView data);
+    std::optional<Bytes> answer_firmware(ByteView request, Bytes header);
+    void send_firmware_request(std::optional<Firmware::Request> request, uint64_t delay_us);
 
     // Base commands.
     Bytes set_tid(ByteView data);
@@ -84,12 +90,21 @@ private:
     Bytes get_fru_record_table_metadata(ByteView) { return fru_->metadata(); }
     Bytes get_fru_record_table(ByteView data) { return fru_->part(data); }
 
+    // Firmware update.
+    template <auto serve>
+    Bytes serve_firmware(ByteView data) {
+        return ((*firmware_).*serve)(data);
+    }
+
     uint8_t initial_tid_;
     uint8_t tid_;
     std::vector<NumericSensor> numeric_;
     std::vector<StateSensor> state_;
     PdrRepository pdrs_;
     std::optional<FruTable> fru_;
+    std::optional<Firmware> firmware_;
+    std::vector<Type> types_;   ///< those that the terminus speaks
+    uint8_t update_agent_ = 0;  ///< EID of who sent the last firmware update request
 };
 
 }  // namespace sim

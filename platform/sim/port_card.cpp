@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Platform interface: add-in cards, for a board that has no slots.
+// Platform interface: add-in cards.
 #include <sideband/mctp.h>
 #include <sideband/platform.h>
 
 #include <cerrno>
 #include <cstring>
+
+#include "in_use.h"
 
 namespace {
 
@@ -26,10 +28,23 @@ void fill_context(mctp_ctx* ctx, uint8_t binding_kind, const plt_card_info* card
 
 }  // namespace
 
-int PCIEDeviceMux(uint8_t, uint8_t, plt_card_info*) {
-    return -ENODEV;  // the board has no slots
+int PCIEDeviceMux(uint8_t bus, uint8_t device, plt_card_info* card) {
+    sim::BoardState* board = sim::in_use();
+    if (board == nullptr || card == nullptr)
+        return -ENODEV;
+    std::lock_guard guard(board->mutex);
+    const sim::Device* found = board->find_card(bus, device);
+    if (found == nullptr)
+        return -ENODEV;
+    // A device on PCIe has no I2C route: all three are zero.
+    const sim::EndpointInfo& where = found->info();
+    card->i2c_channel = where.bus;
+    card->slave_addr = where.address;
+    std::memcpy(card->mux, where.mux.data(), sizeof card->mux);
+    return 0;
 }
 
+// The setup parameter tells kinds of cards apart; all cards of this board are set up alike.
 void MCTP_binding_SMBUS(mctp_ctx* ctx, uint8_t, const plt_card_info* card) {
     fill_context(ctx, kSmbusBinding, card);
 }

@@ -87,16 +87,35 @@ int PltMCTP_WriteRead(plt_pcie_request* request) {
     return board->pcie.devices().empty() ? kFailure : transact(board->pcie, *request);
 }
 
+// The driver is there on every board, with or without devices behind it.
 int libmctp_pcie_open(plt_pcie_session* session) {
     sim::BoardState* board = sim::in_use();
     if (session == nullptr)
         return -EINVAL;
-    const bool there = board != nullptr && !board->pcie.devices().empty();
-    session->handle = there ? &board->pcie : nullptr;
-    return there ? 0 : -ENODEV;
+    session->handle = nullptr;
+    if (board == nullptr)
+        return -ENODEV;
+    std::lock_guard guard(board->mutex);
+    if (board->pcie_open_fails) {
+        ++board->pcie_sessions.refused;
+        return -EIO;
+    }
+    session->handle = &board->pcie;
+    ++board->pcie_sessions.opened;
+    ++board->pcie_sessions.open;
+    return 0;
 }
 
 void libmctp_pcie_close(plt_pcie_session* session) {
-    if (session != nullptr)
-        session->handle = nullptr;
+    if (session == nullptr)
+        return;
+    sim::BoardState* board = sim::in_use();
+    if (board != nullptr) {
+        std::lock_guard guard(board->mutex);
+        if (session->handle == &board->pcie && board->pcie_sessions.open > 0)
+            --board->pcie_sessions.open;
+        else
+            ++board->pcie_sessions.stray_closes;
+    }
+    session->handle = nullptr;
 }

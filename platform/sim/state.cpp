@@ -32,6 +32,13 @@ Device* BoardState::find_device(std::string_view device_name) const {
     return nullptr;
 }
 
+const Device* BoardState::find_card(uint8_t bus, uint8_t device) const {
+    for (const auto& each : devices)
+        if (each->card() && each->card()->bus == bus && each->card()->device == device)
+            return each.get();
+    return nullptr;
+}
+
 LockName BoardState::name_lock(const lx_mutex* mutex) const {
     if (mutex == &global_var.global_lock)
         return {mutex, LockRank::global, "global lock"};

@@ -56,6 +56,8 @@ public:
     uint8_t bmc_address = 0x20;
     std::vector<std::unique_ptr<I2cBus>> buses;
     PcieBus pcie{clock, capture, main_power};
+    bool pcie_open_fails = false;
+    PcieSessions pcie_sessions;
     std::vector<std::unique_ptr<Device>> devices;
     std::vector<EndpointInfo> endpoints;
 
@@ -71,6 +73,8 @@ public:
 
     I2cBus* find_bus(uint8_t number) const;
     Device* find_device(std::string_view device_name) const;
+    /// The device that is the add-in card at a place on PCIe.
+    const Device* find_card(uint8_t bus, uint8_t device) const;
     /// What one of the platform interface's mutexes is called, and where it stands in the order.
     LockName name_lock(const lx_mutex* mutex) const;
 };

@@ -66,6 +66,16 @@ TEST(BoardFile, BuiltInBoardIsComplete) {
         EXPECT_EQ(bus.clock_hz, bus.bus == 3 ? 400'000u : 100'000u);
 }
 
+TEST(BoardFile, CardsHaveAPlaceOfTheirOwn) {
+    EXPECT_EQ(device_refusal(R"("card": {"vendor_id": 1})"), "3: devices[0].card.bdf: is missing");
+    EXPECT_EQ(device_refusal(R"("card": {"bdf": "41:00.1", "vendor_id": 1})"),
+              "3: devices[0].card: must be function 0 of its device");
+    EXPECT_EQ(device_refusal(R"("card": {"bdf": "41:00.0", "vendor_id": 1}},
+{"name": "e", "type": "pldm", "bus": 2, "address": "0x32",
+"card": {"bdf": "41:00.0", "vendor_id": 1})"),
+              "5: devices[1].card: is in the place of d");
+}
+
 TEST(BoardFile, AddressingKeysReachTheEndpoint) {
     sim::BoardError error;
     auto board = sim::Board::parse(board_with(R"({"name": "d", "type": "pldm", "bus": 3,

@@ -115,13 +115,73 @@ TEST_F(Port, BoardWithoutPcieFailsPcieCalls) {
     request.length = 3;
     EXPECT_EQ(PltMCTP_WriteRead(&request), 0);
     EXPECT_EQ(request.length, 3u);
-    plt_pcie_session session{&request};
+    // The driver is there all the same: services open a session for any update.
+    plt_pcie_session session{};
+    EXPECT_EQ(libmctp_pcie_open(&session), 0);
+    request.session = session.handle;
+    EXPECT_EQ(PltMCTP_WriteRead(&request), 0);
+    libmctp_pcie_close(&session);
+}
+
+TEST_F(Port, SessionsAreCounted) {
+    plt_pcie_session first{};
+    plt_pcie_session second{};
+    EXPECT_EQ(libmctp_pcie_open(&first), 0);
+    EXPECT_EQ(libmctp_pcie_open(&second), 0);
+    EXPECT_NE(second.handle, nullptr);
+    EXPECT_EQ(board->pcie_sessions().open, 2u);
+    libmctp_pcie_close(&second);
+    EXPECT_EQ(second.handle, nullptr);
+    libmctp_pcie_close(&second);
+    EXPECT_EQ(board->pcie_sessions().open, 1u);
+    EXPECT_EQ(board->pcie_sessions().stray_closes, 1u);
+    libmctp_pcie_close(&first);
+    libmctp_pcie_close(nullptr);
+    EXPECT_EQ(board->pcie_sessions().open, 0u);
+    EXPECT_EQ(board->pcie_sessions().opened, 2u);
+}
+
+TEST_F(Port, SessionCanBeRefused) {
+    plt_pcie_session session{&session};
+    board->set_pcie_open_fails(true);
     EXPECT_NE(libmctp_pcie_open(&session), 0);
     EXPECT_EQ(session.handle, nullptr);
+    EXPECT_EQ(board->pcie_sessions().refused, 1u);
+    board->set_pcie_open_fails(false);
+    EXPECT_EQ(libmctp_pcie_open(&session), 0);
     libmctp_pcie_close(&session);
-    EXPECT_EQ(session.handle, nullptr);
-    plt_card_info card{};
-    EXPECT_NE(PCIEDeviceMux(1, 2, &card), 0);
+    open(R"({"name": "t", "buses": [{"bus": 7}], "platform": {"pcie_open_fails": true}})");
+    EXPECT_NE(libmctp_pcie_open(&session), 0);
+}
+
+TEST_F(Port, CardsAreFoundByTheirPlaceOnPcie) {
+    open(board_with(R"(
+        {"name": "nic", "type": "pldm", "bus": 2, "address": "0x66",
+         "mux": {"address": "0xe2", "channel": 5},
+         "card": {"bdf": "41:02.0", "vendor_id": "0x15b3", "flags": "0x10000", "slot": 3}},
+        {"name": "vdm", "type": "pldm", "transport": "pcie", "bdf": "42:00.0",
+         "card": {"vendor_id": "0x14e4", "flags": "0x20000"}},
+        {"name": "bare", "type": "pldm", "bus": 3, "address": "0x66"})"));
+    std::optional<plt_card_info> nic = board->card("nic");
+    ASSERT_TRUE(nic);
+    EXPECT_EQ(nic->vendor_id, 0x15B3);
+    EXPECT_EQ(nic->flags, PLT_CARD_NIC_SMBUS);
+    EXPECT_EQ(nic->slot, 3);
+    EXPECT_EQ(nic->slave_addr, 0);
+    ASSERT_EQ(PCIEDeviceMux(nic->bus, nic->device, &*nic), 0);
+    EXPECT_EQ(nic->i2c_channel, 2);
+    EXPECT_EQ(nic->slave_addr, 0x66);
+    EXPECT_EQ(hex({nic->mux, nic->mux + 6}), "02 e0 03 e2 05 00");
+    std::optional<plt_card_info> vdm = board->card("vdm");
+    ASSERT_TRUE(vdm);
+    EXPECT_EQ(vdm->bus, 0x42);
+    EXPECT_EQ(vdm->flags, PLT_CARD_NIC_PCIE);
+    EXPECT_EQ(PCIEDeviceMux(0x42, 0, &*vdm), 0);
+    EXPECT_EQ(vdm->slave_addr, 0);
+    EXPECT_FALSE(board->card("bare"));
+    EXPECT_FALSE(board->card("none"));
+    EXPECT_NE(PCIEDeviceMux(0x41, 3, &*nic), 0);
+    EXPECT_NE(PCIEDeviceMux(0x41, 2, nullptr), 0);
 }
 
 TEST_F(Port, BindingSetUpTakesTheCardsAddress) {
