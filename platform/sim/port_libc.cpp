@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Stands before libc: sleeps pass in virtual time, the MCTP queue file and /nv are the board's.
+// Stands before libc: sleeps pass in virtual time and time() tells it, the MCTP queue file and /nv
+// are the board's.
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -7,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string_view>
 
 #include "in_use.h"
@@ -14,6 +16,8 @@
 namespace {
 
 constexpr std::string_view kDrain = "cat ";
+/// 2024-01-01 00:00:00 UTC, when every board was made.
+constexpr uint64_t kBoardEpoch = 1704067200;
 
 template <typename Function>
 Function next(const char* name) {
@@ -41,6 +45,16 @@ extern "C" int usleep(useconds_t useconds) {
         return next<int (*)(useconds_t)>("usleep")(useconds);
     sim::Board::current()->advance_us(useconds);
     return 0;
+}
+
+extern "C" time_t time(time_t* result) noexcept {
+    const sim::Board* board = sim::Board::current();
+    if (board == nullptr)
+        return next<time_t (*)(time_t*)>("time")(result);
+    const auto now = static_cast<time_t>(kBoardEpoch + board->now_us() / 1000000);
+    if (result != nullptr)
+        *result = now;
+    return now;
 }
 
 extern "C" int access(const char* name, int type) noexcept {
