@@ -11,6 +11,7 @@
 #include "common/memory.h"
 #include "pldm/fw_agent.h"
 #include "pldm/fw_package.h"
+#include "transport/transport.h"
 
 namespace {
 
@@ -39,6 +40,7 @@ WireWriter start_answer(std::span<uint8_t> answer, const uint8_t* req, uint8_t c
 }
 
 int32_t send_answer(pldm_fw_update_ctx& ctx, std::span<const uint8_t> answer) {
+    const sideband::ReplyAddressing reply(ctx.pldm.mctp);
     return ctx.pldm.send_op(&ctx.pldm, static_cast<uint32_t>(answer.size()), answer.data(), 0);
 }
 

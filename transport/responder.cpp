@@ -96,22 +96,10 @@ private:
         response[0] = message[kInstance] & kInstanceIdMask;
         response[1] = message[kCommand];
         std::copy(tail.begin(), tail.end(), response.begin() + 2);
-        const int32_t result = with_reply_eids([&] {
-            return ctx_.send(&ctx_, static_cast<uint32_t>(2 + tail.size()), response.data(), 0);
-        });
+        const sideband::ReplyAddressing reply(&ctx_);
+        const int32_t result =
+            ctx_.send(&ctx_, static_cast<uint32_t>(2 + tail.size()), response.data(), 0);
         return result < 0 ? Outcome::failed : Outcome::go_on;
-    }
-
-    /// A received message left the EIDs in the order sender, receiver; over PCIe the answer goes
-    /// out with whatever stands there.
-    template <typename Send>
-    int32_t with_reply_eids(Send send_now) {
-        const uint8_t received[2] = {ctx_.binding_eids[0], ctx_.binding_eids[1]};
-        ctx_.binding_eids[0] = ctx_.src_eid;
-        ctx_.binding_eids[1] = received[0];
-        const int32_t result = send_now();
-        std::memcpy(ctx_.binding_eids, received, sizeof received);
-        return result;
     }
 
     mctp_ctx& ctx_;

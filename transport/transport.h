@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace sideband {
 
@@ -27,6 +28,32 @@ inline uint8_t next_tag(uint8_t tag) {
 
 /// Pauses the calling thread.
 void sleep_us(uint32_t microseconds);
+
+/// While one lives, a context answers the sender of the last message that it received: receiving
+/// has left the binding EIDs in the order sender, receiver, and over PCIe a message goes out with
+/// whatever stands there.
+class ReplyAddressing {
+public:
+    /// @param ctx  null: nothing is done
+    explicit ReplyAddressing(mctp_ctx* ctx) : ctx_(ctx) {
+        if (ctx_ != nullptr) {
+            std::memcpy(received_, ctx_->binding_eids, sizeof received_);
+            ctx_->binding_eids[0] = ctx_->src_eid;
+            ctx_->binding_eids[1] = received_[0];
+        }
+    }
+    ~ReplyAddressing() {
+        if (ctx_ != nullptr) {
+            std::memcpy(ctx_->binding_eids, received_, sizeof received_);
+        }
+    }
+    ReplyAddressing(const ReplyAddressing&) = delete;
+    ReplyAddressing& operator=(const ReplyAddressing&) = delete;
+
+private:
+    mctp_ctx* ctx_;
+    uint8_t received_[2] = {};
+};
 
 /// Copies the members of a context that its caller configures; the rest of target stays zero.
 void copy_configuration(mctp_ctx& target, const mctp_ctx& config);
