@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+// Fixture of the firmware updates end to end: an add-in card on the board, and packages for it.
+#ifndef SIDEBAND_TESTS_BOARD_UPDATE_FIXTURE_H
+#define SIDEBAND_TESTS_BOARD_UPDATE_FIXTURE_H
+
+#include <sideband/pldm_fw_update.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "fixture.h"
+#include "pldm_firmware.h"
+#include "tools/package_builder.h"
+
+namespace board_test {
+
+enum class Binding { smbus, pcie };
+
+/// What a service sees of one check and the update that follows where it passes.
+struct UpdateReport {
+    int32_t check = 0;
+    int32_t update = 0;  ///< 1 where there was none
+    uint8_t mark = 0;    ///< pldm.completion_code
+    uint8_t state = 0;
+    std::string out;  ///< standard output
+    std::string log;  ///< the debug log
+};
+
+/// An image whose bytes tell where they stand and to which component they belong.
+std::vector<uint8_t> image_of(size_t component, size_t size);
+
+/// A package for the card below: one record, components 1 and 2 with images of 300 and 200 bytes.
+tool::Package card_package();
+
+class UpdateRun : public BoardRun {
+protected:
+    void SetUp() override;
+    /// Expects that no descriptor, mapping, session or memory of the update is left.
+    void TearDown() override;
+
+    /// Opens a board with a network card, nic0, that has components 1 and 2 and runs version "OLD".
+    /// @param firmware_keys  further keys of the firmware device, each with a comma in front
+    void open_card(Binding binding, const std::string& firmware_keys = "");
+
+    /// Writes a package and has the card expect its images.
+    void provide(const tool::Package& package);
+    void provide_bytes(const std::vector<uint8_t>& bytes);
+
+    /// Checks the package against the card and updates it.
+    UpdateReport update(uint32_t flags = 0);
+
+    /// The version that a component of the card runs.
+    std::string component_version(size_t component) const {
+        return device->components().at(component).active.text;
+    }
+
+    sim::Firmware* device = nullptr;
+    std::string path;  ///< of the package
+
+private:
+    size_t descriptors_ = 0;
+};
+
+}  // namespace board_test
+
+#endif
