@@ -85,23 +85,26 @@ void UpdateRun::TearDown() {
 }
 
 void UpdateRun::open_card(Binding binding, const std::string& firmware_keys) {
-    const bool pcie = binding == Binding::pcie;
-    const std::string place = pcie ? R"("transport": "pcie", "bdf": "81:00.0", "eid": 9)"
-                                   : R"("bus": 2, "address": "0x64")";
-    const std::string card =
-        pcie ? R"({"vendor_id": "0x15b3", "flags": "0x20000"})"
-             : R"({"bdf": "81:00.0", "vendor_id": "0x15b3", "flags": "0x10000"})";
-    open(board_with("", R"({"name": "nic0", "type": "pldm", )" + place + R"(, "card": )" + card +
-                            R"(, "firmware": {"active": "OLD",
-            "descriptors": [{"type": "pci_vendor_id", "hex": "b315"},
-                            {"type": "pci_device_id", "hex": "1d10"},
-                            {"type": "pci_revision_id", "hex": "03"}],
-            "components": [
-                {"identifier": 1, "index": 0, "active": {"text": "old-1", "stamp": 16},
-                 "activation_methods": 2},
-                {"identifier": 2, "index": 1, "active": {"text": "old-2", "stamp": 16},
-                 "activation_methods": 2}])" +
-                            firmware_keys + "}}"));
+    open_card_with(binding, R"("active": "OLD",
+        "descriptors": [{"type": "pci_vendor_id", "hex": "b315"},
+                        {"type": "pci_device_id", "hex": "1d10"},
+                        {"type": "pci_revision_id", "hex": "03"}],
+        "components": [
+            {"identifier": 1, "index": 0, "active": {"text": "old-1", "stamp": 16},
+             "activation_methods": 2},
+            {"identifier": 2, "index": 1, "active": {"text": "old-2", "stamp": 16},
+             "activation_methods": 2}])" +
+                                firmware_keys);
+}
+
+void UpdateRun::open_card_with(Binding binding, const std::string& firmware) {
+    const std::string place = binding == Binding::pcie
+                                  ? R"("transport": "pcie", "bdf": "81:00.0", "eid": 9,
+                 "card": {"vendor_id": "0x15b3", "flags": "0x20000"})"
+                                  : R"("bus": 2, "address": "0x64",
+                 "card": {"bdf": "81:00.0", "vendor_id": "0x15b3", "flags": "0x10000"})";
+    open(board_with("", R"({"name": "nic0", "type": "pldm", )" + place + R"(, "firmware": {)" +
+                            firmware + "}}"));
     if (board != nullptr) {
         device = board->firmware("nic0");
         ASSERT_NE(device, nullptr);

@@ -43,6 +43,9 @@ protected:
     /// @param firmware_keys  further keys of the firmware device, each with a comma in front
     void open_card(Binding binding, const std::string& firmware_keys = "");
 
+    /// Opens a board with a network card, nic0, that has this firmware object.
+    void open_card_with(Binding binding, const std::string& firmware);
+
     /// Writes a package and has the card expect its images.
     void provide(const tool::Package& package);
     void provide_bytes(const std::vector<uint8_t>& bytes);
