@@ -6,6 +6,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "clock.h"
+
 namespace sim {
 
 namespace {
@@ -31,8 +33,8 @@ constexpr uint8_t kFromUs = 4;
 /// Interface index: an I2C bus has its number plus 1, which is at most 256.
 constexpr unsigned kPcieInterface = 257;
 
-// Virtual time 0 in a capture: 2025-01-01 00:00:00 UTC. Fixed, so that runs can be compared.
-constexpr uint64_t kEpochNs = 1'735'689'600ull * 1'000'000'000ull;
+// Virtual time 0 in a capture.
+constexpr uint64_t kEpochNs = Clock::kStartOfTimeS * 1'000'000'000;
 
 void pad(Bytes& out) {
     while (out.size() % 4 != 0)

@@ -12,6 +12,10 @@ namespace sim {
 
 class Clock {
 public:
+    /// What a calendar shows when virtual time begins: 2025-01-01 00:00:00 UTC, in seconds. Fixed,
+    /// so that runs can be compared.
+    static constexpr uint64_t kStartOfTimeS = 1'735'689'600;
+
     uint64_t now_ns() const { return now_ns_; }
     uint64_t now_us() const { return now_ns_ / 1000; }
     double now_s() const { return static_cast<double>(now_ns_) * 1e-9; }

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// Stands before libc: sleeps pass in virtual time and time() tells it, the MCTP queue file and /nv
-// are the board's.
+// Stands before libc: sleeps and the time of day are virtual, the MCTP queue file and /nv are the
+// board's.
 #include <dlfcn.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <string_view>
 
 #include "in_use.h"
@@ -16,8 +16,6 @@
 namespace {
 
 constexpr std::string_view kDrain = "cat ";
-/// 2024-01-01 00:00:00 UTC, when every board was made.
-constexpr uint64_t kBoardEpoch = 1704067200;
 
 template <typename Function>
 Function next(const char* name) {
@@ -47,13 +45,14 @@ extern "C" int usleep(useconds_t useconds) {
     return 0;
 }
 
-extern "C" time_t time(time_t* result) noexcept {
-    const sim::Board* board = sim::Board::current();
-    if (board == nullptr)
-        return next<time_t (*)(time_t*)>("time")(result);
-    const auto now = static_cast<time_t>(kBoardEpoch + board->now_us() / 1000000);
-    if (result != nullptr)
-        *result = now;
+extern "C" time_t time(time_t* timer) noexcept {
+    if (sim::in_use() == nullptr)
+        return next<time_t (*)(time_t*)>("time")(timer);
+    constexpr uint64_t us_per_s = 1'000'000;
+    const auto now =
+        static_cast<time_t>(sim::Clock::kStartOfTimeS + sim::Board::current()->now_us() / us_per_s);
+    if (timer != nullptr)
+        *timer = now;
     return now;
 }
 

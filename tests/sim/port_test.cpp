@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 
 #include "board_test.h"
 
@@ -27,6 +28,19 @@ TEST_F(Port, SleepPassesInVirtualTimeOnly) {
     EXPECT_EQ(usleep(30'000'000), 0);
     EXPECT_EQ(board->now_us(), 30'000'000u);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+}
+
+TEST_F(Port, TimeOfDayIsVirtual) {
+    constexpr time_t start = 1'735'689'600;  // 2025-01-01 00:00:00 UTC
+    EXPECT_EQ(time(nullptr), start);
+    board->advance_us(61'900'000);
+    time_t now = 0;
+    EXPECT_EQ(time(&now), start + 61);
+    EXPECT_EQ(now, start + 61);
+    sim::Board::use(nullptr);
+    const auto real = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    EXPECT_LE(real - 5, time(nullptr));
+    EXPECT_GE(real + 5, time(nullptr));
 }
 
 TEST_F(Port, MainPowerIsSeenEverywhere) {
