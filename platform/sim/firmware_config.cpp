@@ -158,7 +158,7 @@ FirmwareComponent read_component(const Place& place) {
     component.index = static_cast<uint8_t>(reader.whole("index", 0, 255, 0));
     component.active = read_version(reader.require("active"));
     component.pending = read_pending(reader);
-    component.activation_methods = word(reader, "activation_methods");
+    component.activation_methods = word(reader, "activation_methods", component.activation_methods);
     component.capabilities = dword(reader, "capabilities");
     component.expected = read_expected(reader);
     reader.finish();

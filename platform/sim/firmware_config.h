@@ -76,7 +76,7 @@ struct FirmwareComponent {
     uint8_t index = 0;
     FirmwareVersion active;
     std::optional<FirmwareVersion> pending;
-    uint16_t activation_methods = 0;
+    uint16_t activation_methods = 0x0002;  ///< self-contained
     uint32_t capabilities = 0;
     ExpectedImage expected;
 };

@@ -15,8 +15,9 @@ namespace sim_test {
 
 /// Two components of one device; the first one can activate by itself.
 inline const std::string kTwoComponents = R"("active": "OLD-1", "components": [
-    {"identifier": 1, "index": 7, "active": {"text": "1.0", "stamp": 16}, "activation_methods": 2},
-    {"identifier": 2, "active": {"text": "2.0", "stamp": 32, "date": "20240131"}}])";
+    {"identifier": 1, "index": 7, "active": {"text": "1.0", "stamp": 16}},
+    {"identifier": 2, "active": {"text": "2.0", "stamp": 32, "date": "20240131"},
+     "activation_methods": 0}])";
 
 // Requests of the agent, from the PLDM header on.
 inline const std::string kRequestUpdate =
