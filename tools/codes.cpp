@@ -130,12 +130,50 @@ std::string pldm_code_name(uint8_t type, uint8_t command, uint8_t code) {
         {PLDM_CC_UNSUPPORTED_COMMAND, "ERROR_UNSUPPORTED_PLDM_CMD"},
         {0x20, "ERROR_INVALID_PLDM_TYPE"},
     };
+    // Firmware update has codes for the type as a whole (DSP0267, completion codes).
+    static constexpr Name firmware_names[] = {
+        {0x80, "NOT_IN_UPDATE_MODE"},
+        {0x81, "ALREADY_IN_UPDATE_MODE"},
+        {0x82, "DATA_OUT_OF_RANGE"},
+        {0x83, "INVALID_TRANSFER_LENGTH"},
+        {0x84, "INVALID_STATE_FOR_COMMAND"},
+        {0x85, "INCOMPLETE_UPDATE"},
+        {0x86, "BUSY_IN_BACKGROUND"},
+        {0x87, "CANCEL_PENDING"},
+        {0x88, "COMMAND_NOT_EXPECTED"},
+        {0x89, "RETRY_REQUEST_FW_DATA"},
+        {0x8A, "UNABLE_TO_INITIATE_UPDATE"},
+        {0x8B, "ACTIVATION_NOT_REQUIRED"},
+        {0x8C, "SELF_CONTAINED_ACTIVATION_NOT_PERMITTED"},
+        {0x8D, "NO_DEVICE_METADATA"},
+        {0x8E, "RETRY_REQUEST_UPDATE"},
+        {0x8F, "NO_PACKAGE_DATA"},
+        {0x90, "INVALID_DATA_TRANSFER_HANDLE"},
+        {0x91, "INVALID_TRANSFER_OPERATION_FLAG"},
+    };
+    if (type == PLDM_TYPE_FW_UPDATE && code >= 0x80) {
+        return find_name(firmware_names, code, "command specific");
+    }
     for (const CommandCode& own : command_codes) {
         if (own.type == type && own.command == command && own.code == code) {
             return own.text;
         }
     }
     return find_name(names, code, code >= 0x80 ? "command specific" : "reserved");
+}
+
+std::string pldm_firmware_command_name(uint8_t command) {
+    static constexpr Name names[] = {
+        {0x01, "QueryDeviceIdentifiers"}, {0x02, "GetFirmwareParameters"},
+        {0x10, "RequestUpdate"},          {0x11, "GetPackageData"},
+        {0x12, "GetDeviceMetaData"},      {0x13, "PassComponentTable"},
+        {0x14, "UpdateComponent"},        {0x15, "RequestFirmwareData"},
+        {0x16, "TransferComplete"},       {0x17, "VerifyComplete"},
+        {0x18, "ApplyComplete"},          {0x19, "GetMetaData"},
+        {0x1A, "ActivateFirmware"},       {0x1B, "GetStatus"},
+        {0x1C, "CancelUpdateComponent"},  {0x1D, "CancelUpdate"},
+    };
+    return find_name(names, command, "unknown");
 }
 
 std::string operational_state_name(uint8_t state) {

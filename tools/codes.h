@@ -21,7 +21,11 @@ std::string pldm_type_name(uint8_t type);
 /// Base commands: DSP0240, table 11.
 std::string pldm_base_command_name(uint8_t command);
 
-/// A PLDM completion code: the base codes (DSP0240, table 5) and from 0x80 on those of the command.
+/// Commands of firmware update: DSP0267, PLDM for firmware update commands.
+std::string pldm_firmware_command_name(uint8_t command);
+
+/// A PLDM completion code: the base codes (DSP0240, table 5) and from 0x80 on those of the command
+/// or, of firmware update, of the type.
 std::string pldm_code_name(uint8_t type, uint8_t command, uint8_t code);
 
 /// sensorOperationalState and presentState of a numeric sensor: DSP0248, GetSensorReading.

@@ -63,6 +63,19 @@ void run_pldm_pdr_dump(Context& context, const std::string& endpoint, const std:
 /// @param fixed_parts  the device sends the FRU table in answers of one size
 void run_pldm_fru(Context& context, const std::string& endpoint, bool fixed_parts);
 
+void run_pldm_fw_info(Context& context, const std::string& endpoint);
+
+/// How a firmware update is made.
+struct UpdateWish {
+    bool query = false;          ///< only show the versions
+    bool force = false;          ///< ask for every component, whatever the device has
+    uint32_t transfer_size = 0;  ///< MaximumTransferSize in bytes; 0: by the device tables
+};
+
+/// @param path  a firmware update package
+void run_pldm_fw_update(Context& context, const std::string& endpoint, const std::string& path,
+                        const UpdateWish& wish);
+
 /// @param path  a firmware update package
 void run_pkg_show(Context& context, const std::string& path);
 

@@ -15,6 +15,8 @@ constexpr const char* footer =
     "Before or behind the command: --board FILE, --json, --capture FILE, --verbose\n"
     "Exit status: 0 done, 1 device or transport failed, 2 wrong usage, 3 an input file is bad";
 
+constexpr const char* package_help = "a PLDM firmware update package";
+
 /// What the positional arguments of all commands go into.
 struct Words {
     std::string endpoint;
@@ -24,6 +26,7 @@ struct Words {
     std::string handle;
     Watch watch;
     bool fixed_parts = false;
+    UpdateWish update;
 };
 
 void add_options(CLI::App& app, CommandLine& line) {
@@ -129,8 +132,30 @@ void add_pldm_pdr(CLI::App& family, const Commands& commands) {
     }
 }
 
+void add_pldm_firmware(CLI::App& family, const Commands& commands) {
+    commands.add_endpoint(family, "fw-info", "firmware: descriptors, versions, components",
+                          [](Context& c, const Words& w) { run_pldm_fw_info(c, w.endpoint); });
+    CLI::App* update = commands.add_endpoint(
+        family, "fw-update", "firmware update with a package; Ctrl-C cancels it on the device",
+        [](Context& c, const Words& w) { run_pldm_fw_update(c, w.endpoint, w.package, w.update); });
+    Words& words = commands.words();
+    update->add_option("PACKAGE", words.package, package_help)->required();
+    CLI::Option* query =
+        update->add_flag("--query", words.update.query, "show the versions, change nothing");
+    update
+        ->add_flag("--force", words.update.force,
+                   "ask for every component, also one that the device has already")
+        ->excludes(query);
+    update
+        ->add_option("--transfer-size", words.update.transfer_size,
+                     "bytes of the largest piece (default: by vendor and transport)")
+        ->type_name("N")
+        ->check(CLI::Range(32, 65536));
+}
+
 void add_pldm(CLI::App& app, const Commands& commands) {
-    CLI::App& family = add_family(app, "pldm", "PLDM: base information, sensors, PDRs, FRU data");
+    CLI::App& family =
+        add_family(app, "pldm", "PLDM: base information, sensors, PDRs, FRU data, firmware");
     commands.add_endpoint(family, "info", "terminus ID, PLDM types, versions, commands",
                           [](Context& c, const Words& w) { run_pldm_info(c, w.endpoint); });
     add_pldm_sensors(family, commands);
@@ -140,14 +165,14 @@ void add_pldm(CLI::App& app, const Commands& commands) {
         [](Context& c, const Words& w) { run_pldm_fru(c, w.endpoint, w.fixed_parts); });
     fru->add_flag("--fixed", commands.words().fixed_parts,
                   "the device sends the table in answers of one size");
+    add_pldm_firmware(family, commands);
 }
 
 void add_pkg(CLI::App& app, const Commands& commands) {
     CLI::App& family = add_family(app, "pkg", "firmware update packages");
     CLI::App* show = commands.add(family, "show", "what a package holds; no device is asked",
                                   [](Context& c, const Words& w) { run_pkg_show(c, w.package); });
-    show->add_option("PACKAGE", commands.words().package, "a PLDM firmware update package")
-        ->required();
+    show->add_option("PACKAGE", commands.words().package, package_help)->required();
 }
 
 /// The innermost command that the command line has named, and the words that lead to it.

@@ -4,8 +4,10 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "tools/port.h"
@@ -46,6 +48,20 @@ void Output::show_library_output() {
     dup2(STDERR_FILENO, STDOUT_FILENO);
     // Line by line, so that dumps and errors stay in order.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    library_shown_ = true;
+}
+
+bool Output::is_terminal() const {
+    const char* kind = std::getenv("TERM");
+    const bool can_draw = kind == nullptr || std::string_view(kind) != "dumb";
+    return can_draw && !library_shown_ && stream_ != nullptr && isatty(fileno(stream_)) != 0;
+}
+
+size_t Output::columns() const {
+    constexpr size_t usual = 80;
+    winsize size{};
+    const bool known = stream_ != nullptr && ioctl(fileno(stream_), TIOCGWINSZ, &size) == 0;
+    return known && size.ws_col > 0 ? size.ws_col : usual;
 }
 
 void Output::text(std::string_view text) {

@@ -27,6 +27,12 @@ public:
 
     bool json() const { return json_; }
 
+    /// Whether standard output is a terminal on which a line can be drawn anew. Not while the
+    /// library's own output goes to the same screen.
+    bool is_terminal() const;
+    /// Characters in a line of the terminal.
+    size_t columns() const;
+
     /// Text for people; swallowed where JSON is wanted.
     void text(std::string_view text);
 
@@ -52,6 +58,7 @@ public:
 private:
     FILE* stream_ = nullptr;
     bool json_ = false;
+    bool library_shown_ = false;
     bool document_printed_ = false;
 };
 

@@ -111,6 +111,10 @@ public:
     virtual bool add_fault(const std::string& endpoint, std::string_view fault_json) = 0;
     virtual void clear_faults(const std::string& endpoint) = 0;
 
+    /// The percentage that the library last reported for a task of the platform; 0 before the
+    /// first.
+    virtual uint8_t task_percentage(uint32_t task_id) const = 0;
+
     /// Names of platform locks that are held now, and misuse of locks seen so far.
     virtual std::vector<std::string> lock_complaints() const = 0;
 

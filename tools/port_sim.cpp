@@ -66,6 +66,7 @@ public:
     bool set_main_power(bool on) override;
     bool add_fault(const std::string& endpoint, std::string_view fault_json) override;
     void clear_faults(const std::string& endpoint) override { board_->clear_faults(endpoint); }
+    uint8_t task_percentage(uint32_t task_id) const override;
     std::vector<std::string> lock_complaints() const override;
     std::vector<std::string> log_lines() const override;
 
@@ -130,6 +131,12 @@ bool SimulatedPort::add_fault(const std::string& endpoint, std::string_view faul
                                                       error.key, error.text));
     }
     return true;
+}
+
+uint8_t SimulatedPort::task_percentage(uint32_t task_id) const {
+    const std::map<uint32_t, uint8_t> percent = board_->task_percent();
+    const auto found = percent.find(task_id);
+    return found != percent.end() ? found->second : 0;
 }
 
 std::vector<std::string> SimulatedPort::lock_complaints() const {

@@ -21,17 +21,6 @@ constexpr uint8_t last_routing_handle = 0xFF;
 /// Entry handles are 8-bit: a table that needs more reads than this goes round in circles.
 constexpr int routing_reads_max = 256;
 
-std::string code_text(const DeviceCode& code) {
-    return fmt::format("completion code 0x{:02x} ({})", code.code, code.name);
-}
-
-/// Why nothing came back, as far as the board can tell: without power nothing is even sent.
-std::string silence() {
-    uint8_t power = 0;
-    _PltGPIO_RegRead(PLT_MAIN_POWER_REGISTER, 0, 0, &power);
-    return power != 0 ? "no answer" : "no answer, the host's main power is off";
-}
-
 /// The entries of one answer; an entry that does not fit the answer ends them.
 void append_entries(std::span<const uint8_t> answer, std::vector<RoutingEntry>& entries) {
     constexpr size_t first_entry = 5;
@@ -62,6 +51,16 @@ void append_entries(std::span<const uint8_t> answer, std::vector<RoutingEntry>& 
 }
 
 }  // namespace
+
+std::string code_text(const DeviceCode& code) {
+    return fmt::format("completion code 0x{:02x} ({})", code.code, code.name);
+}
+
+std::string silence() {
+    uint8_t power = 0;
+    _PltGPIO_RegRead(PLT_MAIN_POWER_REGISTER, 0, 0, &power);
+    return power != 0 ? "no answer" : "no answer, the host's main power is off";
+}
 
 Session::Session(Endpoint endpoint) : endpoint_(std::move(endpoint)) {
     fill_context();
@@ -312,6 +311,12 @@ pldm_ctx& Session::pldm() {
     link_.mctp.msg_type = MCTP_MSG_TYPE_PLDM;
     link_.last = {};
     return pldm_;
+}
+
+mctp_ctx Session::prototype() const {
+    mctp_ctx way = link_.mctp;
+    way.skip_discovery = 1;
+    return way;
 }
 
 void Session::check_pldm(int32_t result, const std::string& operation) const {

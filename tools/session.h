@@ -19,6 +19,12 @@
 
 namespace tool {
 
+/// "completion code 0x80 (INVALID_SENSOR_ID)".
+std::string code_text(const DeviceCode& code);
+
+/// Why nothing came back, as far as the board can tell: without power nothing is even sent.
+std::string silence();
+
 /// What Get Endpoint ID answers (DSP0236, clause 12.4).
 struct EndpointId {
     uint8_t eid = 0;
@@ -83,6 +89,10 @@ public:
 
     /// The endpoint as a PLDM terminus. The reference stays valid; ask again after MCTP control.
     pldm_ctx& pldm();
+
+    /// The way to the endpoint as pldm_terminus_init() takes it, its EID known already. A PCIe
+    /// session in it stays this object's.
+    mctp_ctx prototype() const;
 
     /// Throws unless a PLDM call returned 0.
     void check_pldm(int32_t result, const std::string& operation) const;
