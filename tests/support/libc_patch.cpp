@@ -44,6 +44,14 @@ int patched_usleep(useconds_t microseconds) {
     return 0;
 }
 
+time_t patched_time(time_t* result) {
+    const time_t now = active->now ? *active->now : std::time(nullptr);
+    if (result != nullptr) {
+        *result = now;
+    }
+    return now;
+}
+
 int patched_system(const char* command) {
     if (active->must_fail("system")) {
         return -1;
@@ -255,6 +263,8 @@ void* address_of(Function* function) {
 // The 64 bit names are what large-file builds of the library refer to.
 Substitute substitutes[] = {
     {"usleep", address_of(patched_usleep), nullptr},
+    {"time", address_of(patched_time), nullptr},
+    {"__time64", address_of(patched_time), nullptr},
     {"system", address_of(patched_system), nullptr},
     {"access", address_of(patched_access), nullptr},
     {"fopen", address_of(patched_fopen), nullptr},

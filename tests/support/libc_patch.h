@@ -6,9 +6,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -20,6 +22,7 @@ namespace test {
  * itself do not. One at a time. What is substituted:
  *
  *  usleep           recorded in sleeps and in the port's trace; takes no time
+ *  time             gives now, where that is set
  *  system           recorded in commands and the trace; returns system_result
  *  access, fopen, rename, unlink
  *                   paths under /nv and /sys/bus/i2c/devices are looked up under root. While root
@@ -50,6 +53,7 @@ public:
     std::string root;                   ///< directory that stands for /, no trailing slash
     std::set<std::string> present;      ///< paths that access() finds while root is empty
     std::vector<uint32_t> sleeps;       ///< microseconds of each usleep()
+    std::optional<time_t> now;          ///< seconds of time(); empty: those of the machine
     std::vector<std::string> commands;  ///< command lines of system()
     int system_result = 0;
     std::map<std::string, int> fail;    ///< which calls fail, by libc name

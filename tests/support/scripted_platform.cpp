@@ -223,10 +223,11 @@ int i2c_chnl_mutex_put(uint8_t channel) {
 }
 
 int GlobalParaInit(plt_parameters* parameters) {
+    port().trace.push_back("attach");
     if (port().call_fails("attach")) {
         return 0;
     }
-    parameters->i2c_channel = 3;
+    parameters->i2c_channel = port().i2c_channel;
     parameters->bmc_eid = 8;
     return 1;
 }
@@ -312,6 +313,10 @@ int PltMCTP_WriteRead(plt_pcie_request* request) {
 }
 
 int libmctp_pcie_open(plt_pcie_session* session) {
+    port().trace.push_back("open");
+    if (session->handle != nullptr) {
+        port().violations.push_back("a session was opened twice");
+    }
     if (port().call_fails("open")) {
         return -1;
     }
@@ -320,10 +325,15 @@ int libmctp_pcie_open(plt_pcie_session* session) {
 }
 
 void libmctp_pcie_close(plt_pcie_session* session) {
+    port().trace.push_back("close");
+    if (session->handle != &port()) {
+        port().violations.push_back("a session was closed that was not open");
+    }
     session->handle = nullptr;
 }
 
-int PCIEDeviceMux(uint8_t, uint8_t, plt_card_info* card) {
+int PCIEDeviceMux(uint8_t bus, uint8_t device, plt_card_info* card) {
+    port().trace.push_back("card " + std::to_string(bus) + " " + std::to_string(device));
     if (port().call_fails("card")) {
         return -1;
     }
@@ -332,15 +342,17 @@ int PCIEDeviceMux(uint8_t, uint8_t, plt_card_info* card) {
     return 0;
 }
 
-void MCTP_binding_SMBUS(mctp_ctx* ctx, uint8_t, const plt_card_info* card) {
-    ctx->binding_kind = MCTP_BINDING_KIND_SMBUS;
+void MCTP_binding_SMBUS(mctp_ctx* ctx, uint8_t setup_parameter, const plt_card_info* card) {
+    port().trace.push_back("binding smbus " + std::to_string(setup_parameter));
+    ctx->binding_kind = port().binding_kind.value_or(MCTP_BINDING_KIND_SMBUS);
     ctx->bus = card->i2c_channel;
     ctx->slave_addr = card->slave_addr;
     std::copy_n(card->mux, sizeof card->mux, ctx->mux);
 }
 
-void MCTP_binding_PCIE(mctp_ctx* ctx, uint8_t, const plt_card_info* card) {
-    ctx->binding_kind = MCTP_BINDING_KIND_PCIE;
+void MCTP_binding_PCIE(mctp_ctx* ctx, uint8_t setup_parameter, const plt_card_info* card) {
+    port().trace.push_back("binding pcie " + std::to_string(setup_parameter));
+    ctx->binding_kind = port().binding_kind.value_or(MCTP_BINDING_KIND_PCIE);
     ctx->pcie_bdf[0] = card->bus;
     ctx->pcie_bdf[1] = card->device;
 }

@@ -61,7 +61,8 @@ struct MuxRecord {
  *
  * Every call appends to trace: "lock bus 3", "unlock bus 3", "power", "standby policy", "address",
  * "mux", "write", "read", "pcie", "sleep 100000", "system cat ...", "shell ...", "channel lock 3",
- * "channel unlock 3", "progress". A call that was made to fail has " fails" behind it.
+ * "channel unlock 3", "progress", "attach", "card 65 2", "binding smbus 100", "open", "close". A
+ * call that was made to fail has " fails" behind it.
  */
 class ScriptedPlatform {
 public:
@@ -73,7 +74,9 @@ public:
     std::function<SlaveRead(const ReadRecord&)> on_read;   ///< answers when reads is empty
     std::function<int(plt_pcie_request&)> on_pcie;         ///< default: returns 0
     std::function<uint8_t(const uint8_t*, uint8_t)> crc8;  ///< replaces the right CRC-8
-    std::optional<uint8_t> bmc_address;  ///< GetBMCCtrAdd stores it; empty: leaves it alone
+    std::optional<uint8_t> bmc_address;   ///< GetBMCCtrAdd stores it; empty: leaves it alone
+    std::optional<uint8_t> binding_kind;  ///< what the binding set-up chooses; empty: its own
+    uint8_t i2c_channel = 3;              ///< GlobalParaInit
     uint8_t main_power = 1;
     int standby_policy_off = 0;           ///< GetS5stByPwrConfig
     std::set<std::string> refused_locks;  ///< names as in trace: "bus 3", "eid", "channel 3"
