@@ -95,6 +95,16 @@ TEST_F(PldmNicUpdateRun, ADeviceThatIsUnableToStartGivesMinusOneAndMark56) {
     EXPECT_EQ(commands(), "01 02 10");
 }
 
+TEST_F(PldmNicUpdateRun, ADeviceThatWantsToBeAskedAgainGetsASecondAndNothingElse) {
+    write_package({3});
+    device.usual[0x10] = "00 05 10 8e";
+    const Outcome outcome = update();
+    EXPECT_EQ(outcome.result, 0);
+    EXPECT_EQ(commands(), "01 02 10");
+    EXPECT_EQ(libc.sleeps, std::vector<uint32_t>{1000000});
+    EXPECT_TRUE(outcome.out.ends_with("ctx->state = 0x0\n"));
+}
+
 TEST_F(PldmNicUpdateRun, GivesTheResultOfAFailedExchange) {
     write_package({3});
     fail_exchanges_of(0x10, -57);

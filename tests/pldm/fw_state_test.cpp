@@ -17,8 +17,18 @@ std::string offered(const std::string& number, const std::string& stamp) {
            ",\ncomponent_comparison_stamp : " + stamp + ",\ncomponent_size : 28,\n";
 }
 
-const std::string kNotUpdated =
-    "Component will no be updated, response code: 0x6,\nGive up component image index = ";
+/// What follows where the device refuses a component of update_package().
+std::string skipped(const std::string& index) {
+    return "Component will no be updated, response code: 0x6,\n"
+           "Give up component image index = " +
+           index + "\nPLDM_FW_UPDATE_STATE_READY_XFER err, ctx->component_index = " + index +
+           "\nctx->state = 0x5\n";
+}
+
+const std::string kActivated =
+    "ctx->state = 0x6\n"
+    "activate fw completion code: 0\n"
+    "activation time: 0\n";
 
 class PldmState : public test::FwMachineTest {
 protected:
@@ -185,14 +195,8 @@ TEST_F(PldmState, ReadySkipsAComponentThatTheDeviceRefusesAndActivatesBehindTheL
     EXPECT_EQ(outcome.out,
               "ctx->state = 0x2\n"
               "PLDM_FW_UPDATE_STATE_READY_XFER s ctx->component_index = 0\n" +
-                  offered("1", "44332200") + kNotUpdated +
-                  "0\n"
-                  "PLDM_FW_UPDATE_STATE_READY_XFER err, ctx->component_index = 0\n"
-                  "ctx->state = 0x5\n"
-                  "ctx->component_index = 1, ctx->components_num =1\n"
-                  "ctx->state = 0x6\n"
-                  "activate fw completion code: 0\n"
-                  "activation time: 0\n");
+                  offered("1", "44332200") + skipped("0") +
+                  "ctx->component_index = 1, ctx->components_num =1\n" + kActivated);
     EXPECT_EQ(device.dialogue.back(), "> 81 05 1a 00");
     EXPECT_EQ(progress(), (std::vector<unsigned>{97, 98}));
     EXPECT_EQ(ctx.state, 6);
@@ -244,24 +248,15 @@ TEST_F(PldmState, ReadyComesBackToAComponentWhoseDeviceWentSilentBehindARefusedO
     EXPECT_EQ(outcome.out,
               "ctx->state = 0x2\n"
               "PLDM_FW_UPDATE_STATE_READY_XFER s ctx->component_index = 0\n" +
-                  offered("1", "44332200") + kNotUpdated +
-                  "0\n"
-                  "PLDM_FW_UPDATE_STATE_READY_XFER err, ctx->component_index = 0\n"
-                  "ctx->state = 0x5\n"
+                  offered("1", "44332200") + skipped("0") +
                   "ctx->component_index = 1, ctx->components_num =2\n"
                   "ctx->state = 0x2\n"
                   "PLDM_FW_UPDATE_STATE_READY_XFER s ctx->component_index = 1\n" +
                   offered("2", "44332201") +
                   "ctx->state = 0x3\n"
                   "PLDM_FW_UPDATE_STATE_READY_XFER e, ctx->component_index = 1\n" +
-                  offered("2", "44332201") + kNotUpdated +
-                  "1\n"
-                  "PLDM_FW_UPDATE_STATE_READY_XFER err, ctx->component_index = 1\n"
-                  "ctx->state = 0x5\n"
-                  "ctx->component_index = 2, ctx->components_num =2\n"
-                  "ctx->state = 0x6\n"
-                  "activate fw completion code: 0\n"
-                  "activation time: 0\n");
+                  offered("2", "44332201") + skipped("1") +
+                  "ctx->component_index = 2, ctx->components_num =2\n" + kActivated);
     EXPECT_EQ(ctx.component_index, 2);
     EXPECT_EQ(ctx.pldm.completion_code, 0x5A);
 }
@@ -307,10 +302,8 @@ TEST_F(PldmState, ApplyReportsNinetySevenBehindTheLastAndActivates) {
     ctx.component_index = 2;
     EXPECT_EQ(act(5).out,
               "ctx->state = 0x5\n"
-              "ctx->component_index = 2, ctx->components_num =2\n"
-              "ctx->state = 0x6\n"
-              "activate fw completion code: 0\n"
-              "activation time: 0\n");
+              "ctx->component_index = 2, ctx->components_num =2\n" +
+                  kActivated);
     EXPECT_EQ(test::port().progress,
               (std::vector<std::pair<uint32_t, unsigned>>{{0x7A5C, 97}, {0x7A5C, 98}}));
     EXPECT_EQ(ctx.last_percentage, 98);
