@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "pldm/fw_device.h"
 
@@ -177,6 +178,15 @@ TEST_F(PldmComponents, WithoutMemoryForTheListTheUpdateStops) {
     libc.fail_allocation(1);
     expect_stopped_silently(act(1), "");
     EXPECT_EQ(ctx.update_list, nullptr);
+}
+
+TEST_F(PldmComponents, AComponentThatThePackageHasNoCopyOfCarriesNoImage) {
+    prepare(2);
+    uint8_t* const copy = std::exchange(ctx.component_images[0], nullptr);
+    learn();
+    EXPECT_EQ(ctx.update_list[0].image, nullptr);
+    EXPECT_EQ(ctx.update_list[1].image, ctx.component_images[1]);
+    ctx.component_images[0] = copy;
 }
 
 TEST_F(PldmComponents, TheListOfAnEarlierRecordIsReplaced) {

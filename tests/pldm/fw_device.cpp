@@ -58,12 +58,12 @@ FwDevice::~FwDevice() {
 }
 
 void FwDevice::attach(mctp_ctx& endpoint) {
-    endpoint.xfer = [](mctp_ctx*, uint32_t length, int32_t room, const uint8_t* request,
+    endpoint.xfer = [](mctp_ctx*, uint32_t length, int32_t space, const uint8_t* request,
                        uint8_t* response) {
-        return active->exchange(bytes_at(request, length), room, response);
+        return active->exchange(bytes_at(request, length), space, response);
     };
-    endpoint.recv = [](mctp_ctx*, int32_t room, uint8_t* buffer) {
-        return active->receive(room, buffer);
+    endpoint.recv = [](mctp_ctx*, int32_t space, uint8_t* buffer) {
+        return active->receive(space, buffer);
     };
     endpoint.send = [](mctp_ctx*, uint32_t length, const uint8_t* message, uint8_t tag_owner) {
         return active->send(bytes_at(message, length), tag_owner);
@@ -87,9 +87,9 @@ void FwDevice::note(const char* mark, const Bytes& bytes) {
     }
 }
 
-int32_t FwDevice::exchange(const Bytes& request, int32_t room, uint8_t* response) {
+int32_t FwDevice::exchange(const Bytes& request, int32_t space, uint8_t* response) {
     note("> ", request);
-    this->room[request[2]] = room;
+    room[request[2]] = space;
     std::deque<std::string>& next = answers[request[2]];
     std::string text = usual[request[2]];
     if (!next.empty()) {
@@ -101,13 +101,13 @@ int32_t FwDevice::exchange(const Bytes& request, int32_t room, uint8_t* response
         asks.assign(loads.front().begin(), loads.front().end());
         loads.pop_front();
     }
-    const auto count = std::min(answer.size(), static_cast<size_t>(std::max(room, 0)));
+    const auto count = std::min(answer.size(), static_cast<size_t>(std::max(space, 0)));
     std::copy_n(answer.begin(), count, response);
     return answer.empty() ? -1 : static_cast<int32_t>(count);
 }
 
-int32_t FwDevice::receive(int32_t room, uint8_t* buffer) {
-    capacity.push_back(room);
+int32_t FwDevice::receive(int32_t space, uint8_t* buffer) {
+    capacity.push_back(space);
     max_blocks = std::max(max_blocks, static_cast<int>(libc_.live_blocks()));
     if (on_receive) {
         on_receive();
@@ -129,7 +129,7 @@ int32_t FwDevice::receive(int32_t room, uint8_t* buffer) {
     const Bytes message = hex(text);
     messages++;
     note("< ", message);
-    EXPECT_LE(message.size(), static_cast<size_t>(room));
+    EXPECT_LE(message.size(), static_cast<size_t>(space));
     std::copy(message.begin(), message.end(), buffer);
     return static_cast<int32_t>(message.size());
 }
@@ -232,11 +232,11 @@ Outcome FwMachineTest::act(uint8_t state) {
 void FwMachineTest::fail_exchanges_of(uint8_t command, int32_t result) {
     failing_command_ = command;
     failing_result_ = result;
-    ctx.pldm.transfer_op = [](pldm_ctx* pldm, uint32_t length, int32_t room, uint8_t* request,
+    ctx.pldm.transfer_op = [](pldm_ctx* pldm, uint32_t length, int32_t space, uint8_t* request,
                               uint8_t* response) {
         return request[2] == failing_command_
                    ? failing_result_
-                   : pldm_transfer(pldm, length, room, request, response);
+                   : pldm_transfer(pldm, length, space, request, response);
     };
 }
 

@@ -57,8 +57,8 @@ public:
 
 private:
     void note(const char* mark, const Bytes& bytes);
-    int32_t exchange(const Bytes& request, int32_t room, uint8_t* response);
-    int32_t receive(int32_t room, uint8_t* buffer);
+    int32_t exchange(const Bytes& request, int32_t space, uint8_t* response);
+    int32_t receive(int32_t space, uint8_t* buffer);
     int32_t send(const Bytes& message, uint8_t tag_owner);
 
     LibcPatch& libc_;

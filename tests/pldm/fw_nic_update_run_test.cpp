@@ -190,21 +190,29 @@ TEST_F(PldmNicUpdateRun, OfManyRecordsForADeviceThatStaysInUpdateModeEnds) {
 
 // ---- Whatever fails ----
 
-TEST_F(PldmNicUpdateRun, EachAllocationThatFailsReleasesEverything) {
-    write_package({3}, 2);
-    device.loads = {load(), load()};
-    int allocations = libc.allocations();
-    EXPECT_EQ(update().result, 0);
-    allocations = libc.allocations() - allocations;
-    EXPECT_GT(allocations, 15);
-    for (int n = 1; n <= allocations; n++) {
-        bind();
+class PldmNicUpdateWithoutMemory : public test::NicUpdateTest,
+                                   public ::testing::WithParamInterface<unsigned> {
+protected:
+    /// An update with these flags, of two components.
+    int32_t run_update() {
         device.asks.clear();
         device.loads = {load(), load()};
         ctx.component_index = 0;
         port().trace.clear();
+        return update(GetParam()).result;
+    }
+};
+
+TEST_P(PldmNicUpdateWithoutMemory, EachAllocationThatFailsReleasesEverything) {
+    write_package({3}, 2);
+    int allocations = libc.allocations();
+    EXPECT_EQ(run_update(), GetParam() == 0 ? 0 : -1);
+    allocations = libc.allocations() - allocations;
+    EXPECT_GT(allocations, 10);
+    for (int n = 1; n <= allocations; n++) {
+        bind();
         libc.fail_allocation(n);
-        const int32_t result = update().result;
+        const int32_t result = run_update();
         EXPECT_TRUE(result == 0 || result == -1) << n << ": " << result;
         const Texts trace = sessions();
         EXPECT_TRUE(trace == Texts() || trace == (Texts{"open", "close"})) << n;
@@ -212,6 +220,8 @@ TEST_F(PldmNicUpdateRun, EachAllocationThatFailsReleasesEverything) {
         libc.fail_allocation(0);
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Flags, PldmNicUpdateWithoutMemory, ::testing::Values(0, 3));
 
 TEST_F(PldmNicUpdateRun, EachExchangeThatIsLostReleasesEverything) {
     write_package({3}, 2);
