@@ -15,6 +15,7 @@ namespace tool_test {
 
 const char* const test_board = R"({
   "name": "bench",
+  "platform": {"pcie_open_fails": true},
   "buses": [{"bus": 1, "clock_hz": 400000}, {"bus": 2}],
   "devices": [
     {"name": "dev0", "type": "pldm", "bus": 1, "address": "0x40", "tid": 7,
