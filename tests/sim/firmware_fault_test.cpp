@@ -455,6 +455,32 @@ TEST_F(FirmwareOnPcie, DeviceAsksAndIsAnswered) {
     EXPECT_EQ(ask("80 05 1a 00"), "00 05 1a 00 00 00");
 }
 
+TEST_F(FirmwareOnPcie, AnswerGoesToTheEidThatItNames) {
+    open(board_with(R"({"name": "p", "type": "pldm", "transport": "pcie", "bdf": "47:1f.0",
+        "eid": 20, "firmware": {"get_package_data": true}})"));
+    plt_pcie_request request = to(0x47, 0x1F, 0, "01 80 05 10 80000000 0100 01 0100 01 00");
+    request.src_eid = 8;
+    request.dest_eid = 20;
+    ASSERT_EQ(PltMCTP_WriteRead(&request), 1);
+    const auto answer_with = [&](uint8_t source, uint8_t destination) {
+        plt_pcie_request asked = reading();
+        ASSERT_EQ(PltMCTP_WriteRead(&asked), 1);
+        EXPECT_EQ(asked.src_eid, 20);
+        EXPECT_EQ(asked.dest_eid, 8u);
+        plt_pcie_request reply = to(0x47, 0x1F, 0, "01 00 05 11 00 00000000 02 77");
+        reply.message[1] = asked.message[1] & 0x1F;
+        reply.operation = PLT_PCIE_WRITE;
+        reply.tag = asked.tag;
+        reply.src_eid = source;
+        reply.dest_eid = destination;
+        EXPECT_EQ(PltMCTP_WriteRead(&reply), 1);
+    };
+    answer_with(8, 20);
+    EXPECT_EQ(board->firmware("p")->package_data().size(), 1u);
+    answer_with(20, 8);
+    EXPECT_EQ(board->firmware("p")->package_data().size(), 1u) << "as they were read: for nobody";
+}
+
 TEST_F(FirmwareOnPcie, UnansweredRequestIsRepeated) {
     open(board_with(R"({"name": "p", "type": "pldm", "transport": "pcie", "bdf": "47:1f.0",
         "firmware": {"get_package_data": true}})"));
