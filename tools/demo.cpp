@@ -234,6 +234,7 @@ void run_demo(Context& context) {
     for (const Endpoint& endpoint : termini) {
         tour_terminus(tour, port, endpoint);
     }
+    show_updates(tour, port, speakers);
     tour.step("A raw message", "The same wire by hand: a PLDM GetTID, header first.",
               speakers.back().name, [&](Tour::Step& step) { show_raw(step, speakers.back()); });
     show_owners(tour, port);

@@ -21,6 +21,10 @@ void show_pcie(Tour& tour, Port& port, std::vector<Finding>& findings);
 /// The BMC gets an EID from each bus owner of the board.
 void show_owners(Tour& tour, Port& port);
 
+/// Firmware updates: of the first card on I2C and the first on PCIe that take one.
+/// @param speakers  endpoints that speak PLDM
+void show_updates(Tour& tour, Port& port, const std::vector<Endpoint>& speakers);
+
 /// Looks at every endpoint on one transport and adds what it finds.
 void show_discovery(Tour::Step& step, const Port& port, Transport transport,
                     std::vector<Finding>& findings);

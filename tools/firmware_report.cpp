@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "tools/progress.h"
 #include "tools/text.h"
 
 namespace tool {
@@ -122,10 +121,9 @@ Json comparison_json(const std::string& endpoint, const FirmwareInfo& info,
 
 }  // namespace
 
-UpdateReport update_firmware(Context& context, Session& session, const ParsedPackage& package,
-                             const UpdateWish& wish, size_t indent) {
-    Progress progress(context.output, context.port, indent);
-    FirmwareUpdate update(session, context.port, progress);
+UpdateReport update_firmware(Port& port, Session& session, const ParsedPackage& package,
+                             const UpdateWish& wish, Progress& progress) {
+    FirmwareUpdate update(session, port, &progress);
     update.bring_up();
     UpdateReport report;
     report.endpoint = session.endpoint().name;
@@ -135,17 +133,17 @@ UpdateReport update_firmware(Context& context, Session& session, const ParsedPac
     report.transfer_size = wish.transfer_size != 0
                                ? wish.transfer_size
                                : transfer_size_for(session.endpoint(), report.before);
-    const uint64_t begin = context.port.now_us();
+    const uint64_t begin = port.now_us();
     const UpdateRecord& record =
         update.run(package.path(), report.transfer_size, wish.force ? PLDM_FW_FLAG_FORCE : 0);
     if (!record.succeeded()) {
         throw update_failure(report.endpoint, record);
     }
     report.bytes = update.bytes();
-    report.duration_us = context.port.now_us() - begin;
+    report.duration_us = port.now_us() - begin;
     // A device that activates by itself is back behind that time.
     constexpr uint16_t patience_s = 300;
-    context.port.wait_us(uint64_t{std::min(record.activation_s, patience_s)} * 1000000);
+    port.wait_us(uint64_t{std::min(record.activation_s, patience_s)} * 1000000);
     report.after = read_firmware_versions(session);
     return report;
 }
@@ -177,8 +175,7 @@ Json report_json(const UpdateReport& report) {
 }
 
 void query_firmware(Context& context, Session& session, const ParsedPackage& package) {
-    Progress progress(context.output, context.port);
-    FirmwareUpdate update(session, context.port, progress);
+    FirmwareUpdate update(session, context.port, nullptr);
     update.bring_up();
     const FirmwareInfo info = read_firmware_info(session);
     // The library itself says whether the package is for the device.

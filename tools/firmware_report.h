@@ -11,6 +11,7 @@
 #include "tools/firmware_info.h"
 #include "tools/firmware_update.h"
 #include "tools/package.h"
+#include "tools/progress.h"
 #include "tools/session.h"
 
 namespace tool {
@@ -29,9 +30,8 @@ struct UpdateReport {
 
 /// Updates a device and shows the progress. Throws Failure.
 /// @param session  discovered
-/// @param indent   blanks before each line of the progress
-UpdateReport update_firmware(Context& context, Session& session, const ParsedPackage& package,
-                             const UpdateWish& wish, size_t indent = 0);
+UpdateReport update_firmware(Port& port, Session& session, const ParsedPackage& package,
+                             const UpdateWish& wish, Progress& progress);
 
 /// Versions before and behind. @param indent  blanks before each line
 std::string report_text(const UpdateReport& report, size_t indent = 0);

@@ -41,7 +41,7 @@ bool is_step(uint8_t command) {
 
 }  // namespace
 
-FirmwareUpdate::FirmwareUpdate(Session& session, const Port& port, Progress& progress)
+FirmwareUpdate::FirmwareUpdate(Session& session, const Port& port, Progress* progress)
     : session_(session), port_(port), progress_(progress) {
     link_.update = this;
     link_.context.task_id = task;
@@ -73,10 +73,12 @@ const UpdateRecord& FirmwareUpdate::run(const std::string& package, uint32_t tra
     if (record_.unfinished()) {
         leave_update_mode();
     }
-    if (record_.succeeded()) {
-        progress_.show(100, bytes(), total_);
+    if (progress_ != nullptr) {
+        if (record_.succeeded()) {
+            progress_->show(100, bytes(), total_);
+        }
+        progress_->end();
     }
-    progress_.end();
     return record_;
 }
 
@@ -276,7 +278,9 @@ uint32_t FirmwareUpdate::component_size() const {
 }
 
 void FirmwareUpdate::show() {
-    progress_.show(port_.task_percentage(task), bytes(), total_);
+    if (progress_ != nullptr) {
+        progress_->show(port_.task_percentage(task), bytes(), total_);
+    }
 }
 
 }  // namespace tool

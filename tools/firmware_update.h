@@ -59,8 +59,9 @@ Failure update_failure(const std::string& endpoint, const UpdateRecord& record);
 
 class FirmwareUpdate {
 public:
-    /// @param session  discovered; outlives this
-    FirmwareUpdate(Session& session, const Port& port, Progress& progress);
+    /// @param session   discovered; outlives this
+    /// @param progress  may be null
+    FirmwareUpdate(Session& session, const Port& port, Progress* progress);
     ~FirmwareUpdate() { pldm_free_ua_resource(&link_.context); }
     FirmwareUpdate(const FirmwareUpdate&) = delete;
     FirmwareUpdate& operator=(const FirmwareUpdate&) = delete;
@@ -104,7 +105,7 @@ private:
 
     Session& session_;
     const Port& port_;
-    Progress& progress_;
+    Progress* progress_;
     Link link_{};
     pldm_ctx operations_{};  ///< the library's own
     UpdateRecord record_;

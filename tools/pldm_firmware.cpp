@@ -49,7 +49,8 @@ void run_pldm_fw_update(Context& context, const std::string& endpoint, const std
         query_firmware(context, session, package);
         return;
     }
-    const UpdateReport report = update_firmware(context, session, package, wish);
+    Progress progress(context.output, context.port, {});
+    const UpdateReport report = update_firmware(context.port, session, package, wish, progress);
     context.output.text(report_text(report));
     context.output.document(report_json(report));
 }

@@ -29,15 +29,18 @@ std::string bytes_text(uint64_t bytes) {
                                 : fmt::format("{:.1f} MiB", number / step / step);
 }
 
-Progress::Progress(Output& output, const Port& port, size_t indent)
-    : output_(output), port_(port), indent_(indent, ' ') {
-    const bool bar = output.is_terminal();
-    style_ = output.json() ? Style::none : bar ? Style::bar : Style::lines;
+Progress::Progress(Output& output, const Port& port, const Look& look)
+    : output_(output), port_(port), indent_(look.indent, ' ') {
+    const Style elsewhere = look.lines ? Style::lines : Style::none;
+    style_ = output.json() ? Style::none : output.is_terminal() ? Style::bar : elsewhere;
 }
 
 /// How much of how much, how fast, for how long still.
 std::string Progress::amounts(uint64_t done, uint64_t total) const {
-    const std::string text = fmt::format("{} of {}", bytes_text(done), bytes_text(total));
+    if (total == 0) {
+        return {};
+    }
+    const std::string text = fmt::format("  {} of {}", bytes_text(done), bytes_text(total));
     const uint64_t elapsed = start_us_ ? port_.now_us() - *start_us_ : 0;
     if (done == 0 || elapsed == 0) {
         return text;
@@ -50,7 +53,7 @@ std::string Progress::amounts(uint64_t done, uint64_t total) const {
 
 std::string Progress::bar_line(unsigned percent, const std::string& amounts) const {
     const size_t filled = std::min<size_t>(percent, 100) * bar_width / 100;
-    const std::string line = fmt::format("{}[{}{}] {:3} %  {}", indent_, std::string(filled, '#'),
+    const std::string line = fmt::format("{}[{}{}] {:3} %{}", indent_, std::string(filled, '#'),
                                          std::string(bar_width - filled, '-'), percent, amounts);
     // A line that is wrapped could not be drawn over.
     return line.substr(0, output_.columns() - 1);
@@ -80,7 +83,7 @@ void Progress::show(unsigned percent, uint64_t done, uint64_t total) {
     }
     shown_percent_ = percent;
     if (style_ == Style::lines) {
-        output_.text(fmt::format("{}{:3} %  {}\n", indent_, percent, amounts(done, total)));
+        output_.text(fmt::format("{}{:3} %{}\n", indent_, percent, amounts(done, total)));
         return;
     }
     output_.text("\r" + bar_line(percent, amounts(done, total)) + "\x1b[K");

@@ -15,14 +15,18 @@ namespace tool {
 
 class Progress {
 public:
-    /// @param indent  blanks before each line
-    Progress(Output& output, const Port& port, size_t indent = 0);
+    struct Look {
+        size_t indent = 0;  ///< blanks before each line
+        bool lines = true;  ///< lines where there is no terminal; else nothing there
+    };
+
+    Progress(Output& output, const Port& port, const Look& look);
     ~Progress() { end(); }
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
     /// Shows how far the work is; to be called often. Lines come where the percentage has changed.
-    /// @param done, total  bytes; the rate is that since the first byte
+    /// @param done, total  bytes; 0 and 0 before it is known. The rate is that since it is
     void show(unsigned percent, uint64_t done, uint64_t total);
 
     /// Leaves the bar as it is and goes to the next line.

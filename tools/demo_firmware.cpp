@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+// The demo's firmware updates: cards get packages that are made for them on the spot.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "tools/demo.h"
+#include "tools/firmware_report.h"
+#include "tools/package_builder.h"
+#include "tools/text.h"
+
+namespace tool {
+namespace {
+
+constexpr size_t image_size = 4096;
+
+/// A file that is gone with its scope.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(const std::vector<uint8_t>& content) {
+        const char* folder = std::getenv("TMPDIR");
+        path_ = std::string(folder != nullptr ? folder : "/tmp") + "/sideband-demo-XXXXXX";
+        const int descriptor = mkstemp(path_.data());
+        if (descriptor < 0) {
+            throw Failure(ExitStatus::failed, path_ + ": no temporary file can be made");
+        }
+        close(descriptor);
+        std::ofstream(path_, std::ios::binary)
+            .write(reinterpret_cast<const char*>(content.data()),
+                   static_cast<std::streamsize>(content.size()));
+    }
+    ~TemporaryFile() { std::remove(path_.c_str()); }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+/// The version with its last digit counted up, "1.9" to "1.0": a demo needs no more than another.
+std::string next_version(std::string version) {
+    if (version.empty() || std::isdigit(static_cast<unsigned char>(version.back())) == 0) {
+        return version + "1";
+    }
+    version.back() = version.back() == '9' ? '0' : static_cast<char>(version.back() + 1);
+    return version;
+}
+
+/// A package for this device and its first component.
+std::vector<uint8_t> package_for(const FirmwareInfo& info) {
+    const FirmwareComponent& own = info.components.front();
+    PackageRecord record;
+    record.components = {0};
+    record.version = next_version(info.active_version);
+    for (const Descriptor& descriptor : info.descriptors) {
+        record.descriptors.push_back({descriptor.type, descriptor.data, {}});
+    }
+    PackageComponent component;
+    component.classification = own.classification;
+    component.identifier = own.identifier;
+    component.comparison_stamp = own.active.comparison_stamp + 1;
+    component.activation_method = own.activation_methods;
+    component.version = next_version(own.active.version);
+    for (size_t i = 0; i < image_size; ++i) {
+        component.image.push_back(static_cast<uint8_t>(i ^ i >> 8));
+    }
+    Package package;
+    package.version = record.version;
+    package.records = {record};
+    package.components = {component};
+    return build_package(package);
+}
+
+void show_update(Tour::Step& step, Port& port, const Endpoint& endpoint) {
+    Session session(endpoint);
+    session.discover();
+    const FirmwareInfo info = read_firmware_info(session);
+    if (info.components.empty()) {
+        step.skip("the device has no firmware component");
+        return;
+    }
+    const TemporaryFile file(package_for(info));
+    const ParsedPackage package(file.path());
+    Progress progress(step.output, port, {.indent = 3, .lines = false});
+    const UpdateReport report = update_firmware(port, session, package, {}, progress);
+    step.output.text(report_text(report, 3));
+    step.say("took " + seconds_text(report.duration_us));
+    step.details = report_json(report);
+    // Another name each time, of a file that is no more.
+    step.details.erase("package");
+    if (report.after.active_version != package.version()) {
+        throw Failure(endpoint.name, "the activation",
+                      "the active version is " + version_or_dash(report.after.active_version));
+    }
+    step.result = fmt::format("{} bytes, {} is now {}", report.bytes, report.before.active_version,
+                              report.after.active_version);
+}
+
+/// One that does not answer has been reported by its own step.
+bool has_firmware(const Endpoint& endpoint) {
+    try {
+        Session session(endpoint);
+        session.discover();
+        pldm_ctx& pldm = session.pldm();
+        return pldm_get_type(&pldm) == 0 && (pldm.pldm_types[0] >> PLDM_TYPE_FW_UPDATE & 1) != 0;
+    } catch (const Failure&) {
+        return false;
+    }
+}
+
+}  // namespace
+
+void show_updates(Tour& tour, Port& port, const std::vector<Endpoint>& speakers) {
+    for (const Transport transport : {Transport::i2c, Transport::pcie}) {
+        const auto card =
+            std::find_if(speakers.begin(), speakers.end(), [transport](const Endpoint& endpoint) {
+                return endpoint.transport == transport && has_firmware(endpoint);
+            });
+        if (card != speakers.end()) {
+            tour.step("A firmware update",
+                      "A package for this card: it fetches the image, verifies it, activates it.",
+                      card->name, [&](Tour::Step& step) { show_update(step, port, *card); });
+        }
+    }
+}
+
+}  // namespace tool
