@@ -224,6 +224,7 @@ void run_demo(Context& context) {
                   "all", [](Tour::Step& step) {
                       step.skip("no PLDM terminus with sensors answers on this board");
                   });
+        show_updates(tour, port, speakers);
         show_owners(tour, port);
         tour.finish();
         return;

@@ -3,9 +3,11 @@
 #include "tool_runner.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -100,30 +102,100 @@ std::vector<std::string> words_of(const char* text) {
     return words;
 }
 
+/// The tool, running.
+class Child {
+public:
+    /// @param out  becomes its standard output and is closed here
+    Child(const std::vector<std::string>& arguments, int out, int err) {
+        const char* tool = std::getenv("SIDEBAND_TOOL");
+        if (tool == nullptr) {
+            throw std::runtime_error("SIDEBAND_TOOL does not name the tool");
+        }
+        std::vector<std::string> words = words_of(std::getenv("MESON_EXE_WRAPPER"));
+        words.emplace_back(tool);
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        id_ = fork();
+        if (id_ == 0) {
+            become(words, out, err);
+        }
+        close(out);
+    }
+
+    /// @return exit status; 128 and the signal's number where a signal ended it
+    int wait() const {
+        int status = 0;
+        if (id_ < 0 || waitpid(id_, &status, 0) != id_) {
+            throw std::runtime_error("the tool could not be started");
+        }
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
+    void kill(int signal) const { ::kill(id_, signal); }
+
+private:
+    pid_t id_ = -1;
+};
+
+/// Reads until nobody writes any more, which on a terminal is an error, and closes.
+template <typename Seen>
+void read_all(int descriptor, std::string& text, Seen seen) {
+    char block[4096];
+    for (ssize_t got; (got = read(descriptor, block, sizeof block)) > 0;) {
+        text.append(block, static_cast<size_t>(got));
+        seen();
+    }
+    close(descriptor);
+}
+
 }  // namespace
 
 Outcome run_tool(const std::vector<std::string>& arguments, const char* out_path) {
-    const char* tool = std::getenv("SIDEBAND_TOOL");
-    if (tool == nullptr) {
-        throw std::runtime_error("SIDEBAND_TOOL does not name the tool");
-    }
-    std::vector<std::string> words = words_of(std::getenv("MESON_EXE_WRAPPER"));
-    words.emplace_back(tool);
-    words.insert(words.end(), arguments.begin(), arguments.end());
     const Sink out;
     const Sink err;
-    const pid_t child = fork();
-    if (child == 0) {
-        become(words, out_path == nullptr ? out.descriptor() : open(out_path, O_WRONLY),
-               err.descriptor());
+    const Child child(arguments,
+                      out_path == nullptr ? dup(out.descriptor()) : open(out_path, O_WRONLY),
+                      err.descriptor());
+    const int status = child.wait();
+    return {.status = status, .out = out.text(), .err = err.text()};
+}
+
+Outcome run_tool_until(const std::vector<std::string>& arguments, const std::string& text,
+                       int signal) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        throw std::runtime_error("no pipe");
     }
-    int status = 0;
-    if (child < 0 || waitpid(child, &status, 0) != child) {
-        throw std::runtime_error("the tool could not be started");
+    const Sink err;
+    const Child child(arguments, ends[1], err.descriptor());
+    std::string out;
+    bool sent = false;
+    read_all(ends[0], out, [&] {
+        if (!sent && contains(out, text)) {
+            child.kill(signal);
+            sent = true;
+        }
+    });
+    EXPECT_TRUE(sent) << "never printed: " << text;
+    const int status = child.wait();
+    return {.status = status, .out = out, .err = err.text()};
+}
+
+Outcome run_tool_on_terminal(const std::vector<std::string>& arguments, unsigned short columns) {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) {
+        throw std::runtime_error("no terminal");
     }
-    return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
-            .out = out.text(),
-            .err = err.text()};
+    const int end = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    winsize size{};
+    size.ws_col = columns;
+    size.ws_row = 24;
+    ioctl(terminal, TIOCSWINSZ, &size);
+    const Sink err;
+    const Child child(arguments, end, err.descriptor());
+    std::string out;
+    read_all(terminal, out, [] {});
+    const int status = child.wait();
+    return {.status = status, .out = out, .err = err.text()};
 }
 
 nlohmann::ordered_json one_document(const std::string& text) {

@@ -22,6 +22,13 @@ struct Outcome {
 /// @param out  where its standard output goes instead of into the result; null for the result
 Outcome run_tool(const std::vector<std::string>& arguments, const char* out = nullptr);
 
+/// Runs the tool and sends it a signal as soon as a text has appeared on its standard output.
+Outcome run_tool_until(const std::vector<std::string>& arguments, const std::string& text,
+                       int signal);
+
+/// Runs the tool with its standard output on a terminal of so many columns.
+Outcome run_tool_on_terminal(const std::vector<std::string>& arguments, unsigned short columns);
+
 /// Parses the whole of a text as one JSON document; a text that is none fails the test.
 nlohmann::ordered_json one_document(const std::string& text);
 
