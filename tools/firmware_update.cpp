@@ -84,13 +84,21 @@ const UpdateRecord& FirmwareUpdate::run(const std::string& package, uint32_t tra
 
 /// CancelUpdate, over the session: the context has given up its terminus.
 void FirmwareUpdate::leave_update_mode() {
-    pldm_fw_update_ctx context{};
-    context.pldm = session_.pldm();
-    const bool cancelled = pldm_cancel_update(&context) == 0;
-    // No answer leaves no code.
-    record_.cancel_code = cancelled
-                              ? uint8_t{PLDM_CC_SUCCESS}
-                              : std::max<uint8_t>(context.pldm.completion_code, PLDM_CC_ERROR);
+    constexpr int attempts = 4;
+    constexpr uint8_t request_bit = 0x80;
+    record_.cancelled = true;
+    for (int i = 0; i < attempts; ++i) {
+        pldm_fw_update_ctx context{};
+        context.pldm = session_.pldm();
+        pldm_cancel_update(&context);
+        const std::span<const uint8_t> answer = session_.last_answer();
+        if (answer.size() > code_offset && (answer[0] & request_bit) == 0) {
+            record_.cancel_code = answer[code_offset];
+            return;
+        }
+        // Over SMBus a request of the device that lies in the queue is taken for the answer. It
+        // is gone now.
+    }
 }
 
 /// Whether nothing may pass any more: somebody wants the update to end.

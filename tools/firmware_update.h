@@ -43,8 +43,8 @@ struct UpdateRecord {
     std::optional<size_t> current;             ///< index of the last component that was offered
     uint8_t state = 0;                         ///< of the context, at the end
     bool interrupted = false;
-    /// What the device said to CancelUpdate, where it was sent at the end: 0 for success.
-    std::optional<uint8_t> cancel_code;
+    bool cancelled = false;              ///< CancelUpdate was sent at the end
+    std::optional<uint8_t> cancel_code;  ///< the device's answer to it; none where none came
 
     bool succeeded() const {
         return accepted && activated && applied == components && components > 0;

@@ -11,6 +11,7 @@ namespace {
 
 constexpr uint8_t request_firmware_data = 0x15;
 constexpr uint8_t activate_firmware = 0x1A;
+constexpr uint8_t cancel_update = 0x1D;
 constexpr uint8_t not_in_update_mode = 0x80;
 
 /// ComponentCompatibilityResponseCode of UpdateComponent (DSP0267).
@@ -177,7 +178,7 @@ private:
     std::string suffix() const {
         std::string text =
             record_.mark != 0 ? fmt::format(" (mark 0x{:02x})", record_.mark) : std::string();
-        if (record_.cancel_code && !has_left()) {
+        if (record_.cancelled && !has_left()) {
             text += "; " + aftermath();
         }
         return text;
@@ -189,14 +190,15 @@ private:
 
     /// How the device was left.
     std::string aftermath() const {
-        if (!record_.cancel_code) {
+        if (!record_.cancelled) {
             return record_.accepted ? "behind the activation" : "before the device was changed";
         }
-        return has_left() ? "the device has left update mode"
-                          : fmt::format(
-                                "the device may still be in update mode: it did not take "
-                                "CancelUpdate, code 0x{:02x}",
-                                *record_.cancel_code);
+        if (has_left()) {
+            return "the device has left update mode";
+        }
+        return "the device may still be in update mode: its answer to CancelUpdate was " +
+               (record_.cancel_code ? code_text(named({cancel_update, record_.cancel_code}))
+                                    : std::string("none"));
     }
 
     const std::string& endpoint_;

@@ -63,11 +63,11 @@ INSTANTIATE_TEST_SUITE_P(
                 "UpdateComponent of component 0 failed: completion code 0x84 "
                 "(INVALID_STATE_FOR_COMMAND) (mark 0x14)"},
         Trouble{"ComponentIsRefused", "refuse_component", "update_component", R"({"value": 6})",
-                true,
+                false,
                 "component 0 failed: the device refuses it: the device does not support it (code "
                 "0x06)"},
         Trouble{"ComponentIsRefusedInNewWords", "refuse_component", "update_component",
-                R"({"value": 200})", true, "component 0 failed: the device refuses it: code 0xc8"},
+                R"({"value": 200})", false, "component 0 failed: the device refuses it: code 0xc8"},
         Trouble{"PieceIsOutOfOrder", "ask", "request_firmware_data",
                 R"({"at": 2, "offset": 0, "length": 16})", true,
                 "the transfer of component 0 failed: the device's RequestFirmwareData was out of "
@@ -87,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
         Trouble{"DeviceDies", "dead", "request_firmware_data", R"({"at": 3})", true,
                 "the transfer of component 0 failed: the device went silent behind its "
                 "RequestFirmwareData, or it asks without an end (mark 0x5a); the device may still "
-                "be in update mode: it did not take CancelUpdate, code 0x01"},
+                "be in update mode: its answer to CancelUpdate was none"},
         Trouble{"DeviceAsksForEver", "endless", "request_firmware_data", R"({"count": 0})", true,
                 "the transfer of component 0 failed: the device went silent behind its "
                 "RequestFirmwareData, or it asks without an end (mark 0x5a)"},

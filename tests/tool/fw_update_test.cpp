@@ -82,7 +82,7 @@ TEST(FwUpdate, DrawsABarOnATerminal) {
     // The terminal puts a carriage return before each line end.
     EXPECT_TRUE(contains(wide.out, " left\x1b[K\r\n                BEFORE")) << wide.out;
     const Outcome narrow = tool_test::run_tool_on_terminal(arguments, 40);
-    EXPECT_TRUE(contains(narrow.out, "\r[########################] 100 %  2000 B\x1b[K\r\n"))
+    EXPECT_TRUE(contains(narrow.out, "\r[########################] 100 %  2000 \x1b[K\r\n"))
         << narrow.out;
     setenv("TERM", "dumb", 1);
     const Outcome dumb = tool_test::run_tool_on_terminal(arguments, 120);
@@ -231,7 +231,7 @@ Outcome interrupt(const char* card, int signal, const TemporaryFile& capture, Fi
     const TemporaryFile package(file_of(card_package(4 << 20)));
     return tool_test::run_tool_until({"--board", file.path(), "pldm", "fw-update", card,
                                       package.path(), "--capture", capture.path()},
-                                     " 10 %\n", signal);
+                                     "\n 15 %  ", signal);
 }
 
 TEST(FwUpdate, CtrlCCancelsTheUpdateOnTheDevice) {
@@ -262,7 +262,8 @@ TEST(FwUpdate, CtrlCSaysWhereTheDeviceDoesNotTakeTheCancellation) {
     EXPECT_EQ(stopped.status, 1);
     EXPECT_EQ(stopped.err,
               "sideband-sim: pldm fw-update: nic0: the update failed: cancelled, the device may "
-              "still be in update mode: it did not take CancelUpdate, code 0x86\n");
+              "still be in update mode: its answer to CancelUpdate was completion code 0x86 "
+              "(BUSY_IN_BACKGROUND)\n");
 }
 
 }  // namespace
