@@ -133,8 +133,10 @@ int transfer_size(const char* vendor, const char* card, std::vector<std::string>
     tool::Package package = card_package();
     package.records[0].descriptors.erase(package.records[0].descriptors.begin());
     const TemporaryFile file(file_of(package));
-    options.insert(options.end(), {"--json", "pldm", "fw-update", card, file.path()});
-    return one_document(board.run(options).out)["maximum_transfer_size"];
+    options.insert(options.begin(), {"pldm", "fw-update", card, file.path(), "--json"});
+    const Outcome update = board.run(options);
+    EXPECT_EQ(update.err, "");
+    return one_document(update.out).value("maximum_transfer_size", 0);
 }
 
 TEST(FwUpdate, OffersTheTransferSizeOfTheVendorAndTheTransport) {
