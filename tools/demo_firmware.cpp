@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "tools/demo.h"
 #include "tools/firmware_report.h"
@@ -45,13 +45,13 @@ private:
     std::string path_;
 };
 
-/// The version with its last digit counted up, "1.9" to "1.0": a demo needs no more than another.
-std::string next_version(std::string version) {
-    if (version.empty() || std::isdigit(static_cast<unsigned char>(version.back())) == 0) {
-        return version + "1";
-    }
-    version.back() = version.back() == '9' ? '0' : static_cast<char>(version.back() + 1);
-    return version;
+/// The version with its last number counted up: "1.9" to "1.10".
+std::string next_version(const std::string& version) {
+    const size_t last = version.find_last_not_of("0123456789");
+    const std::string head = version.substr(0, last == std::string::npos ? 0 : last + 1);
+    const std::optional<uint32_t> number =
+        parse_number(std::string_view(version).substr(head.size()), 999999999);
+    return number ? head + std::to_string(*number + 1) : version + ".1";
 }
 
 /// A package for this device and its first component.

@@ -130,7 +130,7 @@ TEST(ToolPage, ShowsWhatTheToolPrints) {
     for (const char* command :
          {"demo", "scan", "mctp eid", "mctp uuid", "mctp routes", "raw", "pldm info",
           "pldm sensors", "pldm pdr list", "pldm pdr show", "pldm pdr dump", "pldm fru",
-          "pkg show"}) {
+          "pldm fw-info", "pldm fw-update", "pkg show"}) {
         const bool shown = std::any_of(
             examples.begin(), examples.end(),
             [command](const Example& example) { return contains(example.command, command); });
