@@ -19,7 +19,7 @@ sys.dont_write_bytecode = True  # no __pycache__ in the source tree
 import dissector  # noqa: E402
 import messages  # noqa: E402
 import pcapng  # noqa: E402
-from messages import CONTROL, PLDM, PLDM_BASE, PLDM_FRU, PLDM_PLATFORM  # noqa: E402
+from messages import CONTROL, PLDM, PLDM_BASE, PLDM_FIRMWARE, PLDM_FRU, PLDM_PLATFORM  # noqa: E402
 
 SKIPPED = 77
 WRONG_USAGE = 2  # of the tool
@@ -33,7 +33,10 @@ EXPECTED = {"Set Endpoint ID", "Get Endpoint ID", "Get Endpoint UUID", "GetTID",
             "GetPLDMVersion", "GetSensorReading", "GetStateSensorReadings",
             "Prepare for Endpoint Discovery", "Endpoint Discovery", "Allocate Endpoint IDs",
             "Get Routing Table Entries", "Discovery Notify", "Get Vendor Defined Message Support",
-            "GetPDRRepositoryInfo", "GetPDR", "GetFRURecordTableMetadata", "GetFRURecordTable"}
+            "GetPDRRepositoryInfo", "GetPDR", "GetFRURecordTableMetadata", "GetFRURecordTable",
+            "QueryDeviceIdentifiers", "GetFirmwareParameters", "RequestUpdate",
+            "PassComponentTable", "UpdateComponent", "RequestFirmwareData", "TransferComplete",
+            "VerifyComplete", "ApplyComplete", "ActivateFirmware"}
 
 
 class Comparison:
@@ -127,6 +130,10 @@ class Comparison:
         self.expect(packet, "pldm.type", seen.number("pldm.type"), message.pldm_type)
         field = COMMAND_FIELDS.get(message.pldm_type)
         name = messages.PLDM_COMMANDS.get(message.pldm_type, {}).get(message.command)
+        if message.pldm_type == PLDM_FIRMWARE:
+            # tshark 4.4 reads the header of this type and nothing behind it.
+            self.names.add(name or f"firmware update command 0x{message.command:02x}")
+            return
         if field:
             self.expect(packet, field, seen.number(field), message.command)
         if name:

@@ -7,7 +7,7 @@ import dataclasses
 import zlib
 
 CONTROL, PLDM = 0, 1
-PLDM_BASE, PLDM_PLATFORM, PLDM_FRU = 0, 2, 4
+PLDM_BASE, PLDM_PLATFORM, PLDM_FRU, PLDM_FIRMWARE = 0, 2, 4, 5
 
 CONTROL_COMMANDS = {  # DSP0236, table 12
     0x01: "Set Endpoint ID", 0x02: "Get Endpoint ID", 0x03: "Get Endpoint UUID",
@@ -24,6 +24,12 @@ PLDM_COMMANDS = {
                     0x20: "SetStateSensorEnables", 0x21: "GetStateSensorReadings",
                     0x50: "GetPDRRepositoryInfo", 0x51: "GetPDR"},
     PLDM_FRU: {0x01: "GetFRURecordTableMetadata", 0x02: "GetFRURecordTable"},
+    PLDM_FIRMWARE: {0x01: "QueryDeviceIdentifiers", 0x02: "GetFirmwareParameters",
+                    0x10: "RequestUpdate", 0x11: "GetPackageData", 0x12: "GetDeviceMetaData",
+                    0x13: "PassComponentTable", 0x14: "UpdateComponent",
+                    0x15: "RequestFirmwareData", 0x16: "TransferComplete", 0x17: "VerifyComplete",
+                    0x18: "ApplyComplete", 0x1A: "ActivateFirmware", 0x1B: "GetStatus",
+                    0x1C: "CancelUpdateComponent", 0x1D: "CancelUpdate"},
 }
 # sensorDataSize (DSP0248, GetSensorReading): width in bytes and sign.
 READING_FORMATS = {0: (1, False), 1: (1, True), 2: (2, False), 3: (2, True), 4: (4, False),
