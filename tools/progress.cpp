@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace tool {
 namespace {
@@ -40,7 +41,7 @@ std::string Progress::amounts(uint64_t done, uint64_t total) const {
     if (total == 0) {
         return {};
     }
-    const std::string text = fmt::format("  {} of {}", bytes_text(done), bytes_text(total));
+    std::string text = fmt::format("  {} of {}", bytes_text(done), bytes_text(total));
     const uint64_t elapsed = start_us_ ? port_.now_us() - *start_us_ : 0;
     if (done == 0 || elapsed == 0) {
         return text;
@@ -48,7 +49,7 @@ std::string Progress::amounts(uint64_t done, uint64_t total) const {
     const double rate = static_cast<double>(done) * 1e6 / static_cast<double>(elapsed);
     const double left = static_cast<double>(total - std::min(done, total)) / rate;
     return fmt::format("{}, {}/s, {} left", text, bytes_text(static_cast<uint64_t>(rate)),
-                       duration_text(static_cast<uint64_t>(left + 0.5)));
+                       duration_text(static_cast<uint64_t>(std::llround(left))));
 }
 
 std::string Progress::bar_line(unsigned percent, const std::string& amounts) const {

@@ -40,6 +40,16 @@ TEST(PldmCodes, From80OnBelongToTheCommand) {
     EXPECT_EQ(tool::pldm_code_name(0, 0x02, 0x7F), "reserved");
 }
 
+TEST(PldmCodes, From80OnBelongToFirmwareUpdateAsAWhole) {
+    EXPECT_EQ(tool::pldm_code_name(5, 0x10, 0x81), "ALREADY_IN_UPDATE_MODE");
+    EXPECT_EQ(tool::pldm_code_name(5, 0x10, 0x8A), "UNABLE_TO_INITIATE_UPDATE");
+    EXPECT_EQ(tool::pldm_code_name(5, 0x1D, 0x80), "NOT_IN_UPDATE_MODE");
+    EXPECT_EQ(tool::pldm_code_name(5, 0x15, 0x91), "INVALID_TRANSFER_OPERATION_FLAG");
+    EXPECT_EQ(tool::pldm_code_name(5, 0x15, 0xA0), "command specific");
+    EXPECT_EQ(tool::pldm_firmware_command_name(0x15), "RequestFirmwareData");
+    EXPECT_EQ(tool::pldm_firmware_command_name(0x40), "unknown");
+}
+
 TEST(MessageTypes, AreNamedWithoutTheIntegrityCheckBit) {
     EXPECT_EQ(tool::message_type_name(0x00), "control");
     EXPECT_EQ(tool::message_type_name(0x01), "pldm");

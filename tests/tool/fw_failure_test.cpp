@@ -150,6 +150,14 @@ TEST(FwUpdate, OfATerminusWithoutFirmwareFails) {
         "firmware update (mark 0x52)");
 }
 
+TEST(FwUpdate, OnABoardWithoutASessionOnPcieFails) {
+    Json board = Json::parse(FirmwareBoard().text());
+    board["platform"]["pcie_open_fails"] = true;
+    const TemporaryFile file(file_of(card_package()));
+    EXPECT_EQ(tool_test::run_on(board.dump(1), {"pldm", "fw-update", "nic0", file.path()}).err,
+              "sideband-sim: pldm fw-update: nic0: the update failed: no session on PCIe\n");
+}
+
 TEST(FwUpdate, GivesProgramsTheFailedStepAndTheCode) {
     FirmwareBoard board;
     board.fault("completion_code", "request_update", {{"value", 0x8A}});
