@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/failure.h"
+#include "tools/package_builder.h"
 #include "tools/text.h"
 
 namespace tool {
@@ -21,11 +22,9 @@ namespace {
 constexpr std::array<uint8_t, 16> identifier{0xF0, 0x18, 0x87, 0x8C, 0xCB, 0x7D, 0x49, 0x43,
                                              0x98, 0x00, 0xA0, 0x2F, 0x05, 0x9A, 0xCA, 0x02};
 constexpr size_t revision_offset = 16;
-constexpr size_t header_size_offset = 17;
 constexpr size_t bitmap_length_offset = 32;
 constexpr size_t fixed_header_size = 36;
 constexpr size_t header_size_max = 0xFFFF;
-constexpr size_t checksum_size = 4;
 
 PackageHeader read_header(const std::string& path) {
     errno = 0;

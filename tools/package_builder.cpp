@@ -7,8 +7,6 @@
 namespace tool {
 namespace {
 
-constexpr size_t header_size_offset = 17;
-constexpr size_t checksum_size = 4;
 constexpr size_t location_in_entry = 12;
 
 /// A package under construction: numbers are little-endian.

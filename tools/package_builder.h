@@ -12,6 +12,10 @@
 
 namespace tool {
 
+/// Where a header says how long it is, and what its checksum takes (DSP0267, package header).
+inline constexpr size_t header_size_offset = 17;
+inline constexpr size_t checksum_size = 4;
+
 struct PackageDescriptor {
     uint16_t type = 0;
     std::vector<uint8_t> value;
