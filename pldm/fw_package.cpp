@@ -41,7 +41,7 @@ constexpr size_t kReach = 0x20000;
 
 /// Most bytes of descriptors and package data that are copied: four of the largest headers. Records
 /// may overlap, and could together be five hundred times as large as the file.
-constexpr size_t kCopiesMax = 4 * 0x10000;
+constexpr size_t kCopiesMax = size_t{4} * 0x10000;
 
 /// Reads a package header front to back into a context. Each step is false where it failed; it has
 /// said why then.

@@ -101,8 +101,9 @@ const char* text(Bytes buffer, size_t position) {
     return reinterpret_cast<const char*>(buffer.data() + position);
 }
 
-/// An address to print; it may lie outside of the buffer.
+/// An address to print; it may lie outside of the buffer, where no pointer may be made to point.
 const void* address(Bytes buffer, size_t position) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
     return reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(buffer.data()) + position);
 }
 

@@ -32,7 +32,8 @@ uint64_t messages_max(const pldm_fw_update_ctx& ctx) {
     if (ctx.state != sideband::kStateDownload || element == nullptr) {
         return kSpare + kTries * ctx.package_data_len;
     }
-    const size_t size = std::min<size_t>(sideband::Component(element->image).size, ctx.package_size);
+    const size_t size =
+        std::min<size_t>(sideband::Component(element->image).size, ctx.package_size);
     return kSpare + kTries * (size / sideband::kTransferSizeMin);
 }
 

@@ -100,7 +100,7 @@ typedef struct pldm_fw_update_ctx {
     uint8_t** fd_component_params;      /**< component parameter table entries of the device */
     pldm_device_record* matched_record; /**< the entry of records that matched the device */
     pldm_update_component* update_list; /**< component_num entries */
-    void* pcie_session; /**< open PCIe session, null for none; see mctp_ctx.pcie_session */
+    void* pcie_session;  /**< open PCIe session, null for none; see mctp_ctx.pcie_session */
     size_t package_size; /**< bytes of the package file when it was parsed */
 } pldm_fw_update_ctx;
 
