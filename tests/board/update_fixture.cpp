@@ -17,8 +17,14 @@ namespace board_test {
 
 namespace {
 
-constexpr uint16_t kVendor = 0x15B3;
 constexpr uint16_t kSelfContained = 0x02;
+
+/// What a card answers that runs version "OLD" of components 1 and 2.
+const std::string kTwoComponents = R"("active": "OLD", "components": [
+    {"identifier": 1, "index": 0, "active": {"text": "old-1", "stamp": 16},
+     "activation_methods": 2},
+    {"identifier": 2, "index": 1, "active": {"text": "old-2", "stamp": 16},
+     "activation_methods": 2}])";
 
 size_t open_descriptors() {
     const std::filesystem::directory_iterator all("/proc/self/fd");
@@ -85,28 +91,33 @@ void UpdateRun::TearDown() {
 }
 
 void UpdateRun::open_card(Binding binding, const std::string& firmware_keys) {
-    open_card_with(binding, R"("active": "OLD",
-        "descriptors": [{"type": "pci_vendor_id", "hex": "b315"},
-                        {"type": "pci_device_id", "hex": "1d10"},
-                        {"type": "pci_revision_id", "hex": "03"}],
-        "components": [
-            {"identifier": 1, "index": 0, "active": {"text": "old-1", "stamp": 16},
-             "activation_methods": 2},
-            {"identifier": 2, "index": 1, "active": {"text": "old-2", "stamp": 16},
-             "activation_methods": 2}])" +
-                                firmware_keys);
+    open_card_with(binding, R"("descriptors": [{"type": "pci_vendor_id", "hex": "b315"},
+        {"type": "pci_device_id", "hex": "1d10"}, {"type": "pci_revision_id", "hex": "03"}], )" +
+                                kTwoComponents + firmware_keys);
 }
 
 void UpdateRun::open_card_with(Binding binding, const std::string& firmware) {
-    const std::string place = binding == Binding::pcie
-                                  ? R"("transport": "pcie", "bdf": "81:00.0", "eid": 9,
-                 "card": {"vendor_id": "0x15b3", "flags": "0x20000"})"
-                                  : R"("bus": 2, "address": "0x64",
-                 "card": {"bdf": "81:00.0", "vendor_id": "0x15b3", "flags": "0x10000"})";
-    open(board_with("", R"({"name": "nic0", "type": "pldm", )" + place + R"(, "firmware": {)" +
-                            firmware + "}}"));
+    open_place(binding == Binding::pcie ? R"("transport": "pcie", "bdf": "81:00.0", "eid": 9,
+                        "card": {"vendor_id": "0x15b3", "flags": "0x20000"})"
+                                        : R"("bus": 2, "address": "0x64",
+                        "card": {"bdf": "81:00.0", "vendor_id": "0x15b3", "flags": "0x10000"})",
+               firmware);
+}
+
+void UpdateRun::open_graphics_card() {
+    name = "gpu0";
+    open_place(R"("bus": 2, "address": "0x66",
+                  "card": {"bdf": "47:00.0", "vendor_id": "0x8086", "flags": "0x800000"})",
+               R"("descriptors": [{"type": "pci_vendor_id", "hex": "8680"},
+                                  {"type": "pci_device_id", "hex": "1d10"}], )" +
+                   kTwoComponents);
+}
+
+void UpdateRun::open_place(const std::string& place, const std::string& firmware) {
+    open(board_with("", R"({"type": "pldm", "name": ")" + name + "\", " + place +
+                            R"(, "firmware": {)" + firmware + "}}"));
     if (board != nullptr) {
-        device = board->firmware("nic0");
+        device = board->firmware(name);
         ASSERT_NE(device, nullptr);
     }
 }
@@ -132,17 +143,16 @@ void UpdateRun::provide_bytes(const std::vector<uint8_t>& bytes) {
                static_cast<std::streamsize>(bytes.size()));
 }
 
-UpdateReport UpdateRun::update(uint32_t flags) {
+UpdateReport UpdateRun::update(uint32_t flags, Check check) {
     UpdateReport report;
     pldm_fw_update_ctx ctx{};
     ctx.task_id = 7;
-    plt_card_info card = board->card("nic0").value();
-    EXPECT_EQ(card.vendor_id, kVendor);
+    plt_card_info card = board->card(name).value();
     const pldm_card_location location{card.bus, card.device};
     mctp_ctx endpoint;
     LoggedRun log;
     test::Capture out;
-    report.check = pldm_check_firmware_image(path.c_str(), &ctx, &location, &endpoint, &card);
+    report.check = check(path.c_str(), &ctx, &location, &endpoint, &card);
     EXPECT_EQ(board->lock_report().held, std::vector<std::string>{});
     if (report.check == 0) {
         report.update = pldm_nic_update(path.c_str(), &ctx, nullptr, flags);

@@ -45,13 +45,17 @@ protected:
 
     /// Opens a board with a network card, nic0, that has this firmware object.
     void open_card_with(Binding binding, const std::string& firmware);
+    /// Opens a board with a graphics card on SMBus, and components like those of nic0.
+    void open_graphics_card();
 
     /// Writes a package and has the card expect its images.
     void provide(const tool::Package& package);
     void provide_bytes(const std::vector<uint8_t>& bytes);
 
+    using Check = decltype(&pldm_check_firmware_image);
+
     /// Checks the package against the card and updates it.
-    UpdateReport update(uint32_t flags = 0);
+    UpdateReport update(uint32_t flags = 0, Check check = pldm_check_firmware_image);
 
     /// The version that a component of the card runs.
     std::string component_version(size_t component) const {
@@ -59,9 +63,13 @@ protected:
     }
 
     sim::Firmware* device = nullptr;
-    std::string path;  ///< of the package
+    std::string name = "nic0";  ///< of the card
+    std::string path;           ///< of the package
 
 private:
+    /// @param place  keys that say where the card is and what it is
+    void open_place(const std::string& place, const std::string& firmware);
+
     size_t descriptors_ = 0;
 };
 

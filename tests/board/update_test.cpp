@@ -229,6 +229,41 @@ TEST_P(Update, PowerIsNeeded) {
     EXPECT_NE(report.log.find("power status should be on.\n"), std::string::npos);
 }
 
+class GraphicsCard : public UpdateRun {
+protected:
+    void SetUp() override {
+        UpdateRun::SetUp();
+        open_graphics_card();
+        package.records[0].descriptors[0].value = {0x86, 0x80};
+    }
+
+    tool::Package package = card_package();
+};
+
+TEST_F(GraphicsCard, IsUpdatedInPiecesOf32Bytes) {
+    provide(package);
+    const UpdateReport report = update(0, pldm_check_GPU_firmware_image);
+    EXPECT_EQ(report.check, 0) << report.log;
+    EXPECT_EQ(report.update, 0);
+    EXPECT_EQ(report.state, 6);
+    EXPECT_EQ(device->active().text, "NEW");
+    EXPECT_EQ(bytes_of(device->image(0)), image_of(1, 300));
+    EXPECT_EQ(bytes_of(device->image(1)), image_of(2, 200));
+    EXPECT_EQ(device->count(sim::fw_request_firmware_data), 10U + 7U);
+}
+
+TEST_F(GraphicsCard, EachFailureOfTheCheckHasAResultOfItsOwn) {
+    provide(package);
+    board->set_main_power(false);
+    EXPECT_EQ(update(0, pldm_check_GPU_firmware_image).check, -2);
+    board->set_main_power(true);
+    device->set_faults({{sim::FirmwareFault::Kind::no_answer, 0x01, 1, 1, 0, 0, 0}});
+    EXPECT_EQ(update(0, pldm_check_GPU_firmware_image).check, -7);
+    package.identifier[0] = 0;
+    provide(package);
+    EXPECT_EQ(update(0, pldm_check_GPU_firmware_image).check, -6);
+}
+
 std::string binding_name(Binding binding) {
     return binding == Binding::smbus ? "Smbus" : "Pcie";
 }
