@@ -175,8 +175,8 @@ int32_t FirmwareUpdate::transfer(pldm_ctx* pldm, uint32_t request_length, int32_
 void FirmwareUpdate::note_exchange(const uint8_t* request, int32_t result,
                                    std::span<const uint8_t> response) {
     const uint8_t command = request[command_offset];
-    const std::optional<uint8_t> code =
-        response.size() > code_offset ? std::optional(response[code_offset]) : std::nullopt;
+    const bool answered = response.size() > code_offset;
+    const uint8_t code = answered ? response[code_offset] : uint8_t{0};
     record_.exchanged = true;
     if (command == request_update) {
         record_.accepted = false;
@@ -188,7 +188,10 @@ void FirmwareUpdate::note_exchange(const uint8_t* request, int32_t result,
     const bool harmless = command == activate_firmware && code == activation_not_required;
     if (result != 0 && !harmless) {
         if (is_step(command) && !record_.refusal) {
-            record_.refusal = UpdateRecord::Refusal{command, code};
+            record_.refusal.emplace(UpdateRecord::Refusal{command, {}});
+            if (answered) {
+                record_.refusal->code = code;
+            }
             record_.component = command == update_component ? record_.current : std::nullopt;
         }
         return;
