@@ -88,13 +88,14 @@ inline constexpr uint32_t kFwPauseUs = 1000000;
 template <size_t FixedSize>
 using StringRequest = std::array<uint8_t, FixedSize + kFwStringMax>;
 
-/// A component image information entry, as far as the device is told of it.
+/// A component image information entry.
 struct Component {
     uint16_t classification;
     uint16_t identifier;
     uint32_t comparison_stamp;
     uint8_t options;
     uint8_t activation_method;
+    uint32_t location_offset;  ///< of its image in the package file
     uint32_t size;
     uint8_t version_type;
     uint8_t version_length;
@@ -107,7 +108,7 @@ struct Component {
         comparison_stamp = reader.le32();
         options = static_cast<uint8_t>(reader.le16());
         activation_method = static_cast<uint8_t>(reader.le16());
-        reader.skip(4);  // where the image is
+        location_offset = reader.le32();
         size = reader.le32();
         version_type = reader.u8();
         version_length = reader.u8();

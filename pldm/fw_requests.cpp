@@ -16,6 +16,7 @@
 namespace {
 
 using sideband::allocate_bytes;
+using sideband::Component;
 using sideband::print_line;
 using sideband::WireReader;
 using sideband::WireWriter;
@@ -212,20 +213,6 @@ uint8_t judge_piece(const pldm_fw_update_ctx& ctx, size_t file_size, Piece& piec
     return completion;
 }
 
-/// A component's place in the file (DSP0267, component image information).
-struct Place {
-    uint32_t offset;
-    uint32_t size;
-
-    explicit Place(const uint8_t* entry) {
-        constexpr size_t kLocationOffset = 12;
-        WireReader reader({entry, PLDM_COMPONENT_IMAGE_SIZE});
-        reader.skip(kLocationOffset);
-        offset = reader.le32();
-        size = reader.le32();
-    }
-};
-
 /// Tells the console and, in steps of five, the platform how far the component is.
 void report_progress(pldm_fw_update_ctx& ctx, const Piece& piece, uint32_t component_size) {
     constexpr unsigned kStart = 10;
@@ -253,7 +240,7 @@ int32_t refuse_piece(pldm_fw_update_ctx& ctx, const uint8_t* req, uint8_t comple
 }
 
 int32_t send_piece(pldm_fw_update_ctx& ctx, const uint8_t* req, const PackageFile& file,
-                   const Piece& piece, const Place& place) {
+                   const Piece& piece, const Component& component) {
     const size_t size = PLDM_RESPONSE_HEADER_SIZE + size_t{piece.length};
     const auto room = allocate_bytes(size);
     if (room == nullptr) {
@@ -261,12 +248,12 @@ int32_t send_piece(pldm_fw_update_ctx& ctx, const uint8_t* req, const PackageFil
     }
     const std::span<uint8_t> answer(room.get(), size);
     start_answer(answer, req, PLDM_CC_SUCCESS);
-    if (!file.copy(uint64_t{place.offset} + piece.offset,
+    if (!file.copy(uint64_t{component.location_offset} + piece.offset,
                    answer.subspan(PLDM_RESPONSE_HEADER_SIZE, piece.copied))) {
         debug_log("%s, can't read %s\n", "pldm_request_fw_data", ctx.package_file);
         return -1;
     }
-    report_progress(ctx, piece, place.size);
+    report_progress(ctx, piece, component.size);
     return send_answer(ctx, answer);
 }
 
@@ -331,8 +318,9 @@ int32_t pldm_request_fw_data(pldm_fw_update_ctx* ctx, const uint8_t* req) {
         return -1;
     }
     const uint8_t completion = judge_piece(*ctx, file.size(), piece);
-    return completion == PLDM_CC_SUCCESS ? send_piece(*ctx, req, file, piece, Place(element->image))
-                                         : refuse_piece(*ctx, req, completion);
+    return completion == PLDM_CC_SUCCESS
+               ? send_piece(*ctx, req, file, piece, Component(element->image))
+               : refuse_piece(*ctx, req, completion);
 }
 
 int32_t pldm_transfer_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {

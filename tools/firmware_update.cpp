@@ -16,6 +16,7 @@ constexpr uint32_t task = 1;
 
 // Commands of firmware update (DSP0267) that mean something to the record.
 constexpr uint8_t request_update = 0x10;
+constexpr uint8_t pass_component_table = 0x13;
 constexpr uint8_t update_component = 0x14;
 constexpr uint8_t request_firmware_data = 0x15;
 constexpr uint8_t transfer_complete = 0x16;
@@ -36,7 +37,7 @@ bool is_mark(uint8_t code) {
 /// Whether a request belongs to the update itself; others may fail without harm.
 bool is_step(uint8_t command) {
     return command == request_update || command == activate_firmware ||
-           command == update_component || command == PLDM_FW_MARK_PASS_COMPONENT_TABLE;
+           command == update_component || command == pass_component_table;
 }
 
 }  // namespace

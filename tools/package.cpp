@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -19,8 +18,6 @@ namespace tool {
 namespace {
 
 // Package header of format 1.0 (DSP0267): what the library checks, but does not keep.
-constexpr std::array<uint8_t, 16> identifier{0xF0, 0x18, 0x87, 0x8C, 0xCB, 0x7D, 0x49, 0x43,
-                                             0x98, 0x00, 0xA0, 0x2F, 0x05, 0x9A, 0xCA, 0x02};
 constexpr size_t revision_offset = 16;
 constexpr size_t bitmap_length_offset = 32;
 constexpr size_t fixed_header_size = 36;
@@ -48,8 +45,8 @@ PackageHeader read_header(const std::string& path) {
 /// Why the library refused a package, in words of its own.
 std::string refusal(const PackageHeader& header) {
     const std::vector<uint8_t>& bytes = header.bytes;
-    if (bytes.size() < identifier.size() ||
-        !std::equal(identifier.begin(), identifier.end(), bytes.begin())) {
+    if (bytes.size() < package_identifier.size() ||
+        !std::equal(package_identifier.begin(), package_identifier.end(), bytes.begin())) {
         return "this is no firmware package of header format 1.0";
     }
     if (bytes.size() < fixed_header_size || bytes.size() < header.size()) {

@@ -16,6 +16,10 @@ namespace tool {
 inline constexpr size_t header_size_offset = 17;
 inline constexpr size_t checksum_size = 4;
 
+/// PackageHeaderIdentifier of header format 1.0.
+inline constexpr std::array<uint8_t, 16> package_identifier{
+    0xF0, 0x18, 0x87, 0x8C, 0xCB, 0x7D, 0x49, 0x43, 0x98, 0x00, 0xA0, 0x2F, 0x05, 0x9A, 0xCA, 0x02};
+
 struct PackageDescriptor {
     uint16_t type = 0;
     std::vector<uint8_t> value;
@@ -55,8 +59,7 @@ struct PackageComponent {
 
 /// A package of header format 1.0, unless it says otherwise.
 struct Package {
-    std::array<uint8_t, 16> identifier{0xF0, 0x18, 0x87, 0x8C, 0xCB, 0x7D, 0x49, 0x43,
-                                       0x98, 0x00, 0xA0, 0x2F, 0x05, 0x9A, 0xCA, 0x02};
+    std::array<uint8_t, 16> identifier = package_identifier;
     uint8_t format_revision = 1;
     /// UTC offset, microseconds, then 2024-03-17 10:20:30; see DSP0240, timestamp104.
     std::array<uint8_t, 13> release_date_time{0, 0, 0, 0, 0, 30, 20, 10, 17, 3, 0xE8, 0x07, 0};

@@ -131,7 +131,7 @@ protected:
         return image;
     }
 
-    void expect_updated(const pldm_device_record& record) {
+    void expect_updated() {
         const UpdateReport report = update();
         EXPECT_EQ(report.check, 0) << report.log;
         EXPECT_EQ(report.update, 0);
@@ -149,7 +149,6 @@ protected:
         const size_t own = std::min<size_t>(length, parsed.records[0].package_data_len);
         EXPECT_TRUE(std::equal(parsed.records[0].package_data, parsed.records[0].package_data + own,
                                device->package_data().begin()));
-        EXPECT_NE(record.desc_num, 0);
     }
 
     pldm_fw_update_ctx parsed{};
@@ -166,7 +165,7 @@ TEST_P(RealPackageUpdate, EveryRecordUpdatesTheCardThatItIsFor) {
         for (unsigned i = 0; i < parsed.device_record_num; ++i) {
             SCOPED_TRACE(name + ", record " + std::to_string(i));
             open_card_for(parsed.records[i]);
-            expect_updated(parsed.records[i]);
+            expect_updated();
             ++updates;
         }
         pldm_free_ctx_resource(&parsed);
