@@ -417,14 +417,11 @@ size_t sideband::read_file(int descriptor, uint64_t position, std::span<uint8_t>
     return done;
 }
 
-int32_t open_pldm_file(const char* path, void** addr, size_t* len) {
-    if (path == nullptr || addr == nullptr || len == nullptr) {
-        return -1;
-    }
+bool sideband::map_file(const char* path, MappedFile& file) {
     const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
     if (descriptor < 0) {
         std::printf("can't open file %s\n", path);
-        return -1;
+        return false;
     }
     struct stat status;
     void* mapping = MAP_FAILED;
@@ -435,11 +432,24 @@ int32_t open_pldm_file(const char* path, void** addr, size_t* len) {
     if (mapping == MAP_FAILED) {
         std::printf("can't map the file %s\n", path);
         close(descriptor);
+        return false;
+    }
+    file.descriptor = descriptor;
+    file.address = mapping;
+    file.size = static_cast<size_t>(status.st_size);
+    file.stamp = {status.st_dev, status.st_ino, static_cast<uint64_t>(status.st_mtim.tv_sec),
+                  static_cast<uint64_t>(status.st_mtim.tv_nsec)};
+    return true;
+}
+
+int32_t open_pldm_file(const char* path, void** addr, size_t* len) {
+    sideband::MappedFile file;
+    if (path == nullptr || addr == nullptr || len == nullptr || !sideband::map_file(path, file)) {
         return -1;
     }
-    *addr = mapping;
-    *len = static_cast<size_t>(status.st_size);
-    return descriptor;
+    *addr = file.address;
+    *len = file.size;
+    return file.descriptor;
 }
 
 int32_t close_pldm_file(int32_t descriptor, void* addr, size_t len) {
@@ -458,18 +468,17 @@ int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ctx) {
     if (path == nullptr || ctx == nullptr) {
         return -1;
     }
-    void* mapping = nullptr;
-    size_t length = 0;
-    const int32_t descriptor = open_pldm_file(path, &mapping, &length);
-    if (descriptor < 0) {
+    sideband::MappedFile file;
+    if (!sideband::map_file(path, file)) {
         std::puts("open_file_fail");
         return -1;
     }
     sideband::release_package(*ctx);
     ctx->package_file = path;
-    ctx->package_size = length;
-    const int32_t result = parse(descriptor, mapping, length, *ctx) ? 0 : -1;
-    close_pldm_file(descriptor, mapping, length);
+    ctx->package_size = file.size;
+    std::copy(file.stamp.begin(), file.stamp.end(), ctx->package_stamp);
+    const int32_t result = parse(file.descriptor, file.address, file.size, *ctx) ? 0 : -1;
+    close_pldm_file(file.descriptor, file.address, file.size);
     console_log("[RUWA][%s]res=%d \n", "pldm_parse_file", result);
     return result;
 }

@@ -5,6 +5,7 @@
 
 #include <sideband/pldm_fw_update.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -32,6 +33,19 @@ void release_package(pldm_fw_update_ctx& ctx);
 
 /// Releases the component parameter table entries of the device.
 void release_device_parameters(pldm_fw_update_ctx& ctx);
+
+/// An open package file and its mapping.
+struct MappedFile {
+    int32_t descriptor = -1;
+    void* address = nullptr;
+    size_t size = 0;
+    /// Tells another file, and a change, from the same file: see pldm_fw_update_ctx.package_stamp.
+    std::array<uint64_t, 4> stamp{};
+};
+
+/// Opens and maps a file; close_pldm_file() undoes it. Says on standard output what failed.
+/// @return false where nothing is open
+bool map_file(const char* path, MappedFile& file);
 
 /// Reads from a position of a file, however the system divides it up.
 /// @return bytes read: fewer than wanted where the file ends before

@@ -156,33 +156,41 @@ uint8_t printed_percentage;
 /// The package file, mapped for as long as this lives.
 class PackageFile {
 public:
-    explicit PackageFile(const char* path) : descriptor_(open_pldm_file(path, &mapping_, &size_)) {}
+    explicit PackageFile(const char* path)
+        : is_open_(path != nullptr && sideband::map_file(path, file_)) {}
     ~PackageFile() {
-        if (is_open()) {
-            close_pldm_file(descriptor_, mapping_, size_);
+        if (is_open_) {
+            close_pldm_file(file_.descriptor, file_.address, file_.size);
         }
     }
     PackageFile(const PackageFile&) = delete;
     PackageFile& operator=(const PackageFile&) = delete;
 
-    bool is_open() const { return descriptor_ >= 0; }
-    size_t size() const { return size_; }
+    bool is_open() const { return is_open_; }
+    size_t size() const { return file_.size; }
+
+    /// Whether the context's package was parsed from this file as it is, or from none.
+    bool is_package_of(const pldm_fw_update_ctx& ctx) const {
+        return ctx.package_size == 0 ||
+               (ctx.package_size == file_.size &&
+                std::equal(file_.stamp.begin(), file_.stamp.end(), ctx.package_stamp));
+    }
 
     /// Copies bytes of the file; those behind its end are left as they are. By reading: where
     /// somebody cuts the file meanwhile, an access to the mapping would end the process.
     /// @return false where bytes that were there when the file was opened cannot be had
     bool copy(uint64_t position, std::span<uint8_t> target) const {
-        if (position >= size_) {
+        if (position >= file_.size) {
             return true;
         }
-        const auto there = static_cast<size_t>(std::min<uint64_t>(target.size(), size_ - position));
-        return sideband::read_file(descriptor_, position, target.first(there)) == there;
+        const auto there =
+            static_cast<size_t>(std::min<uint64_t>(target.size(), file_.size - position));
+        return sideband::read_file(file_.descriptor, position, target.first(there)) == there;
     }
 
 private:
-    void* mapping_ = nullptr;
-    size_t size_ = 0;
-    int32_t descriptor_ = -1;
+    sideband::MappedFile file_;
+    bool is_open_;
 };
 
 /// A piece of the image that the device asks for.
@@ -302,6 +310,12 @@ int32_t pldm_request_fw_data(pldm_fw_update_ctx* ctx, const uint8_t* req) {
     // Opened for each request: whoever removes the package stops the update.
     const PackageFile file(ctx->package_file);
     if (!file.is_open()) {
+        return -1;
+    }
+    if (!file.is_package_of(*ctx)) {
+        // What the device has so far is of another image: with these bytes it would get a mixture.
+        debug_log("%s, %s has changed since it was parsed\n", "pldm_request_fw_data",
+                  ctx->package_file);
         return -1;
     }
     WireReader reader = fields_of(req);

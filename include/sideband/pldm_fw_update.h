@@ -100,8 +100,9 @@ typedef struct pldm_fw_update_ctx {
     uint8_t** fd_component_params;      /**< component parameter table entries of the device */
     pldm_device_record* matched_record; /**< the entry of records that matched the device */
     pldm_update_component* update_list; /**< component_num entries */
-    void* pcie_session;  /**< open PCIe session, null for none; see mctp_ctx.pcie_session */
-    size_t package_size; /**< bytes of the package file when it was parsed */
+    void* pcie_session;        /**< open PCIe session, null for none; see mctp_ctx.pcie_session */
+    size_t package_size;       /**< bytes of the package file that was parsed; 0: none was */
+    uint64_t package_stamp[4]; /**< its device, inode and time of modification */
 } pldm_fw_update_ctx;
 
 /* ---- The package file ------------------------------------------------------------------------ */
@@ -318,8 +319,9 @@ SIDEBAND_EXPORT int32_t pldm_get_package_data(pldm_fw_update_ctx* ctx, const uin
  * RequestFirmwareData (0x15): a piece of the current component, from the package file, which is
  * opened for each request. Bytes behind the end of the file are sent as zeros. Reports progress
  * between 10 and 95 for task_id, in steps of five and more.
- * @return the result of send_op; -1 without an answer where the file cannot be read or there is no
- *         such component; -1 where the answer was an error: 0x82 for a piece that ends more than
+ * @return the result of send_op; -1 without an answer where the file cannot be read, is not the one
+ *         that pldm_parse_file() has read or has been changed since, or there is no such component;
+ *         -1 where the answer was an error: 0x82 for a piece that ends more than
  *         max_transfer_size behind the end of the file, 0x83 for one of less than 32 or more than
  *         max_transfer_size bytes
  */

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The update of a card with a package file: the package, the PCIe session, the device records.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 
@@ -132,15 +134,42 @@ TEST_F(PldmNicUpdate, APackageThatIsRemovedMeanwhileFailsCleanly) {
 }
 
 TEST_F(PldmNicUpdate, APackageThatIsReplacedMeanwhileFailsCleanly) {
-    write_package({3});
-    device.loads = {load()};
+    for (const size_t more : {0u, 1u, 100u}) {
+        write_package({3}, 2);
+        test::Bytes other = tool::build_package(test::update_package(2));
+        other.resize(other.size() + more, 0x5A);
+        device.dialogue.clear();
+        device.loads = {load(), load()};
+        device.on_receive = [&] {
+            // Another file under the same name, as an installer puts it there.
+            const std::string old = path + ".old";
+            std::rename(path.c_str(), old.c_str());
+            write_file(other);
+            std::remove(old.c_str());
+        };
+        EXPECT_EQ(update().result, 0) << more;
+        EXPECT_EQ(commands(), "01 02 10 13 13 14");
+        EXPECT_EQ(device.dialogue_of({"= "}), Texts());
+        EXPECT_EQ(port().syslog.back(),
+                  "pldm_request_fw_data, " + path + " has changed since it was parsed\n");
+        EXPECT_EQ(ctx.state, 3);
+        EXPECT_EQ(ctx.component_index, 1);
+        ctx.component_index = 0;
+        bind();
+    }
+}
+
+TEST_F(PldmNicUpdate, APackageThatIsWrittenToMeanwhileFailsCleanly) {
+    write_package({3}, 2);
+    device.loads = {load(), load()};
     device.on_receive = [this] {
-        std::remove(path.c_str());
-        write_file(test::Bytes(10));
+        // In its place: inode and size stay, the time does not.
+        const timespec times[2] = {{1, 0}, {1, 0}};
+        ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
     };
     EXPECT_EQ(update().result, 0);
-    EXPECT_EQ(device.dialogue_of({"= 00 05 15"}),
-              Texts{"= 00 05 15 00 " + test::to_hex(test::Bytes(32))});
+    EXPECT_EQ(device.dialogue_of({"= "}), Texts());
+    EXPECT_EQ(ctx.state, 3);
 }
 
 // ---- The PCIe session ----
