@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A platform mutex held for the length of a scope.
+// Platform mutexes held for the length of a scope.
 #ifndef SIDEBAND_COMMON_LOCK_H
 #define SIDEBAND_COMMON_LOCK_H
 
@@ -24,6 +24,30 @@ public:
 
 private:
     lx_mutex* held_;
+};
+
+/// Takes the mutex of an I2C channel with an infinite wait, where it is wanted; false where the
+/// platform did not grant it.
+class ChannelGuard {
+public:
+    explicit ChannelGuard(uint8_t channel, bool wanted = true)
+        : channel_(channel),
+          wanted_(wanted),
+          held_(wanted && i2c_chnl_mutex_get(channel, LX_MUTEX_WAIT_FOREVER) == 0) {}
+    ~ChannelGuard() {
+        if (held_) {
+            i2c_chnl_mutex_put(channel_);
+        }
+    }
+    ChannelGuard(const ChannelGuard&) = delete;
+    ChannelGuard& operator=(const ChannelGuard&) = delete;
+
+    explicit operator bool() const { return held_ == wanted_; }
+
+private:
+    uint8_t channel_;
+    bool wanted_;
+    bool held_;
 };
 
 }  // namespace sideband

@@ -72,6 +72,12 @@ public:
     WireWriter& u8(uint8_t value) { return little(value, 1); }
     WireWriter& le16(uint16_t value) { return little(value, 2); }
     WireWriter& le32(uint32_t value) { return little(value, 4); }
+    WireWriter& be16(uint16_t value) {
+        return u8(static_cast<uint8_t>(value >> 8)).u8(static_cast<uint8_t>(value));
+    }
+    WireWriter& be32(uint32_t value) {
+        return be16(static_cast<uint16_t>(value >> 16)).be16(static_cast<uint16_t>(value));
+    }
 
     WireWriter& skip(size_t count) {
         take(count);

@@ -58,29 +58,6 @@ void set_binding_up(const pldm_fw_device& device, bool wants_smbus, const plt_ca
     }
 }
 
-/// The I2C channel mutex for the length of a scope; none for an endpoint on PCIe.
-class ChannelGuard {
-public:
-    explicit ChannelGuard(const mctp_ctx& mctp)
-        : channel_(mctp.bus),
-          wanted_(mctp.binding_kind == MCTP_BINDING_KIND_SMBUS),
-          held_(wanted_ && i2c_chnl_mutex_get(channel_, LX_MUTEX_WAIT_FOREVER) == 0) {}
-    ~ChannelGuard() {
-        if (held_) {
-            i2c_chnl_mutex_put(channel_);
-        }
-    }
-    ChannelGuard(const ChannelGuard&) = delete;
-    ChannelGuard& operator=(const ChannelGuard&) = delete;
-
-    explicit operator bool() const { return held_ == wanted_; }
-
-private:
-    uint8_t channel_;
-    bool wanted_;
-    bool held_;
-};
-
 // ---- The check ----
 
 /// Results of pldm_check_GPU_firmware_image().
@@ -174,7 +151,8 @@ int32_t run_check(const Check& check, const char* path, const pldm_card_location
     if (reached != kMatches) {
         return reached;
     }
-    const ChannelGuard channel(target.mctp);
+    const sideband::ChannelGuard channel(target.mctp.bus,
+                                         target.mctp.binding_kind == MCTP_BINDING_KIND_SMBUS);
     if (!channel) {
         debug_log("[%s:%d] I2C channel mutex refused\n", check.function, __LINE__);
         return kNoPlatform;

@@ -1,0 +1,179 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/*
+ * NC-SI over MCTP (DSP0222, DSP0261): the context, the standard commands, and the OEM commands of
+ * two makers of network controllers. One context is used by one thread at a time.
+ *
+ * Multi-byte fields of NC-SI are big-endian.
+ */
+#ifndef SIDEBAND_NCSI_H
+#define SIDEBAND_NCSI_H
+
+#include <stdint.h>
+
+#include <sideband/export.h>
+#include <sideband/mctp.h>
+
+SIDEBAND_BEGIN_DECLS
+
+/** Packages on one NC-SI bus, and channels of a package that a context has records for. */
+#define NCSI_PACKAGES 8
+#define NCSI_CHANNELS 8
+
+/** Bytes of a control packet in front of its payload (DSP0222, control packet header). */
+#define NCSI_HEADER_SIZE 16
+
+/** Control packet types (DSP0222, table of commands). A response has 0x80 added. */
+#define NCSI_CLEAR_INITIAL_STATE 0x00
+#define NCSI_SELECT_PACKAGE 0x01
+#define NCSI_DESELECT_PACKAGE 0x02
+#define NCSI_GET_LINK_STATUS 0x0A
+#define NCSI_OEM_COMMAND 0x50
+
+/** Response and reason code of a command that the controller does not support. */
+#define NCSI_RESPONSE_UNSUPPORTED 0x0003
+#define NCSI_REASON_UNSUPPORTED 0x7FFF
+
+typedef struct ncsi_ctx ncsi_ctx;
+typedef struct ncsi_channel ncsi_channel;
+
+/**
+ * Sends a control packet and receives its response. Completes the request in its place: instance
+ * ID, padding to a multiple of four, checksum field.
+ * @param request_length     bytes at request, NCSI_HEADER_SIZE or more; there is room for that
+ *                           length padded to a multiple of four, and for four bytes more
+ * @param response_capacity  bytes wanted; the room at response is that padded to a multiple of four
+ * @param response           keeps what was received, also where the result is -1
+ * @return 0 for response and reason code 0; -1 otherwise
+ */
+typedef int32_t (*ncsi_transfer_op)(ncsi_channel* channel, uint32_t request_length,
+                                    int32_t response_capacity, uint8_t* request, uint8_t* response);
+
+/** As ncsi_transfer_op, for a context without channel records. */
+typedef int32_t (*ncsi_oem_transfer_op)(ncsi_ctx* ctx, uint32_t request_length,
+                                        int32_t response_capacity, uint8_t* request,
+                                        uint8_t* response);
+
+/** One channel of a network controller. */
+struct ncsi_channel {
+    uint8_t channel_id;   /**< package ID in bits 7 to 5, internal channel in bits 4 to 0 */
+    uint8_t link_up;      /**< 1: the link is up */
+    uint8_t speed;        /**< speed and duplex: of Get Link Status, see there */
+    uint8_t autoneg_done; /**< 1: auto-negotiation is complete */
+    uint8_t oem_valid;    /**< 1 after an OEM "get"; 0 where the controller has no such setting */
+    uint8_t oem_flag;     /**< one-bit setting of the OEM configuration commands */
+    uint16_t oem_value;   /**< their 12- or 16-bit setting */
+    uint8_t sensor_index; /**< from the caller: sensor of ncsi_oem_mx_get_temperature() */
+    ncsi_ctx* ctx;        /**< the context that the record belongs to */
+};
+
+/** A network controller. Allocated, zeroed and owned by the caller. */
+struct ncsi_ctx {
+    uint8_t iid;         /**< instance ID of the next request, 1 to 255; 0: none was sent */
+    uint8_t channel_num; /**< channels that ncsi_discovery() has found, added up */
+    ncsi_channel channels[NCSI_CHANNELS]; /**< by channel number within the package */
+    mctp_ctx* mctp;                       /**< the endpoint, owned or borrowed */
+    ncsi_transfer_op transfer;            /**< installed by ncsi_init() */
+    ncsi_oem_transfer_op oem_transfer;    /**< installed by ncsi_oem_init() */
+    int32_t response_length;              /**< bytes of the last response */
+};
+
+/* ---- Life ------------------------------------------------------------------------------------ */
+
+/** Zeroes a header of NCSI_HEADER_SIZE bytes and sets its revision. @return 0; -1 for null */
+SIDEBAND_EXPORT int32_t ncsi_request_init(uint8_t* header);
+
+/**
+ * Creates an endpoint, brings it up and looks for the controller's channels. The context owns the
+ * endpoint until ncsi_deinit(), also where no channel was found.
+ * @param config  a prototype whose configuration members (see mctp_ctx) are copied, the addressing
+ *                of the bus among them; message type and counters are not
+ * @return the result of ncsi_discovery(); -1 where an argument is null, memory ran out or
+ *         mctp_init2() failed: the context has no endpoint then
+ */
+SIDEBAND_EXPORT int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config);
+
+/**
+ * Frees the endpoint, whoever allocated it: a caller that lent one to ncsi_oem_init() sets
+ * ctx->mctp to null first, unless it came from malloc() and is to go. @return 0
+ */
+SIDEBAND_EXPORT int32_t ncsi_deinit(ncsi_ctx* ctx);
+
+/**
+ * Borrows an endpoint, without discovery and without a pause between request and response.
+ * @param mctp  filled by the caller, msg_type among it; must live as long as the context is used
+ * @return 0; -1 where an argument is null or mctp_init2() failed
+ */
+SIDEBAND_EXPORT int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp);
+
+/* ---- Commands (DSP0222) ---------------------------------------------------------------------- */
+
+/**
+ * Sends Clear Initial State to the channels of one package after the other. The channels of the
+ * first package that answers are recorded; the records of the others stay as they are.
+ * @return 0 where one has answered; -1 where none of all did, or ctx has no transfer
+ */
+SIDEBAND_EXPORT int32_t ncsi_discovery(ncsi_ctx* ctx);
+
+/** Sends Clear Initial State to the channels of package 0 until one answers. @return 0, or -1 */
+SIDEBAND_EXPORT int32_t ncsi_oem_discovery(ncsi_ctx* ctx);
+
+/**
+ * Get Link Status: fills link_up, autoneg_done and speed. The latter is the extended speed and
+ * duplex (bits 31 to 24 of the link status) where the controller gives one, else bits 4 to 1.
+ * @return 0; -1 on failure, with the record as it was
+ */
+SIDEBAND_EXPORT int32_t ncsi_get_link_status(ncsi_channel* channel);
+
+/**
+ * Select Package and Deselect Package.
+ * @param channel     any channel record of the context
+ * @param package_id  0 to 7
+ * @return 0; -1 on failure
+ */
+SIDEBAND_EXPORT int32_t ncsi_select_package(ncsi_channel* channel, uint32_t package_id);
+SIDEBAND_EXPORT int32_t ncsi_deselect_package(ncsi_channel* channel, uint32_t package_id);
+
+/* ---- OEM commands ---------------------------------------------------------------------------- */
+
+/** Manufacturer IDs: enterprise numbers of IANA. */
+#define NCSI_MANUFACTURER_BROADCOM 4413
+#define NCSI_MANUFACTURER_MELLANOX 33049
+
+/** An entry of a command table. */
+typedef struct ncsi_oem_cmd {
+    uint32_t command; /**< what the entry functions look for */
+    int32_t (*handler)(ncsi_channel* channel);
+} ncsi_oem_cmd;
+
+/** Commands of Broadcom: 0 get, 1 set preboot server config. */
+SIDEBAND_EXPORT extern const ncsi_oem_cmd ncsi_oem_brcm_cmd_tbl[];
+SIDEBAND_EXPORT extern const uint8_t ncsi_oem_brcm_cmd_tbl_size; /**< entries: 2 */
+/** Commands of Mellanox: 0 get, 1 set card TLV, 2 get PF MAC address, 3 get temperature. */
+SIDEBAND_EXPORT extern const ncsi_oem_cmd ncsi_oem_mx_cmd_tbl[];
+SIDEBAND_EXPORT extern const uint8_t ncsi_oem_mx_cmd_tbl_size; /**< entries: 4 */
+
+/** Runs the handler of a command number. @return its result; -1 where no entry has the number */
+SIDEBAND_EXPORT int32_t ncsi_oem_brcm_entry(ncsi_channel* channel, uint32_t command);
+/** As ncsi_oem_brcm_entry(); only the low byte of the number counts. */
+SIDEBAND_EXPORT int32_t ncsi_oem_mx_entry(ncsi_channel* channel, uint32_t command);
+
+/*
+ * The handlers return 0, or -1 on failure. A "get" fills oem_flag, oem_value and oem_valid; where
+ * the controller says that it does not support the command, it clears oem_valid. A "set" writes
+ * oem_flag and oem_value; the bits beside them are read first and written back as they were.
+ */
+
+/** oem_flag: one bit; oem_value: 12 bits. */
+SIDEBAND_EXPORT int32_t ncsi_oem_brcm_get_preboot_server_config(ncsi_channel* channel);
+SIDEBAND_EXPORT int32_t ncsi_oem_brcm_set_preboot_server_config(ncsi_channel* channel);
+/** Of the channel's package. oem_flag: one bit; oem_value: 16 bits. */
+SIDEBAND_EXPORT int32_t ncsi_oem_mx_get_card_tlv_info(ncsi_channel* channel);
+SIDEBAND_EXPORT int32_t ncsi_oem_mx_set_card_tlv_info(ncsi_channel* channel);
+/** Prints the response's payload and the MAC address in it to standard output. */
+SIDEBAND_EXPORT int32_t ncsi_oem_mx_get_pf_mac_address(ncsi_channel* channel);
+/** @return the temperature at sensor_index in degrees Celsius, 0 to 255; -1 on failure */
+SIDEBAND_EXPORT int32_t ncsi_oem_mx_get_temperature(ncsi_channel* channel);
+
+SIDEBAND_END_DECLS
+
+#endif
