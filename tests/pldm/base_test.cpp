@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <sideband/pldm.h>
 
-#include "pldm/fake_endpoint.h"
+#include "pldm/pldm_fixture.h"
 
 namespace {
 

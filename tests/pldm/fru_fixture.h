@@ -5,7 +5,7 @@
 
 #include <sideband/pldm_fru.h>
 
-#include "pldm/fake_endpoint.h"
+#include "pldm/pldm_fixture.h"
 
 namespace test {
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <random>
 
-#include "pldm/fake_endpoint.h"
+#include "pldm/pldm_fixture.h"
 
 namespace {
 

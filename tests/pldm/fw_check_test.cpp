@@ -4,8 +4,8 @@
 
 #include <utility>
 
-#include "pldm/fake_endpoint.h"
 #include "pldm/fw_card.h"
+#include "pldm/pldm_fixture.h"
 
 namespace {
 

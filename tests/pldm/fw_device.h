@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "pldm/fake_endpoint.h"
 #include "pldm/package_fixture.h"
+#include "pldm/pldm_fixture.h"
 
 namespace test {
 

@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "pldm/fake_endpoint.h"
 #include "pldm/package_fixture.h"
+#include "pldm/pldm_fixture.h"
 
 namespace test {
 

@@ -8,7 +8,7 @@
 #include <memory>
 #include <random>
 
-#include "pldm/fake_endpoint.h"
+#include "pldm/pldm_fixture.h"
 #include "support/endpoint.h"
 
 namespace {

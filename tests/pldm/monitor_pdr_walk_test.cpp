@@ -5,8 +5,8 @@
 
 #include <cstring>
 
-#include "pldm/fake_endpoint.h"
 #include "pldm/pdr_records.h"
+#include "pldm/pldm_fixture.h"
 
 namespace {
 

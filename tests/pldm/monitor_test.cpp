@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "pldm/fake_endpoint.h"
+#include "pldm/pldm_fixture.h"
 
 namespace {
 

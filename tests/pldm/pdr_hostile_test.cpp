@@ -9,8 +9,8 @@
 #include <memory>
 #include <random>
 
-#include "pldm/fake_endpoint.h"
 #include "pldm/pdr_records.h"
+#include "pldm/pldm_fixture.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "pldm/fake_endpoint.h"
 #include "pldm/pdr_records.h"
+#include "pldm/pldm_fixture.h"
 
 namespace {
 

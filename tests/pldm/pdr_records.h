@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "pldm/fake_endpoint.h"
+#include "pldm/pldm_fixture.h"
 #include "support/bytes.h"
 
 namespace test {

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "pldm/fake_endpoint.h"
+#include "pldm/pldm_fixture.h"
 #include "support/endpoint.h"
 
 namespace {

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // An MCTP endpoint without MCTP: its three operations give what a test wrote down.
-#ifndef SIDEBAND_TESTS_PLDM_FAKE_ENDPOINT_H
-#define SIDEBAND_TESTS_PLDM_FAKE_ENDPOINT_H
+#ifndef SIDEBAND_TESTS_SUPPORT_FAKE_ENDPOINT_H
+#define SIDEBAND_TESTS_SUPPORT_FAKE_ENDPOINT_H
 
 #include <sideband/mctp.h>
-#include <sideband/pldm.h>
 
 #include <deque>
 #include <functional>
@@ -12,7 +11,6 @@
 #include <vector>
 
 #include "support/bytes.h"
-#include "support/scripted_platform.h"
 
 namespace test {
 
@@ -64,21 +62,6 @@ struct Outcome {
 
 /// Makes a call with standard output captured.
 Outcome run(const std::function<int32_t()>& call);
-
-/// Fixture: a terminus bound to a fake endpoint.
-class PldmTest : public PlatformTest {
-protected:
-    PldmTest();
-
-    /// Puts an operation in place of pldm_transfer that hands this response over, whatever its
-    /// completion code, with this result.
-    void pass_through(int32_t result, const Bytes& response);
-
-    FakeEndpoint endpoint;
-    pldm_ctx ctx{};
-    static MctpAnswer handed_over;  ///< what pass_through() set
-    static int32_t asked_capacity;  ///< room for the response in its last call
-};
 
 }  // namespace test
 
