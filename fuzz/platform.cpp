@@ -133,6 +133,18 @@ int lx_mutex_put(lx_mutex* mutex) {
     return 0;
 }
 
+// A channel's lock is held like every other; the linker routes the calls through here.
+
+static lx_mutex channel_locks[UINT8_MAX + 1];
+
+extern "C" int __wrap_i2c_chnl_mutex_get(uint8_t channel, int wait_ms) {
+    return lx_mutex_get(&channel_locks[channel], wait_ms);
+}
+
+extern "C" int __wrap_i2c_chnl_mutex_put(uint8_t channel) {
+    return lx_mutex_put(&channel_locks[channel]);
+}
+
 int _PltGPIO_RegRead(uint32_t base, uint32_t /*group*/, uint32_t /*offset*/, uint8_t* value) {
     require(base == PLT_MAIN_POWER_REGISTER, "an unknown register");
     *value = world().power ? 1 : 0;
