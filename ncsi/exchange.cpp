@@ -56,6 +56,14 @@ int32_t padded_capacity(int32_t capacity) {
     return static_cast<int32_t>(padded(wanted));
 }
 
+/// Exchanges over the endpoint.
+/// @return its result, which never is more than there is room for, whatever the endpoint says
+int32_t exchange_over(mctp_ctx& mctp, uint32_t length, int32_t capacity, const uint8_t* request,
+                      uint8_t* response) {
+    const int32_t room = padded_capacity(capacity);
+    return std::min(mctp.xfer(&mctp, length, room, request, response), room);
+}
+
 /// Looks at a response. What did not come of it counts as zero.
 int32_t judge(const uint8_t* request, const uint8_t* response, int32_t length) {
     std::array<uint8_t, kResponsePayload> head{};
@@ -96,8 +104,7 @@ int32_t exchange(ncsi_channel* channel, uint32_t request_length, int32_t respons
     if (request[kType] == NCSI_CLEAR_INITIAL_STATE) {
         mctp.route = kClearInitialStateWait;
     }
-    ctx.response_length =
-        mctp.xfer(&mctp, length, padded_capacity(response_capacity), request, response);
+    ctx.response_length = exchange_over(mctp, length, response_capacity, request, response);
     mctp.route = 0;
     ++ctx.iid;
     return ctx.response_length < 1 ? -1 : judge(request, response, ctx.response_length);
@@ -122,8 +129,7 @@ int32_t exchange_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response
         if (!global) {
             return -1;
         }
-        ctx->response_length =
-            mctp.xfer(&mctp, length, padded_capacity(response_capacity), request, response);
+        ctx->response_length = exchange_over(mctp, length, response_capacity, request, response);
     }
     return ctx->response_length < 1 ? -1 : judge(request, response, ctx->response_length);
 }
