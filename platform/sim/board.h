@@ -109,6 +109,7 @@ struct LockReport {
 
 class BoardState;
 class Firmware;
+class NcsiController;
 
 /// A board. One board at a time stands under the platform interface of the process: use().
 class Board {
@@ -147,6 +148,8 @@ public:
 
     /// The firmware device of a PLDM terminus, see pldm_firmware.h; null where the device has none.
     Firmware* firmware(const std::string& device);
+    /// The network controller that a device is, see ncsi_controller.h; null where it is none.
+    NcsiController* ncsi(const std::string& device);
     /// What a service knows of a device that is an add-in card: all but the route, which
     /// PCIEDeviceMux() fills in. Nothing for any other device.
     std::optional<plt_card_info> card(const std::string& device) const;

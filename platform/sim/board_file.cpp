@@ -17,6 +17,7 @@ const std::map<std::string, DeviceMaker>& device_makers() {
     static const std::map<std::string, DeviceMaker> makers = {
         {"bus_owner", make_bus_owner},
         {"mpio", make_mpio},
+        {"ncsi", make_ncsi_device},
         {"pldm", make_pldm_device},
         {"replay", make_replay_device},
     };

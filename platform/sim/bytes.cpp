@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Byte strings of the simulated board: little-endian fields, hex text, checksums.
+// Byte strings of the simulated board: fields of either byte order, hex text, checksums.
 #include "bytes.h"
 
 #include <bit>
@@ -20,6 +20,16 @@ void append_le32(Bytes& out, uint32_t value) {
     append_le16(out, static_cast<uint16_t>(value >> 16));
 }
 
+void append_be16(Bytes& out, uint16_t value) {
+    out.push_back(static_cast<uint8_t>(value >> 8));
+    out.push_back(static_cast<uint8_t>(value));
+}
+
+void append_be32(Bytes& out, uint32_t value) {
+    append_be16(out, static_cast<uint16_t>(value >> 16));
+    append_be16(out, static_cast<uint16_t>(value));
+}
+
 void append_whole(Bytes& out, double value, size_t width) {
     const auto bits = static_cast<uint64_t>(static_cast<int64_t>(value));
     for (size_t i = 0; i < width; ++i)
@@ -36,6 +46,14 @@ uint16_t le16(ByteView bytes, size_t offset) {
 
 uint32_t le32(ByteView bytes, size_t offset) {
     return le16(bytes, offset) | static_cast<uint32_t>(le16(bytes, offset + 2)) << 16;
+}
+
+uint16_t be16(ByteView bytes, size_t offset) {
+    return static_cast<uint16_t>(bytes[offset] << 8 | bytes[offset + 1]);
+}
+
+uint32_t be32(ByteView bytes, size_t offset) {
+    return static_cast<uint32_t>(be16(bytes, offset)) << 16 | be16(bytes, offset + 2);
 }
 
 static int digit(char c) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Byte strings of the simulated board: little-endian fields, hex text, checksums.
+// Byte strings of the simulated board: fields of either byte order, hex text, checksums.
 #ifndef SIDEBAND_PLATFORM_SIM_BYTES_H
 #define SIDEBAND_PLATFORM_SIM_BYTES_H
 
@@ -19,6 +19,8 @@ using ByteView = std::span<const uint8_t>;
 void append(Bytes& out, ByteView more);
 void append_le16(Bytes& out, uint16_t value);
 void append_le32(Bytes& out, uint32_t value);
+void append_be16(Bytes& out, uint16_t value);
+void append_be32(Bytes& out, uint32_t value);
 /// The low bytes of a whole number, which may be negative.
 void append_whole(Bytes& out, double value, size_t width);
 /// real32: the bits of a single-precision number.
@@ -27,6 +29,10 @@ void append_real32(Bytes& out, double value);
 /// Read little-endian fields; the caller has checked the length.
 uint16_t le16(ByteView bytes, size_t offset);
 uint32_t le32(ByteView bytes, size_t offset);
+
+/// Read big-endian fields; likewise.
+uint16_t be16(ByteView bytes, size_t offset);
+uint32_t be32(ByteView bytes, size_t offset);
 
 /// Hex digits, two a byte, no separators. Nothing where the text is anything else.
 std::optional<Bytes> from_hex(std::string_view text);

@@ -19,6 +19,7 @@
 namespace sim {
 
 class Firmware;
+class NcsiController;
 
 /// One multiplexer on the way to a device.
 struct MuxHop {
@@ -87,6 +88,8 @@ public:
 
     /// The firmware device that a PLDM terminus has; null for others.
     virtual Firmware* firmware() { return nullptr; }
+    /// The network controller that the device is; null for others.
+    virtual NcsiController* ncsi() { return nullptr; }
     /// The add-in card that the device is.
     const std::optional<CardInfo>& card() const { return config_.card; }
 
@@ -156,6 +159,8 @@ using DeviceMaker = std::unique_ptr<Device> (*)(ObjectReader& reader, DeviceConf
 std::unique_ptr<Device> make_bus_owner(ObjectReader& reader, DeviceConfig config,
                                        const Clock& clock);
 std::unique_ptr<Device> make_mpio(ObjectReader& reader, DeviceConfig config, const Clock& clock);
+std::unique_ptr<Device> make_ncsi_device(ObjectReader& reader, DeviceConfig config,
+                                         const Clock& clock);
 std::unique_ptr<Device> make_pldm_device(ObjectReader& reader, DeviceConfig config,
                                          const Clock& clock);
 std::unique_ptr<Device> make_replay_device(ObjectReader& reader, DeviceConfig config,
