@@ -230,4 +230,54 @@ std::string state_name(uint16_t state_set, uint8_t state) {
     return {};
 }
 
+std::string ncsi_response_name(uint16_t code) {
+    static constexpr Name names[] = {
+        {0x0000, "Command Completed"},   {0x0001, "Command Failed"},
+        {0x0002, "Command Unavailable"}, {0x0003, "Command Unsupported"},
+        {0x0004, "Delayed Response"},
+    };
+    return find_name(names, code, code >= 0x8000 ? "vendor specific" : "reserved");
+}
+
+std::string ncsi_reason_name(uint16_t code) {
+    static constexpr Name names[] = {
+        {0x0000, "No Error"},
+        {0x0001, "Interface Initialization Required"},
+        {0x0002, "Parameter Is Invalid, Unsupported, or Out-of-Range"},
+        {0x0003, "Channel Not Ready"},
+        {0x0004, "Package Not Ready"},
+        {0x0005, "Invalid payload length"},
+        {0x0006, "Information not available"},
+        {0x0A06, "Link Command Failed-Hardware Access Error"},
+        {0x7FFF, "Unknown / Unsupported Command Type"},
+    };
+    return find_name(names, code, code >= 0x8000 ? "vendor specific" : "command specific");
+}
+
+std::string ncsi_speed_name(uint8_t speed) {
+    static constexpr Name names[] = {
+        {0x00, "not known"},
+        {0x01, "10BASE-T half-duplex"},
+        {0x02, "10BASE-T full-duplex"},
+        {0x03, "100BASE-TX half-duplex"},
+        {0x04, "100BASE-T4"},
+        {0x05, "100BASE-TX full-duplex"},
+        {0x06, "1000BASE-T half-duplex"},
+        {0x07, "1000BASE-T full-duplex"},
+        {0x08, "10 Gbps"},
+        {0x09, "20 Gbps"},
+        {0x0A, "25 Gbps"},
+        {0x0B, "40 Gbps"},
+        {0x0C, "50 Gbps"},
+        {0x0D, "100 Gbps"},
+        {0x0E, "2.5 Gbps"},
+        {0x0F, "5 Gbps"},
+        {0x10, "1 Gbps"},
+        {0x11, "200 Gbps"},
+        {0x12, "400 Gbps"},
+        {0x13, "800 Gbps"},
+    };
+    return find_name(names, speed, "reserved");
+}
+
 }  // namespace tool

@@ -32,6 +32,14 @@ std::string pldm_code_name(uint8_t type, uint8_t command, uint8_t code);
 std::string operational_state_name(uint8_t state);
 std::string numeric_state_name(uint8_t state);
 
+/// Response and reason codes of NC-SI: DSP0222, standard response and reason codes.
+std::string ncsi_response_name(uint16_t code);
+std::string ncsi_reason_name(uint16_t code);
+
+/// Speed and duplex of a link: DSP0222, Get Link Status. The extended values go on behind the ones
+/// of the link status's bits 4 to 1.
+std::string ncsi_speed_name(uint8_t speed);
+
 /// A state of one of the state sets (DSP0249) that boards use most; empty for any other.
 std::string state_name(uint16_t state_set, uint8_t state);
 

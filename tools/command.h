@@ -3,7 +3,9 @@
 #ifndef SIDEBAND_TOOLS_COMMAND_H
 #define SIDEBAND_TOOLS_COMMAND_H
 
+#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -75,6 +77,32 @@ struct UpdateWish {
 /// @param path  a firmware update package
 void run_pldm_fw_update(Context& context, const std::string& endpoint, const std::string& path,
                         const UpdateWish& wish);
+
+// NC-SI. Each command brings up the channels of the controller first.
+void run_ncsi_discover(Context& context, const std::string& endpoint);
+/// @param channel  number of the one channel wanted; nothing for all of them
+void run_ncsi_link(Context& context, const std::string& endpoint, std::optional<unsigned> channel);
+/// @param select  false to deselect the package
+void run_ncsi_package(Context& context, const std::string& endpoint, unsigned package, bool select);
+
+/// A flag and a value that an OEM command reads and another one writes.
+enum class OemSetting { brcm_preboot, mlx_tlv };
+
+/// What an OEM command is to do, as far as the command has such an option.
+struct OemWish {
+    std::optional<unsigned> channel;  ///< number of the channel; nothing for the first
+    std::optional<unsigned> flag;     ///< 0 or 1
+    std::optional<unsigned> value;
+    uint8_t sensor = 0;
+};
+
+void run_ncsi_oem_get(Context& context, const std::string& endpoint, OemSetting which,
+                      const OemWish& wish);
+/// Writes what is wished for and leaves the rest as it is.
+void run_ncsi_oem_set(Context& context, const std::string& endpoint, OemSetting which,
+                      const OemWish& wish);
+void run_ncsi_oem_mac(Context& context, const std::string& endpoint, const OemWish& wish);
+void run_ncsi_oem_temperature(Context& context, const std::string& endpoint, const OemWish& wish);
 
 /// @param path  a firmware update package
 void run_pkg_show(Context& context, const std::string& path);

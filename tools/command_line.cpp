@@ -2,6 +2,8 @@
 // The command line: which command is wanted, with which options.
 #include "tools/command_line.h"
 
+#include <sideband/ncsi.h>
+
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <sstream>
@@ -27,6 +29,8 @@ struct Words {
     Watch watch;
     bool fixed_parts = false;
     UpdateWish update;
+    unsigned ncsi_package = 0;
+    OemWish oem;
 };
 
 void add_options(CLI::App& app, CommandLine& line) {
@@ -168,6 +172,74 @@ void add_pldm(CLI::App& app, const Commands& commands) {
     add_pldm_firmware(family, commands);
 }
 
+void add_channel(CLI::App& command, const Commands& commands, const char* help) {
+    command.add_option("--channel", commands.words().oem.channel, help)
+        ->type_name("N")
+        ->check(CLI::Range(0, NCSI_CHANNELS - 1));
+}
+
+constexpr const char* first_channel = "the channel (default: the first that was found)";
+
+/// The commands get and set of one setting.
+void add_ncsi_setting(CLI::App& family, const Commands& commands, const char* name,
+                      const char* help, OemSetting which, unsigned value_max) {
+    CLI::App& setting = add_family(family, name, help);
+    CLI::App* get = commands.add_endpoint(
+        setting, "get", "what the controller has",
+        [which](Context& c, const Words& w) { run_ncsi_oem_get(c, w.endpoint, which, w.oem); });
+    CLI::App* set = commands.add_endpoint(
+        setting, "set", "changes the flag, the value or both",
+        [which](Context& c, const Words& w) { run_ncsi_oem_set(c, w.endpoint, which, w.oem); });
+    add_channel(*get, commands, first_channel);
+    add_channel(*set, commands, first_channel);
+    OemWish& oem = commands.words().oem;
+    set->add_option("--flag", oem.flag, "the new flag")->type_name("0|1")->check(CLI::Range(0, 1));
+    set->add_option("--value", oem.value, "the new value")
+        ->type_name("N")
+        ->check(CLI::Range(0U, value_max));
+}
+
+void add_ncsi_oem(CLI::App& app, const Commands& commands) {
+    CLI::App& family = add_family(app, "oem", "commands of Broadcom and Mellanox controllers");
+    add_ncsi_setting(family, commands, "brcm-preboot", "Broadcom: the preboot server config",
+                     OemSetting::brcm_preboot, 0x0FFF);
+    add_ncsi_setting(family, commands, "mlx-tlv", "Mellanox: the card TLV", OemSetting::mlx_tlv,
+                     0xFFFF);
+    CLI::App* mac = commands.add_endpoint(
+        family, "mlx-mac", "Mellanox: the MAC address of the physical function",
+        [](Context& c, const Words& w) { run_ncsi_oem_mac(c, w.endpoint, w.oem); });
+    add_channel(*mac, commands, first_channel);
+    CLI::App* temperature = commands.add_endpoint(
+        family, "mlx-temp", "Mellanox: a temperature",
+        [](Context& c, const Words& w) { run_ncsi_oem_temperature(c, w.endpoint, w.oem); });
+    add_channel(*temperature, commands, first_channel);
+    temperature->add_option("--sensor", commands.words().oem.sensor, "the sensor (default: 0)")
+        ->type_name("N")
+        ->check(CLI::Range(0, 255));
+}
+
+void add_ncsi(CLI::App& app, const Commands& commands) {
+    CLI::App& family = add_family(app, "ncsi", "NC-SI: channels of network controllers");
+    commands.add_endpoint(family, "discover", "the channels that answer",
+                          [](Context& c, const Words& w) { run_ncsi_discover(c, w.endpoint); });
+    CLI::App* link = commands.add_endpoint(
+        family, "link", "link, speed and autonegotiation of each channel",
+        [](Context& c, const Words& w) { run_ncsi_link(c, w.endpoint, w.oem.channel); });
+    add_channel(*link, commands, "this channel alone");
+    for (const bool select : {true, false}) {
+        CLI::App* command =
+            commands.add_endpoint(family, select ? "select" : "deselect",
+                                  select ? "selects a package" : "deselects a package",
+                                  [select](Context& c, const Words& w) {
+                                      run_ncsi_package(c, w.endpoint, w.ncsi_package, select);
+                                  });
+        command->add_option("PACKAGE", commands.words().ncsi_package, "the package's ID, 0 to 7")
+            ->required()
+            ->check(CLI::Range(0, NCSI_PACKAGES - 1));
+    }
+    add_ncsi_oem(family, commands);
+}
+
 void add_pkg(CLI::App& app, const Commands& commands) {
     CLI::App& family = add_family(app, "pkg", "firmware update packages");
     CLI::App* show = commands.add(family, "show", "what a package holds; no device is asked",
@@ -198,8 +270,9 @@ std::string usage_error(const CLI::App& app, const CLI::App& inner, const CLI::P
 }  // namespace
 
 void parse_command_line(int argc, char** argv, CommandLine& line) {
-    CLI::App app{"Talks to the devices of a server over MCTP: discovery, PLDM, raw messages.",
-                 std::string(Port::program_name())};
+    CLI::App app{
+        "Talks to the devices of a server over MCTP: discovery, PLDM, NC-SI, raw messages.",
+        std::string(Port::program_name())};
     app.fallthrough();
     app.require_subcommand(1);
     add_options(app, line);
@@ -211,6 +284,7 @@ void parse_command_line(int argc, char** argv, CommandLine& line) {
     add_mctp(app, commands);
     add_raw(app, commands);
     add_pldm(app, commands);
+    add_ncsi(app, commands);
     add_pkg(app, commands);
     try {
         app.parse(argc, argv);

@@ -211,7 +211,11 @@ void run_demo(Context& context) {
 
     std::vector<Endpoint> speakers;
     std::vector<Endpoint> termini;
+    std::vector<Endpoint> controllers;
     for (const Finding& found : findings) {
+        if (!found.failure && found.speaks(MCTP_MSG_TYPE_NCSI)) {
+            controllers.push_back(found.endpoint);
+        }
         if (!found.failure && found.speaks(MCTP_MSG_TYPE_PLDM)) {
             speakers.push_back(found.endpoint);
             if (!found.endpoint.sensors.empty()) {
@@ -225,6 +229,7 @@ void run_demo(Context& context) {
                       step.skip("no PLDM terminus with sensors answers on this board");
                   });
         show_updates(tour, port, speakers);
+        show_controllers(tour, controllers);
         show_owners(tour, port);
         tour.finish();
         return;
@@ -236,6 +241,7 @@ void run_demo(Context& context) {
         tour_terminus(tour, port, endpoint);
     }
     show_updates(tour, port, speakers);
+    show_controllers(tour, controllers);
     tour.step("A raw message", "The same wire by hand: a PLDM GetTID, header first.",
               speakers.back().name, [&](Tour::Step& step) { show_raw(step, speakers.back()); });
     show_owners(tour, port);

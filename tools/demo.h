@@ -25,6 +25,10 @@ void show_owners(Tour& tour, Port& port);
 /// @param speakers  endpoints that speak PLDM
 void show_updates(Tour& tour, Port& port, const std::vector<Endpoint>& speakers);
 
+/// The links and the temperature of each network controller.
+/// @param controllers  endpoints that speak NC-SI
+void show_controllers(Tour& tour, const std::vector<Endpoint>& controllers);
+
 /// Looks at every endpoint on one transport and adds what it finds.
 void show_discovery(Tour::Step& step, const Port& port, Transport transport,
                     std::vector<Finding>& findings);

@@ -21,8 +21,11 @@ enum class ExitStatus : int {
 
 /// What a device answered instead of success.
 struct DeviceCode {
-    uint8_t code = 0;
+    uint16_t code = 0;
     std::string name;  ///< as the standard names it
+    /// NC-SI: the reason code. The code above is a response code then, else a completion code.
+    std::optional<uint16_t> reason = std::nullopt;
+    std::string reason_name = {};
 };
 
 /// Ends a command. what() is one line without the name of the program or of the command.

@@ -121,8 +121,13 @@ nlohmann::ordered_json failure_json(const Failure& failure) {
         json["operation"] = failure.operation();
     }
     if (failure.code()) {
-        json["completion_code"] = failure.code()->code;
-        json["completion_code_name"] = failure.code()->name;
+        const std::string kind = failure.code()->reason ? "response_code" : "completion_code";
+        json[kind] = failure.code()->code;
+        json[kind + "_name"] = failure.code()->name;
+    }
+    if (failure.code() && failure.code()->reason) {
+        json["reason_code"] = *failure.code()->reason;
+        json["reason_code_name"] = failure.code()->reason_name;
     }
     return json;
 }

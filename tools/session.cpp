@@ -53,6 +53,10 @@ void append_entries(std::span<const uint8_t> answer, std::vector<RoutingEntry>& 
 }  // namespace
 
 std::string code_text(const DeviceCode& code) {
+    if (code.reason) {
+        return fmt::format("response code 0x{:04x} ({}), reason code 0x{:04x} ({})", code.code,
+                           code.name, *code.reason, code.reason_name);
+    }
     return fmt::format("completion code 0x{:02x} ({})", code.code, code.name);
 }
 

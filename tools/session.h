@@ -19,7 +19,7 @@
 
 namespace tool {
 
-/// "completion code 0x80 (INVALID_SENSOR_ID)".
+/// "completion code 0x80 (INVALID_SENSOR_ID)"; of NC-SI response code and reason code.
 std::string code_text(const DeviceCode& code);
 
 /// Why nothing came back, as far as the board can tell: without power nothing is even sent.

@@ -127,10 +127,31 @@ TEST(ToolPage, ShowsWhatTheToolPrints) {
         const Outcome run = run_tool(split(example.command));
         expect_shown(run.out + run.err, example.output);
     }
-    for (const char* command :
-         {"demo", "scan", "mctp eid", "mctp uuid", "mctp routes", "raw", "pldm info",
-          "pldm sensors", "pldm pdr list", "pldm pdr show", "pldm pdr dump", "pldm fru",
-          "pldm fw-info", "pldm fw-update", "pkg show"}) {
+    for (const char* command : {"demo",
+                                "scan",
+                                "mctp eid",
+                                "mctp uuid",
+                                "mctp routes",
+                                "raw",
+                                "pldm info",
+                                "pldm sensors",
+                                "pldm pdr list",
+                                "pldm pdr show",
+                                "pldm pdr dump",
+                                "pldm fru",
+                                "pldm fw-info",
+                                "pldm fw-update",
+                                "pkg show",
+                                "ncsi discover",
+                                "ncsi link",
+                                "ncsi select",
+                                "ncsi deselect",
+                                "ncsi oem brcm-preboot get",
+                                "ncsi oem brcm-preboot set",
+                                "ncsi oem mlx-tlv get",
+                                "ncsi oem mlx-tlv set",
+                                "ncsi oem mlx-mac",
+                                "ncsi oem mlx-temp"}) {
         const bool shown = std::any_of(
             examples.begin(), examples.end(),
             [command](const Example& example) { return contains(example.command, command); });
