@@ -77,6 +77,7 @@ int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
     if (ctx == nullptr || config == nullptr) {
         return -1;
     }
+    ctx->mctp = nullptr;
     sideband::HeapPtr<mctp_ctx> endpoint(static_cast<mctp_ctx*>(std::calloc(1, sizeof(mctp_ctx))));
     if (endpoint == nullptr) {
         std::puts("can't alloc m_ctx");
@@ -87,7 +88,6 @@ int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
     for (ncsi_channel& channel : ctx->channels) {
         channel.ctx = ctx;
     }
-    ctx->mctp = nullptr;
     if (mctp_init2(endpoint.get()) < 0) {
         std::puts("mctp discover failed");
         return -1;

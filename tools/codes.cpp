@@ -2,6 +2,8 @@
 // Names that the standards give to codes: completion codes, commands, types, states.
 #include "tools/codes.h"
 
+#include <fmt/format.h>
+
 #include <sideband/pldm.h>
 
 #include "tools/name_table.h"
@@ -271,13 +273,10 @@ std::string ncsi_speed_name(uint8_t speed) {
         {0x0C, "50 Gbps"},
         {0x0D, "100 Gbps"},
         {0x0E, "2.5 Gbps"},
-        {0x0F, "5 Gbps"},
-        {0x10, "1 Gbps"},
-        {0x11, "200 Gbps"},
-        {0x12, "400 Gbps"},
-        {0x13, "800 Gbps"},
     };
-    return find_name(names, speed, "reserved");
+    // The table goes on in newer revisions of DSP0222.
+    const std::string name = find_name(names, speed, "");
+    return name.empty() ? fmt::format("speed 0x{:02x}", speed) : name;
 }
 
 }  // namespace tool

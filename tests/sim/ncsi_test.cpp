@@ -90,8 +90,7 @@ const std::string kSetTlv = "00008119 00012300 0000";
 const std::string kGetMac = "00008119 00000000";
 const std::string kGetTemperature = "00008119 001302";
 
-// ---- Control packets
-// -----------------------------------------------------------------------------
+// ---- Control packets ----
 
 using NcsiPackets = Ncsi;
 
@@ -129,10 +128,11 @@ TEST_F(NcsiPackets, MalformedOnesAreDropped) {
     open_controller();
     const std::string whole = "00 01 00 01 00 00 00 00 00000000 00000000 00000000";
     const std::vector<uint8_t> all = bytes(whole);
-    for (size_t length = 0; length < all.size(); ++length)
+    for (size_t length = 0; length < all.size(); ++length) {
         EXPECT_EQ(packet(hex({all.begin(), all.begin() + static_cast<std::ptrdiff_t>(length)})),
                   kSilence)
             << length;
+    }
     EXPECT_EQ(packet("00 02 00 01 00 00 00 00 00000000 00000000 00000000"), kSilence) << "revision";
     EXPECT_EQ(packet("00 01 00 01 80 00 00 00 00000000 00000000 00000000"), kSilence) << "response";
     EXPECT_EQ(packet("00 01 00 01 00 00 00 01 00000000 00000000 00000000"), kSilence) << "length";
@@ -148,8 +148,7 @@ TEST_F(NcsiPackets, OtherMessageTypesGetNoAnswer) {
     EXPECT_EQ(exchange(3, 0x64, "01 09 08 c9 00 80 05"), "01 08 09 c1 00 00 05 00 01 02");
 }
 
-// ---- Packages and channels
-// -----------------------------------------------------------------------
+// ---- Packages and channels ----
 
 using NcsiChannels = Ncsi;
 
@@ -170,14 +169,16 @@ TEST_F(NcsiChannels, EightPackagesOfEight) {
     for (int package = 0; package < 8; ++package) {
         packages += package == 0 ? "" : ",\n";
         packages += "{\"id\": " + std::to_string(package) + ", \"channels\": [";
-        for (int number = 0; number < 8; ++number)
+        for (int number = 0; number < 8; ++number) {
             packages += (number == 0 ? "{\"id\": " : ", {\"id\": ") + std::to_string(number) + "}";
+        }
         packages += "]}";
     }
     open_controller(packages);
-    for (unsigned package = 0; package < 8; ++package)
+    for (unsigned package = 0; package < 8; ++package) {
         for (unsigned number = 0; number < 8; ++number)
             EXPECT_EQ(clear(static_cast<uint8_t>(package << 5 | number)), kDone);
+    }
     EXPECT_EQ(device->count(NcsiCommand::clear_initial_state), 64u);
 }
 
@@ -247,17 +248,18 @@ TEST_F(NcsiChannels, LinkStatus) {
 TEST_F(NcsiChannels, OtherCommandsAreUnsupported) {
     open_controller();
     clear(0x00);
-    for (unsigned type = 0; type < 0x80; ++type)
-        if (type > 0x02 && type != 0x0A)
+    for (unsigned type = 0x03; type < 0x80; ++type) {
+        if (type != 0x0A) {
             EXPECT_EQ(command(static_cast<uint8_t>(type), 0x00), kUnsupported) << type;
+        }
+    }
     device->settings().unsupported = {NcsiCommand::get_link_status,
                                       NcsiCommand::clear_initial_state};
     EXPECT_EQ(command(0x0A, 0x00), kUnsupported);
     EXPECT_EQ(clear(0x00), kUnsupported);
 }
 
-// ---- OEM commands
-// --------------------------------------------------------------------------------
+// ---- OEM commands ----
 
 class NcsiOem : public Ncsi {
 protected:
@@ -372,11 +374,12 @@ TEST_F(NcsiOem, EveryByteOfARequestCounts) {
             const std::string expected = i < 7 ? kUnsupported : kInvalidParameter;
             EXPECT_EQ(oem(each.channel, hex(bad)), expected) << each.payload << " at " << i;
         }
-        for (size_t length = 0; length < good.size(); ++length)
+        for (size_t length = 0; length < good.size(); ++length) {
             EXPECT_EQ(oem(each.channel,
                           hex({good.begin(), good.begin() + static_cast<std::ptrdiff_t>(length)})),
                       length < 7 ? kUnsupported : kInvalidLength)
                 << each.payload << " of " << length;
+        }
         EXPECT_EQ(oem(each.channel, each.payload + "00"), kInvalidLength);
     }
     EXPECT_EQ(device->foreign_changes().size(), 0u);
@@ -398,15 +401,15 @@ TEST_F(NcsiOem, AnyOfThemCanBeUnsupported) {
     };
     for (const Case& each : cases) {
         device->settings().unsupported = {each.command};
-        for (const Case& other : cases)
+        for (const Case& other : cases) {
             EXPECT_EQ(oem(other.channel, other.payload).substr(0, 11),
                       other.command == each.command ? kUnsupported : kDone)
                 << other.payload;
+        }
     }
 }
 
-// ---- Faults
-// --------------------------------------------------------------------------------------
+// ---- Faults ----
 
 using NcsiFaults = Ncsi;
 
@@ -424,8 +427,9 @@ TEST_F(NcsiFaults, CodesAtOneOccurrence) {
 TEST_F(NcsiFaults, NoAnswer) {
     open_controller();
     device->set_faults({{Kind::no_answer, NcsiCommand::clear_initial_state, 1, 0}});
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(clear(0x00), kSilence);
+    }
     EXPECT_TRUE(channel(0, 0).initial_state);
     EXPECT_EQ(device->count(NcsiCommand::clear_initial_state), 3u);
     device->set_faults({});
@@ -453,8 +457,7 @@ TEST_F(NcsiFaults, AnswersThatAreNotAsTheyShouldBe) {
     EXPECT_EQ(packet(request), good);
 }
 
-// ---- Board file and PCIe
-// -------------------------------------------------------------------------
+// ---- Board file and PCIe ----
 
 using NcsiBoardFile = Ncsi;
 

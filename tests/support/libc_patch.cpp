@@ -245,7 +245,7 @@ void* patched_realloc(void* old, size_t size) {
 }
 
 void patched_free(void* block) {
-    active->forget(block);
+    active->freed(block);
     std::free(block);
 }
 
@@ -532,6 +532,12 @@ void LibcPatch::remember(void* block) {
 
 void LibcPatch::forget(void* block) {
     std::scoped_lock guard(mutex_);
+    blocks_.erase(block);
+}
+
+void LibcPatch::freed(void* block) {
+    std::scoped_lock guard(mutex_);
+    calls["free"]++;
     blocks_.erase(block);
 }
 

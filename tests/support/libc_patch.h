@@ -89,6 +89,7 @@ public:
     bool pretends(const char* path) const;
     void remember(void* block);
     void forget(void* block);
+    void freed(void* block);
     void opened(std::FILE* stream);
     void closed(std::FILE* stream);
     void opened(int descriptor);

@@ -34,13 +34,14 @@ TEST(Scan, ListsEveryEndpointOfTheBuiltInBoard) {
         "gpu1      pcie:47:00.0   64  67707531-0c3a-4f7e-b1d6-000000000006  pldm    ok\n"
         "rec1      pcie:c1:00.1   65  72656331-0000-4000-8000-000000000007  pldm    ok\n"
         "own1      pcie:80:00.0   10  6f776e31-5e48-4c90-a7f3-000000000008  -       ok\n"
-        "nic1      pcie:c2:00.0   66  6e696331-73f2-4b0d-8d54-000000000009  pldm    ok\n");
+        "nic1      pcie:c2:00.0   66  6e696331-73f2-4b0d-8d54-000000000009  pldm    ok\n"
+        "ncsi0     i2c:5:0x50     18  6e637369-3024-4f61-8b0e-00000000000a  ncsi    ok\n");
 }
 
 TEST(Scan, GivesProgramsNumbersAndPlainHex) {
     const Json document = one_document(run_tool({"scan", "--json"}).out);
     EXPECT_EQ(document["board"], "desk");
-    ASSERT_EQ(document["endpoints"].size(), 9U);
+    ASSERT_EQ(document["endpoints"].size(), 10U);
     EXPECT_EQ(document["endpoints"][0], Json::parse(R"({
         "endpoint": "nic0", "location": "i2c:2:0x64", "transport": "i2c", "bus": 2, "address": 100,
         "eid": 16, "eid_assigned": true, "uuid": "6e6963305b0a4c1d9f3e000000000001",
