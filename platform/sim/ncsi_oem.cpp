@@ -132,7 +132,7 @@ NcsiController::Response NcsiController::serve_preboot(const Request& request) {
         return response;
     }
     PrebootConfig wanted{};
-    std::ranges::copy(request.payload.subspan(kSetting), wanted.begin());
+    std::copy_n(request.payload.begin() + kSetting, wanted.size(), wanted.begin());
     watch(request, *config, wanted, kPrebootForeign);
     config = wanted;
     return response;
@@ -152,7 +152,7 @@ NcsiController::Response NcsiController::serve_card_tlv(const Request& request) 
     response.data = head_of(request.payload, kShortHead);
     CardTlv wanted{};
     wanted.front() = request.payload[kTlvFirst];
-    std::ranges::copy(request.payload.subspan(kSetting), wanted.begin() + 1);
+    std::copy_n(request.payload.begin() + kSetting, wanted.size() - 1, wanted.begin() + 1);
     watch(request, *tlv, wanted, kTlvForeign);
     tlv = wanted;
     return response;

@@ -19,7 +19,8 @@ sys.dont_write_bytecode = True  # no __pycache__ in the source tree
 import dissector  # noqa: E402
 import messages  # noqa: E402
 import pcapng  # noqa: E402
-from messages import CONTROL, PLDM, PLDM_BASE, PLDM_FIRMWARE, PLDM_FRU, PLDM_PLATFORM  # noqa: E402
+from messages import (CONTROL, NCSI, PLDM, PLDM_BASE, PLDM_FIRMWARE, PLDM_FRU,  # noqa: E402
+                      PLDM_PLATFORM)
 
 SKIPPED = 77
 WRONG_USAGE = 2  # of the tool
@@ -36,7 +37,8 @@ EXPECTED = {"Set Endpoint ID", "Get Endpoint ID", "Get Endpoint UUID", "GetTID",
             "GetPDRRepositoryInfo", "GetPDR", "GetFRURecordTableMetadata", "GetFRURecordTable",
             "QueryDeviceIdentifiers", "GetFirmwareParameters", "RequestUpdate",
             "PassComponentTable", "UpdateComponent", "RequestFirmwareData", "TransferComplete",
-            "VerifyComplete", "ApplyComplete", "ActivateFirmware"}
+            "VerifyComplete", "ApplyComplete", "ActivateFirmware",
+            "Clear Initial State", "Get Link Status", "OEM Command"}
 
 
 class Comparison:
@@ -106,6 +108,8 @@ class Comparison:
             self.compare_control(message, seen)
         elif message.type == PLDM:
             self.compare_pldm(message, seen)
+        elif message.type == NCSI:
+            self.compare_ncsi(message.last, messages.NcsiPacket(message.data[1:]), seen)
 
     def compare_control(self, message, seen):
         """Control messages (DSP0236, clause 12)."""
@@ -146,6 +150,21 @@ class Comparison:
                         message.completion_code)
         if message.request or message.completion_code == 0:
             self.compare_body(message, seen, name)
+
+    def compare_ncsi(self, packet, control, seen):
+        """Header of a control packet and the codes of a response (DSP0222)."""
+        name = messages.NCSI_COMMANDS.get(control.command)
+        if name:
+            self.names.add(name)
+        self.expect(packet, "the command", seen.text("ncsi.type.code_masked"),
+                    f"{name} (0x{control.command:02x})")
+        for field, wanted in (("ncsi.mc_id", 0), ("ncsi.revision", 1), ("ncsi.iid", control.data[3]),
+                              ("ncsi.type.resp", int(control.response)),
+                              ("ncsi.chan", control.data[5]), ("ncsi.plen", control.data[7])):
+            self.expect(packet, field, seen.number(field), wanted)
+        if control.response:
+            self.expect(packet, "the codes", (seen.number("ncsi.resp"), seen.number("ncsi.reason")),
+                        control.codes)
 
     def compare_body(self, message, seen, name):
         packet, body = message.last, message.body

@@ -1,12 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
 """Puts MCTP packets together to messages and decodes them, apart from any other decoder.
 
-DSP0236 (packets and control messages), DSP0240 (PLDM base), DSP0248 (sensors), DSP0257 (FRU data).
+DSP0236 (packets and control messages), DSP0240 (PLDM base), DSP0248 (sensors), DSP0257 (FRU data),
+DSP0222 (NC-SI control packets).
 """
 import dataclasses
 import zlib
 
-CONTROL, PLDM = 0, 1
+CONTROL, PLDM, NCSI = 0, 1, 2
 PLDM_BASE, PLDM_PLATFORM, PLDM_FRU, PLDM_FIRMWARE = 0, 2, 4, 5
 
 CONTROL_COMMANDS = {  # DSP0236, table 12
@@ -30,6 +31,10 @@ PLDM_COMMANDS = {
                     0x15: "RequestFirmwareData", 0x16: "TransferComplete", 0x17: "VerifyComplete",
                     0x18: "ApplyComplete", 0x1A: "ActivateFirmware", 0x1B: "GetStatus",
                     0x1C: "CancelUpdateComponent", 0x1D: "CancelUpdate"},
+}
+NCSI_COMMANDS = {  # DSP0222, table of command and response types
+    0x00: "Clear Initial State", 0x01: "Select Package", 0x02: "Deselect Package",
+    0x0A: "Get Link Status", 0x50: "OEM Command",
 }
 # sensorDataSize (DSP0248, GetSensorReading): width in bytes and sign.
 READING_FORMATS = {0: (1, False), 1: (1, True), 2: (2, False), 3: (2, True), 4: (4, False),
@@ -83,6 +88,25 @@ class Message:
         """What follows the command of a request or the completion code of a response."""
         at = (4 if self.type == PLDM else 3) + (0 if self.request else 1)
         return self.data[at:]
+
+
+@dataclasses.dataclass
+class NcsiPacket:
+    """The control packet that a message carries behind its type byte (DSP0222)."""
+    data: bytes
+
+    @property
+    def response(self):
+        return bool(self.data[4] & 0x80)
+
+    @property
+    def command(self):
+        return self.data[4] & 0x7F
+
+    @property
+    def codes(self):
+        """Response code and reason code."""
+        return (int.from_bytes(self.data[16:18], "big"), int.from_bytes(self.data[18:20], "big"))
 
 
 def assemble(packets):
