@@ -46,6 +46,7 @@ std::string state_of(const ChannelLink& link) {
 std::vector<ChannelLink> read_links(NcsiController& controller,
                                     const std::vector<unsigned>& numbers) {
     std::vector<ChannelLink> links;
+    links.reserve(numbers.size());
     for (unsigned number : numbers) {
         links.push_back(read_link(controller, number));
     }

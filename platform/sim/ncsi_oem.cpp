@@ -19,36 +19,36 @@ constexpr int16_t kAny = -1;
 
 /// What the payload of a request looks like.
 struct Shape {
-    NcsiCommand command;
+    size_t length;  ///< of the payload
     uint32_t manufacturer;
+    NcsiCommand command;
     bool to_package;                   ///< addressed to the package, not to a channel
-    size_t length;                     ///< of the payload
     std::array<int16_t, 16> expected;  ///< behind the manufacturer ID
 };
 
 constexpr Shape kShapes[] = {
-    {NcsiCommand::get_preboot_config,
+    {16,
      kBroadcom,
+     NcsiCommand::get_preboot_config,
      false,
-     16,
      {0x00, 0x1C, 0x00, 0x04, 0, 0, 0, 0, 0, 0, 0, 0x05, kAny, kAny, kAny, kAny}},
-    {NcsiCommand::set_preboot_config,
+    {20,
      kBroadcom,
+     NcsiCommand::set_preboot_config,
      false,
-     20,
      {0x00, 0x1D, 0x00, 0x04, 0, 0, 0, 0, 0, 0, 0, 0x01, kAny, kAny, kAny, kAny}},
-    {NcsiCommand::get_card_tlv,
+    {16,
      kMellanox,
+     NcsiCommand::get_card_tlv,
      true,
-     16,
      {0x00, 0x00, 0x23, 0, 0, 0, 0, 0, 0x03, 0, 0x02, 0x21, kAny, kAny, kAny, kAny}},
-    {NcsiCommand::set_card_tlv,
+    {20,
      kMellanox,
+     NcsiCommand::set_card_tlv,
      true,
-     20,
      {0x00, 0x01, 0x23, 0, 0, 0, kAny, 0, 0x03, 0, 0x02, 0x21, kAny, kAny, kAny, kAny}},
-    {NcsiCommand::get_pf_mac_address, kMellanox, false, 8, {0x00, 0x00, 0x00, 0x00}},
-    {NcsiCommand::get_temperature, kMellanox, false, 8, {0x00, 0x13, 0x02, kAny}},
+    {8, kMellanox, NcsiCommand::get_pf_mac_address, false, {0x00, 0x00, 0x00, 0x00}},
+    {8, kMellanox, NcsiCommand::get_temperature, false, {0x00, 0x13, 0x02, kAny}},
 };
 
 /// Whether the first bytes behind the manufacturer ID are those of the shape.
