@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "common/crc.h"
+#include "common/file.h"
 #include "common/memory.h"
 #include "common/wire.h"
 #include "pldm/fw_package.h"
@@ -403,19 +404,6 @@ bool parse(int descriptor, void* mapping, size_t length, pldm_fw_update_ctx& ctx
 }
 
 }  // namespace
-
-size_t sideband::read_file(int descriptor, uint64_t position, std::span<uint8_t> target) {
-    size_t done = 0;
-    while (done < target.size()) {
-        const ssize_t count = pread(descriptor, target.data() + done, target.size() - done,
-                                    static_cast<off_t>(position + done));
-        if (count <= 0) {
-            break;
-        }
-        done += static_cast<size_t>(count);
-    }
-    return done;
-}
 
 bool sideband::map_file(const char* path, MappedFile& file) {
     const int descriptor = open(path, O_RDONLY | O_CLOEXEC);

@@ -47,10 +47,6 @@ struct MappedFile {
 /// @return false where nothing is open
 bool map_file(const char* path, MappedFile& file);
 
-/// Reads from a position of a file, however the system divides it up.
-/// @return bytes read: fewer than wanted where the file ends before
-size_t read_file(int descriptor, uint64_t position, std::span<uint8_t> target);
-
 }  // namespace sideband
 
 #endif

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/file.h"
 #include "common/memory.h"
 #include "pldm/fw_agent.h"
 #include "pldm/fw_package.h"
