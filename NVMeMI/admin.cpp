@@ -1,0 +1,293 @@
+// SPDX-License-Identifier: Apache-2.0
+// NVMe admin commands tunnelled through NVMe-MI (NVMe base specification; NVMe-MI).
+#include <sideband/debug_log.h>
+#include <sideband/nvme_mi.h>
+#include <sideband/platform.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "NVMeMI/exchange.h"
+
+namespace {
+
+namespace nvme = sideband::nvme;
+
+constexpr uint8_t kGetLogPage = 0x02;
+constexpr uint8_t kIdentify = 0x06;
+constexpr uint8_t kSetFeatures = 0x09;
+constexpr uint8_t kGetFeatures = 0x0A;
+constexpr uint8_t kNamespaceManagement = 0x0D;
+constexpr uint8_t kFirmwareCommit = 0x10;
+constexpr uint8_t kNamespaceAttachment = 0x15;
+constexpr uint8_t kLockdown = 0x24;
+constexpr uint8_t kFormatNvm = 0x80;
+constexpr uint8_t kSanitize = 0x84;
+constexpr uint8_t kMarvellPassthrough = 0xC2;
+
+constexpr uint32_t kNamespaceDelete = 1;
+
+/// The file that log readers know the commands by.
+constexpr char kSource[] = "NVMeMI/nvme";
+
+/// Sends a command without data of its own.
+int32_t send(nvmemi_ctx* ctx, const nvme::AdminCommand& command, size_t data_capacity,
+             nvme::AdminResponse& response) {
+    if (command.dlen > NVME_ADMIN_DATA_MAX) {
+        debug_log("%s, %u bytes of data are too many\n", "nvme admin", command.dlen);
+        return -1;
+    }
+    std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE> request{};
+    nvme::encode(command, request);
+    return nvme::exchange(ctx, request, data_capacity, response);
+}
+
+/// Sends a command that moves no data at all.
+int32_t send(nvmemi_ctx* ctx, const nvme::AdminCommand& command) {
+    nvme::AdminResponse response;
+    return send(ctx, command, 0, response);
+}
+
+/// Copies the data of a response. What there is no room for is lost.
+/// @return bytes copied
+uint32_t copy_data(const nvme::AdminResponse& response, uint8_t* data, uint32_t room) {
+    const auto bytes = response.data().first(std::min<size_t>(response.data().size(), room));
+    if (data != nullptr && !bytes.empty()) {
+        std::memcpy(data, bytes.data(), bytes.size());
+    }
+    return static_cast<uint32_t>(bytes.size());
+}
+
+/// What all commands take from a record.
+nvme::AdminCommand command_of(const nvme_admin_req& req, uint8_t opcode, uint32_t length) {
+    return {.opcode = opcode,
+            .cntlid = req.cntlid,
+            .nsid = req.nsid,
+            .dofst = req.dofst,
+            .dlen = length,
+            .cdw10 = req.cdw10};
+}
+
+void copy_dwords_11_to_14(nvme::AdminCommand& command, const nvme_admin_req& req) {
+    command.cdw11 = req.cdw11;
+    command.cdw12 = req.cdw12;
+    command.cdw13 = req.cdw13;
+    command.cdw14 = req.cdw14;
+}
+
+/// Sends a command that reads data.
+/// @param capacity  room for data in the response
+int32_t read(nvmemi_ctx* ctx, const nvme::AdminCommand& command, uint32_t capacity,
+             nvme::AdminResponse& response, uint8_t* data, uint32_t* received) {
+    const int32_t result = send(ctx, command, capacity, response);
+    if (result == 0) {
+        const uint32_t copied = copy_data(response, data, command.dlen);
+        if (received != nullptr) {
+            *received = copied;
+        }
+    }
+    return result;
+}
+
+/// Whether the controller has completed the command, successfully or not.
+bool is_completed(const nvme::AdminResponse& response) {
+    return response.stage == nvme::Stage::failed || response.stage == nvme::Stage::done;
+}
+
+}  // namespace
+
+int32_t nvme_get_log_page(nvme_admin_req* req, uint16_t cntlid, uint32_t length,
+                          uint8_t passthrough, uint8_t* data, uint32_t* received) {
+    if (req == nullptr) {
+        return -1;
+    }
+    nvme::AdminCommand command = command_of(*req, kGetLogPage, length);
+    command.cntlid = cntlid;
+    copy_dwords_11_to_14(command, *req);
+    if (passthrough != 0) {
+        command.opcode = kMarvellPassthrough;
+        command.cdw9 = length;
+        command.cdw15 = req->nsid;
+    }
+    nvme::AdminResponse response;
+    const int32_t result = read(req->ctx, command, NVME_ADMIN_DATA_MAX, response, data, received);
+    if (is_completed(response)) {
+        std::printf("MORE=%d\n", static_cast<int>(NVME_COMPLETION_MORE(response.dword3)));
+    }
+    return result;
+}
+
+int32_t nvme_identify(nvme_admin_req* req, uint32_t length, uint8_t passthrough, uint8_t* data,
+                      uint32_t* received) {
+    if (req == nullptr) {
+        return -1;
+    }
+    nvme::AdminCommand command = command_of(*req, kIdentify, length);
+    if (passthrough != 0) {
+        command.opcode = kMarvellPassthrough;
+        command.cdw9 = length;
+        console_log("[%s:%d] Doing Marvell passthrough: DW9=%d\n", kSource, __LINE__,
+                    static_cast<int>(length));
+    } else {
+        console_log("[%s:%d] Doing Direct NVMe-MI\n", kSource, __LINE__);
+    }
+    nvme::AdminResponse response;
+    const int32_t result = read(req->ctx, command, length, response, data, received);
+    if (is_completed(response)) {
+        const size_t arrived = response.data().size();
+        std::printf("M:%d, read_len=%d\n", static_cast<int>(NVME_COMPLETION_MORE(response.dword3)),
+                    static_cast<int>(arrived));
+        if (arrived == 0) {
+            std::puts("no NVMe-MI payload received");
+        }
+    }
+    return result;
+}
+
+int32_t nvme_admin_set_feature(nvme_admin_req* req, uint8_t fid, uint8_t save,
+                               nvme_feature_result* result) {
+    constexpr unsigned kSaveShift = 31;
+    if (req == nullptr) {
+        return -1;
+    }
+    if (save > 1) {
+        console_log("Wrong save flag (%x)\n", save);
+        return -1;
+    }
+    req->cdw10 = uint32_t{save} << kSaveShift | fid;
+    return nvme_admin_get_set_feature(req, kSetFeatures, result);
+}
+
+int32_t nvme_admin_get_feature(nvme_admin_req* req, uint8_t fid, uint8_t sel,
+                               nvme_feature_result* result) {
+    constexpr unsigned kSelectShift = 8;
+    constexpr uint32_t kSelectMask = 0x7;
+    if (req == nullptr) {
+        return -1;
+    }
+    req->cdw10 = (sel & kSelectMask) << kSelectShift | fid;
+    if (sel > NVME_FEATURE_CAPABILITIES) {
+        console_log("Unsupported SEL (%x)\n", sel);
+        return -1;
+    }
+    return nvme_admin_get_set_feature(req, kGetFeatures, result);
+}
+
+int32_t nvme_admin_get_set_feature(nvme_admin_req* req, uint8_t opcode,
+                                   nvme_feature_result* result) {
+    if (req == nullptr) {
+        return -1;
+    }
+    nvme::AdminCommand command = command_of(*req, opcode, req->dlen);
+    copy_dwords_11_to_14(command, *req);
+    command.cdw15 = req->cdw15;
+    nvme::AdminResponse response;
+    const int32_t status = send(req->ctx, command, NVME_ADMIN_DATA_MAX, response);
+    if (status == 0 && result != nullptr) {
+        result->dword0 = response.dword0;
+        copy_data(response, result->data, result->data_length);
+    }
+    return status;
+}
+
+int32_t nvme_namespace_mgmt_create(nvmemi_ctx* ctx, uint16_t cntlid, const uint8_t* data,
+                                   uint32_t* nsid) {
+    if (data == nullptr) {
+        return -1;
+    }
+    std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE + NVME_ADMIN_DATA_MAX> request{};
+    nvme::encode({.opcode = kNamespaceManagement, .cntlid = cntlid, .dlen = NVME_ADMIN_DATA_MAX},
+                 request);
+    std::memcpy(request.data() + NVME_ADMIN_REQUEST_SIZE, data, NVME_ADMIN_DATA_MAX);
+    nvme::AdminResponse response;
+    const int32_t result = nvme::exchange(ctx, request, 0, response);
+    if (result == 0 && nsid != nullptr) {
+        *nsid = response.dword0;
+    }
+    return result;
+}
+
+int32_t nvme_namespace_mgmt_delete(nvmemi_ctx* ctx, uint16_t cntlid, uint32_t nsid) {
+    return send(ctx, {.opcode = kNamespaceManagement,
+                      .cntlid = cntlid,
+                      .nsid = nsid,
+                      .cdw10 = kNamespaceDelete});
+}
+
+int32_t nvme_fw_image_commit(nvmemi_ctx* ctx, uint16_t cntlid, uint8_t slot, uint8_t action) {
+    constexpr uint32_t kMask = 0x7;
+    constexpr unsigned kActionShift = 3;
+    return send(ctx, {.opcode = kFirmwareCommit,
+                      .cntlid = cntlid,
+                      .cdw10 = (action & kMask) << kActionShift | (slot & kMask)});
+}
+
+int32_t nvme_namespace_mgmt_attachment(nvmemi_ctx* ctx, uint16_t cntlid, uint32_t nsid,
+                                       uint8_t select) {
+    constexpr uint32_t kSelectMask = 0x0F;
+    return send(ctx, {.opcode = kNamespaceAttachment,
+                      .cntlid = cntlid,
+                      .nsid = nsid,
+                      .cdw10 = select & kSelectMask});
+}
+
+int32_t nvme_lockdown_set(const nvme_lockdown_param* param) {
+    if (param == nullptr) {
+        return -1;
+    }
+    return send(param->ctx, {.opcode = kLockdown,
+                             .cntlid = param->cntlid,
+                             .nsid = param->nsid,
+                             .cdw10 = param->cdw10,
+                             .cdw14 = param->cdw14});
+}
+
+int32_t nvme_format_nvm(nvmemi_ctx* ctx, uint16_t cntlid, uint32_t nsid, const uint32_t* cdw10) {
+    if (cdw10 == nullptr) {
+        return -1;
+    }
+    return send(ctx, {.opcode = kFormatNvm, .cntlid = cntlid, .nsid = nsid, .cdw10 = *cdw10});
+}
+
+int32_t nvme_sanitize_set(const nvme_sanitize_param* param) {
+    if (param == nullptr) {
+        return -1;
+    }
+    return send(param->ctx, {.opcode = kSanitize,
+                             .cntlid = param->cntlid,
+                             .nsid = param->nsid,
+                             .cdw10 = param->cdw10,
+                             .cdw11 = param->cdw11});
+}
+
+int32_t nvme_get_pd_info(nvme_admin_req* req, uint32_t length, uint8_t* data, uint32_t* received) {
+    if (req == nullptr) {
+        return -1;
+    }
+    nvme::AdminCommand command = command_of(*req, req->opcode, length);
+    command.cdw12 = req->cdw12;
+    command.cdw14 = req->cdw14;
+    nvme::AdminResponse response;
+    return read(req->ctx, command, length, response, data, received);
+}
+
+int32_t nvme_mrvl_read_cmd(nvme_admin_req* req, uint32_t length, uint8_t* data,
+                           uint32_t* received) {
+    if (req == nullptr) {
+        return -1;
+    }
+    nvme::AdminCommand command = command_of(*req, req->opcode, length);
+    command.cdw12 = req->cdw12;
+    command.cdw13 = req->cdw13;
+    command.cdw14 = req->cdw14;
+    nvme::AdminResponse response;
+    const int32_t result = read(req->ctx, command, length, response, data, received);
+    if (response.stage == nvme::Stage::failed) {
+        std::printf("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(response.dword3),
+                    NVME_COMPLETION_SC(response.dword3));
+    } else if (response.stage == nvme::Stage::no_response) {
+        std::puts("fail to nvme_admin_cmd");
+    }
+    return result;
+}

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+// The NVMe-MI context: its life, and its request operation (NVMe-MI over MCTP, DSP0235).
+#include <sideband/nvme_mi.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "NVMeMI/exchange.h"
+#include "common/memory.h"
+#include "transport/transport.h"
+
+namespace sideband::nvme {
+namespace {
+
+constexpr int kTries = 3;
+constexpr uint32_t kProcessingTimeUs = 200000;
+
+using Area = std::array<uint8_t, NVMEMI_RESPONSE_MAX>;
+
+bool wants_time(const Area& area) {
+    return area[kStatus] == NVMEMI_STATUS_MORE_PROCESSING_REQUIRED;
+}
+
+/// Waits for the response that an endpoint has announced.
+int32_t receive_later(mctp_ctx& mctp, int32_t room, Area& area) {
+    int32_t result = -1;
+    for (int i = 0; i < kTries && result < 0; ++i) {
+        sleep_us(kProcessingTimeUs);
+        result = mctp.recv(&mctp, room, area.data());
+    }
+    return result;
+}
+
+bool is_usable(const nvmemi_ctx* ctx, const uint8_t* request, const uint8_t* response) {
+    return ctx != nullptr && ctx->mctp != nullptr && ctx->mctp->xfer != nullptr &&
+           ctx->mctp->recv != nullptr && request != nullptr && response != nullptr;
+}
+
+}  // namespace
+
+int32_t request_with_retries(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,
+                             uint8_t* request, uint8_t* response) {
+    if (!is_usable(ctx, request, response)) {
+        return -1;
+    }
+    mctp_ctx& mctp = *ctx->mctp;
+    Area area;
+    zero(area);
+    const auto room =
+        static_cast<int32_t>(std::min<uint32_t>(response_capacity, NVMEMI_RESPONSE_MAX));
+    int32_t result = -1;
+    for (int i = 0; i < kTries && result <= 0 && !wants_time(area); ++i) {
+        result = mctp.xfer(&mctp, request_length, room, request, area.data());
+    }
+    if (wants_time(area)) {
+        result = receive_later(mctp, room, area);
+    } else if (result <= 0) {
+        return -1;
+    }
+    // More than there is room for is nothing that an operation could have stored.
+    if (result < 0 || result > room) {
+        return -1;
+    }
+    std::memcpy(response, area.data(), static_cast<size_t>(result));
+    return result;
+}
+
+}  // namespace sideband::nvme
+
+namespace {
+
+constexpr uint16_t kUnitSize = 64;
+constexpr uint8_t kMessageType = MCTP_MSG_TYPE_NVME_MI;
+/// The last argument of the platform's slave read: its meaning is the platform's own.
+constexpr uint32_t kReadParameter = 0x001203E8;
+
+int32_t initialise(nvmemi_ctx* ctx, const mctp_ctx* config, uint32_t read_parameter,
+                   int32_t (*bring_up)(mctp_ctx*)) {
+    if (ctx == nullptr || config == nullptr) {
+        return -1;
+    }
+    auto* const endpoint = static_cast<mctp_ctx*>(std::calloc(1, sizeof(mctp_ctx)));
+    ctx->mctp = endpoint;
+    ctx->mi_request = sideband::nvme::request_with_retries;
+    if (endpoint == nullptr) {
+        std::puts("cannot alloc m_ctx");
+        return -1;
+    }
+    sideband::copy_configuration(*endpoint, *config);
+    endpoint->unit_size = kUnitSize;
+    endpoint->msg_type = kMessageType;
+    endpoint->skip_discovery = 1;
+    endpoint->route = read_parameter;
+    return bring_up(endpoint);
+}
+
+}  // namespace
+
+int32_t nvmemi_init(nvmemi_ctx* ctx, const mctp_ctx* config) {
+    return initialise(ctx, config, kReadParameter, mctp_init2);
+}
+
+int32_t nvmemi_init_for_MARV(nvmemi_ctx* ctx, const mctp_ctx* config) {
+    return initialise(ctx, config, 0, mctp_init2_with_i2c_delay);
+}
+
+int32_t nvmemi_deinit(nvmemi_ctx* ctx) {
+    if (ctx != nullptr) {
+        std::free(ctx->mctp);
+        ctx->mctp = nullptr;
+    }
+    return 0;
+}
