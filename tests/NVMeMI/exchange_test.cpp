@@ -3,7 +3,7 @@
 // in; and what is made of a response's status.
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <algorithm>
 
 #include "NVMeMI/nvme_fixture.h"
 
@@ -22,6 +22,7 @@ using test::port;
 using test::status_response;
 using test::Texts;
 using test::to_hex;
+using test::unsuccess;
 using test::operator+;
 
 using Sleeps = std::vector<uint32_t>;
@@ -314,11 +315,9 @@ TEST_F(NvmeStatus, EveryStatusButInvalidParameterIsPrintedAndReturned) {
             continue;
         }
         SCOPED_TRACE(status);
-        char line[64];
-        std::snprintf(line, sizeof line, "Response unsuccess (%xh)\n", status);
         const Outcome outcome = status_of(status_response(static_cast<uint8_t>(status)));
         EXPECT_EQ(outcome.result, static_cast<int32_t>(status));
-        EXPECT_EQ(outcome.out, line);
+        EXPECT_EQ(outcome.out, unsuccess(status));
         EXPECT_EQ(port().console, Texts());
     }
 }

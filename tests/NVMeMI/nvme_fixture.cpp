@@ -2,6 +2,8 @@
 // An NVMe-MI context over an endpoint without MCTP or over SMBus packets, and a drive's responses.
 #include "NVMeMI/nvme_fixture.h"
 
+#include <cstdio>
+
 namespace test {
 
 namespace {
@@ -23,6 +25,12 @@ Bytes status_response(uint8_t status, const Bytes& behind, uint8_t type) {
 
 Bytes admin_response(const Bytes& data, uint32_t dword3, uint32_t dword0, uint32_t dword1) {
     return hex("90 00 00 00 00 00 00") + le32(dword0) + le32(dword1) + le32(dword3) + data;
+}
+
+std::string unsuccess(unsigned status) {
+    char line[64];
+    std::snprintf(line, sizeof line, "Response unsuccess (%xh)\n", status);
+    return line;
 }
 
 Bytes checked(const Bytes& body) {
@@ -53,6 +61,7 @@ void NvmeTest::start_over() {
     port().syslog.clear();
     port().console.clear();
     libc.sleeps.clear();
+    libc.calls.clear();
 }
 
 NvmeSmbusTest::NvmeSmbusTest() {

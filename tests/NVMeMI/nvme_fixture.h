@@ -35,6 +35,9 @@ Bytes status_response(uint8_t status, const Bytes& behind = Bytes(3), uint8_t ty
 Bytes admin_response(const Bytes& data = {}, uint32_t dword3 = 0, uint32_t dword0 = 0,
                      uint32_t dword1 = 0);
 
+/// The line about a status that has no text of its own.
+std::string unsuccess(unsigned status);
+
 /// A body with the integrity check that a drive sends behind it, over message type 0x84 and body.
 Bytes checked(const Bytes& body);
 
