@@ -198,10 +198,4 @@ std::string command_error(uint32_t type, uint32_t code) {
     return text;
 }
 
-std::string unsuccess(unsigned status) {
-    char text[64];
-    std::snprintf(text, sizeof text, "Response unsuccess (%xh)\n", status);
-    return text;
-}
-
 }  // namespace test

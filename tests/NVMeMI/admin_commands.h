@@ -74,9 +74,6 @@ constexpr uint32_t kDoNotRetry = 1u << 31;
 /// "Command error (SCT:0x1, SC:0x2)\n"
 std::string command_error(uint32_t type, uint32_t code);
 
-/// "Response unsuccess (2h)\n"
-std::string unsuccess(unsigned status);
-
 }  // namespace test
 
 #endif
