@@ -165,12 +165,7 @@ void configure(Target& target, Input& input) {
 
 /// The whole stack: an endpoint of its own, brought up over SMBus packets.
 void life(Target& /*target*/, Input& input) {
-    mctp_ctx config{};
-    config.bus = 5;
-    config.slave_addr = 0x30;
-    const uint8_t how = input.u8();
-    config.binding_kind = (how & 0x01) != 0 ? MCTP_BINDING_KIND_SL8_SMBUS : MCTP_BINDING_KIND_SMBUS;
-    config.skip_discovery = how >> 1 & 1;
+    const mctp_ctx config = fuzz::configuration(input.u8());
     ncsi_ctx ctx{};
     const int32_t result = ncsi_init(&ctx, &config);
     require_result(result);

@@ -125,12 +125,8 @@ void raw_operations(pldm_ctx& ctx, Input& input) {
 
 /// The whole stack: an endpoint of its own, brought up over SMBus packets.
 void terminus_life(pldm_ctx& /*ctx*/, Input& input) {
-    mctp_ctx config{};
-    config.bus = 5;
-    config.slave_addr = 0x30;
     const uint8_t how = input.u8();
-    config.binding_kind = (how & 0x01) != 0 ? MCTP_BINDING_KIND_SL8_SMBUS : MCTP_BINDING_KIND_SMBUS;
-    config.skip_discovery = how >> 1 & 1;
+    const mctp_ctx config = fuzz::configuration(how);
     pldm_ctx terminus{};
     if ((how & 0x04) != 0) {
         require_result(discover_pldm_terminus(&terminus, &config));

@@ -65,6 +65,15 @@ void end(unsigned calls_max) {
     the_world.writes = the_world.reads = the_world.exchanges = 0;
 }
 
+mctp_ctx configuration(uint8_t how) {
+    mctp_ctx config{};
+    config.bus = 5;
+    config.slave_addr = 0x30;
+    config.binding_kind = (how & 0x01) != 0 ? MCTP_BINDING_KIND_SL8_SMBUS : MCTP_BINDING_KIND_SMBUS;
+    config.skip_discovery = how >> 1 & 1;
+    return config;
+}
+
 void free_kept_blocks() {
     while (!blocks.empty()) {
         std::free(blocks.back());

@@ -68,6 +68,10 @@ void end(unsigned calls_max);
 /// At the end of an input: nothing may be left on the heap.
 void finish();
 
+/// The configuration of an endpoint on the scripted bus. Bit 0 of how: the binding with PEC in
+/// software; bit 1: without discovery.
+mctp_ctx configuration(uint8_t how);
+
 /// Frees what the library took from the heap since begin() and has not given back. Only for the one
 /// command that keeps its request on purpose.
 void free_kept_blocks();

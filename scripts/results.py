@@ -14,10 +14,16 @@ import sys
 import xml.etree.ElementTree as ElementTree
 
 
+def log_of(build, suffix):
+    """The log of the last run, or None; meson adds the name of a wrapper to that of the log."""
+    logs = sorted((build / "meson-logs").glob(f"testlog*{suffix}"))
+    return logs[0] if logs else None
+
+
 def gtest_cases(build, entry):
     """(case, outcome, reason) of one GoogleTest program; empty where it left no report."""
-    report = build / "meson-logs" / "testlog.junit.xml"
-    if not report.exists():
+    report = log_of(build, ".junit.xml")
+    if not report:
         return []
     cases = []
     for suite in ElementTree.parse(report).getroot().iter("testsuite"):

@@ -186,6 +186,32 @@ mctp_ctx smbus_context(uint8_t binding_kind) {
     return ctx;
 }
 
+mctp_ctx whole_configuration() {
+    static char session;
+    mctp_ctx config = smbus_context();
+    config.unit_size = 64;
+    config.i2c_delay_us = 1234;
+    config.route = 0x01020304;
+    config.pcie_param = 77;
+    config.pcie_session = &session;
+    std::memcpy(config.pcie_bdf, "\x01\x02\x03", 3);
+    return config;
+}
+
+void expect_configured(const mctp_ctx& made, const mctp_ctx& config) {
+    EXPECT_NE(&made, &config);
+    EXPECT_EQ(made.src_eid, config.src_eid);
+    EXPECT_EQ(made.dest_eid, config.dest_eid);
+    EXPECT_EQ(made.bus, config.bus);
+    EXPECT_EQ(made.slave_addr, config.slave_addr);
+    EXPECT_EQ(std::memcmp(made.mux, config.mux, sizeof made.mux), 0);
+    EXPECT_EQ(std::memcmp(made.pcie_bdf, config.pcie_bdf, sizeof made.pcie_bdf), 0);
+    EXPECT_EQ(made.binding_kind, config.binding_kind);
+    EXPECT_EQ(made.i2c_delay_us, config.i2c_delay_us);
+    EXPECT_EQ(made.pcie_param, config.pcie_param);
+    EXPECT_EQ(made.pcie_session, config.pcie_session);
+}
+
 mctp_ctx ready_context(uint8_t binding_kind, uint8_t msg_type) {
     mctp_ctx ctx = smbus_context(binding_kind);
     ctx.skip_discovery = 1;

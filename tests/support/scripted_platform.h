@@ -147,6 +147,13 @@ private:
 /// A context for an SMBus endpoint, zeroed and filled: bus 3, address 0x64, src 8, dest 0x1D.
 mctp_ctx smbus_context(uint8_t binding_kind = MCTP_BINDING_KIND_SMBUS);
 
+/// A prototype whose every configuration member differs from zero.
+mctp_ctx whole_configuration();
+
+/// Expects an endpoint with the configuration of a prototype. Unit size, route and whether the
+/// discovery is skipped are left to the caller: initialisers set them.
+void expect_configured(const mctp_ctx& made, const mctp_ctx& config);
+
 /// The same, initialised without discovery.
 mctp_ctx ready_context(uint8_t binding_kind = MCTP_BINDING_KIND_SMBUS, uint8_t msg_type = 0);
 

@@ -4,23 +4,13 @@
 
 namespace {
 
+using tool_test::expect_json;
+using tool_test::expect_text;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::OwnBoard;
 using tool_test::run_tool;
 using Json = nlohmann::ordered_json;
-
-void expect_text(const Outcome& run, const std::string& text) {
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, text);
-    EXPECT_EQ(run.err, "");
-}
-
-void expect_json(const Outcome& run, const char* text) {
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(one_document(run.out), Json::parse(text));
-    EXPECT_EQ(run.err, "");
-}
 
 TEST(Scan, ListsEveryEndpointOfTheBuiltInBoard) {
     expect_text(

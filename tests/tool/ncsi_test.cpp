@@ -7,6 +7,8 @@ namespace {
 
 using tool_test::contains;
 using tool_test::expect_error;
+using tool_test::expect_json;
+using tool_test::expect_text;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::run_on;
@@ -44,18 +46,6 @@ public:
 private:
     Json controller_;
 };
-
-void expect_text(const Outcome& run, const std::string& text) {
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, text);
-    EXPECT_EQ(run.err, "");
-}
-
-void expect_json(const Outcome& run, const char* text) {
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(one_document(run.out).dump(), Json::parse(text).dump());
-}
 
 const std::string unsupported =
     "response code 0x0003 (Command Unsupported), reason code 0x7fff (Unknown / Unsupported Command "

@@ -208,6 +208,18 @@ bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
+void expect_text(const Outcome& run, const std::string& text) {
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, text);
+    EXPECT_EQ(run.err, "");
+}
+
+void expect_json(const Outcome& run, const char* text) {
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(one_document(run.out).dump(), nlohmann::ordered_json::parse(text).dump());
+    EXPECT_EQ(run.err, "");
+}
+
 void expect_error(const Outcome& run, int status, const std::string& line) {
     EXPECT_EQ(run.status, status);
     EXPECT_EQ(run.err, line + "\n");

@@ -35,6 +35,12 @@ nlohmann::ordered_json one_document(const std::string& text);
 /// Whether a text has another one in it.
 bool contains(const std::string& text, const std::string& part);
 
+/// Expects a run that succeeded with this on standard output, and with nothing on standard error.
+void expect_text(const Outcome& run, const std::string& text);
+
+/// As expect_text(), for one JSON document: the same members in the same order.
+void expect_json(const Outcome& run, const char* text);
+
 /// Expects a run that failed: the exit status, one line on standard error, nothing else printed.
 void expect_error(const Outcome& run, int status, const std::string& line);
 
