@@ -19,8 +19,8 @@ sys.dont_write_bytecode = True  # no __pycache__ in the source tree
 import dissector  # noqa: E402
 import messages  # noqa: E402
 import pcapng  # noqa: E402
-from messages import (CONTROL, NCSI, PLDM, PLDM_BASE, PLDM_FIRMWARE, PLDM_FRU,  # noqa: E402
-                      PLDM_PLATFORM)
+from messages import (CONTROL, NCSI, NVME_MI, PLDM, PLDM_BASE, PLDM_FIRMWARE,  # noqa: E402
+                      PLDM_FRU, PLDM_PLATFORM)
 
 SKIPPED = 77
 WRONG_USAGE = 2  # of the tool
@@ -38,7 +38,9 @@ EXPECTED = {"Set Endpoint ID", "Get Endpoint ID", "Get Endpoint UUID", "GetTID",
             "QueryDeviceIdentifiers", "GetFirmwareParameters", "RequestUpdate",
             "PassComponentTable", "UpdateComponent", "RequestFirmwareData", "TransferComplete",
             "VerifyComplete", "ApplyComplete", "ActivateFirmware",
-            "Clear Initial State", "Get Link Status", "OEM Command"}
+            "Clear Initial State", "Get Link Status", "OEM Command",
+            "NVM Subsystem Health Status Poll", "Get Log Page", "Identify", "Firmware Image Download",
+            "Firmware Commit"}
 
 
 class Comparison:
@@ -57,6 +59,7 @@ class Comparison:
                           for packet in message.packets}
         self.unmarked_ends = 0
         self.names = set()
+        self.nvme_messages = [0, 0]  # of one packet, of several
 
     def complain(self, packet, text):
         self.complaints.append(f"packet {packet.number} ({packet.interface} {packet.comment}): {text}")
@@ -110,6 +113,8 @@ class Comparison:
             self.compare_pldm(message, seen)
         elif message.type == NCSI:
             self.compare_ncsi(message.last, messages.NcsiPacket(message.data[1:]), seen)
+        elif message.type == NVME_MI:
+            self.compare_nvme(message, messages.NvmeMessage(message.data), seen)
 
     def compare_control(self, message, seen):
         """Control messages (DSP0236, clause 12)."""
@@ -165,6 +170,21 @@ class Comparison:
         if control.response:
             self.expect(packet, "the codes", (seen.number("ncsi.resp"), seen.number("ncsi.reason")),
                         control.codes)
+
+    def compare_nvme(self, message, control, seen):
+        """NVMe-MI message header, opcode or status, and the integrity check, which must be right."""
+        packet, is_admin = message.last, control.kind == messages.NVME_ADMIN
+        self.expect(packet, "nvme-mi.type", seen.number("nvme-mi.type"), control.kind)
+        self.expect(packet, "nvme-mi.ror", seen.number("nvme-mi.ror"), int(control.response))
+        field = f"nvme-mi.{'admin' if is_admin else 'mi'}.{'status' if control.response else 'opcode'}"
+        self.expect(packet, field, seen.number(field), control.code)
+        self.expect(packet, "nvme-mi.mic", seen.number("nvme-mi.mic"), control.check)
+        if "[correct]" not in (seen.text("nvme-mi.mic") or ""):
+            self.complain(packet, "tshark does not call the integrity check good")
+        self.nvme_messages[len(message.packets) > 1] += 1
+        if not control.response:
+            name = messages.NVME_COMMANDS.get(control.kind, {}).get(control.code)
+            self.names.add(name or f"NVMe-MI opcode 0x{control.code:02x}")
 
     def compare_body(self, message, seen, name):
         packet, body = message.last, message.body
@@ -318,6 +338,8 @@ def check_demo(tshark, tool):
     on_pcie = sum(packet.interface == "pcie" for packet in comparison.packets)
     if not on_pcie:
         complaints.append("the demo shows nothing on PCIe")
+    if 0 in comparison.nvme_messages:
+        complaints.append(f"NVMe-MI messages of one and of several packets: {comparison.nvme_messages}")
     print(f"demo: {len(comparison.packets)} packets, {on_pcie} of them on PCIe, "
           f"{len(comparison.messages)} messages, "
           f"{comparison.unmarked_ends} messages that end without EOM as the BMC ends them; "

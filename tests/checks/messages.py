@@ -2,12 +2,12 @@
 """Puts MCTP packets together to messages and decodes them, apart from any other decoder.
 
 DSP0236 (packets and control messages), DSP0240 (PLDM base), DSP0248 (sensors), DSP0257 (FRU data),
-DSP0222 (NC-SI control packets).
+DSP0222 (NC-SI control packets), NVMe-MI.
 """
 import dataclasses
 import zlib
 
-CONTROL, PLDM, NCSI = 0, 1, 2
+CONTROL, PLDM, NCSI, NVME_MI = 0, 1, 2, 4
 PLDM_BASE, PLDM_PLATFORM, PLDM_FRU, PLDM_FIRMWARE = 0, 2, 4, 5
 
 CONTROL_COMMANDS = {  # DSP0236, table 12
@@ -35,6 +35,16 @@ PLDM_COMMANDS = {
 NCSI_COMMANDS = {  # DSP0222, table of command and response types
     0x00: "Clear Initial State", 0x01: "Select Package", 0x02: "Deselect Package",
     0x0A: "Get Link Status", 0x50: "OEM Command",
+}
+NVME_MANAGEMENT, NVME_ADMIN = 1, 2
+NVME_COMMANDS = {  # NVMe-MI, opcodes of its commands; NVMe base specification, admin commands
+    NVME_MANAGEMENT: {0x00: "Read NVMe-MI Data Structure", 0x01: "NVM Subsystem Health Status Poll",
+                      0x02: "Controller Health Status Poll", 0x03: "Configuration Set",
+                      0x04: "Configuration Get", 0x05: "VPD Read", 0x06: "VPD Write", 0x07: "Reset"},
+    NVME_ADMIN: {0x02: "Get Log Page", 0x06: "Identify", 0x09: "Set Features", 0x0A: "Get Features",
+                 0x0D: "Namespace Management", 0x10: "Firmware Commit",
+                 0x11: "Firmware Image Download", 0x15: "Namespace Attachment", 0x24: "Lockdown",
+                 0x80: "Format NVM", 0x84: "Sanitize"},
 }
 # sensorDataSize (DSP0248, GetSensorReading): width in bytes and sign.
 READING_FORMATS = {0: (1, False), 1: (1, True), 2: (2, False), 3: (2, True), 4: (4, False),
@@ -107,6 +117,30 @@ class NcsiPacket:
     def codes(self):
         """Response code and reason code."""
         return (int.from_bytes(self.data[16:18], "big"), int.from_bytes(self.data[18:20], "big"))
+
+
+@dataclasses.dataclass
+class NvmeMessage:
+    """An NVMe-MI message, its type byte and its integrity check included."""
+    data: bytes
+
+    @property
+    def response(self):
+        return bool(self.data[1] & 0x80)
+
+    @property
+    def kind(self):
+        """1: a management command, 2: an admin command."""
+        return self.data[1] >> 3 & 0x0F
+
+    @property
+    def code(self):
+        """The opcode of a request, the status of a response."""
+        return self.data[4]
+
+    @property
+    def check(self):
+        return int.from_bytes(self.data[-4:], "little")
 
 
 def assemble(packets):
