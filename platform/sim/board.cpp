@@ -142,6 +142,12 @@ NcsiController* Board::ncsi(const std::string& device) {
     return found != nullptr ? found->ncsi() : nullptr;
 }
 
+NvmeDrive* Board::nvme(const std::string& device) {
+    std::lock_guard guard(state_->mutex);
+    Device* found = state_->find_device(device);
+    return found != nullptr ? found->nvme() : nullptr;
+}
+
 std::optional<plt_card_info> Board::card(const std::string& device) const {
     std::lock_guard guard(state_->mutex);
     const Device* found = state_->find_device(device);

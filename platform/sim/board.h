@@ -110,6 +110,7 @@ struct LockReport {
 class BoardState;
 class Firmware;
 class NcsiController;
+class NvmeDrive;
 
 /// A board. One board at a time stands under the platform interface of the process: use().
 class Board {
@@ -150,6 +151,8 @@ public:
     Firmware* firmware(const std::string& device);
     /// The network controller that a device is, see ncsi_controller.h; null where it is none.
     NcsiController* ncsi(const std::string& device);
+    /// The NVMe drive that a device is, see nvme_drive.h; null where it is none.
+    NvmeDrive* nvme(const std::string& device);
     /// What a service knows of a device that is an add-in card: all but the route, which
     /// PCIEDeviceMux() fills in. Nothing for any other device.
     std::optional<plt_card_info> card(const std::string& device) const;

@@ -15,9 +15,8 @@ constexpr int64_t kLongestWaitUs = 60'000'000;
 
 const std::map<std::string, DeviceMaker>& device_makers() {
     static const std::map<std::string, DeviceMaker> makers = {
-        {"bus_owner", make_bus_owner},  {"mpio", make_mpio},
-        {"ncsi", make_ncsi_device},     {"pldm", make_pldm_device},
-        {"replay", make_replay_device},
+        {"bus_owner", make_bus_owner}, {"mpio", make_mpio},        {"ncsi", make_ncsi_device},
+        {"nvme", make_nvme_device},    {"pldm", make_pldm_device}, {"replay", make_replay_device},
     };
     return makers;
 }

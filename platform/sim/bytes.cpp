@@ -40,12 +40,26 @@ void append_real32(Bytes& out, double value) {
     append_le32(out, std::bit_cast<uint32_t>(static_cast<float>(value)));
 }
 
+void put_le(Bytes& out, size_t offset, uint64_t value, size_t width) {
+    for (size_t i = 0; i < width; ++i)
+        out[offset + i] = static_cast<uint8_t>(value >> (8 * i));
+}
+
+void put_text(Bytes& out, size_t offset, std::string_view text, size_t width) {
+    for (size_t i = 0; i < width; ++i)
+        out[offset + i] = i < text.size() ? static_cast<uint8_t>(text[i]) : ' ';
+}
+
 uint16_t le16(ByteView bytes, size_t offset) {
     return static_cast<uint16_t>(bytes[offset] | bytes[offset + 1] << 8);
 }
 
 uint32_t le32(ByteView bytes, size_t offset) {
     return le16(bytes, offset) | static_cast<uint32_t>(le16(bytes, offset + 2)) << 16;
+}
+
+uint64_t le64(ByteView bytes, size_t offset) {
+    return le32(bytes, offset) | static_cast<uint64_t>(le32(bytes, offset + 4)) << 32;
 }
 
 uint16_t be16(ByteView bytes, size_t offset) {
@@ -99,24 +113,55 @@ std::string bdf_text(const std::array<uint8_t, 3>& bdf) {
            std::to_string(bdf[2]);
 }
 
-uint8_t smbus_pec(ByteView bytes) {
-    unsigned crc = 0;
-    for (uint8_t byte : bytes) {
-        crc ^= byte;
+/// What each byte makes of a checksum of 8 bits.
+static constexpr std::array<uint8_t, 256> pec_table() {
+    std::array<uint8_t, 256> table{};
+    for (unsigned byte = 0; byte < table.size(); ++byte) {
+        unsigned crc = byte;
         for (int bit = 0; bit < 8; ++bit)
             crc = (crc & 0x80) != 0 ? (crc << 1 ^ 0x07) & 0xFF : crc << 1;
+        table[byte] = static_cast<uint8_t>(crc);
     }
-    return static_cast<uint8_t>(crc);
+    return table;
+}
+
+uint8_t smbus_pec(ByteView bytes) {
+    static constexpr auto kTable = pec_table();
+    uint8_t crc = 0;
+    for (uint8_t byte : bytes)
+        crc = kTable[crc ^ byte];
+    return crc;
+}
+
+using Crc32Table = std::array<uint32_t, 256>;
+
+/// What each byte makes of a reflected checksum. @param polynomial  reflected
+static constexpr Crc32Table crc32_table(uint32_t polynomial) {
+    Crc32Table table{};
+    for (uint32_t byte = 0; byte < table.size(); ++byte) {
+        uint32_t crc = byte;
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc & 1) != 0 ? crc >> 1 ^ polynomial : crc >> 1;
+        table[byte] = crc;
+    }
+    return table;
+}
+
+static uint32_t reflected_crc(ByteView bytes, const Crc32Table& table) {
+    uint32_t crc = ~0u;
+    for (uint8_t byte : bytes)
+        crc = crc >> 8 ^ table[(crc ^ byte) & 0xFF];
+    return ~crc;
 }
 
 uint32_t crc32(ByteView bytes) {
-    uint32_t crc = ~0u;
-    for (uint8_t byte : bytes) {
-        crc ^= byte;
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc & 1) != 0 ? crc >> 1 ^ 0xEDB88320u : crc >> 1;
-    }
-    return ~crc;
+    static constexpr Crc32Table kTable = crc32_table(0xEDB88320);
+    return reflected_crc(bytes, kTable);
+}
+
+uint32_t crc32c(ByteView bytes) {
+    static constexpr Crc32Table kTable = crc32_table(0x82F63B78);
+    return reflected_crc(bytes, kTable);
 }
 
 }  // namespace sim

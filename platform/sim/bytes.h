@@ -26,9 +26,15 @@ void append_whole(Bytes& out, double value, size_t width);
 /// real32: the bits of a single-precision number.
 void append_real32(Bytes& out, double value);
 
+/// Writes a little-endian field of up to 8 bytes over what stands there; it has to fit.
+void put_le(Bytes& out, size_t offset, uint64_t value, size_t width);
+/// Writes a text over what stands there, padded with spaces or cut to its width.
+void put_text(Bytes& out, size_t offset, std::string_view text, size_t width);
+
 /// Read little-endian fields; the caller has checked the length.
 uint16_t le16(ByteView bytes, size_t offset);
 uint32_t le32(ByteView bytes, size_t offset);
+uint64_t le64(ByteView bytes, size_t offset);
 
 /// Read big-endian fields; likewise.
 uint16_t be16(ByteView bytes, size_t offset);
@@ -46,6 +52,8 @@ std::string bdf_text(const std::array<uint8_t, 3>& bdf);
 uint8_t smbus_pec(ByteView bytes);
 /// CRC-32 of IEEE 802.3, as DSP0240 asks for after version data.
 uint32_t crc32(ByteView bytes);
+/// CRC-32C, the message integrity check of NVMe-MI (clause 3.1.1.1).
+uint32_t crc32c(ByteView bytes);
 
 }  // namespace sim
 

@@ -58,6 +58,7 @@ std::vector<Outgoing> Device::bmc_waits(bool& ended) {
 
 void Device::reset() {
     endpoint_.reset();
+    endpoint_.set_unit(config_.transmission_unit);
     control_.reset();
 }
 
@@ -88,14 +89,18 @@ void Device::respond(const Message& request, std::vector<Outgoing>& out) {
         body = not_ready_answer(request.type, request.body);
     else
         body = answer(request.type, request.body);
-    if (!body)
-        return;
     Message response;
     response.type = request.type;
-    response.body = std::move(*body);
     response.source_eid = endpoint_.eid();
     response.destination_eid = request.source_eid;
     response.tag = request.tag;
+    for (Early& early : std::exchange(early_, {})) {
+        response.body = std::move(early.body);
+        send_message(response, early.delay_us, out);
+    }
+    if (!body)
+        return;
+    response.body = std::move(*body);
     send_message(response, answer_delay_us_, out);
 }
 

@@ -20,6 +20,7 @@ namespace sim {
 
 class Firmware;
 class NcsiController;
+class NvmeDrive;
 
 /// One multiplexer on the way to a device.
 struct MuxHop {
@@ -90,6 +91,8 @@ public:
     virtual Firmware* firmware() { return nullptr; }
     /// The network controller that the device is; null for others.
     virtual NcsiController* ncsi() { return nullptr; }
+    /// The NVMe drive that the device is; null for others.
+    virtual NvmeDrive* nvme() { return nullptr; }
     /// The add-in card that the device is.
     const std::optional<CardInfo>& card() const { return config_.card; }
 
@@ -117,6 +120,16 @@ protected:
 
     /// The answer that is being made goes out so much later.
     void delay_answer(uint64_t microseconds) { answer_delay_us_ += microseconds; }
+    /// Sends a response before the answer that is being made, at the time that this one had. The
+    /// answer itself goes out so much later.
+    void answer_in_advance(Bytes body, uint64_t microseconds) {
+        early_.push_back({std::move(body), answer_delay_us_});
+        delay_answer(microseconds);
+    }
+    /// Message bytes in each packet that the device sends from now on; 0: as at power on.
+    void set_transmission_unit(size_t unit) {
+        endpoint_.set_unit(unit != 0 ? unit : config_.transmission_unit);
+    }
     /// Sends a request of the device's own, after what is being done now.
     /// @param delay_us  from now
     void initiate(Message request, uint64_t delay_us) {
@@ -131,6 +144,10 @@ protected:
     }
 
 private:
+    struct Early {
+        Bytes body;
+        uint64_t delay_us = 0;
+    };
     struct Initiated {
         Message message;
         uint64_t delay_us = 0;
@@ -149,6 +166,7 @@ private:
     FaultSet faults_;
     uint64_t answer_delay_us_ = 0;
     uint8_t requester_eid_ = 0;
+    std::vector<Early> early_;
     std::vector<Initiated> initiated_;
 };
 
@@ -160,6 +178,8 @@ std::unique_ptr<Device> make_bus_owner(ObjectReader& reader, DeviceConfig config
                                        const Clock& clock);
 std::unique_ptr<Device> make_mpio(ObjectReader& reader, DeviceConfig config, const Clock& clock);
 std::unique_ptr<Device> make_ncsi_device(ObjectReader& reader, DeviceConfig config,
+                                         const Clock& clock);
+std::unique_ptr<Device> make_nvme_device(ObjectReader& reader, DeviceConfig config,
                                          const Clock& clock);
 std::unique_ptr<Device> make_pldm_device(ObjectReader& reader, DeviceConfig config,
                                          const Clock& clock);

@@ -138,18 +138,6 @@ Bytes read_identifiers(ObjectReader& reader) {
     return out;
 }
 
-ExpectedImage read_expected(ObjectReader& reader) {
-    const std::optional<Place> bytes = reader.find("expect_hex");
-    const std::optional<Place> file = reader.find("expect_file");
-    const int64_t offset = reader.whole("expect_offset", 0, kAnyDword, 0);
-    const uint32_t size = dword(reader, "expect_size");
-    if (bytes && file)
-        reader.fail("expect_file", "cannot stand beside expect_hex");
-    if (file)
-        return ExpectedImage::file(file->text(), static_cast<uint64_t>(offset), size);
-    return bytes ? ExpectedImage(bytes->hex()) : ExpectedImage();
-}
-
 FirmwareComponent read_component(const Place& place) {
     ObjectReader reader(place);
     FirmwareComponent component;
@@ -237,6 +225,18 @@ const std::vector<FaultShape>& fault_shapes() {
 }
 
 }  // namespace
+
+ExpectedImage read_expected(ObjectReader& reader) {
+    const std::optional<Place> bytes = reader.find("expect_hex");
+    const std::optional<Place> file = reader.find("expect_file");
+    const int64_t offset = reader.whole("expect_offset", 0, kAnyDword, 0);
+    const uint32_t size = dword(reader, "expect_size");
+    if (bytes && file)
+        reader.fail("expect_file", "cannot stand beside expect_hex");
+    if (file)
+        return ExpectedImage::file(file->text(), static_cast<uint64_t>(offset), size);
+    return bytes ? ExpectedImage(bytes->hex()) : ExpectedImage();
+}
 
 FirmwareFault read_firmware_fault(const Place& place) {
     ObjectReader reader(place);

@@ -115,6 +115,8 @@ struct FirmwareConfig {
 };
 
 FirmwareConfig read_firmware(const Place& place);
+/// Reads the keys that say what an image should be.
+ExpectedImage read_expected(ObjectReader& reader);
 /// Reads one object of the "faults" of a firmware device.
 FirmwareFault read_firmware_fault(const Place& place);
 

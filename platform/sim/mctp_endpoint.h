@@ -34,6 +34,8 @@ public:
 
     uint8_t eid() const { return eid_; }
     void set_eid(uint8_t eid) { eid_ = eid; }
+    /// @param unit  message bytes in each packet sent from now on
+    void set_unit(size_t unit) { unit_ = unit; }
 
     /// Takes one packet, from its transport header on.
     /// @return the message that it completed

@@ -211,7 +211,7 @@ TEST(BoardFile, NamesTypesAndAddressesOfDevices) {
     EXPECT_EQ(second(R"("name": "i2c:2", "type": "pldm", "bus": 2, "address": "0x32")"),
               "4: devices[1].name: must be a word without colons");
     EXPECT_EQ(second(R"("name": "e", "type": "toaster", "bus": 2, "address": "0x32")"),
-              "4: devices[1].type: must be one of bus_owner, mpio, ncsi, pldm, replay");
+              "4: devices[1].type: must be one of bus_owner, mpio, ncsi, nvme, pldm, replay");
     EXPECT_EQ(second(R"("name": "e", "type": "pldm", "bus": 4, "address": "0x32")"),
               "4: devices[1].bus: is not among the board's buses");
     EXPECT_EQ(second(R"("name": "e", "type": "pldm", "bus": 2)"),
