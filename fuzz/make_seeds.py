@@ -744,10 +744,118 @@ def ncsi_seeds():
                                switches=ENDLESS)
 
 
+# ---- fuzz-nvme ----------------------------------------------------------------------------------
+
+(MI_GET, MI_SET, MI_SUBSYSTEM, MI_CONTROLLERS, MI_STRUCTURE, MI_RESET, MI_VPD_READ, MI_VPD_WRITE,
+ MI_EXCHANGE, MI_LIFE) = range(10)
+WITH_CHECK, LIES = 0x40, 0x20
+MI_NAMES = ("get-frequency", "get-unit", "get-health", "set-frequency", "set-unit", "set-health",
+            "subsystem", "controllers", "structure", "list", "commands", "reset", "vpd-read",
+            "vpd-write")
+
+
+def mi_body(management=bytes(3), data=b"", status=0, how=0):
+    return bytes([0x08 | how, 0, 0, status]) + bytes(management) + bytes(data)
+
+
+def mi_answer(management=bytes(3), data=b"", status=0, how=WITH_CHECK, cut=None):
+    body = mi_body(management, data, status, how)[:cut]
+    if len(body) <= 255:
+        return bytes([0, len(body)]) + body
+    body += bytes(-len(body) % 5)
+    return bytes([LARGE, len(body) // 5]) + body
+
+
+def mi_lie(result, status=0):
+    return bytes([0, 7, 0x08 | LIES]) + struct.pack("<hB3x", result, status)
+
+
+def mi_structure(dtyp, length, capacity=600):
+    return call(MI_STRUCTURE, dtyp, 0) + struct.pack("<H", capacity), mi_answer(
+        struct.pack("<Hx", length), bytes(i & 0xFF for i in range(length)))
+
+
+def mi_commands():
+    """Each command with a good answer."""
+    port = 5
+    yield call(MI_GET, 0, port), mi_answer([2, 0, 0])
+    yield call(MI_GET, 1, port), mi_answer([64, 0, 0])
+    yield call(MI_GET, 2, port), mi_answer()
+    yield call(MI_SET, 0, port, 2), mi_answer()
+    yield call(MI_SET, 1, port, 64, 0), mi_answer()
+    yield call(MI_SET, 2, port, 1, 2, 3, 4), mi_answer()
+    yield call(MI_SUBSYSTEM, 0, 0, 0, 0x80), mi_answer(data=[0x38, 0xFF, 40, 3, 1, 0, 0, 0])
+    yield call(MI_CONTROLLERS, 0, 0, 1, 0x81, 0, 0, 0, 0), mi_answer([0, 0, 2], range(32))
+    yield mi_structure(0, 32)
+    yield mi_structure(2, 6)
+    yield mi_structure(4, 40)
+    yield call(MI_RESET), mi_answer()
+    yield call(MI_VPD_READ, 0, 0, 32, 0), mi_answer(data=range(32))
+    yield call(MI_VPD_WRITE, 0, 0, 16, 0), mi_answer()
+
+
+def mi_block(body):
+    return message(b"\x84" + body, 64)
+
+
+def nvme_seeds():
+    silence = bytes([1, 0])
+    busy = mi_answer(status=1)
+    for name, (command, good) in zip(MI_NAMES, mi_commands(), strict=True):
+        yield name, pldm(command, good)
+        yield f"{name}-own", pldm(command, good, how=OWN_TRANSFER)
+        yield f"{name}-refused", pldm(command, mi_answer([5, 11, 0], status=4))
+        yield f"{name}-busy", pldm(command, busy, silence, good)
+        yield f"{name}-always-busy", pldm(command, busy, switches=ENDLESS)
+        yield f"{name}-late", pldm(command, silence * 2, good)
+        for cut in (0, 3, 4, 5, 6):
+            yield f"{name}-cut-{cut}", pldm(command, mi_answer(cut=cut, how=0))
+    for nth in (1, 2):
+        yield f"no-memory-read-{nth}", pldm(call(MI_VPD_READ, 0, 0, 4, 0) * 2, fail_allocation=nth)
+        yield f"no-memory-write-{nth}", pldm(call(MI_VPD_WRITE, 0, 0, 4, 0) * 2,
+                                             fail_allocation=nth)
+    for count in (0, 1, 3, 254, 255):
+        yield f"controllers-{count}", pldm(call(MI_CONTROLLERS, *bytes(8)),
+                                           mi_answer([0, 0, count], range(16)))
+    for dtyp, length, claims_length in ((0, 31, 31), (1, 32, 33), (3, 32, 65535), (2, 0, 0),
+                                        (2, 6, 10), (4, 6, 7), (5, 32, 32), (255, 32, 32)):
+        yield f"structure-{dtyp}-{length}-{claims_length}", pldm(
+            mi_structure(dtyp, 0)[0],
+            mi_answer(struct.pack("<Hx", claims_length), bytes(length)))
+    yield "structure-large", pldm(*mi_structure(2, 1068, 2000))
+    yield "structure-no-room", pldm(*mi_structure(0, 32, 31))
+    yield "structure-exact-room", pldm(*mi_structure(0, 32, 32))
+    for length in (0, 5113, 5114, 65535):
+        yield f"vpd-read-{length}", pldm(call(MI_VPD_READ, 0, 0) + struct.pack("<H", length),
+                                         mi_answer(data=bytes(900)))
+    for length in (0, 256, 257):
+        yield f"vpd-write-{length}", pldm(call(MI_VPD_WRITE, 0, 0) + struct.pack("<H", length),
+                                          mi_answer())
+    for result in (-32768, -1, 0, 1, 7, 8, 5120, 5121, 32767):
+        yield f"lies{result}", pldm(call(MI_GET, 0, 0), mi_lie(result))
+        yield f"lies{result}-busy", pldm(call(MI_GET, 0, 0), mi_lie(result, 1), mi_answer())
+        yield f"lies{result}-own", pldm(call(MI_GET, 0, 0), mi_lie(result), how=OWN_TRANSFER)
+    for capacity in (0, 1, 7, 8, 5119, 5120, 5121):
+        yield f"exchange-{capacity}", pldm(call(MI_EXCHANGE) + struct.pack("<H", capacity),
+                                           mi_answer())
+    for status in (2, 3, 5, 0x20, 255):
+        yield f"status-{status}", pldm(call(MI_RESET), mi_answer(status=status))
+    whole = mi_block(mi_body([32, 0, 0], range(32)))
+    for name, how in (("plain", 0), ("sl8", 1), ("marv", 2), ("marv-sl8", 3)):
+        yield f"life-{name}", pldm(call(MI_LIFE, how), whole)
+        yield f"life-{name}-busy", pldm(call(MI_LIFE, how), mi_block(mi_body(status=1)), whole)
+        yield f"life-{name}-silent", pldm(call(MI_LIFE, how))
+        yield f"life-{name}-no-memory", pldm(call(MI_LIFE, how), fail_allocation=1)
+        yield f"life-{name}-lock", pldm(call(MI_LIFE, how), whole, refuse_lock=1)
+    yield "life-list", pldm(call(MI_LIFE, 0x20), mi_block(mi_body([44, 1, 0], bytes(300))))
+    yield "life-endless", pldm(call(MI_LIFE, 0x20), packet(SOM, b"\x84\x08"), packet(0x10, b"\1"),
+                               switches=ENDLESS)
+
+
 SEEDS = {"fuzz-receive": receive_seeds, "fuzz-control": control_seeds, "fuzz-pldm": pldm_seeds,
          "fuzz-pcie": pcie_seeds, "fuzz-pdr": pdr_seeds, "fuzz-fru": fru_seeds,
          "fuzz-package": package_seeds, "fuzz-fw-update": fw_update_seeds,
-         "fuzz-ncsi": ncsi_seeds}
+         "fuzz-ncsi": ncsi_seeds, "fuzz-nvme": nvme_seeds}
 
 
 def main():
