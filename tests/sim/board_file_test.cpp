@@ -39,7 +39,7 @@ TEST(BoardFile, BuiltInBoardIsComplete) {
     std::unique_ptr<sim::Board> board = sim::Board::parse(sim::Board::built_in_file(), error);
     ASSERT_TRUE(board) << error.message("built-in board");
     const std::vector<sim::EndpointInfo>& all = board->endpoints();
-    ASSERT_EQ(all.size(), 10u);
+    ASSERT_EQ(all.size(), 11u);
     EXPECT_EQ(all[0].name, "nic0");
     EXPECT_EQ(all[0].type, "pldm");
     EXPECT_EQ(all[0].binding_kind, 0);
@@ -58,6 +58,8 @@ TEST(BoardFile, BuiltInBoardIsComplete) {
     EXPECT_EQ(all[8].name, "nic1");
     EXPECT_EQ(all[9].type, "ncsi");
     EXPECT_TRUE(board->ncsi("ncsi0"));
+    EXPECT_EQ(all[10].type, "nvme");
+    EXPECT_TRUE(board->nvme("nvme0"));
     for (const char* name : {"nic0", "nic1", "gpu0"}) {
         EXPECT_TRUE(board->firmware(name)) << name;
         EXPECT_TRUE(board->card(name)) << name;

@@ -274,7 +274,7 @@ TEST(NoBoard, LibcIsItselfAgain) {
 TEST(SimC, OpensTheBuiltInBoard) {
     ASSERT_EQ(sideband_sim_open(nullptr), 0);
     ASSERT_NE(sim::Board::current(), nullptr);
-    EXPECT_EQ(sim::Board::current()->endpoints().size(), 10u);
+    EXPECT_EQ(sim::Board::current()->endpoints().size(), 11u);
     sideband_sim_advance(1234);
     EXPECT_EQ(sim::Board::current()->now_us(), 1234u);
     ASSERT_EQ(sideband_sim_open(nullptr), 0);  // a fresh one
