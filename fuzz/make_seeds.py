@@ -852,10 +852,108 @@ def nvme_seeds():
                                switches=ENDLESS)
 
 
+# ---- fuzz-nvme-admin ----------------------------------------------------------------------------
+
+(ADMIN_FEATURE, ADMIN_PLAIN, ADMIN_CREATE, ADMIN_READ, ADMIN_DOWNLOAD, ADMIN_TUNNEL,
+ ADMIN_LIFE) = range(7)
+DRIVE_LIES, DRIVE_CHECKS = 0x20, 0x40
+OWN_REQUEST = 1
+
+
+def drive_body(status=0, dword3=0, data=b"", how=DRIVE_CHECKS, dword0=1):
+    completion = struct.pack("<III", dword0, 0, dword3)
+    return bytes([how, 0, 0, status, 5, 11, 0]) + completion + bytes(data)
+
+
+def drive_answer(status=0, dword3=0, data=b"", how=DRIVE_CHECKS, cut=None):
+    body = drive_body(status, dword3, data, how)[:cut]
+    return bytes([0, len(body)]) + body
+
+
+def drive_claims(result):
+    return bytes([0, 19, DRIVE_LIES]) + struct.pack("<h", result) + bytes(16)
+
+
+def admin_record(opcode=0xD2, dwords=4, offset=0):
+    return bytes([opcode, 1, offset]) + struct.pack("<H", dwords)
+
+
+def admin_read(which, length, record=None):
+    return bytes([ADMIN_READ]) + (record or admin_record()) + struct.pack("<BH", which, length)
+
+
+def admin_download(chunk_size, size, shrinks_at=0):
+    return struct.pack("<BHHB", ADMIN_DOWNLOAD, chunk_size, size, shrinks_at)
+
+
+def admin_feature(which, argument, room=8, dwords=4, offset=0):
+    return bytes([ADMIN_FEATURE]) + admin_record(0, dwords, offset) + bytes([which, argument, room])
+
+
+def nvme_admin_seeds():
+    done = drive_answer()
+    page = drive_answer(data=range(32))
+    code = 2 << 17 | 1 << 25
+    commands = [("get-feature", admin_feature(0, 0)), ("set-feature", admin_feature(1, 1)),
+                ("any-feature", admin_feature(2, 0xC5, offset=1)), ("create", call(ADMIN_CREATE)),
+                ("log-page", admin_read(0, 32)), ("log-page-passthrough", admin_read(0x80, 32)),
+                ("identify", admin_read(1, 32)), ("identify-passthrough", admin_read(0x81, 32)),
+                ("pd-info", admin_read(2, 32)), ("mrvl-read", admin_read(3, 32))]
+    commands += [(f"plain-{which}", call(ADMIN_PLAIN, which, 2, 1)) for which in range(6)]
+    for name, command in commands:
+        answers = {"done": done, "data": page, "unchecked": drive_answer(how=0),
+                   "refused": drive_answer(4), "refused-otherwise": drive_answer(0x20),
+                   "failed": drive_answer(dword3=code), "failed-for-good": drive_answer(
+                       dword3=code | 1 << 31),
+                   "later": drive_answer(1) + page, "later-twice": drive_answer(1) * 2,
+                   "no-status": drive_answer(cut=3), "no-completion": drive_answer(cut=15),
+                   "claims": drive_claims(5121)}
+        if name.startswith("plain") and name != "plain-0":
+            answers = {kind: answers[kind] for kind in ("done", "refused", "failed")}
+        for kind, reply in answers.items():
+            yield f"{name}-{kind}", pldm(command, reply)
+        yield f"{name}-own-claims", pldm(command, drive_claims(32767), how=OWN_REQUEST)
+    yield "feature-select", pldm(admin_feature(0, 4))
+    yield "feature-save", pldm(admin_feature(1, 2))
+    yield "feature-too-long", pldm(admin_feature(2, 9, dwords=4097))
+    yield "read-silent-once", pldm(admin_read(0, 32), bytes([1, 0]), page)
+    yield "read-more", pldm(admin_read(1, 32), drive_answer(dword3=1 << 30, data=range(8)))
+    yield "read-nothing", pldm(admin_read(1, 0), done)
+    yield "read-longest", pldm(admin_read(0, 4096), bytes([0x80, 250]) +
+                               drive_body(data=bytes(1231), how=0))
+    yield "read-too-long", pldm(admin_read(1, 4097))
+    yield "download", pldm(admin_download(4096, 4097), done * 2)
+    yield "download-own", pldm(admin_download(4, 13), done * 4, how=OWN_REQUEST)
+    yield "download-empty", pldm(admin_download(4, 0))
+    yield "download-odd", pldm(admin_download(6, 15), done * 3)
+    yield "download-bytes", pldm(admin_download(1, 5), done * 5)
+    yield "download-odd-largest", pldm(admin_download(4095, 8190), done * 2)
+    yield "download-chunk-0", pldm(admin_download(0, 5))
+    yield "download-chunk-4097", pldm(admin_download(4097, 5))
+    yield "download-endless", pldm(admin_download(64, 9000), done, switches=ENDLESS)
+    yield "download-shrinks", pldm(admin_download(4, 64, 3), done * 20)
+    yield "download-silent", pldm(admin_download(4, 64), done)
+    yield "download-retried", pldm(admin_download(4, 8), bytes([1, 0]) * 2, done, bytes([1, 9]),
+                                   done)
+    yield "download-refused", pldm(admin_download(4, 64), done, drive_answer(4))
+    yield "download-failed", pldm(admin_download(4, 64), done, drive_answer(dword3=code))
+    yield "download-later", pldm(admin_download(4, 8), drive_answer(1), done, drive_answer(1), done)
+    for length, capacity in ((66, 19), (67, 19), (67, 0), (67, 5200), (255, 40)):
+        yield f"tunnel-{length}-{capacity}", pldm(
+            struct.pack("<BBH", ADMIN_TUNNEL, length, capacity), bytes(length), page)
+    block = packet(SOM | EOM, b"\x84" + drive_body(data=range(16)))
+    for name, how in (("", 0), ("-sl8", 1), ("-patient", 2), ("-patient-sl8", 3)):
+        yield f"life{name}", pldm(call(ADMIN_LIFE, how), admin_record() + struct.pack("<BH", 1, 16),
+                                  block, bytes([0, 1, 0]), block)
+    yield "life-no-memory", pldm(call(ADMIN_LIFE, 0), fail_allocation=1)
+    yield "life-silent", pldm(call(ADMIN_LIFE, 0))
+
+
 SEEDS = {"fuzz-receive": receive_seeds, "fuzz-control": control_seeds, "fuzz-pldm": pldm_seeds,
          "fuzz-pcie": pcie_seeds, "fuzz-pdr": pdr_seeds, "fuzz-fru": fru_seeds,
          "fuzz-package": package_seeds, "fuzz-fw-update": fw_update_seeds,
-         "fuzz-ncsi": ncsi_seeds, "fuzz-nvme": nvme_seeds}
+         "fuzz-ncsi": ncsi_seeds, "fuzz-nvme": nvme_seeds,
+         "fuzz-nvme-admin": nvme_admin_seeds}
 
 
 def main():
