@@ -8,67 +8,21 @@
 #include <iterator>
 
 #include "fuzz/check.h"
+#include "fuzz/drive.h"
 #include "fuzz/world.h"
 
 namespace {
 
-using fuzz::Answer;
 using fuzz::GuardedBuffer;
 using fuzz::Input;
 using fuzz::require;
 using fuzz::world;
 
-/// Answers have their status where the command would be, less one: see next_answer().
-constexpr size_t kBeforeStatus = 2;
-constexpr int32_t kReceiveArea = NVMEMI_RESPONSE_MAX;
-
-// In a response's first byte, which nobody reads.
-constexpr uint8_t kWithCheck = 0x40;  ///< an integrity check is put behind the body
-constexpr uint8_t kLies = 0x20;       ///< the result is the next two bytes, whatever was stored
-
-uint32_t crc32c(uint32_t crc, uint8_t byte) {
-    crc ^= byte;
-    for (int bit = 0; bit < 8; ++bit) {
-        crc = (crc & 1) != 0 ? (crc >> 1) ^ 0x82F63B78u : crc >> 1;
-    }
-    return crc;
-}
-
-void add_check(std::vector<uint8_t>& body) {
-    uint32_t crc = crc32c(0xFFFFFFFFu, MCTP_MSG_TYPE_NVME_MI | MCTP_MSG_TYPE_INTEGRITY_CHECK);
-    for (const uint8_t byte : body) {
-        crc = crc32c(crc, byte);
-    }
-    for (unsigned shift = 0; shift < 32; shift += 8) {
-        body.push_back(static_cast<uint8_t>(~crc >> shift));
-    }
-}
-
-/// A drive's next answer, stored as far as there is room.
-int32_t answer_into(int32_t room, uint8_t* response) {
-    require(room >= 0 && room <= kReceiveArea, "more room than the receive area has");
-    Answer answer = fuzz::next_answer(kBeforeStatus);
-    if (answer.result < 0) {
-        return answer.result;
-    }
-    const uint8_t how = answer.bytes.empty() ? uint8_t{0} : answer.bytes[0];
-    if ((how & kWithCheck) != 0) {
-        add_check(answer.bytes);
-    }
-    const size_t stored = std::min(answer.bytes.size(), static_cast<size_t>(room));
-    std::copy_n(answer.bytes.begin(), stored, response);
-    if ((how & kLies) != 0 && answer.bytes.size() >= 3) {
-        return static_cast<int16_t>(answer.bytes[1] | answer.bytes[2] << 8);
-    }
-    return static_cast<int32_t>(stored);
-}
-
 /// An endpoint's exchange: what goes out is a whole management command.
 int32_t drive_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t room, const uint8_t* request,
                    uint8_t* response) {
     ++world().exchanges;
-    require(ctx->msg_type == (MCTP_MSG_TYPE_NVME_MI | MCTP_MSG_TYPE_INTEGRITY_CHECK),
-            "a command without integrity check");
+    require(ctx->msg_type == fuzz::kDriveMessageType, "a command without integrity check");
     require(request_length >= NVMEMI_REQUEST_SIZE &&
                 request_length <= NVMEMI_REQUEST_SIZE + NVMEMI_VPD_WRITE_MAX,
             "a request of an undocumented size");
@@ -76,19 +30,20 @@ int32_t drive_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t room, const u
     require(request[0] == 0x08 && std::memcmp(request + 1, kReserved, 2) == 0 &&
                 std::memcmp(request + 4, kReserved, 3) == 0 && request[3] <= 7,
             "no management command");
-    return answer_into(room, response);
+    return fuzz::drive_answer(room, response);
 }
 
 int32_t drive_recv(mctp_ctx* /*ctx*/, int32_t room, uint8_t* buffer) {
     ++world().reads;
-    return answer_into(room, buffer);
+    return fuzz::drive_answer(room, buffer);
 }
 
 /// A request operation as a caller may install one: the length is whatever it says.
 int32_t own_request(nvmemi_ctx* /*ctx*/, uint32_t /*request_length*/, uint32_t room,
                     uint8_t* /*request*/, uint8_t* response) {
     ++world().exchanges;
-    return answer_into(static_cast<int32_t>(std::min<uint32_t>(room, kReceiveArea)), response);
+    return fuzz::drive_answer(static_cast<int32_t>(std::min<uint32_t>(room, NVMEMI_RESPONSE_MAX)),
+                              response);
 }
 
 /// What the commands under test may be called with.
@@ -178,7 +133,7 @@ void read_structure(Target& target, Input& input) {
         require(length == 0xA5A5, "a failed command gave a length");
         return;
     }
-    require(length <= capacity && length <= kReceiveArea - NVMEMI_RESPONSE_SIZE &&
+    require(length <= capacity && length <= NVMEMI_RESPONSE_MAX - NVMEMI_RESPONSE_SIZE &&
                 room.untouched_from(length),
             "a length beyond the room");
     const bool is_list =
@@ -197,7 +152,8 @@ void read_vpd(Target& target, Input& input) {
     GuardedBuffer room(length);
     const int32_t result = nvmemi_vpd_read(&target.ctx, offset, length, room.data());
     require_result(result, room);
-    require(result != 0 || length <= kReceiveArea - NVMEMI_RESPONSE_SIZE, "bytes from nowhere");
+    require(result != 0 || length <= NVMEMI_RESPONSE_MAX - NVMEMI_RESPONSE_SIZE,
+            "bytes from nowhere");
 }
 
 void write_vpd(Target& target, Input& input) {
@@ -221,9 +177,9 @@ void exchange(Target& target, Input& input) {
     const int32_t result =
         target.request(&target.ctx, sizeof request, capacity, request, response.data());
     response.check();
-    require(
-        result >= -1 && result <= static_cast<int32_t>(std::min<uint32_t>(capacity, kReceiveArea)),
-        "more than there is room for");
+    require(result >= -1 &&
+                result <= static_cast<int32_t>(std::min<uint32_t>(capacity, NVMEMI_RESPONSE_MAX)),
+            "more than there is room for");
     require(response.untouched_from(static_cast<size_t>(std::max(result, 0))),
             "bytes behind the response");
     require(world().exchanges <= 3 && world().reads <= 3, "too many attempts");
@@ -231,23 +187,16 @@ void exchange(Target& target, Input& input) {
 
 /// The whole stack: a context of either form, over SMBus packets.
 void life(Target& /*target*/, Input& input) {
-    mctp_ctx config{};
-    config.bus = 5;
-    config.slave_addr = 0x30;
     const uint8_t how = input.u8();
-    config.binding_kind = (how & 0x01) != 0 ? MCTP_BINDING_KIND_SL8_SMBUS : MCTP_BINDING_KIND_SMBUS;
     nvmemi_ctx ctx{};
-    const int32_t result =
-        (how & 0x02) != 0 ? nvmemi_init_for_MARV(&ctx, &config) : nvmemi_init(&ctx, &config);
-    require(result == 0 || result == -1, "an undocumented result");
-    require(result != 0 || ctx.mctp != nullptr, "no endpoint");
+    const bool works = fuzz::init_drive(ctx, how);
     const uint32_t nmd0 = NVMEMI_DS(how >> 4, 0, 0);
     uint16_t length = 0;
     GuardedBuffer room(600);
     const int32_t read = nvmemi_read_nvmemi_data_structure(&ctx, &nmd0, room.data(), 600, &length);
     room.check();
     require(read >= -1 && read <= 255 && length <= 600, "an undocumented result");
-    require(result == 0 || read == -1, "a structure without an endpoint");
+    require(works || read == -1, "a structure without an endpoint");
     require(nvmemi_deinit(&ctx) == 0 && ctx.mctp == nullptr, "not released");
 }
 

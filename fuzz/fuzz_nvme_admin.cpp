@@ -277,16 +277,8 @@ void tunnel(nvmemi_ctx& ctx, Input& input) {
 
 /// The whole stack: a drive brought up over SMBus packets.
 void life(nvmemi_ctx& /*ctx*/, Input& input) {
-    mctp_ctx config{};
-    config.bus = 5;
-    config.slave_addr = 0x3A;
-    const uint8_t how = input.u8();
-    config.binding_kind = (how & 0x01) != 0 ? MCTP_BINDING_KIND_SL8_SMBUS : MCTP_BINDING_KIND_SMBUS;
     nvmemi_ctx ctx{};
-    const int32_t result =
-        (how & 0x02) != 0 ? nvmemi_init_for_MARV(&ctx, &config) : nvmemi_init(&ctx, &config);
-    require(result == 0 || result == -1, "an undocumented result");
-    if (result == 0) {
+    if (fuzz::init_drive(ctx, input.u8())) {
         read(ctx, input);
         plain(ctx, input);
     }
