@@ -99,8 +99,11 @@ uint32_t completion_dword(NvmeStatus status) {
 /// The part of what a command read that was asked for.
 Bytes part_of(const NvmeCompletion& completion, uint32_t offset, uint32_t length) {
     Bytes out(length);
-    for (size_t i = 0; i < length && offset + i < completion.data.size(); ++i)
-        out[i] = completion.data[offset + i];
+    for (size_t i = 0; i < length; ++i) {
+        const uint64_t at = uint64_t{offset} + i;
+        if (at < completion.data.size())
+            out[i] = completion.data[static_cast<size_t>(at)];
+    }
     return out;
 }
 

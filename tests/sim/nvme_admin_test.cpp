@@ -218,6 +218,16 @@ TEST_F(NvmeLogs, Errors) {
     EXPECT_EQ(sim::le64(log(0x01, 64, 4032), 0), 39u) << "64 are kept";
 }
 
+TEST_F(NvmeLogs, FarBehindTheEndThereAreZeros) {
+    open_drive();
+    EXPECT_EQ(read_by({.opcode = 0x02,
+                       .dword10 = 0xFFFF0002,
+                       .length = 8,
+                       .dword11 = 0xFFFF,
+                       .offset = 0xFFFFFFFC}),
+              Bytes(8));
+}
+
 TEST_F(NvmeLogs, WrongRequests) {
     open_drive();
     EXPECT_EQ(admin({.opcode = 0x02, .dword10 = 0x000F0077, .length = 64}), failed(1, 0x09));
