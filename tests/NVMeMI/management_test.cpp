@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <tuple>
 #include <utility>
 
 #include "NVMeMI/mi_commands.h"
@@ -278,18 +279,12 @@ TEST_F(MiHealth, TwoControllersAreDecoded) {
     EXPECT_EQ(poll().result, 0);
     const MiRoom::Values& at = room.values();
     EXPECT_EQ(at.count, 2);
-    EXPECT_EQ(at.controllers[0].ctlid, 0x1110);
-    EXPECT_EQ(at.controllers[0].csts, 0x1312);
-    EXPECT_EQ(at.controllers[0].ctemp, 0x1514);
-    EXPECT_EQ(at.controllers[0].pdlu, 0x16);
-    EXPECT_EQ(at.controllers[0].spare, 0x17);
-    EXPECT_EQ(at.controllers[0].cwarn, 0x18);
-    EXPECT_EQ(at.controllers[1].ctlid, 0x2120);
-    EXPECT_EQ(at.controllers[1].csts, 0x2322);
-    EXPECT_EQ(at.controllers[1].ctemp, 0x2524);
-    EXPECT_EQ(at.controllers[1].pdlu, 0x26);
-    EXPECT_EQ(at.controllers[1].spare, 0x27);
-    EXPECT_EQ(at.controllers[1].cwarn, 0x28);
+    const auto values = [](const nvme_controller_health& entry) {
+        return std::tuple(entry.ctlid, entry.csts, entry.ctemp, entry.pdlu, entry.spare,
+                          entry.cwarn);
+    };
+    EXPECT_EQ(values(at.controllers[0]), std::tuple(0x1110, 0x1312, 0x1514, 0x16, 0x17, 0x18));
+    EXPECT_EQ(values(at.controllers[1]), std::tuple(0x2120, 0x2322, 0x2524, 0x26, 0x27, 0x28));
 }
 
 TEST_F(MiHealth, EntriesBehindTheCountStayAsTheyWere) {
