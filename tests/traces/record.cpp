@@ -45,6 +45,19 @@ constexpr CommandCode kCommands[] = {
     {"PLDM", "GetStateSensorReadings", 2, 0x21},
     {"PLDM", "GetPDRRepositoryInfo", 2, 0x50},
     {"PLDM", "GetPDR", 2, 0x51},
+    {"NVMe-MI", "Read NVMe-MI Data Structure", 0, 0x00},
+    {"NVMe-MI", "NVM Subsystem Health Status Poll", 0, 0x01},
+    {"NVMe-MI", "Configuration Set", 0, 0x03},
+    {"NVMe-MI", "Configuration Get", 0, 0x04},
+    {"NVMe-MI", "VPD Read", 0, 0x05},
+    {"NVMe-MI", "Admin: Get Log Page", 0, 0x02},
+    {"NVMe-MI", "Admin: Identify", 0, 0x06},
+    {"NVMe-MI", "Admin: Namespace Management", 0, 0x0D},
+    {"NVMe-MI", "Admin: Firmware Commit", 0, 0x10},
+    {"NVMe-MI", "Admin: Firmware Image Download", 0, 0x11},
+    {"NVMe-MI", "Admin: Namespace Attachment", 0, 0x15},
+    {"NVMe-MI", "Admin: Format NVM", 0, 0x80},
+    {"NVMe-MI", "Admin: Sanitize", 0, 0x84},
 };
 
 const CommandCode* find_command(std::string_view protocol, std::string_view command) {
@@ -86,6 +99,9 @@ Bytes body(const Bytes& bytes, std::string_view start, const CommandCode& comman
     }
     if (start == "smbus_frame (destination address ... PEC)") {
         return cut(bytes, 9, 1);
+    }
+    if (start == "smbus_frame (destination address ...), MIC and PEC not printed by the source") {
+        return cut(bytes, 9, 0);
     }
     // The header was not recorded. It is put back as the standards have it, instance ID 0.
     Bytes header{0x00};

@@ -36,8 +36,8 @@ bool have_records();
 /// What a skipped test says.
 std::string absence();
 
-/// The recorded exchanges of a protocol, "PLDM" or "MCTP control", whose command is in the table
-/// of commands that the tests cover. Empty where there is no folder.
+/// The recorded exchanges of a protocol, "PLDM", "MCTP control" or "NVMe-MI", whose command is in
+/// the table of commands that the tests cover. Empty where there is no folder.
 std::vector<Record> records_of(std::string_view protocol);
 
 /// The records of one command that is not in that table: those that begin with their message, and
