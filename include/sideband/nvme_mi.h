@@ -212,7 +212,12 @@ SIDEBAND_EXPORT int32_t nvmemi_read_nvmemi_data_structure(nvmemi_ctx* ctx, const
  */
 SIDEBAND_EXPORT int32_t nvmemi_reset(nvmemi_ctx* ctx);
 
-/** VPD Read. @param data  receives length bytes from offset on. @return also -1 where fewer came */
+/**
+ * VPD Read.
+ * @param data  receives length bytes from offset on
+ * @return also -1 where fewer came; one to three fewer are not noticed: the integrity check behind
+ *         them is as long as what is missing
+ */
 SIDEBAND_EXPORT int32_t nvmemi_vpd_read(nvmemi_ctx* ctx, uint16_t offset, uint16_t length,
                                         uint8_t* data);
 
