@@ -40,6 +40,21 @@ std::string ncsi_reason_name(uint16_t code);
 /// of the link status's bits 4 to 1.
 std::string ncsi_speed_name(uint8_t speed);
 
+/// Response message status of NVMe-MI: NVMe-MI, response message status values.
+std::string nvmemi_status_name(uint8_t status);
+
+/// Status code type and status code of a completion: NVMe base specification, status field.
+std::string nvme_status_type_name(uint8_t type);
+std::string nvme_status_name(uint8_t type, uint8_t code);
+
+/// Opcodes of the management interface command set (NVMe-MI) and of admin commands (NVMe base
+/// specification).
+std::string nvmemi_command_name(uint8_t opcode);
+std::string nvme_admin_command_name(uint8_t opcode);
+
+/// Feature identifiers: NVMe base specification, Get Features and Set Features.
+std::string nvme_feature_name(uint8_t feature);
+
 /// A state of one of the state sets (DSP0249) that boards use most; empty for any other.
 std::string state_name(uint16_t state_set, uint8_t state);
 

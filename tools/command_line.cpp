@@ -4,11 +4,9 @@
 
 #include <sideband/ncsi.h>
 
-#include <CLI/CLI.hpp>
-#include <memory>
 #include <sstream>
 
-#include "tools/endpoint_name.h"
+#include "tools/command_words.h"
 
 namespace tool {
 namespace {
@@ -19,20 +17,6 @@ constexpr const char* footer =
 
 constexpr const char* package_help = "a PLDM firmware update package";
 
-/// What the positional arguments of all commands go into.
-struct Words {
-    std::string endpoint;
-    std::string type;
-    std::string package;
-    std::vector<std::string> rest;
-    std::string handle;
-    Watch watch;
-    bool fixed_parts = false;
-    UpdateWish update;
-    unsigned ncsi_package = 0;
-    OemWish oem;
-};
-
 void add_options(CLI::App& app, CommandLine& line) {
     app.add_option("--board", line.board, "the board's description (default: built in)")
         ->type_name("FILE");
@@ -42,41 +26,6 @@ void add_options(CLI::App& app, CommandLine& line) {
     app.add_flag("--verbose", line.verbose, "the library's own dumps and log on standard error");
     app.set_version_flag("--version", std::string(Port::program_name()) + " " + SIDEBAND_VERSION);
     app.footer(footer);
-}
-
-/// Puts commands on the command line.
-class Commands {
-public:
-    Commands(CommandLine& line, std::shared_ptr<Words> words)
-        : line_(line), words_(std::move(words)) {}
-
-    CLI::App* add(CLI::App& family, const char* name, const char* help,
-                  std::function<void(Context&, const Words&)> run) const {
-        CLI::App* command = family.add_subcommand(name, help);
-        command->callback([&line = line_, words = words_, run = std::move(run)] {
-            line.run = [words, run](Context& context) { run(context, *words); };
-        });
-        return command;
-    }
-
-    CLI::App* add_endpoint(CLI::App& family, const char* name, const char* help,
-                           std::function<void(Context&, const Words&)> run) const {
-        CLI::App* command = add(family, name, help, std::move(run));
-        command->add_option("ENDPOINT", words_->endpoint, endpoint_help)->required();
-        return command;
-    }
-
-    Words& words() const { return *words_; }
-
-private:
-    CommandLine& line_;
-    std::shared_ptr<Words> words_;
-};
-
-CLI::App& add_family(CLI::App& app, const char* name, const char* help) {
-    CLI::App* family = app.add_subcommand(name, help);
-    family->require_subcommand(1);
-    return *family;
 }
 
 void add_mctp(CLI::App& app, const Commands& commands) {
@@ -270,9 +219,8 @@ std::string usage_error(const CLI::App& app, const CLI::App& inner, const CLI::P
 }  // namespace
 
 void parse_command_line(int argc, char** argv, CommandLine& line) {
-    CLI::App app{
-        "Talks to the devices of a server over MCTP: discovery, PLDM, NC-SI, raw messages.",
-        std::string(Port::program_name())};
+    CLI::App app{"Talks to the devices of a server over MCTP: discovery, PLDM, NC-SI, NVMe-MI.",
+                 std::string(Port::program_name())};
     app.fallthrough();
     app.require_subcommand(1);
     add_options(app, line);
@@ -285,6 +233,7 @@ void parse_command_line(int argc, char** argv, CommandLine& line) {
     add_raw(app, commands);
     add_pldm(app, commands);
     add_ncsi(app, commands);
+    add_nvme(app, commands);
     add_pkg(app, commands);
     try {
         app.parse(argc, argv);

@@ -212,9 +212,13 @@ void run_demo(Context& context) {
     std::vector<Endpoint> speakers;
     std::vector<Endpoint> termini;
     std::vector<Endpoint> controllers;
+    std::vector<Endpoint> drives;
     for (const Finding& found : findings) {
         if (!found.failure && found.speaks(MCTP_MSG_TYPE_NCSI)) {
             controllers.push_back(found.endpoint);
+        }
+        if (!found.failure && found.speaks(MCTP_MSG_TYPE_NVME_MI)) {
+            drives.push_back(found.endpoint);
         }
         if (!found.failure && found.speaks(MCTP_MSG_TYPE_PLDM)) {
             speakers.push_back(found.endpoint);
@@ -230,6 +234,7 @@ void run_demo(Context& context) {
                   });
         show_updates(tour, port, speakers);
         show_controllers(tour, controllers);
+        show_drives(tour, port, drives);
         show_owners(tour, port);
         tour.finish();
         return;
@@ -242,6 +247,7 @@ void run_demo(Context& context) {
     }
     show_updates(tour, port, speakers);
     show_controllers(tour, controllers);
+    show_drives(tour, port, drives);
     tour.step("A raw message", "The same wire by hand: a PLDM GetTID, header first.",
               speakers.back().name, [&](Tour::Step& step) { show_raw(step, speakers.back()); });
     show_owners(tour, port);

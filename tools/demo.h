@@ -3,6 +3,7 @@
 #ifndef SIDEBAND_TOOLS_DEMO_H
 #define SIDEBAND_TOOLS_DEMO_H
 
+#include <string>
 #include <vector>
 
 #include "tools/port.h"
@@ -28,6 +29,13 @@ void show_updates(Tour& tour, Port& port, const std::vector<Endpoint>& speakers)
 /// The links and the temperature of each network controller.
 /// @param controllers  endpoints that speak NC-SI
 void show_controllers(Tour& tour, const std::vector<Endpoint>& controllers);
+
+/// Health and SMART of each drive, and new firmware for the first.
+/// @param drives  endpoints that speak NVMe-MI
+void show_drives(Tour& tour, Port& port, const std::vector<Endpoint>& drives);
+
+/// The version with its last number counted up: "1.9" to "1.10".
+std::string next_version(const std::string& version);
 
 /// Looks at every endpoint on one transport and adds what it finds.
 void show_discovery(Tour::Step& step, const Port& port, Transport transport,

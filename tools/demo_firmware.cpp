@@ -1,51 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // The demo's firmware updates: cards get packages that are made for them on the spot.
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <optional>
 
 #include "tools/demo.h"
 #include "tools/firmware_report.h"
 #include "tools/package_builder.h"
+#include "tools/temporary_file.h"
 #include "tools/text.h"
 
 namespace tool {
-namespace {
 
-constexpr size_t image_size = 4096;
-
-/// A file that is gone with its scope.
-class TemporaryFile {
-public:
-    explicit TemporaryFile(const std::vector<uint8_t>& content) {
-        const char* folder = std::getenv("TMPDIR");
-        path_ = std::string(folder != nullptr ? folder : "/tmp") + "/sideband-demo-XXXXXX";
-        const int descriptor = mkstemp(path_.data());
-        if (descriptor < 0) {
-            throw Failure(ExitStatus::failed, path_ + ": no temporary file can be made");
-        }
-        close(descriptor);
-        std::ofstream(path_, std::ios::binary)
-            .write(reinterpret_cast<const char*>(content.data()),
-                   static_cast<std::streamsize>(content.size()));
-    }
-    ~TemporaryFile() { std::remove(path_.c_str()); }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
-
-/// The version with its last number counted up: "1.9" to "1.10".
 std::string next_version(const std::string& version) {
     const size_t last = version.find_last_not_of("0123456789");
     const std::string head = version.substr(0, last == std::string::npos ? 0 : last + 1);
@@ -53,6 +21,10 @@ std::string next_version(const std::string& version) {
         parse_number(std::string_view(version).substr(head.size()), 999999999);
     return number ? head + std::to_string(*number + 1) : version + ".1";
 }
+
+namespace {
+
+constexpr size_t image_size = 4096;
 
 /// A package for this device and its first component.
 std::vector<uint8_t> package_for(const FirmwareInfo& info) {

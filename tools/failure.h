@@ -21,11 +21,20 @@ enum class ExitStatus : int {
 
 /// What a device answered instead of success.
 struct DeviceCode {
+    enum class Kind {
+        completion,  ///< completion code of MCTP control or PLDM
+        ncsi,        ///< response code, and the reason code
+        nvme_mi,     ///< status of an NVMe-MI response, and where the invalid parameter is
+        nvme,        ///< status code of an NVMe completion, and its type
+    };
+
     uint16_t code = 0;
     std::string name;  ///< as the standard names it
-    /// NC-SI: the reason code. The code above is a response code then, else a completion code.
+    /// The second number that a kind has. Of an NVMe-MI status, where it is known: the byte of the
+    /// request in bits 15 to 8, the bit in bits 2 to 0.
     std::optional<uint16_t> reason = std::nullopt;
     std::string reason_name = {};
+    Kind kind = Kind::completion;
 };
 
 /// Ends a command. what() is one line without the name of the program or of the command.

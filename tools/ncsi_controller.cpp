@@ -31,26 +31,13 @@ uint16_t be16_at(std::span<const uint8_t> bytes, size_t at) {
     return static_cast<uint16_t>(bytes[at] << 8 | bytes[at + 1]);
 }
 
-/// Spares a device that speaks something else the search for channels: 64 waits.
-void expect_speaker(Session& session) {
-    std::vector<uint8_t> types;
-    try {
-        types = session.message_types();
-    } catch (const Failure& failure) {
-        if (!failure.code()) {
-            throw;
-        }
-        return;
-    }
-    if (std::find(types.begin(), types.end(), MCTP_MSG_TYPE_NCSI) == types.end()) {
-        throw Failure(session.endpoint().name, discovery, "the device does not speak NC-SI");
-    }
-}
-
 }  // namespace
 
 NcsiController::NcsiController(Session& session) : session_(session) {
-    expect_speaker(session);
+    // Spares a device that speaks something else the search for channels: 64 waits.
+    if (!session.speaks(MCTP_MSG_TYPE_NCSI)) {
+        throw Failure(name(), discovery, "the device does not speak NC-SI");
+    }
     try {
         find_channels();
     } catch (...) {
@@ -171,7 +158,8 @@ Failure NcsiController::failure(const std::string& operation) const {
             const DeviceCode device{.code = code,
                                     .name = ncsi_response_name(code),
                                     .reason = reason,
-                                    .reason_name = ncsi_reason_name(reason)};
+                                    .reason_name = ncsi_reason_name(reason),
+                                    .kind = DeviceCode::Kind::ncsi};
             return {name(), operation, code_text(device), device};
         }
     }

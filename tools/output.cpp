@@ -25,6 +25,31 @@ std::string dump(const nlohmann::ordered_json& document) {
     return document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
+nlohmann::ordered_json code_json(const DeviceCode& code) {
+    const uint16_t reason = code.reason.value_or(0);
+    switch (code.kind) {
+        case DeviceCode::Kind::ncsi:
+            return {{"response_code", code.code},
+                    {"response_code_name", code.name},
+                    {"reason_code", reason},
+                    {"reason_code_name", code.reason_name}};
+        case DeviceCode::Kind::nvme_mi: {
+            nlohmann::ordered_json json{{"status", code.code}, {"status_name", code.name}};
+            if (code.reason) {
+                json["parameter_error_location"] = {{"byte", reason >> 8}, {"bit", reason & 7}};
+            }
+            return json;
+        }
+        case DeviceCode::Kind::nvme:
+            return {{"status_code_type", reason},
+                    {"status_code_type_name", code.reason_name},
+                    {"status_code", code.code},
+                    {"status_code_name", code.name}};
+        default:
+            return {{"completion_code", code.code}, {"completion_code_name", code.name}};
+    }
+}
+
 }  // namespace
 
 Output::Output(bool json) : json_(json) {
@@ -121,13 +146,7 @@ nlohmann::ordered_json failure_json(const Failure& failure) {
         json["operation"] = failure.operation();
     }
     if (failure.code()) {
-        const std::string kind = failure.code()->reason ? "response_code" : "completion_code";
-        json[kind] = failure.code()->code;
-        json[kind + "_name"] = failure.code()->name;
-    }
-    if (failure.code() && failure.code()->reason) {
-        json["reason_code"] = *failure.code()->reason;
-        json["reason_code_name"] = failure.code()->reason_name;
+        json.update(code_json(*failure.code()));
     }
     return json;
 }

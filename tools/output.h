@@ -62,7 +62,7 @@ private:
     bool document_printed_ = false;
 };
 
-/// A failure as a JSON object: message, and endpoint, operation and completion code where known.
+/// A failure as a JSON object: message, and endpoint, operation and the device's code where known.
 nlohmann::ordered_json failure_json(const Failure& failure);
 
 }  // namespace tool

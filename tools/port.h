@@ -4,6 +4,7 @@
 #define SIDEBAND_TOOLS_PORT_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -114,6 +115,11 @@ public:
     /// The percentage that the library last reported for a task of the platform; 0 before the
     /// first.
     virtual uint8_t task_percentage(uint32_t task_id) const = 0;
+
+    /// A firmware image that a drive of the board takes.
+    /// @param revision  what the drive calls it then, at most eight characters
+    /// @return empty where nobody can tell what such an image is
+    virtual std::vector<uint8_t> drive_image(const std::string& revision, size_t size) const = 0;
 
     /// Names of platform locks that are held now, and misuse of locks seen so far.
     virtual std::vector<std::string> lock_complaints() const = 0;

@@ -4,6 +4,7 @@
 #include <sideband/platform.h>
 
 #include "board.h"
+#include "platform/sim/nvme_firmware.h"
 #include "tools/failure.h"
 #include "tools/port.h"
 
@@ -67,6 +68,7 @@ public:
     bool add_fault(const std::string& endpoint, std::string_view fault_json) override;
     void clear_faults(const std::string& endpoint) override { board_->clear_faults(endpoint); }
     uint8_t task_percentage(uint32_t task_id) const override;
+    std::vector<uint8_t> drive_image(const std::string& revision, size_t size) const override;
     std::vector<std::string> lock_complaints() const override;
     std::vector<std::string> log_lines() const override;
 
@@ -137,6 +139,16 @@ uint8_t SimulatedPort::task_percentage(uint32_t task_id) const {
     const std::map<uint32_t, uint8_t> percent = board_->task_percent();
     const auto found = percent.find(task_id);
     return found != percent.end() ? found->second : 0;
+}
+
+std::vector<uint8_t> SimulatedPort::drive_image(const std::string& revision, size_t size) const {
+    const std::string head =
+        fmt::format("{}{:8.8}", std::string_view(sim::NvmeFirmware::kMagic), revision);
+    std::vector<uint8_t> image(head.begin(), head.end());
+    while (image.size() < size) {
+        image.push_back(static_cast<uint8_t>(image.size() ^ image.size() >> 8));
+    }
+    return image;
 }
 
 std::vector<std::string> SimulatedPort::lock_complaints() const {

@@ -53,11 +53,22 @@ void append_entries(std::span<const uint8_t> answer, std::vector<RoutingEntry>& 
 }  // namespace
 
 std::string code_text(const DeviceCode& code) {
-    if (code.reason) {
-        return fmt::format("response code 0x{:04x} ({}), reason code 0x{:04x} ({})", code.code,
-                           code.name, *code.reason, code.reason_name);
+    const uint16_t reason = code.reason.value_or(0);
+    switch (code.kind) {
+        case DeviceCode::Kind::ncsi:
+            return fmt::format("response code 0x{:04x} ({}), reason code 0x{:04x} ({})", code.code,
+                               code.name, reason, code.reason_name);
+        case DeviceCode::Kind::nvme_mi:
+            return fmt::format(
+                "status 0x{:02x} ({}){}", code.code, code.name,
+                code.reason ? fmt::format(" at request byte {}, bit {}", reason >> 8, reason & 7)
+                            : "");
+        case DeviceCode::Kind::nvme:
+            return fmt::format("status code type {} ({}), status code 0x{:02x} ({})", reason,
+                               code.reason_name, code.code, code.name);
+        default:
+            return fmt::format("completion code 0x{:02x} ({})", code.code, code.name);
     }
-    return fmt::format("completion code 0x{:02x} ({})", code.code, code.name);
 }
 
 std::string silence() {
@@ -273,6 +284,18 @@ std::vector<uint8_t> Session::message_types() {
         throw control_failure("Get Message Type Support");
     }
     return {answer.begin() + 4, answer.begin() + 4 + answer[3]};
+}
+
+bool Session::speaks(uint8_t type) {
+    try {
+        const std::vector<uint8_t> types = message_types();
+        return std::find(types.begin(), types.end(), type) != types.end();
+    } catch (const Failure& failure) {
+        if (!failure.code()) {
+            throw;
+        }
+        return true;
+    }
 }
 
 std::vector<RoutingEntry> Session::routes() {

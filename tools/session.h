@@ -19,7 +19,7 @@
 
 namespace tool {
 
-/// "completion code 0x80 (INVALID_SENSOR_ID)"; of NC-SI response code and reason code.
+/// "completion code 0x80 (INVALID_SENSOR_ID)", and likewise the codes of the other kinds.
 std::string code_text(const DeviceCode& code);
 
 /// Why nothing came back, as far as the board can tell: without power nothing is even sent.
@@ -83,6 +83,9 @@ public:
     std::array<uint8_t, 16> uuid();
     std::vector<uint8_t> message_types();
     std::vector<RoutingEntry> routes();
+
+    /// Whether the endpoint speaks a message type, or does not tell what it speaks.
+    bool speaks(uint8_t type);
 
     /// One message of any type: body out, body in, neither with its type byte.
     std::vector<uint8_t> exchange(uint8_t type, std::span<const uint8_t> body);

@@ -98,6 +98,10 @@ public:
         const std::vector<uint8_t> package = page_package();
         put("nic.fwpkg", package, package.size());
         put("cut.fwpkg", package, 100);
+        const std::string head = "SIMDRIVEES11    ";
+        std::vector<uint8_t> image(head.begin(), head.end());
+        image.resize(16384);
+        put("drive.img", image, image.size());
     }
     ~PageFolder() {
         std::error_code ignored;
@@ -117,6 +121,63 @@ private:
     std::filesystem::path folder_;
 };
 
+/// The page has an example of each.
+constexpr const char* commands[] = {"demo",
+                                    "scan",
+                                    "mctp eid",
+                                    "mctp uuid",
+                                    "mctp routes",
+                                    "raw",
+                                    "pldm info",
+                                    "pldm sensors",
+                                    "pldm pdr list",
+                                    "pldm pdr show",
+                                    "pldm pdr dump",
+                                    "pldm fru",
+                                    "pldm fw-info",
+                                    "pldm fw-update",
+                                    "pkg show",
+                                    "ncsi discover",
+                                    "ncsi link",
+                                    "ncsi select",
+                                    "ncsi deselect",
+                                    "ncsi oem brcm-preboot get",
+                                    "ncsi oem brcm-preboot set",
+                                    "ncsi oem mlx-tlv get",
+                                    "ncsi oem mlx-tlv set",
+                                    "ncsi oem mlx-mac",
+                                    "ncsi oem mlx-temp",
+                                    "nvme health",
+                                    "nvme identify controller",
+                                    "nvme identify namespace",
+                                    "nvme identify list",
+                                    "nvme log smart",
+                                    "nvme log firmware",
+                                    "nvme log error",
+                                    "nvme log sanitize",
+                                    "nvme ds subsystem",
+                                    "nvme ds port",
+                                    "nvme ds controllers",
+                                    "nvme ds controller",
+                                    "nvme ds commands",
+                                    "nvme config get",
+                                    "nvme config set",
+                                    "nvme vpd read",
+                                    "nvme vpd write",
+                                    "nvme feature get",
+                                    "nvme feature set",
+                                    "nvme lockdown",
+                                    "nvme fw-download",
+                                    "nvme fw-commit",
+                                    "nvme reset",
+                                    "nvme ns list",
+                                    "nvme ns create",
+                                    "nvme ns attach",
+                                    "nvme ns detach",
+                                    "nvme ns delete",
+                                    "nvme format",
+                                    "nvme sanitize"};
+
 TEST(ToolPage, ShowsWhatTheToolPrints) {
     const PageFolder folder;
     const char* path = std::getenv("SIDEBAND_TOOL_PAGE");
@@ -127,31 +188,7 @@ TEST(ToolPage, ShowsWhatTheToolPrints) {
         const Outcome run = run_tool(split(example.command));
         expect_shown(run.out + run.err, example.output);
     }
-    for (const char* command : {"demo",
-                                "scan",
-                                "mctp eid",
-                                "mctp uuid",
-                                "mctp routes",
-                                "raw",
-                                "pldm info",
-                                "pldm sensors",
-                                "pldm pdr list",
-                                "pldm pdr show",
-                                "pldm pdr dump",
-                                "pldm fru",
-                                "pldm fw-info",
-                                "pldm fw-update",
-                                "pkg show",
-                                "ncsi discover",
-                                "ncsi link",
-                                "ncsi select",
-                                "ncsi deselect",
-                                "ncsi oem brcm-preboot get",
-                                "ncsi oem brcm-preboot set",
-                                "ncsi oem mlx-tlv get",
-                                "ncsi oem mlx-tlv set",
-                                "ncsi oem mlx-mac",
-                                "ncsi oem mlx-temp"}) {
+    for (const char* command : commands) {
         const bool shown = std::any_of(
             examples.begin(), examples.end(),
             [command](const Example& example) { return contains(example.command, command); });

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+// The question before a command destroys something.
+#include "tools/confirm.h"
+
+#include <unistd.h>
+
+#include <iostream>
+
+#include "tools/failure.h"
+
+namespace tool {
+
+void confirm(const Output& output, bool yes, const std::string& what) {
+    if (yes) {
+        return;
+    }
+    if (output.json() || isatty(STDIN_FILENO) == 0) {
+        throw Failure(ExitStatus::usage, what + ": this needs --yes");
+    }
+    // Not on standard output: that may be a file.
+    std::cerr << what << ". Go on? [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    if (answer != "y" && answer != "Y" && answer != "yes") {
+        throw Failure(ExitStatus::usage, "not confirmed: nothing was done");
+    }
+}
+
+}  // namespace tool
