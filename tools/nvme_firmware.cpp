@@ -134,7 +134,7 @@ std::string commit_image(NvmeDrive& drive, uint16_t controller, uint8_t slot, ui
         drive.call("Firmware Commit",
                    [&] { return nvme_fw_image_commit(drive.context(), controller, slot, action); });
     } catch (const Failure& failure) {
-        const std::string need = activation_need(failure);
+        std::string need = activation_need(failure);
         if (need.empty()) {
             throw;
         }

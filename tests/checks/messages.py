@@ -140,7 +140,8 @@ class NvmeMessage:
 
     @property
     def check(self):
-        return int.from_bytes(self.data[-4:], "little")
+        """The integrity check as tshark shows it: its bytes in the order of the wire."""
+        return int.from_bytes(self.data[-4:], "big")
 
 
 def assemble(packets):
