@@ -14,6 +14,7 @@ using tool_test::expect_text;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::run_on;
+using tool_test::run_tool_typing;
 using tool_test::TemporaryFile;
 using Json = nlohmann::ordered_json;
 
@@ -479,6 +480,25 @@ TEST(NvmeConfirmation, WhatDestroysDataNeedsYes) {
     };
     for (const auto& [arguments, error] : cases) {
         expect_error(Bench().run(arguments), 2, std::string("sideband-sim: ") + error);
+    }
+}
+
+TEST(NvmeConfirmation, IsAskedForOnATerminal) {
+    const std::vector<std::string> format = {"nvme", "format", "nvme0", "1"};
+    const std::string question =
+        "Format NVM destroys what namespace 1 of nvme0 holds. Go on? [y/N] ";
+    for (const char* yes : {"y\n", "Y\n", "yes\n"}) {
+        const Outcome run = run_tool_typing(format, yes);
+        EXPECT_EQ(run.status, 0) << yes;
+        EXPECT_EQ(run.err, question);
+        EXPECT_EQ(run.out, "namespace 1 has been formatted with LBA format 0\n");
+    }
+    for (const char* no : {"\n", "n\n", "yesterday\n", "\x04"}) {
+        const Outcome run = run_tool_typing(format, no);
+        EXPECT_EQ(run.status, 2) << no;
+        EXPECT_EQ(run.err,
+                  question + "sideband-sim: nvme format: not confirmed: nothing was done\n");
+        EXPECT_EQ(run.out, "");
     }
 }
 

@@ -79,9 +79,8 @@ private:
     FILE* file_;
 };
 
-[[noreturn]] void become(const std::vector<std::string>& words, int out, int err) {
-    const int in = open("/dev/null", O_RDONLY);
-    dup2(in, STDIN_FILENO);
+[[noreturn]] void become(const std::vector<std::string>& words, int in, int out, int err) {
+    dup2(in < 0 ? open("/dev/null", O_RDONLY) : in, STDIN_FILENO);
     dup2(out, STDOUT_FILENO);
     dup2(err, STDERR_FILENO);
     std::vector<char*> pointers;
@@ -106,7 +105,8 @@ std::vector<std::string> words_of(const char* text) {
 class Child {
 public:
     /// @param out  becomes its standard output and is closed here
-    Child(const std::vector<std::string>& arguments, int out, int err) {
+    /// @param in   becomes its standard input; negative: there is none
+    Child(const std::vector<std::string>& arguments, int out, int err, int in = -1) {
         const char* tool = std::getenv("SIDEBAND_TOOL");
         if (tool == nullptr) {
             throw std::runtime_error("SIDEBAND_TOOL does not name the tool");
@@ -116,7 +116,7 @@ public:
         words.insert(words.end(), arguments.begin(), arguments.end());
         id_ = fork();
         if (id_ == 0) {
-            become(words, out, err);
+            become(words, in, out, err);
         }
         close(out);
     }
@@ -134,6 +134,26 @@ public:
 
 private:
     pid_t id_ = -1;
+};
+
+/// A pseudo-terminal.
+class Terminal {
+public:
+    Terminal() : master_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+        if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0) {
+            throw std::runtime_error("no terminal");
+        }
+    }
+    ~Terminal() { close(master_); }
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+
+    int master() const { return master_; }
+    /// The end that a program has. The caller closes it.
+    int open_end() const { return open(ptsname(master_), O_RDWR | O_NOCTTY | O_CLOEXEC); }
+
+private:
+    int master_;
 };
 
 /// Reads until nobody writes any more, which on a terminal is an error, and closes.
@@ -181,21 +201,32 @@ Outcome run_tool_until(const std::vector<std::string>& arguments, const std::str
 }
 
 Outcome run_tool_on_terminal(const std::vector<std::string>& arguments, unsigned short columns) {
-    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) {
-        throw std::runtime_error("no terminal");
-    }
-    const int end = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const Terminal terminal;
     winsize size{};
     size.ws_col = columns;
     size.ws_row = 24;
-    ioctl(terminal, TIOCSWINSZ, &size);
+    ioctl(terminal.master(), TIOCSWINSZ, &size);
     const Sink err;
-    const Child child(arguments, end, err.descriptor());
+    const Child child(arguments, terminal.open_end(), err.descriptor());
     std::string out;
-    read_all(terminal, out, [] {});
+    read_all(dup(terminal.master()), out, [] {});
     const int status = child.wait();
     return {.status = status, .out = out, .err = err.text()};
+}
+
+Outcome run_tool_typing(const std::vector<std::string>& arguments, const std::string& typed) {
+    const Terminal terminal;
+    const int keyboard = terminal.open_end();
+    if (write(terminal.master(), typed.data(), typed.size()) !=
+        static_cast<ssize_t>(typed.size())) {
+        throw std::runtime_error("nothing can be typed");
+    }
+    const Sink out;
+    const Sink err;
+    const Child child(arguments, dup(out.descriptor()), err.descriptor(), keyboard);
+    const int status = child.wait();
+    close(keyboard);
+    return {.status = status, .out = out.text(), .err = err.text()};
 }
 
 nlohmann::ordered_json one_document(const std::string& text) {

@@ -29,6 +29,9 @@ Outcome run_tool_until(const std::vector<std::string>& arguments, const std::str
 /// Runs the tool with its standard output on a terminal of so many columns.
 Outcome run_tool_on_terminal(const std::vector<std::string>& arguments, unsigned short columns);
 
+/// Runs the tool with a terminal as its standard input, on which this has been typed.
+Outcome run_tool_typing(const std::vector<std::string>& arguments, const std::string& typed);
+
 /// Parses the whole of a text as one JSON document; a text that is none fails the test.
 nlohmann::ordered_json one_document(const std::string& text);
 
