@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "NVMeMI/admin_commands.h"
+#include "support/numbers.h"
 
 namespace {
 
@@ -19,20 +20,12 @@ using test::Guarded;
 using test::hex;
 using test::kUntouched;
 using test::kWanted;
+using test::le32_at;
 using test::Outcome;
 using test::port;
 using test::Texts;
 using test::to_hex;
 using test::operator+;
-
-/// A little-endian field of a request.
-uint32_t le32_at(const Bytes& bytes, size_t offset) {
-    uint32_t value = 0;
-    for (size_t i = 4; i-- > 0;) {
-        value = value << 8 | bytes.at(offset + i);
-    }
-    return value;
-}
 
 // ---- On the wire ----
 

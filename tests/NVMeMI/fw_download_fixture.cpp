@@ -9,16 +9,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include "support/numbers.h"
+
 namespace test {
-
-namespace {
-
-Bytes le32(uint32_t value) {
-    return {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8),
-            static_cast<uint8_t>(value >> 16), static_cast<uint8_t>(value >> 24)};
-}
-
-}  // namespace
 
 Bytes image_of(size_t size) {
     Bytes bytes(size);

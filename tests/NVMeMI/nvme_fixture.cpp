@@ -4,16 +4,9 @@
 
 #include <cstdio>
 
+#include "support/numbers.h"
+
 namespace test {
-
-namespace {
-
-Bytes le32(uint32_t value) {
-    return {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8),
-            static_cast<uint8_t>(value >> 16), static_cast<uint8_t>(value >> 24)};
-}
-
-}  // namespace
 
 Bytes mi_response(const Bytes& management, const Bytes& data) {
     return hex("88 00 00 00") + management + data;

@@ -6,13 +6,9 @@
 #include <sideband/pldm_fru.h>
 
 #include "pldm/pldm_fixture.h"
+#include "support/numbers.h"
 
 namespace test {
-
-inline Bytes le32(uint32_t value) {
-    return {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8),
-            static_cast<uint8_t>(value >> 16), static_cast<uint8_t>(value >> 24)};
-}
 
 /// An answer to GetFRURecordTableMetadata: version 1.0, no maximum size, one record in one set.
 inline Bytes metadata_of(uint32_t table_length) {

@@ -17,6 +17,7 @@
 #include <map>
 #include <string>
 
+#include "support/numbers.h"
 #include "traces/record.h"
 #include "traces/replay.h"
 
@@ -26,6 +27,8 @@ using nlohmann::json;
 using test::Bytes;
 using test::expect_number;
 using test::hex;
+using test::le32;
+using test::le32_at;
 using test::quietly;
 using test::Record;
 using test::Replay;
@@ -33,19 +36,6 @@ using test::operator+;
 
 constexpr uint8_t kMessageType = 0x84;
 constexpr size_t kCheckSize = 4;
-
-Bytes le32(uint32_t value) {
-    return {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8),
-            static_cast<uint8_t>(value >> 16), static_cast<uint8_t>(value >> 24)};
-}
-
-uint32_t le32_at(const Bytes& bytes, size_t offset) {
-    uint32_t value = 0;
-    for (size_t i = 4; i-- > 0;) {
-        value = value << 8 | bytes.at(offset + i);
-    }
-    return value;
-}
 
 /// A body with the integrity check behind it.
 Bytes checked(const Bytes& body) {
