@@ -88,6 +88,8 @@ def nvme_seeds():
     for length in (0, 5113, 5114, 65535):
         yield f"vpd-read-{length}", pldm(call(MI_VPD_READ, 0, 0) + struct.pack("<H", length),
                                          mi_answer(data=bytes(900)))
+    yield "vpd-read-own-claims", pldm(call(MI_VPD_READ, 0, 0) + struct.pack("<H", 6682),
+                                      mi_lie(6689), how=OWN_TRANSFER)
     for length in (0, 256, 257):
         yield f"vpd-write-{length}", pldm(call(MI_VPD_WRITE, 0, 0) + struct.pack("<H", length),
                                           mi_answer())
