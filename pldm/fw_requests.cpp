@@ -42,7 +42,8 @@ WireWriter start_answer(std::span<uint8_t> answer, const uint8_t* req, uint8_t c
 }
 
 int32_t send_answer(pldm_fw_update_ctx& ctx, std::span<const uint8_t> answer) {
-    const sideband::ReplyAddressing reply(ctx.pldm.mctp);
+    mctp_ctx* const endpoint = ctx.pldm.mctp;
+    const sideband::AddressedTo device(endpoint, endpoint != nullptr ? endpoint->dest_eid : 0);
     return ctx.pldm.send_op(&ctx.pldm, static_cast<uint32_t>(answer.size()), answer.data(), 0);
 }
 

@@ -96,7 +96,7 @@ private:
         response[0] = message[kInstance] & kInstanceIdMask;
         response[1] = message[kCommand];
         std::copy(tail.begin(), tail.end(), response.begin() + 2);
-        const sideband::ReplyAddressing reply(&ctx_);
+        const sideband::AddressedTo requester(&ctx_, ctx_.binding_eids[0]);
         const int32_t result =
             ctx_.send(&ctx_, static_cast<uint32_t>(2 + tail.size()), response.data(), 0);
         return result < 0 ? Outcome::failed : Outcome::go_on;

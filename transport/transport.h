@@ -29,26 +29,25 @@ inline uint8_t next_tag(uint8_t tag) {
 /// Pauses the calling thread.
 void sleep_us(uint32_t microseconds);
 
-/// While one lives, a context answers the sender of the last message that it received: receiving
-/// has left the binding EIDs in the order sender, receiver, and over PCIe a message goes out with
-/// whatever stands there.
-class ReplyAddressing {
+/// While one lives, messages go out over PCIe from the context's own EID to that of a peer: there
+/// they go where the binding EIDs say, which receiving overwrites.
+class AddressedTo {
 public:
     /// @param ctx  null: nothing is done
-    explicit ReplyAddressing(mctp_ctx* ctx) : ctx_(ctx) {
+    AddressedTo(mctp_ctx* ctx, uint8_t peer) : ctx_(ctx) {
         if (ctx_ != nullptr) {
             std::memcpy(received_, ctx_->binding_eids, sizeof received_);
             ctx_->binding_eids[0] = ctx_->src_eid;
-            ctx_->binding_eids[1] = received_[0];
+            ctx_->binding_eids[1] = peer;
         }
     }
-    ~ReplyAddressing() {
+    ~AddressedTo() {
         if (ctx_ != nullptr) {
             std::memcpy(ctx_->binding_eids, received_, sizeof received_);
         }
     }
-    ReplyAddressing(const ReplyAddressing&) = delete;
-    ReplyAddressing& operator=(const ReplyAddressing&) = delete;
+    AddressedTo(const AddressedTo&) = delete;
+    AddressedTo& operator=(const AddressedTo&) = delete;
 
 private:
     mctp_ctx* ctx_;

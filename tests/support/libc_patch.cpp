@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -145,7 +146,11 @@ int patched_open(const char* path, int flags, ...) {
         errno = active->failure_errno;
         return -1;
     }
-    int descriptor = open(path, flags);
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    int descriptor = open(active->translate(path).c_str(), flags, mode);
     active->opened(descriptor);
     return descriptor;
 }

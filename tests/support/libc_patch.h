@@ -24,12 +24,12 @@ namespace test {
  *  usleep           recorded in sleeps and in the port's trace; takes no time
  *  time             gives now, where that is set
  *  system           recorded in commands and the trace; returns system_result
- *  access, fopen, rename, unlink
+ *  access, fopen, open, rename, unlink
  *                   paths under /nv and /sys/bus/i2c/devices are looked up under root. While root
  *                   is empty, only the paths in present exist, and nothing can be opened
  *  fileno, flock, fstat, fflush, fclose, pread
  *                   pass through
- *  open, close, mmap, munmap
+ *  close, mmap, munmap
  *                   pass through; what is open and mapped is counted
  *  malloc, calloc, realloc, free
  *                   pass through; the library's live blocks are counted
