@@ -17,6 +17,34 @@ EndpointPtr allocate_endpoint() {
     return EndpointPtr(static_cast<mctp_ctx*>(std::calloc(1, sizeof(mctp_ctx))));
 }
 
+uintptr_t check_of(const mctp_ctx* endpoint) {
+    return ~reinterpret_cast<uintptr_t>(endpoint);
+}
+
+/// The endpoint that the context owns, or null: also in a context that nobody has zeroed.
+mctp_ctx* owned_endpoint(const pldm_ctx& ctx) {
+    return ctx.owned_check == check_of(ctx.owned_mctp) ? ctx.owned_mctp : nullptr;
+}
+
+/// @param endpoint  not null; freed by release_owned()
+void own(pldm_ctx& ctx, mctp_ctx* endpoint) {
+    ctx.owned_mctp = endpoint;
+    ctx.owned_check = check_of(endpoint);
+}
+
+void disown(pldm_ctx& ctx) {
+    ctx.owned_mctp = nullptr;
+    ctx.owned_check = 0;
+}
+
+/// Frees the endpoint that the context owns. One of the caller's is not touched.
+void release_owned(pldm_ctx& ctx) {
+    if (mctp_ctx* const owned = owned_endpoint(ctx)) {
+        std::free(owned);
+        disown(ctx);
+    }
+}
+
 }  // namespace
 
 int32_t pldm_init(pldm_ctx* ctx) {
@@ -26,8 +54,8 @@ int32_t pldm_init(pldm_ctx* ctx) {
     if (ctx->mctp != nullptr) {
         // The number is part of the text that log readers match.
         std::printf("[%s:%d] release ptr in dangerous way.\n", "pldm_init", 411);
-        std::free(ctx->mctp);
     }
+    release_owned(*ctx);
     *ctx = pldm_ctx{};
     ctx->recv_op = pldm_recv;
     ctx->send_op = pldm_send;
@@ -39,7 +67,14 @@ int32_t mctp_pldm_register(mctp_ctx* mctp, pldm_ctx* ctx) {
     if (mctp == nullptr || ctx == nullptr) {
         return -1;
     }
+    const bool is_its_own = mctp == owned_endpoint(*ctx);
+    if (is_its_own) {
+        disown(*ctx);  // or it would go before it is bound again
+    }
     pldm_init(ctx);
+    if (is_its_own) {
+        own(*ctx, mctp);
+    }
     ctx->mctp = mctp;
     mctp->msg_type = MCTP_MSG_TYPE_PLDM;
     return 0;
@@ -60,7 +95,8 @@ int32_t pldm_terminus_init(pldm_ctx* ctx, const mctp_ctx* config) {
         debug_log("%s, mctp_initial() fail\n", "pldm_terminus_init");
         return -1;
     }
-    mctp_pldm_register(endpoint.release(), ctx);
+    mctp_pldm_register(endpoint.get(), ctx);
+    own(*ctx, endpoint.release());
     return 0;
 }
 
@@ -69,7 +105,7 @@ int32_t pldm_terminus_deinit(pldm_ctx* ctx) {
         debug_log("%s, pldm_ctx is NULL\n", "pldm_terminus_deinit");
         return 0;
     }
-    std::free(ctx->mctp);
+    release_owned(*ctx);
     ctx->mctp = nullptr;
     return 0;
 }
@@ -88,8 +124,8 @@ int32_t discover_pldm_terminus(pldm_ctx* ctx, const mctp_ctx* config) {
         debug_log("[%s] mctp init & discovery failed.", "discover_pldm_terminus");
         return -1;
     }
-    // ctx->mctp is left pointing at the endpoint that goes with this scope: callers that discover
-    // and keep talking use pldm_terminus_init().
+    // ctx->mctp is left pointing at the endpoint that goes with this scope, and nobody follows it:
+    // the context does not own it. Callers that discover and keep talking use pldm_terminus_init().
     const int32_t registered = mctp_pldm_register(endpoint.get(), ctx);
     const int32_t discovered = pldm_discovery(ctx);
     return registered + discovered;

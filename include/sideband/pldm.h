@@ -31,7 +31,10 @@ SIDEBAND_BEGIN_DECLS
 #define PLDM_CC_INVALID_LENGTH 0x03
 #define PLDM_CC_NOT_READY 0x04
 #define PLDM_CC_UNSUPPORTED_COMMAND 0x05
-/** pldm_ctx.completion_code after the last retry has failed: no code of the standard. */
+/**
+ * pldm_ctx.completion_code after the last attempt has failed, because nothing came or because the
+ * device was not ready: no code of the standard. A device that answers with it looks the same.
+ */
 #define PLDM_CC_RETRIES_EXHAUSTED 0x30
 
 /** Result for a bad argument or a failed allocation in several PLDM functions. */
@@ -57,10 +60,23 @@ typedef int32_t (*pldm_send_op)(pldm_ctx* ctx, uint32_t length, const uint8_t* m
                                 uint8_t tag_owner);
 
 /**
- * Sends a request and receives its response. The instance ID is stamped into request[0].
- * @param request_length     bytes at request, at least PLDM_HEADER_SIZE
- * @param response_capacity  room at response in bytes
- * @return 0 (not a length) for completion code 0; -1 otherwise, with the code in the context
+ * Sends a request and receives its response. pldm_transfer() is the one that pldm_init() and
+ * mctp_pldm_register() install; a caller may put an operation of its own in its place afterwards,
+ * also on a context without endpoint.
+ *
+ * Before each call the library sets ctx->response_length to response_capacity. The operation may
+ * lower it to the bytes that it has stored, so that what an answer lacks is refused as truncated;
+ * if it leaves it, the response counts as filled.
+ *
+ * An operation that returns 0 whatever the completion code passes the code through: the functions
+ * that look at it return it, a positive result, if their description says so. The other ones do
+ * not look at it and take the answer for a success.
+ *
+ * @param request_length     bytes at request, at least PLDM_HEADER_SIZE; request[0] to request[2]
+ *                           are the header, in which the operation may stamp the instance ID
+ * @param response_capacity  room at response in bytes; no more may be written
+ * @return 0 (not a length) if there is an answer; negative if not, which the library hands on as
+ *         it is
  */
 typedef int32_t (*pldm_transfer_op)(pldm_ctx* ctx, uint32_t request_length,
                                     int32_t response_capacity, uint8_t* request, uint8_t* response);
@@ -78,7 +94,9 @@ struct pldm_ctx {
     pldm_recv_op recv_op;         /**< pldm_recv */
     pldm_send_op send_op;         /**< pldm_send */
     pldm_transfer_op transfer_op; /**< pldm_transfer */
-    int32_t response_length;      /**< bytes of the last response, as pldm_transfer saw it */
+    int32_t response_length;      /**< bytes of the last response; see pldm_transfer_op */
+    mctp_ctx* owned_mctp;         /**< the library's own: what pldm_terminus_init() allocated */
+    uintptr_t owned_check;        /**< the library's own: ~owned_mctp, which garbage is not */
 };
 
 /* ---- Headers (DSP0240, clause 8.1) ----------------------------------------------------------- */
@@ -108,38 +126,58 @@ SIDEBAND_EXPORT void pldm_fw_update_response_init(uint8_t* response, const uint8
 /* ---- Message operations ---------------------------------------------------------------------- */
 /*
  * Installed by pldm_init(); called through the slots of the context. Only command 0x1A is
- * attempted more than once, up to ten times, 100 ms apart.
+ * attempted more than once, up to ten times. After every attempt that failed, the last one too,
+ * the call pauses for 100 ms: a device that is silent or not ready costs 0.1 s, with command 0x1A
+ * 1 s, beside what its binding waits for each answer.
  */
 
 /** See pldm_recv_op. @return 0; -1 on failure, a null argument or an unbound context */
 SIDEBAND_EXPORT int32_t pldm_recv(pldm_ctx* ctx, int32_t capacity, uint8_t* buffer);
 
-/** See pldm_send_op. @return 0; -1 on failure, a null argument or an unbound context */
+/**
+ * See pldm_send_op. A message shorter than a header is refused before anything is sent or noted in
+ * the context.
+ * @return 0; -1 on failure, a null argument, an unbound context or a length below PLDM_HEADER_SIZE
+ */
 SIDEBAND_EXPORT int32_t pldm_send(pldm_ctx* ctx, uint32_t length, const uint8_t* message,
                                   uint8_t tag_owner);
 
 /**
- * See pldm_transfer_op. The instance ID counter advances once per call that reached the MCTP
- * layer. response_length tells afterwards how much of the response the device sent.
- * @return 0; -1 on failure, a null argument, an unbound context or a completion code other than 0
+ * See pldm_transfer_op. Stamps the instance ID into request[0]; its counter advances once per call
+ * that reached the MCTP layer. response_length tells afterwards how much of the response the device
+ * sent. A request shorter than a header is refused before anything is stamped, sent or noted.
+ * @return 0 for completion code 0; -1 for any other one, with the code in the context, on failure
+ *         (see PLDM_CC_RETRIES_EXHAUSTED), a null argument, an unbound context or a request_length
+ *         below PLDM_HEADER_SIZE. Never positive
  */
 SIDEBAND_EXPORT int32_t pldm_transfer(pldm_ctx* ctx, uint32_t request_length,
                                       int32_t response_capacity, uint8_t* request,
                                       uint8_t* response);
 
 /* ---- Terminus lifecycle ---------------------------------------------------------------------- */
+/*
+ * The library frees one thing, the endpoint that pldm_terminus_init() has allocated for a context:
+ * in pldm_terminus_deinit(), and when pldm_init(), mctp_pldm_register(), pldm_terminus_init() or
+ * discover_pldm_terminus() put something else in its place, also if the caller has let ctx->mctp
+ * point elsewhere meanwhile. Endpoints of the caller and contexts are never freed. Of a context
+ * and a copy of it only one may be released.
+ */
 
 /**
- * Zeroes the context and installs the operations. An endpoint that is still bound is freed, with
- * a warning on standard output.
- * @return 0; -1 where ctx is null
+ * Zeroes the context and installs the operations. If an endpoint is still bound, a warning on
+ * standard output says so, whoever owns it.
+ * @return 0; -1 if ctx is null
  */
 SIDEBAND_EXPORT int32_t pldm_init(pldm_ctx* ctx);
 
 /**
  * Binds a PLDM context to an initialised endpoint, which stays the caller's, and sets the
- * endpoint's message type to PLDM.
- * @return 0; -1 where an argument is null
+ * endpoint's message type to PLDM. The context is reset as pldm_init() does it, with its warning.
+ *
+ * The endpoint may be the one that is bound already, as after another layer has used it: it is
+ * kept, and the context goes on owning it if pldm_terminus_init() has allocated it. The instance ID
+ * starts from 0 again, and operations of the caller's own have to be installed again.
+ * @return 0; -1 if an argument is null
  */
 SIDEBAND_EXPORT int32_t mctp_pldm_register(mctp_ctx* mctp, pldm_ctx* ctx);
 
@@ -152,43 +190,53 @@ SIDEBAND_EXPORT int32_t mctp_pldm_register(mctp_ctx* mctp, pldm_ctx* ctx);
  */
 SIDEBAND_EXPORT int32_t pldm_terminus_init(pldm_ctx* ctx, const mctp_ctx* config);
 
-/** Frees the bound endpoint; the rest of the context stays. @return 0 */
+/**
+ * Unbinds the context: frees the endpoint if pldm_terminus_init() has allocated it, sets mctp to
+ * null and keeps the results. May be repeated. @return 0
+ */
 SIDEBAND_EXPORT int32_t pldm_terminus_deinit(pldm_ctx* ctx);
 
 /**
  * Brings up a temporary endpoint, runs pldm_discovery() over it and frees it. Afterwards ctx
- * holds the results and a stale ctx->mctp: it must not be used or bound again, except zeroed.
+ * holds the results and a stale ctx->mctp: no messages may be exchanged over it. Binding it again,
+ * for which it is best zeroed, and pldm_terminus_deinit() do not follow the stale pointer.
  * @param config  as for pldm_terminus_init()
- * @return the results of mctp_pldm_register() and pldm_discovery() added up; -1 where config is
- *         null, on failed allocation, or when mctp_init2() failed
+ * @return the results of mctp_pldm_register() and pldm_discovery() added up; -1 if config is
+ *         null, on failed allocation, or if mctp_init2() failed
  */
 SIDEBAND_EXPORT int32_t discover_pldm_terminus(pldm_ctx* ctx, const mctp_ctx* config);
 
-/* ---- Discovery commands (DSP0240, clause 9) ---------------------------------------------------
- */
+/* ---- Discovery commands (DSP0240, clause 9) -------------------------------------------------- */
 /*
- * All take a bound context and return 0 on success, -1 where the context is null or has no
- * transfer_op or the answer is malformed, and the negative result of transfer_op where the
- * exchange failed. A failing call leaves its result members as they were.
+ * All take a bound context and return 0 on success, -1 if the context is null or has no
+ * transfer_op or the answer is malformed, and the negative result of transfer_op if the exchange
+ * failed. A failing command leaves its result members as they were, pldm_get_version() apart.
  */
 
-/** GetTID (0x02): fills tid. */
+/** GetTID (0x02): fills tid. @return also a completion code that transfer_op passed through */
 SIDEBAND_EXPORT int32_t pldm_get_tid(pldm_ctx* ctx);
 
 /**
- * GetPLDMVersion (0x03): fills pldm_version with the first version of the last part. At most
- * seven parts are fetched; -1 also on failed allocation and when no part was the last.
+ * GetPLDMVersion (0x03): fills pldm_version with the first version of each part that comes, so that
+ * the last one stays. A call that fails after its first part has overwritten it too. At most
+ * seven parts are fetched; -1 also on failed allocation and if no part was the last.
  * @param type  PLDM type whose version is wanted
  */
 SIDEBAND_EXPORT int32_t pldm_get_version(pldm_ctx* ctx, uint8_t type);
 
-/** GetPLDMTypes (0x04): fills pldm_types and prints the first eight types by name. */
+/**
+ * GetPLDMTypes (0x04): fills pldm_types and prints the first eight types by name.
+ * @return also a completion code that transfer_op passed through
+ */
 SIDEBAND_EXPORT int32_t pldm_get_type(pldm_ctx* ctx);
 
 /** GetPLDMCommands (0x05) for type 0: fills base_commands. */
 SIDEBAND_EXPORT int32_t pldm_get_commands(pldm_ctx* ctx);
 
-/** GetTID, then GetPLDMTypes. PLDM_ERROR_ARGUMENT where ctx is null. */
+/**
+ * GetTID, then GetPLDMTypes: tid is filled although the second one fails.
+ * @return the result of the first one that is not 0; PLDM_ERROR_ARGUMENT if ctx is null
+ */
 SIDEBAND_EXPORT int32_t pldm_discovery(pldm_ctx* ctx);
 
 SIDEBAND_END_DECLS
