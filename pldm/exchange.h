@@ -27,6 +27,11 @@ inline bool can_exchange(const pldm_ctx* ctx) {
 /// Whether the last response had at least length bytes. transfer_op tells success, not length.
 bool pldm_response_has(const pldm_ctx& ctx, size_t length);
 
+/// Whether the length of the last response is known to go beyond this one. An operation other than
+/// pldm_transfer that has left it at the capacity knows nothing.
+/// @param capacity  room for the response
+bool pldm_response_exceeds(const pldm_ctx& ctx, size_t length, size_t capacity);
+
 /// Reports that the last response is too short. @return -1
 int32_t too_short(const pldm_ctx& ctx, const char* function);
 

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "common/memory.h"
+#include "common/printable.h"
 #include "common/wire.h"
 #include "pldm/exchange.h"
 
@@ -20,8 +21,10 @@ using sideband::HeapPtr;
 using sideband::kPldmCommand;
 using sideband::kPldmCompletionCode;
 using sideband::pldm_exchange;
+using sideband::pldm_response_exceeds;
 using sideband::pldm_response_has;
 using sideband::print_line;
+using sideband::Printable;
 using sideband::too_short;
 using sideband::WireReader;
 using sideband::WireWriter;
@@ -105,6 +108,29 @@ bool is_last_part(std::span<const uint8_t> response) {
     const uint8_t flag = response[kFlagEnd - 1];
     return flag == kTransferEnd || flag == kTransferStartAndEnd;
 }
+
+/// Says of the first part of a table that carries more than is taken of it that the table is wrong.
+class SurplusReport {
+public:
+    explicit SurplusReport(const char* function) : function_(function) {}
+
+    /// @param response   with a part that is not the last one, in all its room
+    /// @param remaining  bytes of the table that are to come behind what is taken of the part
+    void look(const pldm_ctx& ctx, std::span<const uint8_t> response, size_t remaining) {
+        constexpr size_t kTaken = kFlagEnd + PLDM_FRU_PART_SIZE;
+        // With nothing to come, pad bytes and the checksum are all that may be behind it.
+        if (said_ || remaining == 0 || !pldm_response_exceeds(ctx, kTaken, response.size())) {
+            return;
+        }
+        said_ = true;
+        debug_log("%s, part of %d bytes is not the last: those behind %d are lost\n", function_,
+                  ctx.response_length - static_cast<int>(kFlagEnd), PLDM_FRU_PART_SIZE);
+    }
+
+private:
+    const char* function_;
+    bool said_ = false;
+};
 
 /// Prints the name of a completion code that ends the transfer. The other ones do not.
 bool ends_transfer(uint8_t code) {
@@ -190,6 +216,7 @@ int32_t read_parts(pldm_ctx& ctx, std::span<uint8_t> table) {
                 kBehindHeader);
     const std::span<uint8_t> response(room.get(), size);
     TableRequest request;
+    SurplusReport surplus(kReader);
     for (std::span<uint8_t> rest = table;;) {
         const int32_t result = pldm_exchange(ctx, request.bytes(), response);
         if (result < 0) {
@@ -212,6 +239,7 @@ int32_t read_parts(pldm_ctx& ctx, std::span<uint8_t> table) {
         if (rest.empty()) {
             return code;
         }
+        surplus.look(ctx, response, rest.size());
         request.ask_next(response);
     }
 }
@@ -255,12 +283,16 @@ int32_t exchange_fixed_part(pldm_ctx& ctx, TableRequest& request, std::span<uint
 }
 
 /// Copies what the last part brings; the response is zero behind its end.
-void take_last_fixed_part(std::span<const uint8_t> response, std::span<uint8_t> rest,
-                          size_t length) {
+void take_last_fixed_part(const pldm_ctx& ctx, std::span<const uint8_t> response,
+                          std::span<uint8_t> rest, size_t length) {
     if (rest.size() > PLDM_FRU_PART_SIZE) {
         console_log("len fail tmp_len =%d, data_len =%d\n", static_cast<int>(rest.size()),
                     static_cast<int>(length - rest.size()));
         return;
+    }
+    if (!pldm_response_has(ctx, kFlagEnd + rest.size())) {
+        debug_log("%s, last part of %d bytes: %d are wanted\n", kFixedReader,
+                  ctx.response_length - static_cast<int>(kFlagEnd), static_cast<int>(rest.size()));
     }
     std::memcpy(rest.data(), response.data() + kFlagEnd, rest.size());
     std::printf("tmp_len =%d, data_len =%d\n", 0, static_cast<int>(length));
@@ -296,7 +328,8 @@ int32_t print_fields(std::span<const uint8_t> table, uint32_t field_id) {
     }
     for (int i = 0; result == 0 && i < record.number_of_fields; ++i) {
         if (record.fields[i].type == field_id) {
-            std::printf("FRUData.fields[%d].ctx = %s\n", i, record.fields[i].value);
+            std::printf("FRUData.fields[%d].ctx = %s\n", i,
+                        Printable(record.fields[i].value).text());
         }
     }
     freeFRUdata(&record);
@@ -341,6 +374,7 @@ int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination, int32_
     std::memset(destination, 0, size);
     std::array<uint8_t, 64> response;
     TableRequest request;
+    SurplusReport surplus(kFixedReader);
     do {
         bool ended = false;
         const int32_t result = exchange_fixed_part(*ctx, request, response, ended);
@@ -354,13 +388,14 @@ int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination, int32_
             return -1;
         }
         if (last) {
-            take_last_fixed_part(response, rest, size);
+            take_last_fixed_part(*ctx, response, rest, size);
             return result;
         }
         take_fixed_part(response, rest, size);
         if (rest.empty()) {
             return result;
         }
+        surplus.look(*ctx, response, rest.size());
         request.ask_next(response);
     } while (true);
 }

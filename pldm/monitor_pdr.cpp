@@ -114,19 +114,29 @@ uint16_t change_number(std::span<const uint8_t> response) {
     return reader.le16();
 }
 
+/// Room for the answers of one record; null where the allocation failed.
+using PartRoom = HeapPtr<uint8_t[]>;
+
+PartRoom allocate_part() {
+    return sideband::allocate_bytes(kPartResponseSize);
+}
+
+/// A record as far as it came.
+struct Record {
+    std::span<uint8_t> room;
+    size_t received = 0;
+    bool whole = false;
+};
+
 /// pldm_get_pdr() without the checks of its arguments.
-/// @param received  bytes put into the buffer, whatever the result
-int32_t read_record(pldm_ctx& ctx, uint32_t& record_handle, std::span<uint8_t> buffer,
-                    size_t& received) {
-    const HeapPtr<uint8_t[]> room = sideband::allocate_bytes(kPartResponseSize);
-    if (room == nullptr) {
-        return PLDM_PDR_NOT_FOUND;
-    }
+/// @param handle  of the record wanted; receives that of the next one once the record is whole
+/// @param record  filled whatever the result
+int32_t read_record(pldm_ctx& ctx, uint32_t& handle, const PartRoom& room, Record& record) {
     const std::span<uint8_t> response(room.get(), kPartResponseSize);
     Position at;
     for (int pass = 0; pass < kPartsMax; ++pass) {
         Part part{};
-        const int32_t result = get_part(ctx, record_handle, at, response, part);
+        const int32_t result = get_part(ctx, handle, at, response, part);
         if (result != 0) {
             return result;
         }
@@ -134,16 +144,18 @@ int32_t read_record(pldm_ctx& ctx, uint32_t& record_handle, std::span<uint8_t> b
             at.change_number = change_number(response);
         }
         // Quietly: services tell by the handle, which stays, that the record is not whole.
-        if (part.count > PLDM_PDR_PART_SIZE || part.count > buffer.size() - received) {
+        const std::span<uint8_t> rest = record.room.subspan(record.received);
+        if (part.count > PLDM_PDR_PART_SIZE || part.count > rest.size()) {
             return 0;
         }
         if (!pldm_response_has(ctx, kPartDataOffset + part.count)) {
             return too_short(ctx, "pldm_get_pdr");
         }
-        std::memcpy(buffer.data() + received, response.data() + kPartDataOffset, part.count);
-        received += part.count;
+        std::memcpy(rest.data(), response.data() + kPartDataOffset, part.count);
+        record.received += part.count;
         if (part.is_last()) {
-            record_handle = part.next_record;
+            handle = part.next_record;
+            record.whole = true;
             return 0;
         }
         at.transfer_handle = part.next_transfer;
@@ -193,8 +205,9 @@ int32_t pldm_get_pdr(pldm_ctx* ctx, uint32_t* record_handle, uint8_t* buffer, ui
     if (buffer == nullptr || record_handle == nullptr || capacity == 0 || !can_exchange(ctx)) {
         return PLDM_PDR_NOT_FOUND;
     }
-    size_t received = 0;
-    return read_record(*ctx, *record_handle, {buffer, capacity}, received);
+    const PartRoom part = allocate_part();
+    Record record{{buffer, capacity}};
+    return part == nullptr ? PLDM_PDR_NOT_FOUND : read_record(*ctx, *record_handle, part, record);
 }
 
 int32_t pldm_get_full_pdr(pldm_ctx* ctx, uint32_t record_handle, pldm_pdr* parsed) {
@@ -205,25 +218,26 @@ int32_t pldm_get_full_pdr(pldm_ctx* ctx, uint32_t record_handle, pldm_pdr* parse
     if (room == nullptr) {
         return -1;
     }
-    const std::span<uint8_t> record(room.get(), PLDM_PDR_PART_SIZE);
-    size_t received = 0;
+    Record record{{room.get(), PLDM_PDR_PART_SIZE}};
     if (can_exchange(ctx)) {
-        const int32_t result = read_record(*ctx, record_handle, record, received);
+        const PartRoom part = allocate_part();
+        const int32_t result =
+            part == nullptr ? -1 : read_record(*ctx, record_handle, part, record);
         if (result < 0) {
             return result;
         }
     }
-    // Where nothing came, the decoder refuses the zeros.
-    if (received < sideband::pdr_size_demanded(record)) {
+    // If nothing came, the decoder refuses the zeros.
+    if (record.received < sideband::pdr_size_demanded(record.room)) {
         debug_log("%s, record of %d bytes is too short\n", "pldm_get_full_pdr",
-                  static_cast<int>(received));
+                  static_cast<int>(record.received));
         return -1;
     }
-    return pldm_parse_pdr(record.data(), parsed);
+    return pldm_parse_pdr(room.get(), parsed);
 }
 
 int32_t pldm_PDR_traversal(pldm_ctx* ctx) {
-    if (ctx == nullptr) {
+    if (!can_exchange(ctx)) {
         return PLDM_PDR_NOT_USABLE;
     }
     const HeapPtr<uint8_t[]> room = sideband::allocate_bytes(PLDM_PDR_PART_SIZE);
@@ -231,15 +245,23 @@ int32_t pldm_PDR_traversal(pldm_ctx* ctx) {
         return PLDM_PDR_NOT_USABLE;
     }
     uint32_t handle = 0;
-    // Deliberately without a bound: a record that does not come whole is asked for again.
+    int records = 0;
     do {
-        const int32_t result = pldm_get_pdr(ctx, &handle, room.get(), PLDM_PDR_PART_SIZE);
+        if (records == PLDM_PDR_RECORDS_MAX) {
+            debug_log("%s, no last record among %d\n", "pldm_PDR_traversal", records);
+            return PLDM_PDR_NOT_USABLE;
+        }
+        const PartRoom part = allocate_part();
+        if (part == nullptr) {
+            return PLDM_PDR_NOT_USABLE;
+        }
+        Record record{{room.get(), PLDM_PDR_PART_SIZE}};
+        const int32_t result = read_record(*ctx, handle, part, record);
         if (result < 0) {
             return static_cast<uint8_t>(result);
         }
-        if (result == PLDM_PDR_NOT_FOUND) {
-            return PLDM_PDR_NOT_USABLE;
-        }
+        // Deliberately not counted: a record that does not come whole is asked for without end.
+        records += record.whole || result != PLDM_CC_SUCCESS ? 1 : 0;
     } while (handle != 0);
     return 0;
 }

@@ -67,6 +67,11 @@ bool pldm_response_has(const pldm_ctx& ctx, size_t length) {
     return ctx.response_length >= static_cast<int32_t>(length);
 }
 
+bool pldm_response_exceeds(const pldm_ctx& ctx, size_t length, size_t capacity) {
+    const bool known = ctx.transfer_op == pldm_transfer || !pldm_response_has(ctx, capacity);
+    return known && pldm_response_has(ctx, length + 1);
+}
+
 int32_t too_short(const pldm_ctx& ctx, const char* function) {
     debug_log("%s, response of %d bytes is too short\n", function, ctx.response_length);
     return -1;

@@ -28,7 +28,11 @@ SIDEBAND_BEGIN_DECLS
 /** The most fields of a record that pldm_get_FRU_fields() looks through. */
 #define PLDM_FRU_FIELDS_MAX 16
 
-/** The fields of a GetFRURecordTableMetadata answer (DSP0257). */
+/**
+ * The fields of a GetFRURecordTableMetadata answer (DSP0257). The caller fills them, from an answer
+ * that it has read itself, for print_pldm_metadata(): no function of the library delivers them, and
+ * the layout is not that of the wire.
+ */
 typedef struct pldm_fru_metadata {
     uint8_t majorver;   /**< FRUDATAMajorVersion */
     uint8_t minorver;   /**< FRUDATAMinorVersion */
@@ -59,7 +63,8 @@ typedef struct pldm_fru_record {
 /*
  * All take a bound context and print their progress to standard output. With the context's own
  * pldm_transfer an answer that is not a success is a failed exchange; a transfer operation that
- * hands such an answer over gets its completion code back where that is said.
+ * hands such an answer over gets its completion code back where that is said. No checksum is
+ * verified: neither the one in the metadata nor the one behind the table, which is not delivered.
  */
 
 /**
@@ -73,7 +78,11 @@ SIDEBAND_EXPORT int32_t pldm_get_FRU_record_table_metadata(pldm_ctx* ctx, uint32
 
 /**
  * GetFRURecordTableMetadata, then GetFRURecordTable (0x02) part by part until the table is whole.
- * Every part but the last one is taken to carry PLDM_FRU_PART_SIZE bytes.
+ * Every part but the last one is taken to carry PLDM_FRU_PART_SIZE bytes, and the last one what is
+ * still to come; the other bytes of a part are dropped. If such bytes belonged to the table,
+ * because a part that is not the last carries more, the table is wrong although the result is 0: a
+ * line of debug_log() says so, one a call. A device can spread a table over
+ * PLDM_FRU_TABLE_LENGTH_MAX / PLDM_FRU_PART_SIZE exchanges, 19,419 of them, and no more.
  * @param destination      receives the table: room for expected_length bytes, or for the length in
  *                         the metadata (at most PLDM_FRU_TABLE_LENGTH_MAX) where that is 0. After a
  *                         failure it holds the parts that came before; never is more written
@@ -91,7 +100,9 @@ SIDEBAND_EXPORT int32_t pldm_get_FRU_record_table(pldm_ctx* ctx, uint8_t* destin
  * GetFRURecordTable (0x02) from devices whose answers all have the same size: no metadata is asked
  * for, and an answer is at most 64 bytes long.
  * @param destination  zeroed, then receives the table. What a last part of less than the rest
- *                     does not bring stays zero
+ *                     does not bring stays zero, and a line of debug_log() says so. What a part
+ *                     that is not the last carries behind PLDM_FRU_PART_SIZE bytes is dropped, as
+ *                     in pldm_get_FRU_record_table()
  * @param length       room at destination in bytes
  * @return the result of the last transfer_op: 0 also after a completion code that it passed
  *         through, and for a last part of which more than PLDM_FRU_PART_SIZE bytes would be left;
@@ -102,11 +113,14 @@ SIDEBAND_EXPORT int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* des
                                                      int32_t length);
 
 /**
- * Reads the table into memory of its own and prints every field of one type in the first record.
+ * Reads the table into memory of its own and prints every field of one type in the first record to
+ * standard output, up to its first NUL, each control character as \xNN.
  * @param field_id  field type, PLDM_FRU_FIELD_TYPE_MIN to PLDM_FRU_FIELD_TYPE_MAX
- * @return 0; -1 for another field type, without any exchange; -2 where the table cannot be read;
- *         -3 for a record of more than PLDM_FRU_FIELDS_MAX fields; PLDM_ERROR_ARGUMENT for a
- *         record that cannot be parsed; a completion code that transfer_op passed through
+ * @return 0; -1 for another field type, without any exchange; -2 if the table cannot be read,
+ *         whatever the reason: a null ctx, a missing transfer_op, memory, and every negative result
+ *         of pldm_get_FRU_record_table(); -3 for a record of more than PLDM_FRU_FIELDS_MAX fields;
+ *         PLDM_ERROR_ARGUMENT for a record that cannot be parsed, or memory for it; a completion
+ *         code that transfer_op passed through
  */
 SIDEBAND_EXPORT int32_t pldm_get_FRU_fields(pldm_ctx* ctx, uint32_t field_id);
 
@@ -126,7 +140,10 @@ SIDEBAND_EXPORT void print_pldm_metadata(pldm_fru_metadata metadata);
 SIDEBAND_EXPORT int32_t pldm_parse_record_table(const uint8_t* table, pldm_fru_record* record,
                                                 uint32_t length);
 
-/** Releases what a record owns and nulls the pointers. The record itself stays the caller's. */
+/**
+ * Releases what a record owns and nulls the pointers: doing it again does nothing, as does a null
+ * record. The record itself stays the caller's, and its other members stay as they are.
+ */
 SIDEBAND_EXPORT void freeFRUdata(pldm_fru_record* record);
 
 /** @return 1 where a position is not below a length, else 0 */

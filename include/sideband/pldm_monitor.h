@@ -43,8 +43,8 @@ SIDEBAND_EXPORT void dump_packet(const uint8_t* buffer, int32_t length);
  * SetNumericSensorEnable (0x10).
  * @param operational_state  sensorOperationalState wanted: 0 enabled, 1 disabled, 2 unavailable
  * @param event_enable       sensorEventMessageEnable
- * @return 0; PLDM_ERROR_ARGUMENT where ctx is null or has no transfer_op; the negative result of
- *         transfer_op on failure
+ * @return 0; PLDM_ERROR_ARGUMENT if ctx is null or has no transfer_op; the negative result of
+ *         transfer_op on failure; 0 also for a completion code that transfer_op passed through
  */
 SIDEBAND_EXPORT int32_t pldm_set_numeric_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id,
                                                        uint8_t operational_state,
@@ -52,22 +52,32 @@ SIDEBAND_EXPORT int32_t pldm_set_numeric_sensor_enable(pldm_ctx* ctx, uint16_t s
 
 /**
  * GetSensorReading (0x11), no rearm.
- * @param reading  receives the presentReading bytes as a little-endian number, zero-extended;
- *                 the sensor's PDR gives width, sign and unit
- * @return 0; PLDM_ERROR_ARGUMENT on a null argument or where ctx has no transfer_op; -1 from the
- *         eleventh consecutive reading, over all sensors of the process, that was not enabled, and
- * on a truncated answer; the negative result of transfer_op on failure. Nothing is stored unless 0
- * is returned
+ *
+ * A sensor that is not enabled has a reading too: the first ten such readings in a row, counted
+ * over all sensors of the process, are stored and return 0. From the eleventh on they fail, until
+ * an enabled sensor is read. sensorOperationalState is not delivered.
+ *
+ * @param reading  receives the four bytes at presentReading as a little-endian number, whatever
+ *                 sensorDataSize says. Bytes that the device does not send are 0; those that it
+ *                 sends behind a narrower reading are stored as well: take as many bytes of it as
+ *                 the sensor's PDR says, which also gives sign and unit
+ * @return 0; PLDM_ERROR_ARGUMENT on a null argument or if ctx has no transfer_op; -1 for a sensor
+ *         that is not enabled, from the eleventh reading on, and on a truncated answer; the
+ *         negative result of transfer_op on failure. Nothing is stored unless 0 is returned
  */
 SIDEBAND_EXPORT int32_t pldm_get_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id,
                                                 uint32_t* reading);
 
 /**
  * SetStateSensorEnables (0x20), the same for each composite sensor.
+ *
+ * The request is a heap block of 2 x (count + 3) bytes that is never freed, whatever the result
+ * (a transfer operation may hold on to it): not to be called over and over.
  * @param count  composite sensors, at most PLDM_COMPOSITE_SENSORS_MAX
- * @return 0; PLDM_ERROR_ARGUMENT where ctx is null or has no transfer_op, or on failed
- *         allocation; -1 where count is too large, and for the completion codes 0x80 and 0x82
- *         where transfer_op passes them through; the negative result of transfer_op on failure
+ * @return 0; PLDM_ERROR_ARGUMENT if ctx is null or has no transfer_op, or on failed allocation; -1
+ *         if count is too large, and for the completion codes 0x80 and 0x82 if transfer_op passes
+ *         them through; the result of transfer_op for any other code; its negative result on
+ *         failure
  */
 SIDEBAND_EXPORT int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id,
                                                      uint8_t count, uint8_t operational_state,
@@ -121,6 +131,9 @@ SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx,
 #define PLDM_PDR_NOT_FOUND 144
 /** Result of a conversion that the record does not allow, and of a failed traversal. */
 #define PLDM_PDR_NOT_USABLE 255
+
+/** The most records that pldm_PDR_traversal() reads. */
+#define PLDM_PDR_RECORDS_MAX 65536
 
 /** Common header of every PDR (DSP0248). */
 typedef struct SIDEBAND_PACKED pldm_pdr_header {
@@ -249,11 +262,13 @@ SIDEBAND_EXPORT int32_t pldm_get_pdr_repository_info(pldm_ctx* ctx, uint32_t* re
  * @param record_handle  the record wanted, 0 for the first; receives the handle of the next record
  *                       (0 behind the last) once the record is whole, otherwise it stays
  * @param buffer         receives the record, common header first; the bytes behind what came stay
- *                       as they were
+ *                       as they were. Of a part with a completion code other than 0 nothing is
+ *                       stored; what the parts before it brought stays
  * @param capacity       room at buffer in bytes; no more is written
  * @return 0; PLDM_PDR_NOT_FOUND on a null argument, a capacity of 0, a missing transfer_op or
- * failed allocation; -1 where a part has fewer bytes than it claims; the completion code where
- *         transfer_op passes one through; the negative result of transfer_op on failure
+ *         failed allocation; -1 if a part has fewer bytes than it claims; the completion code if
+ *         transfer_op passes one through, which may be equal to PLDM_PDR_NOT_FOUND; the negative
+ *         result of transfer_op on failure
  */
 SIDEBAND_EXPORT int32_t pldm_get_pdr(pldm_ctx* ctx, uint32_t* record_handle, uint8_t* buffer,
                                      uint32_t capacity);
@@ -271,10 +286,17 @@ SIDEBAND_EXPORT int32_t pldm_get_full_pdr(pldm_ctx* ctx, uint32_t record_handle,
 
 /**
  * Reads every record from the first to the last, for the transfers' sake: the contents are
- * discarded. A record that pldm_get_pdr() does not get whole into PLDM_PDR_PART_SIZE bytes is asked
- * for again and again, without end: only for repositories whose records fit.
- * @return 0; PLDM_PDR_NOT_USABLE where ctx is null or on failed allocation; the low eight bits of
- *         the negative result of pldm_get_pdr(): 255 for -1
+ * discarded. The walk ends with handle 0, or after PLDM_PDR_RECORDS_MAX records: their handles go
+ * round then.
+ *
+ * A record that pldm_get_pdr() does not get whole into PLDM_PDR_PART_SIZE bytes is asked for again
+ * and again, without end: only for repositories whose records fit. So is a record that is answered
+ * with a completion code which transfer_op passes through, but every such answer counts as a
+ * record. The first record is asked for by handle 0: if it does not come whole, or is answered with
+ * a code, the walk ends with 0.
+ * @return 0; PLDM_PDR_NOT_USABLE if ctx is null or has no transfer_op, on failed allocation and if
+ *         the last record is not among the first PLDM_PDR_RECORDS_MAX; the low eight bits of the
+ *         negative result of pldm_get_pdr(): 255 for -1
  */
 SIDEBAND_EXPORT int32_t pldm_PDR_traversal(pldm_ctx* ctx);
 
