@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The PLDM discovery commands: requests, fields taken, texts, mismatches, several parts.
 #include <gtest/gtest.h>
-#include <sideband/pldm.h>
+#include <sideband/pldm_monitor.h>
+
+#include <algorithm>
+#include <functional>
+#include <utility>
 
 #include "pldm/pldm_fixture.h"
 
@@ -105,6 +109,73 @@ TEST_F(PldmGetTid, AnAnswerWithoutTheIdIsRefused) {
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(test::port().syslog, Texts{too_short("pldm_get_tid", 4)});
     EXPECT_EQ(ctx.tid, 9);
+}
+
+// ---- Operations of the caller's own ----
+
+class PldmOwnOperation : public PldmBase {
+protected:
+    /// Commands of each kind, with the room that they have for an answer.
+    std::vector<std::pair<int32_t, std::function<int32_t()>>> calls() {
+        return {{5, [&] { return pldm_get_tid(&ctx); }},
+                {17, [&] { return pldm_get_version(&ctx, 0); }},
+                {12, [&] { return pldm_get_type(&ctx); }},
+                {36, [&] { return pldm_get_commands(&ctx); }},
+                {14, [&] { return pldm_get_sensor_reading(&ctx, 1, &reading); }},
+                {143, [&] { return pldm_get_pdr(&ctx, &reading, record, sizeof record); }}};
+    }
+
+    uint32_t reading = 0xEEEEEEEE;
+    uint8_t record[16];
+};
+
+TEST_F(PldmOwnOperation, TheLengthOfTheResponseIsPresetToTheCapacity) {
+    static int32_t preset;
+    ctx.transfer_op = [](pldm_ctx* target, uint32_t, int32_t capacity, uint8_t*, uint8_t*) {
+        preset = target->response_length;
+        EXPECT_EQ(preset, capacity);
+        return -57;
+    };
+    for (const auto& [capacity, command] : calls()) {
+        ctx.response_length = -1;
+        EXPECT_EQ(test::run(command).result, -57);
+        EXPECT_EQ(preset, capacity);
+    }
+}
+
+TEST_F(PldmOwnOperation, AnAnswerWhoseLengthItLowersIsRefusedAsTruncated) {
+    ctx.transfer_op = [](pldm_ctx* target, uint32_t, int32_t, uint8_t* request, uint8_t* response) {
+        std::copy_n(request, 3, response);
+        target->response_length = 4;
+        return 0;
+    };
+    for (const auto& [capacity, command] : calls()) {
+        EXPECT_EQ(test::run(command).result, -1) << capacity;
+    }
+    EXPECT_EQ(reading, 0xEEEEEEEEu);
+}
+
+TEST_F(PldmOwnOperation, AContextWithoutEndpointIsEnoughForIt) {
+    pass_through(0, test::hex("00 00 02 00 2a"));
+    ctx.mctp = nullptr;
+    EXPECT_EQ(test::run([&] { return pldm_get_tid(&ctx); }).result, 0);
+    EXPECT_EQ(ctx.tid, 0x2A);
+}
+
+TEST_F(PldmOwnOperation, CommandsThatPromiseNoCompletionCodeDoNotLookAtIt) {
+    pass_through(0, test::hex("00 00 03 05 00 00 00 00 05 01 02 03 04"));
+    EXPECT_EQ(test::run([&] { return pldm_get_version(&ctx, 0); }).result, 0);
+    EXPECT_EQ(ctx.pldm_version, 0x04030201u);
+    pass_through(0, test::hex("00 00 05 05 3e"));
+    EXPECT_EQ(test::run([&] { return pldm_get_commands(&ctx); }).result, 0);
+    EXPECT_EQ(ctx.base_commands[0], 0x3E);
+    pass_through(0, test::hex("00 02 11 80 00 00 00 00 00 00 2a"));
+    EXPECT_EQ(test::run([&] { return pldm_get_sensor_reading(&ctx, 1, &reading); }).result, 0);
+    EXPECT_EQ(reading, 0x2Au);
+    pldm_state_reading state{};
+    pass_through(0, test::hex("00 02 21 80 01 00 05"));
+    EXPECT_EQ(test::run([&] { return pldm_get_state_sensor_reading(&ctx, 1, &state); }).result, 0);
+    EXPECT_EQ(state.present_state, 5);
 }
 
 // ---- GetPLDMTypes ----

@@ -79,6 +79,34 @@ TEST_F(PldmGetFruTableFixed, ALastPartShorterThanTheRoomLeavesZeros) {
     answer({table_part(0, 1, test::counting(54)), table_part(4, 0, test::counting(6, 54))});
     EXPECT_EQ(get(80).result, 0);
     EXPECT_EQ(table.head(80), test::counting(60) + Bytes(20, 0));
+    EXPECT_EQ(test::port().syslog,
+              Texts{"pldm_get_FRU_record_table_MX, last part of 6 bytes: 26 are wanted\n"});
+}
+
+TEST_F(PldmGetFruTableFixed, ALastPartThatBringsTheRestIsNotReported) {
+    for (unsigned surplus : {0, 1, 4}) {
+        answer({table_part(0, 1, test::counting(54)), table_part(4, 0, Bytes(26 + surplus))});
+        EXPECT_EQ(get(80).result, 0);
+    }
+    // An operation that does not tell the length is taken to have filled the response.
+    pass_through(0, table_part(5, 0, Bytes(3)));
+    EXPECT_EQ(get(54).result, 0);
+    EXPECT_TRUE(test::port().syslog.empty());
+    answer({table_part(5, 0, {})});
+    ctx.transfer_op = pldm_transfer;
+    EXPECT_EQ(get(1).result, 0);
+    EXPECT_EQ(test::port().syslog,
+              Texts{"pldm_get_FRU_record_table_MX, last part of 0 bytes: 1 are wanted\n"});
+}
+
+TEST_F(PldmGetFruTableFixed, PartsOfMoreThan54BytesAreReportedOnce) {
+    answer({table_part(0, 1, test::counting(55)), table_part(1, 2, test::counting(80, 55)),
+            table_part(4, 0, Bytes(12, 0xAA))});
+    EXPECT_EQ(get(120).result, 0);
+    EXPECT_EQ(table.head(120), test::counting(54) + test::counting(54, 55) + Bytes(12, 0xAA));
+    EXPECT_EQ(test::port().syslog,
+              Texts{"pldm_get_FRU_record_table_MX, part of 55 bytes is not the last: those behind "
+                    "54 are lost\n"});
 }
 
 TEST_F(PldmGetFruTableFixed, AMiddlePartWithLessThan54LeftEndsWithAWarning) {
@@ -237,6 +265,33 @@ TEST_F(PldmGetFruFields, EveryFieldOfTheTypeIsPrinted) {
                                "FRUData.fields[2].ctx = ok\n");
     EXPECT_EQ(endpoint.messages(), (Texts{"80 04 01", "81 04 02 00 00 00 00 01"}));
     EXPECT_EQ(endpoint.calls[1].capacity, 33);
+}
+
+TEST_F(PldmGetFruFields, ControlCharactersAreShownInHex) {
+    // Clears the screen and writes a line of its own; DEL, C1 alone and in UTF-8, then UTF-8.
+    serve(
+        test::hex("01 00 01 04 01  02 08 1b 5b 32 4a 0a 4f 4b 0d  02 03 7f 9b 41"
+                  "02 04 c2 9b c3 a9  02 03 42 00 1b"));
+    const Outcome outcome = fields(2);
+    EXPECT_EQ(outcome.result, 0);
+    EXPECT_TRUE(
+        outcome.out.ends_with("field_num = 4\n"
+                              "FRUData.fields[0].ctx = \\x1b[2J\\x0aOK\\x0d\n"
+                              "FRUData.fields[1].ctx = \\x7f\\x9bA\n"
+                              "FRUData.fields[2].ctx = \\xc2\\x9b\xc3\xa9\n"
+                              "FRUData.fields[3].ctx = B\n"))
+        << outcome.out;
+}
+
+TEST_F(PldmGetFruFields, TheLongestFieldOfControlCharactersIsShownWhole) {
+    serve(test::hex("01 00 01 01 01  02 ff") + Bytes(255, 0x1B));
+    const Outcome outcome = fields(2);
+    EXPECT_EQ(outcome.result, 0);
+    std::string shown;
+    for (int i = 0; i < 255; i++) {
+        shown += "\\x1b";
+    }
+    EXPECT_TRUE(outcome.out.ends_with("FRUData.fields[0].ctx = " + shown + "\n")) << outcome.out;
 }
 
 TEST_F(PldmGetFruFields, ATypeThatTheRecordDoesNotHavePrintsNoField) {

@@ -174,10 +174,14 @@ TEST_F(PldmFruRecord, EveryFailedAllocationIsReported) {
 
 TEST_F(PldmFruRecord, ReleaseNullsThePointersAndMayBeRepeated) {
     ASSERT_EQ(parse(kTable).result, 0);
+    const uint8_t count = record.number_of_fields;
+    EXPECT_NE(count, 0);
     freeFRUdata(&record);
     EXPECT_EQ(record.fields, nullptr);
+    EXPECT_EQ(record.number_of_fields, count);
     EXPECT_EQ(libc.live_blocks(), 0u);
     freeFRUdata(&record);
+    EXPECT_EQ(record.fields, nullptr);
     pldm_fru_record empty{};
     freeFRUdata(&empty);
     empty.number_of_fields = 3;
@@ -196,6 +200,7 @@ TEST_F(PldmFruRecord, PositionsAtTheLengthOrBehindAreOutside) {
 }
 
 TEST_F(PldmFruRecord, MetadataIsPrintedOnTheConsole) {
+    EXPECT_NE(sizeof(pldm_fru_metadata), 18u);  // the bytes of an answer behind its header
     print_pldm_metadata({1, 0, 0xFFFFFFFF, 0x80, 2, 0x103, 0xDEADBEEF});
     EXPECT_EQ(test::port().console,
               (Texts{"majorver     = 0x1\n", "minorver     = 0x0\n", "maxsize      = 0xffffffff\n",

@@ -291,6 +291,95 @@ TEST_F(PldmGetFruTable, AFailedAllocationIsABadArgument) {
     EXPECT_EQ(endpoint.calls.size(), 1u);
 }
 
+// ---- Parts that carry more than is taken of them ----
+
+constexpr const char* kSurplus60 =
+    "pldm_get_FRU_record_table, part of 60 bytes is not the last: those behind 54 are lost\n";
+
+TEST_F(PldmGetFruTable, PartsOfMoreThan54BytesMakeAWrongTableAndOneLine) {
+    answer({metadata_of(120), table_part(0, 1, test::counting(60)),
+            table_part(1, 2, test::counting(60, 60)), table_part(4, 0, Bytes(12, 0xAA))});
+    EXPECT_EQ(get(120).result, 0);
+    EXPECT_EQ(table.head(120), test::counting(54) + test::counting(54, 60) + Bytes(12, 0xAA));
+    EXPECT_EQ(test::port().syslog, Texts{kSurplus60});
+    // Once a call, not once for ever.
+    answer({metadata_of(60), table_part(0, 1, test::counting(60)), table_part(4, 0, Bytes(6))});
+    EXPECT_EQ(get(60).result, 0);
+    EXPECT_EQ(test::port().syslog, (Texts{kSurplus60, kSurplus60}));
+}
+
+TEST_F(PldmGetFruTable, APartOf55BytesIsTheShortestThatIsReported) {
+    answer({metadata_of(60), table_part(0, 1, test::counting(54)), table_part(4, 0, Bytes(6))});
+    EXPECT_EQ(get(60).result, 0);
+    EXPECT_TRUE(test::port().syslog.empty());
+    answer({metadata_of(60), table_part(0, 1, test::counting(55)), table_part(4, 0, Bytes(6))});
+    EXPECT_EQ(get(60).result, 0);
+    ASSERT_EQ(test::port().syslog.size(), 1u);
+    EXPECT_EQ(test::port().syslog[0],
+              "pldm_get_FRU_record_table, part of 55 bytes is not the last: those behind 54 are "
+              "lost\n");
+}
+
+TEST_F(PldmGetFruTable, ATableThatCameInOnePartWhichIsNotTheLastIsReported) {
+    // The answer fills all the room that there is for it: 100 + 16 bytes.
+    answer({metadata_of(100), table_part(0, 1, test::counting(107)), table_part(4, 0, Bytes(46))});
+    EXPECT_EQ(get(100).result, 0);
+    EXPECT_EQ(test::port().syslog,
+              Texts{"pldm_get_FRU_record_table, part of 107 bytes is not the last: those behind "
+                    "54 are lost\n"});
+}
+
+TEST_F(PldmGetFruTable, PadAndChecksumBehindTheLastBytesAreNotReported) {
+    answer({metadata_of(64), table_part(0, 1, test::counting(54)),
+            table_part(1, 2, test::counting(10, 54) + Bytes(50, 0xFF))});
+    EXPECT_EQ(get(64).result, 0);
+    answer({metadata_of(54), table_part(1, 2, test::counting(54) + Bytes(6, 0xFF))});
+    EXPECT_EQ(get(54).result, 0);
+    EXPECT_TRUE(test::port().syslog.empty());
+}
+
+/// pldm_transfer, but for the length of the response, which it does not tell.
+int32_t transfer_without_length(pldm_ctx* ctx, uint32_t length, int32_t capacity, uint8_t* request,
+                                uint8_t* response) {
+    const int32_t result = pldm_transfer(ctx, length, capacity, request, response);
+    ctx->response_length = capacity;
+    return result;
+}
+
+/// pldm_transfer by another name.
+int32_t transfer_with_length(pldm_ctx* ctx, uint32_t length, int32_t capacity, uint8_t* request,
+                             uint8_t* response) {
+    return pldm_transfer(ctx, length, capacity, request, response);
+}
+
+TEST_F(PldmGetFruTable, AnOperationThatTellsNoLengthIsNotReported) {
+    ctx.transfer_op = transfer_without_length;
+    answer({metadata_of(100), table_part(0, 1, test::counting(54)),
+            table_part(4, 0, test::counting(46, 54))});
+    EXPECT_EQ(get(100).result, 0);
+    EXPECT_EQ(table.head(100), test::counting(100));
+    EXPECT_TRUE(test::port().syslog.empty());
+    ctx.transfer_op = transfer_with_length;
+    answer({metadata_of(100), table_part(0, 1, test::counting(60)), table_part(4, 0, Bytes(46))});
+    EXPECT_EQ(get(100).result, 0);
+    EXPECT_EQ(test::port().syslog, Texts{kSurplus60});
+}
+
+TEST_F(PldmGetFruTable, ADeviceThatNeverEndsIsAskedForTheLongestTableAndNoMore) {
+    static int asked;
+    asked = 0;
+    ctx.transfer_op = [](pldm_ctx*, uint32_t, int32_t capacity, uint8_t* request,
+                         uint8_t* response) {
+        const Bytes body =
+            request[2] == 1 ? metadata_of(PLDM_FRU_TABLE_LENGTH_MAX) : table_part(1, 1, Bytes(54));
+        std::copy_n(body.begin(), std::min(body.size(), static_cast<size_t>(capacity)), response);
+        asked += request[2] == 1 ? 0 : 1;
+        return 0;
+    };
+    EXPECT_EQ(get(PLDM_FRU_TABLE_LENGTH_MAX).result, 0);
+    EXPECT_EQ(asked, 19419);
+}
+
 // ---- Devices that lie ----
 
 TEST_F(PldmGetFruTable, ATableOfNoBytesWritesNothing) {

@@ -354,11 +354,27 @@ TEST_F(PdrGet, CompletionCodesThatWerePassedThroughAreNamed) {
 TEST_F(PdrGet, OtherCompletionCodesThatWerePassedThroughEndTheCallToo) {
     for (const auto& [code, message] :
          {std::pair{1, "pldm_get_pdr, rc=1\n"}, std::pair{0x7F, "pldm_get_pdr, rc=127\n"},
-          std::pair{0x86, "pldm_get_pdr, rc=134\n"}, std::pair{0xFF, "pldm_get_pdr, rc=255\n"}}) {
+          std::pair{0x86, "pldm_get_pdr, rc=134\n"}, std::pair{0x90, "pldm_get_pdr, rc=144\n"},
+          std::pair{0xFF, "pldm_get_pdr, rc=255\n"}}) {
         messages().clear();
         pass_through(0, {0x00, 0x02, 0x51, static_cast<uint8_t>(code)});
         expect_failure(get(), code, {message});
     }
+}
+
+TEST_F(PdrGet, OfASecondPartWithAnotherCodeNothingIsStoredAndTheFirstStays) {
+    ctx.transfer_op = [](pldm_ctx*, uint32_t, int32_t, uint8_t* request, uint8_t* response) {
+        const bool first = request[11] == 1;
+        Bytes body = pdr_answer(test::counting(10, first ? 0x10 : 0x40), {5, 1, 1});
+        body[3] = first ? 0x00 : 0x84;
+        std::copy(body.begin(), body.end(), response);
+        return 0;
+    };
+    EXPECT_EQ(get().result, 0x84);
+    EXPECT_EQ(handle, kHandle);
+    EXPECT_EQ(buffer.head(10), test::counting(10, 0x10));
+    EXPECT_TRUE(buffer.untouched_from(10));
+    EXPECT_EQ(messages(), Texts{"PLDM_MONITOR_TRANSFER_TIMEOUT\n"});
 }
 
 TEST_F(PdrGet, BadArgumentsSendNothing) {

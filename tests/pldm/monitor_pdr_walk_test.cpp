@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 #include <sideband/pldm_monitor.h>
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
+#include <utility>
 
 #include "pldm/pdr_records.h"
 #include "pldm/pldm_fixture.h"
@@ -11,6 +14,7 @@
 namespace {
 
 using test::Bytes;
+using test::Outcome;
 using test::pdr_answer;
 using test::PdrRepository;
 using test::operator+;
@@ -251,6 +255,109 @@ TEST_F(PdrTraversal, ANullContextGives255) {
 TEST_F(PdrTraversal, AMissingOperationGives255) {
     ctx.transfer_op = nullptr;
     EXPECT_EQ(walk(), 255);
+    EXPECT_EQ(libc.allocations(), 0);
+}
+
+/// A terminus whose records are made when they are asked for: walks of many thousands.
+class PdrLongTraversal : public PdrTraversal {
+protected:
+    /// Makes the n-th answer, from 0; an empty one fails the exchange.
+    using Script = std::function<Bytes(unsigned n)>;
+
+    /// @return the result. What is asked for beyond ASKED_MAX fails
+    int32_t walk_over(Script script) {
+        static Script answer_of;
+        static unsigned count;
+        answer_of = std::move(script);
+        count = 0;
+        ctx.transfer_op = [](pldm_ctx* target, uint32_t, int32_t capacity, uint8_t*,
+                             uint8_t* response) {
+            const Bytes answer = count < ASKED_MAX ? answer_of(count) : Bytes();
+            ++count;
+            target->response_length = std::min(static_cast<int32_t>(answer.size()), capacity);
+            std::copy_n(answer.begin(), target->response_length, response);
+            return answer.empty() ? -1 : 0;
+        };
+        const Outcome outcome = test::run([&] { return pldm_PDR_traversal(&ctx); });
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(libc.live_blocks(), 0u);
+        asked = count;
+        return outcome.result;
+    }
+    static Bytes whole(uint32_t next) { return pdr_answer(Bytes(10), {.next_record = next}); }
+    static Bytes too_long() { return pdr_answer(Bytes(129), {.next_record = 7}); }
+    static Bytes refused(uint8_t code) { return {0x00, 0x02, 0x51, code}; }
+
+    static constexpr unsigned ASKED_MAX = 3 * PLDM_PDR_RECORDS_MAX;
+    const Texts endless{"pldm_PDR_traversal, no last record among 65536\n"};
+    unsigned asked = 0;
+};
+
+TEST_F(PdrLongTraversal, HandlesThatGoRoundEndTheWalkWith255After65536Records) {
+    EXPECT_EQ(walk_over([](unsigned n) { return whole(n % 2 == 0 ? 1 : 2); }), 255);
+    EXPECT_EQ(asked, 65536u);
+    EXPECT_EQ(messages(), endless);
+}
+
+TEST_F(PdrLongTraversal, AWholeRecordThatNamesItselfEndsTheWalkWith255) {
+    EXPECT_EQ(walk_over([](unsigned) { return whole(5); }), 255);
+    EXPECT_EQ(asked, 65536u);
+    EXPECT_EQ(messages(), endless);
+}
+
+TEST_F(PdrLongTraversal, ARepositoryOf65536RecordsIsWalkedToItsEnd) {
+    EXPECT_EQ(walk_over([](unsigned n) { return whole(n == 65535 ? 0 : n + 1); }), 0);
+    EXPECT_EQ(asked, 65536u);
+    EXPECT_EQ(messages(), Texts{});
+    EXPECT_EQ(walk_over([](unsigned n) { return whole(n == 65536 ? 0 : n + 1); }), 255);
+    EXPECT_EQ(asked, 65536u);
+}
+
+TEST_F(PdrLongTraversal, RecordsInPartsCountOnceEach) {
+    const auto script = [](unsigned n) {
+        const uint32_t next = n == 2 * 65536 - 1 ? 0 : n / 2 + 1;
+        return pdr_answer(Bytes(10), {next, 1, static_cast<uint8_t>(n % 2 == 0 ? 1 : 4)});
+    };
+    EXPECT_EQ(walk_over(script), 0);
+    EXPECT_EQ(asked, 2 * 65536u);
+}
+
+TEST_F(PdrLongTraversal, ARecordThatDoesNotComeWholeIsAskedForWithoutBound) {
+    const auto script = [](unsigned n) {
+        return n == 0 ? whole(7) : n <= 2 * 65536 ? too_long() : whole(0);
+    };
+    EXPECT_EQ(walk_over(script), 0);
+    EXPECT_EQ(asked, 2 * 65536u + 2);
+}
+
+// ---- Completion codes that an operation passes through ----
+
+TEST_F(PdrLongTraversal, Code90IsNoBadArgument) {
+    EXPECT_EQ(walk_over([](unsigned) { return refused(0x90); }), 0);
+    EXPECT_EQ(asked, 1u);
+    EXPECT_EQ(messages(), Texts{"pldm_get_pdr, rc=144\n"});
+}
+
+TEST_F(PdrLongTraversal, ACodeOfTheFirstRecordEndsTheWalkAtHandleZero) {
+    for (unsigned code = 1; code <= 255; code++) {
+        EXPECT_EQ(walk_over([&](unsigned) { return refused(static_cast<uint8_t>(code)); }), 0);
+        EXPECT_EQ(asked, 1u) << code;
+    }
+}
+
+TEST_F(PdrLongTraversal, ALaterRecordThatIsRefusedIsAskedForAgain) {
+    for (uint8_t code : {0x01, 0x82, 0x90, 0xFF}) {
+        const auto script = [&](unsigned n) {
+            return n == 0 ? whole(7) : n <= 100 ? refused(code) : whole(0);
+        };
+        EXPECT_EQ(walk_over(script), 0) << int{code};
+        EXPECT_EQ(asked, 102u) << int{code};
+    }
+}
+
+TEST_F(PdrLongTraversal, RefusalsWithoutEndCountAsRecords) {
+    EXPECT_EQ(walk_over([](unsigned n) { return n == 0 ? whole(7) : refused(0x90); }), 255);
+    EXPECT_EQ(asked, 65536u);
 }
 
 TEST_F(PdrTraversal, EveryFailedAllocationGives255) {

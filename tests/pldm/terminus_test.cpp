@@ -88,13 +88,15 @@ TEST_F(PldmTerminus, InitOfNullFails) {
 }
 
 TEST_F(PldmTerminus, InitOfABoundContextFreesItsEndpointWithAWarning) {
-    ctx = garbage();
-    ctx.mctp = heap_endpoint();
+    const mctp_ctx config = known();
+    ASSERT_EQ(pldm_terminus_init(&ctx, &config), 0);
+    ctx.tid = 9;
     const Outcome outcome = test::run([&] { return pldm_init(&ctx); });
     EXPECT_EQ(outcome.result, 0);
     EXPECT_EQ(outcome.out, kWarning);
     EXPECT_EQ(ctx.mctp, nullptr);
     expect_unbound(ctx);
+    EXPECT_EQ(libc.live_blocks(), 0u);
 }
 
 TEST_F(PldmTerminus, RegisterBindsTheEndpointAndSetsItsMessageType) {
@@ -110,12 +112,14 @@ TEST_F(PldmTerminus, RegisterBindsTheEndpointAndSetsItsMessageType) {
 }
 
 TEST_F(PldmTerminus, RegisterOfABoundContextFreesTheOldEndpointWithAWarning) {
-    ctx.mctp = heap_endpoint();
+    const mctp_ctx config = known();
+    ASSERT_EQ(pldm_terminus_init(&ctx, &config), 0);
     mctp_ctx mctp{};
     const Outcome outcome = test::run([&] { return mctp_pldm_register(&mctp, &ctx); });
     EXPECT_EQ(outcome.result, 0);
     EXPECT_EQ(outcome.out, kWarning);
     EXPECT_EQ(ctx.mctp, &mctp);
+    EXPECT_EQ(libc.live_blocks(), 0u);
 }
 
 TEST_F(PldmTerminus, RegisterOfNullFailsAndTouchesNothing) {
@@ -261,6 +265,8 @@ TEST_F(PldmTerminus, DeinitFreesTheEndpointAndKeepsTheRest) {
     ctx.instance_id = 3;
     Bytes expected = bytes_of(ctx);
     std::fill_n(expected.begin() + offsetof(pldm_ctx, mctp), sizeof ctx.mctp, uint8_t{0});
+    // The library's own notes about the endpoint are the last members.
+    std::fill(expected.begin() + offsetof(pldm_ctx, owned_mctp), expected.end(), uint8_t{0});
     const Outcome outcome = test::run([&] { return pldm_terminus_deinit(&ctx); });
     EXPECT_EQ(outcome.result, 0);
     EXPECT_EQ(outcome.out, "");
@@ -334,12 +340,13 @@ TEST_F(PldmTerminus, DiscoverIntoANullContextAddsTheTwoFailuresUp) {
 
 TEST_F(PldmTerminus, DiscoverFreesAnEndpointThatWasStillBoundWithAWarning) {
     test::Endpoint device({test::hex("00 00 02 05")});
-    ctx.mctp = heap_endpoint();
     const mctp_ctx config = known();
+    ASSERT_EQ(pldm_terminus_init(&ctx, &config), 0);
     const Outcome outcome = test::run([&] { return discover_pldm_terminus(&ctx, &config); });
     EXPECT_EQ(outcome.result, -1);
     EXPECT_EQ(outcome.out,
               std::string(kWarning) + "command:0x2 is not successful, completion code:0x5\n");
+    EXPECT_EQ(libc.live_blocks(), 0u);
 }
 
 TEST_F(PldmTerminus, DiscoverWhoseBringUpFailsIsLoggedAndLeavesTheContextAsItWas) {

@@ -312,6 +312,18 @@ TEST_F(PldmTransfer, ARequestWithoutAWholeHeaderIsRefusedWithoutAMessage) {
     }
     EXPECT_TRUE(endpoint.calls.empty());
     EXPECT_EQ(ctx.instance_id, 0);
+    EXPECT_EQ(ctx.last_command, 0);
+    EXPECT_EQ(ctx.completion_code, 0);
+    EXPECT_EQ(libc.sleeps, Sleeps());
+}
+
+TEST_F(PldmTransfer, ADeviceThatAnswersWith30LooksLikeOneThatDoesNotAnswer) {
+    EXPECT_EQ(transfer(test::hex("80 00 02")).result, -1);
+    EXPECT_EQ(ctx.completion_code, PLDM_CC_RETRIES_EXHAUSTED);
+    ctx.completion_code = 0;
+    endpoint.answer({"00 00 02 30"});
+    EXPECT_EQ(transfer(test::hex("80 00 02")).result, -1);
+    EXPECT_EQ(ctx.completion_code, PLDM_CC_RETRIES_EXHAUSTED);
 }
 
 TEST_F(PldmTransfer, NoCompletionCodeIsReadBehindASmallBuffer) {
