@@ -4,7 +4,6 @@
 #include <sideband/pldm_fw_update.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
 
 #include "fuzz/check.h"

@@ -18,7 +18,7 @@ constexpr uint32_t kFieldHeaderSize = 2;   // type, length
 
 /// Copies the field at a position.
 /// @param position  advanced behind the field
-/// @return false where the table ends before the field, or memory does
+/// @return false if the table ends before the field, or memory does
 bool parse_field(const uint8_t* table, uint32_t length, uint32_t& position, pldm_fru_field& field) {
     if (isBufOverFlow(position, length) != 0 || isBufOverFlow(position + 1, length) != 0) {
         return false;

@@ -61,7 +61,7 @@ int32_t exchange_metadata(pldm_ctx& ctx, const char* announcement, MetadataRespo
     return result;
 }
 
-/// @return false where the answer ends before the length
+/// @return false if the answer ends before the length
 bool table_length_of(const pldm_ctx& ctx, const MetadataResponse& response, const char* function,
                      uint32_t& length) {
     if (!pldm_response_has(ctx, kTableLengthEnd)) {
@@ -177,7 +177,7 @@ int32_t learn_table_length(pldm_ctx& ctx, uint32_t expected, uint32_t& length) {
 
 /// Takes the data of one part.
 /// @param rest  the part of the table that is still to come; cut to what is to come after this
-/// @return 0, PLDM_ERROR_ARGUMENT where the part is shorter than it must be
+/// @return 0, PLDM_ERROR_ARGUMENT if the part is shorter than it must be
 int32_t take_part(const pldm_ctx& ctx, std::span<const uint8_t> response,
                   std::span<uint8_t>& rest) {
     const auto remaining = static_cast<int>(rest.size());
@@ -249,7 +249,7 @@ int32_t read_parts(pldm_ctx& ctx, std::span<uint8_t> table) {
 constexpr const char* kRule = "===================================";
 
 /// One exchange of the reader for answers of one size, framed by its lines.
-/// @param ended  set where the transfer cannot go on
+/// @param ended  set if the transfer cannot go on
 /// @return the result of transfer_op
 int32_t exchange_fixed_part(pldm_ctx& ctx, TableRequest& request, std::span<uint8_t> response,
                             bool& ended) {
@@ -299,7 +299,7 @@ void take_last_fixed_part(const pldm_ctx& ctx, std::span<const uint8_t> response
 }
 
 /// Copies a part that is not the last one, or what of it there is room for.
-/// @param rest  empty afterwards where there will be no other part
+/// @param rest  empty afterwards if there will be no other part
 void take_fixed_part(std::span<const uint8_t> response, std::span<uint8_t>& rest, size_t length) {
     const size_t size = std::min<size_t>(rest.size(), PLDM_FRU_PART_SIZE);
     std::memcpy(rest.data(), response.data() + kFlagEnd, size);

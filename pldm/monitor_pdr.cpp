@@ -114,7 +114,7 @@ uint16_t change_number(std::span<const uint8_t> response) {
     return reader.le16();
 }
 
-/// Room for the answers of one record; null where the allocation failed.
+/// Room for the answers of one record; null if the allocation failed.
 using PartRoom = HeapPtr<uint8_t[]>;
 
 PartRoom allocate_part() {

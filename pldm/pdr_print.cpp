@@ -79,7 +79,7 @@ void print_members(WireReader& record, std::span<const Line> lines) {
 }
 
 /// Prints the composite sensor at which the reader stands, as far as the record goes.
-/// @return false where the record ends before it does
+/// @return false if the record ends before it does
 bool print_composite_sensor(WireReader& record, int index) {
     const uint16_t id = record.le16();
     const uint8_t size = record.u8();

@@ -105,13 +105,13 @@ struct pldm_ctx {
  * command code into byte 2.
  */
 
-/** PLDM type 0. @return 0; -1 where request is null */
+/** PLDM type 0. @return 0; -1 if request is null */
 SIDEBAND_EXPORT int32_t pldm_request_init(uint8_t* request);
 
-/** PLDM type 2. @return 0; PLDM_ERROR_ARGUMENT where request is null */
+/** PLDM type 2. @return 0; PLDM_ERROR_ARGUMENT if request is null */
 SIDEBAND_EXPORT int32_t pldm_monitor_request_init(uint8_t* request);
 
-/** PLDM type 4. @return 0; -1 where request is null */
+/** PLDM type 4. @return 0; -1 if request is null */
 SIDEBAND_EXPORT int32_t pldm_FRU_request_init(uint8_t* request);
 
 /** PLDM type 5; request must not be null. @return 0 */

@@ -34,10 +34,10 @@ SIDEBAND_BEGIN_DECLS
  * the layout is not that of the wire.
  */
 typedef struct pldm_fru_metadata {
-    uint8_t majorver;   /**< FRUDATAMajorVersion */
-    uint8_t minorver;   /**< FRUDATAMinorVersion */
-    uint32_t maxsize;   /**< FRUTableMaximumSize in bytes, 0 where SetFRURecordTable is unknown */
-    uint32_t table_len; /**< FRUTableLength in bytes, without pad and checksum */
+    uint8_t majorver;      /**< FRUDATAMajorVersion */
+    uint8_t minorver;      /**< FRUDATAMinorVersion */
+    uint32_t maxsize;      /**< FRUTableMaximumSize in bytes, 0 if SetFRURecordTable is unknown */
+    uint32_t table_len;    /**< FRUTableLength in bytes, without pad and checksum */
     uint16_t setIdent_num; /**< record set identifiers in the table */
     uint16_t record_num;   /**< records in the table */
     uint32_t checksum;     /**< CRC-32 of the table and its pad bytes */
@@ -47,7 +47,7 @@ typedef struct pldm_fru_metadata {
 typedef struct pldm_fru_field {
     uint8_t type;   /**< field type; its meaning depends on the record type */
     uint8_t length; /**< bytes of the value, without the NUL behind it */
-    char* value;    /**< the bytes as received, then a NUL; null where parsing ended before it */
+    char* value;    /**< the bytes as received, then a NUL; null if parsing ended before it */
 } pldm_fru_field;
 
 /** One record. It owns the array and every value; freeFRUdata() releases them. */
@@ -84,13 +84,13 @@ SIDEBAND_EXPORT int32_t pldm_get_FRU_record_table_metadata(pldm_ctx* ctx, uint32
  * line of debug_log() says so, one a call. A device can spread a table over
  * PLDM_FRU_TABLE_LENGTH_MAX / PLDM_FRU_PART_SIZE exchanges, 19,419 of them, and no more.
  * @param destination      receives the table: room for expected_length bytes, or for the length in
- *                         the metadata (at most PLDM_FRU_TABLE_LENGTH_MAX) where that is 0. After a
+ *                         the metadata (at most PLDM_FRU_TABLE_LENGTH_MAX) if that is 0. After a
  *                         failure it holds the parts that came before; never is more written
  * @param expected_length  the length that the table must have; 0: any
  * @return 0; -1 on a null argument, a missing transfer_op or metadata too short for a length; the
- *         negative result of transfer_op on failure; PLDM_ERROR_ARGUMENT where the table's length
+ *         negative result of transfer_op on failure; PLDM_ERROR_ARGUMENT if the table's length
  *         is not the expected one or above PLDM_FRU_TABLE_LENGTH_MAX, on failed allocation, and
- *         where a part is shorter than the table still needs; the last completion code that
+ *         if a part is shorter than the table still needs; the last completion code that
  *         transfer_op passed through (the table is whole then unless it is 0x80, 0x81 or 0x85)
  */
 SIDEBAND_EXPORT int32_t pldm_get_FRU_record_table(pldm_ctx* ctx, uint8_t* destination,
@@ -146,7 +146,7 @@ SIDEBAND_EXPORT int32_t pldm_parse_record_table(const uint8_t* table, pldm_fru_r
  */
 SIDEBAND_EXPORT void freeFRUdata(pldm_fru_record* record);
 
-/** @return 1 where a position is not below a length, else 0 */
+/** @return 1 if a position is not below a length, else 0 */
 SIDEBAND_EXPORT int32_t isBufOverFlow(uint32_t position, uint32_t length);
 
 SIDEBAND_END_DECLS

@@ -20,7 +20,7 @@ SIDEBAND_BEGIN_DECLS
 /** sensorOperationalState: the reading is valid. */
 #define PLDM_SENSOR_ENABLED 0
 
-/** Result of pldm_get_state_sensor_reading_from_HEALTH() where there is no such reading. */
+/** Result of pldm_get_state_sensor_reading_from_HEALTH() if there is no such reading. */
 #define PLDM_SENSOR_NOT_FOUND 144
 
 /** One field of GetStateSensorReadings. */
@@ -86,7 +86,7 @@ SIDEBAND_EXPORT int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sen
 /**
  * GetStateSensorReadings (0x21): the first composite sensor that is enabled.
  * @param out  its three state bytes are filled, sensor_operational_state is not written;
- *             untouched where no composite sensor is enabled
+ *             untouched if no composite sensor is enabled
  * @return 0; -1 on a null argument, a missing transfer_op, failed allocation or a truncated
  *         answer; the negative result of transfer_op on failure
  */
@@ -96,7 +96,7 @@ SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t se
 /**
  * GetStateSensorReadings (0x21): the composite sensor at one position.
  * @param index  position from 0
- * @return 0 with out filled; PLDM_SENSOR_NOT_FOUND where the answer has no enabled field there;
+ * @return 0 with out filled; PLDM_SENSOR_NOT_FOUND if the answer has no enabled field there;
  *         PLDM_ERROR_ARGUMENT on a null argument, a missing transfer_op or failed allocation;
  *         the negative result of transfer_op on failure
  */
@@ -127,7 +127,7 @@ SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx,
 #define PLDM_DATA_SIZE_SINT32 5
 #define PLDM_DATA_SIZE_REAL32 6
 
-/** Result where there is no such state set, and of pldm_get_pdr() for a bad argument. */
+/** Result if there is no such state set, and of pldm_get_pdr() for a bad argument. */
 #define PLDM_PDR_NOT_FOUND 144
 /** Result of a conversion that the record does not allow, and of a failed traversal. */
 #define PLDM_PDR_NOT_USABLE 255
@@ -246,8 +246,8 @@ SIDEBAND_STATIC_ASSERT(sizeof(pldm_pdr) == 105, "decoded record");
 /**
  * GetPDRRepositoryInfo (0x50).
  * @param record_count  receives the number of records
- * @return 0; PLDM_ERROR_ARGUMENT on a null argument or where ctx has no transfer_op; -1 on a
- *         truncated answer; the completion code where transfer_op passes one through; the negative
+ * @return 0; PLDM_ERROR_ARGUMENT on a null argument or if ctx has no transfer_op; -1 on a
+ *         truncated answer; the completion code if transfer_op passes one through; the negative
  *         result of transfer_op on failure. Nothing is stored unless 0 is returned
  */
 SIDEBAND_EXPORT int32_t pldm_get_pdr_repository_info(pldm_ctx* ctx, uint32_t* record_count);
@@ -318,7 +318,7 @@ SIDEBAND_EXPORT int32_t pldm_get_data_size(uint8_t code);
  * Decodes a record by its PDRType.
  * @param raw  the record, common header first
  * @param out  receives the decoded record; the members of other types are left alone
- * @return 0; -1 on a null argument, for a type other than numeric and state sensor, and where the
+ * @return 0; -1 on a null argument, for a type other than numeric and state sensor, and if the
  *         decoder of the type refuses the record
  */
 SIDEBAND_EXPORT int32_t pldm_parse_pdr(const uint8_t* raw, pldm_pdr* out);
@@ -327,7 +327,7 @@ SIDEBAND_EXPORT int32_t pldm_parse_pdr(const uint8_t* raw, pldm_pdr* out);
  * Decodes a Numeric Sensor PDR, whatever its PDRType. All nine range values are read, whatever
  * rangeFieldSupport says.
  * @param out  zero it beforehand: narrow values do not fill their slots
- * @return 0; -1 on a null argument, and where sensorDataSize or rangeFieldFormat does not exist;
+ * @return 0; -1 on a null argument, and if sensorDataSize or rangeFieldFormat does not exist;
  *         the members before the invalid one's values are then written
  */
 SIDEBAND_EXPORT int32_t pldm_parse_numeric_sensor_pdr(const uint8_t* raw,
@@ -343,8 +343,8 @@ SIDEBAND_EXPORT int32_t pldm_parse_state_sensor_pdr(const uint8_t* raw, pldm_sta
  * Finds a composite sensor by its state set.
  * @param state_set_id  stateSetID wanted (DSP0249)
  * @param index         receives its position from 0; untouched otherwise
- * @return 0; PLDM_PDR_NOT_FOUND on a null argument, where no composite sensor has that state set,
- *         and where the search leaves the record
+ * @return 0; PLDM_PDR_NOT_FOUND on a null argument, if no composite sensor has that state set,
+ *         and if the search leaves the record
  */
 SIDEBAND_EXPORT int32_t pldm_find_ctrl_state_set_idx(uint16_t state_set_id,
                                                      const pldm_state_sensor_pdr* state_pdr,
@@ -356,9 +356,9 @@ SIDEBAND_EXPORT int32_t pldm_find_ctrl_state_set_idx(uint16_t state_set_id,
  * Converts a raw reading: offset + reading x resolution, one fused multiply-add in single
  * precision, truncated to an unsigned 32-bit number with saturation (negative values and NaN give
  * 0), of which the low eight bits are returned. Units and unitModifier are not applied. An 8-bit
- * reading is taken as unsigned even where sensorDataSize says signed.
+ * reading is taken as unsigned even if sensorDataSize says signed.
  * @param raw_reading  as pldm_get_sensor_reading() delivers it
- * @return the value modulo 256; PLDM_PDR_NOT_USABLE where the record is null or its sensorDataSize
+ * @return the value modulo 256; PLDM_PDR_NOT_USABLE if the record is null or its sensorDataSize
  *         is no integer
  */
 SIDEBAND_EXPORT uint8_t pldm_numeric_reading_conversion(uint32_t raw_reading,
@@ -368,7 +368,7 @@ SIDEBAND_EXPORT uint8_t pldm_numeric_reading_conversion(uint32_t raw_reading,
  * Converts a raw reading by the type of its record.
  * @param pdr      a decoded record
  * @param convert  0: no conversion, the low byte of the reading
- * @return PLDM_PDR_NOT_USABLE for a null record and, where convert is not 0, for a numeric
+ * @return PLDM_PDR_NOT_USABLE for a null record and, if convert is not 0, for a numeric
  *         effecter; pldm_numeric_reading_conversion() for a numeric sensor; the low byte of the
  *         reading for any other type
  */
@@ -406,7 +406,7 @@ SIDEBAND_EXPORT extern const uint32_t pldm_state_state_num;
 /**
  * The name of a state set.
  * @param dst  PLDM_STATE_SET_NAME_SIZE bytes; receives the name padded with NULs, an empty string
- *             where STATE_TABLE has no such state set. Null: nothing is done
+ *             if STATE_TABLE has no such state set. Null: nothing is done
  */
 SIDEBAND_EXPORT void lookup_state_set_string(uint16_t state_set_id, char* dst);
 
