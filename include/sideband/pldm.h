@@ -68,15 +68,15 @@ typedef int32_t (*pldm_send_op)(pldm_ctx* ctx, uint32_t length, const uint8_t* m
  * lower it to the bytes that it has stored, so that what an answer lacks is refused as truncated;
  * if it leaves it, the response counts as filled.
  *
- * An operation that returns 0 whatever the completion code passes the code through: the functions
- * that look at it return it, a positive result, if their description says so. The other ones do
- * not look at it and take the answer for a success.
+ * An operation that returns 0 whatever the completion code passes the code through. Of the
+ * functions in this header, pldm_monitor.h and pldm_fru.h those that look at it say what comes of
+ * it, mostly that it is their result, a positive one. The other ones take the answer for a success.
  *
  * @param request_length     bytes at request, at least PLDM_HEADER_SIZE; request[0] to request[2]
  *                           are the header, in which the operation may stamp the instance ID
  * @param response_capacity  room at response in bytes; no more may be written
- * @return 0 (not a length) if there is an answer; negative if not, which the library hands on as
- *         it is
+ * @return 0 (not a length) if there is an answer; negative if not, which is the result of the
+ *         calling function too unless that says otherwise
  */
 typedef int32_t (*pldm_transfer_op)(pldm_ctx* ctx, uint32_t request_length,
                                     int32_t response_capacity, uint8_t* request, uint8_t* response);

@@ -96,9 +96,10 @@ SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t se
 /**
  * GetStateSensorReadings (0x21): the composite sensor at one position.
  * @param index  position from 0
- * @return 0 with out filled; PLDM_SENSOR_NOT_FOUND if the answer has no enabled field there;
- *         PLDM_ERROR_ARGUMENT on a null argument, a missing transfer_op or failed allocation;
- *         the negative result of transfer_op on failure
+ * @return 0 with out filled, or a completion code that transfer_op passed through with a field;
+ *         PLDM_SENSOR_NOT_FOUND if the answer has no enabled field there; PLDM_ERROR_ARGUMENT on
+ *         a null argument, a missing transfer_op or failed allocation; the negative result of
+ *         transfer_op on failure
  */
 SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx, uint16_t sensor_id,
                                                                   pldm_state_reading* out,
@@ -279,7 +280,8 @@ SIDEBAND_EXPORT int32_t pldm_get_pdr(pldm_ctx* ctx, uint32_t* record_handle, uin
  * @param record_handle  the record wanted, 0 for the first
  * @param parsed         receives the decoded record; zero it beforehand (see pldm_pdr_slot)
  * @return 0; -1 on a null argument, failed allocation, a record that is shorter than its type
- *         demands or that pldm_parse_pdr() refuses, and on a truncated answer; the negative result
+ *         demands (as is one for which transfer_op passes a completion code through) or that
+ *         pldm_parse_pdr() refuses, and on a truncated answer; the negative result
  *         of transfer_op on failure
  */
 SIDEBAND_EXPORT int32_t pldm_get_full_pdr(pldm_ctx* ctx, uint32_t record_handle, pldm_pdr* parsed);
