@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # Runs every fuzz target of a build for a while, as many at once as there are processors:
-# fuzz.sh BUILD_DIRECTORY CORPUS_DIRECTORY SECONDS [TARGET=SECONDS...]
+# fuzz.sh BUILD_DIRECTORY SECONDS [TARGET=SECONDS...]
 set -euo pipefail
 
-build=$1 corpus=$2 seconds=$3
+build=$1 seconds=$2
 declare -A seconds_of=()
-for setting in "${@:4}"; do
+for setting in "${@:3}"; do
     seconds_of[${setting%%=*}]=${setting#*=}
 done
 
@@ -17,10 +17,8 @@ fuzz() {
     found=$build/found/$name
     log=$found/log
     mkdir -p "$found/corpus"
-    local seeds=()
-    [[ -d $corpus/$name ]] && seeds=("$corpus/$name")
     if "$target" -max_total_time="$2" -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 \
-        -artifact_prefix="$found/" "$found/corpus" "${seeds[@]}" >"$log" 2>&1; then
+        -artifact_prefix="$found/" "$found/corpus" "$build/fuzz/corpus/$name" >"$log" 2>&1; then
         echo "$name: $(sed -n 's/^stat::number_of_executed_units: *//p' "$log") inputs in $2 s, nothing found"
         return
     fi
