@@ -36,22 +36,8 @@ int32_t call(nvmemi_ctx* ctx, std::span<uint8_t> request, std::span<uint8_t> res
     return std::max(result, -1);
 }
 
-/// Bytes of a message body in front of its integrity check, where it has one: the transport
-/// delivers it as part of the body, if there is room for it.
-/// @param result  bytes received, not believed beyond the room
-size_t body_length(std::span<const uint8_t> room, int32_t result) {
-    constexpr size_t kCheckSize = 4;
-    const auto body = room.first(std::min(static_cast<size_t>(result), room.size()));
-    if (body.size() < kCheckSize) {
-        return body.size();
-    }
-    const size_t length = body.size() - kCheckSize;
-    const uint32_t crc = crc32c_update(kCrc32cInitial, {&kMessageType, 1});
-    const uint32_t check = WireReader(body.last(kCheckSize)).le32();
-    return check == crc32c_final(crc32c_update(crc, body.first(length))) ? length : body.size();
-}
-
-void report_status(uint8_t status, uint8_t byte, uint8_t bit, Outlet outlet) {
+/// Reports a status that is not success.
+void report_status(std::span<const uint8_t> response, Outlet outlet) {
     // Name and line are part of the texts that log readers match; they are not this call's place.
     static constexpr char kInvalidParameter[] =
         "[%s:%d] Invalid parameter at request byte %#x, bit %d\n";
@@ -59,6 +45,11 @@ void report_status(uint8_t status, uint8_t byte, uint8_t bit, Outlet outlet) {
     static constexpr char kName[] = "print_resp_error";
     constexpr int kConsoleLine = 58;
     constexpr int kOutputLine = 48;
+    WireReader reader(response);
+    reader.skip(kStatus);
+    const uint8_t status = reader.u8();
+    const uint8_t bit = reader.u8() & 0x07;
+    const uint8_t byte = reader.u8();
     const bool located = status == NVMEMI_STATUS_INVALID_PARAMETER;
     if (outlet == Outlet::console) {
         located ? console_log(kInvalidParameter, kName, kConsoleLine, byte, bit)
@@ -70,9 +61,18 @@ void report_status(uint8_t status, uint8_t byte, uint8_t bit, Outlet outlet) {
     }
 }
 
+/// @return 0; the status; -1 where the response has none
+int32_t status_of(std::span<const uint8_t> response) {
+    if (response.size() <= kStatus) {
+        debug_log("%s, response of %zu bytes has no status\n", "nvmemi", response.size());
+        return -1;
+    }
+    return response[kStatus];
+}
+
 int32_t judge(AdminResponse& response) {
     const auto bytes = std::span(response.bytes).first(response.length);
-    const int32_t status = judge_status(bytes, Outlet::console);
+    const int32_t status = status_of(bytes);
     if (status != 0) {
         response.stage = status > 0 ? Stage::refused : Stage::no_response;
         return status;
@@ -87,8 +87,6 @@ int32_t judge(AdminResponse& response) {
         return -1;
     }
     if (NVME_COMPLETION_SC(response.dword3) != 0) {
-        console_log("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(response.dword3),
-                    NVME_COMPLETION_SC(response.dword3));
         response.stage = Stage::failed;
         return static_cast<int32_t>(response.dword3);
     }
@@ -98,23 +96,27 @@ int32_t judge(AdminResponse& response) {
 
 }  // namespace
 
+size_t body_length(std::span<const uint8_t> room, int32_t result) {
+    constexpr size_t kCheckSize = 4;
+    const auto body = room.first(std::min(static_cast<size_t>(result), room.size()));
+    if (body.size() < kCheckSize) {
+        return body.size();
+    }
+    const size_t length = body.size() - kCheckSize;
+    const uint32_t crc = crc32c_update(kCrc32cInitial, {&kMessageType, 1});
+    const uint32_t check = WireReader(body.last(kCheckSize)).le32();
+    return check == crc32c_final(crc32c_update(crc, body.first(length))) ? length : body.size();
+}
+
 size_t exchange(nvmemi_ctx* ctx, std::span<uint8_t> request, std::span<uint8_t> response) {
     const int32_t result = call(ctx, request, response);
     return result < 0 ? kNoResponse : body_length(response, result);
 }
 
 int32_t judge_status(std::span<const uint8_t> response, Outlet outlet) {
-    WireReader reader(response);
-    reader.skip(kStatus);
-    const uint8_t status = reader.u8();
-    if (!reader.ok()) {
-        debug_log("%s, response of %zu bytes has no status\n", "nvmemi", response.size());
-        return -1;
-    }
-    if (status != NVMEMI_STATUS_SUCCESS) {
-        const uint8_t bit = reader.u8() & 0x07;
-        const uint8_t byte = reader.u8();
-        report_status(status, byte, bit, outlet);
+    const int32_t status = status_of(response);
+    if (status > NVMEMI_STATUS_SUCCESS) {
+        report_status(response, outlet);
     }
     return status;
 }
@@ -135,8 +137,8 @@ void encode(const AdminCommand& command, std::span<uint8_t> request) {
     writer.le32(command.cdw13).le32(command.cdw14).le32(command.cdw15);
 }
 
-int32_t exchange(nvmemi_ctx* ctx, std::span<uint8_t> request, size_t data_capacity,
-                 AdminResponse& response) {
+int32_t tunnel(nvmemi_ctx* ctx, std::span<uint8_t> request, size_t data_capacity,
+               AdminResponse& response) {
     const auto room = std::span(response.bytes).first(NVME_ADMIN_RESPONSE_SIZE + data_capacity);
     const int32_t result =
         nvme_admin_cmd(ctx, static_cast<uint32_t>(request.size()),
@@ -146,6 +148,22 @@ int32_t exchange(nvmemi_ctx* ctx, std::span<uint8_t> request, size_t data_capaci
     }
     response.length = body_length(room, result);
     return judge(response);
+}
+
+void report(const AdminResponse& response) {
+    if (response.stage == Stage::refused) {
+        report_status(std::span(response.bytes).first(response.length), Outlet::console);
+    } else if (response.stage == Stage::failed) {
+        console_log("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(response.dword3),
+                    NVME_COMPLETION_SC(response.dword3));
+    }
+}
+
+int32_t exchange(nvmemi_ctx* ctx, std::span<uint8_t> request, size_t data_capacity,
+                 AdminResponse& response) {
+    const int32_t result = tunnel(ctx, request, data_capacity, response);
+    report(response);
+    return result;
 }
 
 }  // namespace sideband::nvme

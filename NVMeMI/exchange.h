@@ -18,6 +18,11 @@ inline constexpr size_t kStatus = 3;
 
 inline constexpr size_t kNoResponse = SIZE_MAX;
 
+/// Bytes of a message body in front of its integrity check, where it has one: the transport
+/// delivers it as part of the body, if there is room for it.
+/// @param result  bytes received, not believed beyond the room
+size_t body_length(std::span<const uint8_t> room, int32_t result);
+
 /// Sets the message type of the context and sends a request over it.
 /// @return bytes of the response, at most its size and without integrity check; kNoResponse where
 ///         the exchange failed
@@ -80,9 +85,16 @@ struct AdminResponse {
     }
 };
 
-/// Sends an admin command, its data behind it, and looks at the response. Reports what failed.
+/// Sends an admin command, its data behind it, and looks at the response.
 /// @param data_capacity  room for data, at most NVME_ADMIN_DATA_MAX
 /// @return 0; the status; completion dword 3; -1
+int32_t tunnel(nvmemi_ctx* ctx, std::span<uint8_t> request, size_t data_capacity,
+               AdminResponse& response);
+
+/// Reports to the console what the endpoint or the controller refused.
+void report(const AdminResponse& response);
+
+/// As tunnel(), and reports it.
 int32_t exchange(nvmemi_ctx* ctx, std::span<uint8_t> request, size_t data_capacity,
                  AdminResponse& response);
 

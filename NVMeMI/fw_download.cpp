@@ -11,10 +11,14 @@
 
 #include "NVMeMI/exchange.h"
 #include "common/file.h"
+#include "common/printable.h"
 
 namespace {
 
 namespace nvme = sideband::nvme;
+
+using sideband::FileStamp;
+using sideband::Printable;
 
 constexpr uint8_t kFirmwareImageDownload = 0x11;
 constexpr uint32_t kDword = 4;
@@ -27,7 +31,7 @@ struct Transfer {
     nvmemi_ctx* ctx;
     uint16_t cntlid;
     int descriptor;
-    uint32_t size;
+    FileStamp stamp;  ///< of the file when it was opened
     uint32_t chunk_size;
     uint32_t pieces;
 };
@@ -45,19 +49,35 @@ void log_place(int line = __builtin_LINE()) {
     console_log("[%s:%d]", "nvme_fw_image_download", line);
 }
 
+/// Sets the status that other threads and processes read meanwhile: there is one for all downloads.
+void set_update_status(uint8_t update_status) {
+    __atomic_store_n(&at_p_St_GlobalVar->nvme_fw_update_status, update_status, __ATOMIC_RELAXED);
+}
+
 int32_t finish(uint8_t update_status, int32_t result) {
-    at_p_St_GlobalVar->nvme_fw_update_status = update_status;
+    set_update_status(update_status);
     return result;
 }
 
-/// The size of an image that can be read by position, and whose end has an offset.
-bool image_size(const sideband::File& file, uint32_t& size) {
+/// Whether a file is an image that can be read by position, and whose end has an offset.
+bool is_image(const sideband::File& file, FileStamp& stamp) {
     struct stat status;
-    if (fstat(file.descriptor(), &status) != 0 || !S_ISREG(status.st_mode) ||
-        static_cast<uint64_t>(status.st_size) > UINT32_MAX) {
+    return fstat(file.descriptor(), &status) == 0 && S_ISREG(status.st_mode) &&
+           sideband::stamp_of(file.descriptor(), stamp) && stamp.size <= UINT32_MAX;
+}
+
+/// Reads a part of the image, which must still be the one that was opened: looked at behind the
+/// read, so that nothing of another one goes out.
+bool read_image(const Transfer& transfer, uint32_t offset, std::span<uint8_t> data) {
+    if (sideband::read_file(transfer.descriptor, offset, data) != data.size()) {
+        debug_log("%s, the image file has become shorter\n", "nvme_fw_image_download");
         return false;
     }
-    size = static_cast<uint32_t>(status.st_size);
+    FileStamp now;
+    if (!sideband::stamp_of(transfer.descriptor, now) || now != transfer.stamp) {
+        debug_log("%s, the image file has changed\n", "nvme_fw_image_download");
+        return false;
+    }
     return true;
 }
 
@@ -68,8 +88,9 @@ Piece piece_of(const Transfer& transfer, uint32_t index) {
     if (index + 1 < transfer.pieces) {
         return {offset, transfer.chunk_size, 0, transfer.chunk_size / kDword};
     }
-    const uint32_t length = transfer.size - offset;
-    const uint32_t padding = (kDword - transfer.size % kDword) % kDword;
+    const auto size = static_cast<uint32_t>(transfer.stamp.size);
+    const uint32_t length = size - offset;
+    const uint32_t padding = (kDword - size % kDword) % kDword;
     log_place();
     console_log("append_bytes=%d, offset=%d\n", static_cast<int>(padding),
                 static_cast<int>(offset));
@@ -86,8 +107,7 @@ int32_t send_piece(const Transfer& transfer, const Piece& piece) {
                                      .cdw11 = piece.offset / kDword};
     nvme::encode(command, request);
     const auto data = std::span(request).subspan(NVME_ADMIN_REQUEST_SIZE, piece.length);
-    if (sideband::read_file(transfer.descriptor, piece.offset, data) != piece.length) {
-        debug_log("%s, the image file has become shorter\n", "nvme_fw_image_download");
+    if (!read_image(transfer, piece.offset, data)) {
         return finish(NVME_FW_DOWNLOAD_UNREADABLE, -1);
     }
     const uint32_t length = NVME_ADMIN_REQUEST_SIZE + piece.length + piece.padding;
@@ -97,16 +117,18 @@ int32_t send_piece(const Transfer& transfer, const Piece& piece) {
                 static_cast<long>(command.cdw10), static_cast<long>(command.cdw11));
     nvme::AdminResponse response;
     const int32_t result =
-        nvme::exchange(transfer.ctx, std::span(request).first(length), 0, response);
+        nvme::tunnel(transfer.ctx, std::span(request).first(length), 0, response);
+    if (response.stage == nvme::Stage::done) {
+        return 0;
+    }
+    log_place();
+    nvme::report(response);
     switch (response.stage) {
-        case nvme::Stage::done:
-            return 0;
         case nvme::Stage::refused:
             return finish(NVME_FW_DOWNLOAD_RESPONSE_ERROR, result);
         case nvme::Stage::failed:
             return finish(NVME_FW_DOWNLOAD_COMMAND, result);
         default:
-            log_place();
             console_log("nvme_admin_cmd failed. resp.status=%d\n", response.bytes[nvme::kStatus]);
             return finish(NVME_FW_DOWNLOAD_EXCHANGE, -1);
     }
@@ -122,12 +144,16 @@ int32_t send_all(const Transfer& transfer, uint32_t task_id) {
         }
         // Of the pieces in front of this one: the first reports 0 percent.
         const auto percent = static_cast<uint8_t>(uint64_t{100} * i / transfer.pieces);
-        at_p_St_GlobalVar->nvme_fw_update_status = percent;
+        set_update_status(percent);
         TaskServiceUpdateTaskPercentage(task_id, percent);
         log_place();
         console_log("NVMe FW download percent done=%d\n", percent);
     }
-    return finish(NVME_FW_DOWNLOAD_DONE, 0);
+    set_update_status(NVME_FW_DOWNLOAD_DONE);
+    if (transfer.pieces != 0) {
+        TaskServiceUpdateTaskPercentage(task_id, NVME_FW_DOWNLOAD_DONE);
+    }
+    return 0;
 }
 
 bool is_chunk_size(uint32_t chunk_size) {
@@ -151,21 +177,23 @@ int32_t nvme_fw_image_download(nvmemi_ctx* ctx, uint16_t cntlid, const char* pat
     if (!is_chunk_size(chunk_size)) {
         return finish(NVME_FW_DOWNLOAD_COMMAND, -1);
     }
-    const sideband::File file(open(path, O_RDWR | O_CLOEXEC));
+    // Without waiting, as open_regular() does; what opens but is no file has an outcome of its own.
+    const sideband::File file(open(path, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file) {
-        debug_log("%s, can't open %s\n", "nvme_fw_image_download", path);
+        debug_log("%s, can't open %s\n", "nvme_fw_image_download", Printable(path).text());
         return finish(NVME_FW_DOWNLOAD_NO_FILE, -1);
     }
-    uint32_t size = 0;
-    if (!image_size(file, size)) {
-        debug_log("%s, %s is no image file\n", "nvme_fw_image_download", path);
+    FileStamp stamp;
+    if (!is_image(file, stamp)) {
+        debug_log("%s, %s is no image file\n", "nvme_fw_image_download", Printable(path).text());
         return finish(NVME_FW_DOWNLOAD_UNREADABLE, -1);
     }
+    const auto size = static_cast<uint32_t>(stamp.size);
     log_place();
     console_log("st.st_size=%lu\n", static_cast<unsigned long>(size));
     const uint32_t pieces = size / chunk_size + (size % chunk_size != 0 ? 1 : 0);
     log_place();
     console_log("num_loop=%d, fw_download_chunk_size=%d\n", static_cast<int>(pieces),
                 static_cast<int>(chunk_size));
-    return send_all({ctx, cntlid, file.descriptor(), size, chunk_size, pieces}, task_id);
+    return send_all({ctx, cntlid, file.descriptor(), stamp, chunk_size, pieces}, task_id);
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The NVMe-MI context: its life, and its request operation (NVMe-MI over MCTP, DSP0235).
 #include <sideband/nvme_mi.h>
+#include <sideband/platform.h>
 
 #include <algorithm>
 #include <array>
@@ -9,6 +10,7 @@
 #include <cstring>
 
 #include "NVMeMI/exchange.h"
+#include "common/lock.h"
 #include "common/memory.h"
 #include "transport/transport.h"
 
@@ -24,12 +26,38 @@ bool wants_time(const Area& area) {
     return area[kStatus] == NVMEMI_STATUS_MORE_PROCESSING_REQUIRED;
 }
 
+/// Reads over PCIe, where the stock receive does not say how much came. An integrity check that
+/// there is no room for is left out, as over SMBus; what else is too long shows in the result.
+int32_t receive_pcie(mctp_ctx& mctp, int32_t room, Area& area) {
+    const int32_t received =
+        mctp_pcie_recv_with_type(&mctp, static_cast<int32_t>(area.size()), area.data());
+    if (received <= 1) {
+        return -1;
+    }
+    const int32_t length = received - 1;
+    std::memmove(area.data(), area.data() + 1, static_cast<size_t>(length));
+    return length > room ? static_cast<int32_t>(body_length(area, length)) : length;
+}
+
+/// Reads what an endpoint sends of its own accord.
+int32_t receive(mctp_ctx& mctp, int32_t room, Area& area) {
+    if (mctp.recv == pcie_recv) {
+        return receive_pcie(mctp, room, area);
+    }
+    if (mctp.binding_kind != MCTP_BINDING_KIND_SL8_SMBUS) {
+        return mctp.recv(&mctp, room, area.data());
+    }
+    // The receive of this binding is one that its exchange calls with the bus locked.
+    const MutexGuard bus(at_p_St_GlobalVar->bus_mutex[mctp.bus]);
+    return bus ? mctp.recv(&mctp, room, area.data()) : -1;
+}
+
 /// Waits for the response that an endpoint has announced.
 int32_t receive_later(mctp_ctx& mctp, int32_t room, Area& area) {
     int32_t result = -1;
     for (int i = 0; i < kTries && result < 0; ++i) {
         sleep_us(kProcessingTimeUs);
-        result = mctp.recv(&mctp, room, area.data());
+        result = receive(mctp, room, area);
     }
     return result;
 }
@@ -83,13 +111,20 @@ int32_t initialise(nvmemi_ctx* ctx, const mctp_ctx* config, uint32_t read_parame
         return -1;
     }
     auto* const endpoint = static_cast<mctp_ctx*>(std::calloc(1, sizeof(mctp_ctx)));
+    if (endpoint != nullptr) {
+        // The prototype may be the endpoint that is released here.
+        sideband::copy_configuration(*endpoint, *config);
+    }
+    if (ctx->mctp == ctx->owned) {
+        std::free(ctx->owned);
+    }
+    ctx->owned = endpoint;
     ctx->mctp = endpoint;
     ctx->mi_request = sideband::nvme::request_with_retries;
     if (endpoint == nullptr) {
         std::puts("cannot alloc m_ctx");
         return -1;
     }
-    sideband::copy_configuration(*endpoint, *config);
     endpoint->unit_size = kUnitSize;
     endpoint->msg_type = kMessageType;
     endpoint->skip_discovery = 1;
@@ -111,6 +146,7 @@ int32_t nvmemi_deinit(nvmemi_ctx* ctx) {
     if (ctx != nullptr) {
         std::free(ctx->mctp);
         ctx->mctp = nullptr;
+        ctx->owned = nullptr;
     }
     return 0;
 }

@@ -64,18 +64,14 @@ int32_t exchange_over(mctp_ctx& mctp, uint32_t length, int32_t capacity, const u
     return std::min(mctp.xfer(&mctp, length, room, request, response), room);
 }
 
-/// Looks at a response. What did not come of it counts as zero.
+/// Looks at a response. What did not come of it counts as zero. Its channel ID is not asked for:
+/// there are controllers that answer the command of a package with that of a channel.
 int32_t judge(const uint8_t* request, const uint8_t* response, int32_t length) {
     std::array<uint8_t, kResponsePayload> head{};
     const size_t received = std::min(static_cast<size_t>(length), head.size());
     std::memcpy(head.data(), response, received);
     if (head[kType] != (request[kType] | kResponseBit)) {
         std::printf("the command code in the response(%x) is not right.", head[kType]);
-        return -1;
-    }
-    if (head[kChannel] != request[kChannel]) {
-        debug_log("%s, channel %02x answers for channel %02x\n", "ncsi", head[kChannel],
-                  request[kChannel]);
         return -1;
     }
     const uint16_t code = be16_at(head, kResponseCode);
@@ -132,6 +128,15 @@ int32_t exchange_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response
         ctx->response_length = exchange_over(mctp, length, response_capacity, request, response);
     }
     return ctx->response_length < 1 ? -1 : judge(request, response, ctx->response_length);
+}
+
+int32_t exchange_by_oem(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,
+                        uint8_t* request, uint8_t* response) {
+    if (channel == nullptr || channel->ctx == nullptr || channel->ctx->oem_transfer == nullptr) {
+        return -1;
+    }
+    ncsi_ctx* const ctx = channel->ctx;
+    return ctx->oem_transfer(ctx, request_length, response_capacity, request, response);
 }
 
 int32_t transfer(ncsi_channel& channel, Request& request, int32_t capacity, Response& response,

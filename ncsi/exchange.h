@@ -69,10 +69,13 @@ inline uint16_t be16_at(std::span<const uint8_t> bytes, size_t offset) {
     return static_cast<uint16_t>(bytes[offset] << 8 | bytes[offset + 1]);
 }
 
-/// The operations that ncsi_init() and ncsi_oem_init() install.
+/// The operations that ncsi_init() and ncsi_oem_init() install. The last one leads the commands of
+/// a channel to the context's exchange under locks.
 int32_t exchange(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,
                  uint8_t* request, uint8_t* response);
 int32_t exchange_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response_capacity,
+                        uint8_t* request, uint8_t* response);
+int32_t exchange_by_oem(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,
                         uint8_t* request, uint8_t* response);
 
 }  // namespace sideband::ncsi

@@ -52,13 +52,36 @@ int32_t address_package(ncsi_channel* channel, uint8_t type, uint32_t package_id
     if (!ncsi::can_transfer(channel)) {
         return -1;
     }
-    ncsi::Response response{};
-    const int32_t result = command(*channel, type, channel_id_of(package_id, ncsi::kWholePackage),
-                                   kStatusCapacity, ncsi::kResponsePayload, response);
+    int32_t result = -1;
+    // More has no room in a channel ID: the rest would name another package.
+    if (package_id < NCSI_PACKAGES) {
+        ncsi::Response response{};
+        result = command(*channel, type, channel_id_of(package_id, ncsi::kWholePackage),
+                         kStatusCapacity, ncsi::kResponsePayload, response);
+    }
     if (result < 0) {
         console_log(failure, static_cast<int>(package_id));
     }
     return result;
+}
+
+/// Frees the endpoint of an earlier ncsi_init(), if the context still has it and it is not to stay.
+void release_owned(ncsi_ctx& ctx, const mctp_ctx* kept = nullptr) {
+    if (ctx.mctp != ctx.owned) {
+        ctx.owned = nullptr;
+    }
+    if (ctx.owned != kept) {
+        std::free(ctx.owned);
+        ctx.owned = nullptr;
+    }
+}
+
+/// Gives the commands of the channel records their way out.
+void install(ncsi_ctx& ctx, ncsi_transfer_op transfer) {
+    ctx.transfer = transfer;
+    for (ncsi_channel& channel : ctx.channels) {
+        channel.ctx = &ctx;
+    }
 }
 
 }  // namespace
@@ -77,23 +100,25 @@ int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
     if (ctx == nullptr || config == nullptr) {
         return -1;
     }
-    ctx->mctp = nullptr;
     sideband::HeapPtr<mctp_ctx> endpoint(static_cast<mctp_ctx*>(std::calloc(1, sizeof(mctp_ctx))));
+    if (endpoint != nullptr) {
+        // The prototype may be the endpoint that is released here.
+        sideband::copy_configuration(*endpoint, *config);
+    }
+    release_owned(*ctx);
+    ctx->mctp = nullptr;
     if (endpoint == nullptr) {
         std::puts("can't alloc m_ctx");
         return -1;
     }
-    sideband::copy_configuration(*endpoint, *config);
-    ctx->transfer = ncsi::exchange;
-    for (ncsi_channel& channel : ctx->channels) {
-        channel.ctx = ctx;
-    }
+    install(*ctx, ncsi::exchange);
     if (mctp_init2(endpoint.get()) < 0) {
         std::puts("mctp discover failed");
         return -1;
     }
     endpoint->msg_type = kMessageType;
-    ctx->mctp = endpoint.release();
+    ctx->owned = endpoint.release();
+    ctx->mctp = ctx->owned;
     return ncsi_discovery(ctx);
 }
 
@@ -101,6 +126,7 @@ int32_t ncsi_deinit(ncsi_ctx* ctx) {
     if (ctx != nullptr) {
         std::free(ctx->mctp);
         ctx->mctp = nullptr;
+        ctx->owned = nullptr;
     }
     return 0;
 }
@@ -109,8 +135,10 @@ int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp) {
     if (ctx == nullptr || mctp == nullptr) {
         return -1;
     }
+    release_owned(*ctx, mctp);
     ctx->mctp = mctp;
     ctx->oem_transfer = ncsi::exchange_locked;
+    install(*ctx, ncsi::exchange_by_oem);
     mctp->skip_discovery = 1;
     mctp->i2c_delay_us = 0;
     if (mctp_init2(mctp) < 0) {

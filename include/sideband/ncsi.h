@@ -43,7 +43,11 @@ typedef struct ncsi_channel ncsi_channel;
  *                           length padded to a multiple of four, and for four bytes more
  * @param response_capacity  bytes wanted; the room at response is that padded to a multiple of four
  * @param response           keeps what was received, also where the result is -1
- * @return 0 for response and reason code 0; -1 otherwise
+ * @return 0 for response and reason code 0 in at least 20 bytes, which is where the two end; -1
+ *         otherwise. The response must have the type of the request; its channel ID is not asked
+ *         for: there are controllers that answer the command of a package with that of a channel.
+ *         What is refused of request or response is told on standard output; a failed endpoint or
+ *         lock is not told
  */
 typedef int32_t (*ncsi_transfer_op)(ncsi_channel* channel, uint32_t request_length,
                                     int32_t response_capacity, uint8_t* request, uint8_t* response);
@@ -59,22 +63,23 @@ struct ncsi_channel {
     uint8_t link_up;      /**< 1: the link is up */
     uint8_t speed;        /**< speed and duplex: of Get Link Status, see there */
     uint8_t autoneg_done; /**< 1: auto-negotiation is complete */
-    uint8_t oem_valid;    /**< 1 after an OEM "get"; 0 where the controller has no such setting */
+    uint8_t oem_valid;    /**< 1 after an OEM "get"; what clears it, see the OEM commands */
     uint8_t oem_flag;     /**< one-bit setting of the OEM configuration commands */
     uint16_t oem_value;   /**< their 12- or 16-bit setting */
     uint8_t sensor_index; /**< from the caller: sensor of ncsi_oem_mx_get_temperature() */
     ncsi_ctx* ctx;        /**< the context that the record belongs to */
 };
 
-/** A network controller. Allocated, zeroed and owned by the caller. */
+/** A network controller. Allocated, zeroed before it is first initialised, owned by the caller. */
 struct ncsi_ctx {
     uint8_t iid;         /**< instance ID of the next request, 1 to 255; 0: none was sent */
     uint8_t channel_num; /**< channels that ncsi_discovery() has found, added up */
     ncsi_channel channels[NCSI_CHANNELS]; /**< by channel number within the package */
     mctp_ctx* mctp;                       /**< the endpoint, owned or borrowed */
-    ncsi_transfer_op transfer;            /**< installed by ncsi_init() */
+    ncsi_transfer_op transfer;            /**< by ncsi_init(), ncsi_oem_init(): the last one's */
     ncsi_oem_transfer_op oem_transfer;    /**< installed by ncsi_oem_init() */
     int32_t response_length;              /**< bytes of the last response */
+    mctp_ctx* owned; /**< library: the endpoint that ncsi_init() has allocated; else null */
 };
 
 /* ---- Life ------------------------------------------------------------------------------------ */
@@ -84,7 +89,8 @@ SIDEBAND_EXPORT int32_t ncsi_request_init(uint8_t* header);
 
 /**
  * Creates an endpoint, brings it up and looks for the controller's channels. The context owns the
- * endpoint until ncsi_deinit(), also where no channel was found.
+ * endpoint until ncsi_deinit(), also where no channel was found. What an earlier ncsi_init() has
+ * allocated is freed first; an endpoint that was lent or put into ctx->mctp by hand is not.
  * @param config  a prototype whose configuration members (see mctp_ctx) are copied, the addressing
  *                of the bus among them; message type and counters are not
  * @return the result of ncsi_discovery(); -1 where an argument is null, memory ran out or
@@ -94,18 +100,30 @@ SIDEBAND_EXPORT int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config);
 
 /**
  * Frees the endpoint, whoever allocated it: a caller that lent one to ncsi_oem_init() sets
- * ctx->mctp to null first, unless it came from malloc() and is to go. @return 0
+ * ctx->mctp to null first, unless it came from malloc() and is to go. @return 0, also for null
  */
 SIDEBAND_EXPORT int32_t ncsi_deinit(ncsi_ctx* ctx);
 
 /**
- * Borrows an endpoint, without discovery and without a pause between request and response.
+ * Borrows an endpoint, without discovery and without a pause between request and response, and
+ * lets the commands on the channel records go over it, by ctx->oem_transfer: each exchange holds
+ * the lock of the I2C channel mctp->bus (0: platform.default_i2c_channel) and, inside it,
+ * plt_global_var.ncsi_lock. It leaves mctp->route as the caller has set it and does not advance
+ * ctx->iid. A channel_id is the caller's to fill in, unless ncsi_discovery() does. What an earlier
+ * ncsi_init() has allocated is freed, unless it is the endpoint that is lent.
  * @param mctp  filled by the caller, msg_type among it; must live as long as the context is used
  * @return 0; -1 where an argument is null or mctp_init2() failed
  */
 SIDEBAND_EXPORT int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp);
 
 /* ---- Commands (DSP0222) ---------------------------------------------------------------------- */
+/*
+ * All return what the context's transfer has returned: 0 or -1 where it is the library's. Beside
+ * what that prints, a failure is printed to standard output, that of Select and Deselect Package
+ * goes to console_log(), and that of ncsi_oem_mx_get_temperature() is not told. A response with
+ * fewer bytes than a command reads is a failure, said to debug_log(). A null record, and one
+ * without context or transfer, is -1 without a word.
+ */
 
 /**
  * Sends Clear Initial State to the channels of one package after the other. The channels of the
@@ -114,7 +132,10 @@ SIDEBAND_EXPORT int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp);
  */
 SIDEBAND_EXPORT int32_t ncsi_discovery(ncsi_ctx* ctx);
 
-/** Sends Clear Initial State to the channels of package 0 until one answers. @return 0, or -1 */
+/**
+ * Sends Clear Initial State to the channels of package 0 until one answers. Nothing is recorded.
+ * @return 0 where one has answered; -1 where none did, or ctx has no oem_transfer
+ */
 SIDEBAND_EXPORT int32_t ncsi_oem_discovery(ncsi_ctx* ctx);
 
 /**
@@ -127,7 +148,7 @@ SIDEBAND_EXPORT int32_t ncsi_get_link_status(ncsi_channel* channel);
 /**
  * Select Package and Deselect Package.
  * @param channel     any channel record of the context
- * @param package_id  0 to 7
+ * @param package_id  0 to 7. A larger one is a failure, and nothing is sent
  * @return 0; -1 on failure
  */
 SIDEBAND_EXPORT int32_t ncsi_select_package(ncsi_channel* channel, uint32_t package_id);
@@ -158,9 +179,13 @@ SIDEBAND_EXPORT int32_t ncsi_oem_brcm_entry(ncsi_channel* channel, uint32_t comm
 SIDEBAND_EXPORT int32_t ncsi_oem_mx_entry(ncsi_channel* channel, uint32_t command);
 
 /*
- * The handlers return 0, or -1 on failure. A "get" fills oem_flag, oem_value and oem_valid; where
- * the controller says that it does not support the command, it clears oem_valid. A "set" writes
- * oem_flag and oem_value; the bits beside them are read first and written back as they were.
+ * The handlers return 0, or -1 on failure. A "get" fills oem_flag and oem_value and sets oem_valid
+ * to 1. A "set" writes oem_flag and oem_value; the bits beside them are read first and written back
+ * as they were.
+ *
+ * oem_valid is cleared by both "get" commands and by Broadcom's "set" where the controller says
+ * that it does not support the "get" (NCSI_RESPONSE_UNSUPPORTED, NCSI_REASON_UNSUPPORTED). Nothing
+ * else clears it: no other failure, nor Mellanox's "set", nor a "set" that is itself unsupported.
  */
 
 /** oem_flag: one bit; oem_value: 12 bits. */

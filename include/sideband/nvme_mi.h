@@ -43,31 +43,35 @@ SIDEBAND_BEGIN_DECLS
 typedef struct nvmemi_ctx nvmemi_ctx;
 
 /**
- * Sends a request and receives its response: up to three times, until something came. While the
+ * Sends a request and receives its response: up to three times, until something came. When the
  * endpoint asks for more processing time, reads up to three times more, 200 ms apart; a second
- * such answer is handed back as it is.
+ * such answer is handed back as it is. The bus is free during the 200 ms and held for each read,
+ * over SMBus of either kind.
  * @param request_length     bytes at request
  * @param response_capacity  room at response; more than NVMEMI_RESPONSE_MAX bytes never arrive
  * @param request            message body without the MCTP message type byte
  * @param response           receives the body; untouched where the result is -1
- * @return bytes stored at response; -1 where three exchanges or three reads failed, or more came
- *         than there is room for
+ * @return bytes stored at response, an integrity check among them as far as there is room; -1
+ *         where three exchanges or three reads failed, or more came than there is room for
  */
 typedef int32_t (*nvmemi_request_op)(nvmemi_ctx* ctx, uint32_t request_length,
                                      uint32_t response_capacity, uint8_t* request,
                                      uint8_t* response);
 
-/** An NVMe-MI endpoint. Allocated, zeroed and owned by the caller. */
+/** An NVMe-MI endpoint. Allocated, zeroed before it is first initialised, owned by the caller. */
 struct nvmemi_ctx {
-    mctp_ctx* mctp;               /**< the endpoint; owned by the context */
+    mctp_ctx* mctp;               /**< the endpoint; freed by nvmemi_deinit() */
     nvmemi_request_op mi_request; /**< installed by the functions below */
+    mctp_ctx* owned; /**< library: the endpoint that an initialiser has allocated; else null */
 };
 
 /* ---- Life ------------------------------------------------------------------------------------ */
 
 /**
  * Creates an endpoint with packets of 64 bytes and known EIDs: nothing is sent. Where the binding
- * fails, the endpoint stays allocated all the same: nvmemi_deinit() frees it.
+ * fails, the endpoint stays allocated all the same: nvmemi_deinit() frees it, as does the next
+ * nvmemi_init() or nvmemi_init_for_MARV(). An endpoint that was put into ctx->mctp by hand is not
+ * freed by these two.
  * @param config  a prototype whose configuration members (see mctp_ctx) are copied, the addressing
  *                of the bus among them, but not unit_size, skip_discovery and route
  * @return the result of mctp_init2(); -1 also where an argument is null or memory ran out
@@ -80,15 +84,20 @@ SIDEBAND_EXPORT int32_t nvmemi_init(nvmemi_ctx* ctx, const mctp_ctx* config);
  */
 SIDEBAND_EXPORT int32_t nvmemi_init_for_MARV(nvmemi_ctx* ctx, const mctp_ctx* config);
 
-/** Frees the endpoint. @return 0 */
+/** Frees the endpoint, whoever allocated it. @return 0, also for null */
 SIDEBAND_EXPORT int32_t nvmemi_deinit(nvmemi_ctx* ctx);
 
 /* ---- Management commands (NVMe-MI, Management Interface Command Set) ---------------------------
  */
 /*
  * All return 0 on success, the response message status (1 to 255) where it is not success, and -1
- * where an argument is null, the exchange failed or the response was malformed. What they fill
- * stays as it was unless the result is 0. Failures are printed to standard output.
+ * where an argument is null, data of no length among them, the exchange failed or the response was
+ * malformed. What they fill stays as it was unless the result is 0.
+ *
+ * Failures are printed to standard output: a null ctx, no memory, a failed exchange, a status, a
+ * frequency, type, size or number that is none. To debug_log() go responses that are too short for
+ * a status or for what they claim to hold, structures that there is no room for, and too long a VPD
+ * write. A null argument other than ctx is not told.
  */
 
 /** SMBus/I2C frequencies. */
@@ -235,8 +244,12 @@ SIDEBAND_EXPORT int32_t nvmemi_vpd_write(nvmemi_ctx* ctx, const uint8_t* data, u
  * of the completion queue entry where its status code is not 0 (see NVME_COMPLETION_SC(); with
  * "do not retry" set it is negative); and -1 where an argument is null, the exchange failed, the
  * response was malformed or there was more than NVME_ADMIN_DATA_MAX bytes of data to move: nothing
- * is sent then. Unless the result is 0, what they fill stays as it was. Failures go to
- * console_log().
+ * is sent then. Unless the result is 0, what they fill stays as it was.
+ *
+ * A status, a status code and a refused argument go to console_log(). To debug_log() go responses
+ * that are too short for a status or a completion, and too many data. A null argument and a failed
+ * exchange are not told, but nvme_mrvl_read_cmd() and nvme_fw_image_download() have lines of their
+ * own for the latter.
  */
 
 /** An admin command. Filled by the caller. */
@@ -260,7 +273,7 @@ typedef struct nvme_feature_result {
     uint32_t dword0;      /**< written: dword 0 of the completion queue entry */
     uint32_t data_length; /**< caller: room at data; 0 where no data are wanted */
     uint8_t* data;        /**< caller: receives as many data as came and there is room for; bytes
-                               behind them stay as they were */
+                               behind them stay as they were. Null: no data are stored */
 } nvme_feature_result;
 
 /**
@@ -312,17 +325,27 @@ SIDEBAND_EXPORT int32_t nvme_fw_image_commit(nvmemi_ctx* ctx, uint16_t cntlid, u
 /** plt_global_var.nvme_fw_update_status beside the percentage, 0 to 99. */
 #define NVME_FW_DOWNLOAD_DONE 100
 #define NVME_FW_DOWNLOAD_NO_FILE 200    /**< the file cannot be opened */
-#define NVME_FW_DOWNLOAD_UNREADABLE 201 /**< it is no regular file, too large, or got shorter */
+#define NVME_FW_DOWNLOAD_UNREADABLE 201 /**< no regular file, too large, or it has changed */
 #define NVME_FW_DOWNLOAD_NO_PATH 202    /**< path is null */
 #define NVME_FW_DOWNLOAD_EXCHANGE 204   /**< an exchange failed */
 #define NVME_FW_DOWNLOAD_COMMAND 205    /**< bad chunk size, or the controller refused a piece */
 #define NVME_FW_DOWNLOAD_RESPONSE_ERROR 206 /**< the endpoint refused a piece */
 
 /**
- * Firmware Image Download (0x11), piece by piece. Reports each step to console_log(), the progress
- * to TaskServiceUpdateTaskPercentage() and plt_global_var.nvme_fw_update_status, where the outcome
- * is left as NVME_FW_DOWNLOAD_...
- * @param path        the image; must be open to writing too. An empty one is done at once
+ * Firmware Image Download (0x11), piece by piece. Reports each step and what was refused to
+ * console_log(), what is wrong with the file to debug_log(). The progress goes to
+ * plt_global_var.nvme_fw_update_status and to TaskServiceUpdateTaskPercentage(): behind each piece
+ * the percentage of the pieces in front of it, and 100 behind the last. In the former the outcome
+ * is left as NVME_FW_DOWNLOAD_... It is stored atomically, but there is one for the process: two
+ * downloads at a time overwrite one another's.
+ *
+ * The image is watched from its opening on. Where its size, its time of modification or that of the
+ * last change of state is another one when a piece has been read, the piece is not sent: the
+ * result is -1, the outcome NVME_FW_DOWNLOAD_UNREADABLE. A file that is renamed, or replaced by a
+ * rename, has its state changed.
+ * @param path        the image: a regular file, which must be open to writing too. It is opened
+ *                    without waiting for anybody. An empty one is done at once: nothing is sent,
+ *                    nor reported to the task
  * @param chunk_size  bytes in a piece, 1 to NVME_ADMIN_DATA_MAX, a multiple of 4: of another one
  *                    the controller is told the whole dwords alone. The last piece is filled with
  *                    zeros to a multiple of 4
@@ -416,8 +439,10 @@ SIDEBAND_EXPORT int32_t nvme_lockdown_set(const nvme_lockdown_param* param);
  * The following read data.
  *  length       bytes wanted, 0 to NVME_ADMIN_DATA_MAX, from req->dofst on; req->dlen is not read
  *  passthrough  not 0: Marvell's vendor command in place of the standard one
- *  data         room for length bytes; those behind what came stay as they were
- *  received     receives the number of bytes stored at data; may be null
+ *  data         room for length bytes; those behind what came stay as they were. May be null:
+ *               nothing is stored
+ *  received     receives the number of bytes stored at data, or that data of length bytes would
+ *               have received; may be null
  */
 
 /** Get Log Page (0x02), dwords 10 to 14 of the record. Prints the "more" bit of the completion. */

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "ncsi/ncsi_fixture.h"
 #include "support/endpoint.h"
@@ -196,6 +197,88 @@ TEST_F(NcsiContext, InitOfNullFails) {
     EXPECT_EQ(libc.live_blocks(), 0u);
 }
 
+// ---- Initialised again ----
+
+TEST_F(NcsiContext, InitAgainFreesWhatTheFirstOneTook) {
+    for (int i = 0; i < 3; i++) {
+        EXPECT_EQ(init().result, -1) << "nobody answers";
+        ASSERT_NE(ctx.mctp, nullptr);
+        EXPECT_EQ(libc.live_blocks(), 1u);
+    }
+    EXPECT_EQ(ncsi_deinit(&ctx), 0);
+    EXPECT_EQ(libc.live_blocks(), 0u);
+}
+
+TEST_F(NcsiContext, InitAgainFindsTheChannels) {
+    EXPECT_EQ(init().result, -1);
+    const Endpoint device(channel_alone(5));
+    EXPECT_EQ(init().result, 0);
+    EXPECT_EQ(ctx.channel_num, 1);
+    EXPECT_EQ(libc.live_blocks(), 1u);
+}
+
+TEST_F(NcsiContext, InitAgainWithTheEndpointOfTheFirstOneAsPrototypeCopiesIt) {
+    EXPECT_EQ(init().result, -1);
+    EXPECT_EQ(test::run([&] { return ncsi_init(&ctx, ctx.mctp); }).result, -1);
+    ASSERT_NE(ctx.mctp, nullptr);
+    test::expect_configured(*ctx.mctp, config);
+    EXPECT_EQ(libc.live_blocks(), 1u);
+}
+
+TEST_F(NcsiContext, InitAgainWithoutMemoryOrBindingFreesWhatTheFirstOneTook) {
+    EXPECT_EQ(init().result, -1);
+    libc.fail_allocation(1);
+    EXPECT_EQ(init().out, "can't alloc m_ctx\n");
+    EXPECT_EQ(ctx.mctp, nullptr);
+    EXPECT_EQ(libc.live_blocks(), 0u);
+    EXPECT_EQ(init().result, -1);
+    config.binding_kind = 9;
+    EXPECT_EQ(init().out, "mctp discover failed\n");
+    EXPECT_EQ(ctx.mctp, nullptr);
+    EXPECT_EQ(libc.live_blocks(), 0u);
+}
+
+TEST_F(NcsiContext, InitFreesNoEndpointThatWasLentOrPutThereByHand) {
+    mctp_ctx lent = config;
+    EXPECT_EQ(ncsi_oem_init(&ctx, &lent), 0);
+    init();
+    EXPECT_EQ(lent.slave_addr, config.slave_addr);
+    EXPECT_EQ(libc.live_blocks(), 1u);
+    EXPECT_EQ(ncsi_deinit(&ctx), 0);
+    mctp_ctx put = config;
+    ctx.mctp = &put;
+    init();
+    EXPECT_NE(ctx.mctp, &put);
+    EXPECT_EQ(libc.live_blocks(), 1u);
+}
+
+TEST_F(NcsiContext, AnEndpointThatItsCallerHasTakenAwayIsNotFreed) {
+    init();
+    mctp_ctx* const taken = std::exchange(ctx.mctp, nullptr);
+    init();
+    EXPECT_NE(ctx.mctp, taken);
+    EXPECT_EQ(libc.live_blocks(), 2u);
+    EXPECT_EQ(ncsi_deinit(&ctx), 0);
+    std::free(taken);
+}
+
+TEST_F(NcsiContext, OemInitFreesWhatInitTook) {
+    init();
+    EXPECT_EQ(oem_init().result, 0);
+    EXPECT_EQ(ctx.mctp, &config);
+    EXPECT_EQ(libc.live_blocks(), 0u);
+}
+
+TEST_F(NcsiContext, OemInitWithTheEndpointOfInitKeepsItAndItsOwner) {
+    init();
+    mctp_ctx* const own = ctx.mctp;
+    EXPECT_EQ(test::run([&] { return ncsi_oem_init(&ctx, own); }).result, 0);
+    EXPECT_EQ(ctx.mctp, own);
+    EXPECT_EQ(libc.live_blocks(), 1u);
+    init();
+    EXPECT_EQ(libc.live_blocks(), 1u);
+}
+
 // ---- ncsi_deinit ----
 
 TEST_F(NcsiContext, DeinitFreesTheOwnedEndpointOnce) {
@@ -249,7 +332,10 @@ TEST_F(NcsiContext, OemInitBorrowsTheEndpoint) {
     EXPECT_EQ(config.msg_type, 0x42);
     EXPECT_NE(config.xfer, nullptr);
     EXPECT_NE(ctx.oem_transfer, nullptr);
-    EXPECT_EQ(ctx.transfer, nullptr);
+    EXPECT_NE(ctx.transfer, nullptr);
+    for (const ncsi_channel& channel : ctx.channels) {
+        EXPECT_EQ(channel.ctx, &ctx);
+    }
     EXPECT_EQ(port().trace, Texts()) << "nothing is looked for";
     EXPECT_EQ(libc.allocations(), 0);
 }

@@ -192,6 +192,33 @@ TEST_P(NcsiPackage, AFailureIsReportedOnTheConsole) {
     EXPECT_EQ(port().console, Texts{GetParam().failure});
 }
 
+TEST_P(NcsiPackage, TheAnswerOfAChannelIsTakenForThatOfItsPackage) {
+    answer({ncsi_response(GetParam().type, 0xA0)});
+    const Outcome outcome = address(5);
+    EXPECT_EQ(outcome.result, 0);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(port().console, Texts());
+}
+
+TEST_P(NcsiPackage, APackageAbove7IsAFailureUnsent) {
+    const std::pair<uint32_t, const char*> packages[] = {
+        {8, "8"},          {15, "15"}, {255, "255"}, {256, "256"}, {0x08000000, "134217728"},
+        {UINT32_MAX, "-1"}};
+    for (const auto& [package, shown] : packages) {
+        SCOPED_TRACE(package);
+        start_over();
+        answer({ncsi_response(GetParam().type, 0x1F)});
+        const Outcome outcome = address(package);
+        EXPECT_EQ(outcome.result, -1);
+        EXPECT_EQ(outcome.out, "");
+        std::string failure = GetParam().failure;
+        failure.replace(failure.find('5'), 1, shown);
+        EXPECT_EQ(port().console, Texts{failure});
+        EXPECT_TRUE(endpoint.calls.empty());
+        EXPECT_EQ(ctx.iid, 0);
+    }
+}
+
 TEST_P(NcsiPackage, AnOwnTransfersResultIsPassedOn) {
     ctx.transfer = own_transfer<-57>;
     EXPECT_EQ(address(5).result, -57);
