@@ -173,6 +173,18 @@ TEST_P(NvmeRead, DoesWithoutACountAndWithoutRoom) {
         test::run([&] { return GetParam().read(&room.req, kWanted, nullptr, nullptr); }).result, 0);
 }
 
+TEST_P(NvmeRead, WithoutRoomCountsWhatRoomWouldHaveReceived) {
+    for (uint32_t length : {0u, 1u, kWanted - 1, kWanted}) {
+        answer({admin_response(counting(length))});
+        uint32_t received = kUntouched;
+        EXPECT_EQ(test::run([&] {
+                      return GetParam().read(&room.req, kWanted, nullptr, &received);
+                  }).result,
+                  0);
+        EXPECT_EQ(received, length);
+    }
+}
+
 TEST_P(NvmeRead, TheLengthOfTheRecordDoesNotCount) {
     room.req.dlen = 0xFFFFFFFF;
     EXPECT_EQ(read(kWanted, counting(kWanted)).result, 0);

@@ -2,8 +2,10 @@
 // The life of an NVMe-MI context: what it copies, owns and frees, and how its two forms differ.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "NVMeMI/nvme_fixture.h"
 
@@ -163,6 +165,57 @@ TEST_P(NvmeForms, TheTagGoesOnFromCommandToCommand) {
         ASSERT_EQ(port().written_packets().size(), 1u);
         EXPECT_EQ(port().written_packets()[0][3], 0xC8 | (i & 7)) << i;
     }
+}
+
+// ---- Initialised again ----
+
+TEST_P(NvmeForms, InitialisingAgainFreesWhatTheFirstOneTook) {
+    for (int i = 0; i < 3; i++) {
+        EXPECT_EQ(init().result, 0);
+        ASSERT_NE(ctx.mctp, nullptr);
+        EXPECT_EQ(libc.live_blocks(), 1u);
+    }
+    EXPECT_EQ(nvmemi_deinit(&ctx), 0);
+    EXPECT_EQ(libc.live_blocks(), 0u);
+}
+
+TEST_P(NvmeForms, AFailedSetUpIsTriedAgain) {
+    config.binding_kind = 9;
+    EXPECT_EQ(init().result, -1);
+    EXPECT_EQ(init().result, -1);
+    EXPECT_EQ(libc.live_blocks(), 1u);
+    config.binding_kind = MCTP_BINDING_KIND_SMBUS;
+    EXPECT_EQ(init().result, 0);
+    EXPECT_EQ(libc.live_blocks(), 1u);
+    const Endpoint drive({checked(mi_response(hex("02 00 00")))}, false);
+    EXPECT_EQ(ask_port_1().result, 0);
+    EXPECT_EQ(frequency, 2);
+}
+
+TEST_P(NvmeForms, InitialisingAgainWithoutMemoryFreesWhatTheFirstOneTook) {
+    EXPECT_EQ(init().result, 0);
+    libc.fail_allocation(1);
+    EXPECT_EQ(init().out, "cannot alloc m_ctx\n");
+    EXPECT_EQ(ctx.mctp, nullptr);
+    EXPECT_EQ(libc.live_blocks(), 0u);
+}
+
+TEST_P(NvmeForms, TheEndpointOfTheFirstOneMayBeThePrototypeOfTheSecond) {
+    EXPECT_EQ(init().result, 0);
+    EXPECT_EQ(GetParam().init(&ctx, ctx.mctp), 0);
+    test::expect_configured(*ctx.mctp, config);
+    EXPECT_EQ(libc.live_blocks(), 1u);
+}
+
+TEST_P(NvmeForms, AnEndpointThatWasPutThereByHandIsNotFreed) {
+    mctp_ctx own = config;
+    ctx.mctp = &own;
+    EXPECT_EQ(init().result, 0);
+    EXPECT_NE(ctx.mctp, &own);
+    mctp_ctx* const taken = std::exchange(ctx.mctp, nullptr);
+    EXPECT_EQ(init().result, 0);
+    EXPECT_EQ(libc.live_blocks(), 2u) << "the caller has taken one away";
+    std::free(taken);
 }
 
 // ---- Life's end ----

@@ -60,7 +60,7 @@ TEST_F(NvmeDownload, AnImageOf4097BytesGoesInTwoCommands) {
     EXPECT_EQ(image.back(), 0x51);
     EXPECT_EQ(endpoint.calls[0].capacity, 19);
     EXPECT_EQ(endpoint.calls[1].capacity, 19);
-    EXPECT_EQ(port().progress, (Progress{{kTask, 0}, {kTask, 50}}));
+    EXPECT_EQ(port().progress, (Progress{{kTask, 0}, {kTask, 50}, {kTask, 100}}));
     EXPECT_EQ(logged(),
               placed({size_line(4097), loops_line(2, 4096), loop_line(0, 2),
                       sent_line(4163, 1024, 0, 1023, 0), percent_line(0), loop_line(1, 2),
@@ -115,7 +115,7 @@ TEST_F(NvmeDownload, AnImageThatFitsOneCommandIsPaddedToWholeDwords) {
         download_whole(image, 4096);
         EXPECT_EQ(endpoint.messages(),
                   Texts{to_hex(head_of(dwords * 4, dwords - 1, 0) + image + Bytes(padding))});
-        EXPECT_EQ(port().progress, (Progress{{kTask, 0}}));
+        EXPECT_EQ(port().progress, (Progress{{kTask, 0}, {kTask, 100}}));
         EXPECT_EQ(
             logged(),
             placed({size_line(size), loops_line(1, 4096), loop_line(0, 1), last_line(padding, 0),
@@ -135,7 +135,8 @@ TEST_F(NvmeDownload, ChunksOf4BytesAreOneDwordEach) {
         EXPECT_EQ(endpoint.calls[i].bytes, head_of(4, 0, i) + data);
         EXPECT_EQ(port().progress.at(i), (std::pair<uint32_t, unsigned>{kTask, 100 * i / 1024}));
     }
-    EXPECT_EQ(port().progress.size(), 1024u);
+    EXPECT_EQ(port().progress.size(), 1025u);
+    EXPECT_EQ(port().progress.back(), (std::pair<uint32_t, unsigned>{kTask, 100}));
 }
 
 TEST_F(NvmeDownload, AChunkSizeThatIsNoMultipleOf4DropsTheLastBytesOfTheDwordCountOnly) {
@@ -207,13 +208,14 @@ TEST_F(NvmeDownload, EverySizeAndEveryChunkSizeSendsTheWholeImageInOrder) {
 
 // ---- Progress ----
 
-TEST_F(NvmeDownload, EveryPercentageFrom0To99IsReported) {
+TEST_F(NvmeDownload, EveryPercentageFrom0To100IsReported) {
     std::vector<unsigned> seen;
     endpoint.on_call = [&] { seen.push_back(status()); };
     download_whole(image_of(400), 4);
     // A piece sees what the one in front of it has left.
     ASSERT_EQ(seen.size(), 100u);
-    ASSERT_EQ(port().progress.size(), 100u);
+    ASSERT_EQ(port().progress.size(), 101u);
+    EXPECT_EQ(port().progress[100], (std::pair<uint32_t, unsigned>{kTask, 100}));
     EXPECT_EQ(seen[0], unsigned{kNoStatus});
     for (unsigned i = 0; i < 100; i++) {
         EXPECT_EQ(port().progress[i], (std::pair<uint32_t, unsigned>{kTask, i}));

@@ -225,8 +225,11 @@ TEST_F(MiVpd, AReadThatGetsFewerBytesHandsNothingOut) {
 }
 
 TEST_F(MiVpd, NullDataIsRefusedWithoutAnExchange) {
-    EXPECT_EQ(nvmemi_vpd_read(&ctx, 0, 1, nullptr), -1);
-    EXPECT_EQ(nvmemi_vpd_write(&ctx, nullptr, 0, 1), -1);
+    for (uint16_t length : {0, 1}) {
+        EXPECT_EQ(nvmemi_vpd_read(&ctx, 0, length, nullptr), -1);
+        EXPECT_EQ(nvmemi_vpd_write(&ctx, nullptr, 0, length), -1);
+    }
+    EXPECT_EQ(port().syslog, Texts());
     EXPECT_TRUE(endpoint.calls.empty());
     EXPECT_EQ(libc.allocations(), 0);
 }
