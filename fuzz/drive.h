@@ -64,7 +64,6 @@ inline int32_t drive_answer(int32_t room, uint8_t* response) {
 /// @return whether it has an endpoint that works
 inline bool init_drive(nvmemi_ctx& ctx, uint8_t how) {
     const mctp_ctx config = configuration(how & 0x01);
-    world().unlocked_reads = (how & 0x01) != 0;
     const int32_t result =
         (how & 0x02) != 0 ? nvmemi_init_for_MARV(&ctx, &config) : nvmemi_init(&ctx, &config);
     require(result == 0 || result == -1, "an undocumented result");

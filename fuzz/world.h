@@ -39,9 +39,6 @@ struct World {
     bool standby_off = false;
     bool mpio_marker = false;
 
-    /// The binding with PEC in software locks exchanges, and not the reads that follow one.
-    bool unlocked_reads = false;
-
     // What the platform saw.
     std::vector<const lx_mutex*> held;
     unsigned lock_calls = 0;

@@ -8,12 +8,11 @@ from seeds.smbus import ECHO, ENDLESS, EOM, FIX_TAG, SOM, packet
 
 (NCSI_DISCOVER, NCSI_DISCOVER_OEM, NCSI_LINK, NCSI_PACKAGE, NCSI_BROADCOM, NCSI_MELLANOX,
  NCSI_EXCHANGE, NCSI_CONFIGURE, NCSI_LIFE) = range(9)
-FROM_CHANNEL = 0x20
 UNSUPPORTED = (0x0003, 0x7FFF)
 
 
 def ncsi_packet(command, channel, payload, codes=(0, 0)):
-    return (struct.pack(">BBBBBBHQ", FROM_CHANNEL, 1, 0, 1, command, channel, 4 + len(payload), 0) +
+    return (struct.pack(">BBBBBBHQ", 0, 1, 0, 1, command, channel, 4 + len(payload), 0) +
             struct.pack(">HH", *codes) + bytes(payload) + bytes(4))
 
 
@@ -40,6 +39,8 @@ def ncsi_seeds():
         yield f"{name}link", pldm(configured, call(NCSI_LINK, 2), link, how=how)
         yield f"{name}packages", pldm(call(NCSI_PACKAGE, 2, 4), done, call(NCSI_PACKAGE, 2, 5),
                                       done, how=how)
+        yield f"{name}package-8", pldm(call(NCSI_PACKAGE, 2, 16), call(NCSI_PACKAGE, 2, 17),
+                                       how=how)
         yield f"{name}preboot", pldm(configured, call(NCSI_BROADCOM, 2, 0), preboot,
                                      call(NCSI_BROADCOM, 2, 1), preboot, done,
                                      call(NCSI_BROADCOM, 2, 2), how=how)

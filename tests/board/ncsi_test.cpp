@@ -174,4 +174,33 @@ TEST_F(NcsiOnBoard, TemperaturesAreTheBoards) {
     EXPECT_EQ(ncsi_oem_mx_get_temperature(&ctx.channels[0]), 61);
 }
 
+// ---- Over an endpoint that is lent ----
+
+TEST_F(NcsiOnBoard, AnEndpointThatIsLentReachesEveryCommand) {
+    open_controller(R"({"id": 0, "channels": [{"id": 0, "link": true, "speed": 10}]})",
+                    R"(, "temperatures": [
+                        {"id": 2, "waveform": {"shape": "constant", "value": 61}}])");
+    mctp_ctx lent = context_of("nc");
+    lent.msg_type = MCTP_MSG_TYPE_NCSI;
+    ASSERT_EQ(ncsi_oem_init(&ctx, &lent), 0);
+    EXPECT_EQ(ncsi_oem_discovery(&ctx), 0);
+    ncsi_channel& channel = ctx.channels[0];
+    channel.channel_id = 0;
+    EXPECT_EQ(ncsi_select_package(&channel, 0), 0);
+    EXPECT_TRUE(controller->package(0)->selected);
+    EXPECT_EQ(ncsi_get_link_status(&channel), 0);
+    EXPECT_EQ(channel.link_up, 1);
+    EXPECT_EQ(channel.speed, 10);
+    channel.oem_flag = 1;
+    channel.oem_value = 0xABC;
+    EXPECT_EQ(ncsi_oem_brcm_entry(&channel, 1), 0);
+    channel.oem_value = 0;
+    EXPECT_EQ(ncsi_oem_brcm_entry(&channel, 0), 0);
+    EXPECT_EQ(channel.oem_value, 0xABC);
+    EXPECT_EQ(ncsi_oem_mx_entry(&channel, 0), 0);
+    channel.sensor_index = 2;
+    EXPECT_EQ(ncsi_oem_mx_entry(&channel, 3), 61);
+    ctx.mctp = nullptr;
+}
+
 }  // namespace

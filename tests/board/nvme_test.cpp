@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 
 #include "fixture.h"
 #include "nvme_drive.h"
@@ -72,6 +73,9 @@ protected:
     static int32_t watch(nvmemi_ctx* ctx, uint32_t request_length, uint32_t capacity,
                          uint8_t* request, uint8_t* response) {
         watched->statuses.push_back(at_p_St_GlobalVar->nvme_fw_update_status);
+        if (watched->when_asked) {
+            watched->when_asked();
+        }
         return watched->own_request(ctx, request_length, capacity, request, response);
     }
 
@@ -128,6 +132,7 @@ protected:
     static inline NvmeOnBoard* watched;
     nvmemi_request_op own_request = nullptr;
     std::vector<uint8_t> statuses;
+    std::function<void()> when_asked;
     nvmemi_ctx ctx{};
     sim::NvmeDrive* drive = nullptr;
     std::string path = testing::TempDir() + "sideband-image-" + std::to_string(getpid());
@@ -148,7 +153,7 @@ TEST_F(NvmeOnBoard, NewFirmwareOf3MebibytesGoesFromTheFileToIdentify) {
     for (size_t i = 1; i < statuses.size(); ++i) {
         ASSERT_EQ(statuses[i], 100 * (i - 1) / 768) << "behind piece " << i - 1;
     }
-    EXPECT_EQ(board->task_percent().at(5), 99);
+    EXPECT_EQ(board->task_percent().at(5), 100);
     EXPECT_EQ(at_p_St_GlobalVar->nvme_fw_update_status, 100);
 
     activate();
@@ -191,6 +196,48 @@ TEST_F(NvmeOnBoard, ADriveThatNeedsTimeForEachPieceGetsIt) {
     ASSERT_EQ(download(4096), 0);
     const sim::ByteView arrived = drive->firmware().downloaded();
     EXPECT_TRUE(std::equal(arrived.begin(), arrived.end(), image.begin(), image.end()));
+}
+
+TEST_F(NvmeOnBoard, AnImageThatIsRewrittenMeanwhileEndsTheDownload) {
+    open_drive();
+    write_image(image_of("FW6", 20000));
+    when_asked = [&] {
+        if (statuses.size() == 3) {
+            // File times go in steps of a few milliseconds.
+            usleep(30000);
+            write_image(image_of("FW7", 20000));
+        }
+    };
+    EXPECT_EQ(download(4096), -1);
+    EXPECT_EQ(at_p_St_GlobalVar->nvme_fw_update_status, NVME_FW_DOWNLOAD_UNREADABLE);
+    EXPECT_EQ(drive->count(sim::NvmeCommandSet::admin, 0x11), 3u);
+    EXPECT_EQ(board->task_percent().at(5), 40);
+}
+
+TEST_F(NvmeOnBoard, ADriveOnPcieThatNeedsTimeGetsIt) {
+    open(board_with("", R"({"name": "nvme0", "type": "nvme", "transport": "pcie",
+        "bdf": "47:00.0", "eid": 9,
+        "drive": {"model": "M", "serial": "S", "firmware": {"slots": ["FW1", ""]}}})"));
+    ASSERT_TRUE(board);
+    drive = board->nvme("nvme0");
+    ASSERT_NE(drive, nullptr);
+    const mctp_ctx config = context_of("nvme0");
+    ASSERT_EQ(nvmemi_init(&ctx, &config), 0);
+    drive->settings().more_processing = 1;
+    const uint32_t nmd1 = 0;
+    nvme_subsystem_health health{};
+    EXPECT_EQ(nvmemi_nvm_subsystem_health_status_poll(&ctx, &nmd1, &health), 0);
+    EXPECT_NE(health.ctemp, 0);
+    constexpr uint32_t kSize = 512;
+    std::array<uint8_t, kSize> log{};
+    nvme_admin_req request{};
+    request.ctx = &ctx;
+    request.cdw10 = kFirmwareSlotLog | (kSize / 4 - 1) << 16;
+    uint32_t received = 0;
+    test::Capture out(1);
+    EXPECT_EQ(nvme_get_log_page(&request, kController, kSize, 0, log.data(), &received), 0);
+    EXPECT_EQ(received, kSize);
+    EXPECT_EQ(text_of(&log[8], 8), "FW1");
 }
 
 TEST_F(NvmeOnBoard, ADriveThatFallsSilentEndsTheDownload) {
