@@ -150,6 +150,7 @@ int32_t send_all(const Transfer& transfer, uint32_t task_id) {
         console_log("NVMe FW download percent done=%d\n", percent);
     }
     set_update_status(NVME_FW_DOWNLOAD_DONE);
+    // Of an empty image the task has heard nothing so far.
     if (transfer.pieces != 0) {
         TaskServiceUpdateTaskPercentage(task_id, NVME_FW_DOWNLOAD_DONE);
     }
