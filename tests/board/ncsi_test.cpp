@@ -177,7 +177,8 @@ TEST_F(NcsiOnBoard, TemperaturesAreTheBoards) {
 // ---- Over an endpoint that is lent ----
 
 TEST_F(NcsiOnBoard, AnEndpointThatIsLentReachesEveryCommand) {
-    open_controller(R"({"id": 0, "channels": [{"id": 0, "link": true, "speed": 10}]})",
+    open_controller(R"({"id": 0, "card_tlv": "0000000000", "channels": [
+                        {"id": 0, "link": true, "speed": 10, "preboot_config": "00000000"}]})",
                     R"(, "temperatures": [
                         {"id": 2, "waveform": {"shape": "constant", "value": 61}}])");
     mctp_ctx lent = context_of("nc");

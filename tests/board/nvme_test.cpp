@@ -214,32 +214,6 @@ TEST_F(NvmeOnBoard, AnImageThatIsRewrittenMeanwhileEndsTheDownload) {
     EXPECT_EQ(board->task_percent().at(5), 40);
 }
 
-TEST_F(NvmeOnBoard, ADriveOnPcieThatNeedsTimeGetsIt) {
-    open(board_with("", R"({"name": "nvme0", "type": "nvme", "transport": "pcie",
-        "bdf": "47:00.0", "eid": 9,
-        "drive": {"model": "M", "serial": "S", "firmware": {"slots": ["FW1", ""]}}})"));
-    ASSERT_TRUE(board);
-    drive = board->nvme("nvme0");
-    ASSERT_NE(drive, nullptr);
-    const mctp_ctx config = context_of("nvme0");
-    ASSERT_EQ(nvmemi_init(&ctx, &config), 0);
-    drive->settings().more_processing = 1;
-    const uint32_t nmd1 = 0;
-    nvme_subsystem_health health{};
-    EXPECT_EQ(nvmemi_nvm_subsystem_health_status_poll(&ctx, &nmd1, &health), 0);
-    EXPECT_NE(health.ctemp, 0);
-    constexpr uint32_t kSize = 512;
-    std::array<uint8_t, kSize> log{};
-    nvme_admin_req request{};
-    request.ctx = &ctx;
-    request.cdw10 = kFirmwareSlotLog | (kSize / 4 - 1) << 16;
-    uint32_t received = 0;
-    test::Capture out(1);
-    EXPECT_EQ(nvme_get_log_page(&request, kController, kSize, 0, log.data(), &received), 0);
-    EXPECT_EQ(received, kSize);
-    EXPECT_EQ(text_of(&log[8], 8), "FW1");
-}
-
 TEST_F(NvmeOnBoard, ADriveThatFallsSilentEndsTheDownload) {
     open_drive();
     sim::NvmeFault silence;
