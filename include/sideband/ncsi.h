@@ -134,7 +134,7 @@ SIDEBAND_EXPORT int32_t ncsi_discovery(ncsi_ctx* ctx);
 
 /**
  * Sends Clear Initial State to the channels of package 0 until one answers. Nothing is recorded.
- * @return 0 where one has answered; -1 where none did, or ctx has no oem_transfer
+ * @return 0 if one has answered; -1 if none did, or ctx has no oem_transfer
  */
 SIDEBAND_EXPORT int32_t ncsi_oem_discovery(ncsi_ctx* ctx);
 
@@ -183,7 +183,7 @@ SIDEBAND_EXPORT int32_t ncsi_oem_mx_entry(ncsi_channel* channel, uint32_t comman
  * to 1. A "set" writes oem_flag and oem_value; the bits beside them are read first and written back
  * as they were.
  *
- * oem_valid is cleared by both "get" commands and by Broadcom's "set" where the controller says
+ * oem_valid is cleared by both "get" commands and by Broadcom's "set" if the controller says
  * that it does not support the "get" (NCSI_RESPONSE_UNSUPPORTED, NCSI_REASON_UNSUPPORTED). Nothing
  * else clears it: no other failure, nor Mellanox's "set", nor a "set" that is itself unsupported.
  */

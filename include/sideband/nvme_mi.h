@@ -339,10 +339,10 @@ SIDEBAND_EXPORT int32_t nvme_fw_image_commit(nvmemi_ctx* ctx, uint16_t cntlid, u
  * is left as NVME_FW_DOWNLOAD_... It is stored atomically, but there is one for the process: two
  * downloads at a time overwrite one another's.
  *
- * The image is watched from its opening on. Where its size, its time of modification or that of the
+ * The image is watched from its opening on. If its size, its time of modification or that of the
  * last change of state is another one when a piece has been read, the piece is not sent: the
- * result is -1, the outcome NVME_FW_DOWNLOAD_UNREADABLE. A file that is replaced by a rename has its
- * state changed as well; on a file system that does not note it, the whole of the old image is sent.
+ * result is -1, the outcome NVME_FW_DOWNLOAD_UNREADABLE. Replacing the file by a rename changes its
+ * state as well; on a file system that does not note it, the whole of the old image is sent.
  * @param path        the image: a regular file, which must be open to writing too. It is opened
  *                    without waiting for anybody. An empty one is done at once: nothing is sent,
  *                    nor reported to the task
