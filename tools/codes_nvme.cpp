@@ -18,31 +18,65 @@ constexpr Name nvme_generic_codes[] = {
     {0x06, "Internal Error"},
     {0x07, "Command Abort Requested"},
     {0x08, "Command Aborted due to SQ Deletion"},
+    {0x09, "Command Aborted due to Failed Fused Command"},
+    {0x0A, "Command Aborted due to Missing Fused Command"},
     {0x0B, "Invalid Namespace or Format"},
     {0x0C, "Command Sequence Error"},
+    {0x0D, "Invalid SGL Segment Descriptor"},
+    {0x0E, "Invalid Number of SGL Descriptors"},
+    {0x0F, "Data SGL Length Invalid"},
+    {0x10, "Metadata SGL Length Invalid"},
+    {0x11, "SGL Descriptor Type Invalid"},
+    {0x12, "Invalid Use of Controller Memory Buffer"},
+    {0x13, "PRP Offset Invalid"},
+    {0x14, "Atomic Write Unit Exceeded"},
     {0x15, "Operation Denied"},
+    {0x16, "SGL Offset Invalid"},
+    {0x18, "Host Identifier Inconsistent Format"},
+    {0x19, "Keep Alive Timer Expired"},
+    {0x1A, "Keep Alive Timeout Invalid"},
+    {0x1B, "Command Aborted due to Preempt and Abort"},
     {0x1C, "Sanitize Failed"},
     {0x1D, "Sanitize In Progress"},
+    {0x1E, "SGL Data Block Granularity Invalid"},
+    {0x1F, "Command Not Supported for Queue in CMB"},
     {0x20, "Namespace is Write Protected"},
     {0x21, "Command Interrupted"},
     {0x22, "Transient Transport Error"},
     {0x23, "Command Prohibited by Command and Feature Lockdown"},
     {0x24, "Admin Command Media Not Ready"},
+    {0x25, "Invalid Key Tag"},
+    {0x26, "Host Dispersed Namespace Support Not Enabled"},
+    {0x27, "Host Identifier Not Initialized"},
+    {0x28, "Incorrect Key"},
+    {0x29, "FDP Disabled"},
+    {0x2A, "Invalid Placement Handle List"},
     {0x80, "LBA Out of Range"},
     {0x81, "Capacity Exceeded"},
     {0x82, "Namespace Not Ready"},
     {0x83, "Reservation Conflict"},
     {0x84, "Format In Progress"},
+    {0x85, "Invalid Value Size"},
+    {0x86, "Invalid Key Size"},
+    {0x87, "KV Key Does Not Exist"},
+    {0x88, "Unrecovered Error"},
+    {0x89, "Key Exists"},
 };
 
 constexpr Name nvme_command_codes[] = {
+    {0x00, "Completion Queue Invalid"},
+    {0x01, "Invalid Queue Identifier"},
+    {0x02, "Invalid Queue Size"},
     {0x03, "Abort Command Limit Exceeded"},
+    {0x04, "Abort Command Is Missing"},
     {0x05, "Asynchronous Event Request Limit Exceeded"},
     {0x06, "Invalid Firmware Slot"},
     {0x07, "Invalid Firmware Image"},
+    {0x08, "Invalid Interrupt Vector"},
     {0x09, "Invalid Log Page"},
     {0x0A, "Invalid Format"},
     {0x0B, "Firmware Activation Requires Conventional Reset"},
+    {0x0C, "Invalid Queue Deletion"},
     {0x0D, "Feature Identifier Not Saveable"},
     {0x0E, "Feature Not Changeable"},
     {0x0F, "Feature Not Namespace Specific"},
@@ -70,6 +104,22 @@ constexpr Name nvme_command_codes[] = {
     {0x26, "Insufficient Capacity"},
     {0x27, "Namespace Attachment Limit Exceeded"},
     {0x28, "Prohibition of Command Execution Not Supported"},
+    {0x29, "I/O Command Set Not Supported"},
+    {0x2A, "I/O Command Set Not Enabled"},
+    {0x2B, "I/O Command Set Combination Rejected"},
+    {0x2C, "Invalid I/O Command Set"},
+    {0x2D, "Identifier Unavailable"},
+    {0x2F, "Invalid Discovery Information"},
+    {0x30, "Zoning Data Structure Locked"},
+    {0x31, "Zoning Data Structure Not Found"},
+    {0x32, "Insufficient Discovery Resources"},
+    {0x33, "Requested Function Disabled"},
+    {0x34, "ZoneGroup Originator Invalid"},
+    {0x37, "Invalid Controller Data Queue"},
+    {0x38, "Not Enough Resources"},
+    {0x39, "Controller Suspended"},
+    {0x3A, "Controller Not Suspended"},
+    {0x3B, "Controller Data Queue Full"},
 };
 
 constexpr Name nvme_media_codes[] = {
@@ -81,6 +131,17 @@ constexpr Name nvme_media_codes[] = {
     {0x85, "Compare Failure"},
     {0x86, "Access Denied"},
     {0x87, "Deallocated or Unwritten Logical Block"},
+    {0x88, "End-to-End Storage Tag Check Error"},
+};
+
+constexpr Name nvme_path_codes[] = {
+    {0x00, "Internal Path Error"},
+    {0x01, "Asymmetric Access Persistent Loss"},
+    {0x02, "Asymmetric Access Inaccessible"},
+    {0x03, "Asymmetric Access Transition"},
+    {0x60, "Controller Pathing Error"},
+    {0x70, "Host Pathing Error"},
+    {0x71, "Command Aborted By Host"},
 };
 
 }  // namespace
@@ -96,6 +157,7 @@ std::string nvmemi_status_name(uint8_t status) {
         {0x05, "Invalid Command Size"},
         {0x06, "Invalid Command Input Data Size"},
         {0x07, "Access Denied"},
+        {0x08, "Unable to Abort"},
         {0x20, "VPD Updates Exceeded"},
         {0x21, "PCIe Inaccessible"},
         {0x22, "Management Endpoint Buffer Cleared Due to Sanitize"},
@@ -125,10 +187,15 @@ std::string nvme_status_type_name(uint8_t type) {
 std::string nvme_status_name(uint8_t type, uint8_t code) {
     constexpr uint8_t vendor_type = 7;
     static constexpr std::span<const Name> types[] = {nvme_generic_codes, nvme_command_codes,
-                                                      nvme_media_codes};
+                                                      nvme_media_codes, nvme_path_codes};
     const bool vendor = type == vendor_type || code >= first_vendor_code;
     const char* otherwise = vendor ? "vendor specific" : "reserved";
     return type < std::size(types) ? find_name(types[type], code, otherwise) : otherwise;
+}
+
+std::string nvmemi_frequency_name(uint8_t frequency) {
+    static constexpr Name names[] = {{1, "100 kHz"}, {2, "400 kHz"}, {3, "1 MHz"}};
+    return find_name(names, frequency, frequency == 0 ? "-" : "reserved");
 }
 
 std::string nvmemi_command_name(uint8_t opcode) {
@@ -152,7 +219,11 @@ std::string nvmemi_command_name(uint8_t opcode) {
 
 std::string nvme_admin_command_name(uint8_t opcode) {
     static constexpr Name names[] = {
+        {0x00, "Delete I/O Submission Queue"},
+        {0x01, "Create I/O Submission Queue"},
         {0x02, "Get Log Page"},
+        {0x04, "Delete I/O Completion Queue"},
+        {0x05, "Create I/O Completion Queue"},
         {0x06, "Identify"},
         {0x08, "Abort"},
         {0x09, "Set Features"},
@@ -167,13 +238,35 @@ std::string nvme_admin_command_name(uint8_t opcode) {
         {0x19, "Directive Send"},
         {0x1A, "Directive Receive"},
         {0x1C, "Virtualization Management"},
+        {0x1D, "NVMe-MI Send"},
+        {0x1E, "NVMe-MI Receive"},
         {0x20, "Capacity Management"},
+        {0x21, "Discovery Information Management"},
+        {0x22, "Fabric Zoning Receive"},
         {0x24, "Lockdown"},
+        {0x25, "Fabric Zoning Lookup"},
+        {0x28, "Clear Exported NVM Resource Configuration"},
+        {0x29, "Fabric Zoning Send"},
+        {0x2A, "Create Exported NVM Subsystem"},
+        {0x2D, "Manage Exported NVM Subsystem"},
+        {0x31, "Manage Exported Namespace"},
+        {0x35, "Manage Exported Port"},
+        {0x39, "Send Discovery Log Page"},
+        {0x3D, "Track Send"},
+        {0x3E, "Track Receive"},
+        {0x41, "Migration Send"},
+        {0x42, "Migration Receive"},
+        {0x45, "Controller Data Queue"},
+        {0x7C, "Doorbell Buffer Config"},
+        {0x7F, "Fabrics Commands"},
         {0x80, "Format NVM"},
         {0x81, "Security Send"},
         {0x82, "Security Receive"},
         {0x84, "Sanitize"},
+        {0x85, "Load Program"},
         {0x86, "Get LBA Status"},
+        {0x88, "Program Activation Management"},
+        {0x89, "Memory Range Set Management"},
     };
     return find_name(names, opcode, opcode >= first_vendor_code ? "vendor specific" : "reserved");
 }
@@ -200,14 +293,30 @@ std::string nvme_feature_name(uint8_t feature) {
         {0x12, "Read Recovery Level Config"},
         {0x13, "Predictable Latency Mode Config"},
         {0x14, "Predictable Latency Mode Window"},
+        {0x15, "LBA Status Information Report Interval"},
         {0x16, "Host Behavior Support"},
         {0x17, "Sanitize Config"},
         {0x18, "Endurance Group Event Configuration"},
+        {0x19, "I/O Command Set Profile"},
+        {0x1A, "Spinup Control"},
+        {0x1B, "Power Loss Signaling Config"},
+        {0x1C, "Performance Characteristics"},
+        {0x1D, "Flexible Data Placement"},
+        {0x1E, "Flexible Data Placement Events"},
+        {0x1F, "Namespace Admin Label"},
+        {0x20, "Key Value Configuration"},
+        {0x21, "Controller Data Queue"},
+        {0x78, "Embedded Management Controller Address"},
+        {0x79, "Host Management Agent Address"},
+        {0x7D, "Enhanced Controller Metadata"},
+        {0x7E, "Controller Metadata"},
+        {0x7F, "Namespace Metadata"},
         {0x80, "Software Progress Marker"},
         {0x81, "Host Identifier"},
         {0x82, "Reservation Notification Mask"},
         {0x83, "Reservation Persistence"},
         {0x84, "Namespace Write Protection Config"},
+        {0x85, "Boot Partition Write Protection Config"},
     };
     return find_name(names, feature, feature >= first_vendor_code ? "vendor specific" : "reserved");
 }

@@ -7,6 +7,7 @@
 #include "tools/demo.h"
 #include "tools/nvme_firmware.h"
 #include "tools/nvme_health.h"
+#include "tools/nvme_states.h"
 #include "tools/temporary_file.h"
 #include "tools/text.h"
 

@@ -8,6 +8,7 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
+#include "tools/codes.h"
 #include "tools/text.h"
 
 namespace tool {
@@ -127,12 +128,6 @@ private:
     int32_t result_;
 };
 
-/// By their bits (DSP0267, ComponentActivationMethods).
-constexpr const char* activation_words[] = {
-    "automatic",     "self-contained", "medium-specific reset",
-    "system reboot", "DC power cycle", "AC power cycle",
-};
-
 std::string stamp_text(uint32_t stamp) {
     return fmt::format("0x{:08x}", stamp);
 }
@@ -245,9 +240,10 @@ Json firmware_json(const FirmwareInfo& info) {
 
 std::string activation_text(uint16_t methods) {
     std::string text;
-    for (size_t bit = 0; bit < std::size(activation_words); ++bit) {
-        if ((methods >> bit & 1) != 0) {
-            text += (text.empty() ? "" : ", ") + std::string(activation_words[bit]);
+    for (uint8_t bit = 0; bit < 16; ++bit) {
+        const std::string name = activation_method_name(bit);
+        if ((methods >> bit & 1) != 0 && !name.empty()) {
+            text += (text.empty() ? "" : ", ") + name;
         }
     }
     return text.empty() ? fmt::format("0x{:04x}", methods) : text;

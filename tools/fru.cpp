@@ -9,7 +9,6 @@
 #include <cstdlib>
 
 #include "common/wire.h"
-#include "tools/name_table.h"
 #include "tools/text.h"
 
 namespace tool {
@@ -112,35 +111,6 @@ std::string text_of(std::span<const uint8_t> bytes, uint8_t encoding) {
 }
 
 }  // namespace
-
-std::string fru_record_type_name(uint8_t type) {
-    return type == general_record ? "General" : type == oem_record ? "OEM" : "reserved";
-}
-
-std::string fru_field_name(uint8_t record_type, uint8_t field_type) {
-    static constexpr Name general[] = {
-        {1, "Chassis Type"},
-        {2, "Model"},
-        {3, "Part Number"},
-        {4, "Serial Number"},
-        {5, "Manufacturer"},
-        {6, "Manufacture Date"},
-        {7, "Vendor"},
-        {8, "Name"},
-        {9, "SKU"},
-        {10, "Version"},
-        {11, "Asset Tag"},
-        {12, "Description"},
-        {13, "Engineering Change Level"},
-        {14, "Other Information"},
-        {15, "Vendor IANA"},
-    };
-    const std::string otherwise = fmt::format("field {}", field_type);
-    if (record_type == general_record) {
-        return find_name(general, field_type, otherwise.c_str());
-    }
-    return record_type == oem_record && field_type == oem_vendor_iana ? "Vendor IANA" : otherwise;
-}
 
 std::string timestamp_text(std::span<const uint8_t> bytes) {
     constexpr size_t size = 13;

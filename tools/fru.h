@@ -36,10 +36,6 @@ struct FruTable {
 /// @param fixed_parts  the device sends it in answers of one size
 FruTable read_fru(Session& session, bool fixed_parts);
 
-/// Record and field types: DSP0257, tables 3 to 5.
-std::string fru_record_type_name(uint8_t type);
-std::string fru_field_name(uint8_t record_type, uint8_t field_type);
-
 /// A field's value for people: text as its record's encoding says, dates and numbers as such, and
 /// bytes that are none of these in hex.
 std::string fru_value_text(const FruRecord& record, const FruField& field);

@@ -2,6 +2,7 @@
 // A FRU record table as a table for people and as an object for programs.
 #include "tools/fru_report.h"
 
+#include "tools/codes.h"
 #include "tools/text.h"
 
 namespace tool {

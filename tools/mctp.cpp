@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/codes.h"
 #include "tools/command.h"
 #include "tools/endpoint_name.h"
 #include "tools/session.h"
@@ -11,35 +12,6 @@
 
 namespace tool {
 namespace {
-
-const char* endpoint_type_name(uint8_t type) {
-    static constexpr const char* names[] = {"simple endpoint", "bus owner or bridge", "reserved",
-                                            "reserved"};
-    return names[type & 3];
-}
-
-const char* eid_type_name(uint8_t type) {
-    static constexpr const char* names[] = {"dynamic", "static", "static, at its own value",
-                                            "static, at another value"};
-    return names[type & 3];
-}
-
-const char* entry_type_name(uint8_t type) {
-    static constexpr const char* names[] = {"endpoint", "bridge and endpoints", "bridge",
-                                            "endpoints behind a bridge"};
-    return names[type & 3];
-}
-
-std::string binding_type_name(uint8_t type) {
-    switch (type) {
-        case 1:
-            return "SMBus";
-        case 2:
-            return "PCIe VDM";
-        default:
-            return fmt::format("0x{:02x}", type);
-    }
-}
 
 /// A PCIe address is bus, then device and function; any other one stays hex.
 std::string address_text(const RoutingEntry& entry) {
@@ -89,7 +61,7 @@ void show_routes(Context& context, Session& session) {
                                      ? fmt::format("{}-{}", entry.starting_eid,
                                                    entry.starting_eid + entry.eid_range_size - 1)
                                      : std::to_string(entry.starting_eid);
-        table.add({eids, entry_type_name(entry.entry_type), std::to_string(entry.port),
+        table.add({eids, routing_entry_type_name(entry.entry_type), std::to_string(entry.port),
                    binding_type_name(entry.binding_type), fmt::format("0x{:02x}", entry.media_type),
                    address_text(entry)});
         list.push_back(route_json(entry));

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/codes.h"
 #include "tools/nvme.h"
 #include "tools/nvme_drive.h"
 #include "tools/text.h"
@@ -19,11 +20,7 @@ struct PortConfig {
 };
 
 std::string frequency_text(const std::optional<uint8_t>& frequency) {
-    constexpr const char* words[] = {"-", "100 kHz", "400 kHz", "1 MHz"};
-    if (!frequency) {
-        return "-";
-    }
-    return *frequency < std::size(words) ? words[*frequency] : "reserved";
+    return frequency ? nvmemi_frequency_name(*frequency) : "-";
 }
 
 /// A port that is none of SMBus refuses the question.

@@ -234,14 +234,4 @@ uint64_t little_endian_at(std::span<const uint8_t> bytes, size_t at, size_t size
     return value;
 }
 
-std::string bits_text(uint32_t value, std::span<const BitName> names, const char* none) {
-    std::string text;
-    for (const BitName& name : names) {
-        if ((value >> name.bit & 1) != 0) {
-            text += (text.empty() ? "" : ", ") + std::string(name.text);
-        }
-    }
-    return text.empty() ? none : text;
-}
-
 }  // namespace tool

@@ -100,14 +100,6 @@ struct FoundDrive {
 /// A little-endian number of at most eight bytes.
 uint64_t little_endian_at(std::span<const uint8_t> bytes, size_t at, size_t size);
 
-struct BitName {
-    uint8_t bit;
-    const char* text;
-};
-
-/// "ready, fatal": the names of the bits that are set, or what none of them means.
-std::string bits_text(uint32_t value, std::span<const BitName> names, const char* none);
-
 }  // namespace tool
 
 #endif

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "tools/codes.h"
+#include "tools/name_table.h"
 #include "tools/nvme.h"
 #include "tools/nvme_drive.h"
 #include "tools/nvme_fields.h"
@@ -11,8 +12,7 @@
 namespace tool {
 namespace {
 
-constexpr BitName capability_bits[] = {
-    {0, "saveable"}, {1, "namespace specific"}, {2, "changeable"}};
+constexpr Name capability_bits[] = {{0, "saveable"}, {1, "namespace specific"}, {2, "changeable"}};
 
 /// What Get Features answers.
 struct FeatureValue {

@@ -6,36 +6,11 @@
 
 #include "tools/nvme.h"
 #include "tools/nvme_fields.h"
+#include "tools/nvme_states.h"
 #include "tools/text.h"
 
 namespace tool {
 namespace {
-
-constexpr BitName subsystem_bits[] = {
-    {5, "drive functional"},
-    {4, "no reset required"},
-    {3, "PCIe link of port 0 active"},
-    {2, "PCIe link of port 1 active"},
-};
-
-constexpr BitName health_warnings[] = {
-    {0, "available spare"}, {1, "temperature"},   {2, "reliability"},
-    {3, "read only"},       {4, "memory backup"}, {5, "persistent memory region"},
-};
-
-constexpr BitName controller_bits[] = {
-    {0, "ready"},
-    {1, "fatal"},
-    {4, "subsystem reset occurred"},
-    {5, "enable changed"},
-    {6, "namespaces changed"},
-    {7, "firmware activated"},
-    {8, "status changed"},
-    {9, "temperature changed"},
-    {10, "percentage used changed"},
-    {11, "available spare changed"},
-    {12, "critical warning changed"},
-};
 
 /// Percentage Drive Life Used.
 std::string life_text(uint8_t used) {
@@ -45,41 +20,19 @@ std::string life_text(uint8_t used) {
 Fields subsystem_fields(const nvme_subsystem_health& health) {
     Fields fields;
     fields.add("nss", fmt::format("0x{:02x}", health.nss), health.nss);
-    fields.explain(bits_text(health.nss, subsystem_bits, "not functional"));
+    fields.explain(subsystem_status_text(health.nss));
     fields.add("sw", fmt::format("0x{:02x}", health.smart_warnings), health.smart_warnings);
     // A bit that is 0 warns.
-    fields.explain(bits_text(health.smart_warnings ^ 0xFFU, health_warnings, "no warning"));
+    fields.explain(
+        health_warnings_text(static_cast<uint8_t>(~health.smart_warnings), "no warning"));
     fields.add("ctemp", composite_text(health.ctemp), health.ctemp);
     fields.add("pdlu", life_text(health.pdlu), health.pdlu);
     fields.add("ccs", fmt::format("0x{:04x}", health.ccs), health.ccs);
-    fields.explain(bits_text(health.ccs, controller_bits, "not ready"));
+    fields.explain(composite_status_text(health.ccs));
     return fields;
 }
 
 }  // namespace
-
-std::string composite_text(uint8_t ctemp) {
-    constexpr uint8_t hottest = 0x7F;
-    constexpr uint8_t no_data = 0x80;
-    constexpr uint8_t sensor_failed = 0x81;
-    constexpr uint8_t coldest = 0xC4;
-    if (ctemp < hottest) {
-        return fmt::format("{} degC", ctemp);
-    }
-    switch (ctemp) {
-        case hottest:
-            return "127 degC or more";
-        case no_data:
-            return "no data";
-        case sensor_failed:
-            return "the sensor has failed";
-        case coldest:
-            return "-60 degC or less";
-        default:
-            return ctemp > coldest ? fmt::format("{} degC", static_cast<int8_t>(ctemp))
-                                   : fmt::format("0x{:02x} (reserved)", ctemp);
-    }
-}
 
 NvmeHealth read_health(NvmeDrive& drive) {
     constexpr uint32_t every_function = NVMEMI_CONTROLLER_POLL_ALL | NVMEMI_CONTROLLER_POLL_INCF |
@@ -120,8 +73,8 @@ std::string health_text(const NvmeHealth& health, size_t indent) {
                  {"STATUS"}});
     for (const nvme_controller_health& one : health.controllers) {
         table.add({std::to_string(one.ctlid), kelvin_text(one.ctemp), life_text(one.pdlu),
-                   fmt::format("{} %", one.spare), bits_text(one.cwarn, health_warnings, "none"),
-                   bits_text(one.csts, controller_bits, "not ready")});
+                   fmt::format("{} %", one.spare), health_warnings_text(one.cwarn, "none"),
+                   controller_status_text(one.csts)});
     }
     return subsystem_fields(health.subsystem).text(indent) + "\n" + table.text(indent);
 }

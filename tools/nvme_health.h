@@ -23,9 +23,6 @@ NvmeHealth read_health(NvmeDrive& drive);
 std::string health_text(const NvmeHealth& health, size_t indent = 0);
 nlohmann::ordered_json health_json(const NvmeHealth& health);
 
-/// The composite temperature as it is coded in the subsystem's health.
-std::string composite_text(uint8_t ctemp);
-
 }  // namespace tool
 
 #endif

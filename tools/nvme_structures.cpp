@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/nvme_states.h"
 #include "tools/text.h"
 
 namespace tool {
@@ -13,12 +14,6 @@ constexpr uint8_t smart_page = 0x02;
 constexpr uint8_t firmware_slot_page = 0x03;
 constexpr uint8_t sanitize_page = 0x81;
 constexpr uint32_t page_size = 512;
-
-constexpr BitName smart_warnings[] = {
-    {0, "available spare low"},           {1, "temperature"},
-    {2, "reliability degraded"},          {3, "read only"},
-    {4, "volatile memory backup failed"}, {5, "persistent memory region unreliable"},
-};
 
 constexpr FieldLayout smart_layout[] = {
     {"available_spare", 3, 1, FieldLook::percent},
@@ -55,12 +50,6 @@ constexpr FieldLayout sanitize_layout[] = {
     {"etbend", 24, 4},
     {"etcend", 28, 4},
 };
-
-const char* sanitize_words(uint8_t status) {
-    constexpr const char* words[] = {"never sanitized", "completed", "in progress", "failed",
-                                     "completed, not deallocated as wished"};
-    return status < std::size(words) ? words[status] : "reserved";
-}
 
 /// Places the numbered sensors alone that the drive has.
 void add_temperature_sensors(Fields& fields, std::span<const uint8_t> data) {
@@ -121,7 +110,7 @@ Fields read_smart(NvmeDrive& drive, uint16_t controller) {
     const std::vector<uint8_t> data = drive.log_page(controller, smart_page, page_size);
     Fields fields;
     fields.add("critical_warning", fmt::format("0x{:02x}", data[0]), data[0]);
-    fields.explain(bits_text(data[0], smart_warnings, "none"));
+    fields.explain(smart_warnings_text(data[0]));
     const uint64_t kelvin = little_endian_at(data, 1, 2);
     fields.add("temperature", kelvin_text(kelvin), kelvin);
     fields.decode(data, smart_layout);
@@ -143,7 +132,7 @@ SanitizeState read_sanitize(NvmeDrive& drive, uint16_t controller) {
         state.fields.explain(fmt::format("{} %", state.percent));
     }
     state.fields.add("sstat", fmt::format("0x{:04x}", status), status);
-    state.fields.explain(sanitize_words(state.status));
+    state.fields.explain(sanitize_status_text(state.status));
     state.fields.decode(data, sanitize_layout);
     return state;
 }

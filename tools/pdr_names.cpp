@@ -130,6 +130,9 @@ constexpr Name entities[] = {
     {6, "communication channel"},
     {7, "PLDM terminus"},
     {8, "platform event log"},
+    {9, "device file"},
+    {10, "device file directory"},
+    {11, "memory rank"},
     {15, "keypad"},
     {16, "switch"},
     {17, "push button"},
@@ -142,6 +145,7 @@ constexpr Name entities[] = {
     {34, "OS loader"},
     {35, "device driver"},
     {36, "management controller firmware"},
+    {37, "agent"},
     {45, "system chassis"},
     {46, "sub-chassis"},
     {47, "disk drive bay"},
@@ -161,7 +165,7 @@ constexpr Name entities[] = {
     {68, "add-in card"},
     {69, "chassis front panel board"},
     {70, "back panel board"},
-    {71, "power management board"},
+    {71, "power management/power distribution board"},
     {72, "power system board"},
     {73, "drive backplane"},
     {74, "system internal expansion board"},
@@ -174,14 +178,16 @@ constexpr Name entities[] = {
     {81, "processor/I/O module"},
     {90, "cooling device"},
     {91, "cooling subsystem"},
-    {92, "cooling unit"},
+    {92, "cooling unit/domain"},
     {93, "fan"},
     {94, "Peltier cooling device"},
     {95, "liquid cooling device"},
     {96, "liquid cooling subsystem"},
+    {97, "liquid cooling input manifold"},
+    {98, "liquid cooling output manifold"},
     {105, "other storage device"},
     {106, "floppy drive"},
-    {107, "hard disk drive"},
+    {107, "fixed disk/hard drive"},
     {108, "CD drive"},
     {109, "CD/DVD drive"},
     {110, "other silicon storage device"},
@@ -193,6 +199,9 @@ constexpr Name entities[] = {
     {124, "DC-DC converter"},
     {125, "AC mains power supply"},
     {126, "DC mains power supply"},
+    {127, "voltage regulator"},
+    {128, "multi-rail voltage regulator"},
+    {129, "multi-rail voltage regulator channel"},
     {135, "processor"},
     {136, "chipset component"},
     {137, "management controller"},
@@ -206,13 +215,21 @@ constexpr Name entities[] = {
     {145, "I/O controller"},
     {146, "south bridge"},
     {147, "real-time clock"},
+    {148, "FPGA/CPLD configurable logic device"},
+    {149, "accelerator"},
+    {150, "TPM"},
+    {151, "subprocessor/processor core"},
+    {152, "GPU"},
+    {153, "DPU"},
+    {154, "PCIe retimer"},
+    {155, "PCIe switch"},
     {160, "other bus"},
     {161, "system bus"},
     {162, "I2C bus"},
     {163, "SMBus"},
     {164, "SPI bus"},
     {165, "PCI bus"},
-    {166, "PCI Express bus"},
+    {166, "PCI Express bus including CXL"},
     {167, "PECI bus"},
     {168, "LPC bus"},
     {169, "USB bus"},
@@ -221,12 +238,39 @@ constexpr Name entities[] = {
     {172, "SATA/SAS bus"},
     {173, "processor front-side bus"},
     {174, "inter-processor bus"},
+    {175, "inter-accelerator link"},
+    {176, "I3C bus"},
+    {177, "CAN bus"},
     {185, "connector"},
     {186, "slot"},
     {187, "cable"},
     {188, "interconnect"},
     {189, "plug"},
     {190, "socket"},
+    {200, "RJ45"},
+    {201, "XFP"},
+    {202, "SFP"},
+    {203, "SFP10"},
+    {205, "SFP16"},
+    {206, "SFP28"},
+    {207, "SFP+"},
+    {208, "SFP-DD"},
+    {209, "CSFP"},
+    {210, "QSFP"},
+    {211, "QSFP28"},
+    {212, "QSFP+"},
+    {213, "QSFP-DD"},
+    {214, "OSFP"},
+    {215, "DSFP"},
+    {290, "OIF ELSFP"},
+    {291, "MPO"},
+    {292, "MMC"},
+    {299, "unknown network connector type"},
+    {300, "Ethernet"},
+    {301, "InfiniBand"},
+    {302, "Fibre Channel"},
+    {303, "Omnipath"},
+    {400, "vendor specific interconnect"},
 };
 
 }  // namespace
@@ -251,12 +295,14 @@ std::string pdr_type_name(uint8_t type) {
         {16, "Entity Auxiliary Names"},
         {17, "OEM Entity ID"},
         {18, "Interrupt Association"},
-        {19, "Event Log"},
+        {19, "PLDM Event Log"},
         {20, "FRU Record Set"},
         {21, "Compact Numeric Sensor"},
         {22, "Redfish Resource"},
         {23, "Redfish Entity Association"},
         {24, "Redfish Action"},
+        {25, "Redfish Parallel Resource"},
+        {30, "File Descriptor"},
         {126, "OEM Device"},
         {127, "OEM"},
     };
@@ -312,55 +358,18 @@ std::string sensor_init_name(uint8_t init) {
 
 std::string entity_type_name(uint16_t type) {
     constexpr uint16_t logical = 0x8000;
+    constexpr uint16_t first_oem_type = 0x6000;
     const auto id = static_cast<uint16_t>(type & ~logical);
     const std::string name = find_name(entities, id, "");
     return ((type & logical) != 0 ? "logical " : "") +
-           (name.empty() ? fmt::format("entity type {}", id) : name);
+           (name.empty() ? fmt::format("{}entity type {}", id >= first_oem_type ? "OEM " : "", id)
+                         : name);
 }
 
 std::string entity_text(uint16_t type, uint16_t instance) {
     const std::string name = entity_type_name(type);
     const bool ends_in_number = name.back() >= '0' && name.back() <= '9';
     return fmt::format("{}{} {}", name, ends_in_number ? "," : "", instance);
-}
-
-std::string state_set_name(uint16_t id) {
-    static constexpr Name names[] = {
-        {1, "Health State"},
-        {2, "Availability"},
-        {3, "Predictive Condition"},
-        {4, "Redundancy Status"},
-        {5, "Health/Redundancy Trend"},
-        {6, "Group Resource Level"},
-        {7, "Redundancy Entity Role"},
-        {8, "Operational Status"},
-        {9, "Operational Stress Status"},
-        {10, "Operational Fault Status"},
-        {11, "Operational Running Status"},
-        {12, "Operational Connection Status"},
-        {13, "Presence"},
-        {14, "Performance"},
-        {15, "Configuration State"},
-        {16, "Changed Configuration"},
-        {17, "Identify State"},
-        {18, "Version"},
-        {19, "Alarm State"},
-        {20, "Device Initialization"},
-        {21, "Thermal Trip"},
-        {22, "Heartbeat"},
-        {33, "Link State"},
-        {129, "Software Termination Status"},
-        {196, "Boot Progress"},
-        {257, "Device Power State"},
-        {260, "System Power State"},
-    };
-    char own[PLDM_STATE_SET_NAME_SIZE];
-    lookup_state_set_string(id, own);
-    if (own[0] != '\0') {
-        return own;
-    }
-    const std::string name = find_name(names, id, "");
-    return name.empty() ? fmt::format("state set {}", id) : name;
 }
 
 }  // namespace tool

@@ -14,29 +14,16 @@ constexpr uint8_t activate_firmware = 0x1A;
 constexpr uint8_t cancel_update = 0x1D;
 constexpr uint8_t not_in_update_mode = 0x80;
 
-/// ComponentCompatibilityResponseCode of UpdateComponent (DSP0267).
+/// Why UpdateComponent has not accepted a component.
 std::string refusal_reason(uint8_t code) {
-    static constexpr Name names[] = {
-        {0x01, "its comparison stamp is that of the firmware in the device"},
-        {0x02, "its comparison stamp is lower than that of the firmware in the device"},
-        {0x03, "its comparison stamp or its version is invalid"},
-        {0x04, "it conflicts with another component"},
-        {0x05, "what it needs has not been met"},
-        {0x06, "the device does not support it"},
-        {0x07, "the device's security does not allow it"},
-        {0x08, "the set of components is incomplete"},
-        {0x0A, "its version is that of the firmware in the device"},
-        {0x0B, "its version is lower than that of the firmware in the device"},
-    };
-    const std::string name = find_name(names, code, "");
+    const std::string text = component_refusal_text(code);
     const std::string number = fmt::format("code 0x{:02x}", code);
-    return "the device refuses it: " + (name.empty() ? number : name + " (" + number + ")");
+    return "the device refuses it: " + (text.empty() ? number : text + " (" + number + ")");
 }
 
-/// TransferResult, VerifyResult, ApplyResult: two values are common to them.
-std::string result_text(uint8_t result) {
-    static constexpr Name names[] = {{0x09, " (time-out)"}, {0x0A, " (generic error)"}};
-    return fmt::format("0x{:02x}{}", result, find_name(names, result, ""));
+/// A result of one of the three reports, and its name where it has one.
+std::string result_text(uint8_t result, const std::string& name) {
+    return fmt::format("0x{:02x}{}", result, name.empty() ? "" : " (" + name + ")");
 }
 
 std::string component_text(const std::optional<size_t>& index) {
@@ -70,11 +57,11 @@ private:
             case PLDM_FW_MARK_FW_PARAMETERS:
                 return plain("GetFirmwareParameters", "no answer that can be used");
             case PLDM_FW_MARK_TRANSFER_COMPLETE:
-                return completed("the transfer", "transfer result");
+                return completed("the transfer", "transfer result", transfer_result_name);
             case PLDM_FW_MARK_VERIFY_COMPLETE:
-                return completed("the verification", "verify result");
+                return completed("the verification", "verify result", verify_result_name);
             case PLDM_FW_MARK_APPLY_COMPLETE:
-                return completed("the application", "apply result");
+                return completed("the application", "apply result", apply_result_name);
             case PLDM_FW_MARK_TIMEOUT:
                 return silent();
             default:
@@ -92,12 +79,13 @@ private:
     }
 
     /// A ...Complete that reports an error, or whose answer did not reach the device.
-    Failure completed(const std::string& what, const std::string& result) const {
+    Failure completed(const std::string& what, const std::string& result,
+                      std::string (*name)(uint8_t)) const {
         return plain(
             what + " of " + component_text(record_.result ? record_.component : record_.current),
-            record_.result
-                ? fmt::format("the device reports {} {}", result, result_text(*record_.result))
-                : "the device's report could not be answered");
+            record_.result ? fmt::format("the device reports {} {}", result,
+                                         result_text(*record_.result, name(*record_.result)))
+                           : "the device's report could not be answered");
     }
 
     /// An update that ended without a mark of its own: what was refused tells.

@@ -73,8 +73,8 @@ INSTANTIATE_TEST_SUITE_P(
                 "the transfer of component 0 failed: the device's RequestFirmwareData was out of "
                 "order, and was answered with completion code 0x83 (INVALID_TRANSFER_LENGTH)"},
         Trouble{"TransferFails", "result", "transfer_complete", R"({"value": 2})", true,
-                "the transfer of component 0 failed: the device reports transfer result 0x02 (mark "
-                "0x57)"},
+                "the transfer of component 0 failed: the device reports transfer result 0x02 "
+                "(version mismatch) (mark 0x57)"},
         Trouble{"VerificationFails", "result", "verify_complete", R"({"value": 9})", true,
                 "the verification of component 0 failed: the device reports verify result 0x09 "
                 "(time-out) (mark 0x58)"},
