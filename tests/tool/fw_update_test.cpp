@@ -54,7 +54,7 @@ TEST(FwUpdate, SendsTheImageAsItIsInTheFile) {
         EXPECT_EQ(spoilt.err,
                   "sideband-sim: pldm fw-update: " + std::string(card) +
                       ": the verification of component 0 failed: the device reports verify result "
-                      "0x01 (mark 0x58)\n");
+                      "0x01 (verification failure) (mark 0x58)\n");
     }
 }
 
