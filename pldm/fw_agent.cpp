@@ -48,6 +48,15 @@ uint8_t fw_completion(const pldm_fw_update_ctx& ctx, std::span<const uint8_t> re
                                                                   : uint8_t{PLDM_CC_SUCCESS};
 }
 
+bool advance_component(pldm_fw_update_ctx& ctx) {
+    // An index that went round would begin the update again, for ever.
+    if (ctx.component_index == UINT8_MAX) {
+        return false;
+    }
+    ++ctx.component_index;
+    return true;
+}
+
 const pldm_update_component* update_element(const pldm_fw_update_ctx& ctx, size_t index) {
     if (ctx.update_list == nullptr || index >= ctx.component_num ||
         ctx.update_list[index].image == nullptr) {

@@ -151,6 +151,16 @@ bool build_update_list(pldm_fw_update_ctx& ctx);
 /// @return whether the device has accepted one
 bool pass_component_table(pldm_fw_update_ctx& ctx);
 
+/// Moves on to the next component.
+/// @return false where the current one is the last that an index counts
+bool advance_component(pldm_fw_update_ctx& ctx);
+
+/// Sends CancelUpdateComponent.
+int32_t exchange_cancel_component(pldm_fw_update_ctx& ctx);
+
+/// Goes on with the component behind the one that was cancelled.
+void skip_component(pldm_fw_update_ctx& ctx);
+
 /// The element of the update list; null where the list has none at this index or it carries no
 /// component for the device.
 const pldm_update_component* update_element(const pldm_fw_update_ctx& ctx, size_t index);

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "common/memory.h"
+#include "common/printable.h"
 #include "pldm/fw_agent.h"
 #include "transport/transport.h"
 
@@ -37,7 +38,8 @@ void warn_of_record(unsigned index, const pldm_device_record& record) {
     std::printf("Warning. record[%u] component image has something wrong\n", index);
     std::printf("component_image_string_type = %d\n", record.component_image_set_ver_string_type);
     std::printf("component_image_string_len  = %d\n", record.component_image_set_ver_string_len);
-    std::printf("component_image_set_ver_string = %s\n", record.image_version_string);
+    std::printf("component_image_set_ver_string = %s\n",
+                sideband::Printable(record.image_version_string).text());
 }
 
 int32_t exchange_request_update(pldm_fw_update_ctx& ctx, const pldm_device_record& record,
@@ -226,6 +228,18 @@ int32_t cancel(pldm_fw_update_ctx& ctx, sideband::FwCommand command, std::span<u
 
 }  // namespace
 
+int32_t sideband::exchange_cancel_component(pldm_fw_update_ctx& ctx) {
+    std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE> response;
+    return cancel(ctx, kCancelUpdateComponent, response);
+}
+
+void sideband::skip_component(pldm_fw_update_ctx& ctx) {
+    ctx.state = kStateReadyToTransfer;
+    if (advance_component(ctx)) {
+        fw_update_state_fn(&ctx);
+    }
+}
+
 int32_t pldm_request_firmware_update(pldm_fw_update_ctx* ctx) {
     if (!can_exchange(ctx)) {
         return -1;
@@ -374,14 +388,11 @@ int32_t pldm_cancel_update_component(pldm_fw_update_ctx* ctx) {
     if (!can_exchange(ctx)) {
         return -1;
     }
-    std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE> response;
-    const int32_t result = cancel(*ctx, sideband::kCancelUpdateComponent, response);
+    const int32_t result = sideband::exchange_cancel_component(*ctx);
     if (result < 0) {
         return result;
     }
-    ctx->state = sideband::kStateReadyToTransfer;
-    ++ctx->component_index;
-    fw_update_state_fn(ctx);
+    sideband::skip_component(*ctx);
     return 0;
 }
 

@@ -6,7 +6,6 @@
 #include <sideband/pldm_fw_update.h>
 #include <sideband/pldm_monitor.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +16,7 @@
 #include "common/crc.h"
 #include "common/file.h"
 #include "common/memory.h"
+#include "common/printable.h"
 #include "common/wire.h"
 #include "pldm/fw_package.h"
 
@@ -24,6 +24,7 @@ namespace {
 
 using sideband::allocate_bytes;
 using sideband::Descriptor;
+using sideband::Printable;
 using sideband::WireReader;
 
 using Bytes = std::span<const uint8_t>;
@@ -102,11 +103,6 @@ char* text_of(Bytes bytes) {
     return reinterpret_cast<char*>(copy_of(bytes, 1));
 }
 
-/// For "%.*s".
-const char* text(Bytes bytes) {
-    return reinterpret_cast<const char*>(bytes.data());
-}
-
 bool Parser::take(size_t count, Bytes& bytes) {
     if (count > file_.size() - position_) {
         return refuse();
@@ -169,7 +165,7 @@ bool Parser::read_header() {
     if (!take(length, version)) {
         return false;
     }
-    std::printf("ver string: %.*s\n", length, text(version));
+    std::printf("ver string: %s\n", Printable(version).text());
     ctx_.package_version_string = text_of(version);  // An update does without where memory is out.
     return true;
 }
@@ -196,7 +192,7 @@ bool Parser::read_records() {
 }
 
 void print_record(unsigned index, const pldm_device_record& record) {
-    const char* data = reinterpret_cast<const char*>(record.package_data);
+    const size_t data_size = record.package_data != nullptr ? record.package_data_len : 0;
     std::printf("ctx->records[%u]\n", index);
     std::printf("record_len            = %d\n", record.record_len);
     std::printf("package_data_len      = %d\n", record.package_data_len);
@@ -206,9 +202,11 @@ void print_record(unsigned index, const pldm_device_record& record) {
                 record.component_image_set_ver_string_type);
     std::printf("component_image_set_ver_string_len  = %d\n",
                 record.component_image_set_ver_string_len);
-    std::printf("image_version_string  = %s\n", record.image_version_string);
-    std::printf("package_data          = %s\n", data != nullptr ? data : "");
-    for (size_t i = 0; data != nullptr && i < record.package_data_len; ++i) {
+    std::printf("image_version_string  = %s\n", Printable(record.image_version_string).text());
+    std::printf("package_data          = ");
+    sideband::print_printable({record.package_data, data_size});
+    std::printf("\n");
+    for (size_t i = 0; i < data_size; ++i) {
         std::printf(" %x", record.package_data[i]);
     }
     if (record.package_data_len > 0) {
@@ -287,7 +285,7 @@ bool Parser::read_set_version(pldm_device_record& record, uint8_t type, uint8_t 
     if (!take(length, version)) {
         return false;
     }
-    std::printf("Component iamge st Ver String: %.*s\n", length, text(version));
+    std::printf("Component iamge st Ver String: %s\n", Printable(version).text());
     record.image_version_string = text_of(version);
     if (record.image_version_string == nullptr) {
         return false;
@@ -342,12 +340,8 @@ bool Parser::read_components() {
     const uint16_t count = WireReader(count_field).le16();
     std::printf("component image count %d\n", count);
     ctx_.component_num = count;
-    // A count that cannot fit into the header buys no memory.
-    if (!check(position_ + size_t{count} * PLDM_COMPONENT_IMAGE_SIZE)) {
-        return false;
-    }
     ctx_.component_images = static_cast<uint8_t**>(std::calloc(count, sizeof(uint8_t*)));
-    if (ctx_.component_images == nullptr) {
+    if (ctx_.component_images == nullptr || (count == 0 && !check(position_))) {
         return false;
     }
     for (unsigned i = 0; i < count; ++i) {
@@ -359,6 +353,7 @@ bool Parser::read_components() {
     return true;
 }
 
+/// Keeps an entry whose bytes are all in the file, also where the header ends inside it.
 bool Parser::read_component(uint8_t*& copy) {
     const size_t start = position_;
     Bytes part;
@@ -406,27 +401,22 @@ bool parse(int descriptor, void* mapping, size_t length, pldm_fw_update_ctx& ctx
 }  // namespace
 
 bool sideband::map_file(const char* path, MappedFile& file) {
-    const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) {
+    File opened(open_regular(path, O_RDONLY));
+    if (!opened) {
         std::printf("can't open file %s\n", path);
         return false;
     }
-    struct stat status;
+    FileStamp stamp{};
     void* mapping = MAP_FAILED;
-    if (fstat(descriptor, &status) == 0 && static_cast<uint64_t>(status.st_size) <= SIZE_MAX) {
-        mapping = mmap(nullptr, static_cast<size_t>(status.st_size), PROT_READ, MAP_PRIVATE,
-                       descriptor, 0);
+    if (stamp_of(opened.descriptor(), stamp) && stamp.size <= SIZE_MAX) {
+        mapping = mmap(nullptr, static_cast<size_t>(stamp.size), PROT_READ, MAP_PRIVATE,
+                       opened.descriptor(), 0);
     }
     if (mapping == MAP_FAILED) {
         std::printf("can't map the file %s\n", path);
-        close(descriptor);
         return false;
     }
-    file.descriptor = descriptor;
-    file.address = mapping;
-    file.size = static_cast<size_t>(status.st_size);
-    file.stamp = {status.st_dev, status.st_ino, static_cast<uint64_t>(status.st_mtim.tv_sec),
-                  static_cast<uint64_t>(status.st_mtim.tv_nsec)};
+    file = {opened.release(), mapping, static_cast<size_t>(stamp.size), stamp};
     return true;
 }
 
@@ -464,7 +454,7 @@ int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ctx) {
     sideband::release_package(*ctx);
     ctx->package_file = path;
     ctx->package_size = file.size;
-    std::copy(file.stamp.begin(), file.stamp.end(), ctx->package_stamp);
+    std::memcpy(ctx->package_stamp, &file.stamp, sizeof file.stamp);
     const int32_t result = parse(file.descriptor, file.address, file.size, *ctx) ? 0 : -1;
     close_pldm_file(file.descriptor, file.address, file.size);
     console_log("[RUWA][%s]res=%d \n", "pldm_parse_file", result);
@@ -493,7 +483,6 @@ int32_t pldm_parse_component_image(const void* /*ignored*/, const uint8_t* entry
     std::printf("ver_string_type: %d\n", reader.u8());
     const uint8_t length = reader.u8();
     std::printf("ver_string_length: %x\n", length);
-    std::printf("ver_string: %.*s\n", length,
-                reinterpret_cast<const char*>(entry + PLDM_COMPONENT_IMAGE_SIZE));
+    std::printf("ver_string: %s\n", Printable({entry + PLDM_COMPONENT_IMAGE_SIZE, length}).text());
     return 0;
 }

@@ -5,10 +5,10 @@
 
 #include <sideband/pldm_fw_update.h>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 
+#include "common/file.h"
 #include "common/wire.h"
 
 namespace sideband {
@@ -39,11 +39,12 @@ struct MappedFile {
     int32_t descriptor = -1;
     void* address = nullptr;
     size_t size = 0;
-    /// Tells another file, and a change, from the same file: see pldm_fw_update_ctx.package_stamp.
-    std::array<uint64_t, 4> stamp{};
+    FileStamp stamp{};
 };
 
-/// Opens and maps a file; close_pldm_file() undoes it. Says on standard output what failed.
+static_assert(sizeof(FileStamp) == sizeof(pldm_fw_update_ctx::package_stamp));
+
+/// Opens and maps a regular file; close_pldm_file() undoes it. Says on standard output what failed.
 /// @return false where nothing is open
 bool map_file(const char* path, MappedFile& file);
 

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "common/memory.h"
+#include "common/printable.h"
 #include "pldm/fw_agent.h"
 #include "pldm/fw_package.h"
 
@@ -16,6 +17,7 @@ namespace {
 using sideband::allocate_bytes;
 using sideband::Descriptor;
 using sideband::HeapPtr;
+using sideband::Printable;
 using sideband::WireReader;
 
 using Bytes = std::span<const uint8_t>;
@@ -92,13 +94,9 @@ constexpr size_t kEntrySize = 39;
 constexpr size_t kEntryActiveLength = 10;
 constexpr size_t kEntryPendingLength = 24;
 
-/// For "%.*s": at most length bytes, and none behind the end of the buffer.
-int shown(Bytes buffer, size_t position, size_t length) {
-    return static_cast<int>(std::min(length, buffer.size() - position));
-}
-
-const char* text(Bytes buffer, size_t position) {
-    return reinterpret_cast<const char*>(buffer.data() + position);
+/// A string to print: at most length bytes, and none behind the end of the buffer.
+Printable shown(Bytes buffer, size_t position, size_t length) {
+    return Printable(buffer.subspan(position, std::min(length, buffer.size() - position)));
 }
 
 /// An address to print; it may lie outside of the buffer, where no pointer may be made to point.
@@ -148,18 +146,16 @@ void print(const Parameters& parameters, Bytes buffer) {
     for (const uint8_t byte : parameters.capabilities) {
         std::printf(" %x", byte);
     }
-    const int active = parameters.active_length;
-    const size_t pending_position = parameters.pending_position();
     std::printf("component count: %d\n", parameters.component_count);
     std::printf("active component image string type: %d\n", parameters.active_type);
-    std::printf("active component image string len: %d\n", active);
-    std::printf("active component image string : %.*s\n", active, text(buffer, kParametersSize));
+    std::printf("active component image string len: %d\n", parameters.active_length);
+    std::printf("active component image string : %s\n",
+                shown(buffer, kParametersSize, parameters.active_length).text());
     std::printf("pending component image string type: %d\n", parameters.pending_type);
     std::printf("pending component image string len: %d\n", parameters.pending_length);
     // By the length of the active string: readers of the consoles know the line like that.
-    std::printf("pending component image string : %.*s\n",
-                shown(buffer, pending_position, parameters.active_length),
-                text(buffer, pending_position));
+    std::printf("pending component image string : %s\n",
+                shown(buffer, parameters.pending_position(), parameters.active_length).text());
 }
 
 void print_entry(Bytes buffer, size_t position) {
@@ -173,8 +169,8 @@ void print_entry(Bytes buffer, size_t position) {
     std::printf("active component type   0x%x\n", reader.u8());
     const uint8_t length = reader.u8();
     std::printf("active component len    %d\n", length);
-    std::printf("active component        %.*s\n", shown(buffer, position + kEntrySize, length),
-                text(buffer, position + kEntrySize));
+    std::printf("active component        %s\n",
+                shown(buffer, position + kEntrySize, length).text());
     reader.skip(kReleaseDateSize);
     std::printf("pending component stamp 0x%lx\n", static_cast<unsigned long>(reader.le32()));
     std::printf("pending component type  0x%x\n", reader.u8());

@@ -18,6 +18,7 @@ namespace {
 
 using sideband::allocate_bytes;
 using sideband::Component;
+using sideband::FileStamp;
 using sideband::print_line;
 using sideband::WireReader;
 using sideband::WireWriter;
@@ -174,8 +175,13 @@ public:
     /// Whether the context's package was parsed from this file as it is, or from none.
     bool is_package_of(const pldm_fw_update_ctx& ctx) const {
         return ctx.package_size == 0 ||
-               (ctx.package_size == file_.size &&
-                std::equal(file_.stamp.begin(), file_.stamp.end(), ctx.package_stamp));
+               std::memcmp(ctx.package_stamp, &file_.stamp, sizeof file_.stamp) == 0;
+    }
+
+    /// Whether nobody has touched the file since it was opened.
+    bool is_untouched() const {
+        FileStamp now;
+        return sideband::stamp_of(file_.descriptor, now) && now == file_.stamp;
     }
 
     /// Copies bytes of the file; those behind its end are left as they are. By reading: where
@@ -223,7 +229,9 @@ uint8_t judge_piece(const pldm_fw_update_ctx& ctx, size_t file_size, Piece& piec
     return completion;
 }
 
-/// Tells the console and, in steps of five, the platform how far the component is.
+/// Tells the console and, in steps of five, the platform how far the component is. Padding behind
+/// the component is no progress to the platform, whose percentages end at 95 here; readers of the
+/// consoles know the line with the padding in it, in eight bits.
 void report_progress(pldm_fw_update_ctx& ctx, const Piece& piece, uint32_t component_size) {
     constexpr unsigned kStart = 10;
     constexpr unsigned kSpan = 85;
@@ -231,12 +239,16 @@ void report_progress(pldm_fw_update_ctx& ctx, const Piece& piece, uint32_t compo
     if (component_size == 0) {
         return;
     }
-    const uint64_t done = uint64_t{piece.offset} + piece.copied;
-    const auto percentage = static_cast<uint8_t>(kSpan * done / component_size + kStart);
-    if (percentage != printed_percentage) {
-        printed_percentage = percentage;
-        std::printf("%d%%\n", percentage);
+    const auto percentage_of = [component_size](uint64_t done) {
+        return static_cast<uint8_t>(kSpan * done / component_size + kStart);
+    };
+    const uint64_t end = uint64_t{piece.offset} + piece.copied;
+    const uint8_t shown = percentage_of(end);
+    if (shown != printed_percentage) {
+        printed_percentage = shown;
+        std::printf("%d%%\n", shown);
     }
+    const uint8_t percentage = percentage_of(std::min<uint64_t>(end, component_size));
     if (percentage >= ctx.last_percentage + kStep) {
         sideband::report_percentage(ctx, percentage);
     }
@@ -247,6 +259,14 @@ int32_t refuse_piece(pldm_fw_update_ctx& ctx, const uint8_t* req, uint8_t comple
     start_answer(answer, req, completion);
     send_answer(ctx, answer);
     return -1;
+}
+
+/// What the device has so far is of another image: with more bytes it would get a mixture. It is
+/// told so, for it would wait for its data otherwise. ERROR, since the codes of the command itself
+/// make a device ask again, ask for something else or wait for a cancel that is not sent.
+int32_t refuse_changed(pldm_fw_update_ctx& ctx, const uint8_t* req) {
+    debug_log("%s, %s has changed since it was parsed\n", "pldm_request_fw_data", ctx.package_file);
+    return refuse_piece(ctx, req, PLDM_CC_ERROR);
 }
 
 int32_t send_piece(pldm_fw_update_ctx& ctx, const uint8_t* req, const PackageFile& file,
@@ -261,7 +281,10 @@ int32_t send_piece(pldm_fw_update_ctx& ctx, const uint8_t* req, const PackageFil
     if (!file.copy(uint64_t{component.location_offset} + piece.offset,
                    answer.subspan(PLDM_RESPONSE_HEADER_SIZE, piece.copied))) {
         debug_log("%s, can't read %s\n", "pldm_request_fw_data", ctx.package_file);
-        return -1;
+        return refuse_piece(ctx, req, PLDM_CC_ERROR);
+    }
+    if (!file.is_untouched()) {
+        return refuse_changed(ctx, req);
     }
     report_progress(ctx, piece, component.size);
     return send_answer(ctx, answer);
@@ -280,9 +303,34 @@ uint8_t acknowledge(pldm_fw_update_ctx& ctx, const uint8_t* req) {
     return send_answer(ctx, answer) < 0 ? kAnswerNotSent : fields_of(req).u8();
 }
 
+/// Whether it is one that a step behind a cancelled component leaves.
+bool is_mark(uint8_t completion) {
+    switch (completion) {
+        case PLDM_FW_MARK_UPDATE_COMPONENT:
+        case PLDM_FW_MARK_TRANSFER_COMPLETE:
+        case PLDM_FW_MARK_VERIFY_COMPLETE:
+        case PLDM_FW_MARK_APPLY_COMPLETE:
+        case PLDM_FW_MARK_TIMEOUT:
+            return true;
+        default:
+            return false;
+    }
+}
+
+/// Cancels the component. The mark stands against the codes of the cancel, busy ones of one that
+/// succeeds among them, and of what follows it, up to the mark of a later step.
 int32_t give_component_up(pldm_fw_update_ctx& ctx, uint8_t mark) {
-    ctx.pldm.completion_code = mark;
-    pldm_cancel_update_component(&ctx);
+    uint8_t& completion = ctx.pldm.completion_code;
+    completion = mark;
+    const bool cancelled =
+        sideband::can_exchange(&ctx) && sideband::exchange_cancel_component(ctx) >= 0;
+    completion = mark;
+    if (cancelled) {
+        sideband::skip_component(ctx);
+    }
+    if (!is_mark(completion)) {
+        completion = mark;
+    }
     return -1;
 }
 
@@ -315,10 +363,7 @@ int32_t pldm_request_fw_data(pldm_fw_update_ctx* ctx, const uint8_t* req) {
         return -1;
     }
     if (!file.is_package_of(*ctx)) {
-        // What the device has so far is of another image: with these bytes it would get a mixture.
-        debug_log("%s, %s has changed since it was parsed\n", "pldm_request_fw_data",
-                  ctx->package_file);
-        return -1;
+        return refuse_changed(*ctx, req);
     }
     WireReader reader = fields_of(req);
     Piece piece{};
@@ -384,8 +429,9 @@ int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {
     const uint8_t result = acknowledge(*ctx, req);
     if (result <= kAppliedWithModification) {
         std::printf("Apply complete success ctx->component_index =%d\n", ctx->component_index);
-        ++ctx->component_index;
-        fw_update_state_fn(ctx);
+        if (sideband::advance_component(*ctx)) {
+            fw_update_state_fn(ctx);
+        }
         return 0;
     }
     std::printf("Apply complete with error %d\n", result);

@@ -24,7 +24,7 @@ constexpr int kWaits = 6;
 
 /// Most messages that the device gets to send in one loop: four times those that the data takes in
 /// its smallest pieces, and some more. What a component claims to have behind the end of the file
-/// does not count.
+/// does not count, where the file's size is known.
 uint64_t messages_max(const pldm_fw_update_ctx& ctx) {
     constexpr uint64_t kSpare = 4096;
     constexpr uint64_t kTries = 4;
@@ -32,8 +32,10 @@ uint64_t messages_max(const pldm_fw_update_ctx& ctx) {
     if (ctx.state != sideband::kStateDownload || element == nullptr) {
         return kSpare + kTries * ctx.package_data_len;
     }
-    const size_t size =
-        std::min<size_t>(sideband::Component(element->image).size, ctx.package_size);
+    uint64_t size = sideband::Component(element->image).size;
+    if (ctx.package_size != 0) {
+        size = std::min<uint64_t>(size, ctx.package_size);
+    }
     return kSpare + kTries * (size / sideband::kTransferSizeMin);
 }
 
@@ -53,7 +55,7 @@ bool serve(pldm_fw_update_ctx& ctx, const uint8_t* request) {
         }
         case sideband::kRequestFirmwareData:
             if (pldm_request_fw_data(&ctx, request) < 0) {
-                ++ctx.component_index;
+                sideband::advance_component(ctx);
                 return false;
             }
             return true;
@@ -137,6 +139,11 @@ void learn_components(pldm_fw_update_ctx& ctx) {
 void transfer_components(pldm_fw_update_ctx& ctx) {
     std::printf("PLDM_FW_UPDATE_STATE_READY_XFER s ctx->component_index = %d\n",
                 ctx.component_index);
+    if (ctx.component_num > PLDM_FW_COMPONENTS_MAX) {
+        debug_log("%s, %d components are more than %d\n", "fw_update_state_fn", ctx.component_num,
+                  PLDM_FW_COMPONENTS_MAX);
+        return;
+    }
     while (ctx.component_index < ctx.component_num) {
         if (pldm_update_component_table(&ctx, ctx.component_index) == 0) {
             std::printf("PLDM_FW_UPDATE_STATE_READY_XFER e, ctx->component_index = %d\n",
@@ -145,7 +152,7 @@ void transfer_components(pldm_fw_update_ctx& ctx) {
         }
         std::printf("PLDM_FW_UPDATE_STATE_READY_XFER err, ctx->component_index = %d\n",
                     ctx.component_index);
-        ++ctx.component_index;
+        sideband::advance_component(ctx);  // at most to component_num
         go_on(ctx, sideband::kStateApply);
     }
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "common/printable.h"
 #include "pldm/fw_agent.h"
 
 int pldm_force_update_flag = 0;
@@ -14,6 +15,7 @@ void* file_buf = nullptr;
 namespace {
 
 using sideband::print_line;
+using sideband::Printable;
 
 constexpr uint8_t kStartPercentage = 10;
 constexpr unsigned kPercentageOfRecords = 90;
@@ -80,15 +82,12 @@ bool load_package(const char* path, pldm_fw_update_ctx& ctx) {
     return true;
 }
 
-const char* or_empty(const char* text) {
-    return text != nullptr ? text : "";
-}
-
 void print_versions(const pldm_fw_update_ctx& ctx, uint32_t flags) {
-    std::printf("FD active component version : %s\n", or_empty(ctx.active_version_string));
-    std::printf("FD pending component version : %s\n", or_empty(ctx.pending_version_string));
+    std::printf("FD active component version : %s\n", Printable(ctx.active_version_string).text());
+    std::printf("FD pending component version : %s\n",
+                Printable(ctx.pending_version_string).text());
     if ((flags & PLDM_FW_FLAG_SHOW_IMAGE) != 0) {
-        std::printf("Image component version : %s\n", or_empty(ctx.package_version_string));
+        std::printf("Image component version : %s\n", Printable(ctx.package_version_string).text());
     }
 }
 

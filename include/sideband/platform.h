@@ -308,8 +308,8 @@ void libmctp_pcie_close(plt_pcie_session* session);
 typedef struct plt_card_info {
     uint32_t flags;      /**< PLT_CARD_... */
     uint16_t vendor_id;  /**< PCI vendor ID */
-    uint8_t bus;         /**< PCIe bus number */
-    uint8_t device;      /**< PCIe device number */
+    uint8_t bus;         /**< PCIe bus number; of no use to the library */
+    uint8_t device;      /**< PCIe device number; of no use to the library */
     uint8_t slot;        /**< the port's own slot number */
     uint8_t i2c_channel; /**< filled by PCIEDeviceMux(): I2C channel, 0 = the platform's default */
     uint8_t slave_addr;  /**< filled by PCIEDeviceMux(): 8-bit slave address */
@@ -324,13 +324,25 @@ typedef struct plt_card_info {
 int PCIEDeviceMux(uint8_t bus, uint8_t device, plt_card_info* card);
 
 /**
- * Fills a context for a card reached over SMBus and sets its binding_kind. No lock held.
+ * Fills a context for a card reached over SMBus and sets its binding_kind. No lock held. The
+ * library itself takes nothing over from the card. What PCIEDeviceMux() has found the routine
+ * copies: i2c_channel to bus, which names the channel mutex as well, slave_addr, and mux. Over PCIe
+ * it fills pcie_bdf, of which the card has bus and device.
+ * @param ctx              zeroed, but for src_eid (plt_parameters.bmc_eid) and bus (i2c_channel of
+ *                         plt_parameters or the platform's default). What stays zero has the
+ *                         meaning that it has for mctp_init2(): unit_size 96, the EID looked up
  * @param setup_parameter  the device table's value (100 for NICs, 206 for the GPU); the port
  *                         defines its meaning
+ * @param card             as PCIEDeviceMux() has left it, also where that failed
  */
 void MCTP_binding_SMBUS(struct mctp_ctx* ctx, uint8_t setup_parameter, const plt_card_info* card);
 
-/** As MCTP_binding_SMBUS(), for a card reached over PCIe VDM. */
+/**
+ * As MCTP_binding_SMBUS(), for a card reached over PCIe VDM. A port whose PltMCTP_WriteRead() wants
+ * a session and a parameter sets pcie_session and pcie_param here: the image check opens no
+ * session. The contexts that the library makes for itself, with which it asks the MPIO, always have
+ * a null session and parameter 0: PltMCTP_WriteRead() serves those too.
+ */
 void MCTP_binding_PCIE(struct mctp_ctx* ctx, uint8_t setup_parameter, const plt_card_info* card);
 
 /* ---- Power --------------------------------------------------------------------------------- */
@@ -363,7 +375,11 @@ void ipmi_syslog(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 /** Prints a printf-style message where the operator sees it. May be called with any lock held. */
 void console_log(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 
-/** Reports the progress of a task: percent is 0 to 100. No lock held. */
+/**
+ * Reports the progress of a task: percent is 0 to 100. No lock held. It need not grow: a PLDM
+ * update reports 10 to 95 for the transfer, then 97 and 98, and in front of that up to 100 where a
+ * device that was in update mode already has been made to leave it.
+ */
 void TaskServiceUpdateTaskPercentage(uint32_t task_id, uint8_t percent);
 
 SIDEBAND_END_DECLS

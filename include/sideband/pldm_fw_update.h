@@ -102,7 +102,8 @@ typedef struct pldm_fw_update_ctx {
     pldm_update_component* update_list; /**< component_num entries */
     void* pcie_session;        /**< open PCIe session, null for none; see mctp_ctx.pcie_session */
     size_t package_size;       /**< bytes of the package file that was parsed; 0: none was */
-    uint64_t package_stamp[4]; /**< its device, inode and time of modification */
+    uint64_t package_stamp[7]; /**< its device, inode, size and times of last modification and
+                                    last change of state */
 } pldm_fw_update_ctx;
 
 /* ---- The package file ------------------------------------------------------------------------ */
@@ -114,17 +115,24 @@ typedef struct pldm_fw_update_ctx {
  * update_list and matched_record. Component images themselves stay in the file; their location is
  * not checked. Only the identifier of header format 1.0 is accepted, whatever the revision.
  *
+ * Texts of the package are printed with their control characters as \xNN, here and below; so are
+ * those of devices.
+ *
  * The header is taken out of the file at once: a file that somebody changes or cuts meanwhile is
  * parsed as it was, or refused. The bytes that the checksum covers are those that were parsed.
  *
- * @param path  is kept, not copied: it must live as long as the context is used
+ * @param path  of a regular file, or a symbolic link to one; anything else in its place is refused
+ *              at once. Is kept, not copied: it must live as long as the context is used
  * @return 0; -1 where an argument is null, the file cannot be read, the header is malformed, its
- *         checksum is wrong or memory ran out. What was read until then stays in the context
+ *         checksum is wrong or memory ran out. What was read until then stays in the context, a
+ *         component image information entry that the header ends in among it; entries that were
+ *         not reached, or that the file ends in, are null
  */
 SIDEBAND_EXPORT int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ctx);
 
 /**
- * Opens a file and maps the whole of it, read-only and private. An empty file cannot be mapped.
+ * Opens a regular file, without waiting, and maps the whole of it, read-only and private. An empty
+ * file cannot be mapped.
  * @param addr  receives the address of the mapping
  * @param len   receives the file's size in bytes
  * @return the descriptor, to be given back with the mapping by close_pldm_file(); -1 on failure or
@@ -285,7 +293,8 @@ SIDEBAND_EXPORT int32_t pldm_get_status(pldm_fw_update_ctx* ctx);
 
 /**
  * CancelUpdateComponent (0x1C): skips the current component and goes on in state 2 with the next
- * one. A device that is busy in background (0x86) is asked up to three times, a second apart.
+ * one, unless component_index is 255: it counts no further. A device that is busy in background
+ * (0x86) is asked up to three times, a second apart.
  * @return 0; -1 where the device stays busy or is not in update mode (0x80); else see above
  */
 SIDEBAND_EXPORT int32_t pldm_cancel_update_component(pldm_fw_update_ctx* ctx);
@@ -318,19 +327,27 @@ SIDEBAND_EXPORT int32_t pldm_get_package_data(pldm_fw_update_ctx* ctx, const uin
 /**
  * RequestFirmwareData (0x15): a piece of the current component, from the package file, which is
  * opened for each request. Bytes behind the end of the file are sent as zeros. Reports progress
- * between 10 and 95 for task_id, in steps of five and more.
- * @return the result of send_op; -1 without an answer where the file cannot be read, is not the one
- *         that pldm_parse_file() has read or has been changed since, or there is no such component;
- *         -1 where the answer was an error: 0x82 for a piece that ends more than
- *         max_transfer_size behind the end of the file, 0x83 for one of less than 32 or more than
- *         max_transfer_size bytes
+ * between 10 and 95 for task_id, in steps of five and more; bytes behind the end of the component
+ * are none. The line on standard output counts them.
+ *
+ * The file must stay as it was when pldm_parse_file() read it, the time of its last change of state
+ * included: one that is replaced, written to, touched, renamed or given other permissions ends the
+ * update of the component, since the device would get a mixture of two images. A context that was
+ * not filled by pldm_parse_file() (package_size 0) takes the file as it is for each request.
+ * @return the result of send_op; -1 without an answer where the file cannot be opened or mapped, or
+ *         there is no such component; -1 where the answer was an error: 0x01 (ERROR) where the file
+ *         has changed or cannot be read, 0x82 for a piece that ends more than max_transfer_size
+ *         behind the end of the file, 0x83 for one of less than 32 or more than max_transfer_size
+ *         bytes
  */
 SIDEBAND_EXPORT int32_t pldm_request_fw_data(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
 /**
  * TransferComplete (0x16): goes to state 4 where the device reports success, whatever the state
- * was. Otherwise, and where the answer cannot be sent, sets mark 0x57 and cancels the component.
- * @return 0; -1 where the component was cancelled
+ * was. Otherwise, and where the answer cannot be sent, sets mark 0x57 and cancels the component;
+ * see pldm_cancel_update_component(). The mark stands whatever becomes of the cancel and of what
+ * goes on behind it, unless a later step sets one of its own.
+ * @return 0; -1 where the component was given up
  */
 SIDEBAND_EXPORT int32_t pldm_transfer_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
@@ -339,7 +356,8 @@ SIDEBAND_EXPORT int32_t pldm_verify_complete(pldm_fw_update_ctx* ctx, const uint
 
 /**
  * ApplyComplete (0x18): goes on in the same state with the next component where the device reports
- * success (0 or 1). Otherwise as pldm_transfer_complete(), with mark 0x59.
+ * success (0 or 1), unless component_index is 255: it counts no further. Otherwise as
+ * pldm_transfer_complete(), with mark 0x59.
  */
 SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
@@ -364,16 +382,31 @@ SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8
  *                       where it accepts none, without a matched_record, without components or
  *                       with more than PLDM_FW_COMPONENTS_MAX
  *  2 ready to transfer  pldm_update_component_table() for component_index; a component that the
- *                       device does not take is skipped
+ *                       device does not take is skipped. Stops with more than
+ *                       PLDM_FW_COMPONENTS_MAX components
  *  3 download           receives the device's requests and answers them, until the component is
- *                       done or given up. A device that is silent for more than 6 times
- *                       req_fw_data_wait seconds is left to itself, with PLDM_FW_MARK_TIMEOUT; so
- *                       is one that sends several times the messages that its component takes,
- *                       as far as that is in the package
+ *                       done or given up. A device that is silent for too long, or sends too many
+ *                       messages, is left to itself, with PLDM_FW_MARK_TIMEOUT; see below
  *  5 apply              state 2 for the next component; state 6 and progress 97 behind the last
  *  6 activate           reports progress 98 and sends ActivateFirmware
  *
  * The other states do nothing. Each call prints the state to standard output.
+ *
+ * How long it takes is up to the device. In states 1 and 3 the silence that ends the loop is more
+ * than 6 times req_fw_data_wait seconds. In front of the first message of a component that is what
+ * the device has answered to UpdateComponent, 65,535 at most: 393,210 seconds, four and a half
+ * days. Each message, one that is ignored too, starts the wait anew, of 540 seconds then. What
+ * bounds that is the number of messages:
+ *
+ *  state 1   4096 + 4 for each byte of package_data_len: 266,236 at most
+ *  state 3   4096 + 4 for each 32 bytes of the component, as far as they are in the package where
+ *            package_size tells its size: 4096 for a component of less than 32 bytes, 135,168 for
+ *            one of 1 MiB, some 537 million for the largest
+ *
+ * A device that sends an ignored command every 540 seconds so holds the caller for 25 days and a
+ * half with a component of less than 32 bytes, and for 844 days with one of 1 MiB. State 3 is
+ * entered at most once for each component in the list. The library has no other end for it: a
+ * service that cannot wait runs the update in a process that it can end.
  * @return 0, whatever became of the update: pldm.completion_code and state tell; -1 where ctx is
  *         null
  */
@@ -456,12 +489,15 @@ SIDEBAND_EXPORT int32_t pldm_fw_update_init(pldm_fw_update_ctx* ctx, const mctp_
  * Whether a package is for a graphics card: parses it, brings the card's terminus up and tries the
  * package's device records in their order. Takes the I2C channel mutex (over SMBus) and inside it
  * the global lock of at_p_St_GlobalVar, and holds them while it uses the bus. Sets
- * max_transfer_size from the device table.
+ * max_transfer_size from the device table. The terminus comes first and then the package: a card
+ * that does not answer gives -5 whatever the package is, and -6 is said of a card that is up.
  * @param path      as for pldm_parse_file()
  * @param ctx       zeroed, apart from task_id
  * @param location  handed to PCIEDeviceMux()
- * @param mctp      receives the addressing that the terminus is brought up with
- * @param card      vendor_id and flags from the caller; the rest is PCIEDeviceMux()'s
+ * @param mctp      receives the addressing that the terminus is brought up with: what was in it is
+ *                  gone, then the binding set-up fills it, see MCTP_binding_SMBUS()
+ * @param card      vendor_id and flags from the caller, who also fills in what PCIEDeviceMux() and
+ *                  the binding set-up want of the rest
  * @return 0 where a device record matches;
  *         -1 GlobalParaInit() failed, a lock was refused or an argument is null;
  *         -2 the host is not powered on;
