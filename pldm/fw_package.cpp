@@ -6,6 +6,7 @@
 #include <sideband/pldm_fw_update.h>
 #include <sideband/pldm_monitor.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -398,17 +399,24 @@ bool parse(int descriptor, void* mapping, size_t length, pldm_fw_update_ctx& ctx
     return Parser(file, ctx).parse();
 }
 
+bool is_regular(int descriptor) {
+    struct stat status;
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 }  // namespace
 
 bool sideband::map_file(const char* path, MappedFile& file) {
-    File opened(open_regular(path, O_RDONLY));
+    // As open_regular(), but what is no regular file counts as one that cannot be mapped.
+    File opened(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!opened) {
         std::printf("can't open file %s\n", path);
         return false;
     }
     FileStamp stamp{};
     void* mapping = MAP_FAILED;
-    if (stamp_of(opened.descriptor(), stamp) && stamp.size <= SIZE_MAX) {
+    if (is_regular(opened.descriptor()) && stamp_of(opened.descriptor(), stamp) &&
+        stamp.size <= SIZE_MAX) {
         mapping = mmap(nullptr, static_cast<size_t>(stamp.size), PROT_READ, MAP_PRIVATE,
                        opened.descriptor(), 0);
     }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Whether a package is for a card: the binding that is chosen, the locks, each result and message.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <utility>
 
@@ -212,6 +214,22 @@ TEST_P(PldmCheck, WhatWasInTheEndpointContextIsGone) {
     EXPECT_EQ(mctp.src_eid, 8);
 }
 
+TEST_P(PldmCheck, TheTerminusComesInFrontOfThePackage) {
+    answers.clear();
+    expect_failed(check(), -5, message("pldm fw init fail"));
+    EXPECT_EQ(libc.calls["open"], 0);
+    EXPECT_EQ(ctx.pldm.completion_code, 0x51);
+}
+
+TEST_P(PldmCheck, AFifoInThePlaceOfThePackageHoldsNoLock) {
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    alarm(10);
+    const Outcome outcome = check();
+    alarm(0);
+    expect_failed(outcome, -6, message(std::string(GetParam().image) + "FW image parse fail"));
+    EXPECT_EQ(outer_locks(), kSmbusLocks);
+}
+
 // ---- Locks ----
 
 TEST_P(PldmCheck, AnI2cChannelThatIsRefusedGivesMinusOneAndTouchesNothing) {
@@ -367,6 +385,36 @@ TEST_F(PldmCheckOverPcie, TheI2cChannelIsThePlatformsOwnWhereNoneIsGiven) {
     port().i2c_channel = 0;
     check(kNic);
     EXPECT_EQ(mctp.bus, 9);
+}
+
+TEST_F(PldmCheckOverPcie, NothingIsTakenFromTheCardButWhatItsSetUpCopies) {
+    card.mux[5] = 0x77;
+    check(kNic);
+    // PCIEDeviceMux() has found these, and the routine for PCIe leaves them.
+    EXPECT_EQ(card.i2c_channel, 3);
+    EXPECT_EQ(card.slave_addr, 0x64);
+    platform.default_i2c_channel = 9;
+    port().i2c_channel = 0;
+    check(kNic);
+    EXPECT_EQ(mctp.bus, 9);
+    EXPECT_EQ(mctp.slave_addr, 0);
+    EXPECT_EQ(mctp.mux[5], 0);
+    EXPECT_EQ(mctp.pcie_bdf[0], 0x41);
+    EXPECT_EQ(mctp.pcie_bdf[1], 2);
+}
+
+TEST_F(PldmCheckOverPcie, TheMpioIsAskedWithoutASessionAndAParameter) {
+    write_package(package_for({3}));
+    check(kNic);
+    unsigned asked_mpio = 0;
+    for (const plt_pcie_request& request : port().pcie_requests) {
+        if (request.bus == 0 && request.device == 0) {
+            ++asked_mpio;
+            EXPECT_EQ(request.session, nullptr);
+            EXPECT_EQ(request.param, 0u);
+        }
+    }
+    EXPECT_GT(asked_mpio, 0u);
 }
 
 // ---- The choice of the binding ----

@@ -2,6 +2,8 @@
 // The loop that serves a firmware device: what it answers, when it ends, and how long it waits.
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "pldm/fw_device.h"
 
 namespace {
@@ -428,6 +430,58 @@ TEST_F(PldmLoopBound, LeavesAHonestDeviceEnoughForAllOfALargeComponent) {
     serve();
     EXPECT_EQ(device.messages, static_cast<int>(kSize / 32) + 1);
     EXPECT_EQ(ctx.component_index, 0);
+}
+
+class PldmLoopOfAHandFilledContext : public PldmLoopBound {
+protected:
+    /// A component of so many bytes, whose package nobody has parsed.
+    void set_size(uint32_t size) {
+        ctx.package_size = 0;
+        for (int i = 0; i < 4; i++) {
+            ctx.update_list[0].image[16 + i] = static_cast<uint8_t>(size >> (8 * i));
+        }
+    }
+};
+
+TEST_F(PldmLoopOfAHandFilledContext, LeavesAHonestDeviceEnoughForAllOfALargeComponent) {
+    constexpr uint32_t kSize = 1 << 18;
+    set_size(kSize);
+    write_file(test::counting(kSize));
+    uint32_t offset = 0;
+    device.asks_always = [&offset] {
+        offset += 32;
+        return offset <= kSize ? piece(offset - 32, 32) : std::string("80 05 18 00 00 00");
+    };
+    serve();
+    EXPECT_EQ(device.messages, static_cast<int>(kSize / 32) + 1);
+    EXPECT_EQ(ctx.component_index, 0);
+    EXPECT_EQ(ctx.pldm.completion_code, 0);
+}
+
+TEST_F(PldmLoopOfAHandFilledContext, IsBoundedByTheSizeOfTheComponent) {
+    device.asks_always = [] { return "80 05 12"; };
+    for (const auto& [size, messages] : {std::pair(31u, 4096), std::pair(1u << 20, 135168)}) {
+        set_size(size);
+        device.messages = 0;
+        test::port().syslog.clear();
+        ctx.pldm.completion_code = 0;
+        serve();
+        expect_given_up(messages);
+    }
+}
+
+TEST_F(PldmLoopOfAHandFilledContext, AnIgnoredCommandEvery540SecondsHoldsItForItsMessages) {
+    set_size(31);
+    bool speaks = false;
+    ctx.req_fw_data_wait = 65535;
+    device.wait = 540;
+    device.asks_always = [&speaks] {
+        speaks = !speaks;
+        return speaks ? "80 05 12" : "";
+    };
+    serve();
+    expect_given_up(4096);
+    EXPECT_EQ(passed(), 4095 * 540);  // 25 days and a half
 }
 
 }  // namespace

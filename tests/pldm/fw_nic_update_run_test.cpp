@@ -146,6 +146,23 @@ TEST_F(PldmNicUpdateRun, TheOnlyRecordOfADeviceInUpdateModeIsNamedAgain) {
     EXPECT_EQ(ctx.state, 6);
 }
 
+TEST_F(PldmNicUpdateRun, NoPercentageIsAbove95InTheTransferAndNoneAbove100) {
+    tool::Package package = test::update_package(1);
+    package.components[0].image = test::counting(33);
+    package.records[0].descriptors = {{0x0000, {3, 0x15}, {}}};
+    write_file(tool::build_package(package));
+    device.loads = {load(64)};
+    EXPECT_EQ(update().result, 0);
+    EXPECT_EQ(progress(), (std::vector<unsigned>{10, 95, 97, 98}));
+    bind();
+    port().progress.clear();
+    ctx.component_index = 0;
+    device.answers[0x10] = {kInUpdateMode};
+    device.loads = {load(64)};
+    EXPECT_EQ(update().result, 0);
+    EXPECT_EQ(progress(), (std::vector<unsigned>{10, 100, 97, 98}));
+}
+
 TEST_F(PldmNicUpdateRun, ADeviceThatDoesNotCancelIsNotAskedAgain) {
     write_package({3, 3});
     device.answers[0x10] = {kInUpdateMode};

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <functional>
 
 #include "pldm/fw_nic_fixture.h"
 
@@ -12,6 +13,7 @@ namespace {
 
 using test::load;
 using test::Outcome;
+using test::piece;
 using test::port;
 using test::Texts;
 
@@ -149,7 +151,7 @@ TEST_F(PldmNicUpdate, APackageThatIsReplacedMeanwhileFailsCleanly) {
         };
         EXPECT_EQ(update().result, 0) << more;
         EXPECT_EQ(commands(), "01 02 10 13 13 14");
-        EXPECT_EQ(device.dialogue_of({"= "}), Texts());
+        EXPECT_EQ(device.dialogue_of({"= "}), Texts{"= 00 05 15 01"});
         EXPECT_EQ(port().syslog.back(),
                   "pldm_request_fw_data, " + path + " has changed since it was parsed\n");
         EXPECT_EQ(ctx.state, 3);
@@ -168,8 +170,67 @@ TEST_F(PldmNicUpdate, APackageThatIsWrittenToMeanwhileFailsCleanly) {
         ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
     };
     EXPECT_EQ(update().result, 0);
-    EXPECT_EQ(device.dialogue_of({"= "}), Texts());
+    EXPECT_EQ(device.dialogue_of({"= "}), Texts{"= 00 05 15 01"});
     EXPECT_EQ(ctx.state, 3);
+}
+
+class PldmTouchedPackage : public PldmNicUpdate {
+protected:
+    struct stat status() const {
+        struct stat found {};
+        EXPECT_EQ(stat(path.c_str(), &found), 0);
+        return found;
+    }
+
+    /// Does this to the package until its time of the last change of state shows it; the clock of
+    /// a file system may stand still for some milliseconds.
+    template <typename Change>
+    void touch(const Change& change) const {
+        const struct stat old = status();
+        const auto is_same = [&old](const struct stat& now) {
+            return now.st_ctim.tv_sec == old.st_ctim.tv_sec &&
+                   now.st_ctim.tv_nsec == old.st_ctim.tv_nsec;
+        };
+        do {
+            change();
+        } while (is_same(status()));
+    }
+
+    void expect_refused_from_the_second_piece_on(const std::function<void()>& change) {
+        write_package({3}, 2);
+        device.loads = {{piece(0, 32), piece(0, 32)}};
+        int receives = 0;
+        device.on_receive = [&] {
+            if (++receives == 2) {
+                touch(change);
+            }
+        };
+        EXPECT_EQ(update().result, 0);
+        const Texts answers = device.dialogue_of({"= "});
+        ASSERT_EQ(answers.size(), 2u);
+        EXPECT_TRUE(answers[0].starts_with("= 00 05 15 00 00 01")) << answers[0];
+        EXPECT_EQ(answers[1], "= 00 05 15 01");
+        EXPECT_EQ(port().syslog.back(),
+                  "pldm_request_fw_data, " + path + " has changed since it was parsed\n");
+        EXPECT_EQ(ctx.component_index, 1);
+    }
+};
+
+TEST_F(PldmTouchedPackage, IsNoticedWhereItsTimeOfModificationIsSetBack) {
+    expect_refused_from_the_second_piece_on([this] {
+        const struct stat old = status();
+        std::FILE* const file = std::fopen(path.c_str(), "r+b");
+        ASSERT_NE(file, nullptr);
+        EXPECT_EQ(std::fseek(file, -1, SEEK_END), 0);
+        EXPECT_NE(std::fputc(0x77, file), EOF);
+        EXPECT_EQ(std::fclose(file), 0);
+        const timespec times[2] = {old.st_atim, old.st_mtim};
+        ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    });
+}
+
+TEST_F(PldmTouchedPackage, IsNoticedWhereItsPermissionsChange) {
+    expect_refused_from_the_second_piece_on([this] { EXPECT_EQ(chmod(path.c_str(), 0600), 0); });
 }
 
 // ---- The PCIe session ----

@@ -14,6 +14,7 @@ using test::FwAnswerTest;
 using test::MctpAnswer;
 using test::Outcome;
 using test::Texts;
+using test::operator+;
 
 struct Report {
     const char* name;
@@ -81,7 +82,35 @@ TEST_P(PldmReport, ACancelThatFailsGivesTheSameResultAndLeavesTheState) {
     EXPECT_EQ(asked_without_answer(GetParam().call, request("02")).result, -1);
     EXPECT_EQ(ctx.state, GetParam().state);
     EXPECT_EQ(ctx.component_index, 2);
-    EXPECT_EQ(ctx.pldm.completion_code, PLDM_CC_RETRIES_EXHAUSTED);
+    EXPECT_EQ(ctx.pldm.completion_code, GetParam().mark);
+    EXPECT_TRUE(machine.empty());
+}
+
+TEST_P(PldmReport, ACancelThatIsRefusedLeavesTheMarkWhateverTheCode) {
+    for (unsigned code = 1; code < 256; code++) {
+        const auto byte = static_cast<uint8_t>(code);
+        endpoint.answers.assign(4, MctpAnswer::of(test::hex("00 05 1c") + Bytes{byte}));
+        endpoint.answers.front() = {0, {}};  // the acknowledgement
+        EXPECT_EQ(asked_without_answer(GetParam().call, request("02")).result, -1);
+        EXPECT_EQ(ctx.pldm.completion_code, GetParam().mark) << code;
+        EXPECT_EQ(ctx.component_index, 2);
+    }
+    EXPECT_TRUE(machine.empty());
+}
+
+TEST_P(PldmReport, ADeviceThatIsBusyBeforeItCancelsLeavesTheMark) {
+    accept_sends();
+    endpoint.answer({"00 05 1c 86", "00 05 1c 86", "00 05 1c 00"});
+    EXPECT_EQ(asked_without_answer(GetParam().call, request("02")).result, -1);
+    EXPECT_EQ(ctx.pldm.completion_code, GetParam().mark);
+    EXPECT_EQ(machine, Texts{"state 2 component 3"});
+}
+
+TEST_P(PldmReport, WithoutATransferOperationTheMarkIsThereAllTheSame) {
+    accept_sends();
+    ctx.pldm.transfer_op = nullptr;
+    EXPECT_EQ(asked_without_answer(GetParam().call, request("02")).result, -1);
+    EXPECT_EQ(ctx.pldm.completion_code, GetParam().mark);
     EXPECT_TRUE(machine.empty());
 }
 

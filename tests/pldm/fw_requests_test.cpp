@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The update agent's answers to a device: bytes sent, texts, results, progress, marks.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -363,6 +366,21 @@ TEST_F(PldmRequestFirmwareData, ProgressIsOneByteAndAComponentSizeOfZeroHasNone)
     EXPECT_EQ(test::port().progress.size(), 1u);
 }
 
+TEST_F(PldmRequestFirmwareData, PaddingBehindTheComponentIsNoProgress) {
+    set_component(0, 33);
+    EXPECT_TRUE(ask_for(0, 64).out.ends_with("\n174%\n"));
+    ASSERT_EQ(test::port().progress.size(), 1u);
+    EXPECT_EQ(test::port().progress[0].second, 95u);
+    for (uint32_t size = 1; size < 64; size++) {
+        set_component(0, size);
+        for (const uint32_t offset : {0u, 64u, 256u}) {
+            ctx.last_percentage = 0;
+            EXPECT_EQ(ask_for(offset, 64).result, 0);
+            EXPECT_EQ(test::port().progress.back().second, 95u) << size << " " << offset;
+        }
+    }
+}
+
 TEST_F(PldmRequestFirmwareData, AnAnswerThatCannotBeSentGivesTheResultOfTheSend) {
     EXPECT_EQ(ask("80 05 15 00 00 00 00 20 00 00 00", -1).result, -1);
 }
@@ -392,13 +410,43 @@ TEST_F(PldmRequestFirmwareData, AFileThatIsReplacedIsReadAsItIsThen) {
     EXPECT_EQ(sent(), "05 05 15 82");
 }
 
-TEST_F(PldmRequestFirmwareData, AFileThatIsCutOrCannotBeReadIsNotAnswered) {
-    const char* request = "80 05 15 00 00 00 00 20 00 00 00";
+TEST_F(PldmRequestFirmwareData, AFileThatIsCutOrCannotBeReadIsAnsweredWithAnError) {
     libc.fail["pread"] = 1;
-    EXPECT_EQ(asked_without_answer(pldm_request_fw_data, request).result, -1);
+    EXPECT_EQ(ask_for(0, 32).result, -1);
+    EXPECT_EQ(sent(), "05 05 15 01");
     EXPECT_EQ(test::port().syslog, Texts{"pldm_request_fw_data, can't read " + path + "\n"});
+    endpoint.calls.clear();
     libc.before["pread"] = [this] { std::filesystem::resize_file(path, 0x50); };
-    EXPECT_EQ(asked_without_answer(pldm_request_fw_data, request).result, -1);
+    EXPECT_EQ(ask_for(0, 32).result, -1);
+    EXPECT_EQ(sent(), "05 05 15 01");
+    EXPECT_EQ(endpoint.calls.size(), 1u);
+}
+
+TEST_F(PldmRequestFirmwareData, AFileThatIsWrittenToWhileItIsReadIsAnsweredWithAnError) {
+    libc.before["pread"] = [this] {
+        file[0x41] ^= 0xFF;
+        write_file(file);
+        const timespec times[2] = {{1, 0}, {1, 0}};
+        ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    };
+    EXPECT_EQ(ask_for(0, 64).result, -1);
+    EXPECT_EQ(sent(), "05 05 15 01");
+    EXPECT_EQ(test::port().syslog,
+              Texts{"pldm_request_fw_data, " + path + " has changed since it was parsed\n"});
+    libc.before.clear();
+    EXPECT_EQ(ask_for(0, 64).result, 0);
+    EXPECT_EQ(sent(), answer(0x40, 64, 64));
+}
+
+TEST_F(PldmRequestFirmwareData, AFifoInThePlaceOfTheFileEndsItAtOnce) {
+    std::filesystem::remove(path);
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    alarm(10);
+    const Outcome outcome =
+        asked_without_answer(pldm_request_fw_data, "80 05 15 00 00 00 00 20 00 00 00");
+    alarm(0);
+    EXPECT_EQ(outcome.result, -1);
+    EXPECT_EQ(outcome.out, "can't map the file " + path + "\n");
     EXPECT_TRUE(endpoint.calls.empty());
 }
 

@@ -301,6 +301,24 @@ TEST_F(PldmWholeUpdate, WhoseCancelIsRefusedStaysWhereItIs) {
     EXPECT_EQ(steps(), (Texts{"10", "13", "13", "14 01", "1c"}));
     EXPECT_EQ(ctx.state, 3);
     EXPECT_EQ(ctx.component_index, 0);
+    EXPECT_EQ(ctx.pldm.completion_code, 0x57);
+}
+
+TEST_F(PldmWholeUpdate, WhoseActivationIsRefusedBehindAFailedComponentKeepsTheMarkOfThat) {
+    prepare(2);
+    device.loads = {kTransferFails, load()};
+    device.usual[0x1A] = "00 05 1a 85";
+    EXPECT_EQ(update().result, 0);
+    EXPECT_EQ(steps(), (Texts{"10", "13", "13", "14 01", "1c", "14 02", "1a"}));
+    EXPECT_EQ(ctx.state, 6);
+    EXPECT_EQ(ctx.pldm.completion_code, 0x57);
+}
+
+TEST_F(PldmWholeUpdate, WhoseNextComponentFailsElsewhereHasTheMarkOfThat) {
+    prepare(2);
+    device.loads = {kTransferFails, kVerifyFails};
+    EXPECT_EQ(update().result, 0);
+    EXPECT_EQ(ctx.pldm.completion_code, 0x58);
 }
 
 TEST_F(PldmWholeUpdate, OfADeviceThatAsksForEverEnds) {
@@ -340,7 +358,7 @@ TEST_F(PldmWholeUpdate, WhosePackageIsCutMeanwhileSkipsTheComponent) {
     // The inode stays.
     device.on_receive = [this] { ASSERT_EQ(truncate(path.c_str(), 64), 0); };
     EXPECT_EQ(update().result, 0);
-    EXPECT_EQ(device.dialogue_of({"="}), Texts());
+    EXPECT_EQ(device.dialogue_of({"="}), Texts{"= 00 05 15 01"});
     EXPECT_EQ(test::port().syslog.back(),
               "pldm_request_fw_data, " + path + " has changed since it was parsed\n");
     EXPECT_EQ(ctx.state, 3);
@@ -403,6 +421,90 @@ TEST_F(PldmNestedUpdate, WithEveryOtherComponentRefusedAndTheDeviceSilentEnds) {
     EXPECT_EQ(ctx.component_index, kCount);
     EXPECT_EQ(ctx.state, 6);
     EXPECT_EQ(ctx.pldm.completion_code, 0x5A);
+    // Ten receives of 60 seconds are more than 540: one download for a component at most.
+    EXPECT_EQ(device.capacity.size() % 10, 0u);
+    EXPECT_LE(device.capacity.size(), 10 * kCount);
+}
+
+// ---- More components than an index counts ----
+
+class PldmUncountable : public PldmNestedUpdate {
+protected:
+    static constexpr size_t kMany = 300;
+
+    void SetUp() override {
+        device.keeps_dialogue = false;
+        device.usual[0x14] = kRefusal;
+        ASSERT_EQ(parse(test::update_package(kMany)), 0);
+        ASSERT_EQ(ctx.component_num, kMany);
+        ctx.update_list =
+            static_cast<pldm_update_component*>(std::calloc(kMany, sizeof(pldm_update_component)));
+        for (size_t i = 0; i < kMany; i++) {
+            ctx.update_list[i].image = ctx.component_images[i];
+        }
+    }
+    void TearDown() override {
+        ctx.component_num = kMany;
+        PldmNestedUpdate::TearDown();
+    }
+
+    /// The call ends, for each number of components and from each index at an edge.
+    template <typename Call>
+    void expect_end(uint8_t state, int32_t result, const Call& call) {
+        for (const uint16_t count : {0, 1, 255, 256, 300, 65535}) {
+            // Where the count is larger than the list, there is no list.
+            pldm_update_component* const list = ctx.update_list;
+            ctx.update_list = count > kMany ? nullptr : list;
+            for (const uint8_t index : {0, 1, 253, 254, 255}) {
+                ctx.component_num = count;
+                ctx.component_index = index;
+                ctx.state = state;
+                EXPECT_EQ(test::run(call).result, result) << count << " " << int{index};
+                EXPECT_GE(ctx.component_index, index);
+            }
+            ctx.update_list = list;
+        }
+    }
+};
+
+TEST_F(PldmUncountable, EndInEachStateOfTheMachine) {
+    for (const uint8_t state : {1, 2, 3, 5, 6}) {
+        expect_end(state, 0, [this] { return fw_update_state_fn(&ctx); });
+    }
+}
+
+TEST_F(PldmUncountable, EndWhereTheComponentIsCancelled) {
+    expect_end(3, 0, [this] { return pldm_cancel_update_component(&ctx); });
+    const test::Bytes failed = test::hex("80 05 16 02 00 00 00 00 00 00 00");
+    expect_end(3, -1, [&] { return pldm_transfer_complete(&ctx, failed.data()); });
+}
+
+TEST_F(PldmUncountable, EndWhereTheComponentIsApplied) {
+    const test::Bytes applied = test::hex("80 05 18 00 00 00 00 00 00 00 00");
+    expect_end(5, 0, [&] { return pldm_apply_complete(&ctx, applied.data()); });
+    expect_end(2, 0, [&] { return pldm_apply_complete(&ctx, applied.data()); });
+}
+
+TEST_F(PldmUncountable, EndWhereTheDeviceTakesEachOfThem) {
+    device.usual[0x14] = "00 05 14 00 00 00 00 00 00 00 00 00";
+    device.loads.assign(kMany + 1, load());
+    expect_end(2, 0, [this] { return fw_update_state_fn(&ctx); });
+}
+
+TEST_F(PldmUncountable, AreNotOfferedToTheDevice) {
+    device.keeps_dialogue = true;
+    test::port().syslog.clear();
+    EXPECT_EQ(act(2).result, 0);
+    EXPECT_EQ(device.dialogue, Texts());
+    EXPECT_EQ(test::port().syslog, Texts{"fw_update_state_fn, 300 components are more than 255\n"});
+}
+
+TEST_F(PldmUncountable, APieceThatIsRefusedDoesNotMakeTheIndexGoRound) {
+    ctx.component_num = 255;
+    ctx.component_index = 255;
+    device.asks = {piece(0, 32)};
+    EXPECT_EQ(act(3).result, 0);
+    EXPECT_EQ(ctx.component_index, 255);
 }
 
 }  // namespace
