@@ -18,7 +18,6 @@ namespace {
 
 using sideband::allocate_bytes;
 using sideband::Component;
-using sideband::FileStamp;
 using sideband::print_line;
 using sideband::WireReader;
 using sideband::WireWriter;
@@ -180,7 +179,7 @@ public:
 
     /// Whether nobody has touched the file since it was opened.
     bool is_untouched() const {
-        FileStamp now;
+        sideband::FileStamp now;
         return sideband::stamp_of(file_.descriptor, now) && now == file_.stamp;
     }
 

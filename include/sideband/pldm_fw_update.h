@@ -331,7 +331,7 @@ SIDEBAND_EXPORT int32_t pldm_get_package_data(pldm_fw_update_ctx* ctx, const uin
  * are none. The line on standard output counts them.
  *
  * The file must stay as it was when pldm_parse_file() read it, the time of its last change of state
- * included: one that is replaced, written to, touched, renamed or given other permissions ends the
+ * included: one that is replaced, written to, touched or given other permissions ends the
  * update of the component, since the device would get a mixture of two images. A context that was
  * not filled by pldm_parse_file() (package_size 0) takes the file as it is for each request.
  * @return the result of send_op; -1 without an answer where the file cannot be opened or mapped, or

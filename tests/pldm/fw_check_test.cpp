@@ -415,6 +415,7 @@ TEST_F(PldmCheckOverPcie, TheMpioIsAskedWithoutASessionAndAParameter) {
         }
     }
     EXPECT_GT(asked_mpio, 0u);
+    EXPECT_EQ(port().trace_of({"open"}), Texts());
 }
 
 // ---- The choice of the binding ----

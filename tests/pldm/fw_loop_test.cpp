@@ -380,6 +380,18 @@ protected:
         EXPECT_EQ(test::port().syslog,
                   Texts{"fw_update_state_fn, the device asks without an end\n"});
     }
+
+    /// A device gets all of a component of this size in the smallest pieces.
+    void expect_loaded_whole(uint32_t size) {
+        uint32_t offset = 0;
+        device.asks_always = [&offset, size] {
+            offset += 32;
+            return offset <= size ? piece(offset - 32, 32) : std::string("80 05 18 00 00 00");
+        };
+        serve();
+        EXPECT_EQ(device.messages, static_cast<int>(size / 32) + 1);
+        EXPECT_EQ(ctx.component_index, 0);
+    }
 };
 
 TEST_F(PldmLoopBound, ThatAsksForTheSamePieceForEverIsGivenUp) {
@@ -422,14 +434,7 @@ TEST_F(PldmLoopBound, LeavesAHonestDeviceEnoughForAllOfALargeComponent) {
     prepare(package, test::known(1));
     device.usual[0x13] = "00 05 13 80";
     act(1);
-    uint32_t offset = 0;
-    device.asks_always = [&offset] {
-        offset += 32;
-        return offset <= kSize ? piece(offset - 32, 32) : std::string("80 05 18 00 00 00");
-    };
-    serve();
-    EXPECT_EQ(device.messages, static_cast<int>(kSize / 32) + 1);
-    EXPECT_EQ(ctx.component_index, 0);
+    expect_loaded_whole(kSize);
 }
 
 class PldmLoopOfAHandFilledContext : public PldmLoopBound {
@@ -447,14 +452,7 @@ TEST_F(PldmLoopOfAHandFilledContext, LeavesAHonestDeviceEnoughForAllOfALargeComp
     constexpr uint32_t kSize = 1 << 18;
     set_size(kSize);
     write_file(test::counting(kSize));
-    uint32_t offset = 0;
-    device.asks_always = [&offset] {
-        offset += 32;
-        return offset <= kSize ? piece(offset - 32, 32) : std::string("80 05 18 00 00 00");
-    };
-    serve();
-    EXPECT_EQ(device.messages, static_cast<int>(kSize / 32) + 1);
-    EXPECT_EQ(ctx.component_index, 0);
+    expect_loaded_whole(kSize);
     EXPECT_EQ(ctx.pldm.completion_code, 0);
 }
 

@@ -93,6 +93,7 @@ TEST_F(FwPackageHostile, NothingIsPrintedOfWhatIsBehindTheEndOfTheFile) {
     EXPECT_TRUE(printed("firmware package data: boundary check failed\n")) << out;
     expect_refused(head(bytes, layout.components[1] + 23), kBoundary);
     EXPECT_TRUE(printed("component image 1++++++++\nboundary check failed\n")) << out;
+    ASSERT_NE(ctx.component_images, nullptr);
     EXPECT_NE(ctx.component_images[0], nullptr);
     EXPECT_EQ(ctx.component_images[1], nullptr);
 }
@@ -164,6 +165,7 @@ TEST_F(FwPackageHostile, ACountThatCannotFitBuysNoMoreThanItsPointers) {
     EXPECT_EQ(ctx.component_num, 65535);
     EXPECT_TRUE(printed("component image count 65535\n")) << out;
     EXPECT_TRUE(printed("component image 1++++++++\nboundary check failed\n")) << out;
+    ASSERT_NE(ctx.component_images, nullptr);
     EXPECT_NE(ctx.component_images[0], nullptr);
     const auto* const behind = ctx.component_images + 1;
     EXPECT_EQ(std::count(behind, behind + 65534, nullptr), 65534);
