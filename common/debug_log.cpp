@@ -3,14 +3,18 @@
 #include <sideband/debug_log.h>
 #include <sideband/platform.h>
 
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
 
+#include "common/file.h"
 #include "common/memory.h"
 
 namespace {
@@ -19,15 +23,40 @@ bool exists(const char* path) {
     return access(path, F_OK) == 0;
 }
 
-void lock_exclusively(int descriptor) {
-    while (flock(descriptor, LOCK_EX) != 0 && errno == EINTR) {
+int64_t monotonic_ms() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+/// Any process that can open the log can keep the lock for ever, and the caller may hold a bus
+/// mutex: after a while the message goes without it.
+void lock_for_a_while(int descriptor) {
+    constexpr timespec kPause{0, 1000000};
+    const int64_t deadline = monotonic_ms() + DEBUG_LOG_LOCK_WAIT_MS;
+    while (flock(descriptor, LOCK_EX | LOCK_NB) != 0 && (errno == EWOULDBLOCK || errno == EINTR) &&
+           monotonic_ms() < deadline) {
+        nanosleep(&kPause, nullptr);
     }
+}
+
+/// Others may have put something else in the log's place: a link is not followed, a FIFO not
+/// waited for.
+std::FILE* open_log() {
+    constexpr mode_t kOwnerOnly = 0600;
+    sideband::File log(sideband::open_regular(
+        DEBUG_LOG_FILE, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW, kOwnerOnly));
+    std::FILE* stream = log ? fdopen(log.descriptor(), "a") : nullptr;
+    if (stream != nullptr) {
+        log.release();
+    }
+    return stream;
 }
 
 /// The size is taken after the write: the message that crossed the threshold goes with the old
 /// generation.
 void append_to_file(const char* text) {
-    FILE* file = std::fopen(DEBUG_LOG_FILE, "a");
+    std::FILE* file = open_log();
     if (file == nullptr) {
         return;
     }
@@ -35,7 +64,7 @@ void append_to_file(const char* text) {
     if (descriptor < 0) {
         return;  // The stream stays open on purpose: without a descriptor it is not ours to close.
     }
-    lock_exclusively(descriptor);
+    lock_for_a_while(descriptor);
     std::fputs(text, file);
     std::fflush(file);
 
@@ -49,11 +78,13 @@ void append_to_file(const char* text) {
     }
 }
 
-void report_to_system_and_file(const char* format, va_list arguments) {
+/// @param caller_errno  what %m stands for, whatever was called meanwhile
+void report_to_system_and_file(int caller_errno, const char* format, va_list arguments) {
     // Nearly every message fits; a longer one is cut only where the heap is exhausted.
     char room[256];
     va_list again;
     va_copy(again, arguments);
+    errno = caller_errno;
     const int length = std::vsnprintf(room, sizeof room, format, arguments);
     sideband::HeapPtr<uint8_t[]> large;
     const char* text = room;
@@ -61,6 +92,7 @@ void report_to_system_and_file(const char* format, va_list arguments) {
         large = sideband::allocate_bytes(static_cast<size_t>(length) + 1);
         if (large != nullptr) {
             char* whole = reinterpret_cast<char*>(large.get());
+            errno = caller_errno;
             std::vsnprintf(whole, static_cast<size_t>(length) + 1, format, again);
             text = whole;
         }
@@ -79,12 +111,13 @@ void debug_log(const char* format, ...) {
     va_list arguments;
     if (exists(DEBUG_LOG_CONSOLE_MARKER)) {
         va_start(arguments, format);
+        errno = saved_errno;
         std::vfprintf(stderr, format, arguments);
         va_end(arguments);
     }
     if (exists(DEBUG_LOG_FILE_MARKER)) {
         va_start(arguments, format);
-        report_to_system_and_file(format, arguments);
+        report_to_system_and_file(saved_errno, format, arguments);
         va_end(arguments);
     }
     errno = saved_errno;

@@ -91,7 +91,8 @@ int32_t do_init_amd_mpio(mctp_ctx* mpio) {
         return -1;
     }
     sideband::sleep_us(kSettleUs);
-    at_p_St_GlobalVar->mpio_bringup_pending = 0;
+    // No lock protects the flag: other services read it, and bring-ups may overlap.
+    __atomic_store_n(&at_p_St_GlobalVar->mpio_bringup_pending, uint8_t{0}, __ATOMIC_RELEASE);
     return 0;
 }
 

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstring>
 #include <span>
+#include <utility>
 
 #include "transport/control.h"
 #include "transport/transport.h"
@@ -19,6 +20,8 @@ constexpr int kIgnoredMessagesMax = 5;
 constexpr size_t kMessageRoom = 1024;
 constexpr uint8_t kFirstEid = 1;
 constexpr uint8_t kLastEid = 254;
+constexpr uint8_t kNullEid = 0x00;
+constexpr uint8_t kBroadcastEid = 0xFF;
 
 /// Offsets in a received message, which begins with its type byte.
 constexpr size_t kType = 0;
@@ -41,7 +44,8 @@ mctp_route current_route(const mctp_ctx& ctx) {
 
 class Responder {
 public:
-    explicit Responder(mctp_ctx& ctx) : ctx_(ctx) {}
+    /// @param former_eid  the BMC's EID so far, under which an owner may still address it
+    Responder(mctp_ctx& ctx, uint8_t former_eid) : ctx_(ctx), former_eid_(former_eid) {}
 
     /// Answers one control message.
     Outcome answer(const Message& message) {
@@ -72,14 +76,34 @@ public:
     }
 
 private:
+    bool may_be_peer(uint8_t eid) const {
+        return eid != kNullEid && eid != kBroadcastEid && eid != former_eid_;
+    }
+
+    /// Which of the binding EIDs is who asked: the first, but some PCIe ports return the peer as
+    /// the destination, where a write wants it.
+    size_t requester_index() const {
+        return !may_be_peer(ctx_.binding_eids[0]) && may_be_peer(ctx_.binding_eids[1]) ? 1 : 0;
+    }
+
+    uint8_t requester() const { return ctx_.binding_eids[requester_index()]; }
+
+    mctp_route route_to_requester() const {
+        mctp_route route = current_route(ctx_);
+        if (requester_index() != 0) {
+            std::swap(route.binding_eids[0], route.binding_eids[1]);
+        }
+        return route;
+    }
+
     Outcome set_endpoint_id(const Message& message) {
         const uint8_t eid = message[kData + 1];
         uint8_t completion = kCompletionInvalidData;
         uint8_t echoed = 0;
         if (eid >= kFirstEid && eid <= kLastEid) {
             ctx_.src_eid = eid;
-            ctx_.dest_eid = ctx_.binding_eids[0];
-            ctx_.owner_route = current_route(ctx_);
+            ctx_.dest_eid = requester();
+            ctx_.owner_route = route_to_requester();
             completion = kCompletionSuccess;
             echoed = eid;
         }
@@ -96,13 +120,14 @@ private:
         response[0] = message[kInstance] & kInstanceIdMask;
         response[1] = message[kCommand];
         std::copy(tail.begin(), tail.end(), response.begin() + 2);
-        const sideband::AddressedTo requester(&ctx_, ctx_.binding_eids[0]);
+        const sideband::AddressedTo peer(&ctx_, requester());
         const int32_t result =
             ctx_.send(&ctx_, static_cast<uint32_t>(2 + tail.size()), response.data(), 0);
         return result < 0 ? Outcome::failed : Outcome::go_on;
     }
 
     mctp_ctx& ctx_;
+    uint8_t former_eid_;
     bool discovered_ = false;
 };
 
@@ -120,8 +145,8 @@ bool is_control(int32_t length, const Message& message) {
     return length > 0 && (message[kType] & ~MCTP_MSG_TYPE_INTEGRITY_CHECK) == 0;
 }
 
-int32_t respond_until_assigned(mctp_ctx& ctx) {
-    Responder responder(ctx);
+int32_t respond_until_assigned(mctp_ctx& ctx, uint8_t former_eid) {
+    Responder responder(ctx, former_eid);
     int ignored = 0;
     // No time limit of its own: the binding's read bounds each wait.
     for (;;) {
@@ -151,6 +176,7 @@ int32_t get_bmc_by_owner(mctp_ctx* ctx) {
     if (ctx == nullptr || ctx->xfer == nullptr || ctx->recv == nullptr || ctx->send == nullptr) {
         return 0;
     }
+    const uint8_t former_eid = ctx->src_eid;
     ctx->src_eid = 0;
     ctx->dest_eid = 0;
     if (notify_owner(*ctx)) {
@@ -159,5 +185,5 @@ int32_t get_bmc_by_owner(mctp_ctx* ctx) {
         ctx->owner_route = current_route(*ctx);
         return 1;
     }
-    return respond_until_assigned(*ctx);
+    return respond_until_assigned(*ctx, former_eid);
 }

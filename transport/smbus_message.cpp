@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstring>
 #include <span>
 
@@ -25,8 +26,12 @@ constexpr size_t kSendBufferSize =
 /// The most that is ever asked for is 4 + 1 + MCTP_UNIT_SIZE_MAX = 125 bytes.
 constexpr size_t kReceiveBufferSize = 128;
 /// A device that sends nothing but packets to be dropped must not hold the bus for ever. There are
-/// eight tags and four sequence numbers: no honest exchange leaves as many stale packets.
+/// eight tags and four sequence numbers: no honest exchange leaves as many stale packets in a row.
 constexpr int kDroppedPacketsMax = 1024;
+/// Dropped packets of one receive that are reported each by itself: one for each tag and sequence
+/// number. More would only wash the logs out: a dump has half a kilobyte.
+constexpr uint32_t kReportedPacketsMax = 32;
+constexpr char kReceiveName[] = "mctp recv";
 
 constexpr size_t kIntegrityCheckSize = 4;
 
@@ -90,8 +95,20 @@ public:
     /// Reads packets until the message is complete or the buffer full.
     /// @return body bytes stored, or -1
     int32_t run() {
-        int dropped = 0;
-        while (dropped < kDroppedPacketsMax) {
+        const int32_t result = assemble();
+        if (dropped_ > kReportedPacketsMax) {
+            report_rest();
+        }
+        return result;
+    }
+
+private:
+    static constexpr size_t kFlagsOffset = 3;
+    static constexpr uint8_t kSequenceBits = kSequenceMask << kSequenceShift;
+
+    int32_t assemble() {
+        int dropped_in_a_row = 0;
+        while (dropped_in_a_row < kDroppedPacketsMax) {
             std::array<uint8_t, kReceiveBufferSize> packet;
             zero(packet);
             const int32_t wanted = header_length_ + std::min<int32_t>(ctx_.unit_size, room_);
@@ -100,19 +117,17 @@ public:
                 return -1;
             }
             if (!accept(packet.data(), length, wanted) || !store(packet.data(), length)) {
-                ++dropped;
+                ++dropped_in_a_row;
             } else if ((packet[kFlagsOffset] & kFlagEom) != 0 || room_ == 0) {
                 return capacity_ - room_;
+            } else {
+                dropped_in_a_row = 0;  // There is progress: at least one byte has been stored.
             }
         }
-        debug_log("[%s] gave up after %d packets that had to be dropped\n", "mctp recv",
+        debug_log("[%s] gave up after %d packets that had to be dropped\n", kReceiveName,
                   kDroppedPacketsMax);
         return -1;
     }
-
-private:
-    static constexpr size_t kFlagsOffset = 3;
-    static constexpr uint8_t kSequenceBits = kSequenceMask << kSequenceShift;
 
     bool is_first() const { return header_length_ != kTransportHeaderSize; }
 
@@ -129,13 +144,25 @@ private:
     bool accept(const uint8_t* packet, int32_t length, int32_t wanted);
     bool store(const uint8_t* packet, int32_t length);
 
-    bool refuse_tag(const uint8_t* packet, int32_t length) const;
+    bool refuse_tag(const uint8_t* packet, int32_t length);
     bool refuse_length(const uint8_t* packet, int32_t length, int32_t wanted);
 
+    /// Whether the next dropped packet leaves more of a trace than its count.
+    bool reports() const { return dropped_ < kReportedPacketsMax; }
+
     /// @return false
-    bool drop(const uint8_t* packet, int32_t length) const {
-        dump_packets(std::min<int32_t>(length, kReceiveBufferSize), packet);
+    bool drop(const uint8_t* packet, int32_t length) {
+        if (reports()) {
+            dump_packets(std::min<int32_t>(length, kReceiveBufferSize), packet);
+        }
+        ++dropped_;
         return false;
+    }
+
+    void report_rest() const {
+        const uint32_t rest = dropped_ - kReportedPacketsMax;
+        std::printf("\n[%s] %u more packets dropped\n", kReceiveName, rest);
+        debug_log("[%s] %u more packets dropped\n", kReceiveName, rest);
     }
 
     /// What follows is no first packet any more: its header has no type byte.
@@ -154,6 +181,7 @@ private:
     int32_t payload_offset_;
     /// Tag and sequence of the next packet, in their places in the flags byte.
     uint8_t expected_ = 0;
+    uint32_t dropped_ = 0;  ///< packets of the whole receive
 };
 
 bool Reassembly::accept(const uint8_t* packet, int32_t length, int32_t wanted) {
@@ -177,14 +205,18 @@ bool Reassembly::accept(const uint8_t* packet, int32_t length, int32_t wanted) {
     return length <= wanted || refuse_length(packet, length, wanted);
 }
 
-bool Reassembly::refuse_tag(const uint8_t* packet, int32_t length) const {
-    debug_log("MCTP request tag is %d but response tag is %d\n", ctx_.tag,
-              packet[kFlagsOffset] & kTagMask);
+bool Reassembly::refuse_tag(const uint8_t* packet, int32_t length) {
+    if (reports()) {
+        debug_log("MCTP request tag is %d but response tag is %d\n", ctx_.tag,
+                  packet[kFlagsOffset] & kTagMask);
+    }
     return drop(packet, length);
 }
 
 bool Reassembly::refuse_length(const uint8_t* packet, int32_t length, int32_t wanted) {
-    console_log("MCTP buffer space is not enough due to the length(%d ,%d)!\n", wanted, length);
+    if (reports()) {
+        console_log("MCTP buffer space is not enough due to the length(%d ,%d)!\n", wanted, length);
+    }
     go_on();
     return drop(packet, length);
 }

@@ -11,22 +11,29 @@ SIDEBAND_BEGIN_DECLS
 #define DEBUG_LOG_CONSOLE_MARKER "/nv/ConsoleLogEn"
 /** While this file exists, messages go to the system log and to DEBUG_LOG_FILE. */
 #define DEBUG_LOG_FILE_MARKER "/nv/DebugLogEn"
-/** The log file; messages are appended. */
+/**
+ * The log file; messages are appended. Created for its owner alone (mode 0600). Anything in its
+ * place that is not a regular file, a symbolic link included, takes no message.
+ */
 #define DEBUG_LOG_FILE "/nv/debug.log"
 /** The one previous generation of the log file. */
 #define DEBUG_LOG_FILE_ROTATED "/nv/debug.log.0"
 /** The log file is rotated once it is larger than this many bytes. */
 #define DEBUG_LOG_ROTATE_SIZE 0x20000
+/** Milliseconds that one message waits for the log file's lock at most. */
+#define DEBUG_LOG_LOCK_WAIT_MS 300
 
 /**
  * Reports one message on every enabled outlet: standard error, the platform's system log, the
  * log file. Nothing is added to the text. Both markers are tested anew on every call.
  *
  * May be called from any thread of any process: the file is written under an exclusive advisory
- * lock. No failure reaches the caller; a message that cannot be written to an outlet is lost for
- * that outlet.
+ * lock. If somebody else keeps the lock for DEBUG_LOG_LOCK_WAIT_MS, the message is written without
+ * it. No failure reaches the caller; a message that cannot be written to an outlet is lost for
+ * that outlet. errno stays as it was.
  *
- * @param format  printf-style format, with its own line end where one is wanted
+ * @param format  printf-style format, with its own line end if one is wanted; %m stands for the
+ *                caller's errno
  */
 SIDEBAND_EXPORT void debug_log(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 

@@ -1,13 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // The diagnostic log: marker files, outlets, the log file and its rotation, several writers.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sideband/debug_log.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <future>
 #include <iterator>
 #include <map>
 #include <sstream>
@@ -123,6 +129,27 @@ TEST_F(DebugLog, PercentSignsInArgumentsAreOnlyText) {
     EXPECT_EQ(contents(DEBUG_LOG_FILE), "100 % %s %n\n");
 }
 
+TEST_F(DebugLog, PercentMIsTheCallersErrnoOnEveryOutlet) {
+    touch(DEBUG_LOG_FILE_MARKER);
+    const char* format = "%*s%m\n";  // ISO C has no %m: the compiler must not look at it
+    for (const bool console : {false, true}) {
+        if (console) {
+            touch(DEBUG_LOG_CONSOLE_MARKER);
+        }
+        for (const int width : {1, 1000}) {  // the longer one is formatted twice
+            const std::string text =
+                std::string(static_cast<size_t>(width) - 1, ' ') + "xDevice or resource busy\n";
+            test::Capture err(2);
+            errno = EBUSY;
+            debug_log(format, width, "x");
+            EXPECT_EQ(errno, EBUSY);
+            EXPECT_EQ(err.text(), console ? text : "");
+            EXPECT_EQ(test::port().syslog.back(), text);
+            EXPECT_TRUE(contents(DEBUG_LOG_FILE).ends_with(text));
+        }
+    }
+}
+
 TEST_F(DebugLog, MessagesOfAnyLengthArriveWhole) {
     touch(DEBUG_LOG_CONSOLE_MARKER);
     touch(DEBUG_LOG_FILE_MARKER);
@@ -153,8 +180,8 @@ TEST_F(DebugLog, WithoutMemoryALongMessageStillLeavesATraceAndNothingLeaks) {
 TEST_F(DebugLog, TheFileIsLockedFromBeforeTheWriteUntilAfterTheSizeCheck) {
     touch(DEBUG_LOG_FILE_MARKER);
     debug_log("message\n");
-    EXPECT_EQ(libc.sequence, (Lines{"access", "access", "fopen", "fileno", "flock", "fflush",
-                                    "fstat", "flock", "fclose"}));
+    EXPECT_EQ(libc.sequence, (Lines{"access", "access", "open", "fstat", "fdopen", "fileno",
+                                    "flock", "fflush", "fstat", "flock", "fclose"}));
     EXPECT_EQ(libc.open_streams(), 0u);
 }
 
@@ -162,8 +189,9 @@ TEST_F(DebugLog, RotationHappensAfterTheLockIsReleasedAndTheStreamClosed) {
     touch(DEBUG_LOG_FILE_MARKER);
     make_log(131072);
     debug_log("message\n");
-    EXPECT_EQ(libc.sequence, (Lines{"access", "access", "fopen", "fileno", "flock", "fflush",
-                                    "fstat", "flock", "fclose", "unlink", "rename"}));
+    EXPECT_EQ(libc.sequence,
+              (Lines{"access", "access", "open", "fstat", "fdopen", "fileno", "flock", "fflush",
+                     "fstat", "flock", "fclose", "unlink", "rename"}));
 }
 
 TEST_F(DebugLog, AWriteThatReachesExactly131072BytesDoesNotRotate) {
@@ -200,13 +228,13 @@ TEST_F(DebugLog, AMissingDirectoryLosesTheFileCopyAlone) {
     debug_log("message\n");
     EXPECT_EQ(err.text(), "");
     EXPECT_EQ(test::port().syslog, (Lines{"message\n"}));
-    EXPECT_EQ(libc.sequence, (Lines{"access", "access", "fopen"}));
+    EXPECT_EQ(libc.sequence, (Lines{"access", "access", "open"}));
 }
 
 TEST_F(DebugLog, AFileThatCannotBeOpenedLosesTheFileCopyAlone) {
     touch(DEBUG_LOG_CONSOLE_MARKER);
     touch(DEBUG_LOG_FILE_MARKER);
-    libc.fail["fopen"] = 1;
+    libc.fail["open"] = 1;
     test::Capture err(2);
     debug_log("message\n");
     EXPECT_EQ(err.text(), "message\n");
@@ -219,7 +247,8 @@ TEST_F(DebugLog, WithoutADescriptorNothingIsWrittenAndTheStreamIsLeftOpen) {
     libc.fail["fileno"] = 1;
     debug_log("message\n");
     EXPECT_EQ(libc.open_streams(), 1u);
-    EXPECT_EQ(libc.sequence, (Lines{"access", "access", "fopen", "fileno"}));
+    EXPECT_EQ(libc.open_descriptors(), 0u) << "the stream has it";
+    EXPECT_EQ(libc.sequence, (Lines{"access", "access", "open", "fstat", "fdopen", "fileno"}));
     libc.close_streams();
     EXPECT_EQ(contents(DEBUG_LOG_FILE), "");
     EXPECT_EQ(test::port().syslog, (Lines{"message\n"}));
@@ -236,19 +265,21 @@ TEST_F(DebugLog, AnInterruptedWaitForTheLockIsResumed) {
 
 TEST_F(DebugLog, NoFailureOfAFileCallReachesTheCaller) {
     touch(DEBUG_LOG_FILE_MARKER);
-    for (const char* call : {"access", "flock", "fflush", "fstat", "fclose", "unlink", "rename"}) {
+    for (const char* call :
+         {"access", "open", "fdopen", "flock", "fflush", "fstat", "fclose", "unlink", "rename"}) {
         make_log(131072);
         libc.fail = {{call, libc.EVERY}};
         debug_log("message\n");
         EXPECT_EQ(libc.open_streams(), 0u) << call;
+        EXPECT_EQ(libc.open_descriptors(), 0u) << call;
     }
-    EXPECT_EQ(test::port().syslog.size(), 6u) << "all but the one without the marker";
+    EXPECT_EQ(test::port().syslog.size(), 8u) << "all but the one without the marker";
 }
 
 TEST_F(DebugLog, WithoutTheFilesStatusThereIsNoRotation) {
     touch(DEBUG_LOG_FILE_MARKER);
     make_log(131072);
-    libc.fail["fstat"] = 1;
+    libc.fail["fstat"] = 2;  // the first one asks what was opened
     debug_log("message\n");
     EXPECT_EQ(fs::file_size(path(DEBUG_LOG_FILE)), 131080u);
     EXPECT_FALSE(exists(DEBUG_LOG_FILE_ROTATED));
@@ -268,6 +299,125 @@ TEST_F(DebugLog, AFailedRenameLeavesTheFileInPlace) {
     libc.fail["rename"] = 1;
     debug_log("message\n");
     EXPECT_EQ(fs::file_size(path(DEBUG_LOG_FILE)), 131080u);
+}
+
+// ---- Other local processes ----
+
+/// Logs a message. If that does not come to an end, release() must free it, and it is a failure.
+void expect_to_end(const std::function<void()>& release) {
+    using namespace std::chrono_literals;
+    std::future<void> logging = std::async(std::launch::async, [] { debug_log("message\n"); });
+    const bool in_time = logging.wait_for(5s) == std::future_status::ready;
+    if (!in_time) {
+        release();
+    }
+    logging.wait();
+    EXPECT_TRUE(in_time);
+}
+
+class DebugLogIntruder : public DebugLog {
+protected:
+    void SetUp() override {
+        DebugLog::SetUp();
+        touch(DEBUG_LOG_FILE_MARKER);
+    }
+    void TearDown() override {
+        if (descriptor >= 0) {
+            close(descriptor);
+        }
+        EXPECT_EQ(libc.open_streams(), 0u);
+        EXPECT_EQ(libc.open_descriptors(), 0u);
+        DebugLog::TearDown();
+    }
+
+    /// Locks the log as another process would.
+    void hold_lock() {
+        descriptor = open(path(DEBUG_LOG_FILE).c_str(), O_RDONLY);
+        ASSERT_EQ(flock(descriptor, LOCK_EX), 0);
+    }
+
+    void expect_only_in_system_log() const {
+        EXPECT_EQ(test::port().syslog, (Lines{"message\n"}));
+        EXPECT_EQ(libc.calls.count("fdopen"), 0u);
+    }
+
+    int descriptor = -1;  ///< of the test's own
+};
+
+TEST_F(DebugLogIntruder, ALockThatIsNeverReleasedIsGivenUpAndTheMessageWrittenAndRotated) {
+    make_log(131072);
+    hold_lock();
+    const auto start = std::chrono::steady_clock::now();
+    expect_to_end([this] { flock(descriptor, LOCK_UN); });
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited, std::chrono::milliseconds(DEBUG_LOG_LOCK_WAIT_MS - 1));
+    EXPECT_EQ(contents(DEBUG_LOG_FILE_ROTATED), std::string(131072, 'x') + "message\n");
+    EXPECT_EQ(libc.calls["usleep"], 0) << "a wait that tests of sleeping would count";
+}
+
+TEST_F(DebugLogIntruder, ALockThatIsReleasedInTimeIsTaken) {
+    make_log(0);
+    hold_lock();
+    int tries = 0;
+    libc.before["flock"] = [&] {
+        EXPECT_TRUE(tries == 3 || contents(DEBUG_LOG_FILE).empty());
+        if (++tries == 3) {
+            flock(descriptor, LOCK_UN);
+        }
+    };
+    expect_to_end([this] { flock(descriptor, LOCK_UN); });
+    EXPECT_EQ(contents(DEBUG_LOG_FILE), "message\n");
+    EXPECT_EQ(tries, 4) << "three tries, and the release";
+}
+
+TEST_F(DebugLogIntruder, AFifoIsNotWaitedFor) {
+    ASSERT_EQ(mkfifo(path(DEBUG_LOG_FILE).c_str(), 0600), 0);
+    expect_to_end([this] { descriptor = open(path(DEBUG_LOG_FILE).c_str(), O_RDWR); });
+    expect_only_in_system_log();
+}
+
+TEST_F(DebugLogIntruder, AFifoWithAReaderGetsNothing) {
+    ASSERT_EQ(mkfifo(path(DEBUG_LOG_FILE).c_str(), 0600), 0);
+    descriptor = open(path(DEBUG_LOG_FILE).c_str(), O_RDWR | O_NONBLOCK);
+    debug_log("message\n");
+    char byte = 0;
+    EXPECT_EQ(read(descriptor, &byte, 1), -1);
+    expect_only_in_system_log();
+}
+
+TEST_F(DebugLogIntruder, ASymbolicLinkIsNotFollowed) {
+    std::ofstream(path("/nv/victim")) << "mine";
+    fs::create_symlink(path("/nv/victim"), path(DEBUG_LOG_FILE));
+    debug_log("message\n");
+    EXPECT_EQ(contents("/nv/victim"), "mine");
+    fs::remove(path("/nv/victim"));
+    test::port().syslog.clear();
+    debug_log("message\n");
+    EXPECT_FALSE(exists("/nv/victim"));
+    expect_only_in_system_log();
+}
+
+TEST_F(DebugLogIntruder, TheLogIsCreatedForItsOwnerAlone) {
+    const mode_t former = umask(0);
+    debug_log("message\n");
+    umask(former);
+    EXPECT_EQ(fs::status(path(DEBUG_LOG_FILE)).permissions(), fs::perms(0600));
+}
+
+TEST_F(DebugLogIntruder, TheLogIsClosedOnExec) {
+    int seen = 0;
+    libc.before["fflush"] = [&] {
+        for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+            std::error_code ignored;
+            if (fs::read_symlink(entry, ignored) == path(DEBUG_LOG_FILE)) {
+                const int flags = fcntl(std::stoi(entry.path().filename()), F_GETFD);
+                EXPECT_EQ(flags & FD_CLOEXEC, FD_CLOEXEC);
+                ++seen;
+            }
+        }
+    };
+    debug_log("message\n");
+    EXPECT_EQ(seen, 1);
 }
 
 /// Writes count messages of length characters, each a run of one letter.

@@ -83,6 +83,19 @@ std::FILE* patched_fopen(const char* path, const char* mode) {
     return stream;
 }
 
+std::FILE* patched_fdopen(int descriptor, const char* mode) {
+    if (active->must_fail("fdopen")) {
+        errno = active->failure_errno;
+        return nullptr;
+    }
+    std::FILE* stream = fdopen(descriptor, mode);
+    if (stream != nullptr) {
+        active->closed(descriptor);  // fclose() closes it from now on
+        active->opened(stream);
+    }
+    return stream;
+}
+
 int patched_rename(const char* from, const char* to) {
     if (active->must_fail("rename")) {
         errno = active->failure_errno;
@@ -274,6 +287,7 @@ Substitute substitutes[] = {
     {"access", address_of(patched_access), nullptr},
     {"fopen", address_of(patched_fopen), nullptr},
     {"fopen64", address_of(patched_fopen), nullptr},
+    {"fdopen", address_of(patched_fdopen), nullptr},
     {"rename", address_of(patched_rename), nullptr},
     {"unlink", address_of(patched_unlink), nullptr},
     {"remove", address_of(patched_unlink), nullptr},

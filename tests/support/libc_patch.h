@@ -29,7 +29,7 @@ namespace test {
  *                   is empty, only the paths in present exist, and nothing can be opened
  *  fileno, flock, fstat, fflush, fclose, pread
  *                   pass through
- *  close, mmap, munmap
+ *  fdopen, close, mmap, munmap
  *                   pass through; what is open and mapped is counted
  *  malloc, calloc, realloc, free
  *                   pass through; the library's live blocks are counted
@@ -64,12 +64,12 @@ public:
     /// Done right before a call, by libc name: what somebody else does to the machine meanwhile.
     std::map<std::string, std::function<void()>> before;
 
-    /// Streams that the library has opened and not closed.
+    /// Streams that the library has opened, by name or on a descriptor, and not closed.
     size_t open_streams() const { return streams_.size(); }
     /// Closes them, so that a test that wants them open leaks nothing.
     void close_streams();
 
-    /// Descriptors from open() that were not closed, and mappings that were not unmapped.
+    /// Descriptors from open() that were not closed nor became streams, and mappings that were not unmapped.
     size_t open_descriptors() const { return descriptors_.size(); }
     size_t live_mappings() const { return mappings_.size(); }
 

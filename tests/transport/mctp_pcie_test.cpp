@@ -137,6 +137,22 @@ TEST_F(MctpPcie, SendLeavesTheTagAlone) {
     EXPECT_EQ(ctx.tag, 5);
 }
 
+TEST_F(MctpPcie, SendCarriesTheTagOfTheLastExchangeOrReceiveAsItStands) {
+    ctx.pcie_tag = 0xA5;
+    EXPECT_EQ(send(hex("80 02")), 0);
+    EXPECT_EQ(port().pcie_requests.back().tag, 0xA5);
+    EXPECT_EQ(ctx.pcie_tag, 0xA5);
+}
+
+TEST_F(MctpPcie, NeitherSendNorExchangeAppendsAnIntegrityCheck) {
+    ctx.msg_type = MCTP_MSG_TYPE_NVME_MI | MCTP_MSG_TYPE_INTEGRITY_CHECK;
+    EXPECT_EQ(send(hex("08 00")), 0);
+    EXPECT_EQ(message(port().pcie_requests.back()), hex("84 08 00"));
+    answer(hex("84 88 00"));
+    EXPECT_EQ(xfer(hex("08 00"), 64), 2);
+    EXPECT_EQ(message(port().pcie_requests.back()), hex("84 08 00"));
+}
+
 TEST_F(MctpPcie, SendFailsWhereItsBindingFails) {
     static const mctp_binding failing{[](mctp_section*, int32_t, uint8_t*) { return -7; }, nullptr,
                                       nullptr};
@@ -179,6 +195,15 @@ TEST_F(MctpPcie, ReceiveStoresThePeersAddressing) {
     EXPECT_EQ(ctx.binding_eids[1], 0x92);
     EXPECT_EQ(ctx.pcie_tag, 0x93);
     EXPECT_EQ(Bytes(ctx.pcie_bdf, ctx.pcie_bdf + 3), hex("94 95 96"));
+}
+
+TEST_F(MctpPcie, ReceiveOverwritesTheTagOfTheRecordAndLeavesTheContexts) {
+    answer(hex("01 80"));
+    ctx.tag = 5;
+    Guarded buffer(64);
+    EXPECT_EQ(receive(64, buffer), 0);
+    EXPECT_EQ(ctx.pcie_tag, 0x93);
+    EXPECT_EQ(ctx.tag, 5);
 }
 
 TEST_F(MctpPcie, ReceiveWithoutRoomFailsWithoutReading) {
@@ -276,6 +301,15 @@ TEST_F(MctpPcie, ExchangeIsRoutedByIdWhateverTheCommand) {
     EXPECT_EQ(port().pcie_requests[0].routing, 2);
 }
 
+TEST_F(MctpPcie, RoutingTableIsAskedForById) {
+    Guarded table(MCTP_ROUTING_TABLE_RESPONSE_SIZE);
+    EXPECT_EQ(mctp_get_routing_table_entries(&ctx, 0, table.data()), -1);
+    ASSERT_EQ(port().pcie_requests.size(), 1u);
+    EXPECT_EQ(port().pcie_requests[0].message[2], 0x0A);
+    EXPECT_EQ(port().pcie_requests[0].routing, PLT_PCIE_ROUTE_BY_ID);
+    EXPECT_EQ(port().pcie_requests[0].dest_eid, 0x4Au);
+}
+
 TEST_F(MctpPcie, ExchangeReturnsMinusTwoWhereThePlatformFails) {
     for (int result : {-1, 0, 2}) {
         answer(hex("01 00 02"), result);
@@ -302,6 +336,24 @@ TEST_F(MctpPcie, ExchangeCutsTheResponseToTheRoom) {
 TEST_F(MctpPcie, ExchangeWithoutRoomGivesNothing) {
     answer(hex("01") + test::counting(20));
     EXPECT_EQ(xfer(hex("80 02"), 0), 0);
+}
+
+TEST_F(MctpPcie, ExchangeWithoutRoomStillTellsWhetherAnAnswerCame) {
+    answer(Bytes());
+    EXPECT_EQ(xfer(hex("80 02"), 0), -1);
+    answer(hex("01 00"), 0);
+    EXPECT_EQ(xfer(hex("80 02"), 0), -2);
+}
+
+TEST_F(MctpPcie, ExchangeWithANegativeRoomFailsWithoutSending) {
+    answer(hex("01 00"));
+    const Bytes request = hex("80 02");
+    Guarded buffer(8);
+    for (int32_t room : {-1, INT32_MIN}) {
+        EXPECT_EQ(ctx.xfer(&ctx, 2, room, request.data(), buffer.data()), -1);
+    }
+    EXPECT_EQ(port().pcie_requests.size(), 0u);
+    EXPECT_TRUE(buffer.untouched_from(0));
 }
 
 TEST_F(MctpPcie, ExchangeTakesTheLargestMessageBothWays) {
@@ -356,6 +408,18 @@ TEST_F(MctpPcie, BindingTransferCutsAReplyOf20BytesToARoomOf10) {
     EXPECT_EQ(pcie_mctp_binding.transfer(&ctx.section, 3, 10, request.data(), buffer.data()), 10);
     EXPECT_EQ(buffer.head(10), test::counting(10));
     EXPECT_TRUE(buffer.intact());
+}
+
+TEST_F(MctpPcie, BindingReadStoresWhateverCameHoweverLittleWasWanted) {
+    for (const size_t size : {20u, 1036u}) {
+        answer(test::counting(size));
+        Guarded buffer(1036);
+        EXPECT_EQ(pcie_mctp_binding.read(&ctx.section, 8, buffer.data()),
+                  static_cast<int32_t>(size));
+        EXPECT_EQ(buffer.head(size), test::counting(size));
+        EXPECT_TRUE(buffer.untouched_from(size));
+        EXPECT_TRUE(buffer.intact());
+    }
 }
 
 TEST_F(MctpPcie, BindingReadThatThePlatformFailsLeavesTheBufferAlone) {

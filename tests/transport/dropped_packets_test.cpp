@@ -1,0 +1,222 @@
+// SPDX-License-Identifier: Apache-2.0
+// Packets that a receive has to drop: how many it bears, and how much of a trace they leave.
+#include <sideband/mctp.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "support/capture.h"
+#include "support/scripted_platform.h"
+
+namespace {
+
+using test::Bytes;
+using test::Capture;
+using test::EOM;
+using test::Guarded;
+using test::hex;
+using test::operator+;
+using test::packet;
+using test::port;
+using test::ready_context;
+using test::sequence;
+using test::SOM;
+using Lines = std::vector<std::string>;
+
+const Bytes WRONG_TAG = packet(0x08, 0x1D, SOM | EOM | 4, hex("01 EE"));
+const Bytes TOO_SHORT = hex("01 08 1D");
+const char* const MISMATCH = "MCTP request tag is 3 but response tag is 4\n";
+const char* const GAVE_UP = "[mctp recv] gave up after 1024 packets that had to be dropped\n";
+
+size_t count(const std::string& text, std::string_view word) {
+    size_t found = 0;
+    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+        ++found;
+    }
+    return found;
+}
+
+class DroppedPackets : public test::PlatformTest, public ::testing::WithParamInterface<uint8_t> {
+protected:
+    DroppedPackets() { ctx.tag = 3; }
+
+    static void queue(const Bytes& one, size_t times = 1) {
+        port().queue(std::vector<Bytes>(times, one));
+    }
+
+    /// A packet of the message that ctx waits for; each stores one byte.
+    static Bytes good(unsigned flags, unsigned number) {
+        const Bytes payload = number == 0 ? hex("01 AA") : hex("BB");
+        return packet(0x08, 0x1D, static_cast<uint8_t>(flags | sequence(number) | 3), payload);
+    }
+
+    int32_t receive(int32_t capacity = 64) {
+        Guarded buffer(static_cast<size_t>(capacity));
+        Capture out;
+        const int32_t result = ctx.recv(&ctx, capacity, buffer.data());
+        printed = out.text();
+        EXPECT_TRUE(buffer.intact());
+        body = buffer.head(static_cast<size_t>(std::max(result, 0)));
+        return result;
+    }
+
+    size_t dumps() const { return count(printed, "Dumping Packets"); }
+
+    mctp_ctx ctx = ready_context(GetParam(), 1);
+    Bytes body;
+    std::string printed;
+};
+
+INSTANTIATE_TEST_SUITE_P(Kind, DroppedPackets,
+                         ::testing::Values(MCTP_BINDING_KIND_SMBUS, MCTP_BINDING_KIND_SL8_SMBUS),
+                         [](const auto& parameter) {
+                             return std::string(parameter.param == 0 ? "Smbus" : "Sl8");
+                         });
+
+// ---- How many ----
+
+TEST_P(DroppedPackets, AnAnswerOf19200BytesWithADuplicateBesideEachPacketArrives) {
+    const std::vector<Bytes> packets =
+        test::split(hex("01") + test::counting(19200), 0x08, 0x1D, 3, 16);
+    ASSERT_GT(packets.size(), 1024u + 2);
+    for (const Bytes& one : packets) {
+        // A second start would be appended, and behind the end nothing is read.
+        queue(one, (one[3] & (SOM | EOM)) != 0 ? 1 : 2);
+    }
+    EXPECT_EQ(receive(19200), 19200);
+    EXPECT_EQ(body, test::counting(19200));
+}
+
+TEST_P(DroppedPackets, In1023OfThemInARowIsBorneAndIn1024Not) {
+    for (const bool in_the_middle : {false, true}) {
+        for (const size_t dropped : {1023u, 1024u}) {
+            port().reads.clear();
+            port().slave_reads.clear();
+            port().syslog.clear();
+            if (in_the_middle) {
+                queue(good(SOM, 0));
+            }
+            queue(TOO_SHORT, dropped);
+            queue(in_the_middle ? good(EOM, 1) : good(SOM | EOM, 0));
+            const bool borne = dropped == 1023;
+            const size_t start = in_the_middle ? 1 : 0;
+            EXPECT_EQ(receive(), borne ? static_cast<int32_t>(start + 1) : -1);
+            EXPECT_EQ(port().slave_reads.size(), start + 1024);
+            EXPECT_EQ(std::count(port().syslog.begin(), port().syslog.end(), GAVE_UP),
+                      borne ? 0 : 1);
+        }
+    }
+}
+
+TEST_P(DroppedPackets, TheMostThatOneReceiveReadsIs1024TimesItsRoom) {
+    constexpr int32_t kRoom = 3;
+    for (const bool ends_well : {true, false}) {
+        port().reads.clear();
+        port().slave_reads.clear();
+        for (unsigned stored = 0; stored < kRoom; ++stored) {
+            queue(TOO_SHORT, 1023);
+            queue(stored + 1 < kRoom || ends_well ? good(stored == 0 ? SOM : 0, stored)
+                                                  : TOO_SHORT);
+        }
+        queue(TOO_SHORT, 10);
+        EXPECT_EQ(receive(kRoom), ends_well ? kRoom : -1);
+        EXPECT_EQ(port().slave_reads.size(), 1024u * kRoom);
+    }
+}
+
+TEST_P(DroppedPackets, AMessageInPacketsOfOneByteTakesAsManyReadsAsItHasBytes) {
+    constexpr unsigned kRoom = 2000;
+    for (unsigned i = 0; i < kRoom; ++i) {
+        queue(good(i == 0 ? SOM : 0, i));
+    }
+    EXPECT_EQ(receive(kRoom), static_cast<int32_t>(kRoom));
+    EXPECT_EQ(port().slave_reads.size(), kRoom);
+    const bool locks = GetParam() == MCTP_BINDING_KIND_SMBUS;
+    EXPECT_EQ(port().trace_of({"lock", "unlock"}),
+              locks ? (Lines{"lock bus 3", "unlock bus 3"}) : Lines())
+        << "the bus is held throughout";
+}
+
+// ---- What they leave ----
+
+TEST_P(DroppedPackets, ThirtyTwoOfThemAreReportedEachByItself) {
+    queue(WRONG_TAG, 32);
+    queue(good(SOM | EOM, 0));
+    EXPECT_EQ(receive(), 1);
+    EXPECT_EQ(dumps(), 32u);
+    EXPECT_EQ(count(printed, "more packets"), 0u);
+    EXPECT_EQ(port().syslog, Lines(32, MISMATCH));
+}
+
+TEST_P(DroppedPackets, FromTheThirtyThirdOnOneLineCountsThem) {
+    queue(WRONG_TAG, 90);
+    queue(TOO_SHORT, 10);
+    queue(good(SOM | EOM, 0));
+    EXPECT_EQ(receive(), 1);
+    EXPECT_EQ(body, hex("AA"));
+    EXPECT_EQ(dumps(), 32u);
+    EXPECT_TRUE(printed.ends_with("===\n[mctp recv] 68 more packets dropped\n"));
+    Lines expected(32, MISMATCH);
+    expected.emplace_back("[mctp recv] 68 more packets dropped\n");
+    EXPECT_EQ(port().syslog, expected);
+}
+
+TEST_P(DroppedPackets, AFloodOfThemDoesNotWashTheLogsOut) {
+    queue(WRONG_TAG, 2000);
+    EXPECT_EQ(receive(), -1);
+    EXPECT_EQ(dumps(), 32u);
+    EXPECT_LT(printed.size(), 8192u);
+    Lines expected(32, MISMATCH);
+    expected.emplace_back(GAVE_UP);
+    expected.emplace_back("[mctp recv] 992 more packets dropped\n");
+    EXPECT_EQ(port().syslog, expected);
+}
+
+TEST_P(DroppedPackets, AFailedReadEndsTheReceiveWithTheCountToo) {
+    queue(TOO_SHORT, 40);
+    EXPECT_EQ(receive(), -1);
+    EXPECT_EQ(dumps(), 32u);
+    EXPECT_TRUE(printed.ends_with("\n[mctp recv] 8 more packets dropped\n"));
+}
+
+TEST_P(DroppedPackets, StoredPacketsDoNotStartTheReportsAnew) {
+    queue(good(SOM, 0));
+    queue(WRONG_TAG, 30);
+    queue(good(0, 1));
+    queue(WRONG_TAG, 30);
+    queue(good(EOM, 2));
+    EXPECT_EQ(receive(), 3);
+    EXPECT_EQ(dumps(), 32u);
+    EXPECT_TRUE(printed.ends_with("\n[mctp recv] 28 more packets dropped\n"));
+}
+
+TEST_P(DroppedPackets, EachReceiveReportsItsOwn) {
+    for (int i = 0; i < 2; ++i) {
+        port().syslog.clear();
+        queue(WRONG_TAG, 20);
+        queue(good(SOM | EOM, 0));
+        EXPECT_EQ(receive(), 1);
+        EXPECT_EQ(dumps(), 20u);
+        EXPECT_EQ(port().syslog, Lines(20, MISMATCH));
+    }
+}
+
+int32_t oversized_read(mctp_section*, int32_t wanted, uint8_t* buffer) {
+    const Bytes start = packet(0x08, 0x1D, SOM | 3, hex("01"));
+    std::copy(start.begin(), start.end(), buffer);
+    return wanted + 1;
+}
+
+const mctp_binding OVERSIZED_BINDING{smbus_block_write, oversized_read, nullptr};
+
+TEST_P(DroppedPackets, AFloodOfPacketsLargerThanAskedIsReportedInTheSameMeasure) {
+    ctx.binding = &OVERSIZED_BINDING;
+    EXPECT_EQ(receive(), -1);
+    EXPECT_EQ(dumps(), 32u);
+    ASSERT_EQ(port().console.size(), 32u);
+    EXPECT_EQ(port().console[1], "MCTP buffer space is not enough due to the length(68 ,69)!\n");
+    EXPECT_TRUE(printed.ends_with("\n[mctp recv] 992 more packets dropped\n"));
+}
+
+}  // namespace

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: Apache-2.0
+// Whom the BMC answers as an endpoint over PCIe, however the port fills the record of a read.
+#include <sideband/mctp.h>
+#include <sideband/platform.h>
+
+#include <algorithm>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "support/scripted_platform.h"
+
+namespace {
+
+using test::Bytes;
+using test::hex;
+using test::port;
+
+constexpr uint8_t FORMER_EID = 0x08;
+constexpr uint8_t OWNER_EID = 0x0A;
+
+/// A way to fill the two EIDs of the record that a read returns.
+struct Port {
+    const char* name;
+    void (*address)(plt_pcie_request& request);
+    bool peer_is_destination;
+};
+
+const Port PORTS[] = {
+    {"SenderToNull",
+     [](plt_pcie_request& request) {
+         request.src_eid = OWNER_EID;
+         request.dest_eid = 0x00;
+     },
+     false},
+    {"SenderToBroadcast",
+     [](plt_pcie_request& request) {
+         request.src_eid = OWNER_EID;
+         request.dest_eid = 0xFF;
+     },
+     false},
+    {"SenderToFormerEid",
+     [](plt_pcie_request& request) {
+         request.src_eid = OWNER_EID;
+         request.dest_eid = FORMER_EID;
+     },
+     false},
+    {"SenderToUnknownEid",
+     [](plt_pcie_request& request) {
+         request.src_eid = OWNER_EID;
+         request.dest_eid = 0x33;
+     },
+     false},
+    {"PeerAndNull",
+     [](plt_pcie_request& request) {
+         request.src_eid = 0x00;
+         request.dest_eid = OWNER_EID;
+     },
+     true},
+    {"PeerAndBroadcast",
+     [](plt_pcie_request& request) {
+         request.src_eid = 0xFF;
+         request.dest_eid = OWNER_EID;
+     },
+     true},
+    {"PeerAndFormerEid",
+     [](plt_pcie_request& request) {
+         request.src_eid = FORMER_EID;
+         request.dest_eid = OWNER_EID;
+     },
+     true},
+    {"PeerAndWhatWasThere", [](plt_pcie_request& request) { request.dest_eid = OWNER_EID; }, true},
+};
+
+class ResponderPeer : public test::PlatformTest, public ::testing::WithParamInterface<Port> {
+protected:
+    ResponderPeer() {
+        ctx.src_eid = FORMER_EID;
+        ctx.binding_kind = MCTP_BINDING_KIND_PCIE;
+        ctx.skip_discovery = 1;
+        EXPECT_EQ(mctp_init2(&ctx), 0);
+        ctx.recv = mctp_pcie_recv_with_type;
+        port().on_pcie = [this](plt_pcie_request& request) { return transact(request); };
+    }
+
+    /// The owner does not answer Discovery Notify; then it asks.
+    int transact(plt_pcie_request& request) {
+        if (request.operation == PLT_PCIE_WRITE) {
+            answers.push_back(request);
+        }
+        if (request.operation != PLT_PCIE_READ || requests.empty()) {
+            return 0;
+        }
+        const Bytes message = requests.front();
+        requests.pop_front();
+        std::copy(message.begin(), message.end(), request.message);
+        request.length = static_cast<uint32_t>(message.size());
+        GetParam().address(request);
+        return 1;
+    }
+
+    mctp_ctx ctx{};
+    std::deque<Bytes> requests;
+    std::vector<plt_pcie_request> answers;
+};
+
+INSTANTIATE_TEST_SUITE_P(Port, ResponderPeer, ::testing::ValuesIn(PORTS),
+                         [](const auto& parameter) { return std::string(parameter.param.name); });
+
+TEST_P(ResponderPeer, EveryAnswerGoesToWhoAsked) {
+    requests = {hex("00 82 0B"), hex("00 80 02"), hex("00 81 01 00 FF"), hex("00 83 01 00 2A")};
+    EXPECT_EQ(get_bmc_by_owner(&ctx), 1);
+    ASSERT_EQ(answers.size(), 4u);
+    for (const plt_pcie_request& answer : answers) {
+        EXPECT_EQ(answer.dest_eid, OWNER_EID);
+    }
+    EXPECT_EQ(answers[0].src_eid, 0x00) << "no EID so far";
+    EXPECT_EQ(answers[3].src_eid, 0x2A);
+}
+
+TEST_P(ResponderPeer, TheOwnerIsRememberedAsThePeer) {
+    requests = {hex("00 83 01 00 2A")};
+    EXPECT_EQ(get_bmc_by_owner(&ctx), 1);
+    EXPECT_EQ(ctx.src_eid, 0x2A);
+    EXPECT_EQ(ctx.dest_eid, OWNER_EID);
+    EXPECT_EQ(ctx.owner_route.binding_eids[0], OWNER_EID);
+    const uint8_t returned[] = {ctx.binding_eids[0], ctx.binding_eids[1]};
+    const size_t other = GetParam().peer_is_destination ? 0 : 1;
+    EXPECT_EQ(ctx.owner_route.binding_eids[1], returned[other]);
+    EXPECT_EQ(returned[1 - other], OWNER_EID) << "what the port returned stays as it was";
+}
+
+TEST_P(ResponderPeer, NobodyToBeTakenForThePeerIsAnsweredAtTheFirstEid) {
+    requests = {hex("00 80 02")};
+    port().on_pcie = [this](plt_pcie_request& request) {
+        const int result = transact(request);
+        if (request.operation == PLT_PCIE_READ) {
+            request.src_eid = FORMER_EID;
+            request.dest_eid = 0xFF;
+        }
+        return result;
+    };
+    EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
+    ASSERT_EQ(answers.size(), 1u);
+    EXPECT_EQ(answers[0].dest_eid, FORMER_EID);
+}
+
+}  // namespace
