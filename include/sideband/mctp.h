@@ -20,7 +20,11 @@ SIDEBAND_BEGIN_DECLS
 /** mctp_ctx.binding_kind: SMBus/I2C, PEC in software. */
 #define MCTP_BINDING_KIND_SL8_SMBUS 3
 
-/** Message types (DSP0239); bit 7 of the type byte asks for a message integrity check. */
+/**
+ * Message types (DSP0239). Bit 7 of the type byte stands for a message integrity check (CRC-32C,
+ * little-endian, behind the body): sending over MCTP_BINDING_KIND_SMBUS appends it, the other
+ * bindings do not, and no receive checks one: it is delivered as the end of the body.
+ */
 #define MCTP_MSG_TYPE_CONTROL 0x00
 #define MCTP_MSG_TYPE_PLDM 0x01
 #define MCTP_MSG_TYPE_NCSI 0x02
@@ -42,16 +46,35 @@ typedef struct mctp_section mctp_section;
 typedef struct mctp_binding mctp_binding;
 
 /**
- * Receives one message.
- * @param length  room at buffer in bytes
+ * Receives one message. Only the operations of MCTP_BINDING_KIND_SMBUS take the bus mutex; those
+ * of MCTP_BINDING_KIND_SL8_SMBUS leave it to their caller or to xfer.
+ *
+ * SMBus: an end packet (EOM), a full buffer or a failed read ends it, and nothing else, with one
+ * exception: it fails after 1024 packets in a row that had to be dropped, and debug_log() says
+ * "[mctp recv] gave up after 1024 packets that had to be dropped". Every stored packet starts that
+ * count anew and stores at least one byte. So it reads at most length packets if none is dropped,
+ * and 1024 x length packets in all (1,048,576 for 1,024 bytes), holding the bus mutex throughout.
+ * The first 32 dropped packets are reported each by itself, by dump_packets() and, if tag or size
+ * is wrong, a line of their own; then one line, "[mctp recv] %u more packets dropped", counts the
+ * rest on standard output and in debug_log().
+ *
+ * @param length  room at buffer in bytes. PCIe: the type byte counts too, a body has length - 1
  * @param buffer  receives the message body without its type byte
- * @return SMBus: body bytes stored, 0 where there is no buffer, -1 on failure.
- *         PCIe: 0 on success, -1 on failure
+ * @return SMBus: body bytes stored, 0 if there is no buffer, -1 on failure.
+ *         PCIe: 0 on success; -1 on failure, without room, and for a message longer than length
  */
 typedef int32_t (*mctp_recv_op)(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
 
 /**
- * Sends one message.
+ * Sends one message; takes the bus mutex as mctp_recv_op does.
+ *
+ * 0 does not prove delivery. SMBus: only a packet with EOM that could not be written fails; an
+ * earlier one that is lost, or a last one of exactly unit_size bytes behind others, which carries
+ * no EOM, shows by the missing answer alone. PCIe: the platform's result is not looked at.
+ *
+ * PCIe: a body whose second byte is 0x0A or 0x0D, whatever the message type, is routed to the root
+ * complex, all else by ID; the tag is pcie_tag as it stands.
+ *
  * @param length     bytes at body
  * @param body       message body without the type byte, which comes from mctp_ctx.msg_type
  * @param tag_owner  1 for a request, 0 for a response: the TO bit (DSP0236, table 1)
@@ -61,17 +84,21 @@ typedef int32_t (*mctp_send_op)(mctp_ctx* ctx, uint32_t length, const uint8_t* b
                                 uint8_t tag_owner);
 
 /**
- * Sends a request and receives its response.
- * @param response_length  room at response in bytes
- * @return body bytes stored; 0 when response_length is below 1; -1 on failure. PCIe: -2 when
- *         the platform's transfer fails, -1 when it returned nothing
+ * Sends a request and receives its response, as mctp_send_op and mctp_recv_op do, the bus mutex
+ * held from the first packet to the last (but see mctp_init2_with_i2c_delay()). Over PCIe every
+ * request is routed by ID, and no mutex is taken.
+ * @param response_length  room at response in bytes, over PCIe too without the type byte. Below 1,
+ *                         SMBus: the request is sent, nothing is read, the result is 0. PCIe: 0
+ *                         sends and gives 0 if an answer came; below 0 sends nothing and gives -1
+ * @return body bytes stored; -1 on failure. PCIe: -2 when the platform's transfer fails, -1 when
+ *         it returned nothing
  */
 typedef int32_t (*mctp_xfer_op)(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
                                 const uint8_t* request, uint8_t* response);
 
 /** A copy of the addressing by which an endpoint was reached: 52 bytes. */
 typedef struct mctp_route {
-    uint8_t binding_eids[2];    /**< EIDs as in mctp_ctx.binding_eids */
+    uint8_t binding_eids[2];    /**< EIDs as in mctp_ctx.binding_eids, the owner's first */
     uint8_t bus;                /**< I2C bus number */
     uint8_t slave_addr;         /**< 8-bit slave address */
     uint8_t mux[MCTP_MUX_SIZE]; /**< multiplexer setting */
@@ -85,8 +112,8 @@ SIDEBAND_STATIC_ASSERT(sizeof(mctp_route) == 52, "bus owner route");
  *
  *  recv, send, xfer  installed by mctp_init2()
  *  binding_eids      [0] source EID of the last accepted SMBus message; over PCIe [0] is the
- *                    source and [1] the destination EID of the request and, afterwards, what the
- *                    platform returned
+ *                    source and [1] the destination EID of the request and, afterwards, those of
+ *                    the message that came, as the platform returned them
  *  bus               caller: I2C bus number, also selects the bus mutex
  *  slave_addr        caller: 8-bit SMBus slave address of the endpoint
  *  mux               caller: multiplexer setting, handed to SetI2CMux() before each access
@@ -94,7 +121,8 @@ SIDEBAND_STATIC_ASSERT(sizeof(mctp_route) == 52, "bus owner route");
  *  binding_kind      caller: MCTP_BINDING_KIND_...
  *  route             PCIe: routing type of the message (0 to the root complex, 2 by ID), written
  *                    by the library. SMBus: caller, last argument of the platform's slave read
- *  pcie_tag          tag of the current PCIe exchange, written by the library
+ *  pcie_tag          tag of the PCIe record: an exchange writes all 8 bits of tag into it, what the
+ *                    platform returns overwrites it, and send uses it as it stands
  *  binding           installed by mctp_init2()
  *  unit_size         caller: message bytes in a packet after the 4-byte transport header, 1 to
  *                    MCTP_UNIT_SIZE_MAX; mctp_init2() replaces 0 by MCTP_UNIT_SIZE_DEFAULT
@@ -139,7 +167,10 @@ struct mctp_ctx {
     uint8_t uuid_end;       /**< always 0 */
     uint8_t tx_seq;         /**< packets sent of the current message, modulo 256 */
     mctp_route owner_route; /**< route of the bus owner that assigned the BMC its EID */
-    uint8_t tag;            /**< message tag; the low three bits go on the wire */
+    uint8_t tag;            /**< tag of the last request. SMBus: counted modulo 8, the low three
+                                 bits go on the wire, and a receive overwrites it with the tag of
+                                 the message it took. PCIe: see pcie_tag; counted up to 0x80,
+                                 from there on it stays */
     uint8_t instance_id;    /**< control-message counter; the low five bits go on the wire */
     SIDEBAND_ANONYMOUS union {
         SIDEBAND_ANONYMOUS struct { MCTP_SECTION_MEMBERS };
@@ -164,8 +195,9 @@ struct mctp_binding {
     int32_t (*write)(mctp_section* section, int32_t length, uint8_t* buffer);
     /**
      * Reads one packet.
-     * @param length  bytes wanted
-     * @param buffer  receives the packet from its transport header on; PCIe: the message
+     * @param length  bytes wanted; PCIe: no bound, whatever came is stored
+     * @param buffer  receives the packet from its transport header on. PCIe: the message, type
+     *                byte first; must hold PLT_PCIE_MESSAGE_SIZE (1036) bytes
      * @return bytes stored, negative on failure
      */
     int32_t (*read)(mctp_section* section, int32_t length, uint8_t* buffer);
@@ -239,8 +271,8 @@ SIDEBAND_EXPORT int32_t sl8_smbus_block_read(mctp_section* section, int32_t leng
 SIDEBAND_EXPORT extern const uint8_t CRC8_Table[256];
 
 /**
- * Prints a packet to standard output as a hex trace, twelve bytes to a line. Every received
- * packet that is dropped goes through it.
+ * Prints a packet to standard output as a hex trace, twelve bytes to a line. The first 32 packets
+ * that a receive drops go through it.
  * @param length  bytes at packet; 0 or less prints the frame lines alone
  */
 SIDEBAND_EXPORT void dump_packets(int32_t length, const uint8_t* packet);
@@ -248,8 +280,8 @@ SIDEBAND_EXPORT void dump_packets(int32_t length, const uint8_t* packet);
 /* ---- Control messages (DSP0236, clause 12) -------------------------------------------------- */
 /*
  * All take an initialised context whose msg_type is 0. A "not ready" answer is asked again twice,
- * with 50 ms in between; a third one is taken for an answer, for the sake of endpoints that say
- * so for ever yet work.
+ * 50 ms later; a third one, after which it sleeps 50 ms too, is taken for an answer, for the sake
+ * of endpoints that say so for ever yet work.
  */
 
 /**
@@ -275,7 +307,7 @@ SIDEBAND_EXPORT int32_t mctp_allocate_endpoint_ids(mctp_ctx* ctx, uint8_t operat
                                                    uint8_t pool_size, uint8_t starting_eid);
 
 /**
- * Get Routing Table Entries (0x0A).
+ * Get Routing Table Entries (0x0A). Over PCIe it goes by ID, to dest_eid, as every exchange does.
  * @param entry_handle  0 for the first entries, then the handle of the previous answer
  * @param table         receives MCTP_ROUTING_TABLE_RESPONSE_SIZE bytes: control header (2),
  *                      completion code, next entry handle (0xFF: no more), entry count, entries.
@@ -299,10 +331,14 @@ SIDEBAND_EXPORT int32_t mctp_endpoint_discovery(mctp_ctx* ctx);
  * stock ones strip: install mctp_smbus_recv_with_type() or mctp_pcie_recv_with_type() as ctx->recv
  * before the call, and the stock operation again after it by mctp_init2() with skip_discovery set.
  *
+ * src_eid and dest_eid are cleared first, whatever comes of it. Over PCIe answers go to who asked:
+ * binding_eids[0], or [1] for a port that returns the peer there, if [0] is 0, 0xFF or the EID that
+ * the BMC had before, and [1] none of these.
+ *
  * There is no time limit: each wait ends with the platform's read.
  * @return 1 when an EID was assigned: src_eid is the BMC's, dest_eid the owner's, owner_route how
  *         the owner was reached; 0 when a receive or send failed or five messages that were no
- *         control messages came
+ *         control messages came, counted over the whole call
  */
 SIDEBAND_EXPORT int32_t get_bmc_by_owner(mctp_ctx* ctx);
 
@@ -325,14 +361,15 @@ SIDEBAND_EXPORT int32_t mctp_pcie_recv_with_type(mctp_ctx* ctx, int32_t length, 
 /**
  * Makes sure that the endpoint has a usable EID and that dest_eid holds it. SMBus: asks for the
  * EID and assigns one from the pool when it is 0 to 7. PCIe: looks it up in the routing table of
- * the bus owner.
+ * the AMD MPIO, if plt_global_sec_var.mpio_state is not 0 or the MPIO answers Get Endpoint ID;
+ * without an MPIO it goes on as over SMBus, and debug_log() says "[AMD] CPU without MPIO.".
  * @return 0, -1 on failure
  */
 SIDEBAND_EXPORT int32_t mctp_discovery(mctp_ctx* ctx);
 
 /**
- * Assigns the next EID of the pool to the endpoint, under the EID-pool mutex. A failure leaves
- * the pool as it was.
+ * Assigns the next EID of the pool to the endpoint, under the EID-pool mutex: 16 first, and 16
+ * again after 255. A failure leaves the pool as it was.
  * @return the EID, 1 to 255; -1 on failure or where ctx is null
  */
 SIDEBAND_EXPORT int32_t mctp_assign_eid(mctp_ctx* ctx);

@@ -98,9 +98,11 @@ typedef struct plt_global_var {
     lx_mutex global_lock;                  /**< held around a firmware-update image check */
     lx_mutex ncsi_lock;                    /**< held around an NC-SI OEM exchange */
     uint8_t standby_override;              /**< non-zero: standby access to devices is allowed */
-    uint8_t next_eid;                      /**< EID pool: next EID to assign, 0 = not used yet.
-                                                Protected by plt_global_sec_var.eid_mutex */
-    uint8_t mpio_bringup_pending;          /**< cleared after a successful MPIO bring-up */
+    uint8_t next_eid;                      /**< EID pool: next EID to assign, 0 = 16, at the start
+                                                and after 255. Protected by
+                                                plt_global_sec_var.eid_mutex */
+    uint8_t mpio_bringup_pending;          /**< cleared after a successful MPIO bring-up, by an
+                                                atomic store without a lock */
     uint8_t nvme_fw_update_status;         /**< 0..99 percent, 100 done, 200..206 failures */
 } plt_global_var;
 
@@ -241,14 +243,14 @@ typedef struct plt_pcie_request {
     uint32_t operation;                     /**< offset 0: PLT_PCIE_WRITE, ... */
     uint8_t message[PLT_PCIE_MESSAGE_SIZE]; /**< offset 4: type byte first; in and out */
     uint32_t length;                        /**< offset 1040: bytes in message; in and out */
-    uint32_t dest_eid;                      /**< offset 1044: in and out (the peer's value) */
+    uint32_t dest_eid;                      /**< offset 1044: whom the message is for; in and out */
     uint32_t bus;                           /**< offset 1048: PCIe bus; in and out */
     uint32_t device;                        /**< offset 1052: PCIe device; in and out */
     uint32_t function;                      /**< offset 1056: PCIe function; in and out */
     uint8_t routing;                        /**< offset 1060: PLT_PCIE_ROUTE_... */
     uint8_t reserved_1061[11];
     uint8_t tag;     /**< offset 1072: message tag; in and out */
-    uint8_t src_eid; /**< offset 1073: in and out */
+    uint8_t src_eid; /**< offset 1073: the message's sender; in and out */
     uint8_t reserved_1074[2];
     uint32_t param; /**< offset 1076: mctp_ctx.pcie_param */
     union {
@@ -274,9 +276,14 @@ SIDEBAND_STATIC_ASSERT(offsetof(plt_pcie_request, session) == 1080, "PCIe reques
 /**
  * Sends, receives, or sends and receives one MCTP message over PCIe VDM (DSP0238); the port
  * splits and reassembles packets. No lock held by the binding itself.
+ *
+ * Of a message that came, a read and a write-then-read return message and length, and its
+ * addressing: src_eid is who sent it, dest_eid whom it was sent to (the BMC's EID, 0 or 0xFF); bus,
+ * device, function and tag are the sender's. get_bmc_by_owner() also bears a port that returns the
+ * peer in dest_eid.
  * @param request  for a read, message[0] holds the first byte of the reader's buffer
- * @return 1 when a read or write-then-read succeeded, with the message, its length and the
- *         peer's addressing in the record; any other value on failure. Ignored for a write.
+ * @return 1 when a read or write-then-read succeeded; any other value on failure. Ignored for a
+ *         write.
  */
 int PltMCTP_WriteRead(plt_pcie_request* request);
 
@@ -356,7 +363,10 @@ int GetS5stByPwrConfig(void);
 /**
  * Reads one GPIO register byte. Called before every SMBus write with PLT_MAIN_POWER_REGISTER, 0
  * and 0. Lock held: the bus mutex.
- * @param value  preset to 0 (power off); receives non-zero when host main power is on
+ * @param value  preset to 0 (power off); receives non-zero when host main power is on. If it is
+ *               left at 0 and plt_platform.standby_option is not 1, the write returns -1 before
+ *               any I2C access; the only trace is a debug_log() line, "smbus_block_write (or
+ *               sl8_smbus_block_write) found power down, interrupt I2C access"
  * @return ignored
  */
 int _PltGPIO_RegRead(uint32_t base, uint32_t group, uint32_t offset, uint8_t* value);
