@@ -49,6 +49,8 @@ std::FILE* open_log() {
     std::FILE* stream = log ? fdopen(log.descriptor(), "a") : nullptr;
     if (stream != nullptr) {
         log.release();
+        // One write for each message, however long: it stays in one piece without the lock too.
+        std::setvbuf(stream, nullptr, _IONBF, 0);
     }
     return stream;
 }

@@ -29,8 +29,8 @@ SIDEBAND_BEGIN_DECLS
  *
  * May be called from any thread of any process: the file is written under an exclusive advisory
  * lock. If somebody else keeps the lock for DEBUG_LOG_LOCK_WAIT_MS, the message is written without
- * it. No failure reaches the caller; a message that cannot be written to an outlet is lost for
- * that outlet. errno stays as it was.
+ * it, in one piece all the same. No failure reaches the caller; a message that cannot be written to
+ * an outlet is lost for that outlet. errno stays as it was.
  *
  * @param format  printf-style format, with its own line end if one is wanted; %m stands for the
  *                caller's errno

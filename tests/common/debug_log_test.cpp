@@ -1,62 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 // The diagnostic log: marker files, outlets, the log file and its rotation, several writers.
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sideband/debug_log.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <future>
-#include <iterator>
 #include <map>
-#include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
+#include "common/debug_log_fixture.h"
 #include "support/capture.h"
-#include "support/scripted_platform.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using test::DebugLog;
 using Lines = std::vector<std::string>;
-
-class DebugLog : public test::PlatformTest {
-protected:
-    void SetUp() override { use_directory(); }
-
-    std::string path(const char* name) const { return libc.root + name; }
-    void touch(const char* name) const { std::ofstream(path(name)).flush(); }
-    bool exists(const char* name) const { return fs::exists(path(name)); }
-    std::string contents(const char* name) const {
-        std::ifstream file(path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-    /// A log file of this many bytes.
-    void make_log(size_t size) const {
-        std::ofstream(path(DEBUG_LOG_FILE)) << std::string(size, 'x');
-    }
-    size_t entries() const {
-        return static_cast<size_t>(
-            std::distance(fs::directory_iterator(path("/nv")), fs::directory_iterator()));
-    }
-    Lines lines(const char* name) const {
-        std::istringstream text(contents(name));
-        Lines found;
-        for (std::string line; std::getline(text, line);) {
-            found.push_back(line);
-        }
-        return found;
-    }
-};
 
 using DebugLogThreads = DebugLog;
 
@@ -299,125 +258,6 @@ TEST_F(DebugLog, AFailedRenameLeavesTheFileInPlace) {
     libc.fail["rename"] = 1;
     debug_log("message\n");
     EXPECT_EQ(fs::file_size(path(DEBUG_LOG_FILE)), 131080u);
-}
-
-// ---- Other local processes ----
-
-/// Logs a message. If that does not come to an end, release() must free it, and it is a failure.
-void expect_to_end(const std::function<void()>& release) {
-    using namespace std::chrono_literals;
-    std::future<void> logging = std::async(std::launch::async, [] { debug_log("message\n"); });
-    const bool in_time = logging.wait_for(5s) == std::future_status::ready;
-    if (!in_time) {
-        release();
-    }
-    logging.wait();
-    EXPECT_TRUE(in_time);
-}
-
-class DebugLogIntruder : public DebugLog {
-protected:
-    void SetUp() override {
-        DebugLog::SetUp();
-        touch(DEBUG_LOG_FILE_MARKER);
-    }
-    void TearDown() override {
-        if (descriptor >= 0) {
-            close(descriptor);
-        }
-        EXPECT_EQ(libc.open_streams(), 0u);
-        EXPECT_EQ(libc.open_descriptors(), 0u);
-        DebugLog::TearDown();
-    }
-
-    /// Locks the log as another process would.
-    void hold_lock() {
-        descriptor = open(path(DEBUG_LOG_FILE).c_str(), O_RDONLY);
-        ASSERT_EQ(flock(descriptor, LOCK_EX), 0);
-    }
-
-    void expect_only_in_system_log() const {
-        EXPECT_EQ(test::port().syslog, (Lines{"message\n"}));
-        EXPECT_EQ(libc.calls.count("fdopen"), 0u);
-    }
-
-    int descriptor = -1;  ///< of the test's own
-};
-
-TEST_F(DebugLogIntruder, ALockThatIsNeverReleasedIsGivenUpAndTheMessageWrittenAndRotated) {
-    make_log(131072);
-    hold_lock();
-    const auto start = std::chrono::steady_clock::now();
-    expect_to_end([this] { flock(descriptor, LOCK_UN); });
-    const auto waited = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(waited, std::chrono::milliseconds(DEBUG_LOG_LOCK_WAIT_MS - 1));
-    EXPECT_EQ(contents(DEBUG_LOG_FILE_ROTATED), std::string(131072, 'x') + "message\n");
-    EXPECT_EQ(libc.calls["usleep"], 0) << "a wait that tests of sleeping would count";
-}
-
-TEST_F(DebugLogIntruder, ALockThatIsReleasedInTimeIsTaken) {
-    make_log(0);
-    hold_lock();
-    int tries = 0;
-    libc.before["flock"] = [&] {
-        EXPECT_TRUE(tries == 2 || contents(DEBUG_LOG_FILE).empty());
-        if (++tries == 2) {
-            flock(descriptor, LOCK_UN);
-        }
-    };
-    expect_to_end([this] { flock(descriptor, LOCK_UN); });
-    EXPECT_EQ(contents(DEBUG_LOG_FILE), "message\n");
-    EXPECT_EQ(tries, 3) << "two tries, and the release";
-}
-
-TEST_F(DebugLogIntruder, AFifoIsNotWaitedFor) {
-    ASSERT_EQ(mkfifo(path(DEBUG_LOG_FILE).c_str(), 0600), 0);
-    expect_to_end([this] { descriptor = open(path(DEBUG_LOG_FILE).c_str(), O_RDWR); });
-    expect_only_in_system_log();
-}
-
-TEST_F(DebugLogIntruder, AFifoWithAReaderGetsNothing) {
-    ASSERT_EQ(mkfifo(path(DEBUG_LOG_FILE).c_str(), 0600), 0);
-    descriptor = open(path(DEBUG_LOG_FILE).c_str(), O_RDWR | O_NONBLOCK);
-    debug_log("message\n");
-    char byte = 0;
-    EXPECT_EQ(read(descriptor, &byte, 1), -1);
-    expect_only_in_system_log();
-}
-
-TEST_F(DebugLogIntruder, ASymbolicLinkIsNotFollowed) {
-    std::ofstream(path("/nv/victim")) << "mine";
-    fs::create_symlink(path("/nv/victim"), path(DEBUG_LOG_FILE));
-    debug_log("message\n");
-    EXPECT_EQ(contents("/nv/victim"), "mine");
-    fs::remove(path("/nv/victim"));
-    test::port().syslog.clear();
-    debug_log("message\n");
-    EXPECT_FALSE(exists("/nv/victim"));
-    expect_only_in_system_log();
-}
-
-TEST_F(DebugLogIntruder, TheLogIsCreatedForItsOwnerAlone) {
-    const mode_t former = umask(0);
-    debug_log("message\n");
-    umask(former);
-    EXPECT_EQ(fs::status(path(DEBUG_LOG_FILE)).permissions(), fs::perms(0600));
-}
-
-TEST_F(DebugLogIntruder, TheLogIsClosedOnExec) {
-    int seen = 0;
-    libc.before["fflush"] = [&] {
-        for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
-            std::error_code ignored;
-            if (fs::read_symlink(entry, ignored) == path(DEBUG_LOG_FILE)) {
-                const int flags = fcntl(std::stoi(entry.path().filename()), F_GETFD);
-                EXPECT_EQ(flags & FD_CLOEXEC, FD_CLOEXEC);
-                ++seen;
-            }
-        }
-    };
-    debug_log("message\n");
-    EXPECT_EQ(seen, 1);
 }
 
 /// Writes count messages of length characters, each a run of one letter.
