@@ -335,7 +335,8 @@ SIDEBAND_EXPORT int32_t mctp_endpoint_discovery(mctp_ctx* ctx);
  * binding_eids[0], or [1] for a port that returns the peer there, if [0] is 0, 0xFF or the EID that
  * the BMC had before, and [1] none of these.
  *
- * There is no time limit: each wait ends with the platform's read.
+ * There is no time limit: each wait ends with the platform's read, and an owner that goes on asking
+ * without assigning an EID keeps the call for ever; requests without an answer here do not count.
  * @return 1 when an EID was assigned: src_eid is the BMC's, dest_eid the owner's, owner_route how
  *         the owner was reached; 0 when a receive or send failed or five messages that were no
  *         control messages came, counted over the whole call

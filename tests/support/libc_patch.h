@@ -69,7 +69,8 @@ public:
     /// Closes them, so that a test that wants them open leaks nothing.
     void close_streams();
 
-    /// Descriptors from open() that were not closed nor became streams, and mappings that were not unmapped.
+    /// Descriptors from open() that were not closed nor became streams, and mappings that were not
+    /// unmapped.
     size_t open_descriptors() const { return descriptors_.size(); }
     size_t live_mappings() const { return mappings_.size(); }
 
