@@ -110,15 +110,12 @@ int32_t initialise(nvmemi_ctx* ctx, const mctp_ctx* config, uint32_t read_parame
     if (ctx == nullptr || config == nullptr) {
         return -1;
     }
-    auto* const endpoint = static_cast<mctp_ctx*>(std::calloc(1, sizeof(mctp_ctx)));
-    if (endpoint != nullptr) {
-        // The prototype may be the endpoint that is released here.
-        sideband::copy_configuration(*endpoint, *config);
+    // First: the prototype may be the endpoint that is released.
+    mctp_ctx* const endpoint = sideband::create_endpoint(*config).release();
+    if (ctx->mctp == sideband::endpoint_of(ctx->owned)) {
+        sideband::release(ctx->owned);
     }
-    if (ctx->mctp == ctx->owned) {
-        std::free(ctx->owned);
-    }
-    ctx->owned = endpoint;
+    sideband::own(ctx->owned, endpoint);
     ctx->mctp = endpoint;
     ctx->mi_request = sideband::nvme::request_with_retries;
     if (endpoint == nullptr) {
@@ -146,7 +143,7 @@ int32_t nvmemi_deinit(nvmemi_ctx* ctx) {
     if (ctx != nullptr) {
         std::free(ctx->mctp);
         ctx->mctp = nullptr;
-        ctx->owned = nullptr;
+        ctx->owned = {};
     }
     return 0;
 }

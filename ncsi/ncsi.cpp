@@ -67,12 +67,11 @@ int32_t address_package(ncsi_channel* channel, uint8_t type, uint32_t package_id
 
 /// Frees the endpoint of an earlier ncsi_init(), if the context still has it and it is not to stay.
 void release_owned(ncsi_ctx& ctx, const mctp_ctx* kept = nullptr) {
-    if (ctx.mctp != ctx.owned) {
-        ctx.owned = nullptr;
-    }
-    if (ctx.owned != kept) {
-        std::free(ctx.owned);
-        ctx.owned = nullptr;
+    const mctp_ctx* const owned = sideband::endpoint_of(ctx.owned);
+    if (owned != ctx.mctp) {
+        ctx.owned = {};
+    } else if (owned != kept) {
+        sideband::release(ctx.owned);
     }
 }
 
@@ -100,11 +99,8 @@ int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
     if (ctx == nullptr || config == nullptr) {
         return -1;
     }
-    sideband::HeapPtr<mctp_ctx> endpoint(static_cast<mctp_ctx*>(std::calloc(1, sizeof(mctp_ctx))));
-    if (endpoint != nullptr) {
-        // The prototype may be the endpoint that is released here.
-        sideband::copy_configuration(*endpoint, *config);
-    }
+    // First: the prototype may be the endpoint that is released.
+    sideband::EndpointPtr endpoint = sideband::create_endpoint(*config);
     release_owned(*ctx);
     ctx->mctp = nullptr;
     if (endpoint == nullptr) {
@@ -117,8 +113,8 @@ int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
         return -1;
     }
     endpoint->msg_type = kMessageType;
-    ctx->owned = endpoint.release();
-    ctx->mctp = ctx->owned;
+    ctx->mctp = endpoint.release();
+    sideband::own(ctx->owned, ctx->mctp);
     return ncsi_discovery(ctx);
 }
 
@@ -126,7 +122,7 @@ int32_t ncsi_deinit(ncsi_ctx* ctx) {
     if (ctx != nullptr) {
         std::free(ctx->mctp);
         ctx->mctp = nullptr;
-        ctx->owned = nullptr;
+        ctx->owned = {};
     }
     return 0;
 }

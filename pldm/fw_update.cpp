@@ -8,6 +8,7 @@
 
 #include "common/printable.h"
 #include "pldm/fw_agent.h"
+#include "transport/transport.h"
 
 int pldm_force_update_flag = 0;
 void* file_buf = nullptr;
@@ -33,7 +34,7 @@ void set_session(pldm_fw_update_ctx& ctx, void* session) {
 /// Opens the PCIe session unless the context has one; closes it again if it has opened it.
 class SessionGuard {
 public:
-    explicit SessionGuard(pldm_fw_update_ctx& ctx) : ctx_(ctx) {
+    explicit SessionGuard(pldm_fw_update_ctx& ctx) : ctx_(ctx), endpoint_(callers_endpoint(ctx)) {
         if (ctx.pcie_session != nullptr) {
             return;
         }
@@ -51,7 +52,10 @@ public:
     ~SessionGuard() {
         if (opened_) {
             libmctp_pcie_close(&pcie_session);
-            set_session(ctx_, nullptr);
+            ctx_.pcie_session = nullptr;
+            if (endpoint_ != nullptr) {
+                endpoint_->pcie_session = nullptr;
+            }
         }
     }
     SessionGuard(const SessionGuard&) = delete;
@@ -60,7 +64,13 @@ public:
     explicit operator bool() const { return !failed_; }
 
 private:
+    /// The endpoint if it is the caller's: one of the library's is gone when the session is closed.
+    static mctp_ctx* callers_endpoint(const pldm_fw_update_ctx& ctx) {
+        return ctx.pldm.mctp != sideband::endpoint_of(ctx.pldm.owned) ? ctx.pldm.mctp : nullptr;
+    }
+
     pldm_fw_update_ctx& ctx_;
+    mctp_ctx* endpoint_;
     bool opened_ = false;
     bool failed_ = false;
 };

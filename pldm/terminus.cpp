@@ -4,48 +4,8 @@
 #include <sideband/pldm.h>
 
 #include <cstdio>
-#include <cstdlib>
 
-#include "common/memory.h"
 #include "transport/transport.h"
-
-namespace {
-
-using EndpointPtr = sideband::HeapPtr<mctp_ctx>;
-
-EndpointPtr allocate_endpoint() {
-    return EndpointPtr(static_cast<mctp_ctx*>(std::calloc(1, sizeof(mctp_ctx))));
-}
-
-uintptr_t check_of(const mctp_ctx* endpoint) {
-    return ~reinterpret_cast<uintptr_t>(endpoint);
-}
-
-/// The endpoint that the context owns, or null: also in a context that nobody has zeroed.
-mctp_ctx* owned_endpoint(const pldm_ctx& ctx) {
-    return ctx.owned_check == check_of(ctx.owned_mctp) ? ctx.owned_mctp : nullptr;
-}
-
-/// @param endpoint  not null; freed by release_owned()
-void own(pldm_ctx& ctx, mctp_ctx* endpoint) {
-    ctx.owned_mctp = endpoint;
-    ctx.owned_check = check_of(endpoint);
-}
-
-void disown(pldm_ctx& ctx) {
-    ctx.owned_mctp = nullptr;
-    ctx.owned_check = 0;
-}
-
-/// Frees the endpoint that the context owns. One of the caller's is not touched.
-void release_owned(pldm_ctx& ctx) {
-    if (mctp_ctx* const owned = owned_endpoint(ctx)) {
-        std::free(owned);
-        disown(ctx);
-    }
-}
-
-}  // namespace
 
 int32_t pldm_init(pldm_ctx* ctx) {
     if (ctx == nullptr) {
@@ -55,7 +15,7 @@ int32_t pldm_init(pldm_ctx* ctx) {
         // The number is part of the text that log readers match.
         std::printf("[%s:%d] release ptr in dangerous way.\n", "pldm_init", 411);
     }
-    release_owned(*ctx);
+    sideband::release(ctx->owned);
     *ctx = pldm_ctx{};
     ctx->recv_op = pldm_recv;
     ctx->send_op = pldm_send;
@@ -67,13 +27,13 @@ int32_t mctp_pldm_register(mctp_ctx* mctp, pldm_ctx* ctx) {
     if (mctp == nullptr || ctx == nullptr) {
         return -1;
     }
-    const bool is_its_own = mctp == owned_endpoint(*ctx);
+    const bool is_its_own = mctp == sideband::endpoint_of(ctx->owned);
     if (is_its_own) {
-        disown(*ctx);  // or it would go before it is bound again
+        ctx->owned = {};  // or it would go before it is bound again
     }
     pldm_init(ctx);
     if (is_its_own) {
-        own(*ctx, mctp);
+        sideband::own(ctx->owned, mctp);
     }
     ctx->mctp = mctp;
     mctp->msg_type = MCTP_MSG_TYPE_PLDM;
@@ -85,18 +45,17 @@ int32_t pldm_terminus_init(pldm_ctx* ctx, const mctp_ctx* config) {
         debug_log("%s, invalid parameters\n", "pldm_terminus_init");
         return PLDM_ERROR_ARGUMENT;
     }
-    EndpointPtr endpoint = allocate_endpoint();
+    sideband::EndpointPtr endpoint = sideband::create_endpoint(*config);
     if (endpoint == nullptr) {
         debug_log("%s, malloc() fail\n", "pldm_terminus_init");
         return PLDM_ERROR_ARGUMENT;
     }
-    sideband::copy_configuration(*endpoint, *config);
     if (mctp_init2(endpoint.get()) < 0) {
         debug_log("%s, mctp_initial() fail\n", "pldm_terminus_init");
         return -1;
     }
     mctp_pldm_register(endpoint.get(), ctx);
-    own(*ctx, endpoint.release());
+    sideband::own(ctx->owned, endpoint.release());
     return 0;
 }
 
@@ -105,7 +64,7 @@ int32_t pldm_terminus_deinit(pldm_ctx* ctx) {
         debug_log("%s, pldm_ctx is NULL\n", "pldm_terminus_deinit");
         return 0;
     }
-    release_owned(*ctx);
+    sideband::release(ctx->owned);
     ctx->mctp = nullptr;
     return 0;
 }
@@ -114,12 +73,11 @@ int32_t discover_pldm_terminus(pldm_ctx* ctx, const mctp_ctx* config) {
     if (config == nullptr) {
         return -1;
     }
-    const EndpointPtr endpoint = allocate_endpoint();
+    const sideband::EndpointPtr endpoint = sideband::create_endpoint(*config);
     if (endpoint == nullptr) {
         std::printf("can't alloc m_ctx\n");
         return -1;
     }
-    sideband::copy_configuration(*endpoint, *config);
     if (mctp_init2(endpoint.get()) < 0) {
         debug_log("[%s] mctp init & discovery failed.", "discover_pldm_terminus");
         return -1;

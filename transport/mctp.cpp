@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "transport/transport.h"
 
@@ -14,14 +15,41 @@ void sleep_us(uint32_t microseconds) {
     usleep(microseconds);
 }
 
-void copy_configuration(mctp_ctx& target, const mctp_ctx& config) {
-    target.src_eid = config.src_eid;
-    target.dest_eid = config.dest_eid;
-    target.section = config.section;
-    target.recv = nullptr;
-    target.send = nullptr;
-    target.xfer = nullptr;
-    target.binding = nullptr;
+EndpointPtr create_endpoint(const mctp_ctx& config) {
+    EndpointPtr endpoint(static_cast<mctp_ctx*>(std::calloc(1, sizeof(mctp_ctx))));
+    if (endpoint != nullptr) {
+        endpoint->src_eid = config.src_eid;
+        endpoint->dest_eid = config.dest_eid;
+        endpoint->section = config.section;
+        endpoint->recv = nullptr;
+        endpoint->send = nullptr;
+        endpoint->xfer = nullptr;
+        endpoint->binding = nullptr;
+    }
+    return endpoint;
+}
+
+namespace {
+
+uintptr_t check_of(const mctp_ctx* endpoint) {
+    return ~reinterpret_cast<uintptr_t>(endpoint);
+}
+
+}  // namespace
+
+mctp_ctx* endpoint_of(const mctp_owned& owned) {
+    return owned.check == check_of(owned.endpoint) ? owned.endpoint : nullptr;
+}
+
+void own(mctp_owned& owned, mctp_ctx* endpoint) {
+    owned = {endpoint, check_of(endpoint)};
+}
+
+void release(mctp_owned& owned) {
+    if (mctp_ctx* const endpoint = endpoint_of(owned)) {
+        std::free(endpoint);
+        owned = {};
+    }
 }
 
 namespace {

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "common/memory.h"
+
 namespace sideband {
 
 /// MCTP transport header (DSP0236, clause 8.1): version, destination, source, flags.
@@ -54,8 +56,18 @@ private:
     uint8_t received_[2] = {};
 };
 
-/// Copies the members of a context that its caller configures; the rest of target stays zero.
-void copy_configuration(mctp_ctx& target, const mctp_ctx& config);
+using EndpointPtr = HeapPtr<mctp_ctx>;
+
+/// A new endpoint with what the caller of a prototype configures; all else is zero.
+/// @return null if the allocation failed
+EndpointPtr create_endpoint(const mctp_ctx& config);
+
+/// The endpoint that is owned, or null: also in a context that nobody has zeroed.
+mctp_ctx* endpoint_of(const mctp_owned& owned);
+/// @param endpoint  what create_endpoint() gave, to be freed by release()
+void own(mctp_owned& owned, mctp_ctx* endpoint);
+/// Frees the endpoint that is owned, if there is one.
+void release(mctp_owned& owned);
 
 // Operations of an SMBus context. The locked ones take the bus mutex themselves.
 int32_t smbus_send_locked(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner);

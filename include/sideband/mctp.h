@@ -182,6 +182,15 @@ SIDEBAND_STATIC_ASSERT(offsetof(mctp_ctx, i2c_delay_us) ==
                            offsetof(mctp_ctx, section) + offsetof(mctp_section, i2c_delay_us),
                        "the section must mirror the members");
 
+/**
+ * The library's own, in the contexts of the layers above: an endpoint that it has allocated for a
+ * context, and so frees.
+ */
+typedef struct mctp_owned {
+    mctp_ctx* endpoint;
+    uintptr_t check; /**< ~endpoint, which garbage is not */
+} mctp_owned;
+
 /** The operations of a physical binding. */
 struct mctp_binding {
     /**

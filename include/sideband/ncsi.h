@@ -79,7 +79,7 @@ struct ncsi_ctx {
     ncsi_transfer_op transfer;            /**< by ncsi_init(), ncsi_oem_init(): the last one's */
     ncsi_oem_transfer_op oem_transfer;    /**< installed by ncsi_oem_init() */
     int32_t response_length;              /**< bytes of the last response */
-    mctp_ctx* owned; /**< library: the endpoint that ncsi_init() has allocated; else null */
+    mctp_owned owned; /**< library: the endpoint that ncsi_init() has allocated */
 };
 
 /* ---- Life ------------------------------------------------------------------------------------ */

@@ -62,7 +62,7 @@ typedef int32_t (*nvmemi_request_op)(nvmemi_ctx* ctx, uint32_t request_length,
 struct nvmemi_ctx {
     mctp_ctx* mctp;               /**< the endpoint; freed by nvmemi_deinit() */
     nvmemi_request_op mi_request; /**< installed by the functions below */
-    mctp_ctx* owned; /**< library: the endpoint that an initialiser has allocated; else null */
+    mctp_owned owned;             /**< library: the endpoint that an initialiser has allocated */
 };
 
 /* ---- Life ------------------------------------------------------------------------------------ */

@@ -95,8 +95,7 @@ struct pldm_ctx {
     pldm_send_op send_op;         /**< pldm_send */
     pldm_transfer_op transfer_op; /**< pldm_transfer */
     int32_t response_length;      /**< bytes of the last response; see pldm_transfer_op */
-    mctp_ctx* owned_mctp;         /**< the library's own: what pldm_terminus_init() allocated */
-    uintptr_t owned_check;        /**< the library's own: ~owned_mctp, which garbage is not */
+    mctp_owned owned;             /**< library: what pldm_terminus_init() allocated */
 };
 
 /* ---- Headers (DSP0240, clause 8.1) ----------------------------------------------------------- */

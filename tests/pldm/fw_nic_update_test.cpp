@@ -255,6 +255,17 @@ TEST_F(PldmNicUpdate, OpensAPcieSessionAndClosesIt) {
     EXPECT_EQ(port().syslog.front(), line);
 }
 
+TEST_F(PldmNicUpdate, TakesTheClosedSessionOutOfAnEndpointOfTheCallersToo) {
+    write_package({3});
+    mctp_ctx mine = *ctx.pldm.mctp;
+    ASSERT_EQ(mctp_pldm_register(&mine, &ctx.pldm), 0);
+    device.loads = {load()};
+    device.on_receive = [&] { EXPECT_EQ(mine.pcie_session, &port()); };
+    EXPECT_EQ(update().result, 0);
+    EXPECT_EQ(sessions(), (Texts{"open", "close"}));
+    EXPECT_EQ(mine.pcie_session, nullptr);
+}
+
 TEST_F(PldmNicUpdate, ClosesTheSessionBehindAnUpdateThatFailed) {
     for (const char* answer : {"00 05 10 8a", ""}) {
         write_package({3});

@@ -235,7 +235,7 @@ TEST_F(PldmOwnership, TheGarbageOfAContextThatNobodyZeroedIsNotFreed) {
         std::memset(static_cast<void*>(&ctx), static_cast<int>(fill), sizeof ctx);
         ctx.mctp = nullptr;
         EXPECT_EQ(pldm_init(&ctx), 0);
-        EXPECT_EQ(ctx.owned_mctp, nullptr);
+        EXPECT_EQ(ctx.owned.endpoint, nullptr);
     }
 }
 

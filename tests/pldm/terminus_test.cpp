@@ -266,7 +266,7 @@ TEST_F(PldmTerminus, DeinitFreesTheEndpointAndKeepsTheRest) {
     Bytes expected = bytes_of(ctx);
     std::fill_n(expected.begin() + offsetof(pldm_ctx, mctp), sizeof ctx.mctp, uint8_t{0});
     // The library's own notes about the endpoint are the last members.
-    std::fill(expected.begin() + offsetof(pldm_ctx, owned_mctp), expected.end(), uint8_t{0});
+    std::fill(expected.begin() + offsetof(pldm_ctx, owned), expected.end(), uint8_t{0});
     const Outcome outcome = test::run([&] { return pldm_terminus_deinit(&ctx); });
     EXPECT_EQ(outcome.result, 0);
     EXPECT_EQ(outcome.out, "");

@@ -155,6 +155,9 @@ int patched_fclose(std::FILE* stream) {
 }
 
 int patched_open(const char* path, int flags, ...) {
+    if (!is_substituted(path)) {
+        active->file_opens++;
+    }
     if (active->must_fail("open")) {
         errno = active->failure_errno;
         return -1;
