@@ -13,7 +13,8 @@ declare -A package_groups=(
     [tests]='googletest=/usr/src/googletest/googletest/src/gtest-all.cc
         nlohmann-json3-dev=/usr/include/nlohmann/json.hpp
         pkgconf=pkg-config'
-    [arm]='g++-arm-linux-gnueabihf=arm-linux-gnueabihf-g++ qemu-user=qemu-arm'
+    [arm]='g++-arm-linux-gnueabihf=arm-linux-gnueabihf-g++'
+    [emulator]='qemu-user=qemu-arm'
     [bench]='libbenchmark-dev=/usr/include/benchmark/benchmark.h pkgconf=pkg-config'
     [instructions]='valgrind=valgrind'
     [coverage]='gcovr=gcovr'

@@ -21,8 +21,12 @@ struct BoardError {
     std::string key;   ///< e.g. "devices[1].address"; empty for a syntax error
     int line = 0;      ///< line in the file, from 1
     std::string text;  ///< what is wrong, without key and line
+    /// The other errors of the file; this one has the lowest line, and they are in order.
+    std::vector<BoardError> others = {};
+    size_t left_out = 0;  ///< errors that are only counted, as far as the file was read
 
-    /// "FILE:LINE: KEY: TEXT"
+    /// "FILE:LINE: KEY: TEXT", a line for each error, without a line end behind the last one.
+    /// Control characters of the file are shown as \xNN.
     std::string message(std::string_view file) const;
 };
 
@@ -121,7 +125,11 @@ public:
     /// @return null, with error filled, where the text is malformed
     static std::unique_ptr<Board> parse(std::string_view text, BoardError& error);
 
-    /// Reads and parses a file; a file that cannot be read is an error with line 0.
+    /// The longest board file, in bytes.
+    static constexpr size_t kLongestFile = 4u << 20;
+
+    /// Reads and parses a file. One that cannot be read, is too long or no regular file is an error
+    /// with line 0; nothing is waited for.
     static std::unique_ptr<Board> load(const std::string& path, BoardError& error);
 
     ~Board();

@@ -141,7 +141,7 @@ private:
 std::unique_ptr<Device> make_bus_owner(ObjectReader& reader, DeviceConfig config,
                                        const Clock& clock) {
     if (config.eid == 0)
-        reader.fail("eid", "must not be 0 for a bus_owner");
+        reader.complain("eid", "must not be 0 for a bus_owner");
     config.bus_owner = true;
     return std::make_unique<BusOwner>(reader, config, clock);
 }

@@ -170,7 +170,8 @@ private:
     std::vector<Initiated> initiated_;
 };
 
-/// Makes a device of one type from the keys of its own.
+/// Makes a device of one type from the keys of its own. @return null where they are told to be
+/// wrong
 using DeviceMaker = std::unique_ptr<Device> (*)(ObjectReader& reader, DeviceConfig config,
                                                 const Clock& clock);
 

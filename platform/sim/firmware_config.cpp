@@ -93,17 +93,18 @@ FirmwareVersion read_version(const Place& place) {
         version.stamp = dword(reader, "stamp");
         version.date = reader.text("date", version.date);
         if (version.date.size() != 8)
-            reader.fail("date", "must have 8 characters");
+            reader.complain("date", "must have 8 characters");
         reader.finish();
     }
     if (version.text.size() > 255)
-        place.fail("must have at most 255 bytes of text");
+        place.complain("must have at most 255 bytes of text");
     return version;
 }
 
 std::optional<FirmwareVersion> read_pending(ObjectReader& reader) {
-    const std::optional<Place> place = reader.find("pending");
-    return place ? std::optional(read_version(*place)) : std::nullopt;
+    std::optional<FirmwareVersion> pending;
+    reader.within("pending", [&](const Place& place) { pending = read_version(place); });
+    return pending;
 }
 
 /// One descriptor as it travels: type, length, value.
@@ -122,18 +123,20 @@ Bytes read_descriptor(const Place& place) {
 Bytes read_identifiers(ObjectReader& reader) {
     if (const std::optional<Place> raw = reader.find("identifiers_hex")) {
         if (reader.find("descriptors"))
-            reader.fail("descriptors", "cannot stand beside identifiers_hex");
+            reader.complain("descriptors", "cannot stand beside identifiers_hex");
         return raw->hex();
     }
-    const std::vector<Place> list = reader.list("descriptors");
-    if (list.size() > 255)
-        reader.fail("descriptors", "must have at most 255 elements");
     Bytes all;
-    for (const Place& descriptor : list)
+    size_t count = 0;
+    reader.each("descriptors", [&](const Place& descriptor) {
+        ++count;
         append(all, read_descriptor(descriptor));
+    });
+    if (count > 255)
+        reader.complain("descriptors", "must have at most 255 elements");
     Bytes out;
     append_le32(out, static_cast<uint32_t>(all.size()));
-    out.push_back(static_cast<uint8_t>(list.size()));
+    out.push_back(static_cast<uint8_t>(count));
     append(out, all);
     return out;
 }
@@ -156,7 +159,7 @@ FirmwareComponent read_component(const Place& place) {
 void read_metadata(ObjectReader& reader, FirmwareSettings& settings) {
     settings.metadata = hex_or_nothing(reader, "metadata");
     if (settings.metadata.size() > kAnyWord)
-        reader.fail("metadata", "must have at most 65535 bytes");
+        reader.complain("metadata", "must have at most 65535 bytes");
     settings.metadata_part_size = dword(reader, "metadata_part_size");
     if (reader.find("claimed_metadata_length"))
         settings.claimed_metadata_length = word(reader, "claimed_metadata_length");
@@ -232,7 +235,7 @@ ExpectedImage read_expected(ObjectReader& reader) {
     const int64_t offset = reader.whole("expect_offset", 0, kAnyDword, 0);
     const uint32_t size = dword(reader, "expect_size");
     if (bytes && file)
-        reader.fail("expect_file", "cannot stand beside expect_hex");
+        reader.complain("expect_file", "cannot stand beside expect_hex");
     if (file)
         return ExpectedImage::file(file->text(), static_cast<uint64_t>(offset), size);
     return bytes ? ExpectedImage(bytes->hex()) : ExpectedImage();
@@ -249,7 +252,7 @@ FirmwareFault read_firmware_fault(const Place& place) {
     fault.kind = static_cast<FirmwareFault::Kind>(kind);
     fault.command = read_command(reader.require("command"));
     if (!shape.commands.empty() && std::ranges::count(shape.commands, fault.command) == 0)
-        reader.fail("command", "does not go with that kind");
+        reader.complain("command", "does not go with that kind");
     fault.at = static_cast<uint32_t>(reader.whole("at", 1, kMostTimes, 1));
     fault.count = static_cast<uint32_t>(reader.whole("count", 0, kMostTimes, 1));
     if (fault.kind == FirmwareFault::Kind::send_instead)
@@ -270,17 +273,18 @@ FirmwareConfig read_firmware(const Place& place) {
     config.settings.identifiers = read_identifiers(reader);
     if (const std::optional<Place> raw = reader.find("parameters_hex"))
         config.settings.parameters = raw->hex();
-    if (const std::optional<Place> active = reader.find("active"))
-        config.active = read_version(*active);
+    reader.within("active", [&](const Place& active) { config.active = read_version(active); });
     config.pending = read_pending(reader);
-    for (const Place& component : reader.list("components"))
+    reader.each("components", [&](const Place& component) {
         config.components.push_back(read_component(component));
+    });
     if (config.components.size() > kAnyWord)
-        reader.fail("components", "must have at most 65535 elements");
+        reader.complain("components", "must have at most 65535 elements");
     read_metadata(reader, config.settings);
     read_behaviour(reader, config.settings);
-    for (const Place& fault : reader.list("faults"))
+    reader.each("faults", [&](const Place& fault) {
         config.settings.faults.push_back(read_firmware_fault(fault));
+    });
     reader.finish();
     return config;
 }

@@ -67,8 +67,7 @@ public:
     Mpio(ObjectReader& reader, const DeviceConfig& config, const Clock& clock)
         : Device(config, clock, {}),
           entries_per_part_(static_cast<size_t>(reader.whole("entries_per_part", 1, 7, 7))) {
-        for (const Place& step : reader.list("steps"))
-            steps_.push_back(read_step(step));
+        reader.each("steps", [&](const Place& step) { steps_.push_back(read_step(step)); });
     }
 
     void join(const std::vector<Device*>& everybody) override { everybody_ = &everybody; }
@@ -227,9 +226,9 @@ private:
 
 std::unique_ptr<Device> make_mpio(ObjectReader& reader, DeviceConfig config, const Clock& clock) {
     if (config.where.transport != Transport::pcie)
-        reader.fail("transport", "must be pcie for an mpio");
+        reader.complain("transport", "must be pcie for an mpio");
     if (config.where.bdf != std::array<uint8_t, 3>{})
-        reader.fail("bdf", "must be 00:00.0 for an mpio");
+        reader.complain("bdf", "must be 00:00.0 for an mpio");
     config.bus_owner = true;
     return std::make_unique<Mpio>(reader, config, clock);
 }

@@ -37,8 +37,10 @@ std::optional<std::array<uint8_t, size>> read_bytes(ObjectReader& reader, const 
     if (!place)
         return std::nullopt;
     const Bytes bytes = place->hex();
-    if (bytes.size() != size)
-        place->fail("must have " + std::to_string(size) + " bytes");
+    if (bytes.size() != size) {
+        place->complain("must have " + std::to_string(size) + " bytes");
+        return std::nullopt;
+    }
     std::array<uint8_t, size> out{};
     std::ranges::copy(bytes, out.begin());
     return out;
@@ -46,8 +48,10 @@ std::optional<std::array<uint8_t, size>> read_bytes(ObjectReader& reader, const 
 
 NcsiCommand read_command(const Place& place) {
     const auto found = std::ranges::find(kCommandNames, place.text());
-    if (found == kCommandNames.end())
-        place.fail("is not a command that is known here");
+    if (found == kCommandNames.end()) {
+        place.complain("is not a command that is known here");
+        return NcsiCommand{};
+    }
     return static_cast<NcsiCommand>(found - kCommandNames.begin());
 }
 
@@ -92,22 +96,22 @@ NcsiChannel read_channel(ObjectReader& reader) {
 
 /// What is read of each object of an array, under the "id" in it.
 template <typename T, typename Read>
-std::map<uint8_t, T> read_numbered(const std::vector<Place>& places, int64_t highest, Read read) {
+std::map<uint8_t, T> read_numbered(const Place& array, int64_t highest, Read read) {
     std::map<uint8_t, T> all;
-    for (const Place& place : places) {
+    array.each([&](const Place& place) {
         ObjectReader reader(place);
         const auto id = static_cast<uint8_t>(reader.whole("id", 0, highest));
         if (!all.emplace(id, read(reader)).second)
-            reader.fail("id", "appears twice");
+            reader.complain("id", "appears twice");
         reader.finish();
-    }
+    });
     return all;
 }
 
 NcsiPackage read_package(ObjectReader& reader) {
     NcsiPackage package;
-    package.channels = read_numbered<NcsiChannel>(reader.require("channels").elements(),
-                                                  kLastChannel, read_channel);
+    package.channels =
+        read_numbered<NcsiChannel>(reader.require("channels"), kLastChannel, read_channel);
     package.card_tlv = read_bytes<5>(reader, "card_tlv");
     return package;
 }
@@ -115,7 +119,7 @@ NcsiPackage read_package(ObjectReader& reader) {
 Waveform read_temperature(ObjectReader& reader) {
     Waveform waveform(reader.require("waveform"));
     if (waveform.low() < 0 || waveform.high() > 255)
-        reader.fail("waveform", "must stay within 0 to 255");
+        reader.complain("waveform", "must stay within 0 to 255");
     return waveform;
 }
 
@@ -130,16 +134,17 @@ uint32_t NcsiChannel::link_status() const {
 NcsiConfig read_ncsi(const Place& place) {
     ObjectReader reader(place);
     NcsiConfig config;
-    config.packages = read_numbered<NcsiPackage>(reader.require("packages").elements(),
-                                                 kLastPackage, read_package);
+    config.packages =
+        read_numbered<NcsiPackage>(reader.require("packages"), kLastPackage, read_package);
     NcsiSettings& settings = config.settings;
-    settings.temperatures =
-        read_numbered<Waveform>(reader.list("temperatures"), 255, read_temperature);
+    reader.within("temperatures", [&](const Place& place) {
+        settings.temperatures = read_numbered<Waveform>(place, 255, read_temperature);
+    });
     settings.checksums = reader.flag("checksums", settings.checksums);
-    for (const Place& command : reader.list("unsupported"))
-        settings.unsupported.insert(read_command(command));
-    for (const Place& fault : reader.list("faults"))
-        settings.faults.push_back(read_ncsi_fault(fault));
+    reader.each("unsupported",
+                [&](const Place& command) { settings.unsupported.insert(read_command(command)); });
+    reader.each("faults",
+                [&](const Place& fault) { settings.faults.push_back(read_ncsi_fault(fault)); });
     reader.finish();
     return config;
 }

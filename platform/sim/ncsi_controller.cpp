@@ -56,9 +56,8 @@ constexpr uint8_t kMessageType = 0x02;  // DSP0261
 
 class NcsiDevice : public Device {
 public:
-    NcsiDevice(ObjectReader& reader, const DeviceConfig& config, const Clock& clock)
-        : Device(config, clock, {kMessageType}),
-          controller_(read_ncsi(reader.require("controller"))) {}
+    NcsiDevice(NcsiConfig controller, const DeviceConfig& config, const Clock& clock)
+        : Device(config, clock, {kMessageType}), controller_(std::move(controller)) {}
 
     void reset() override {
         Device::reset();
@@ -271,7 +270,10 @@ NcsiController::Response NcsiController::serve_channel(const Request& request,
 
 std::unique_ptr<Device> make_ncsi_device(ObjectReader& reader, DeviceConfig config,
                                          const Clock& clock) {
-    return std::make_unique<NcsiDevice>(reader, config, clock);
+    NcsiConfig controller = read_ncsi(reader.require("controller"));
+    if (!reader.sound())
+        return nullptr;
+    return std::make_unique<NcsiDevice>(std::move(controller), config, clock);
 }
 
 }  // namespace sim

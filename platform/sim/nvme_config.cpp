@@ -29,6 +29,8 @@ constexpr int64_t kInvalidParameter = 4;
 const std::vector<std::string> kFaultNames = {
     "status", "completion", "no_answer", "bad_check", "truncate", "over_long", "more_processing"};
 
+const std::vector<std::optional<std::string>> kUsualSlots = {"1.0", std::nullopt, std::nullopt};
+
 /// A whole number of the type of what it is by default.
 template <typename T>
 T whole(ObjectReader& reader, const std::string& key, int64_t low, int64_t high, T absent) {
@@ -39,9 +41,10 @@ T whole(ObjectReader& reader, const std::string& key, int64_t low, int64_t high,
 std::string read_ascii(const Place& place, size_t longest) {
     const std::string& text = place.text();
     auto printable = [](char c) { return c >= ' ' && c <= '~'; };
-    if (text.size() > longest || !std::ranges::all_of(text, printable))
-        place.fail("must have at most " + std::to_string(longest) + " ASCII characters");
-    return text;
+    if (text.size() <= longest && std::ranges::all_of(text, printable))
+        return text;
+    place.complain("must have at most " + std::to_string(longest) + " ASCII characters");
+    return "";
 }
 
 std::string read_ascii(ObjectReader& reader, const std::string& key, size_t longest,
@@ -70,7 +73,7 @@ NvmeFault read_nvme_fault(const Place& place) {
         fault.sct = static_cast<uint8_t>(reader.whole("sct", 0, 7));
         fault.value = static_cast<uint32_t>(reader.whole("sc", 0, 255));
         if (fault.set != NvmeCommandSet::admin)
-            reader.fail("set", "must be admin");
+            reader.complain("set", "must be admin");
     } else if (fault.kind == Kind::truncate) {
         fault.value = static_cast<uint32_t>(reader.whole("length", 0, kMostBytes));
     } else if (fault.kind == Kind::over_long) {
@@ -104,10 +107,15 @@ void read_ports(ObjectReader& reader, NvmeConfig& config) {
                         {NvmePortType::smbus, static_cast<uint16_t>(kLargestUnit)}};
         return;
     }
-    for (const Place& port : ports->elements())
-        config.ports.push_back(read_port(port));
-    if (config.ports.empty() || config.ports.size() > kMostPorts)
-        ports->fail("must have 1 to " + std::to_string(kMostPorts) + " ports");
+    ports->each([&](const Place& port) {
+        // Controllers name ports by number: one that is wrong keeps its place.
+        config.ports.emplace_back();
+        config.ports.back() = read_port(port);
+    });
+    if (config.ports.empty() || config.ports.size() > kMostPorts) {
+        ports->complain("must have 1 to " + std::to_string(kMostPorts) + " ports");
+        config.ports.resize(1);
+    }
 }
 
 void read_controllers(ObjectReader& reader, NvmeConfig& config) {
@@ -116,18 +124,19 @@ void read_controllers(ObjectReader& reader, NvmeConfig& config) {
         config.controllers.emplace(0, NvmeControllerState{});
         return;
     }
-    for (const Place& place : controllers->elements()) {
+    controllers->each([&](const Place& place) {
         ObjectReader each(place);
         NvmeControllerState controller;
         controller.id = static_cast<uint16_t>(each.whole("id", 0, kLastController));
         controller.port =
             whole<uint8_t>(each, "port", 0, static_cast<int64_t>(config.ports.size()) - 1, 0);
         if (!config.controllers.emplace(controller.id, controller).second)
-            each.fail("id", "appears twice");
+            each.complain("id", "appears twice");
         each.finish();
-    }
+    });
     if (config.controllers.empty() || config.controllers.size() > kMostControllers)
-        controllers->fail("must have 1 to " + std::to_string(kMostControllers) + " controllers");
+        controllers->complain("must have 1 to " + std::to_string(kMostControllers) +
+                              " controllers");
 }
 
 void read_smart(NvmeSmart& smart, const Place& place) {
@@ -178,7 +187,7 @@ void read_features(ObjectReader& reader, NvmeConfig& config) {
         config.features = usual_features();
         return;
     }
-    for (const Place& place : features->elements()) {
+    features->each([&](const Place& place) {
         ObjectReader each(place);
         const auto id = static_cast<uint8_t>(each.whole("id", 0, 255));
         NvmeFeature feature;
@@ -186,14 +195,14 @@ void read_features(ObjectReader& reader, NvmeConfig& config) {
         if (const std::optional<Place> data = each.find("data"))
             feature.initial.data = data->hex();
         if (feature.initial.data.size() > 4096 || feature.initial.data.size() % 4 != 0)
-            each.fail("data", "must have up to 4096 bytes, a multiple of 4");
+            each.complain("data", "must have up to 4096 bytes, a multiple of 4");
         feature.current = feature.initial;
         feature.changeable = each.flag("changeable", feature.changeable);
         feature.saveable = each.flag("saveable", feature.changeable);
         if (!config.features.emplace(id, feature).second)
-            each.fail("id", "appears twice");
+            each.complain("id", "appears twice");
         each.finish();
-    }
+    });
 }
 
 NvmeNamespace read_namespace(ObjectReader& reader, const NvmeConfig& config) {
@@ -207,12 +216,12 @@ NvmeNamespace read_namespace(ObjectReader& reader, const NvmeConfig& config) {
         for (const auto& [id, controller] : config.controllers)
             space.controllers.insert(id);
     } else {
-        for (const Place& place : attached->elements()) {
+        attached->each([&](const Place& place) {
             const auto id = static_cast<uint16_t>(place.whole(0, kLastController));
             if (!config.controllers.contains(id))
                 place.fail("is not among the drive's controllers");
             space.controllers.insert(id);
-        }
+        });
     }
     space.sharing = space.controllers.size() > 1 ? 1 : 0;
     return space;
@@ -232,29 +241,29 @@ void read_namespaces(ObjectReader& reader, NvmeConfig& config) {
         return;
     }
     uint64_t left = config.capacity;
-    for (const Place& place : namespaces->elements()) {
+    namespaces->each([&](const Place& place) {
         ObjectReader each(place);
         const auto id = static_cast<uint32_t>(each.whole("id", 1, config.most_namespaces));
         const NvmeNamespace space = read_namespace(each, config);
         if (!config.namespaces.emplace(id, space).second)
-            each.fail("id", "appears twice");
+            each.complain("id", "appears twice");
         if (space.bytes() > left)
-            each.fail("blocks", "is more than what the drive has left");
-        left -= space.bytes();
+            each.complain("blocks", "is more than what the drive has left");
+        left -= std::min(left, space.bytes());
         each.finish();
-    }
+    });
 }
 
 void read_firmware_slots(NvmeFirmwareConfig& firmware, ObjectReader& reader) {
     const std::optional<Place> slots = reader.find("slots");
     if (!slots) {
-        firmware.slots = {std::string("1.0"), std::nullopt, std::nullopt};
+        firmware.slots = kUsualSlots;
     } else {
-        for (const Place& slot : slots->elements()) {
+        slots->each([&](const Place& slot) {
             const std::string revision = read_ascii(slot, kRevisionSize);
             firmware.slots.push_back(revision.empty() ? std::nullopt
                                                       : std::optional<std::string>(revision));
-        }
+        });
         if (firmware.slots.empty() || firmware.slots.size() > kMostSlots)
             slots->fail("must have 1 to " + std::to_string(kMostSlots) + " slots");
     }
@@ -280,7 +289,7 @@ void read_vpd(ObjectReader& reader, NvmeConfig& config) {
         config.vpd = vpd->hex();
     const auto filled = static_cast<int64_t>(config.vpd.size());
     if (filled > kLargestVpd)
-        reader.fail("vpd", "must have at most 65535 bytes");
+        reader.complain("vpd", "must have at most 65535 bytes");
     config.vpd.resize(static_cast<size_t>(reader.whole("vpd_size", std::max<int64_t>(filled, 1),
                                                        kLargestVpd, std::max(filled, kUsualVpd))),
                       0xFF);
@@ -291,13 +300,12 @@ void read_vpd(ObjectReader& reader, NvmeConfig& config) {
 
 void read_temperatures(ObjectReader& reader, NvmeConfig& config) {
     NvmeSettings& settings = config.settings;
-    if (const std::optional<Place> waveform = reader.find("temperature")) {
-        config.temperature = Waveform(*waveform);
+    settings.temperature = 35;
+    reader.within("temperature", [&](const Place& waveform) {
+        config.temperature = Waveform(waveform);
         if (config.temperature->low() < -100 || config.temperature->high() > 200)
-            reader.fail("temperature", "must stay within -100 to 200");
-    } else {
-        settings.temperature = 35;
-    }
+            waveform.complain("must stay within -100 to 200");
+    });
     settings.warning_temperature =
         whole(reader, "warning_temperature", -100, 200, settings.warning_temperature);
     settings.critical_temperature =
@@ -311,17 +319,17 @@ void read_drive_behaviour(ObjectReader& reader, NvmeSettings& settings) {
         whole(reader, "subsystem_status", 0, 255, settings.subsystem_status);
     settings.sanitize_seconds = reader.number("sanitize_s", settings.sanitize_seconds);
     if (settings.sanitize_seconds < 0 || settings.sanitize_seconds > 1e6)
-        reader.fail("sanitize_s", "must be from 0 to 1000000 seconds");
+        reader.complain("sanitize_s", "must be from 0 to 1000000 seconds");
     settings.sanitize_fails = reader.flag("sanitize_fails", settings.sanitize_fails);
-    for (const Place& place : reader.list("vendor_commands")) {
+    reader.each("vendor_commands", [&](const Place& place) {
         ObjectReader each(place);
         const auto opcode = static_cast<uint8_t>(each.whole("opcode", 0xC0, 0xFF));
         if (!settings.vendor.emplace(opcode, each.require("data").hex()).second)
-            each.fail("opcode", "appears twice");
+            each.complain("opcode", "appears twice");
         each.finish();
-    }
-    for (const Place& fault : reader.list("faults"))
-        settings.faults.push_back(read_nvme_fault(fault));
+    });
+    reader.each("faults",
+                [&](const Place& fault) { settings.faults.push_back(read_nvme_fault(fault)); });
 }
 
 void read_names(ObjectReader& reader, NvmeConfig& config) {
@@ -337,9 +345,10 @@ void read_names(ObjectReader& reader, NvmeConfig& config) {
     config.device_id = whole<uint16_t>(reader, "device_id", 0, 0xFFFF, 0x0001);
     if (const std::optional<Place> ieee = reader.find("ieee")) {
         const Bytes bytes = ieee->hex();
-        if (bytes.size() != config.ieee.size())
-            ieee->fail("must have 3 bytes");
-        std::ranges::copy(bytes, config.ieee.begin());
+        if (bytes.size() == config.ieee.size())
+            std::ranges::copy(bytes, config.ieee.begin());
+        else
+            ieee->complain("must have 3 bytes");
     }
 }
 
@@ -355,14 +364,15 @@ NvmeConfig read_nvme(const Place& place) {
     read_ports(reader, config);
     read_controllers(reader, config);
     read_temperatures(reader, config);
-    if (const std::optional<Place> smart = reader.find("smart"))
-        read_smart(config.smart, *smart);
+    reader.within("smart", [&](const Place& smart) { read_smart(config.smart, smart); });
     read_features(reader, config);
     read_namespaces(reader, config);
-    if (const std::optional<Place> firmware = reader.find("firmware"))
-        read_nvme_firmware(config.firmware, *firmware);
-    else
-        config.firmware.slots = {std::string("1.0"), std::nullopt, std::nullopt};
+    config.firmware.slots = kUsualSlots;
+    reader.within("firmware", [&](const Place& firmware) {
+        NvmeFirmwareConfig wanted;
+        read_nvme_firmware(wanted, firmware);
+        config.firmware = std::move(wanted);
+    });
     read_vpd(reader, config);
     read_drive_behaviour(reader, config.settings);
     reader.finish();

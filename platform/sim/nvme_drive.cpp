@@ -48,11 +48,11 @@ Bytes compose(uint8_t kind, uint8_t status, uint32_t management, ByteView data) 
 
 class NvmeDevice : public Device {
 public:
-    NvmeDevice(ObjectReader& reader, const DeviceConfig& config, const Clock& clock)
+    NvmeDevice(NvmeConfig drive, const DeviceConfig& config, const Clock& clock)
         : Device(config, clock, {kMessageType}),
-          drive_(read_nvme(reader.require("drive")), config.where.transport == Transport::pcie
-                                                         ? NvmePortType::pcie
-                                                         : NvmePortType::smbus) {}
+          drive_(std::move(drive), config.where.transport == Transport::pcie
+                                       ? NvmePortType::pcie
+                                       : NvmePortType::smbus) {}
 
     void reset() override {
         Device::reset();
@@ -218,7 +218,10 @@ std::optional<NvmeAnswer> NvmeDrive::answer(ByteView body, double seconds) {
 
 std::unique_ptr<Device> make_nvme_device(ObjectReader& reader, DeviceConfig config,
                                          const Clock& clock) {
-    return std::make_unique<NvmeDevice>(reader, config, clock);
+    NvmeConfig drive = read_nvme(reader.require("drive"));
+    if (!reader.sound())
+        return nullptr;
+    return std::make_unique<NvmeDevice>(std::move(drive), config, clock);
 }
 
 }  // namespace sim

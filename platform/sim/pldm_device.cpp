@@ -58,10 +58,12 @@ PldmDevice::PldmDevice(ObjectReader& reader, const DeviceConfig& config, const C
         sensors.push_back(sensor.info());
     describe_sensors(std::move(sensors));
     pdrs_ = PdrRepository(reader, numeric_, state_);
-    if (std::optional<Place> place = reader.find("fru"))
-        fru_.emplace(*place);
-    if (std::optional<Place> place = reader.find("firmware"))
-        firmware_.emplace(read_firmware(*place));
+    reader.within("fru", [&](const Place& place) { fru_.emplace(place); });
+    reader.within("firmware", [&](const Place& place) {
+        FirmwareConfig config = read_firmware(place);
+        if (reader.sound())
+            firmware_.emplace(std::move(config));
+    });
 
     types_ = {{0, kBaseVersion, base_commands()}, {2, kPlatformVersion, platform_commands()}};
     if (fru_)

@@ -53,7 +53,7 @@ Bytes read_field(const Place& place) {
     Bytes field{read_field_type(reader), 0};
     const std::optional<Place> text = reader.find("text");
     if (text && reader.find("hex"))
-        reader.fail("hex", "cannot stand beside text");
+        reader.complain("hex", "cannot stand beside text");
     if (text) {
         const std::string& value = text->text();
         field.insert(field.end(), value.begin(), value.end());
@@ -62,7 +62,7 @@ Bytes read_field(const Place& place) {
     }
     reader.finish();
     if (field.size() > 2 + 255)
-        reader.fail(text ? "text" : "hex", "must have at most 255 bytes");
+        reader.complain(text ? "text" : "hex", "must have at most 255 bytes");
     field[1] = static_cast<uint8_t>(field.size() - 2);
     return field;
 }
@@ -74,13 +74,12 @@ void FruTable::add_record(const Place& place) {
     append_le16(table_, static_cast<uint16_t>(reader.whole("set", 0, 0xFFFF, 1)));
     table_.push_back(static_cast<uint8_t>(reader.whole("type", 0, 255, 1)));
     const Place list = reader.require("fields");
-    const std::vector<Place> fields = list.elements();
-    if (fields.size() > 255)
-        list.fail("must have at most 255 fields");
-    table_.push_back(static_cast<uint8_t>(fields.size()));
+    const size_t fields = list.node->items.size();
+    if (fields > 255)
+        list.complain("must have at most 255 fields");
+    table_.push_back(static_cast<uint8_t>(fields));
     table_.push_back(static_cast<uint8_t>(reader.whole("encoding", 0, 255, 1)));
-    for (const Place& field : fields)
-        append(table_, read_field(field));
+    list.each([&](const Place& field) { append(table_, read_field(field)); });
     reader.finish();
 }
 
@@ -88,19 +87,19 @@ FruTable::FruTable(const Place& place) {
     ObjectReader reader(place);
     std::set<uint16_t> sets;
     const Place list = reader.require("records");
-    for (const Place& record : list.elements()) {
+    if (list.node->items.size() > 1000)
+        list.fail("must have at most 1000 records");
+    list.each([&](const Place& record) {
         const size_t at = table_.size();
         add_record(record);
         sets.insert(le16(table_, at));
         ++records_;
-    }
-    if (list.elements().size() > 1000)
-        list.fail("must have at most 1000 records");
+    });
     sets_ = static_cast<uint16_t>(sets.size());
     part_size_ = static_cast<size_t>(reader.whole("part_size", 0, 0xFFFF, 0));
     const bool fixed_size = reader.flag("fixed_size", false);
     if (fixed_size && part_size_ == 0)
-        reader.fail("fixed_size", "needs a part_size");
+        reader.fail("fixed_size", "needs a part_size");  // it is divided by below
     length_ = static_cast<uint32_t>(
         reader.whole("claimed_length", 0, 0xFFFFFFFF, static_cast<int64_t>(table_.size())));
     reader.finish();

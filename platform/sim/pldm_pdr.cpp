@@ -23,6 +23,8 @@ constexpr uint8_t kHeaderVersion = 1;
 constexpr size_t kHeaderSize = 10;
 constexpr size_t kLongestData = 0xFFFF;
 constexpr uint16_t kTerminusHandle = 1;
+/// "length" makes a record of 64 KiB out of a few characters of a board file.
+constexpr size_t kMostBytes = 4u << 20;
 
 /// What the records of both kinds of sensor begin with.
 Bytes sensor_record(const SensorInfo& info, const Entity& entity, bool has_names) {
@@ -68,10 +70,12 @@ PdrRepository::PdrRepository(ObjectReader& reader, const std::vector<NumericSens
                 add_names(reader, info, type == state_sensor ? info.composite_count : 1);
         }
     };
-    describe_all(numeric, numeric_sensor);
-    describe_all(state, state_sensor);
-    for (const Place& place : reader.list("pdrs"))
-        add_from_file(place);
+    // Of a sensor that is wrong there is no record.
+    if (reader.sound()) {
+        describe_all(numeric, numeric_sensor);
+        describe_all(state, state_sensor);
+    }
+    reader.each("pdrs", [&](const Place& place) { add_from_file(place); });
 }
 
 void PdrRepository::add(uint8_t type, ByteView data, uint16_t change_number, size_t part_size) {
@@ -98,13 +102,13 @@ void PdrRepository::add_names(ObjectReader& reader, const SensorInfo& info, size
         append(out, Bytes{1, 'e', 'n', 0});  // one string, and its language
         for (char letter : info.name) {
             if (letter < 0x20 || letter > 0x7E)
-                reader.fail("auxiliary_names", "needs sensor names in printable ASCII");
+                return reader.complain("auxiliary_names", "needs sensor names in printable ASCII");
             append(out, Bytes{0, static_cast<uint8_t>(letter)});  // UTF-16, big-endian
         }
         append(out, Bytes{0, 0});
     }
     if (out.size() > kLongestData)
-        reader.fail("auxiliary_names", "needs shorter sensor names");
+        return reader.complain("auxiliary_names", "needs shorter sensor names");
     add(sensor_auxiliary_names, out, 0, 0);
 }
 
@@ -116,7 +120,7 @@ void PdrRepository::add_from_file(const Place& place) {
         data = hex->hex();
     const size_t size = kHeaderSize + data.size();
     if (data.size() > kLongestData)
-        reader.fail("hex", "must have at most 65535 bytes");
+        reader.complain("hex", "must have at most 65535 bytes");
     const auto length =
         static_cast<size_t>(reader.whole("length", static_cast<int64_t>(size),
                                          kHeaderSize + kLongestData, static_cast<int64_t>(size)));
@@ -124,6 +128,8 @@ void PdrRepository::add_from_file(const Place& place) {
     const auto change_number = static_cast<uint16_t>(reader.whole("change_number", 0, 0xFFFF, 0));
     const auto part_size = static_cast<size_t>(reader.whole("part_size", 0, 0xFFFF, 0));
     reader.finish();
+    if (!records_.empty() && records_.back().start + records_.back().bytes.size() > kMostBytes)
+        place.fail("is more than the repository holds, " + std::to_string(kMostBytes) + " bytes");
     add(type, data, change_number, part_size);
 }
 

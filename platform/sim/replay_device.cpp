@@ -22,17 +22,17 @@ bool has_instance(uint8_t type) {
 
 class Recording {
 public:
-    explicit Recording(const std::vector<Place>& exchanges) {
-        for (const Place& place : exchanges) {
+    explicit Recording(const Place& exchanges) {
+        exchanges.each([&](const Place& place) {
             ObjectReader reader(place);
             const auto type = static_cast<uint8_t>(reader.whole("message_type", 0, 255));
             Bytes request = reader.require("request").hex();
             if (request.empty())
-                reader.fail("request", "must have at least one byte");
+                reader.complain("request", "must have at least one byte");
             Bytes response = reader.require("response").hex();
             reader.finish();
             turns_[key(type, request)].responses.push_back(std::move(response));
-        }
+        });
     }
 
     /// Message types besides control.
@@ -112,8 +112,7 @@ private:
 
 std::unique_ptr<Device> make_replay_device(ObjectReader& reader, DeviceConfig config,
                                            const Clock& clock) {
-    return std::make_unique<ReplayDevice>(config, clock,
-                                          Recording(reader.require("exchanges").elements()));
+    return std::make_unique<ReplayDevice>(config, clock, Recording(reader.require("exchanges")));
 }
 
 }  // namespace sim

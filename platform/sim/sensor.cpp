@@ -40,7 +40,7 @@ std::pair<double, double> split_time(double seconds, double period_s) {
 double read_period(ObjectReader& reader, std::optional<double> absent) {
     const double period = absent ? reader.number("period_s", *absent) : reader.number("period_s");
     if (period < 0.001 || period > 1e9)
-        reader.fail("period_s", "must be from 0.001 to 1000000000 seconds");
+        reader.complain("period_s", "must be from 0.001 to 1000000000 seconds");
     return period;
 }
 
@@ -52,23 +52,23 @@ Waveform::Waveform(const Place& place) {
     if (shape_ == Shape::constant) {
         low_ = high_ = reader.number("value");
     } else if (shape_ == Shape::steps) {
-        for (const Place& value : reader.require("values").elements())
-            values_.push_back(value.number());
+        const Place values = reader.require("values");
+        values.each([&](const Place& value) { values_.push_back(value.number()); });
         if (values_.empty())
-            reader.fail("values", "must have at least one value");
+            values.fail("must have at least one value");
         low_ = *std::ranges::min_element(values_);
         high_ = *std::ranges::max_element(values_);
     } else {
         low_ = reader.number("min");
         high_ = reader.number("max");
         if (low_ > high_)
-            reader.fail("max", "must not be below min");
+            reader.complain("max", "must not be below min");
     }
     if (shape_ != Shape::constant) {
         period_s_ = read_period(reader, std::nullopt);
         phase_ = reader.number("phase", 0);
         if (phase_ < 0 || phase_ > 1)
-            reader.fail("phase", "must be from 0 to 1");
+            reader.complain("phase", "must be from 0 to 1");
     }
     reader.finish();
 }
@@ -95,16 +95,21 @@ NumericSensor::NumericSensor(ObjectReader& reader, SensorInfo info)
     info_.is_signed = reader.flag("signed", false);
     info_.data_size = static_cast<uint8_t>(reader.whole("data_size", 1, 4, 4));
     if (info_.data_size == 3)
-        reader.fail("data_size", "must be 1, 2 or 4");
+        reader.complain("data_size", "must be 1, 2 or 4");
     info_.resolution = reader.number("resolution", 1);
-    if (info_.resolution <= 0)
-        reader.fail("resolution", "must be above 0");
+    if (info_.resolution <= 0) {
+        reader.complain("resolution", "must be above 0");
+        info_.resolution = 1;
+    }
     offset_ = reader.number("offset", 0);
-    waveform_.emplace(reader.require("waveform"));
+    const Place waveform = reader.require("waveform");
+    attempt([&] { waveform_.emplace(waveform); });
     initial_state_ = operational_state_ = read_operational_state(reader);
     event_enable_ = reader.flag("events", false) ? events_disabled : no_event_generation;
-    check(reader, "waveform", waveform_->low());
-    check(reader, "waveform", waveform_->high());
+    if (waveform_) {
+        check(reader, "waveform", waveform_->low());
+        check(reader, "waveform", waveform_->high());
+    }
     read_units(reader);
     read_thresholds(reader);
     read_range(reader);
@@ -124,22 +129,23 @@ double NumericSensor::count_of(double value) const {
 
 void NumericSensor::check(const ObjectReader& reader, const char* key, double value) const {
     const double count = count_of(value);
-    if (count < lowest_count() || count > highest_count())
-        reader.fail(key, "does not fit the sensor's data_size and resolution");
+    // A size or a resolution that is wrong itself is nothing to measure by.
+    if (reader.sound() && (count < lowest_count() || count > highest_count()))
+        reader.complain(key, "does not fit the sensor's data_size and resolution");
 }
 
 void NumericSensor::read_thresholds(ObjectReader& reader) {
     static const char* const names[] = {"upper_warning", "upper_critical", "upper_fatal",
                                         "lower_warning", "lower_critical", "lower_fatal"};
-    if (std::optional<Place> place = reader.find("thresholds")) {
-        ObjectReader limits(*place);
+    reader.within("thresholds", [&](const Place& place) {
+        ObjectReader limits(place);
         for (size_t i = 0; i < thresholds_.size(); ++i)
             if (std::optional<Place> limit = limits.find(names[i])) {
                 thresholds_[i] = limit->number();
                 check(reader, "thresholds", *thresholds_[i]);
             }
         limits.finish();
-    }
+    });
 }
 
 void NumericSensor::set_enable(uint8_t state, uint8_t event_enable) {
@@ -198,23 +204,24 @@ StateSensor::StateSensor(ObjectReader& reader, SensorInfo info)
     : info_(std::move(info)), entity_(reader), has_record_(reader.flag("pdr", true)) {
     events_ = reader.flag("events", false);
     const Place list = reader.require("composites");
-    for (const Place& place : list.elements()) {
+    list.each([&](const Place& place) {
         ObjectReader one(place);
         Composite composite;
         composite.state_set = static_cast<uint16_t>(one.whole("state_set", 1, 0xFFFF));
         if (composites_.empty())
             info_.state_set = composite.state_set;
-        for (const Place& state : one.require("states").elements())
+        one.require("states").each([&](const Place& state) {
             composite.states.push_back(static_cast<uint8_t>(state.whole(0, 255)));
+        });
         if (composite.states.empty())
-            one.fail("states", "must have at least one state");
+            one.complain("states", "must have at least one state");
         composite.period_s = read_period(one, 60.0);
         composite.initial_state = composite.operational_state = read_operational_state(one);
         one.finish();
         composites_.push_back(std::move(composite));
-    }
+    });
     if (composites_.empty() || composites_.size() > 8)
-        list.fail("must have 1 to 8 composite sensors");
+        list.complain("must have 1 to 8 composite sensors");
     info_.composite_count = static_cast<uint8_t>(composites_.size());
 }
 
@@ -242,21 +249,21 @@ void StateSensor::reset() {
 void read_sensors(ObjectReader& reader, std::vector<NumericSensor>& numeric,
                   std::vector<StateSensor>& state) {
     std::set<std::pair<SensorInfo::Kind, uint16_t>> taken;
-    for (const Place& place : reader.list("sensors")) {
+    reader.each("sensors", [&](const Place& place) {
         ObjectReader one(place);
         SensorInfo info;
         info.kind = one.choice("kind", {"numeric", "state"}) == 0 ? SensorInfo::Kind::numeric
                                                                   : SensorInfo::Kind::state;
         info.id = static_cast<uint16_t>(one.whole("id", 0, 0xFFFF));
         if (!taken.insert({info.kind, info.id}).second)
-            one.fail("id", "is the identifier of another sensor");
+            one.complain("id", "is the identifier of another sensor");
         info.name = one.text("name", "");
         if (info.kind == SensorInfo::Kind::numeric)
             numeric.emplace_back(one, info);
         else
             state.emplace_back(one, info);
         one.finish();
-    }
+    });
 }
 
 }  // namespace sim

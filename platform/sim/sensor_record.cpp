@@ -35,14 +35,13 @@ bool fits(double value, size_t format) {
 }  // namespace
 
 Entity::Entity(ObjectReader& sensor) {
-    std::optional<Place> place = sensor.find("entity");
-    if (!place)
-        return;
-    ObjectReader reader(*place);
-    type = static_cast<uint16_t>(reader.whole("type", 0, 0xFFFF));
-    instance = static_cast<uint16_t>(reader.whole("instance", 0, 0xFFFF, instance));
-    container = static_cast<uint16_t>(reader.whole("container", 0, 0xFFFF, container));
-    reader.finish();
+    sensor.within("entity", [&](const Place& place) {
+        ObjectReader reader(place);
+        type = static_cast<uint16_t>(reader.whole("type", 0, 0xFFFF));
+        instance = static_cast<uint16_t>(reader.whole("instance", 0, 0xFFFF, instance));
+        container = static_cast<uint16_t>(reader.whole("container", 0, 0xFFFF, container));
+        reader.finish();
+    });
 }
 
 void NumericSensor::read_units(ObjectReader& reader) {
@@ -51,20 +50,21 @@ void NumericSensor::read_units(ObjectReader& reader) {
         "base_unit", 0, 255, known != kBaseUnits.end() ? known->second : kUnspecified));
     unit_modifier_ = static_cast<int8_t>(reader.whole("unit_modifier", -30, 30, 0));
     hysteresis_ = reader.number("hysteresis", 0);
-    if (hysteresis_ < 0 || std::round(hysteresis_ / info_.resolution) > highest_count())
-        reader.fail("hysteresis", "does not fit the sensor's data_size and resolution");
+    const bool fits_counts = std::round(hysteresis_ / info_.resolution) <= highest_count();
+    if (hysteresis_ < 0 || (reader.sound() && !fits_counts))
+        reader.complain("hysteresis", "does not fit the sensor's data_size and resolution");
 }
 
 void NumericSensor::read_range(ObjectReader& reader) {
     range_format_ = reader.choice("range_format", kRangeFormats, kReal32);
     static const char* const names[] = {"nominal", "max", "min"};
-    if (std::optional<Place> place = reader.find("normal")) {
-        ObjectReader values(*place);
+    reader.within("normal", [&](const Place& place) {
+        ObjectReader values(place);
         for (size_t i = 0; i < normal_.size(); ++i)
             if (std::optional<Place> value = values.find(names[i]))
                 normal_[i] = value->number();
         values.finish();
-    }
+    });
     if (range_format_ == kReal32)
         return;
     auto check_all = [&](const char* key, const auto& values) {

@@ -55,6 +55,7 @@ public:
     uint8_t bmc_eid = 8;
     uint8_t bmc_address = 0x20;
     std::vector<std::unique_ptr<I2cBus>> buses;
+    bool buses_whole = true;  ///< all of the file's buses could be read
     PcieBus pcie{clock, capture, main_power};
     bool pcie_open_fails = false;
     PcieSessions pcie_sessions;
@@ -87,8 +88,9 @@ std::array<uint8_t, 48> encode_mux(const MuxPath& path);
 /// @return nothing for bytes that are no such setting
 std::optional<MuxPath> decode_mux(const uint8_t* setting);
 
-/// Makes a board from a parsed file. @throws FileError
-std::unique_ptr<BoardState> read_board(const Node& root);
+/// Makes a board from a parsed file. Where the place's errors have something, it is not one to use.
+/// @throws FileError
+std::unique_ptr<BoardState> read_board(const Place& root);
 
 }  // namespace sim
 

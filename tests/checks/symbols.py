@@ -2,11 +2,13 @@
 # SPDX-License-Identifier: Apache-2.0
 """Checks what the built library needs and offers.
 
-usage: symbols.py --library libsideband.so --include DIRECTORY [--readelf COMMAND]
+usage: symbols.py --library libsideband.so --include DIRECTORY [--unfortified] [--readelf COMMAND]
 
 The library may need libc, libm and the functions and records of sideband/platform.h, and nothing
 else; it exports what the public headers mark SIDEBAND_EXPORT, and nothing else; it runs no code of
-its own when it is loaded. Works on a library of any architecture.
+its own when it is loaded. It has a stack protector, libc's checks of lengths (unless it is unfortified:
+built without an optimizer) and an offset table that nothing writes to once it is loaded. Works on a
+library of any architecture.
 """
 import argparse
 import pathlib
@@ -20,7 +22,8 @@ from headers_text import declared_names  # noqa: E402
 
 SONAME = "libsideband.so.0"
 NEEDED = {"libc.so.6", "libm.so.6"}
-# A stack protector reads its guard from the dynamic loader on ARM.
+# A stack protector reads its guard from the dynamic loader on ARM. That is a part of libc, and every
+# program has it in memory.
 NEEDED_TOLERATED = re.compile(r"ld-linux(-armhf)?\.so\.\d+$")
 # Weak references in the compiler's own start-up objects (crtbegin, crti); they may stay unresolved.
 STARTUP_WEAK = {"__gmon_start__", "_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable"}
@@ -47,6 +50,17 @@ class Library:
             name, _, version = fields[7].partition("@")
             rows.append((name, version.lstrip("@"), fields[4], fields[6]))
         return rows
+
+    def loads(self, segment):
+        return re.search(rf"^\s*{segment}\s", self._run("--program-headers"), re.MULTILINE) is not None
+
+    def binds_at_once(self):
+        return re.search(r"\(FLAGS\).*BIND_NOW|\(FLAGS_1\).*NOW|\(BIND_NOW\)",
+                         self._run("--dynamic")) is not None
+
+    def has_executable_stack(self):
+        return re.search(r"^\s*GNU_STACK\s.*\sRWE\s", self._run("--program-headers"),
+                         re.MULTILINE) is not None
 
     def is_64_bit(self):
         return re.search(r"Class:\s+ELF64", self._run("--file-header")) is not None
@@ -111,10 +125,26 @@ def check_constructors(library):
     return complaints
 
 
+def check_hardening(library, fortified):
+    """Complaints about protection that the library was built without."""
+    imports = {name for name, _, _, section in library.symbols("--dyn-syms") if section == "UND"}
+    complaints = []
+    if "__stack_chk_fail" not in imports:
+        complaints.append("has no stack protector: does not use __stack_chk_fail")
+    if fortified and not any(re.fullmatch(r"__\w+_chk", name) for name in imports):
+        complaints.append("is not fortified: uses no function of libc that checks a length")
+    if not library.loads("GNU_RELRO") or not library.binds_at_once():
+        complaints.append("its offset table stays writable: no RELRO, or not bound when loaded")
+    if library.has_executable_stack():
+        complaints.append("asks for a stack that code can run on")
+    return complaints
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--library", required=True)
     parser.add_argument("--include", required=True, type=pathlib.Path)
+    parser.add_argument("--unfortified", action="store_true")
     parser.add_argument("--readelf", default="readelf")
     arguments = parser.parse_args()
 
@@ -129,7 +159,8 @@ def main():
 
     library = Library(arguments.library, arguments.readelf)
     complaints = (check_needed(library) + check_undefined(library, platform)
-                  + check_exported(library, public) + check_constructors(library))
+                  + check_exported(library, public) + check_constructors(library)
+                  + check_hardening(library, not arguments.unfortified))
     for complaint in complaints:
         print(f"{arguments.library}: {complaint}")
     if not complaints:

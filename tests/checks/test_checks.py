@@ -47,10 +47,17 @@ SIDEBAND_END_DECLS
 GOOD = """\
 #include <sideband/api.h>
 #include <sideband/platform.h>
+#include <stdio.h>
 #include <unistd.h>
 extern const int api_table[2] = {1, 2};
-int api_call(void) { return plt_call(getpid()) + (plt_record.member_call != nullptr); }
+int api_call(void) {
+    char text[16];
+    snprintf(text, sizeof text, "%d", getpid());
+    return plt_call(getpid()) + (plt_record.member_call != nullptr) + text[0];
+}
 """
+PROTECTED = ("-fstack-protector-strong", "-O2", "-U_FORTIFY_SOURCE", "-D_FORTIFY_SOURCE=2",
+             "-Wl,-z,relro,-z,now", "-Wl,-z,noexecstack")
 
 
 class Tree(unittest.TestCase):
@@ -79,14 +86,16 @@ class Tree(unittest.TestCase):
 
 
 class SymbolCheck(Tree):
-    def symbols(self, source, soname="libsideband.so.0", libraries=("-nodefaultlibs", "-lc")):
+    def symbols(self, source, soname="libsideband.so.0", libraries=("-nodefaultlibs", "-lc"),
+                protection=PROTECTED, options=()):
         self.write("library.cpp", source)
         library = self.root / "libsideband.so"
         subprocess.run([*COMPILER, "-std=c++20", "-shared", "-fPIC", "-fvisibility=hidden",
-                        "-fno-exceptions", "-fno-stack-protector", f"-I{self.root}/include",
+                        "-fno-exceptions", *protection, f"-I{self.root}/include",
                         f"-Wl,-soname,{soname}", "-o", library, self.root / "library.cpp",
                         *libraries], check=True)
-        return self.check("symbols.py", "--library", library, "--include", self.root / "include")
+        return self.check("symbols.py", "--library", library, "--include", self.root / "include",
+                          *options)
 
     def test_accepts_a_good_library(self):
         passed, said = self.symbols(GOOD)
@@ -124,12 +133,78 @@ class SymbolCheck(Tree):
         self.assert_refused(result, "needs libstdc++.so.6")
         self.assert_refused(result, "undefined: _Znwj" if "_Znwj" in result[1] else "undefined: _Znwm")
 
+    def without(self, *flags, instead=(), options=()):
+        kept = [flag for flag in PROTECTED if flag not in flags]
+        return self.symbols(GOOD, protection=[*kept, *instead], options=options)
+
+    def test_finds_a_library_without_a_stack_protector(self):
+        # As it was: behind the builder's flags, and against them.
+        self.assert_refused(self.without(instead=["-fno-stack-protector"]), "has no stack protector")
+
+    def test_finds_a_library_that_is_not_fortified(self):
+        without = ("-D_FORTIFY_SOURCE=2",)
+        self.assert_refused(self.without(*without), "is not fortified")
+        passed, said = self.without(*without, options=["--unfortified"])
+        self.assertTrue(passed, said)
+
+    def test_finds_an_offset_table_that_stays_writable(self):
+        lazy = ("-Wl,-z,relro,-z,now",)
+        self.assert_refused(self.without(*lazy, instead=["-Wl,-z,relro,-z,lazy"]), "stays writable")
+        self.assert_refused(self.without(*lazy, instead=["-Wl,-z,norelro,-z,now"]), "stays writable")
+
+    def test_finds_a_stack_that_code_can_run_on(self):
+        self.assert_refused(self.without("-Wl,-z,noexecstack", instead=["-Wl,-z,execstack"]),
+                            "stack that code can run on")
+
     def test_finds_a_wrong_soname(self):
         self.assert_refused(self.symbols(GOOD, soname="libsideband.so.1"), "soname is")
 
     def test_finds_a_static_constructor(self):
         self.assert_refused(self.symbols(GOOD + "static int started = getpid();\nint twice() "
                                          "{ return started * 2; }"), "static constructor")
+
+
+FAKE_TOOL = """\
+#!/bin/sh
+case $1 in
+show) test -s "$2" && echo "read $2" || { echo "sideband-sim: $2: No such file" >&2; exit 3; } ;;
+fail) echo "sideband-sim: fails as it should" >&2; exit 1 ;;
+esac
+"""
+
+
+class RefreshPage(Tree):
+    """scripts/refresh_page.py, with a tool that only looks whether a file is there."""
+
+    def refresh(self, *lines):
+        """(how it ended, the page behind it)"""
+        page, tool = self.root / "page.md", self.root / "tool"
+        self.write("page.md", "\n".join(("```console", *lines, "```", "")))
+        self.write("tool", FAKE_TOOL)
+        tool.chmod(0o755)
+        script = HERE.parent.parent / "scripts" / "refresh_page.py"
+        done = subprocess.run([sys.executable, script, tool, page], capture_output=True, text=True,
+                              cwd=self.root)
+        return done, page.read_text().splitlines()[1:-1]
+
+    def test_brings_the_files_that_the_commands_name(self):
+        for name in ("nic.fwpkg", "cut.fwpkg", "drive.img"):
+            done, page = self.refresh(f"$ sideband-sim show {name}", "old")
+            self.assertEqual((done.returncode, done.stderr), (0, ""))
+            self.assertEqual(page, [f"$ sideband-sim show {name}", f"read {name}"])
+
+    def test_keeps_the_page_where_a_command_fails(self):
+        before = ("$ sideband-sim show nic.fwpkg", "old", "$ sideband-sim show other.fwpkg", "output")
+        done, page = self.refresh(*before)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("show other.fwpkg", done.stderr)
+        self.assertIn("No such file", done.stderr)
+        self.assertEqual(tuple(page), before)
+
+    def test_renews_an_error_that_the_page_shows(self):
+        done, page = self.refresh("$ sideband-sim fail", "sideband-sim: as it was")
+        self.assertEqual(done.returncode, 0)
+        self.assertEqual(page[1:], ["sideband-sim: fails as it should"])
 
 
 class HeaderCheck(Tree):

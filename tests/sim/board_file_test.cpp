@@ -132,8 +132,8 @@ TEST(BoardFile, TopLevelErrors) {
     EXPECT_EQ(refusal("{\"name\": 3}"), "1: name: must be a string");
     EXPECT_EQ(refusal("{\"name\": \"x\",\n\"buses\": {}}"), "2: buses: must be an array");
     EXPECT_EQ(refusal("{\"name\": \"x\",\n\"buses\": [{\"bus\": 1}],\n\"colour\": 1}"),
-              "3: colour: is not a key that is known here");
-    EXPECT_EQ(refusal("{\"name\": \"x\",\n\"name\": \"y\"}"),
+              "3: colour: no such key");
+    EXPECT_EQ(refusal("{\"name\": \"x\",\n\"name\": \"y\", \"buses\": [{\"bus\": 1}]}"),
               "2: name: appears twice in one object");
 }
 
@@ -170,15 +170,16 @@ TEST(BoardFile, ChainOfMultiplexersHasALimit) {
 }
 
 TEST(BoardFile, BmcAndPowerErrors) {
-    EXPECT_EQ(refusal("{\"name\": \"x\",\n\"bmc\": {\"eid\": 7}}"),
-              "2: bmc.eid: must be 0 or from 8 to 254");
-    EXPECT_EQ(refusal("{\"name\": \"x\",\n\"bmc\": {\"address\": \"0x21\"}}"),
+    auto refused = [](const std::string& keys) {
+        return refusal("{\"name\": \"x\", \"buses\": [{\"bus\": 1}],\n" + keys + "}");
+    };
+    EXPECT_EQ(refused("\"bmc\": {\"eid\": 7}"), "2: bmc.eid: must be 0 or from 8 to 254");
+    EXPECT_EQ(refused("\"bmc\": {\"address\": \"0x21\"}"),
               "2: bmc.address: must be an 8-bit slave address, which is even");
-    EXPECT_EQ(refusal("{\"name\": \"x\",\n\"bmc\": {\"address\": \"0x0e\"}}"),
+    EXPECT_EQ(refused("\"bmc\": {\"address\": \"0x0e\"}"),
               "2: bmc.address: must be a whole number from 16 to 238");
-    EXPECT_EQ(refusal("{\"name\": \"x\",\n\"power\": {\"main\": 1}}"),
-              "2: power.main: must be true or false");
-    EXPECT_EQ(refusal("{\"name\": \"x\",\n\"power\": {\"standby_option\": -1}}"),
+    EXPECT_EQ(refused("\"power\": {\"main\": 1}"), "2: power.main: must be true or false");
+    EXPECT_EQ(refused("\"power\": {\"standby_option\": -1}"),
               "2: power.standby_option: must be a whole number from 0 to 255");
 }
 
@@ -199,8 +200,7 @@ TEST(BoardFile, DeviceErrors) {
               "3: devices[0].lenient_eom: must be true or false");
     EXPECT_EQ(device_refusal("\"tid\": 255"),
               "3: devices[0].tid: must be a whole number from 0 to 254");
-    EXPECT_EQ(device_refusal("\"exchanges\": []"),
-              "3: devices[0].exchanges: is not a key that is known here");
+    EXPECT_EQ(device_refusal("\"exchanges\": []"), "3: devices[0].exchanges: no such key");
     EXPECT_EQ(device_refusal("\"faults\": [{\"kind\": \"no_ack\"},\n{\"kind\": \"late\"}]"),
               "4: devices[0].faults[1].delay_us: is missing");
     EXPECT_EQ(device_refusal("\"tid\": 1}, 3, {\"tid\": 1"), "3: devices[1]: must be an object");
@@ -246,9 +246,12 @@ TEST(BoardFile, NumericSensorErrors) {
     const std::string wave = R"("waveform": {"shape": "constant", "value": 1})";
     const std::string at = "devices[0].sensors[0].";
     EXPECT_EQ(sensor_refusal("\"name\": \"t\""), "3: " + at + "waveform: is missing");
-    EXPECT_EQ(sensor_refusal("\"data_size\": 3"), "4: " + at + "data_size: must be 1, 2 or 4");
-    EXPECT_EQ(sensor_refusal("\"resolution\": 0"), "4: " + at + "resolution: must be above 0");
-    EXPECT_EQ(sensor_refusal("\"resolution\": \"1\""), "4: " + at + "resolution: must be a number");
+    EXPECT_EQ(sensor_refusal(wave + ", \"data_size\": 3"),
+              "4: " + at + "data_size: must be 1, 2 or 4");
+    EXPECT_EQ(sensor_refusal(wave + ", \"resolution\": 0"),
+              "4: " + at + "resolution: must be above 0");
+    EXPECT_EQ(sensor_refusal(wave + ", \"resolution\": \"1\""),
+              "4: " + at + "resolution: must be a number");
     EXPECT_EQ(sensor_refusal(wave + ",\n\"operational_state\": \"fine\""),
               "5: " + at +
                   "operational_state: must be one of enabled, disabled, unavailable, "
@@ -263,7 +266,8 @@ TEST(BoardFile, NumericSensorErrors) {
               "4: " + at + "waveform.period_s: must be from 0.001 to 1000000000 seconds");
     EXPECT_EQ(sensor_refusal(R"("waveform": {"shape": "steps", "values": [], "period_s": 1})"),
               "4: " + at + "waveform.values: must have at least one value");
-    EXPECT_EQ(sensor_refusal("\"waveform\": {\"shape\": \"steps\", \"values\": [1,\n2,\n\"x\"]}"),
+    EXPECT_EQ(sensor_refusal("\"waveform\": {\"shape\": \"steps\", \"period_s\": 1, "
+                             "\"values\": [1,\n2,\n\"x\"]}"),
               "6: " + at + "waveform.values[2]: must be a number");
     EXPECT_EQ(sensor_refusal(R"("waveform": {"shape": "constant", "value": -1})"),
               "4: " + at + "waveform: does not fit the sensor's data_size and resolution");
@@ -273,7 +277,7 @@ TEST(BoardFile, NumericSensorErrors) {
     EXPECT_EQ(sensor_refusal(wave + ", \"data_size\": 1,\n\"thresholds\": {\"upper_fatal\": 256}"),
               "5: " + at + "thresholds: does not fit the sensor's data_size and resolution");
     EXPECT_EQ(sensor_refusal(wave + ", \"thresholds\": {\"upper\": 1}"),
-              "4: " + at + "thresholds.upper: is not a key that is known here");
+              "4: " + at + "thresholds.upper: no such key");
     EXPECT_EQ(sensor_refusal(wave + "},\n{\"kind\": \"numeric\", \"id\": 1, " + wave),
               "5: devices[0].sensors[1].id: is the identifier of another sensor");
 }

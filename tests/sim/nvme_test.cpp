@@ -344,7 +344,7 @@ protected:
 TEST_F(NvmeBoardFile, ErrorsNameLineAndKey) {
     EXPECT_EQ(refusal_of(board_with(R"({"name": "n", "type": "nvme", "bus": 3, "address": 100})")),
               "10: devices[0].drive: is missing");
-    EXPECT_EQ(refused(R"("color": 1)"), at + "color: is not a key that is known here");
+    EXPECT_EQ(refused(R"("color": 1)"), at + "color: no such key");
     EXPECT_EQ(refused(R"("model": "caf\u00e9")"),
               at + "model: must have at most 40 ASCII characters");
     EXPECT_EQ(refused(R"("serial": "012345678901234567890")"),

@@ -262,7 +262,7 @@ TEST(PdrBoardFile, NumericSensorErrors) {
         sensor_refusal("\"range_format\": \"sint8\",\n\"thresholds\": {\"upper_fatal\": 200}"),
         "15: " + at + "thresholds: does not fit the sensor's range_format");
     EXPECT_EQ(sensor_refusal(R"("normal": {"low": 1})"),
-              "14: " + at + "normal.low: is not a key that is known here");
+              "14: " + at + "normal.low: no such key");
     EXPECT_EQ(sensor_refusal(R"("pdr": 1)"), "14: " + at + "pdr: must be true or false");
 }
 
@@ -280,7 +280,7 @@ TEST(PdrBoardFile, RecordErrors) {
     EXPECT_EQ(refusal("\"type\": 1,\n\"part_size\": 65536"),
               "13: " + at + "part_size: must be a whole number from 0 to 65535");
     EXPECT_EQ(refusal("\"type\": 1,\n\"handle\": 1"),
-              "13: " + at + "handle: is not a key that is known here");
+              "13: " + at + "handle: no such key");
 }
 
 TEST(PdrBoardFile, NamesThatNoRecordCanHold) {

@@ -8,7 +8,6 @@
 #include <stdexcept>
 
 #include "tool_runner.h"
-#include "tools/package_builder.h"
 
 namespace {
 
@@ -65,27 +64,16 @@ void expect_shown(const std::string& printed, const std::string& shown) {
     EXPECT_EQ(printed.substr(printed.size() - tail.size()), tail);
 }
 
-/// The package that the page shows.
-std::vector<uint8_t> page_package() {
-    tool::PackageRecord record;
-    record.components = {0};
-    record.version = "22.41.1000";
-    record.descriptors = {{0x0000, {0xB3, 0x15}, {}},
-                          {0x0100, {0x1D, 0x10}, {}},
-                          {0x0101, {0xB3, 0x15}, {}},
-                          {0x0102, {0x17, 0x00}, {}}};
-    tool::Package package;
-    package.version = "NIC-22.41.1000";
-    package.records = {record};
-    package.components = {{.comparison_stamp = 0x16290000,
-                           .options = 2,
-                           .activation_method = 0x20,
-                           .version = "22.41.1000",
-                           .image = std::vector<uint8_t>(65536)}};
-    return tool::build_package(package);
+/// The value of a variable that Meson sets for these tests.
+std::string setting(const char* name) {
+    const char* value = std::getenv(name);
+    if (value == nullptr) {
+        throw std::runtime_error(std::string(name) + " is not set");
+    }
+    return value;
 }
 
-/// A folder with the files that the page's commands name; they run in it.
+/// A folder with the files that the pages' commands name, made as the pages say; they run in it.
 class PageFolder {
 public:
     PageFolder() : before_(std::filesystem::current_path()) {
@@ -95,13 +83,10 @@ public:
         }
         folder_ = name;
         std::filesystem::current_path(folder_);
-        const std::vector<uint8_t> package = page_package();
-        put("nic.fwpkg", package, package.size());
-        put("cut.fwpkg", package, 100);
-        const std::string head = "SIMDRIVEES11    ";
-        std::vector<uint8_t> image(head.begin(), head.end());
-        image.resize(16384);
-        put("drive.img", image, image.size());
+        const std::string command = "python3 '" + setting("SIDEBAND_MAKE_EXAMPLES") + "' .";
+        if (std::system(command.c_str()) != 0) {
+            throw std::runtime_error(command + " failed");
+        }
     }
     ~PageFolder() {
         std::error_code ignored;
@@ -112,11 +97,6 @@ public:
     PageFolder& operator=(const PageFolder&) = delete;
 
 private:
-    static void put(const char* name, const std::vector<uint8_t>& bytes, size_t size) {
-        std::ofstream(name, std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(size));
-    }
-
     std::filesystem::path before_;
     std::filesystem::path folder_;
 };
@@ -180,9 +160,7 @@ constexpr const char* commands[] = {"demo",
 
 TEST(ToolPage, ShowsWhatTheToolPrints) {
     const PageFolder folder;
-    const char* path = std::getenv("SIDEBAND_TOOL_PAGE");
-    ASSERT_NE(path, nullptr);
-    const std::vector<Example> examples = examples_of(path);
+    const std::vector<Example> examples = examples_of(setting("SIDEBAND_TOOL_PAGE"));
     for (const Example& example : examples) {
         SCOPED_TRACE(example.command);
         const Outcome run = run_tool(split(example.command));
@@ -193,6 +171,42 @@ TEST(ToolPage, ShowsWhatTheToolPrints) {
             examples.begin(), examples.end(),
             [command](const Example& example) { return contains(example.command, command); });
         EXPECT_TRUE(shown) << "the page shows no " << command;
+    }
+}
+
+/// The commands in the README's indented blocks, without their comments.
+std::vector<std::string> readme_commands() {
+    std::ifstream page(setting("SIDEBAND_README"));
+    std::vector<std::string> found;
+    const std::string begin = "    sideband-sim ";
+    for (std::string line; std::getline(page, line);) {
+        if (line.starts_with(begin)) {
+            found.push_back(line.substr(begin.size(), line.find(" #") - begin.size()));
+        }
+    }
+    return found;
+}
+
+TEST(Readme, CommandsSucceedBehindTheOneThatMakesTheirFiles) {
+    const PageFolder folder;
+    const std::vector<std::string> shown = readme_commands();
+    EXPECT_GE(shown.size(), 10u);
+    for (const std::string& command : shown) {
+        SCOPED_TRACE(command);
+        const Outcome run = run_tool(split(command));
+        EXPECT_EQ(run.status, 0) << run.err;
+        EXPECT_NE(run.out, "");
+    }
+    EXPECT_TRUE(std::filesystem::file_size("demo.pcapng") > 0);
+}
+
+TEST(Readme, ShowsWhatTheToolPrints) {
+    const std::vector<Example> examples = examples_of(setting("SIDEBAND_README"));
+    EXPECT_GE(examples.size(), 2u);
+    for (const Example& example : examples) {
+        SCOPED_TRACE(example.command);
+        const Outcome run = run_tool(split(example.command));
+        expect_shown(run.out + run.err, example.output);
     }
 }
 
