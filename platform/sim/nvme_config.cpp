@@ -300,12 +300,13 @@ void read_vpd(ObjectReader& reader, NvmeConfig& config) {
 
 void read_temperatures(ObjectReader& reader, NvmeConfig& config) {
     NvmeSettings& settings = config.settings;
-    settings.temperature = 35;
     reader.within("temperature", [&](const Place& waveform) {
         config.temperature = Waveform(waveform);
         if (config.temperature->low() < -100 || config.temperature->high() > 200)
             waveform.complain("must stay within -100 to 200");
     });
+    if (!config.temperature)
+        settings.temperature = 35;
     settings.warning_temperature =
         whole(reader, "warning_temperature", -100, 200, settings.warning_temperature);
     settings.critical_temperature =

@@ -168,6 +168,34 @@ TEST(BoardErrors, ControlCharactersOfAFileAreShownInHex) {
     EXPECT_EQ(error.message("a\033[31m\n"), "a\\x1b[31m\\x0a:1: k: text");
 }
 
+/// Puts something else in the place of each value that stands behind a key, one after another.
+template <typename Try>
+void replace_each_value(const std::string& text, Try attempt) {
+    const std::string others[] = {"null", "[]", "-1", "{}", "\"\"", "1e300", "[{}]", "[0]"};
+    size_t count = 0;
+    for (size_t at = text.find("\": "); at != std::string::npos; at = text.find("\": ", at + 1)) {
+        const size_t begin = at + 3;
+        const bool is_word = text[begin] != '{' && text[begin] != '[';
+        // An array or an object stays behind a key that nobody knows.
+        const std::string& other = others[count++ % std::size(others)];
+        const std::string tail = is_word ? text.substr(text.find_first_of(",}\n", begin))
+                                         : ", \"rest\": " + text.substr(begin);
+        attempt(text.substr(0, begin) + other + tail);
+    }
+    EXPECT_GT(count, 300u);
+}
+
+TEST(BoardErrors, AnyValueMayBeWrong) {
+    const std::string text(sim::Board::built_in_file());
+    size_t refused = 0;
+    replace_each_value(text, [&](const std::string& changed) {
+        const std::string all = told(changed);
+        refused += all != "accepted" ? 1 : 0;
+        EXPECT_EQ(all.find("b:0: "), std::string::npos) << all;
+    });
+    EXPECT_GT(refused, 300u);
+}
+
 TEST(BoardErrors, LongKeysAreCut) {
     const std::string all =
         told(R"({"name": "t", "buses": [{"bus": 1}], ")" + std::string(100'000, 'k') + R"(": 1})");
@@ -230,7 +258,7 @@ TEST(BoardErrors, ComeFromAFaultAsWell) {
 /// Ends the test program where an open() or a read() waits for ever.
 class Alarm {
 public:
-    Alarm() { alarm(20); }
+    Alarm() { alarm(10); }
     ~Alarm() { alarm(0); }
     Alarm(const Alarm&) = delete;
     Alarm& operator=(const Alarm&) = delete;

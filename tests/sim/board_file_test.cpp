@@ -305,10 +305,13 @@ TEST(BoardFile, ReplayErrors) {
     EXPECT_EQ(replay(""), "4: devices[1].exchanges: is missing");
     EXPECT_EQ(replay(",\n\"exchanges\": [{\"message_type\": 256}]"),
               "5: devices[1].exchanges[0].message_type: must be a whole number from 0 to 255");
-    EXPECT_EQ(replay(",\n\"exchanges\": [{\"message_type\": 1,\n\"request\": \"8\"}]"),
-              "6: devices[1].exchanges[0].request: must be pairs of hex digits without separators");
-    EXPECT_EQ(replay(",\n\"exchanges\": [{\"message_type\": 1,\n\"request\": \"\"}]"),
-              "6: devices[1].exchanges[0].request: must have at least one byte");
+    EXPECT_EQ(
+        replay(
+            ",\n\"exchanges\": [{\"message_type\": 1, \"response\": \"\",\n\"request\": \"8\"}]"),
+        "6: devices[1].exchanges[0].request: must be pairs of hex digits without separators");
+    EXPECT_EQ(
+        replay(",\n\"exchanges\": [{\"message_type\": 1, \"response\": \"\",\n\"request\": \"\"}]"),
+        "6: devices[1].exchanges[0].request: must have at least one byte");
     EXPECT_EQ(replay(",\n\"exchanges\": [{\"message_type\": 1,\n\"request\": \"80\"}]"),
               "5: devices[1].exchanges[0].response: is missing");
 }
