@@ -3,6 +3,10 @@
 // came.
 #include "firmware_image.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -19,8 +23,17 @@ constexpr uint32_t kMostKept = 64u << 20;
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
+/// A regular file; null for anything else, which is not waited for.
 File open_file(const std::string& path) {
-    return {std::fopen(path.c_str(), "rbe"), &std::fclose};
+    File none(nullptr, &std::fclose);
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0)
+        return none;
+    struct stat status {};
+    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
+        return {fdopen(fd, "rb"), &std::fclose};
+    close(fd);
+    return none;
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <functional>
 
 #include "board_test.h"
+#include "firmware_image.h"
 
 namespace {
 
@@ -290,6 +291,15 @@ TEST_F(BoardPath, AFifoIsRefusedAndNotWaitedFor) {
     const std::string path = folder + "/fifo";
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     EXPECT_EQ(refusal(path), "b: is not a regular file");
+}
+
+TEST_F(BoardPath, AFifoIsNoFirmwareImage) {
+    const std::string path = folder + "/fifo";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const Alarm alarm;
+    sim::ExpectedImage image = sim::ExpectedImage::file(path, 0, 0);
+    EXPECT_EQ(image.size(), 0u);
+    EXPECT_EQ(image.difference(0, bytes("00")), 0u);
 }
 
 TEST_F(BoardPath, ADeviceIsRefused) {

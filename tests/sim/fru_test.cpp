@@ -113,8 +113,7 @@ TEST(FruBoardFile, Errors) {
               "14: " + at + "part_size: must be a whole number from 0 to 65535");
     EXPECT_EQ(refusal("\"records\": [],\n\"fixed_size\": true"),
               "14: " + at + "fixed_size: needs a part_size");
-    EXPECT_EQ(refusal("\"records\": [],\n\"size\": 1"),
-              "14: " + at + "size: no such key");
+    EXPECT_EQ(refusal("\"records\": [],\n\"size\": 1"), "14: " + at + "size: no such key");
     EXPECT_EQ(field("\"text\": \"a\""), first + "type: is missing");
     EXPECT_EQ(field("\"type\": \"colour\""), first + "type: must be a whole number from 0 to 255");
     EXPECT_EQ(field("\"type\": 2"), first + "hex: is missing");

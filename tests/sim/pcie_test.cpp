@@ -154,8 +154,7 @@ TEST_F(Pcie, BoardFileNamesWhatIsWrong) {
     for (const char* bdf : {"4:00.0", "47:20.0", "47:00.8", "47:0g.0", "47-00.0", ""})
         EXPECT_EQ(error_of(head + "\"bdf\": \"" + bdf + "\"}"),
                   "devices[0].bdf: must be bus, device and function in hex, such as 47:00.0");
-    EXPECT_EQ(error_of(head + R"("bdf": "47:00.0", "bus": 2})"),
-              "devices[0].bus: no such key");
+    EXPECT_EQ(error_of(head + R"("bdf": "47:00.0", "bus": 2})"), "devices[0].bus: no such key");
     EXPECT_EQ(error_of(std::string(kTerminus) + "," + head + R"("bdf": "47:1f.7"})"),
               "devices[1].bdf: is in use by gpu0");
     EXPECT_EQ(error_of(R"({"name": "m", "type": "mpio", "bus": 2, "address": "0x30"})"),

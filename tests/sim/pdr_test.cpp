@@ -261,8 +261,7 @@ TEST(PdrBoardFile, NumericSensorErrors) {
     EXPECT_EQ(
         sensor_refusal("\"range_format\": \"sint8\",\n\"thresholds\": {\"upper_fatal\": 200}"),
         "15: " + at + "thresholds: does not fit the sensor's range_format");
-    EXPECT_EQ(sensor_refusal(R"("normal": {"low": 1})"),
-              "14: " + at + "normal.low: no such key");
+    EXPECT_EQ(sensor_refusal(R"("normal": {"low": 1})"), "14: " + at + "normal.low: no such key");
     EXPECT_EQ(sensor_refusal(R"("pdr": 1)"), "14: " + at + "pdr: must be true or false");
 }
 
@@ -279,8 +278,7 @@ TEST(PdrBoardFile, RecordErrors) {
               "13: " + at + "length: must be a whole number from 12 to 65545");
     EXPECT_EQ(refusal("\"type\": 1,\n\"part_size\": 65536"),
               "13: " + at + "part_size: must be a whole number from 0 to 65535");
-    EXPECT_EQ(refusal("\"type\": 1,\n\"handle\": 1"),
-              "13: " + at + "handle: no such key");
+    EXPECT_EQ(refusal("\"type\": 1,\n\"handle\": 1"), "13: " + at + "handle: no such key");
 }
 
 TEST(PdrBoardFile, NamesThatNoRecordCanHold) {
