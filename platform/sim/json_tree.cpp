@@ -426,7 +426,7 @@ uint8_t ObjectReader::address(const std::string& key, uint8_t absent) {
 std::optional<size_t> ObjectReader::position(const std::string& key,
                                              const std::vector<std::string>& words) {
     const Place place = require(key);
-    const std::string word = place.text();
+    const std::string& word = place.text();
     auto found = std::find(words.begin(), words.end(), word);
     if (found != words.end())
         return static_cast<size_t>(found - words.begin());
