@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "tools/failure.h"
+#include "tools/text.h"
 
 namespace tool {
 
@@ -18,7 +19,7 @@ void confirm(const Output& output, bool yes, const std::string& what) {
         throw Failure(ExitStatus::usage, what + ": this needs --yes");
     }
     // Not on standard output: that may be a file.
-    std::cerr << what << ". Go on? [y/N] " << std::flush;
+    std::cerr << printable(what) << ". Go on? [y/N] " << std::flush;
     std::string answer;
     std::getline(std::cin, answer);
     if (answer != "y" && answer != "Y" && answer != "yes") {

@@ -200,7 +200,7 @@ void run_demo(Context& context) {
     Tour tour(context);
     context.output.text(fmt::format(
         "A tour of the board {}. Time is the board's own: waiting costs none of yours.\n",
-        port.board_name()));
+        printable(port.board_name())));
 
     std::vector<Finding> findings;
     tour.step("Discovery",

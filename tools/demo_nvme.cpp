@@ -54,7 +54,8 @@ void show_drive_update(Tour::Step& step, Port& port, const Endpoint& endpoint) {
     const FirmwareSlots slots = reset_and_wait(port, drive, controller);
     const std::string after = firmware_revision(drive, controller);
     step.say(pace);
-    step.say("committed, and the drive reset\n");
+    step.say("committed, and the drive reset");
+    step.output.text("\n");
     step.output.text(slots_text(slots, step_indent));
     step.details = slots_json(slots);
     step.details["bytes"] = bytes;

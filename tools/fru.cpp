@@ -77,9 +77,10 @@ void parse_records(const Session& session, std::span<const uint8_t> table, FruTa
     }
 }
 
+/// What begins with a control character is a number in the place of a text. Behind the first one,
+/// control characters are somebody's mischief or mistake, and what is around them can be read.
 bool is_text(std::span<const uint8_t> bytes) {
-    return std::all_of(bytes.begin(), bytes.end(),
-                       [](uint8_t byte) { return byte >= 0x20 && byte != 0x7F; });
+    return bytes.empty() || (bytes[0] >= 0x20 && bytes[0] != 0x7F);
 }
 
 /// The bytes without the NULs that some devices fill their fields with.

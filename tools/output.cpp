@@ -20,9 +20,31 @@ void write_all(FILE* stream, std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stream);
 }
 
+/// A document with all its texts and keys printable.
+nlohmann::ordered_json printable_json(const nlohmann::ordered_json& value) {
+    if (value.is_string()) {
+        return printable(value.get_ref<const std::string&>());
+    }
+    if (!value.is_structured()) {
+        return value;
+    }
+    nlohmann::ordered_json shown(value.type());
+    for (const auto& [key, member] : value.items()) {
+        if (value.is_object()) {
+            shown[printable(key)] = printable_json(member);
+        } else {
+            shown.push_back(printable_json(member));
+        }
+    }
+    return shown;
+}
+
 /// Device names and file names come from outside: bytes that are no UTF-8 must not end the tool.
+/// They become U+FFFD.
 std::string dump(const nlohmann::ordered_json& document) {
-    return document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    return printable_json(document).dump(2, ' ', false,
+                                         nlohmann::ordered_json::error_handler_t::replace) +
+           "\n";
 }
 
 nlohmann::ordered_json code_json(const DeviceCode& code) {
@@ -91,7 +113,13 @@ size_t Output::columns() const {
 
 void Output::text(std::string_view text) {
     if (!json_) {
-        plain(text);
+        plain(printable_lines(text));
+    }
+}
+
+void Output::redraw(std::string_view line) {
+    if (!json_) {
+        plain("\r" + printable(line) + "\x1b[K");
     }
 }
 
@@ -116,7 +144,7 @@ void Output::error(const std::string& command, const Failure& failure) {
     if (!command.empty()) {
         line += command + ": ";
     }
-    write_all(stderr, line + one_line(failure.what()) + "\n");
+    write_all(stderr, line + printable(failure.what()) + "\n");
     if (!document_printed_) {
         nlohmann::ordered_json details = failure_json(failure);
         details["exit_status"] = static_cast<int>(failure.status());
@@ -126,7 +154,7 @@ void Output::error(const std::string& command, const Failure& failure) {
 
 void Output::note(std::string_view line) {
     std::fflush(stdout);
-    write_all(stderr, fmt::format("{}\n", line));
+    write_all(stderr, printable(line) + "\n");
 }
 
 bool Output::finish() {
@@ -140,7 +168,7 @@ bool Output::finish() {
 }
 
 nlohmann::ordered_json failure_json(const Failure& failure) {
-    nlohmann::ordered_json json{{"message", one_line(failure.what())}};
+    nlohmann::ordered_json json{{"message", failure.what()}};
     if (!failure.endpoint().empty()) {
         json["endpoint"] = failure.endpoint();
         json["operation"] = failure.operation();

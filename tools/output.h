@@ -14,6 +14,10 @@ namespace tool {
 
 /// The library prints its dumps with stdio to descriptor 1. This takes a copy of that descriptor
 /// for the tool's own output and leads descriptor 1 to nowhere, or to standard error.
+///
+/// What devices, files and the command line have put into a text or a document goes out printable
+/// here, whoever brings it. A name inside a text of lines is printable() before: its own line ends
+/// could not be told from the others.
 class Output {
 public:
     /// @param json  the command prints one JSON document and no text
@@ -36,7 +40,10 @@ public:
     /// Text for people; swallowed where JSON is wanted.
     void text(std::string_view text);
 
-    /// Text whatever the format, for help and version.
+    /// A line of the terminal in the place of the one that stands there; see is_terminal().
+    void redraw(std::string_view line);
+
+    /// The tool's own text whatever the format, for help and version.
     void plain(std::string_view text);
 
     /// The command's one JSON document; swallowed where text is wanted.

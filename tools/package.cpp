@@ -2,16 +2,20 @@
 // A firmware update package that the library has parsed, for the commands that show or use it.
 #include "tools/package.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <nlohmann/json.hpp>
+#include <memory>
 
 #include "tools/failure.h"
 #include "tools/package_builder.h"
+#include "tools/temporary_file.h"
 #include "tools/text.h"
 
 namespace tool {
@@ -21,23 +25,68 @@ namespace {
 constexpr size_t revision_offset = 16;
 constexpr size_t bitmap_length_offset = 32;
 constexpr size_t fixed_header_size = 36;
-constexpr size_t header_size_max = 0xFFFF;
+
+/// A header has at most 65,535 bytes, and a descriptor that begins in it at most 65,539.
+constexpr size_t front_size_max = 0x20000;
+
+/// Offset and size of a component have 32 bits each: nothing behind this can belong to a package.
+constexpr uint64_t package_size_max = uint64_t{0xFFFFFFFF} * 2;
+
+/// PackageHeaderIdentifier of the later formats, which are laid out in other ways.
+struct HeaderFormat {
+    const char* version;
+    std::array<uint8_t, 16> identifier;
+};
+
+constexpr HeaderFormat later_formats[] = {
+    {"1.1",
+     {0x12, 0x44, 0xD2, 0x64, 0x8D, 0x7D, 0x47, 0x18, 0xA0, 0x30, 0xFC, 0x8A, 0x56, 0x58, 0x7D,
+      0x5A}},
+    {"1.2",
+     {0x31, 0x19, 0xCE, 0x2F, 0xE8, 0x0A, 0x4A, 0x99, 0xAF, 0x6D, 0x46, 0xF8, 0xB1, 0x21, 0xF6,
+      0xBF}},
+    {"1.3",
+     {0x7B, 0x29, 0x1C, 0x99, 0x6D, 0xB6, 0x42, 0x08, 0x80, 0x1B, 0x02, 0x02, 0x6E, 0x46, 0x3C,
+      0x78}},
+};
+
+struct CloseFile {
+    void operator()(FILE* file) const { std::fclose(file); }
+};
+using OpenFile = std::unique_ptr<FILE, CloseFile>;
+
+Failure unusable(const std::string& path, const std::string& why) {
+    return {ExitStatus::input, path + ": " + why};
+}
+
+/// Opens without waiting: a FIFO would have the tool wait for its other end.
+/// @param size  receives the file's size
+OpenFile open_package(const std::string& path, uint64_t& size) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    OpenFile file(descriptor >= 0 ? fdopen(descriptor, "rb") : nullptr);
+    struct stat status;
+    if (file == nullptr || fstat(descriptor, &status) != 0) {
+        throw unusable(path, std::strerror(errno));
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw unusable(path,
+                       S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "this is no regular file");
+    }
+    size = static_cast<uint64_t>(status.st_size);
+    if (size > package_size_max) {
+        throw unusable(path, fmt::format("the file has {} bytes, a package has at most {}", size,
+                                         package_size_max));
+    }
+    return file;
+}
 
 PackageHeader read_header(const std::string& path) {
-    errno = 0;
-    std::ifstream file(path, std::ios::binary | std::ios::ate);
-    const std::streamoff size = file.is_open() ? std::streamoff{file.tellg()} : -1;
-    if (size < 0) {
-        throw Failure(ExitStatus::input, path + ": " + std::strerror(errno));
-    }
-    PackageHeader header{
-        std::vector<uint8_t>(std::min<size_t>(static_cast<size_t>(size), header_size_max)),
-        static_cast<uint64_t>(size)};
-    file.seekg(0);
-    file.read(reinterpret_cast<char*>(header.bytes.data()),
-              static_cast<std::streamsize>(header.bytes.size()));
-    if (!file) {
-        throw Failure(ExitStatus::input, path + ": " + std::strerror(errno));
+    PackageHeader header;
+    const OpenFile file = open_package(path, header.file_size);
+    header.bytes.resize(std::min<uint64_t>(header.file_size, front_size_max));
+    header.bytes.resize(std::fread(header.bytes.data(), 1, header.bytes.size(), file.get()));
+    if (std::ferror(file.get()) != 0) {
+        throw unusable(path, std::strerror(errno));
     }
     return header;
 }
@@ -45,9 +94,18 @@ PackageHeader read_header(const std::string& path) {
 /// Why the library refused a package, in words of its own.
 std::string refusal(const PackageHeader& header) {
     const std::vector<uint8_t>& bytes = header.bytes;
-    if (bytes.size() < package_identifier.size() ||
-        !std::equal(package_identifier.begin(), package_identifier.end(), bytes.begin())) {
-        return "this is no firmware package of header format 1.0";
+    const auto begins_with = [&bytes](const std::array<uint8_t, 16>& identifier) {
+        return bytes.size() >= identifier.size() &&
+               std::equal(identifier.begin(), identifier.end(), bytes.begin());
+    };
+    for (const HeaderFormat& format : later_formats) {
+        if (begins_with(format.identifier)) {
+            return fmt::format("package header format {} ({}) is not supported, only 1.0",
+                               format.version, hex(format.identifier));
+        }
+    }
+    if (!begins_with(package_identifier)) {
+        return "this is no PLDM firmware package";
     }
     if (bytes.size() < fixed_header_size || bytes.size() < header.size()) {
         return "the file ends inside the package header";
@@ -60,12 +118,11 @@ std::string refusal(const PackageHeader& header) {
 
 }  // namespace
 
-uint32_t little_endian(std::span<const uint8_t> bytes) {
-    uint32_t value = 0;
-    for (size_t i = bytes.size(); i > 0; --i) {
-        value = value << 8 | bytes[i - 1];
-    }
-    return value;
+uint32_t PackageHeader::number(size_t offset, size_t width) const {
+    const std::span<const uint8_t> all(bytes);
+    return offset <= all.size() && width <= all.size() - offset
+               ? little_endian(all.subspan(offset, width))
+               : 0;
 }
 
 uint32_t PackageHeader::size() const {
@@ -73,7 +130,7 @@ uint32_t PackageHeader::size() const {
 }
 
 uint8_t PackageHeader::revision() const {
-    return bytes[revision_offset];
+    return static_cast<uint8_t>(number(revision_offset, 1));
 }
 
 uint32_t PackageHeader::bitmap_bits() const {
@@ -81,21 +138,18 @@ uint32_t PackageHeader::bitmap_bits() const {
 }
 
 uint32_t PackageHeader::checksum() const {
-    return CRC32(0, bytes.data(), size() - checksum_size);
-}
-
-std::vector<uint8_t> Descriptor::wire() const {
-    std::vector<uint8_t> bytes{static_cast<uint8_t>(type), static_cast<uint8_t>(type >> 8),
-                               static_cast<uint8_t>(data.size()),
-                               static_cast<uint8_t>(data.size() >> 8)};
-    bytes.insert(bytes.end(), data.begin(), data.end());
-    return bytes;
+    const size_t stated = size();
+    const size_t covered = stated >= checksum_size ? stated - checksum_size : 0;
+    return CRC32(0, bytes.data(), std::min(covered, bytes.size()));
 }
 
 ParsedPackage::ParsedPackage(const std::string& path) : path_(path), header_(read_header(path)) {
-    if (pldm_parse_file(path_.c_str(), &context_) != 0) {
+    const TemporaryFile front(header_.bytes);
+    const bool parsed = pldm_parse_file(front.path().c_str(), &context_) == 0;
+    context_.package_file = path_.c_str();
+    if (!parsed) {
         pldm_free_ctx_resource(&context_);
-        throw Failure(ExitStatus::input, path_ + ": " + refusal(header_));
+        throw unusable(path_, refusal(header_));
     }
 }
 
@@ -133,25 +187,6 @@ Component component_of(const uint8_t* entry) {
 bool is_applicable(const pldm_device_record& record, size_t component) {
     return component < PLDM_APPLICABLE_COMPONENTS_MAX &&
            (record.applicable_components >> component & 1) != 0;
-}
-
-nlohmann::ordered_json descriptors_json(const std::vector<Descriptor>& descriptors) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const Descriptor& descriptor : descriptors) {
-        list.push_back({{"type", fmt::format("0x{:04x}", descriptor.type)},
-                        {"name", show_desc_id_string(descriptor.type)},
-                        {"data", hex(descriptor.data)}});
-    }
-    return list;
-}
-
-std::string descriptors_text(const std::vector<Descriptor>& descriptors, size_t indent) {
-    Table table({{"TYPE"}, {"NAME"}, {"DATA"}});
-    for (const Descriptor& descriptor : descriptors) {
-        table.add({fmt::format("0x{:04x}", descriptor.type), show_desc_id_string(descriptor.type),
-                   hex(descriptor.data)});
-    }
-    return table.text(indent);
 }
 
 }  // namespace tool

@@ -6,38 +6,27 @@
 #include <sideband/pldm_fw_update.h>
 
 #include <cstdint>
-#include <nlohmann/json_fwd.hpp>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "tools/descriptor.h"
+
 namespace tool {
 
-/// A little-endian number of at most four bytes.
-uint32_t little_endian(std::span<const uint8_t> bytes);
-
-/// The front of a package file, up to the largest header there can be.
+/// The front of a package file, as far as a header can reach.
 struct PackageHeader {
     std::vector<uint8_t> bytes;
     uint64_t file_size = 0;
 
-    uint32_t number(size_t offset, size_t width) const {
-        return little_endian(std::span(bytes).subspan(offset, width));
-    }
+    /// 0 where the file ends before.
+    uint32_t number(size_t offset, size_t width) const;
     uint32_t size() const;
     uint8_t revision() const;
     uint32_t bitmap_bits() const;
-    /// Over all of the header but its last four bytes, where the checksum itself is.
+    /// Over all of the header but its last four bytes, where the checksum itself is; as far as the
+    /// file goes.
     uint32_t checksum() const;
-};
-
-/// What identifies a device, in a package or as the device tells it (DSP0267).
-struct Descriptor {
-    uint16_t type = 0;
-    std::vector<uint8_t> data;
-
-    /// As pldm_compare_descriptors() takes it.
-    std::vector<uint8_t> wire() const;
 };
 
 /// A component image information entry.
@@ -52,7 +41,9 @@ struct Component {
     std::string version;
 };
 
-/// A parsed package, released with its scope. Throws Failure for a file that is none.
+/// A parsed package, released with its scope. Throws Failure for a file that is none, and for what
+/// is no regular file. The file is read once: the library parses the same bytes that header() has,
+/// whatever somebody puts in its place meanwhile.
 class ParsedPackage {
 public:
     explicit ParsedPackage(const std::string& path);
@@ -83,10 +74,6 @@ Component component_of(const uint8_t* entry);
 
 /// Whether a record's bitmap marks the package's component of an index.
 bool is_applicable(const pldm_device_record& record, size_t component);
-
-/// Type, name and value, each descriptor an object; see descriptors_text() for people.
-nlohmann::ordered_json descriptors_json(const std::vector<Descriptor>& descriptors);
-std::string descriptors_text(const std::vector<Descriptor>& descriptors, size_t indent = 0);
 
 }  // namespace tool
 

@@ -64,7 +64,7 @@ std::string component_list(const pldm_device_record& record) {
 std::string record_text(const pldm_device_record& record, size_t index) {
     std::string text =
         fmt::format("\nDevice record {}\n  Version       {}\n  Components    {}\n", index,
-                    one_line(record.image_version_string), component_list(record));
+                    printable(record.image_version_string), component_list(record));
     if (record.package_data_len > 0) {
         text += fmt::format("  Package data  {}\n", counted(record.package_data_len, "byte"));
     }
@@ -84,11 +84,11 @@ std::string components_text(const ParsedPackage& package) {
                  {"VERSION"}});
     size_t index = 0;
     for (const Component& one : package.components()) {
-        table.add(
-            {std::to_string(index++), std::to_string(one.classification),
-             std::to_string(one.identifier), fmt::format("0x{:08x}", one.comparison_stamp),
-             fmt::format("0x{:04x}", one.options), fmt::format("0x{:04x}", one.activation_method),
-             std::to_string(one.location_offset), std::to_string(one.size), one_line(one.version)});
+        table.add({std::to_string(index++), std::to_string(one.classification),
+                   std::to_string(one.identifier), fmt::format("0x{:08x}", one.comparison_stamp),
+                   fmt::format("0x{:04x}", one.options),
+                   fmt::format("0x{:04x}", one.activation_method),
+                   std::to_string(one.location_offset), std::to_string(one.size), one.version});
     }
     return "\n" + table.text();
 }
@@ -98,7 +98,7 @@ std::string package_text(const ParsedPackage& package) {
     std::string text = fmt::format(
         "Version   {}\nHeader    {} bytes, format revision {}, checksum 0x{:08x}\n"
         "Contents  {} for {}\n",
-        one_line(package.version()), header.size(), header.revision(), header.checksum(),
+        printable(package.version()), header.size(), header.revision(), header.checksum(),
         counted(package.components().size(), "component"),
         counted(package.records().size(), "device record"));
     for (size_t i = 0; i < package.records().size(); ++i) {

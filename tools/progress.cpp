@@ -87,7 +87,7 @@ void Progress::show(unsigned percent, uint64_t done, uint64_t total) {
         output_.text(fmt::format("{}{:3} %{}\n", indent_, percent, amounts(done, total)));
         return;
     }
-    output_.text("\r" + bar_line(percent, amounts(done, total)) + "\x1b[K");
+    output_.redraw(bar_line(percent, amounts(done, total)));
     open_ = true;
 }
 

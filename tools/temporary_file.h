@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// Files that the demo makes for the library to read.
+// Files that the tool makes for the library to read.
 #ifndef SIDEBAND_TOOLS_TEMPORARY_FILE_H
 #define SIDEBAND_TOOLS_TEMPORARY_FILE_H
 
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -16,29 +16,39 @@
 
 namespace tool {
 
-/// A file that is gone with its scope.
+/// A file in memory, gone with its scope. Nobody else has a name for it, so that it holds at any
+/// time what was put into it.
 class TemporaryFile {
 public:
-    explicit TemporaryFile(const std::vector<uint8_t>& content) {
-        const char* folder = std::getenv("TMPDIR");
-        path_ = std::string(folder != nullptr ? folder : "/tmp") + "/sideband-demo-XXXXXX";
-        const int descriptor = mkstemp(path_.data());
-        if (descriptor < 0) {
-            throw Failure(ExitStatus::failed, path_ + ": no temporary file can be made");
+    explicit TemporaryFile(const std::vector<uint8_t>& content)
+        : descriptor_(memfd_create("sideband", MFD_CLOEXEC)) {
+        if (descriptor_ < 0 || !fill(content)) {
+            const std::string why = std::strerror(errno);
+            close(descriptor_);
+            throw Failure(ExitStatus::failed, "no temporary file can be made: " + why);
         }
-        close(descriptor);
-        std::ofstream(path_, std::ios::binary)
-            .write(reinterpret_cast<const char*>(content.data()),
-                   static_cast<std::streamsize>(content.size()));
     }
-    ~TemporaryFile() { std::remove(path_.c_str()); }
+    ~TemporaryFile() { close(descriptor_); }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    const std::string& path() const { return path_; }
+    /// Opens as any other path, in this process.
+    std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
 
 private:
-    std::string path_;
+    bool fill(const std::vector<uint8_t>& content) const {
+        size_t done = 0;
+        while (done < content.size()) {
+            const ssize_t count = write(descriptor_, content.data() + done, content.size() - done);
+            if (count <= 0) {
+                return false;
+            }
+            done += static_cast<size_t>(count);
+        }
+        return true;
+    }
+
+    int descriptor_;
 };
 
 }  // namespace tool

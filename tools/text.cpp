@@ -47,6 +47,52 @@ void append_utf8(uint32_t point, std::string& text) {
     }
 }
 
+/// The bytes that may follow the lead byte of a UTF-8 character of several bytes (Unicode, table
+/// 3-7): the first of them is narrower where a shorter form, a surrogate or no character would be.
+struct Utf8Shape {
+    uint8_t lead_first;
+    uint8_t lead_last;
+    uint8_t size;
+    uint8_t second_first;
+    uint8_t second_last;
+};
+
+constexpr Utf8Shape utf8_shapes[] = {
+    {0xC2, 0xDF, 2, 0x80, 0xBF}, {0xE0, 0xE0, 3, 0xA0, 0xBF}, {0xE1, 0xEC, 3, 0x80, 0xBF},
+    {0xED, 0xED, 3, 0x80, 0x9F}, {0xEE, 0xEF, 3, 0x80, 0xBF}, {0xF0, 0xF0, 4, 0x90, 0xBF},
+    {0xF1, 0xF3, 4, 0x80, 0xBF}, {0xF4, 0xF4, 4, 0x80, 0x8F},
+};
+
+bool is_in(char c, uint8_t first, uint8_t last) {
+    const auto byte = static_cast<uint8_t>(c);
+    return byte >= first && byte <= last;
+}
+
+/// Bytes of the character in front: one where it is not UTF-8.
+size_t character_size(std::string_view text) {
+    for (const Utf8Shape& shape : utf8_shapes) {
+        if (!is_in(text[0], shape.lead_first, shape.lead_last) || text.size() < shape.size) {
+            continue;
+        }
+        const std::string_view rest = text.substr(2, shape.size - 2U);
+        const bool whole =
+            is_in(text[1], shape.second_first, shape.second_last) &&
+            std::all_of(rest.begin(), rest.end(), [](char c) { return is_in(c, 0x80, 0xBF); });
+        return whole ? shape.size : 1;
+    }
+    return 1;
+}
+
+/// @param character  one byte, or a character in UTF-8
+bool is_control(std::string_view character) {
+    constexpr uint8_t c1_first = 0x80;
+    constexpr uint8_t c1_last = 0x9F;
+    if (character.size() == 1) {
+        return is_in(character[0], 0, 0x1F) || is_in(character[0], 0x7F, c1_last);
+    }
+    return is_in(character[0], 0xC2, 0xC2) && is_in(character[1], c1_first, c1_last);
+}
+
 }  // namespace
 
 std::string hex(std::span<const uint8_t> bytes) {
@@ -133,17 +179,27 @@ std::string one_line(std::string_view text) {
 
 std::string printable(std::string_view text) {
     std::string shown;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const auto byte = static_cast<uint8_t>(text[i]);
-        const uint8_t next = i + 1 < text.size() ? static_cast<uint8_t>(text[i + 1]) : 0;
-        if (byte == 0xC2 && next >= 0x80 && next < 0xA0) {  // C1, in UTF-8
-            shown += '.';
-            ++i;
-        } else {
-            shown += byte < 0x20 || byte == 0x7F ? '.' : text[i];
+    while (!text.empty()) {
+        const std::string_view character = text.substr(0, character_size(text));
+        text.remove_prefix(character.size());
+        if (!is_control(character)) {
+            shown += character;
+            continue;
+        }
+        for (char byte : character) {
+            shown += fmt::format("\\x{:02x}", static_cast<uint8_t>(byte));
         }
     }
     return shown;
+}
+
+std::string printable_lines(std::string_view text) {
+    std::string shown;
+    for (size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+        shown += printable(text.substr(0, end)) + "\n";
+        text.remove_prefix(end + 1);
+    }
+    return shown + printable(text);
 }
 
 std::string utf16_text(std::span<const uint8_t> bytes, bool big_endian) {
@@ -165,8 +221,15 @@ std::string utf16_text(std::span<const uint8_t> bytes, bool big_endian) {
     return text;
 }
 
+Table::Table(std::vector<Column> columns) : columns_(std::move(columns)) {
+    for (Column& column : columns_) {
+        column.title = printable(column.title);
+    }
+}
+
 void Table::add(std::vector<std::string> row) {
     row.resize(columns_.size());
+    std::transform(row.begin(), row.end(), row.begin(), printable);
     rows_.push_back(std::move(row));
 }
 

@@ -36,13 +36,20 @@ std::string counted(size_t count, std::string_view noun);
 /// The text with every run of line ends and blanks made one blank.
 std::string one_line(std::string_view text);
 
-/// Text that came from a device, fit for a terminal: control characters become dots.
+/// Text of a device, a file or the command line, fit for a terminal: each control character (C0,
+/// DEL, C1 as a lone byte and in UTF-8) is shown as \xNN, its bytes in lower-case hex. All else
+/// stays as it is, in UTF-8 and in ISO 8859-1; what has been through this once comes through it
+/// unchanged.
 std::string printable(std::string_view text);
+
+/// As printable(), for text of several lines: their ends stay.
+std::string printable_lines(std::string_view text);
 
 /// UTF-16 as UTF-8. What is no character becomes a question mark.
 std::string utf16_text(std::span<const uint8_t> bytes, bool big_endian);
 
-/// Rows in aligned columns, two blanks apart, under their titles.
+/// Rows in aligned columns, two blanks apart, under their titles. What a cell or a title holds is
+/// made printable here, so that nothing in it can leave its place.
 class Table {
 public:
     struct Column {
@@ -50,7 +57,7 @@ public:
         bool right = false;  ///< aligned to the right, for numbers
     };
 
-    explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
+    explicit Table(std::vector<Column> columns);
     void add(std::vector<std::string> row);
     /// @param indent  blanks before each line
     std::string text(size_t indent = 0) const;

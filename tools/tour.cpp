@@ -23,7 +23,7 @@ double overhead_percent(const BusUse& use) {
 }  // namespace
 
 void Tour::Step::say(std::string_view line) const {
-    output.text(fmt::format("   {}\n", line));
+    output.text(fmt::format("   {}\n", printable(line)));
 }
 
 void Tour::Step::skip(std::string_view why) {
@@ -34,8 +34,8 @@ void Tour::Step::skip(std::string_view why) {
 
 void Tour::step(const std::string& title, const std::string& explanation,
                 const std::string& endpoint, const std::function<void(Step&)>& action) {
-    context_.output.text(
-        fmt::format("\n{}. {} ({})\n   {}\n\n", steps_.size() + 1, title, endpoint, explanation));
+    context_.output.text(fmt::format("\n{}. {} ({})\n   {}\n\n", steps_.size() + 1, title,
+                                     printable(endpoint), explanation));
     Step step{.output = context_.output, .result = {}, .details = {}};
     std::string outcome = "ok";
     try {
@@ -43,7 +43,7 @@ void Tour::step(const std::string& title, const std::string& explanation,
         outcome = step.skipped ? "skipped" : "ok";
     } catch (const Failure& failure) {
         outcome = "failed";
-        step.result = one_line(failure.what());
+        step.result = failure.what();
         step.say("FAILED: " + step.result);
         failures_.push_back(failure);
     }

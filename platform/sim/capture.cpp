@@ -2,6 +2,10 @@
 // A pcapng file of the MCTP packets that pass over the I2C buses and PCIe.
 #include "capture.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -24,6 +28,7 @@ constexpr uint16_t kOptionUserApplication = 4;
 constexpr uint16_t kOptionPacketFlags = 2;
 constexpr uint16_t kOptionTimeResolution = 9;
 constexpr uint16_t kLinkTypeLinuxSll2 = 276;
+constexpr size_t kOptionMax = 0xFFFF;
 
 // The SLL2 header, in network byte order.
 constexpr uint16_t kProtocolMctp = 0x00FA;
@@ -41,6 +46,18 @@ void pad(Bytes& out) {
         out.push_back(0);
 }
 
+/// The front of a text that an option has room for, as its length has 16 bits: cut where a
+/// character begins, which is where no byte of UTF-8 goes on with one.
+std::string_view fitting(std::string_view text) {
+    if (text.size() <= kOptionMax)
+        return text;
+    size_t end = kOptionMax;
+    while (end > 0 && (static_cast<uint8_t>(text[end]) & 0xC0) == 0x80)
+        --end;
+    return text.substr(0, end);
+}
+
+/// @param value  at most kOptionMax bytes
 void option(Bytes& out, uint16_t code, ByteView value) {
     append_le16(out, code);
     append_le16(out, static_cast<uint16_t>(value.size()));
@@ -48,7 +65,8 @@ void option(Bytes& out, uint16_t code, ByteView value) {
     pad(out);
 }
 
-void option(Bytes& out, uint16_t code, std::string_view text) {
+void option(Bytes& out, uint16_t code, std::string_view whole) {
+    const std::string_view text = fitting(whole);
     option(out, code, ByteView(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
 }
 
@@ -100,6 +118,29 @@ Bytes linux_sll2(const Passing& passing) {
     return out;
 }
 
+/// Opens a file to write without waiting: a FIFO that nobody reads would hold the caller. Writing
+/// to what has been opened waits as usual.
+std::FILE* open_for_writing(const std::string& path, std::string& error) {
+    constexpr mode_t kReadWriteForAll = 0666;  // less the umask
+    const int descriptor =
+        open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
+             kReadWriteForAll);
+    struct stat status {};
+    if (descriptor < 0) {
+        const int why = errno;
+        const bool fifo = stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+        error =
+            path + ": " + (why == ENXIO && fifo ? "nobody reads this FIFO" : std::strerror(why));
+        return nullptr;
+    }
+    std::FILE* const file = fcntl(descriptor, F_SETFL, 0) == 0 ? fdopen(descriptor, "wb") : nullptr;
+    if (file == nullptr) {
+        error = path + ": " + std::strerror(errno);
+        close(descriptor);
+    }
+    return file;
+}
+
 std::string comment_of(const Passing& passing) {
     std::string text =
         passing.transport == Transport::pcie
@@ -119,11 +160,9 @@ Capture::~Capture() {
 bool Capture::start(const std::string& path, const std::vector<CaptureBus>& buses,
                     std::string& error) {
     stop();
-    file_ = std::fopen(path.c_str(), "wbe");
-    if (file_ == nullptr) {
-        error = path + ": " + std::strerror(errno);
+    file_ = open_for_writing(path, error);
+    if (file_ == nullptr)
         return false;
-    }
     failed_ = false;
     buses_ = buses;
     block(kSectionHeader, section_header());

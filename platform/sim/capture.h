@@ -41,7 +41,8 @@ class Capture {
 public:
     ~Capture();
 
-    /// Opens the file and describes the buses. @return false with error filled on failure
+    /// Opens the file and describes the buses. A FIFO must have its reader already.
+    /// @return false with error filled on failure
     bool start(const std::string& path, const std::vector<CaptureBus>& buses, std::string& error);
 
     /// Appends a packet; does nothing while no capture runs.

@@ -1,15 +1,45 @@
 // SPDX-License-Identifier: Apache-2.0
 // The capture file, byte by byte.
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <map>
 
 #include "board_test.h"
 
 namespace {
+
+/// A little-endian number.
+size_t number(const std::vector<uint8_t>& data, size_t at, size_t width) {
+    size_t value = 0;
+    for (size_t i = width; i > 0; --i) {
+        value = value << 8 | data.at(at + i - 1);
+    }
+    return value;
+}
+
+/// The options of an enhanced packet block by their codes. They must fill it to its second length.
+std::map<size_t, std::string> options_of(const std::vector<uint8_t>& block) {
+    constexpr size_t captured_length = 20;
+    constexpr size_t packet = 28;
+    const auto padded = [](size_t size) { return (size + 3) / 4 * 4; };
+    std::map<size_t, std::string> options;
+    size_t at = packet + padded(number(block, captured_length, 4));
+    while (number(block, at, 2) != 0) {
+        const size_t length = number(block, at + 2, 2);
+        const auto value = block.begin() + static_cast<std::ptrdiff_t>(at + 4);
+        options[number(block, at, 2)].assign(value, value + static_cast<std::ptrdiff_t>(length));
+        at += 4 + padded(length);
+    }
+    EXPECT_EQ(at + 8, block.size());
+    EXPECT_EQ(number(block, at + 4, 4), block.size());
+    return options;
+}
 
 class CaptureFile : public BoardTest {
 protected:
@@ -42,7 +72,7 @@ protected:
         std::vector<std::string> out;
         size_t at = 0;
         while (at + 12 <= all.size()) {
-            const size_t length = all[at + 4] | all[at + 5] << 8;
+            const size_t length = number(all, at + 4, 4);
             if (length < 12 || at + length > all.size())
                 break;
             out.push_back(hex({all.begin() + static_cast<std::ptrdiff_t>(at),
@@ -156,6 +186,70 @@ TEST_F(CaptureFile, PcieHasAnInterfaceOfItsOwnAndTheFunctionsAddress) {
                           "01 08 14 c3 01 00 00 02 00 05"),
               std::string::npos)
         << all[4];
+}
+
+TEST_F(CaptureFile, ANameThatIsTooLongForACommentIsCutWhereACharacterBegins) {
+    constexpr size_t most = 65535;
+    const std::string front = "bus 3, address 0x64 (";
+    // Three bytes a character: the comment would be cut behind the first, the second, the third.
+    for (const size_t shift : {0, 1, 2}) {
+        std::string name(shift, 'n');
+        while (name.size() < 70000) {
+            name += "\u20ac";
+        }
+        open(R"({"name": "t", "buses": [{"bus": 3}], "devices": [{"name": ")" + name +
+             R"(", "type": "pldm", "bus": 3, "address": "0x64", "eid": 9, "response_us": 0}]})");
+        start();
+        EXPECT_EQ(exchange(3, 0x64, "01 00 08 c9 00 80 02"), "01 08 09 c1 00 00 02 00 09 02 00");
+        EXPECT_TRUE(board->stop_capture());
+        const std::vector<std::string> all = blocks();
+        ASSERT_EQ(all.size(), 4u);
+        for (const size_t packet : {2, 3}) {
+            const std::map<size_t, std::string> options = options_of(bytes(all[packet]));
+            ASSERT_EQ(options.count(1), 1u);
+            const std::string& comment = options.at(1);
+            const size_t whole = front.size() + shift + (most - front.size() - shift) / 3 * 3;
+            EXPECT_EQ(comment.size(), whole);
+            EXPECT_EQ(comment, (front + name).substr(0, whole));
+            EXPECT_EQ(options.at(2).size(), 4u);
+        }
+    }
+}
+
+TEST_F(CaptureFile, ANameThatJustFitsIsWhole) {
+    const std::string front = "bus 3, address 0x64 (";
+    const std::string behind = "), device to BMC";
+    const std::string name(65535 - front.size() - behind.size(), 'n');
+    open(R"({"name": "t", "buses": [{"bus": 3}], "devices": [{"name": ")" + name +
+         R"(", "type": "pldm", "bus": 3, "address": "0x64", "eid": 9, "response_us": 0}]})");
+    start();
+    exchange(3, 0x64, "01 00 08 c9 00 80 02");
+    EXPECT_TRUE(board->stop_capture());
+    ASSERT_EQ(blocks().size(), 4u);
+    EXPECT_EQ(options_of(bytes(blocks()[3])).at(1), front + name + behind);
+    EXPECT_EQ(options_of(bytes(blocks()[2])).at(1), front + name + "), BMC to device");
+}
+
+TEST_F(CaptureFile, AFifoNeedsItsReaderFirst) {
+    std::remove(path.c_str());
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    std::string error;
+    // Opening it in the ordinary way would wait here: then this ends the test.
+    alarm(20);
+    EXPECT_FALSE(board->start_capture(path, error));
+    EXPECT_EQ(error, path + ": nobody reads this FIFO");
+    const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    EXPECT_TRUE(board->start_capture(path, error)) << error;
+    exchange(3, 0x64, "01 00 08 c9 00 80 02");
+    EXPECT_TRUE(board->stop_capture());
+    alarm(0);
+    std::vector<uint8_t> captured(4096);
+    const ssize_t count = ::read(reader, captured.data(), captured.size());
+    close(reader);
+    ASSERT_GT(count, 4);
+    captured.resize(4);
+    EXPECT_EQ(hex(captured), "0a 0d 0d 0a");
 }
 
 TEST_F(CaptureFile, TwoRunsGiveTheSameFile) {

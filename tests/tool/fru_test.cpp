@@ -43,7 +43,7 @@ const char* const table_text =
     "  1  General  SKU               0x1b5b324a\n"
     "  1  General  field 40          ?\n"
     "  2  OEM      Vendor IANA       1\n"
-    "  2  OEM      field 2           B\u00e94.\n";
+    "  2  OEM      field 2           B\u00e94\\x00\n";
 
 TEST(Fru, ShowsTheFieldsOfAllRecordsReadably) {
     const Outcome fru = run_on_table(records, {"pldm", "fru", "nic0"});
@@ -141,6 +141,22 @@ TEST(HostileFru, ZerosBehindTheLastRecordAreNothing) {
               "  1  General  Model  AB\n");
     expect_error(run_on_bytes("0000000000000000", "08000000"), 1,
                  "sideband-sim: pldm fru: rec0: GetFRURecordTable failed: the table is empty");
+}
+
+TEST(HostileFru, ControlCharactersInATextAreShownInHex) {
+    const std::string table = R"("records": [{"set": 1, "fields": [
+        {"type": "model", "hex": "4556494c1b5b33316d0a6f6b"},
+        {"type": "version", "hex": "419b42"}]},
+        {"set": 2, "encoding": 2, "fields": [{"type": "model", "hex": "c3a9c29b41"}]}])";
+    const Outcome fru = run_on_table(table, {"pldm", "fru", "nic0"});
+    EXPECT_EQ(fru.status, 0) << fru.err;
+    EXPECT_EQ(fru.out,
+              "SET  RECORD   FIELD    VALUE\n"
+              "  1  General  Model    EVIL\\x1b[31m\\x0aok\n"
+              "  1  General  Version  0x419b42\n"
+              "  2  General  Model    \u00e9\\xc2\\x9bA\n");
+    const Json document = one_document(run_on_table(table, {"pldm", "fru", "nic0", "--json"}).out);
+    EXPECT_EQ(document["fru_records"][0]["fru_fields"][0]["text"], "EVIL\\x1b[31m\\x0aok");
 }
 
 TEST(HostileFru, ADateThatIsNoneIsShownInHex) {

@@ -24,9 +24,9 @@ TEST(FwInfo, ShowsDescriptorsVersionsAndComponents) {
                   "Pending version  1.0.9\n"
                   "Capabilities     0x00000002\n"
                   "\n"
-                  "TYPE    NAME           DATA\n"
-                  "0x0000  PCI Vendor ID  b315\n"
-                  "0x0100  PCI Device ID  1d10\n"
+                  "TYPE    NAME           VALUE   DATA\n"
+                  "0x0000  PCI Vendor ID  0x15b3  b315\n"
+                  "0x0100  PCI Device ID  0x101d  1d10\n"
                   "\n"
                   "CLASS  ID  INDEX  ACTIVE  STAMP       PENDING   STAMP       CAPABILITIES  "
                   "ACTIVATION\n"
@@ -41,8 +41,10 @@ TEST(FwInfo, GivesProgramsTheFieldsOfTheStandard) {
     EXPECT_EQ(info.err, "");
     const char* const wanted = R"json({
         "endpoint": "nic0",
-        "descriptors": [{"type": "0x0000", "name": "PCI Vendor ID", "data": "b315"},
-                        {"type": "0x0100", "name": "PCI Device ID", "data": "1d10"}],
+        "descriptors": [{"type": "0x0000", "name": "PCI Vendor ID", "data": "b315",
+                         "value": "0x15b3"},
+                        {"type": "0x0100", "name": "PCI Device ID", "data": "1d10",
+                         "value": "0x101d"}],
         "capabilities_during_update": "0x00000002",
         "active_component_image_set_version": "1.0.0",
         "pending_component_image_set_version": "",

@@ -202,7 +202,7 @@ TEST(FwUpdate, ABadFileIsRefusedBeforeTheDeviceIsAsked) {
         std::string content;
         const char* why;
     } cases[] = {
-        {"", "this is no firmware package of header format 1.0"},
+        {"", "this is no PLDM firmware package"},
         {good.substr(0, 60), "the file ends inside the package header"},
         {good.substr(0, 40) + "?" + good.substr(41), "the header checksum is wrong"},
         {file_of(nobody), "the package is for no device"},

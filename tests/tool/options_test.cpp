@@ -1,14 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of the options that every command takes.
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "tool_runner.h"
 
 namespace {
 
 using tool_test::contains;
+using tool_test::expect_error;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::OwnBoard;
 using tool_test::run_tool;
+using tool_test::run_tool_for;
 using tool_test::TemporaryFile;
 using Strings = std::vector<std::string>;
 
@@ -116,6 +121,17 @@ TEST_F(OwnBoard, CaptureIsKeptWhereTheCommandFails) {
     const Outcome captured = run({"pldm", "info", "rec0", "--capture", capture.path()});
     EXPECT_EQ(captured.status, 1);
     EXPECT_TRUE(contains(capture.content(), std::string("\x01\x00\x00\x02\x01", 5)));
+}
+
+TEST_F(OwnBoard, CaptureDoesNotWaitForSomebodyToReadAFifo) {
+    const TemporaryFile place("");
+    const std::string fifo = place.path() + "-fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    expect_error(
+        run_tool_for({"--board", board_.path(), "mctp", "eid", "rec0", "--capture", fifo}, 20), 1,
+        "sideband-sim: mctp eid: the capture cannot be written: " + fifo +
+            ": nobody reads this FIFO");
+    unlink(fifo.c_str());
 }
 
 }  // namespace

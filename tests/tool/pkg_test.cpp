@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of pkg show: text, JSON, packages of other makers, files that are no good packages.
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -8,6 +11,7 @@
 #include <map>
 
 #include "tool_runner.h"
+#include "tools/descriptor.h"
 #include "tools/package_builder.h"
 
 namespace {
@@ -18,6 +22,7 @@ using tool_test::expect_error;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::run_tool;
+using tool_test::run_tool_for;
 using tool_test::TemporaryFile;
 using Json = nlohmann::ordered_json;
 
@@ -60,9 +65,9 @@ TEST(PkgShow, PrintsWhatThePackageHolds) {
               "  Version       set 1.2.0\n"
               "  Components    0, 1\n"
               "  Package data  2 bytes\n"
-              "  TYPE    NAME           DATA\n"
-              "  0x0000  PCI Vendor ID  b315\n"
-              "  0x0002  Unknown ID     0aff\n"
+              "  TYPE    NAME           VALUE   DATA\n"
+              "  0x0000  PCI Vendor ID  0x15b3  b315\n"
+              "  0x0002  UUID           -       0aff\n"
               "\n"
               "Device record 1\n"
               "  Version       any\n"
@@ -85,8 +90,9 @@ TEST(PkgShow, PrintsTheSameAsJson) {
         "records": [
           {"record_length": 35, "applicable_components": "0x00000003",
            "image_set_version": "set 1.2.0", "package_data": "01ab",
-           "descriptors": [{"type": "0x0000", "name": "PCI Vendor ID", "data": "b315"},
-                           {"type": "0x0002", "name": "Unknown ID", "data": "0aff"}]},
+           "descriptors": [{"type": "0x0000", "name": "PCI Vendor ID", "data": "b315",
+                            "value": "0x15b3"},
+                           {"type": "0x0002", "name": "UUID", "data": "0aff"}]},
           {"record_length": 15, "applicable_components": "0x00000000",
            "image_set_version": "any", "package_data": "", "descriptors": []}],
         "components": [
@@ -110,9 +116,41 @@ TEST(PkgShow, KeepsVersionsThatAreNoTextOnOneLine) {
     Package package = sample();
     package.version = "a\nb\xFF";
     const TemporaryFile file(file_of(package));
-    EXPECT_TRUE(run_tool({"pkg", "show", file.path()}).out.starts_with("Version   a b\xFF\n"));
+    EXPECT_TRUE(run_tool({"pkg", "show", file.path()}).out.starts_with("Version   a\\x0ab\xFF\n"));
     EXPECT_EQ(one_document(run_tool({"pkg", "show", file.path(), "--json"}).out)["version"],
-              "a\nb\xEF\xBF\xBD");
+              "a\\x0ab\xEF\xBF\xBD");
+}
+
+/// Sees how often a file is opened while it lives.
+class OpenWatch {
+public:
+    explicit OpenWatch(const std::string& path) : descriptor_(inotify_init1(IN_NONBLOCK)) {
+        EXPECT_GE(inotify_add_watch(descriptor_, path.c_str(), IN_OPEN | IN_ACCESS | IN_CLOSE), 0);
+    }
+    ~OpenWatch() { close(descriptor_); }
+    OpenWatch(const OpenWatch&) = delete;
+    OpenWatch& operator=(const OpenWatch&) = delete;
+
+    /// Like events in a row count as one; what is done with the file between two openings parts
+    /// them.
+    size_t opened() const {
+        size_t count = 0;
+        inotify_event event{};
+        while (read(descriptor_, &event, sizeof event) == static_cast<ssize_t>(sizeof event)) {
+            count += (event.mask & IN_OPEN) != 0 ? 1 : 0;
+        }
+        return count;
+    }
+
+private:
+    int descriptor_;
+};
+
+TEST(PkgShow, ReadsItsFileOnceSoThatNobodyCanSwapItInBetween) {
+    const TemporaryFile file(file_of(sample()));
+    const OpenWatch watch(file.path());
+    EXPECT_EQ(run_tool({"pkg", "show", file.path()}).status, 0);
+    EXPECT_EQ(watch.opened(), 1U);
 }
 
 TEST(PkgShow, NotesAComponentThatIsNotWhollyThere) {
@@ -134,9 +172,9 @@ TEST(BadPackage, EndsWithThreeAndOneLine) {
     contradicting.records[0].descriptor_count = 255;
     const std::string good = file_of(sample());
     const std::pair<std::string, const char*> cases[] = {
-        {file_of(other), "this is no firmware package of header format 1.0"},
-        {"", "this is no firmware package of header format 1.0"},
-        {"{}", "this is no firmware package of header format 1.0"},
+        {file_of(other), "this is no PLDM firmware package"},
+        {"", "this is no PLDM firmware package"},
+        {"{}", "this is no PLDM firmware package"},
         {good.substr(0, 20), "the file ends inside the package header"},
         {good.substr(0, 154), "the file ends inside the package header"},
         {file_of(unsealed), "the header checksum is wrong"},
@@ -157,6 +195,71 @@ TEST(BadPackage, MayNotBeThereOrNoFile) {
     expect_error(run_tool({"pkg", "show", "/nonexistent/x"}), 3,
                  "sideband-sim: pkg show: /nonexistent/x: No such file or directory");
     expect_error(run_tool({"pkg", "show", "/"}), 3, "sideband-sim: pkg show: /: Is a directory");
+}
+
+TEST(BadPackage, IsNoFifoAndNoDevice) {
+    const TemporaryFile place("");
+    const std::string fifo = place.path() + "-fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (const std::string& path : {fifo, std::string("/dev/zero"), std::string("/dev/null")}) {
+        expect_error(run_tool_for({"pkg", "show", path}, 20), 3,
+                     "sideband-sim: pkg show: " + path + ": this is no regular file");
+        EXPECT_EQ(run_tool_for({"pldm", "fw-update", "nic0", path}, 20).status, 3);
+    }
+    unlink(fifo.c_str());
+}
+
+TEST(BadPackage, HasALargestSize) {
+    const TemporaryFile file(file_of(sample()));
+    constexpr off_t most = off_t{0xFFFFFFFF} * 2;
+    if (truncate(file.path().c_str(), most + 1) != 0) {
+        GTEST_SKIP() << "no file of this size can be made";
+    }
+    expect_error(run_tool({"pkg", "show", file.path()}), 3,
+                 "sideband-sim: pkg show: " + file.path() +
+                     ": the file has 8589934591 bytes, a package has at most 8589934590");
+    ASSERT_EQ(truncate(file.path().c_str(), most), 0);
+    EXPECT_EQ(run_tool({"pkg", "show", file.path()}).status, 0);
+}
+
+TEST(BadPackage, OfALaterFormatIsRefusedByNamingTheFormat) {
+    const std::pair<std::string, const char*> formats[] = {
+        {"1244d2648d7d4718a030fc8a56587d5a", "1.1"},
+        {"3119ce2fe80a4a99af6d46f8b121f6bf", "1.2"},
+        {"7b291c996db64208801b02026e463c78", "1.3"}};
+    for (const auto& [identifier, version] : formats) {
+        Package package = sample();
+        for (size_t i = 0; i < package.identifier.size(); ++i) {
+            package.identifier[i] =
+                static_cast<uint8_t>(std::stoul(identifier.substr(2 * i, 2), nullptr, 16));
+        }
+        const std::string content = file_of(package);
+        for (const size_t size : {content.size(), size_t{16}}) {
+            const TemporaryFile file(content.substr(0, size));
+            expect_error(run_tool({"pkg", "show", file.path()}), 3,
+                         "sideband-sim: pkg show: " + file.path() + ": package header format " +
+                             version + " (" + identifier + ") is not supported, only 1.0");
+        }
+    }
+}
+
+TEST(BadPackage, CutAnywhereInItsHeaderIsRefused) {
+    tool::PackageLayout layout;
+    const std::string good = text_of(tool::build_package(sample(), &layout));
+    std::vector<size_t> ends{1, 15, 16, 18, 19, 35, 36, layout.checksum, layout.checksum + 3};
+    for (const size_t at : {layout.record_count, layout.records[0], layout.records[1],
+                            layout.component_count, layout.components[0], layout.components[1]}) {
+        ends.insert(ends.end(), {at, at + 1, at + 5});
+    }
+    for (const size_t end : ends) {
+        const TemporaryFile file(good.substr(0, end));
+        const Outcome cut = run_tool({"pkg", "show", file.path()});
+        EXPECT_EQ(cut.status, 3) << end;
+        EXPECT_EQ(cut.err, "sideband-sim: pkg show: " + file.path() + ": " +
+                               (end < 16 ? "this is no PLDM firmware package\n"
+                                         : "the file ends inside the package header\n"))
+            << end;
+    }
 }
 
 TEST(BadPackage, MustBeNamed) {
@@ -184,31 +287,46 @@ std::string number(const char* format, const Json& value) {
     return text;
 }
 
-/// Names of the descriptor types as the library has them, by those of the sidecars.
+/// Names of the descriptor types as the standard has them, by those of the sidecars.
 std::string descriptor_name(const std::string& name) {
     static const std::map<std::string, std::string> names{
         {"pci_vendor_id", "PCI Vendor ID"},
         {"iana_enterprise_id", "IANA Enterprise ID"},
-        {"uuid", "Unknown ID"},
-        {"pnp_vendor_id", "Pnp Vendor ID"},
+        {"uuid", "UUID"},
+        {"pnp_vendor_id", "PnP Vendor ID"},
         {"acpi_vendor_id", "ACPI Vendor ID"},
         {"pci_device_id", "PCI Device ID"},
-        {"pci_subsystem_vendor_id", "PCI SubSystem Vendor ID"},
+        {"pci_subsystem_vendor_id", "PCI Subsystem Vendor ID"},
         {"pci_subsystem_id", "PCI Subsystem ID"},
-        {"acpi_product_id", "ACPI Product Identifer"},
-        {"ascii_model_number_long", "Unknown ID"},
+        {"acpi_product_id", "ACPI Product Identifier"},
+        {"ascii_model_number_long", "ASCII Model Number (Long String)"},
         {"vendor_defined", "Vendor Defined"}};
     const auto found = names.find(name);
     EXPECT_NE(found, names.end()) << name;
     return found == names.end() ? "" : found->second;
 }
 
+/// A descriptor as it is shown; what its value is made of is tested apart.
+Json descriptor_of(const Json& decoded) {
+    Json descriptor{{"type", number("0x%04x", decoded["type"])},
+                    {"name", descriptor_name(decoded["name"])},
+                    {"data", decoded["data_hex"]}};
+    std::vector<uint8_t> data;
+    const std::string digits = decoded["data_hex"];
+    for (size_t i = 0; i < digits.size(); i += 2) {
+        data.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    }
+    const std::string value = tool::descriptor_value({decoded["type"].get<uint16_t>(), data});
+    if (!value.empty()) {
+        descriptor["value"] = value;
+    }
+    return descriptor;
+}
+
 Json record_of(const Json& decoded) {
     Json descriptors = Json::array();
     for (const Json& descriptor : decoded["descriptors"]) {
-        descriptors.push_back({{"type", number("0x%04x", descriptor["type"])},
-                               {"name", descriptor_name(descriptor["name"])},
-                               {"data", descriptor["data_hex"]}});
+        descriptors.push_back(descriptor_of(descriptor));
     }
     uint32_t applicable = 0;
     for (unsigned component : decoded["applicable_components"]) {

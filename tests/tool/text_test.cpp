@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tool_runner.h"
+
 namespace {
 
 using Bytes = std::vector<uint8_t>;
@@ -60,9 +62,62 @@ TEST(OneLine, MakesEveryRunOfBlanksAndLineEndsOneBlank) {
     EXPECT_EQ(tool::one_line(""), "");
 }
 
-TEST(Printable, PutsDotsForControlCharacters) {
-    EXPECT_EQ(tool::printable("a\x1b[2J\x7f\n"), "a.[2J..");
-    EXPECT_EQ(tool::printable("\u009b1m \u00b0C"), ".1m \u00b0C");
+TEST(Printable, ShowsControlCharactersInHex) {
+    EXPECT_EQ(tool::printable("a\x1b[2J\x7f\n\t"), "a\\x1b[2J\\x7f\\x0a\\x09");
+    EXPECT_EQ(tool::printable(std::string("a\0b", 3)), "a\\x00b");
+    EXPECT_EQ(tool::printable("\x9b"
+                              "1m"),
+              "\\x9b1m");
+    EXPECT_EQ(tool::printable("\u009b1m\u0080\u009f"), "\\xc2\\x9b1m\\xc2\\x80\\xc2\\x9f");
+}
+
+TEST(Printable, LeavesWhatIsPrintableInUtf8AndLatin1) {
+    for (const char* text : {"", "plain ~", "\u00a0\u00b0C", "\u20ac\u2e9b", "\U0001f600",
+                             "\xb0"
+                             "C",
+                             "\xe9t\xe9", "a\\x1b"}) {
+        EXPECT_EQ(tool::printable(text), text);
+    }
+}
+
+TEST(Printable, TakesBytesThatAreNoWholeCharacterOneByOne) {
+    EXPECT_EQ(tool::printable("\xe2\x82"), "\xe2\\x82");
+    EXPECT_EQ(tool::printable("\xc2"), "\xc2");
+    EXPECT_EQ(tool::printable("\xc1\x9b"), "\xc1\\x9b");
+    // Longer forms of U+009B, a surrogate, and a number behind the last character.
+    EXPECT_EQ(tool::printable("\xe0\x82\x9b"), "\xe0\\x82\\x9b");
+    EXPECT_EQ(tool::printable("\xf0\x80\x82\x9b"), "\xf0\\x80\\x82\\x9b");
+    EXPECT_EQ(tool::printable("\xed\xa0\x9b"), "\xed\xa0\\x9b");
+    EXPECT_EQ(tool::printable("\xf4\x90\x80\x80"), "\xf4\\x90\\x80\\x80");
+}
+
+/// All texts of some bytes, of every kind that UTF-8 knows.
+template <typename Take>
+void for_all_texts(size_t length, const std::string& front, Take take) {
+    take(front);
+    if (length == 0) {
+        return;
+    }
+    for (const char* byte : {"\x1b", "A", "\x7f", "\x80", "\x9b", "\xa0", "\xc1", "\xc2", "\xc3",
+                             "\xe0", "\xe1", "\xed", "\xf0", "\xf4", "\xff"}) {
+        for_all_texts(length - 1, front + byte, take);
+    }
+}
+
+TEST(Printable, LeavesNothingThatATerminalWouldObeyAndIsTheSameTwice) {
+    for_all_texts(4, "", [](const std::string& text) {
+        const std::string shown = tool::printable(text);
+        EXPECT_FALSE(tool_test::has_control(shown)) << tool::hex(Bytes(text.begin(), text.end()));
+        EXPECT_EQ(tool::printable(shown), shown);
+    });
+}
+
+TEST(PrintableLines, KeepsTheLineEndsAlone) {
+    EXPECT_EQ(tool::printable_lines("a\x1b\n\n\tb"), "a\\x1b\n\n\\x09b");
+    EXPECT_EQ(tool::printable_lines("\n"), "\n");
+    EXPECT_EQ(tool::printable_lines(""), "");
+    // A character does not go on in the next line.
+    EXPECT_EQ(tool::printable_lines("\xe2\n\x82\x9b"), "\xe2\n\\x82\\x9b");
 }
 
 TEST(Utf16Text, BecomesUtf8InEitherByteOrder) {
@@ -82,6 +137,12 @@ TEST(Table, AlignsNumbersRightAndTextLeftWithoutTrailingBlanks) {
     table.add({"1", "a", "x"});
     table.add({"100", "long one"});
     EXPECT_EQ(table.text(), "  N  NAME      LAST\n  1  a         x\n100  long one\n");
+}
+
+TEST(Table, KeepsWhatItHoldsInItsPlace) {
+    tool::Table table({{"N\n"}, {"B"}});
+    table.add({"a\nb", "\x1b[2J"});
+    EXPECT_EQ(table.text(), "N\\x0a   B\na\\x0ab  \\x1b[2J\n");
 }
 
 TEST(Table, CountsCharactersNotBytesAndIndents) {

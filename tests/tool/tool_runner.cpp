@@ -130,6 +130,21 @@ public:
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
 
+    /// As wait(), but kills it where it takes longer.
+    int wait_for(unsigned seconds) const {
+        constexpr unsigned naps_a_second = 50;
+        for (unsigned i = 0; i < seconds * naps_a_second; ++i) {
+            siginfo_t ended{};
+            if (waitid(P_PID, static_cast<id_t>(id_), &ended, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+                ended.si_pid == id_) {
+                return wait();
+            }
+            usleep(1000000 / naps_a_second);
+        }
+        kill(SIGKILL);
+        return wait();
+    }
+
     void kill(int signal) const { ::kill(id_, signal); }
 
 private:
@@ -176,6 +191,14 @@ Outcome run_tool(const std::vector<std::string>& arguments, const char* out_path
                       out_path == nullptr ? dup(out.descriptor()) : open(out_path, O_WRONLY),
                       err.descriptor());
     const int status = child.wait();
+    return {.status = status, .out = out.text(), .err = err.text()};
+}
+
+Outcome run_tool_for(const std::vector<std::string>& arguments, unsigned seconds) {
+    const Sink out;
+    const Sink err;
+    const Child child(arguments, dup(out.descriptor()), err.descriptor());
+    const int status = child.wait_for(seconds);
     return {.status = status, .out = out.text(), .err = err.text()};
 }
 
@@ -237,6 +260,30 @@ nlohmann::ordered_json one_document(const std::string& text) {
 
 bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
+}
+
+bool has_control(const std::string& text) {
+    for (size_t at = 0; at < text.size();) {
+        const auto lead = static_cast<uint8_t>(text[at]);
+        size_t size = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+        uint32_t point = size == 1 ? lead : lead & (0xFFU >> (size + 1));
+        for (size_t i = 1; i < size; ++i) {
+            const auto byte =
+                at + i < text.size() ? static_cast<uint8_t>(text[at + i]) : uint8_t{0};
+            point = (byte & 0xC0) == 0x80 ? point << 6 | (byte & 0x3FU) : 0xFFFFFFFF;
+        }
+        constexpr uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
+        const bool whole = point >= least[size] && point <= 0x10FFFF && point >> 11 != 0xD800 >> 11;
+        if (!whole) {
+            size = 1;
+            point = lead;
+        }
+        if ((point < 0x20 && point != '\n') || (point >= 0x7F && point < 0xA0)) {
+            return true;
+        }
+        at += size;
+    }
+    return false;
 }
 
 void expect_text(const Outcome& run, const std::string& text) {

@@ -22,6 +22,9 @@ struct Outcome {
 /// @param out  where its standard output goes instead of into the result; null for the result
 Outcome run_tool(const std::vector<std::string>& arguments, const char* out = nullptr);
 
+/// Runs the tool and ends it where it takes longer, which is then its outcome.
+Outcome run_tool_for(const std::vector<std::string>& arguments, unsigned seconds);
+
 /// Runs the tool and sends it a signal as soon as a text has appeared on its standard output.
 Outcome run_tool_until(const std::vector<std::string>& arguments, const std::string& text,
                        int signal);
@@ -37,6 +40,10 @@ nlohmann::ordered_json one_document(const std::string& text);
 
 /// Whether a text has another one in it.
 bool contains(const std::string& text, const std::string& part);
+
+/// Whether a text has a character that a terminal obeys, other than the end of a line: a byte below
+/// 0x20 or 0x7f, C1 in UTF-8, a byte from 0x80 to 0x9f that is no part of a character in UTF-8.
+bool has_control(const std::string& text);
 
 /// Expects a run that succeeded with this on standard output, and with nothing on standard error.
 void expect_text(const Outcome& run, const std::string& text);
