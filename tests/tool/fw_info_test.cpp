@@ -91,7 +91,7 @@ TEST(FwInfo, ShowsWideVersionsAndNoControlCharacters) {
     EXPECT_EQ(info.status, 0) << info.err;
     EXPECT_TRUE(contains(info.out, "Active version   A1B\n")) << info.out;
     EXPECT_TRUE(contains(info.out, "VL")) << info.out;
-    EXPECT_TRUE(contains(info.out, ".[M")) << info.out;
+    EXPECT_TRUE(contains(info.out, "  \\x1b[M  ")) << info.out;
     EXPECT_FALSE(contains(info.out, "\x1b")) << info.out;
     EXPECT_TRUE(contains(info.out, "automatic\n")) << info.out;
 }

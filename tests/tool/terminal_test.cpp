@@ -28,7 +28,7 @@ std::string hostile_board() {
     card["sensors"] = Json::parse(R"([
         {"kind": "numeric", "id": 1, "name": "in\u001b[2J\nforged: sensor", "unit": "C\u009b1m",
          "waveform": {"shape": "constant", "value": 1}},
-        {"kind": "state", "id": 2, "name": "st\u0007ate\r", "state_set": 1, "states": [1]}])");
+        {"kind": "state", "id": 2, "name": "st\u0007ate\r", "composites": [{"state_set": 1, "states": [1]}]}])");
     card["firmware"]["active"] = "1.0\x1b[5m\nforged: version";
     card["firmware"]["components"][0]["active"]["text"] = "fw\u009b5m";
     card["fru"] = Json::parse(R"({"records": [{"set": 1, "encoding": 2, "fields": [
@@ -70,6 +70,7 @@ private:
 
 TEST_F(HostileBoard, NoCommandObeysAName) {
     for (const std::string& name : {nic, gpu}) {
+        EXPECT_EQ(run({"mctp", "eid", name}).status, 0);
         for (std::vector<std::string> command :
              {std::vector<std::string>{"mctp", "eid", name},
               {"mctp", "routes", name},
