@@ -76,6 +76,7 @@ TEST_F(HostileBoard, NoCommandObeysAName) {
               {"mctp", "routes", name},
               {"raw", name, "pldm", "800002"},
               {"pldm", "info", name},
+              {"pldm", "info", name, "--verbose"},
               {"pldm", "sensors", name},
               {"pldm", "sensors", name, "77"},
               {"pldm", "pdr", "show", name},
