@@ -83,7 +83,7 @@ OpenFile open_package(const std::string& path, uint64_t& size) {
 PackageHeader read_header(const std::string& path) {
     PackageHeader header;
     const OpenFile file = open_package(path, header.file_size);
-    header.bytes.resize(std::min<uint64_t>(header.file_size, front_size_max));
+    header.bytes.resize(static_cast<size_t>(std::min<uint64_t>(header.file_size, front_size_max)));
     header.bytes.resize(std::fread(header.bytes.data(), 1, header.bytes.size(), file.get()));
     if (std::ferror(file.get()) != 0) {
         throw unusable(path, std::strerror(errno));
