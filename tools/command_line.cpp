@@ -23,7 +23,8 @@ void add_options(CLI::App& app, CommandLine& line) {
     app.add_flag("--json", line.json, "one JSON document on standard output, nothing else");
     app.add_option("--capture", line.capture, "write what passes over the buses as pcapng")
         ->type_name("FILE");
-    app.add_flag("--verbose", line.verbose, "the library's own dumps and log on standard error");
+    app.add_flag("--verbose", line.verbose,
+                 "every packet, and the library's own dumps and log, on standard error");
     app.set_version_flag("--version", std::string(Port::program_name()) + " " + SIDEBAND_VERSION);
     app.footer(footer);
 }

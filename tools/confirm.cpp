@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "tools/failure.h"
+#include "tools/interrupt.h"
 #include "tools/text.h"
 
 namespace tool {
@@ -20,6 +21,8 @@ void confirm(const Output& output, bool yes, const std::string& what) {
     }
     // Not on standard output: that may be a file.
     std::cerr << printable(what) << ". Go on? [y/N] " << std::flush;
+    // A read begins anew after a signal, this wait does not.
+    SignalWatch::wait_for_input(STDIN_FILENO);
     std::string answer;
     std::getline(std::cin, answer);
     if (answer != "y" && answer != "Y" && answer != "yes") {

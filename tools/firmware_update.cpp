@@ -192,6 +192,8 @@ void FirmwareUpdate::note_exchange(const uint8_t* request, int32_t result,
             record_.refusal.emplace(UpdateRecord::Refusal{command, {}});
             if (answered) {
                 record_.refusal->code = code;
+            } else {
+                record_.refusal->silence = silence();
             }
             record_.component = command == update_component ? record_.current : std::nullopt;
         }

@@ -25,6 +25,7 @@ struct UpdateRecord {
     struct Refusal {
         uint8_t command = 0;
         std::optional<uint8_t> code;  ///< completion code; none where no answer came
+        std::string silence = {};     ///< why none came
     };
 
     bool exchanged = false;           ///< any request was sent

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command-line tool: opens the board, runs the command, ends with the exit status.
 #include <algorithm>
+#include <csignal>
 #include <exception>
 #include <string_view>
 
 #include "tools/command_line.h"
+#include "tools/interrupt.h"
 #include "tools/text.h"
+#include "tools/wire_watch.h"
 
 namespace tool {
 namespace {
@@ -16,19 +19,29 @@ bool json_wanted(int argc, char** argv) {
                        [](const char* argument) { return std::string_view(argument) == "--json"; });
 }
 
-/// Runs the command; a capture is ended whatever came of it.
-void run(Context& context, const CommandLine& line) {
-    if (line.capture.empty()) {
-        line.run(context);
-        return;
-    }
-    context.port.start_capture(line.capture);
+/// What a signal cuts short has no outcome to tell.
+void run_until_signal(Context& context, const CommandLine& line) {
     try {
         line.run(context);
     } catch (const Failure& failure) {
-        context.report(failure);
+        if (SignalWatch::signal() == 0) {
+            context.report(failure);
+        }
+    } catch (const Interrupted&) {
     }
-    context.port.finish_capture();
+}
+
+/// Runs the command; a capture is ended whatever came of it.
+void run(Context& context, const CommandLine& line) {
+    const WireWatch wire(context.port, line.verbose ? &context.output : nullptr);
+    const SignalWatch signals;
+    if (!line.capture.empty()) {
+        context.port.start_capture(line.capture);
+    }
+    run_until_signal(context, line);
+    if (!line.capture.empty()) {
+        context.port.finish_capture();
+    }
 }
 
 ExitStatus execute(Output& output, const CommandLine& line) {
@@ -78,6 +91,10 @@ int main(int argc, char** argv) {
     if (!output.finish() && status == ExitStatus::done) {
         output.error("", tool::Failure(ExitStatus::failed, "standard output cannot be written"));
         status = ExitStatus::failed;
+    }
+    // Whoever sent it sees that the signal has ended the tool.
+    if (const int signal = tool::SignalWatch::signal(); signal != 0) {
+        std::raise(signal);
     }
     return static_cast<int>(status);
 }

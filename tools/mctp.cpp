@@ -39,7 +39,7 @@ void show_eid(Context& context, Session& session) {
 void show_uuid(Context& context, Session& session) {
     const std::array<uint8_t, 16> uuid = session.uuid();
     context.output.text(uuid_text(uuid) + "\n");
-    context.output.document({{"endpoint", session.endpoint().name}, {"uuid", hex(uuid)}});
+    context.output.document({{"endpoint", session.endpoint().name}, {"uuid", uuid_text(uuid)}});
 }
 
 Json route_json(const RoutingEntry& entry) {

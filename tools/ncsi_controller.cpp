@@ -9,6 +9,7 @@
 #include <type_traits>
 
 #include "tools/codes.h"
+#include "tools/interrupt.h"
 
 namespace tool {
 namespace {
@@ -108,6 +109,9 @@ int32_t NcsiController::record(ncsi_channel* channel, uint32_t request_length,
                                int32_t response_capacity, uint8_t* request, uint8_t* response) {
     static_assert(std::is_standard_layout_v<Link> && offsetof(Link, ncsi) == 0);
     Link* link = reinterpret_cast<Link*>(channel->ctx);
+    if (SignalWatch::signal() != 0) {
+        return -1;
+    }
     const int32_t result =
         link->transfer(channel, request_length, response_capacity, request, response);
     Exchange& last = link->last;
@@ -125,6 +129,7 @@ int32_t NcsiController::record(ncsi_channel* channel, uint32_t request_length,
 
 int32_t NcsiController::call(const std::string& operation,
                              const std::function<int32_t()>& command) {
+    before_sending();
     link_.last = {};
     const int32_t result = command();
     if (result < 0) {

@@ -12,6 +12,7 @@
 
 #include "tools/codes.h"
 #include "tools/endpoint_name.h"
+#include "tools/interrupt.h"
 
 namespace tool {
 namespace {
@@ -75,7 +76,8 @@ int32_t NvmeDrive::record(nvmemi_ctx* nvme, uint32_t request_length, uint32_t re
     NvmeDrive& drive = *reinterpret_cast<Link*>(nvme)->drive;
     Exchange& last = drive.last_;
     last = {};
-    if (drive.gate_ && !drive.gate_({request, request_length})) {
+    const bool stopped = SignalWatch::signal() != 0;
+    if (stopped || (drive.gate_ && !drive.gate_({request, request_length}))) {
         return -1;
     }
     last.made = true;
@@ -90,6 +92,7 @@ int32_t NvmeDrive::record(nvmemi_ctx* nvme, uint32_t request_length, uint32_t re
 }
 
 void NvmeDrive::call(const std::string& operation, const std::function<int32_t()>& command) {
+    before_sending();
     last_ = {};
     if (command() != 0) {
         throw failure(operation);
@@ -98,6 +101,7 @@ void NvmeDrive::call(const std::string& operation, const std::function<int32_t()
 
 bool NvmeDrive::call_unanswered(const std::string& operation,
                                 const std::function<int32_t()>& command) {
+    before_sending();
     last_ = {};
     const bool failed = command() != 0;
     if (failed && (!last_.made || last_length() != 0)) {

@@ -3,7 +3,6 @@
 #include "tools/output.h"
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -91,17 +90,13 @@ Output::~Output() {
 }
 
 void Output::show_library_output() {
-    std::fflush(stdout);
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-    // Line by line, so that dumps and errors stay in order.
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    library_shown_ = true;
+    library_.show();
 }
 
 bool Output::is_terminal() const {
     const char* kind = std::getenv("TERM");
     const bool can_draw = kind == nullptr || std::string_view(kind) != "dumb";
-    return can_draw && !library_shown_ && stream_ != nullptr && isatty(fileno(stream_)) != 0;
+    return can_draw && !library_.shown() && stream_ != nullptr && isatty(fileno(stream_)) != 0;
 }
 
 size_t Output::columns() const {
@@ -138,7 +133,7 @@ void Output::document(const nlohmann::ordered_json& document) {
 }
 
 void Output::error(const std::string& command, const Failure& failure) {
-    std::fflush(stdout);
+    library_.end_line();
     std::string line{Port::program_name()};
     line += ": ";
     if (!command.empty()) {
@@ -153,11 +148,12 @@ void Output::error(const std::string& command, const Failure& failure) {
 }
 
 void Output::note(std::string_view line) {
-    std::fflush(stdout);
+    library_.end_line();
     write_all(stderr, printable(line) + "\n");
 }
 
 bool Output::finish() {
+    library_.end_line();
     if (stream_ == nullptr) {
         return false;
     }

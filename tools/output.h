@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "tools/failure.h"
+#include "tools/library_output.h"
 
 namespace tool {
 
@@ -65,7 +66,7 @@ public:
 private:
     FILE* stream_ = nullptr;
     bool json_ = false;
-    bool library_shown_ = false;
+    LibraryOutput library_;
     bool document_printed_ = false;
 };
 

@@ -2,11 +2,11 @@
 // The command pldm sensors: readings of a terminus's sensors, once or again and again.
 #include <fmt/format.h>
 
-#include <csignal>
 #include <ctime>
 
 #include "tools/command.h"
 #include "tools/endpoint_name.h"
+#include "tools/interrupt.h"
 #include "tools/sensor_report.h"
 
 namespace tool {
@@ -43,24 +43,6 @@ SensorList named_sensors(const Endpoint& endpoint, const std::vector<std::string
     return list;
 }
 
-volatile std::sig_atomic_t interrupted = 0;
-
-/// Lets an interrupt end the watching and not the program: a capture is to be ended properly.
-class InterruptGuard {
-public:
-    InterruptGuard() {
-        struct sigaction action {};
-        action.sa_handler = [](int) { interrupted = 1; };
-        sigaction(SIGINT, &action, &before_);
-    }
-    ~InterruptGuard() { sigaction(SIGINT, &before_, nullptr); }
-    InterruptGuard(const InterruptGuard&) = delete;
-    InterruptGuard& operator=(const InterruptGuard&) = delete;
-
-private:
-    struct sigaction before_ {};
-};
-
 uint64_t own_clock_us() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -95,7 +77,7 @@ void watch_sensors(Context& context, Session& session, const SensorList& list, c
     const InterruptGuard guard;
     Json readings = Json::array();
     std::vector<Failure> failures;
-    for (uint32_t done = 0; interrupted == 0 && !context.output.broken();) {
+    for (uint32_t done = 0; !InterruptGuard::pending() && !context.output.broken();) {
         const uint64_t time = context.port.now_us();
         const SensorReport report = read_sensors(session, list.sensors);
         context.output.text(fmt::format("{}{}\n{}", done == 0 ? "" : "\n", seconds_text(time),
@@ -106,7 +88,7 @@ void watch_sensors(Context& context, Session& session, const SensorList& list, c
         for (const Failure& failure : report.failures) {
             context.output.json() ? failures.push_back(failure) : context.report(failure);
         }
-        if (++done == watch.count) {
+        if (++done == watch.count || InterruptGuard::pending()) {
             break;
         }
         pause(context.port, watch);

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -46,6 +47,28 @@ struct Endpoint {
     uint32_t i2c_delay_us = 0;
     uint32_t pcie_param = 0;
     std::vector<Sensor> sensors;
+};
+
+/// An MCTP packet on a bus.
+struct Packet {
+    Transport transport = Transport::i2c;
+    uint8_t bus = 0;
+    uint8_t address = 0;  ///< 8-bit form
+    std::array<uint8_t, 3> bdf{};
+    bool sent = true;                ///< by the BMC
+    uint64_t at_ns = 0;              ///< by the clock of the board
+    std::span<const uint8_t> bytes;  ///< from the MCTP transport header on
+    bool pec_good = true;
+    bool taken = true;  ///< false: on I2C nobody acknowledged it, on PCIe nobody is there
+};
+
+/// Sees the packets on the buses.
+class PacketObserver {
+public:
+    virtual ~PacketObserver() = default;
+    /// Called in the middle of the exchange, with the board's locks held: no place to call the
+    /// board or the library from.
+    virtual void passed(const Packet& packet) = 0;
 };
 
 /// What passed over one bus.
@@ -102,6 +125,10 @@ public:
     /// Writes all that passes to a file, from now until finish_capture(). Both throw Failure.
     virtual void start_capture(const std::string& path) = 0;
     virtual void finish_capture() = 0;
+
+    /// Tells somebody of every packet from now on; null for nobody. A platform that does not see
+    /// its packets tells of none.
+    virtual void observe(PacketObserver* observer) = 0;
 
     /// Host main power; off means that devices are not powered in standby either.
     /// @return false where the platform cannot switch it

@@ -5,6 +5,7 @@
 
 #include "board.h"
 #include "platform/sim/nvme_firmware.h"
+#include "platform/sim/passing.h"
 #include "tools/failure.h"
 #include "tools/port.h"
 
@@ -45,6 +46,19 @@ Endpoint endpoint_of(const sim::EndpointInfo& info) {
     return endpoint;
 }
 
+Packet packet_of(const sim::Passing& passing) {
+    return {
+        .transport = passing.transport == sim::Transport::pcie ? Transport::pcie : Transport::i2c,
+        .bus = passing.bus,
+        .address = passing.address,
+        .bdf = passing.bdf,
+        .sent = passing.direction == sim::Direction::from_bmc,
+        .at_ns = passing.at_ns,
+        .bytes = passing.packet,
+        .pec_good = passing.pec_good,
+        .taken = passing.taken};
+}
+
 class SimulatedPort final : public Port {
 public:
     explicit SimulatedPort(std::unique_ptr<sim::Board> board) : board_(std::move(board)) {
@@ -64,6 +78,7 @@ public:
     std::vector<OwnerQuestion> owner_questions(const std::string& endpoint) const override;
     void start_capture(const std::string& path) override;
     void finish_capture() override;
+    void observe(PacketObserver* observer) override;
     bool set_main_power(bool on) override;
     bool add_fault(const std::string& endpoint, std::string_view fault_json) override;
     void clear_faults(const std::string& endpoint) override { board_->clear_faults(endpoint); }
@@ -117,6 +132,15 @@ void SimulatedPort::finish_capture() {
     if (!board_->stop_capture()) {
         throw Failure(ExitStatus::failed, "the capture is incomplete: " + capture_path_);
     }
+}
+
+void SimulatedPort::observe(PacketObserver* observer) {
+    if (observer == nullptr) {
+        board_->observe_packets(nullptr);
+        return;
+    }
+    board_->observe_packets(
+        [observer](const sim::Passing& passing) { observer->passed(packet_of(passing)); });
 }
 
 bool SimulatedPort::set_main_power(bool on) {

@@ -11,6 +11,8 @@
 #include <utility>
 
 #include "tools/codes.h"
+#include "tools/interrupt.h"
+#include "tools/wire_watch.h"
 
 namespace tool {
 namespace {
@@ -74,7 +76,14 @@ std::string code_text(const DeviceCode& code) {
 std::string silence() {
     uint8_t power = 0;
     _PltGPIO_RegRead(PLT_MAIN_POWER_REGISTER, 0, 0, &power);
-    return power != 0 ? "no answer" : "no answer, the host's main power is off";
+    const std::string reason = WireWatch::reason();
+    return (reason.empty() ? "no answer" : reason) +
+           (power != 0 ? "" : ", the host's main power is off");
+}
+
+void before_sending() {
+    SignalWatch::check();
+    WireWatch::forget();
 }
 
 Session::Session(Endpoint endpoint) : endpoint_(std::move(endpoint)) {
@@ -194,6 +203,9 @@ int32_t Session::record(mctp_ctx* mctp, uint32_t request_length, int32_t respons
                         const uint8_t* request, uint8_t* response) {
     static_assert(std::is_standard_layout_v<Link> && offsetof(Link, mctp) == 0);
     Link* link = reinterpret_cast<Link*>(mctp);
+    if (SignalWatch::signal() != 0) {
+        return -1;
+    }
     const int32_t result = link->xfer(mctp, request_length, response_length, request, response);
     Exchange& last = link->last;
     last = {};
@@ -224,6 +236,7 @@ Failure Session::failure(const std::string& operation, const std::string& reason
 }
 
 mctp_ctx& Session::control() {
+    before_sending();
     link_.mctp.msg_type = MCTP_MSG_TYPE_CONTROL;
     link_.last = {};
     return link_.mctp;
@@ -316,6 +329,7 @@ std::vector<RoutingEntry> Session::routes() {
 }
 
 std::vector<uint8_t> Session::exchange(uint8_t type, std::span<const uint8_t> body) {
+    before_sending();
     link_.last = {};
     link_.mctp.msg_type = type;
     std::vector<uint8_t> answer(answer_room);
@@ -332,6 +346,7 @@ std::vector<uint8_t> Session::exchange(uint8_t type, std::span<const uint8_t> bo
 }
 
 pldm_ctx& Session::pldm() {
+    before_sending();
     if (pldm_.mctp == nullptr) {
         mctp_pldm_register(&link_.mctp, &pldm_);
     }

@@ -25,6 +25,10 @@ std::string code_text(const DeviceCode& code);
 /// Why nothing came back, as far as the board can tell: without power nothing is even sent.
 std::string silence();
 
+/// Comes before every call of the library that sends something: a signal ends the command here,
+/// and silence() speaks of what follows.
+void before_sending();
+
 /// What Get Endpoint ID answers (DSP0236, clause 12.4).
 struct EndpointId {
     uint8_t eid = 0;

@@ -57,7 +57,7 @@ Json finding_json(const Finding& finding) {
     }
     json["eid"] = finding.eid != 0 ? Json(finding.eid) : Json();
     json["eid_assigned"] = finding.eid_assigned;
-    json["uuid"] = finding.uuid ? Json(hex(*finding.uuid)) : Json();
+    json["uuid"] = finding.uuid ? Json(uuid_text(*finding.uuid)) : Json();
     json["message_types"] = finding.message_types ? Json(*finding.message_types) : Json();
     json["status"] = finding.failure ? "failed" : "ok";
     if (finding.failure) {

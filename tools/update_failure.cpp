@@ -118,7 +118,7 @@ private:
             (record_.component ? fmt::format(" of component {}", *record_.component)
                                : std::string());
         if (!refusal.code) {
-            return {endpoint_, step, silence() + suffix()};
+            return {endpoint_, step, refusal.silence + suffix()};
         }
         if (*refusal.code == PLDM_CC_SUCCESS) {
             return {endpoint_, step, "the answer does not fit the request" + suffix()};

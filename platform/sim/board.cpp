@@ -287,12 +287,17 @@ bool Board::start_capture(const std::string& path, std::string& error) {
         buses.push_back({bus->number(), bus->statistics().clock_hz, Transport::i2c});
     if (!state_->pcie.devices().empty())
         buses.push_back({0, 0, Transport::pcie});
-    return state_->capture.start(path, buses, error);
+    return state_->tap.capture().start(path, buses, error);
 }
 
 bool Board::stop_capture() {
     std::lock_guard guard(state_->mutex);
-    return state_->capture.stop();
+    return state_->tap.capture().stop();
+}
+
+void Board::observe_packets(PacketObserver observer) {
+    std::lock_guard guard(state_->mutex);
+    state_->tap.observe(std::move(observer));
 }
 
 }  // namespace sim

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -115,6 +116,11 @@ class BoardState;
 class Firmware;
 class NcsiController;
 class NvmeDrive;
+struct Passing;
+
+/// Is told of every packet on the buses, see passing.h. The board is locked meanwhile: nothing of
+/// it may be called.
+using PacketObserver = std::function<void(const Passing&)>;
 
 /// A board. One board at a time stands under the platform interface of the process: use().
 class Board {
@@ -192,6 +198,9 @@ public:
     bool start_capture(const std::string& path, std::string& error);
     /// Ends it. @return false where a write had failed
     bool stop_capture();
+
+    /// Tells somebody of every packet from now on, also of one that nobody takes; null for nobody.
+    void observe_packets(PacketObserver observer);
 
     BoardState& state() { return *state_; }
 

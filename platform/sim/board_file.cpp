@@ -106,7 +106,7 @@ void read_bus(BoardState& board, const Place& place) {
         static_cast<uint32_t>(reader.whole("clock_hz", kSlowestClockHz, kFastestClockHz, 100'000));
     board.buses.push_back(std::make_unique<I2cBus>(
         number, clock_hz,
-        BusSurroundings{board.clock, board.capture, board.main_power, board.bmc_address}));
+        BusSurroundings{board.clock, board.tap, board.main_power, board.bmc_address}));
     reader.each("muxes", [&](const Place& mux) { read_mux(board, *board.buses.back(), mux); });
     reader.finish();
 }

@@ -3,7 +3,6 @@
 #ifndef SIDEBAND_PLATFORM_SIM_CAPTURE_H
 #define SIDEBAND_PLATFORM_SIM_CAPTURE_H
 
-#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -12,23 +11,9 @@
 
 #include "board.h"
 #include "bytes.h"
+#include "passing.h"
 
 namespace sim {
-
-enum class Direction { from_bmc, to_bmc };
-
-/// A packet as it passed.
-struct Passing {
-    uint8_t bus = 0;
-    uint8_t address = 0;  ///< 8-bit slave address of the device
-    std::string device;
-    Direction direction = Direction::from_bmc;
-    ByteView packet;  ///< from the MCTP transport header on
-    uint64_t at_ns = 0;
-    bool pec_good = true;
-    Transport transport = Transport::i2c;
-    std::array<uint8_t, 3> bdf{};  ///< of the device, on PCIe
-};
 
 /// One interface of the capture: an I2C bus, or PCIe.
 struct CaptureBus {

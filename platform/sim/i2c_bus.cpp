@@ -125,12 +125,27 @@ void I2cBus::count_packet(size_t packet_size) {
         statistics_.payload_bytes += packet_size - MctpEndpoint::kHeaderSize;
 }
 
+/// A write that ended at the address byte.
+void I2cBus::tell_refused(uint8_t address, ByteView frame) {
+    const std::optional<ByteView> packet = packet_of(frame);
+    if (!packet)
+        return;
+    Passing refused;
+    refused.bus = number();
+    refused.address = address;
+    refused.packet = *packet;
+    refused.at_ns = around_.clock.now_ns();
+    refused.taken = false;
+    around_.tap.packet(refused);
+}
+
 int I2cBus::write(uint8_t address, ByteView frame) {
     if (frame.empty() || frame[0] != address)
         return -EINVAL;
     Device* device = find_device(address);
     if (device == nullptr || !device->acknowledges()) {
         occupy(1);
+        tell_refused(address, frame);
         return -ENXIO;
     }
     occupy(frame.size());
@@ -140,8 +155,8 @@ int I2cBus::write(uint8_t address, ByteView frame) {
     if (!packet)
         return 0;
     count_packet(packet->size());
-    around_.capture.packet({number(), address, device->info().name, Direction::from_bmc, *packet,
-                            around_.clock.now_ns(), true});
+    around_.tap.packet({number(), address, device->info().name, Direction::from_bmc, *packet,
+                        around_.clock.now_ns(), true});
     // An answer goes to the address that the request names as its source.
     std::vector<Outgoing> answer = device->receive(*packet);
     if (frame[kBlockHead] == (around_.bmc_address | 1))
@@ -199,8 +214,8 @@ void I2cBus::transmit(Device& device, const Bytes& frame) {
 void I2cBus::arrive(const Device& device, const Bytes& frame) {
     const ByteView packet = ByteView(frame).subspan(kBlockHead + 1, frame[2] - 1u);
     count_packet(packet.size());
-    around_.capture.packet({number(), device.info().address, device.info().name, Direction::to_bmc,
-                            packet, around_.clock.now_ns(), pec_good(frame)});
+    around_.tap.packet({number(), device.info().address, device.info().name, Direction::to_bmc,
+                        packet, around_.clock.now_ns(), pec_good(frame)});
     if (queue_.size() < kQueueLimit)
         queue_.push_back(frame);
 }

@@ -10,9 +10,9 @@
 
 #include "board.h"
 #include "bytes.h"
-#include "capture.h"
 #include "clock.h"
 #include "device.h"
+#include "tap.h"
 
 namespace sim {
 
@@ -26,7 +26,7 @@ struct Mux {
 /// What the buses of a board share.
 struct BusSurroundings {
     Clock& clock;
-    Capture& capture;
+    Tap& tap;
     const bool& main_power;
     uint8_t bmc_address;
 };
@@ -72,6 +72,7 @@ private:
     bool powered(const Device& device) const;
     Device* find_device(uint8_t address) const;
     uint64_t wire_ns(size_t bytes) const;
+    void tell_refused(uint8_t address, ByteView frame);
     void charge(size_t bytes);
     void occupy(size_t bytes);
     void count_packet(size_t packet_size);

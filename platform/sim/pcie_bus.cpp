@@ -54,7 +54,20 @@ void PcieBus::record(const Device& device, Direction direction, const Bytes& pac
     passing.at_ns = clock_.now_ns();
     passing.transport = Transport::pcie;
     passing.bdf = device.info().bdf;
-    capture_.packet(passing);
+    tap_.packet(passing);
+}
+
+/// A message to a function that is not there, has no power, or does not listen.
+void PcieBus::tell_lost(const PcieMessage& outgoing) {
+    for (const Bytes& packet : bmc_.split(outgoing.message)) {
+        Passing lost;
+        lost.packet = packet;
+        lost.at_ns = clock_.now_ns();
+        lost.transport = Transport::pcie;
+        lost.bdf = outgoing.bdf;
+        lost.taken = false;
+        tap_.packet(lost);
+    }
 }
 
 bool PcieBus::answers_open_request(const PcieMessage& outgoing) {
@@ -69,8 +82,10 @@ void PcieBus::write(PcieMessage outgoing) {
     outgoing.message.tag &= 7;
     outgoing.message.tag_owner = !answers_open_request(outgoing);
     Function* function = find_function(outgoing.bdf);
-    if (function == nullptr || !powered(*function->device) || !function->device->acknowledges())
+    if (function == nullptr || !powered(*function->device) || !function->device->acknowledges()) {
+        tell_lost(outgoing);
         return;
+    }
     ++statistics_.messages;
     for (const Bytes& packet : bmc_.split(outgoing.message)) {
         clock_.advance_to(clock_.now_ns() + kPacketNs);

@@ -13,10 +13,10 @@
 
 #include "board.h"
 #include "bytes.h"
-#include "capture.h"
 #include "clock.h"
 #include "device.h"
 #include "mctp_endpoint.h"
+#include "tap.h"
 
 namespace sim {
 
@@ -34,8 +34,8 @@ public:
     /// The root complex, which owns the bus.
     static constexpr Bdf kRootComplex{0, 0, 0};
 
-    PcieBus(Clock& clock, Capture& capture, const bool& main_power)
-        : clock_(clock), capture_(capture), main_power_(main_power), bmc_(0, kUnit, false) {}
+    PcieBus(Clock& clock, Tap& tap, const bool& main_power)
+        : clock_(clock), tap_(tap), main_power_(main_power), bmc_(0, kUnit, false) {}
     PcieBus(const PcieBus&) = delete;
     PcieBus& operator=(const PcieBus&) = delete;
 
@@ -78,9 +78,10 @@ private:
     void schedule(Function& function, const std::vector<Outgoing>& outgoing);
     void arrive(Function& function, const Bytes& packet);
     void record(const Device& device, Direction direction, const Bytes& packet);
+    void tell_lost(const PcieMessage& outgoing);
 
     Clock& clock_;
-    Capture& capture_;
+    Tap& tap_;
     const bool& main_power_;
     MctpEndpoint bmc_;  ///< splits what the BMC sends
     std::vector<std::unique_ptr<Function>> functions_;

@@ -15,12 +15,12 @@
 #include <vector>
 
 #include "board.h"
-#include "capture.h"
 #include "clock.h"
 #include "device.h"
 #include "i2c_bus.h"
 #include "locks.h"
 #include "pcie_bus.h"
+#include "tap.h"
 
 namespace sim {
 
@@ -49,14 +49,14 @@ public:
 
     std::string name;
     Clock clock;
-    Capture capture;
+    Tap tap;
     bool main_power = true;
     bool policy_off = false;
     uint8_t bmc_eid = 8;
     uint8_t bmc_address = 0x20;
     std::vector<std::unique_ptr<I2cBus>> buses;
     bool buses_whole = true;  ///< all of the file's buses could be read
-    PcieBus pcie{clock, capture, main_power};
+    PcieBus pcie{clock, tap, main_power};
     bool pcie_open_fails = false;
     PcieSessions pcie_sessions;
     std::vector<std::unique_ptr<Device>> devices;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "board_test.h"
+#include "passing.h"
 
 namespace {
 
@@ -118,6 +119,27 @@ TEST_F(I2cBus, EndpointInfoCarriesTheMuxSetting) {
     EXPECT_EQ(all[0].mux, none);
     EXPECT_EQ(std::vector<uint8_t>(all[2].mux.begin(), all[2].mux.begin() + 6),
               bytes("02 e0 03 e2 07 00"));
+}
+
+TEST_F(I2cBus, TellsAnObserverOfEveryPacketAndOfTheOneThatNobodyTakes) {
+    std::vector<std::string> seen;
+    board->observe_packets([&seen](const sim::Passing& passing) {
+        seen.push_back((passing.direction == sim::Direction::from_bmc ? "> " : "< ") +
+                       std::to_string(passing.bus) + " " + std::to_string(passing.address) + " " +
+                       (passing.taken ? "" : "refused ") + (passing.pec_good ? "" : "spoilt ") +
+                       hex({passing.packet.begin(), passing.packet.end()}));
+    });
+    add_fault("a", R"({"kind": "bad_pec", "count": 1})");
+    EXPECT_EQ(send(2, 0x70, kGetEidPacket), -ENXIO);
+    EXPECT_EQ(send(2, 0x64, kGetEidPacket), 0);
+    EXPECT_EQ(receive(2), "error " + std::to_string(-EBADMSG));
+    const std::vector<std::string> wanted = {"> 2 112 refused 01 00 08 c9 00 80 02",
+                                             "> 2 100 01 00 08 c9 00 80 02",
+                                             "< 2 100 spoilt 01 08 09 c1 00 00 02 00 09 02 00"};
+    EXPECT_EQ(seen, wanted);
+    board->observe_packets(nullptr);
+    EXPECT_EQ(exchange(2, 0x64, kGetEidPacket), "01 08 09 c1 00 00 02 00 09 02 00");
+    EXPECT_EQ(seen.size(), wanted.size());
 }
 
 TEST_F(I2cBus, ChargesNineBitTimesAByte) {

@@ -2,6 +2,7 @@
 // PCIe VDM on the simulated board: the request record, routing, tags, packets, time limits.
 #include <algorithm>
 
+#include "passing.h"
 #include "pcie_test.h"
 
 using sim_test::error_of;
@@ -49,6 +50,26 @@ TEST_F(Pcie, RoutedToTheRootComplexTheFunctionDoesNotMatter) {
     EXPECT_EQ(message_of(request), "00 00 02 00 21 12 00") << "a bus owner with a static EID";
     EXPECT_EQ(request.bus, 0u);
     EXPECT_EQ(request.src_eid, 33);
+}
+
+TEST_F(Pcie, TellsAnObserverOfEveryPacketAndOfTheOnesThatAreLost) {
+    open(board_with(kTerminus));
+    std::vector<std::string> seen;
+    board->observe_packets([&seen](const sim::Passing& passing) {
+        seen.push_back((passing.direction == sim::Direction::from_bmc ? "> " : "< ") +
+                       hex({passing.bdf.begin(), passing.bdf.end()}) +
+                       (passing.taken ? ": " : " lost: ") +
+                       hex({passing.packet.begin(), passing.packet.end()}));
+    });
+    plt_pcie_request request = to(0x47, 0x1F, 7, "01 800002");
+    ASSERT_EQ(PltMCTP_WriteRead(&request), 1);
+    request = to(0x47, 0x1F, 6, "01 800002");
+    ASSERT_EQ(PltMCTP_WriteRead(&request), 0);
+    const std::vector<std::string> wanted = {"> 47 1f 07: 01 00 00 c8 01 80 00 02",
+                                             "< 47 1f 07: 01 00 14 c0 01 00 00 02 00 05",
+                                             "> 47 1f 06 lost: 01 00 00 c8 01 80 00 02"};
+    EXPECT_EQ(seen, wanted);
+    EXPECT_EQ(board->pcie_statistics().packets, 2u);
 }
 
 TEST_F(Pcie, NobodyThereIsATimeOutOfASecondOrOfTheParameter) {

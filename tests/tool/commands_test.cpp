@@ -29,18 +29,18 @@ TEST(Scan, ListsEveryEndpointOfTheBuiltInBoard) {
         "nvme0     i2c:2:0x3a     19  6e766d65-304b-4e27-a15c-00000000000b  nvme-mi  ok\n");
 }
 
-TEST(Scan, GivesProgramsNumbersAndPlainHex) {
+TEST(Scan, GivesProgramsNumbersAndUuidsWithHyphens) {
     const Json document = one_document(run_tool({"scan", "--json"}).out);
     EXPECT_EQ(document["board"], "desk");
     ASSERT_EQ(document["endpoints"].size(), 11U);
     EXPECT_EQ(document["endpoints"][0], Json::parse(R"({
         "endpoint": "nic0", "location": "i2c:2:0x64", "transport": "i2c", "bus": 2, "address": 100,
-        "eid": 16, "eid_assigned": true, "uuid": "6e6963305b0a4c1d9f3e000000000001",
+        "eid": 16, "eid_assigned": true, "uuid": "6e696330-5b0a-4c1d-9f3e-000000000001",
         "message_types": [1], "status": "ok"})"));
     EXPECT_EQ(document["endpoints"][1]["eid_assigned"], false);
     EXPECT_EQ(document["endpoints"][5], Json::parse(R"({
         "endpoint": "gpu1", "location": "pcie:47:00.0", "transport": "pcie", "bdf": "47:00.0",
-        "eid": 64, "eid_assigned": false, "uuid": "677075310c3a4f7eb1d6000000000006",
+        "eid": 64, "eid_assigned": false, "uuid": "67707531-0c3a-4f7e-b1d6-000000000006",
         "message_types": [1], "status": "ok"})"));
 }
 
@@ -53,7 +53,9 @@ TEST_F(OwnBoard, ScanGoesOnBehindADeadEndpointAndEndsWithOne) {
         "dev0      i2c:1:0x40   16  00112233-4455-6677-8899-aabbccddeeff  pldm          ok\n"
         "rec0      i2c:2:0x30   12  -                                     pldm nvme-mi  ok\n"
         "dead0     i2c:2:0x50    -  -                                     -             failed\n");
-    EXPECT_EQ(text.err, "sideband-sim: scan: dead0: Get Endpoint ID failed: no answer\n");
+    EXPECT_EQ(
+        text.err,
+        "sideband-sim: scan: dead0: Get Endpoint ID failed: no acknowledge from i2c:2:0x50\n");
 
     const Outcome json = run({"--json", "scan"});
     EXPECT_EQ(json.status, 1);
@@ -77,7 +79,7 @@ TEST_F(OwnBoard, MctpEidTellsAnAssignedEid) {
 TEST_F(OwnBoard, MctpUuidPrintsTheUuid) {
     expect_text(run({"mctp", "uuid", "dev0"}), "00112233-4455-6677-8899-aabbccddeeff\n");
     expect_json(run({"mctp", "uuid", "dev0", "--json"}),
-                R"({"endpoint": "dev0", "uuid": "00112233445566778899aabbccddeeff"})");
+                R"({"endpoint": "dev0", "uuid": "00112233-4455-6677-8899-aabbccddeeff"})");
 }
 
 TEST_F(OwnBoard, MctpRoutesFollowsTheTableToItsEnd) {

@@ -86,10 +86,11 @@ TEST_F(OwnBoard, DemoGoesOnBehindStepsThatFailAndEndsWithOne) {
     const Outcome demo = run({"demo"});
     EXPECT_EQ(demo.status, 1);
     EXPECT_EQ(demo.err,
-              "sideband-sim: demo: dead0: Get Endpoint ID failed: no answer\n"
+              "sideband-sim: demo: dead0: Get Endpoint ID failed: no acknowledge from i2c:2:0x50\n"
               "sideband-sim: demo: rec0: NVM Subsystem Health Status Poll failed: no answer\n"
               "sideband-sim: demo: rec0: GetTID failed: unexpected answer 00000201\n");
-    EXPECT_TRUE(contains(demo.out, "FAILED: dead0: Get Endpoint ID failed: no answer\n"))
+    EXPECT_TRUE(contains(demo.out,
+                         "FAILED: dead0: Get Endpoint ID failed: no acknowledge from i2c:2:0x50\n"))
         << demo.out;
     EXPECT_TRUE(contains(demo.out, " 3 failed, ")) << demo.out;
     EXPECT_TRUE(contains(demo.out, "Numeric sensors")) << "the tour goes on:\n" << demo.out;

@@ -21,7 +21,8 @@ TEST_F(Errors, AMissingDeviceEndsWithOne) {
                  "sideband-sim: pldm info: nosuch: no such device on board bench; it has: dev0, "
                  "rec0, dead0");
     expect_error(run({"mctp", "eid", "i2c:1:0x42"}), 1,
-                 "sideband-sim: mctp eid: i2c:1:0x42: Get Endpoint ID failed: no answer");
+                 "sideband-sim: mctp eid: i2c:1:0x42: Get Endpoint ID failed: no acknowledge from "
+                 "i2c:1:0x42");
     expect_error(run({"raw", "i2c:9:0x42", "pldm", "800002"}), 1,
                  "sideband-sim: raw: i2c:9:0x42: Get Endpoint ID failed: no answer");
     expect_error(run({"mctp", "eid", "pcie:01:02.3"}), 1,
@@ -31,7 +32,8 @@ TEST_F(Errors, AMissingDeviceEndsWithOne) {
 
 TEST_F(Errors, ADeviceThatDoesNotAcknowledgeEndsWithOne) {
     expect_error(run({"pldm", "sensors", "dead0", "1"}), 1,
-                 "sideband-sim: pldm sensors: dead0: Get Endpoint ID failed: no answer");
+                 "sideband-sim: pldm sensors: dead0: Get Endpoint ID failed: no acknowledge from "
+                 "i2c:2:0x50");
 }
 
 TEST_F(Errors, TheDevicesOwnCodeComesWithItsName) {
@@ -194,7 +196,9 @@ TEST_F(Errors, AreOneDocumentWhereJsonIsWanted) {
         const char* message;
     };
     const Case cases[] = {
-        {{"--json", "pldm", "info", "dead0"}, 1, "dead0: Get Endpoint ID failed: no answer"},
+        {{"--json", "pldm", "info", "dead0"},
+         1,
+         "dead0: Get Endpoint ID failed: no acknowledge from i2c:2:0x50"},
         {{"pldm", "info", "i2c:1", "--json"}, 2, "i2c:1: an I2C endpoint is named i2c:BUS:ADDRESS"},
         {{"--json", "scna"}, 2, "scna: no such command (try --help)"},
     };

@@ -258,8 +258,9 @@ TEST(NcsiErrors, ADeviceThatIsNoControllerIsNotSearchedForChannels) {
     expect_error(Bench().run({"ncsi", "discover", "gpu0"}), 1,
                  "sideband-sim: ncsi discover: gpu0: the discovery of NC-SI channels failed: the "
                  "device does not speak NC-SI");
-    expect_error(Bench().run({"ncsi", "link", "dead0"}), 1,
-                 "sideband-sim: ncsi link: dead0: Get Endpoint ID failed: no answer");
+    expect_error(
+        Bench().run({"ncsi", "link", "dead0"}), 1,
+        "sideband-sim: ncsi link: dead0: Get Endpoint ID failed: no acknowledge from i2c:1:0x50");
 }
 
 TEST(NcsiErrors, AControllerWhoseChannelsDoNotAnswerIsReported) {

@@ -508,8 +508,9 @@ TEST(NvmeErrors, ADeviceThatIsNoDriveIsNotAsked) {
     expect_error(Bench().run({"nvme", "health", "gpu0"}), 1,
                  "sideband-sim: nvme health: gpu0: the bring-up of NVMe-MI failed: the device does "
                  "not speak NVMe-MI");
-    expect_error(Bench().run({"nvme", "health", "dead0"}), 1,
-                 "sideband-sim: nvme health: dead0: Get Endpoint ID failed: no answer");
+    expect_error(
+        Bench().run({"nvme", "health", "dead0"}), 1,
+        "sideband-sim: nvme health: dead0: Get Endpoint ID failed: no acknowledge from i2c:1:0x50");
 }
 
 TEST(NvmeErrors, AControllerThatIsNotThereIsAnInvalidParameter) {

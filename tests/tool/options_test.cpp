@@ -62,7 +62,7 @@ TEST_F(OwnBoard, OptionsStandBeforeOrBehindTheCommand) {
     for (const Strings& arguments : orders) {
         const Outcome run = run_tool(arguments);
         EXPECT_EQ(run.status, 0) << run.err;
-        EXPECT_EQ(one_document(run.out)["uuid"], "00112233445566778899aabbccddeeff");
+        EXPECT_EQ(one_document(run.out)["uuid"], "00112233-4455-6677-8899-aabbccddeeff");
     }
 }
 
@@ -85,6 +85,9 @@ TEST_F(OwnBoard, VerboseShowsTheLibrarysDumpsOnStandardError) {
                          "====== get Sensor reading Req =====\n"
                          " 80 02 11 0c 00 00\n"
                          "===================================\n"
+                         "packet:   0.002665 > i2c:1:0x40  01 10 08 cb  01 80 02 11 0c 00 00\n"
+                         "packet:   0.003660 < i2c:1:0x40  01 08 10 c3  01 00 02 11 00 03 00 00 01 "
+                         "00 01 d5 ff\n"
                          "====== get Sensor reading Resp =====\n"
                          " 00 02 11 00 03 00 00 01 00 01 d5 ff 00 00\n"
                          "====================================\n"))

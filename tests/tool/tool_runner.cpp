@@ -83,6 +83,13 @@ private:
     dup2(in < 0 ? open("/dev/null", O_RDONLY) : in, STDIN_FILENO);
     dup2(out, STDOUT_FILENO);
     dup2(err, STDERR_FILENO);
+    // A shell in the background, or nohup, may have had them ignored.
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        std::signal(signal, SIG_DFL);
+    }
+    // A tool that hangs is to fail the test, not to stop it.
+    constexpr unsigned longest_s = 240;
+    alarm(longest_s);
     std::vector<char*> pointers;
     for (const std::string& word : words) {
         pointers.push_back(const_cast<char*>(word.c_str()));
@@ -182,6 +189,20 @@ void read_all(int descriptor, std::string& text, Seen seen) {
     close(descriptor);
 }
 
+/// Reads all that a child prints, and sends it a signal as soon as a text has appeared.
+std::string read_until(int descriptor, const std::string& text, const Child& child, int signal) {
+    std::string printed;
+    bool sent = false;
+    read_all(descriptor, printed, [&] {
+        if (!sent && contains(printed, text)) {
+            child.kill(signal);
+            sent = true;
+        }
+    });
+    EXPECT_TRUE(sent) << "never printed: " << text;
+    return printed;
+}
+
 }  // namespace
 
 Outcome run_tool(const std::vector<std::string>& arguments, const char* out_path) {
@@ -208,19 +229,30 @@ Outcome run_tool_until(const std::vector<std::string>& arguments, const std::str
     if (pipe2(ends, O_CLOEXEC) != 0) {
         throw std::runtime_error("no pipe");
     }
+    // The least that there is: a tool that prints more cannot have ended before the signal comes.
+    fcntl(ends[0], F_SETPIPE_SZ, 4096);
     const Sink err;
     const Child child(arguments, ends[1], err.descriptor());
-    std::string out;
-    bool sent = false;
-    read_all(ends[0], out, [&] {
-        if (!sent && contains(out, text)) {
-            child.kill(signal);
-            sent = true;
-        }
-    });
-    EXPECT_TRUE(sent) << "never printed: " << text;
+    const std::string out = read_until(ends[0], text, child, signal);
     const int status = child.wait();
     return {.status = status, .out = out, .err = err.text()};
+}
+
+Outcome run_tool_until_asked(const std::vector<std::string>& arguments, const std::string& text,
+                             int signal) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        throw std::runtime_error("no pipe");
+    }
+    const Terminal terminal;
+    const int keyboard = terminal.open_end();
+    const Sink out;
+    const Child child(arguments, dup(out.descriptor()), ends[1], keyboard);
+    close(ends[1]);
+    const std::string err = read_until(ends[0], text, child, signal);
+    const int status = child.wait();
+    close(keyboard);
+    return {.status = status, .out = out.text(), .err = err};
 }
 
 Outcome run_tool_on_terminal(const std::vector<std::string>& arguments, unsigned short columns) {

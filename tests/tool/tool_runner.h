@@ -29,6 +29,10 @@ Outcome run_tool_for(const std::vector<std::string>& arguments, unsigned seconds
 Outcome run_tool_until(const std::vector<std::string>& arguments, const std::string& text,
                        int signal);
 
+/// As run_tool_until(), for a text on standard error and a tool that has a terminal to ask on.
+Outcome run_tool_until_asked(const std::vector<std::string>& arguments, const std::string& text,
+                             int signal);
+
 /// Runs the tool with its standard output on a terminal of so many columns.
 Outcome run_tool_on_terminal(const std::vector<std::string>& arguments, unsigned short columns);
 
