@@ -89,7 +89,7 @@ TEST_F(NvmeDownloadFailure, NoPathIsStatus202) {
 TEST_F(NvmeDownloadFailure, AChunkSizeOf0IsStatus205) {
     expect_refused(download(0), 205);
     EXPECT_EQ(logged(), placed({"NVMe fw_download_chunk_size should not be 0\n"}));
-    EXPECT_EQ(libc.file_opens, 0);
+    EXPECT_EQ(libc.calls["open file"], 0);
 }
 
 TEST_F(NvmeDownloadFailure, AChunkSizeAbove4096IsStatus205) {
@@ -99,7 +99,7 @@ TEST_F(NvmeDownloadFailure, AChunkSizeAbove4096IsStatus205) {
         expect_refused(download(chunk_size), 205);
         EXPECT_EQ(logged(), placed({"NVMe fw_download_chunk_size should not be above 4096\n"}));
     }
-    EXPECT_EQ(libc.file_opens, 0);
+    EXPECT_EQ(libc.calls["open file"], 0);
 }
 
 TEST_F(NvmeDownloadFailure, AMissingFileIsStatus200) {

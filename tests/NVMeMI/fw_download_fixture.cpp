@@ -92,7 +92,7 @@ void DownloadTest::expect_nothing_left() {
     EXPECT_EQ(libc.open_descriptors(), 0u);
     EXPECT_EQ(libc.live_mappings(), 0u);
     EXPECT_EQ(libc.live_blocks(), 0u);
-    EXPECT_EQ(libc.file_opens, libc.calls["close"] + unopened);
+    EXPECT_EQ(libc.calls["open file"], libc.calls["close"] + unopened);
 }
 
 Outcome DownloadTest::download(uint32_t chunk_size) {

@@ -217,7 +217,7 @@ TEST_P(PldmCheck, WhatWasInTheEndpointContextIsGone) {
 TEST_P(PldmCheck, TheTerminusComesInFrontOfThePackage) {
     answers.clear();
     expect_failed(check(), -5, message("pldm fw init fail"));
-    EXPECT_EQ(libc.file_opens, 0);
+    EXPECT_EQ(libc.calls["open file"], 0);
     EXPECT_EQ(ctx.pldm.completion_code, 0x51);
 }
 

@@ -256,7 +256,7 @@ TEST_F(FwFile, NeedsAllArguments) {
     EXPECT_EQ(open_pldm_file(nullptr, &address, &length), -1);
     EXPECT_EQ(open_pldm_file(path.c_str(), nullptr, &length), -1);
     EXPECT_EQ(open_pldm_file(path.c_str(), &address, nullptr), -1);
-    EXPECT_EQ(libc.file_opens, 0);
+    EXPECT_EQ(libc.calls["open file"], 0);
 }
 
 }  // namespace

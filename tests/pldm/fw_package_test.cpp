@@ -165,7 +165,7 @@ TEST_F(FwPackage, WithoutArgumentsNothingIsSaidOrDone) {
     EXPECT_EQ(capture.text(), "");
     EXPECT_EQ(port().console, Lines());
     EXPECT_EQ(port().syslog, Lines());
-    EXPECT_EQ(libc.file_opens, 0);
+    EXPECT_EQ(libc.calls["open file"], 0);
 }
 
 TEST_F(FwPackage, AMissingFileIsSaidToBeMissing) {

@@ -156,7 +156,7 @@ int patched_fclose(std::FILE* stream) {
 
 int patched_open(const char* path, int flags, ...) {
     if (!is_substituted(path)) {
-        active->file_opens++;
+        active->calls["open file"]++;
     }
     if (active->must_fail("open")) {
         errno = active->failure_errno;

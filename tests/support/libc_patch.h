@@ -59,8 +59,8 @@ public:
     std::map<std::string, int> fail;    ///< which calls fail, by libc name
     int failure_errno = 5;              ///< EIO
     size_t read_at_most = SIZE_MAX;     ///< bytes that one pread() gives
-    std::map<std::string, int> calls;   ///< calls so far, by libc name
-    int file_opens = 0;                 ///< those of open() so far that were not for the log
+    std::map<std::string, int> calls;   ///< calls so far, by libc name; "open file": those of
+                                        ///< open() that were not for the log
     std::vector<std::string> sequence;  ///< the calls by name; allocations and sleeps left out
     /// Done right before a call, by libc name: what somebody else does to the machine meanwhile.
     std::map<std::string, std::function<void()>> before;
