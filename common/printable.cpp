@@ -28,10 +28,27 @@ bool continues(uint8_t byte) {
     return (byte & 0xC0) == 0x80;
 }
 
-/// Bytes of the character in front: one where it is not UTF-8.
+/// Whether the second byte makes a character that has no shorter form, is no surrogate and not
+/// above U+10FFFF (Unicode, table 3-7).
+bool may_follow(uint8_t lead, uint8_t second) {
+    switch (lead) {
+        case 0xE0:
+            return second >= 0xA0;
+        case 0xED:
+            return second <= 0x9F;
+        case 0xF0:
+            return second >= 0x90;
+        case 0xF4:
+            return second <= 0x8F;
+        default:
+            return true;
+    }
+}
+
+/// Bytes of the character in front: one if it is not UTF-8.
 size_t character_size(Bytes text) {
     const size_t size = announced_size(text[0]);
-    if (size == 0 || size > text.size() ||
+    if (size == 0 || size > text.size() || !may_follow(text[0], text[1]) ||
         !std::all_of(text.begin() + 1, text.begin() + static_cast<ptrdiff_t>(size), continues)) {
         return 1;
     }

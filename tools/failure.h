@@ -8,6 +8,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace tool {
 
@@ -43,14 +44,21 @@ class Failure : public std::runtime_error {
 public:
     Failure(ExitStatus status, const std::string& text)
         : std::runtime_error(text),
-          details_(std::make_shared<Details>(Details{status, {}, {}, {}})) {}
+          details_(std::make_shared<Details>(Details{status, {}, {}, {}, {}})) {}
+
+    /// Several things are wrong at once: each has a line, of which what() is the first.
+    /// @param lines  at least one
+    Failure(ExitStatus status, const std::vector<std::string>& lines)
+        : std::runtime_error(lines.front()),
+          details_(std::make_shared<Details>(
+              Details{status, {}, {}, {}, {lines.begin() + 1, lines.end()}})) {}
 
     /// A device or its transport failed: "ENDPOINT: OPERATION failed: REASON".
     Failure(const std::string& endpoint, const std::string& operation, const std::string& reason,
             const std::optional<DeviceCode>& code = std::nullopt)
         : std::runtime_error(endpoint + ": " + operation + " failed: " + reason),
-          details_(
-              std::make_shared<Details>(Details{ExitStatus::failed, endpoint, operation, code})) {}
+          details_(std::make_shared<Details>(
+              Details{ExitStatus::failed, endpoint, operation, code, {}})) {}
 
     ExitStatus status() const { return details_->status; }
 
@@ -61,12 +69,16 @@ public:
     /// Empty where no answer with a code came.
     const std::optional<DeviceCode>& code() const { return details_->code; }
 
+    /// What else is wrong, a line each.
+    const std::vector<std::string>& more() const { return details_->more; }
+
 private:
     struct Details {
         ExitStatus status;
         std::string endpoint;
         std::string operation;
         std::optional<DeviceCode> code;
+        std::vector<std::string> more;
     };
 
     std::shared_ptr<const Details> details_;

@@ -47,7 +47,7 @@ Failure download_failure(const NvmeDrive& drive, const std::string& path, const 
         return {ExitStatus::input, path + ": cannot be opened for reading and writing"};
     }
     if (status == NVME_FW_DOWNLOAD_UNREADABLE) {
-        return {ExitStatus::input, path + ": is no regular file, or has become shorter"};
+        return {ExitStatus::input, path + ": is no regular file, or has changed meanwhile"};
     }
     const std::string place = fmt::format("at byte {} of {}", reached.done, reached.total);
     if (reached.interrupted) {

@@ -140,6 +140,9 @@ void Output::error(const std::string& command, const Failure& failure) {
         line += command + ": ";
     }
     write_all(stderr, line + printable(failure.what()) + "\n");
+    for (const std::string& more : failure.more()) {
+        write_all(stderr, line + printable(more) + "\n");
+    }
     if (!document_printed_) {
         nlohmann::ordered_json details = failure_json(failure);
         details["exit_status"] = static_cast<int>(failure.status());
@@ -168,6 +171,9 @@ nlohmann::ordered_json failure_json(const Failure& failure) {
     if (!failure.endpoint().empty()) {
         json["endpoint"] = failure.endpoint();
         json["operation"] = failure.operation();
+    }
+    if (!failure.more().empty()) {
+        json["more"] = failure.more();
     }
     if (failure.code()) {
         json.update(code_json(*failure.code()));

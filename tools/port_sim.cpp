@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <sideband/platform.h>
 
+#include <sstream>
+
 #include "board.h"
 #include "platform/sim/nvme_firmware.h"
 #include "platform/sim/passing.h"
@@ -193,6 +195,19 @@ std::vector<std::string> SimulatedPort::log_lines() const {
 
 }  // namespace
 
+namespace {
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+}  // namespace
+
 std::string_view Port::program_name() {
     return "sideband-sim";
 }
@@ -203,8 +218,9 @@ std::unique_ptr<Port> Port::open(const std::string& board_file) {
                                             ? sim::Board::parse(sim::Board::built_in_file(), error)
                                             : sim::Board::load(board_file, error);
     if (board == nullptr) {
-        throw Failure(ExitStatus::input,
-                      error.message(board_file.empty() ? "the built-in board" : board_file));
+        throw Failure(
+            ExitStatus::input,
+            lines_of(error.message(board_file.empty() ? "the built-in board" : board_file)));
     }
     return std::make_unique<SimulatedPort>(std::move(board));
 }

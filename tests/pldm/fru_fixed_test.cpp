@@ -283,6 +283,20 @@ TEST_F(PldmGetFruFields, ControlCharactersAreShownInHex) {
         << outcome.out;
 }
 
+TEST_F(PldmGetFruFields, AControlCharacterInALongerFormThanItsOwnIsShownInHexToo) {
+    // U+009B in three and in four bytes; then the first characters that have three and four.
+    serve(
+        test::hex("01 00 01 03 01  02 03 e0 82 9b  02 04 f0 80 82 9b"
+                  "02 07 e0 a0 80 f0 90 80 80"));
+    const Outcome outcome = fields(2);
+    EXPECT_EQ(outcome.result, 0);
+    EXPECT_TRUE(
+        outcome.out.ends_with("FRUData.fields[0].ctx = \xe0\\x82\\x9b\n"
+                              "FRUData.fields[1].ctx = \xf0\\x80\\x82\\x9b\n"
+                              "FRUData.fields[2].ctx = \xe0\xa0\x80\xf0\x90\x80\x80\n"))
+        << outcome.out;
+}
+
 TEST_F(PldmGetFruFields, TheLongestFieldOfControlCharactersIsShownWhole) {
     serve(test::hex("01 00 01 01 01  02 ff") + Bytes(255, 0x1B));
     const Outcome outcome = fields(2);

@@ -176,6 +176,21 @@ TEST(BadBoardFile, EndsWithThreeAndNamesLineAndKey) {
     expect_bad_board("{\"name\": \"x\",\n \"buses\": [{\"bus\": 300}]}", "2: buses[0].bus");
 }
 
+TEST(BadBoardFile, IsToldAllThatIsWrongALineEach) {
+    const TemporaryFile board(
+        "{\"name\": \"x\",\n \"buses\": [{\"bus\": 1}],\n \"colour\": 3,\n \"devices\": [\n"
+        "  {\"name\": \"a\", \"type\": \"pldm\", \"bus\": 1,\n   \"adress\": \"0x40\"}]}");
+    const Outcome run = run_tool({"--board", board.path(), "scan", "--json"});
+    EXPECT_EQ(run.status, 3);
+    const std::string first = board.path() + ":3: colour: no such key";
+    const std::string second =
+        board.path() + ":6: devices[0].adress: no such key; did you mean address?";
+    EXPECT_EQ(run.err, "sideband-sim: scan: " + first + "\nsideband-sim: scan: " + second + "\n");
+    const Json document = one_document(run.out);
+    EXPECT_EQ(document["error"]["message"], first);
+    EXPECT_EQ(document["error"]["more"], Json::array({second}));
+}
+
 TEST(BadBoardFile, MayBeNoJsonAtAll) {
     expect_bad_board("{\"name\": \"x\",\n \"buses\": [", "2");
     expect_bad_board(

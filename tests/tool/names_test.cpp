@@ -15,6 +15,7 @@
 
 #include "published_names.h"
 #include "tools/codes.h"
+#include "tools/descriptor.h"
 #include "tools/nvme_states.h"
 #include "tools/pdr_names.h"
 
@@ -264,6 +265,7 @@ const Comparison kComparisons[] = {
      {" FRU Record"}},
     {"DSP0257 general FRU record field types", field_of<1>, 0xFF, {"field "}, {}},
     {"DSP0257 OEM FRU record field types", field_of<254>, 0xFF, {"field "}, {}},
+    {"DSP0267 descriptor types with sizes", of<tool::descriptor_name>, 0xFFFF, {"Unknown ID"}, {}},
     {"DSP0267 commands", of<tool::pldm_firmware_command_name>, 0xFF, {"unknown"}, {}},
     {"DSP0267 completion codes", specific_code_of<0x05, 0x10>, 0xFF, {"command specific"}, {}},
     {"DSP0267 component activation methods", of<tool::activation_method_name>, 15, {}, {}},
@@ -329,7 +331,6 @@ const char* const kNotNamed[] = {
     "DSP0248 event classes",
     "DSP0257 commands",
     "DSP0257 FRU field encodings",
-    "DSP0267 descriptor types with sizes",
     "DSP0267 component classifications",
     "DSP0267 string types",
     "DSP0267 UpdateOptionFlags",

@@ -369,7 +369,7 @@ TEST(NvmeFirmware, AFileThatIsNoImageEndsWithThree) {
     expect_error(Bench().run({"nvme", "fw-download", "nvme0", "/nowhere/image"}), 3,
                  start + "/nowhere/image: cannot be opened for reading and writing");
     expect_error(Bench().run({"nvme", "fw-download", "nvme0", "/dev/null"}), 3,
-                 start + "/dev/null: is no regular file, or has become shorter");
+                 start + "/dev/null: is no regular file, or has changed meanwhile");
     const TemporaryFile empty("");
     expect_error(Bench().run({"nvme", "fw-download", "nvme0", empty.path()}), 3,
                  start + empty.path() + ": the image is empty");
