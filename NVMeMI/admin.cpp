@@ -8,11 +8,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "NVMeMI/exchange.h"
+#include "NVMeMI/message.h"
+
+using namespace sideband;
 
 namespace {
-
-namespace nvme = sideband::nvme;
 
 constexpr uint8_t kGetLogPage = 0x02;
 constexpr uint8_t kIdentify = 0x06;

@@ -7,14 +7,13 @@
 #include <cstdio>
 #include <cstring>
 
-#include "NVMeMI/exchange.h"
+#include "NVMeMI/message.h"
 #include "common/memory.h"
 #include "common/wire.h"
 
-namespace {
+using namespace sideband;
 
-namespace nvme = sideband::nvme;
-using sideband::WireReader;
+namespace {
 
 constexpr uint8_t kReadDataStructure = 0x00;
 constexpr uint8_t kSubsystemHealthPoll = 0x01;
@@ -276,7 +275,7 @@ int32_t nvmemi_vpd_read(nvmemi_ctx* ctx, uint16_t offset, uint16_t length, uint8
         return -1;
     }
     const size_t size = NVMEMI_RESPONSE_SIZE + size_t{length};
-    const auto buffer = sideband::allocate_bytes(size);
+    const auto buffer = allocate_bytes(size);
     if (buffer == nullptr) {
         std::puts("fail to allocate buffer");
         return -1;
@@ -299,7 +298,7 @@ int32_t nvmemi_vpd_write(nvmemi_ctx* ctx, const uint8_t* data, uint16_t offset, 
         return -1;
     }
     const size_t size = NVMEMI_REQUEST_SIZE + size_t{length};
-    const auto request = sideband::allocate_bytes(size);
+    const auto request = allocate_bytes(size);
     if (request == nullptr) {
         std::puts("fail to allocate buffer");
         return -1;

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "bench/cases.h"
-#include "tools/package_builder.h"
+#include "testing/package_builder.h"
 
 namespace bench {
 namespace {

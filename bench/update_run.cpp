@@ -13,9 +13,9 @@
 #include <fstream>
 #include <string>
 
-#include "board.h"
-#include "pldm_firmware.h"
-#include "tools/package_builder.h"
+#include "sim/board/board.h"
+#include "sim/pldm/firmware.h"
+#include "testing/package_builder.h"
 
 namespace {
 

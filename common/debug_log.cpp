@@ -17,6 +17,8 @@
 #include "common/file.h"
 #include "common/memory.h"
 
+using namespace sideband;
+
 namespace {
 
 bool exists(const char* path) {
@@ -44,7 +46,7 @@ void lock_for_a_while(int descriptor) {
 /// waited for.
 std::FILE* open_log() {
     constexpr mode_t kOwnerOnly = 0600;
-    sideband::File log(sideband::open_regular(
+    File log(open_regular(
         DEBUG_LOG_FILE, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW, kOwnerOnly));
     std::FILE* stream = log ? fdopen(log.descriptor(), "a") : nullptr;
     if (stream != nullptr) {
@@ -88,10 +90,10 @@ void report_to_system_and_file(int caller_errno, const char* format, va_list arg
     va_copy(again, arguments);
     errno = caller_errno;
     const int length = std::vsnprintf(room, sizeof room, format, arguments);
-    sideband::HeapPtr<uint8_t[]> large;
+    HeapPtr<uint8_t[]> large;
     const char* text = room;
     if (length >= static_cast<int>(sizeof room)) {
-        large = sideband::allocate_bytes(static_cast<size_t>(length) + 1);
+        large = allocate_bytes(static_cast<size_t>(length) + 1);
         if (large != nullptr) {
             char* whole = reinterpret_cast<char*>(large.get());
             errno = caller_errno;

@@ -9,7 +9,7 @@
 #include "fuzz/check.h"
 #include "fuzz/file.h"
 #include "fuzz/world.h"
-#include "tools/package_builder.h"
+#include "testing/package_builder.h"
 
 namespace {
 

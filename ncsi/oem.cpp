@@ -6,12 +6,11 @@
 #include <iterator>
 
 #include "common/wire.h"
-#include "ncsi/exchange.h"
+#include "ncsi/message.h"
+
+using namespace sideband;
 
 namespace {
-
-namespace ncsi = sideband::ncsi;
-using sideband::WireWriter;
 
 bool is_unsupported(const ncsi::Response& response) {
     return ncsi::be16_at(response, ncsi::kResponseCode) == NCSI_RESPONSE_UNSUPPORTED &&

@@ -9,14 +9,11 @@
 
 #include "common/memory.h"
 #include "common/wire.h"
-#include "pldm/exchange.h"
+#include "pldm/message.h"
+
+using namespace sideband;
 
 namespace {
-
-using sideband::kPldmCommand;
-using sideband::kPldmCompletionCode;
-using sideband::pldm_exchange;
-using sideband::pldm_response_has;
 
 enum Command : uint8_t {
     kGetTid = 0x02,
@@ -51,7 +48,7 @@ int32_t query(pldm_ctx* ctx, Command command, std::span<uint8_t> response, const
     }
     if (response[kPldmCompletionCode] == PLDM_CC_SUCCESS &&
         !pldm_response_has(*ctx, response.size())) {
-        return sideband::too_short(*ctx, function);
+        return too_short(*ctx, function);
     }
     return 0;
 }
@@ -95,16 +92,16 @@ int32_t get_version_part(pldm_ctx& ctx, uint8_t type, uint32_t handle, uint8_t o
     std::array<uint8_t, 9> request;
     pldm_request_init(request.data());
     request[kPldmCommand] = kGetPldmVersion;
-    sideband::WireWriter(request).skip(PLDM_HEADER_SIZE).le32(handle).u8(operation).u8(type);
+    WireWriter(request).skip(PLDM_HEADER_SIZE).le32(handle).u8(operation).u8(type);
     std::memset(room.data(), 0, room.size());
     const int32_t result = pldm_exchange(ctx, request, room.first(kResponseSize));
     if (result < 0) {
         return result;
     }
     if (!pldm_response_has(ctx, kVersionEnd)) {
-        return sideband::too_short(ctx, "pldm_get_version");
+        return too_short(ctx, "pldm_get_version");
     }
-    sideband::WireReader reader(room);
+    WireReader reader(room);
     reader.skip(PLDM_RESPONSE_HEADER_SIZE);
     part.next_handle = reader.le32();
     part.transfer_flag = reader.u8();
@@ -134,7 +131,7 @@ int32_t pldm_get_version(pldm_ctx* ctx, uint8_t type) {
     if (ctx == nullptr || ctx->transfer_op == nullptr) {
         return -1;
     }
-    const auto room = sideband::allocate_bytes(kRoom);
+    const auto room = allocate_bytes(kRoom);
     if (room == nullptr) {
         return -1;
     }
@@ -190,7 +187,7 @@ int32_t pldm_get_commands(pldm_ctx* ctx) {
         return result;
     }
     if (!pldm_response_has(*ctx, response.size())) {
-        return sideband::too_short(*ctx, "pldm_get_commands");
+        return too_short(*ctx, "pldm_get_commands");
     }
     std::memcpy(ctx->base_commands, response.data() + PLDM_RESPONSE_HEADER_SIZE,
                 sizeof ctx->base_commands);

@@ -11,6 +11,8 @@
 #include "common/memory.h"
 #include "common/wire.h"
 
+using namespace sideband;
+
 namespace {
 
 constexpr uint32_t kRecordHeaderSize = 5;  // set identifier, type, number of fields, encoding
@@ -30,7 +32,7 @@ bool parse_field(const uint8_t* table, uint32_t length, uint32_t& position, pldm
     if (isBufOverFlow(position - 1, length) != 0) {
         return false;
     }
-    auto copy = sideband::allocate_bytes(size_t{field.length} + 1);  // and a NUL
+    auto copy = allocate_bytes(size_t{field.length} + 1);  // and a NUL
     if (copy == nullptr) {
         std::printf("Fail- memory alloc fial\n");
         return false;
@@ -55,7 +57,7 @@ int32_t pldm_parse_record_table(const uint8_t* table, pldm_fru_record* record, u
         debug_log("[%s][%d] Fail- FRU length fail\n", "pldm_parse_record_table", 442);
         return PLDM_ERROR_ARGUMENT;
     }
-    sideband::WireReader reader({table, kRecordHeaderSize});
+    WireReader reader({table, kRecordHeaderSize});
     record->set_identifier = reader.le16();
     record->type = reader.u8();
     record->number_of_fields = reader.u8();

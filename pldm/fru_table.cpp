@@ -12,22 +12,11 @@
 #include "common/memory.h"
 #include "common/printable.h"
 #include "common/wire.h"
-#include "pldm/exchange.h"
+#include "pldm/message.h"
+
+using namespace sideband;
 
 namespace {
-
-using sideband::can_exchange;
-using sideband::HeapPtr;
-using sideband::kPldmCommand;
-using sideband::kPldmCompletionCode;
-using sideband::pldm_exchange;
-using sideband::pldm_response_exceeds;
-using sideband::pldm_response_has;
-using sideband::print_line;
-using sideband::Printable;
-using sideband::too_short;
-using sideband::WireReader;
-using sideband::WireWriter;
 
 enum Command : uint8_t {
     kGetFruRecordTableMetadata = 0x01,
@@ -208,7 +197,7 @@ int32_t read_parts(pldm_ctx& ctx, std::span<uint8_t> table) {
     constexpr size_t kBehindTable = 16;  // the header in front, up to 3 pad bytes and the checksum
     constexpr int kBehindHeader = 7;
     const size_t size = table.size() + kBehindTable;
-    const HeapPtr<uint8_t[]> room = sideband::allocate_bytes(size);
+    const HeapPtr<uint8_t[]> room = allocate_bytes(size);
     if (room == nullptr) {
         return PLDM_ERROR_ARGUMENT;
     }
@@ -409,7 +398,7 @@ int32_t pldm_get_FRU_fields(pldm_ctx* ctx, uint32_t field_id) {
     HeapPtr<uint8_t[]> table;
     int32_t result = can_exchange(ctx) ? learn_table_length(*ctx, 0, length) : -1;
     if (result == 0) {
-        table = sideband::allocate_bytes(std::max<size_t>(length, 1));
+        table = allocate_bytes(std::max<size_t>(length, 1));
         result = table == nullptr ? PLDM_ERROR_ARGUMENT : read_parts(*ctx, {table.get(), length});
     }
     if (result < 0) {

@@ -11,20 +11,12 @@
 
 #include "common/memory.h"
 #include "common/wire.h"
-#include "pldm/exchange.h"
-#include "pldm/monitor_exchange.h"
+#include "pldm/message.h"
+#include "pldm/monitor.h"
+
+using namespace sideband;
 
 namespace {
-
-using sideband::can_exchange;
-using sideband::HeapPtr;
-using sideband::kPldmCompletionCode;
-using sideband::pldm_exchange;
-using sideband::pldm_response_has;
-using sideband::print_line;
-using sideband::too_short;
-using sideband::WireReader;
-using sideband::WireWriter;
 
 enum Command : uint8_t {
     kSetNumericSensorEnable = 0x10,
@@ -43,7 +35,7 @@ constexpr int kNotEnabledReadingsMax = 10;
 
 /// Starts a request: header, command, sensor ID. The writer stands behind them.
 WireWriter start_request(std::span<uint8_t> request, Command command, uint16_t sensor_id) {
-    return sideband::monitor_request(request, command).le16(sensor_id);
+    return monitor_request(request, command).le16(sensor_id);
 }
 
 constexpr const char* kRequestEnd = "===================================";
@@ -205,7 +197,7 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
     const size_t length = (size_t{count} + 3) * 2;
     console_log("pldm_set_state_sensor_enable req_len =%d\n", static_cast<int>(length));
     // Deliberately never released: a transfer operation may hold on to the request.
-    uint8_t* request = sideband::allocate_bytes(length).release();
+    uint8_t* request = allocate_bytes(length).release();
     if (request == nullptr) {
         return PLDM_ERROR_ARGUMENT;
     }
@@ -250,7 +242,7 @@ int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, pldm_st
     if (out == nullptr || !can_exchange(ctx)) {
         return -1;
     }
-    const HeapPtr<uint8_t[]> room = sideband::allocate_bytes(kStateResponseSize);
+    const HeapPtr<uint8_t[]> room = allocate_bytes(kStateResponseSize);
     if (room == nullptr) {
         return -1;
     }
@@ -292,7 +284,7 @@ int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx, uint16_t sensor
     if (ctx->transfer_op == nullptr) {
         return PLDM_ERROR_ARGUMENT;
     }
-    const HeapPtr<uint8_t[]> room = sideband::allocate_bytes(kStateResponseSize);
+    const HeapPtr<uint8_t[]> room = allocate_bytes(kStateResponseSize);
     if (room == nullptr) {
         debug_log("%s, malloc() fail\n", kFunction);
         return PLDM_ERROR_ARGUMENT;

@@ -9,9 +9,9 @@
 
 #include "common/wire.h"
 
-namespace {
+using namespace sideband;
 
-using sideband::WireReader;
+namespace {
 
 /// A member of a record and its label. Consoles and scripts know the labels as they stand here,
 /// odd ones included.

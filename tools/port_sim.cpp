@@ -5,11 +5,11 @@
 
 #include <sstream>
 
-#include "board.h"
-#include "platform/sim/nvme_firmware.h"
-#include "platform/sim/passing.h"
-#include "tools/failure.h"
-#include "tools/port.h"
+#include "sim/board/board.h"
+#include "sim/nvme/firmware.h"
+#include "sim/board/passing.h"
+#include "tools/shell/failure.h"
+#include "tools/shell/port.h"
 
 namespace tool {
 namespace {

@@ -7,7 +7,11 @@
 #include <unistd.h>
 
 #include "common/lock.h"
-#include "transport/transport.h"
+#include "common/sleep.h"
+#include "transport/amd_mpio.h"
+#include "transport/pcie_message.h"
+
+using namespace sideband;
 
 namespace {
 
@@ -29,7 +33,7 @@ int32_t allocate_device_pool(mctp_ctx* mpio) {
 
 /// Before its marker file exists the MPIO can still be ready: the state word holds its EID then.
 bool mpio_ready() {
-    const uint32_t state = sideband::mpio_state();
+    const uint32_t state = mpio_state();
     return access(MCTP_MPIO_READY_MARKER, F_OK) == 0 ||
            (state != PLT_MPIO_NONE && state != PLT_MPIO_WANTED);
 }
@@ -48,19 +52,19 @@ void _init_amd_mpio_ctx(mctp_ctx* mpio) {
     mpio->pcie_bdf[1] = 0;
     mpio->pcie_bdf[2] = 0;
     mpio->binding_kind = MCTP_BINDING_KIND_PCIE;
-    mpio->recv = sideband::pcie_recv;
-    mpio->send = sideband::pcie_send;
-    mpio->xfer = sideband::pcie_xfer;
+    mpio->recv = pcie_recv;
+    mpio->send = pcie_send;
+    mpio->xfer = pcie_xfer;
     mpio->binding = &pcie_mctp_binding;
 }
 
 int32_t init_amd_mpio_if_need(mctp_ctx* mpio) {
     debug_log("try do_init_amd_mpio\n");
-    const sideband::MutexGuard bring_up(at_p_St_GlobalSecVar->mpio_mutex);
+    const MutexGuard bring_up(at_p_St_GlobalSecVar->mpio_mutex);
     if (!bring_up) {
         return -1;
     }
-    if (sideband::mpio_state() != PLT_MPIO_WANTED) {
+    if (mpio_state() != PLT_MPIO_WANTED) {
         return 0;
     }
     if (do_init_amd_mpio(mpio) != 0) {
@@ -90,7 +94,7 @@ int32_t do_init_amd_mpio(mctp_ctx* mpio) {
         debug_log("[MCTP] Cannot allocate eid pool to AMD MPIO.\n");
         return -1;
     }
-    sideband::sleep_us(kSettleUs);
+    sleep_us(kSettleUs);
     // No lock protects the flag: other services read it, and bring-ups may overlap.
     __atomic_store_n(&at_p_St_GlobalVar->mpio_bringup_pending, uint8_t{0}, __ATOMIC_RELEASE);
     return 0;
@@ -100,8 +104,7 @@ int32_t get_eid_from_mpio(mctp_ctx* ctx) {
     mctp_ctx mpio{};
     _init_amd_mpio_ctx(&mpio);
     if (!mpio_ready()) {
-        if (sideband::mpio_state() == PLT_MPIO_NONE &&
-            platform.identifier == PLT_IDENTIFIER_TURIN) {
+        if (mpio_state() == PLT_MPIO_NONE && platform.identifier == PLT_IDENTIFIER_TURIN) {
             mctp_prepare_for_endpoint_discovery(&mpio);  // a nudge, whatever comes of it
         }
         debug_log("[Turin] MPIO not ready, skip the MCTP req.\n");

@@ -7,8 +7,10 @@
 #include <cstring>
 #include <span>
 
+#include "common/sleep.h"
 #include "transport/control.h"
-#include "transport/transport.h"
+
+using namespace sideband;
 
 namespace sideband {
 namespace {
@@ -140,13 +142,13 @@ int32_t mctp_get_routing_table_entries(mctp_ctx* ctx, uint8_t entry_handle, uint
     if (table == nullptr) {
         return -1;
     }
-    return sideband::read_routing_table(ctx, entry_handle, table) < 0 ? -1 : 0;
+    return read_routing_table(ctx, entry_handle, table) < 0 ? -1 : 0;
 }
 
 int32_t mctp_prepare_for_endpoint_discovery(mctp_ctx* ctx) {
-    return sideband::plain_request(ctx, kPrepareForEndpointDiscovery);
+    return plain_request(ctx, kPrepareForEndpointDiscovery);
 }
 
 int32_t mctp_endpoint_discovery(mctp_ctx* ctx) {
-    return sideband::plain_request(ctx, kEndpointDiscovery);
+    return plain_request(ctx, kEndpointDiscovery);
 }

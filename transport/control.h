@@ -39,4 +39,13 @@ int32_t control_request(mctp_ctx* ctx, std::span<uint8_t> request, std::span<uin
 
 }  // namespace sideband::control
 
+namespace sideband {
+
+/// Get Routing Table Entries with the number of bytes that the endpoint really sent.
+/// @param table  MCTP_ROUTING_TABLE_RESPONSE_SIZE bytes
+/// @return bytes received, or -1
+int32_t read_routing_table(mctp_ctx* ctx, uint8_t entry_handle, uint8_t* table);
+
+}  // namespace sideband
+
 #endif

@@ -9,7 +9,10 @@
 
 #include "common/lock.h"
 #include "common/wire.h"
-#include "transport/transport.h"
+#include "transport/amd_mpio.h"
+#include "transport/control.h"
+
+using namespace sideband;
 
 namespace {
 
@@ -48,7 +51,7 @@ void log_entry(const RoutingEntry& entry) {
 }
 
 /// Reads one entry (DSP0236, table 26); the reader stays failed where the entry runs past its end.
-RoutingEntry read_entry(sideband::WireReader& reader) {
+RoutingEntry read_entry(WireReader& reader) {
     RoutingEntry entry{};
     reader.skip(1);  // EID range size
     entry.starting_eid = reader.u8();
@@ -65,7 +68,7 @@ RoutingEntry read_entry(sideband::WireReader& reader) {
 
 Lookup look_up(std::span<const uint8_t> table, mctp_ctx& target) {
     constexpr size_t kCountOffset = 4;
-    sideband::WireReader reader(table);
+    WireReader reader(table);
     reader.skip(kCountOffset);
     const unsigned count = reader.u8();
     if (!reader.ok()) {
@@ -88,7 +91,7 @@ Lookup look_up(std::span<const uint8_t> table, mctp_ctx& target) {
 
 /// Whether the MPIO is there to be asked: it has been brought up, or it answers now.
 bool mpio_present(mctp_ctx& mpio) {
-    return sideband::mpio_state() != PLT_MPIO_NONE || mctp_get_endpoint_id(&mpio) >= 0;
+    return mpio_state() != PLT_MPIO_NONE || mctp_get_endpoint_id(&mpio) >= 0;
 }
 
 }  // namespace
@@ -121,7 +124,7 @@ int32_t mctp_assign_eid(mctp_ctx* ctx) {
     }
     uint8_t eid = 0;
     {
-        sideband::MutexGuard pool(at_p_St_GlobalSecVar->eid_mutex);
+        MutexGuard pool(at_p_St_GlobalSecVar->eid_mutex);
         if (!pool) {
             return -1;
         }
@@ -151,7 +154,7 @@ int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* target) {
     uint8_t handle = 0;
     for (int requests = 0; requests < kTableRequestsMax && handle != kTableEnd; ++requests) {
         std::array<uint8_t, MCTP_ROUTING_TABLE_RESPONSE_SIZE> table;
-        const int32_t received = sideband::read_routing_table(owner, handle, table.data());
+        const int32_t received = read_routing_table(owner, handle, table.data());
         if (received < 0) {
             debug_log("fail in mctp_get_routing_table_entries\n");
             return -1;

@@ -2,18 +2,16 @@
 // The endpoint context: set-up by binding kind, and the trace of dropped packets.
 #include <sideband/mctp.h>
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 
-#include "transport/transport.h"
+#include "transport/mctp.h"
+#include "transport/pcie_message.h"
+#include "transport/smbus_message.h"
+
+using namespace sideband;
 
 namespace sideband {
-
-void sleep_us(uint32_t microseconds) {
-    usleep(microseconds);
-}
 
 EndpointPtr create_endpoint(const mctp_ctx& config) {
     EndpointPtr endpoint(static_cast<mctp_ctx*>(std::calloc(1, sizeof(mctp_ctx))));
@@ -106,7 +104,7 @@ int32_t mctp_init2(mctp_ctx* ctx) {
     if (ctx == nullptr) {
         return -1;
     }
-    return sideband::initialise(*ctx, sideband::operations_for(ctx->binding_kind));
+    return initialise(*ctx, operations_for(ctx->binding_kind));
 }
 
 int32_t mctp_init2_with_i2c_delay(mctp_ctx* ctx) {
@@ -114,7 +112,7 @@ int32_t mctp_init2_with_i2c_delay(mctp_ctx* ctx) {
         return -1;
     }
     const bool is_smbus = ctx->binding_kind == MCTP_BINDING_KIND_SMBUS;
-    return sideband::initialise(*ctx, is_smbus ? &sideband::kSmbusDelayed : nullptr);
+    return initialise(*ctx, is_smbus ? &kSmbusDelayed : nullptr);
 }
 
 void dump_packets(int32_t length, const uint8_t* packet) {

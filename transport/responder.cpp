@@ -10,7 +10,9 @@
 #include <utility>
 
 #include "transport/control.h"
-#include "transport/transport.h"
+#include "transport/pcie_message.h"
+
+using namespace sideband;
 
 namespace {
 
@@ -120,7 +122,7 @@ private:
         response[0] = message[kInstance] & kInstanceIdMask;
         response[1] = message[kCommand];
         std::copy(tail.begin(), tail.end(), response.begin() + 2);
-        const sideband::AddressedTo peer(&ctx_, requester());
+        const AddressedTo peer(&ctx_, requester());
         const int32_t result =
             ctx_.send(&ctx_, static_cast<uint32_t>(2 + tail.size()), response.data(), 0);
         return result < 0 ? Outcome::failed : Outcome::go_on;

@@ -12,10 +12,26 @@
 #include "common/crc.h"
 #include "common/lock.h"
 #include "common/memory.h"
-#include "transport/transport.h"
+#include "common/sleep.h"
+#include "transport/smbus_message.h"
 
 namespace sideband {
 namespace {
+
+/// MCTP transport header (DSP0236, clause 8.1): version, destination, source, flags.
+constexpr int32_t kTransportHeaderSize = 4;
+constexpr uint8_t kHeaderVersion = 1;
+constexpr uint8_t kFlagSom = 0x80;
+constexpr uint8_t kFlagEom = 0x40;
+constexpr uint8_t kFlagTagOwner = 0x08;
+constexpr uint8_t kTagMask = 0x07;
+constexpr uint8_t kSequenceMask = 0x03;
+constexpr int kSequenceShift = 4;
+
+/// The tag of the next request.
+uint8_t next_tag(uint8_t tag) {
+    return static_cast<uint8_t>((tag + 1) & kTagMask);
+}
 
 /// Room in front of a packet for the binding's own header.
 constexpr int32_t kPhysicalHeaderSize = 4;
@@ -81,6 +97,9 @@ private:
     size_t check_taken_ = 0;
     std::array<uint8_t, kIntegrityCheckSize> check_{};
 };
+
+/// What a receive does with the message type byte.
+enum class TypeByte { strip, deliver };
 
 /// The reassembly of one message (DSP0236, clause 8.4), as deployed firmware expects it.
 class Reassembly {
@@ -238,8 +257,6 @@ bool Reassembly::store(const uint8_t* packet, int32_t length) {
     return true;
 }
 
-}  // namespace
-
 int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t tag_owner,
                      bool integrity_check) {
     if (!unit_size_usable(ctx) || ctx.binding == nullptr || ctx.binding->write == nullptr ||
@@ -282,7 +299,8 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
     return 0;
 }
 
-int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, TypeByte type_byte) {
+int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer,
+                        TypeByte type_byte = TypeByte::strip) {
     if (buffer == nullptr || capacity <= 0) {
         return 0;
     }
@@ -291,6 +309,8 @@ int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, TypeBy
     }
     return Reassembly(ctx, capacity, buffer, type_byte).run();
 }
+
+}  // namespace
 
 int32_t smbus_send_locked(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner) {
     MutexGuard bus(bus_mutex(*ctx));

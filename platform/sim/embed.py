@@ -8,7 +8,7 @@ rows = [', '.join(f"'\\x{byte:02x}'" for byte in data[at:at + 16]) for at in ran
 with open(sys.argv[2], 'w', encoding='ascii') as out:
     out.write('// SPDX-License-Identifier: Apache-2.0\n')
     out.write('// The built-in board file, made by embed.py.\n')
-    out.write('#include "board.h"\n\nstatic constexpr char kFile[] = {\n')
+    out.write('#include "sim/board/board.h"\n\nstatic constexpr char kFile[] = {\n')
     out.write(',\n'.join('    ' + row for row in rows))
     out.write('};\n\nstd::string_view sim::Board::built_in_file() {\n')
     out.write('    return {kFile, sizeof kFile};\n}\n')

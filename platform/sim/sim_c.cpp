@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "board.h"
+#include "sim/board/board.h"
 
 namespace {
 std::unique_ptr<sim::Board> opened;

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "board.h"
+#include "sim/board/board.h"
 #include "support/capture.h"
 
 namespace board_test {

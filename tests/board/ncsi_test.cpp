@@ -6,7 +6,7 @@
 #include <functional>
 
 #include "fixture.h"
-#include "ncsi_controller.h"
+#include "sim/ncsi/controller.h"
 
 namespace {
 

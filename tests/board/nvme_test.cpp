@@ -13,7 +13,7 @@
 #include <functional>
 
 #include "fixture.h"
-#include "nvme_drive.h"
+#include "sim/nvme/drive.h"
 
 namespace {
 

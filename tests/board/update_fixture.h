@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "fixture.h"
-#include "pldm_firmware.h"
-#include "tools/package_builder.h"
+#include "sim/pldm/firmware.h"
+#include "testing/package_builder.h"
 
 namespace board_test {
 

@@ -44,11 +44,11 @@ def include_complaints(path, text, root):
             if foreign or name.startswith(("..", "sideband-sim/")):
                 complaints.append(f"{path}: includes {name}")
         elif path.is_relative_to(root / "platform" / "sim"):
-            of_library = first in (*LIBRARY, "include", "tools", "tests")
+            of_library = first in (*LIBRARY, "include", "testing", "tools", "tests")
             # MCTP_binding_SMBUS() and MCTP_binding_PCIE() fill a caller's mctp_ctx: whoever supplies
             # them has to know the record, here as in firmware. No other file needs it.
             allowed = {"sideband/platform.h"}
-            if path.name == "port_card.cpp":
+            if path.name == "card.cpp" and path.parent.name == "port":
                 allowed.add("sideband/mctp.h")
             if (first == "sideband" and name not in allowed) or (of_library and not local):
                 complaints.append(f"{path}: includes {name}")
@@ -72,7 +72,7 @@ def opening_complaints(path, text):
 def main():
     root = pathlib.Path(sys.argv[1]).resolve()
     complaints, count = [], 0
-    folders = (*LIBRARY, "include", "platform", "tools", "tests", "bench", "fuzz", "examples")
+    folders = (*LIBRARY, "include", "platform", "tools", "testing", "tests", "bench", "fuzz", "examples")
     for folder in folders:
         for path in sorted((root / folder).rglob("*")):
             if path.suffix not in (".cpp", ".h", ".c") or not path.is_file():

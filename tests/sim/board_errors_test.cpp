@@ -12,7 +12,7 @@
 #include <functional>
 
 #include "board_test.h"
-#include "firmware_image.h"
+#include "sim/pldm/firmware_image.h"
 
 namespace {
 

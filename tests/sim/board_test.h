@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "board.h"
+#include "sim/board/board.h"
 
 /// Bytes of hex digits; spaces are for the reader.
 std::vector<uint8_t> bytes(std::string_view hex);

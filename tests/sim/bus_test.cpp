@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "board_test.h"
-#include "passing.h"
+#include "sim/board/passing.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <string>
 
-#include "pldm_firmware.h"
+#include "sim/pldm/firmware.h"
 #include "terminus_test.h"
 
 namespace sim_test {

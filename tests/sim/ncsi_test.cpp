@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The network controller: control packets, packages and channels, OEM commands, faults (DSP0222).
-#include "ncsi_controller.h"
+#include "sim/ncsi/controller.h"
 #include "pcie_test.h"
 #include "terminus_test.h"
 

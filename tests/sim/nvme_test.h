@@ -8,8 +8,8 @@
 #include <string>
 
 #include "board_test.h"
-#include "bytes.h"
-#include "nvme_drive.h"
+#include "sim/board/bytes.h"
+#include "sim/nvme/drive.h"
 
 namespace sim_test {
 

@@ -2,7 +2,7 @@
 // PCIe VDM on the simulated board: the request record, routing, tags, packets, time limits.
 #include <algorithm>
 
-#include "passing.h"
+#include "sim/board/passing.h"
 #include "pcie_test.h"
 
 using sim_test::error_of;

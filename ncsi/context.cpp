@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+// The life of an NC-SI context: an endpoint of its own, or one that is lent (DSP0261).
+#include <sideband/ncsi.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "ncsi/message.h"
+#include "transport/mctp.h"
+
+using namespace sideband;
+
+namespace {
+
+/// Frees the endpoint of an earlier ncsi_init(), if the context still has it and it is not to stay.
+void release_owned(ncsi_ctx& ctx, const mctp_ctx* kept = nullptr) {
+    const mctp_ctx* const owned = endpoint_of(ctx.owned);
+    if (owned != ctx.mctp) {
+        ctx.owned = {};
+    } else if (owned != kept) {
+        release(ctx.owned);
+    }
+}
+
+/// Gives the commands of the channel records their way out.
+void install(ncsi_ctx& ctx, ncsi_transfer_op transfer) {
+    ctx.transfer = transfer;
+    for (ncsi_channel& channel : ctx.channels) {
+        channel.ctx = &ctx;
+    }
+}
+
+}  // namespace
+
+int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
+    if (ctx == nullptr || config == nullptr) {
+        return -1;
+    }
+    // First: the prototype may be the endpoint that is released.
+    EndpointPtr endpoint = create_endpoint(*config);
+    release_owned(*ctx);
+    ctx->mctp = nullptr;
+    if (endpoint == nullptr) {
+        std::puts("can't alloc m_ctx");
+        return -1;
+    }
+    install(*ctx, ncsi::exchange);
+    if (mctp_init2(endpoint.get()) < 0) {
+        std::puts("mctp discover failed");
+        return -1;
+    }
+    endpoint->msg_type = MCTP_MSG_TYPE_NCSI;
+    ctx->mctp = endpoint.release();
+    own(ctx->owned, ctx->mctp);
+    return ncsi_discovery(ctx);
+}
+
+int32_t ncsi_deinit(ncsi_ctx* ctx) {
+    if (ctx != nullptr) {
+        std::free(ctx->mctp);
+        ctx->mctp = nullptr;
+        ctx->owned = {};
+    }
+    return 0;
+}
+
+int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp) {
+    if (ctx == nullptr || mctp == nullptr) {
+        return -1;
+    }
+    release_owned(*ctx, mctp);
+    ctx->mctp = mctp;
+    ctx->oem_transfer = ncsi::exchange_locked;
+    install(*ctx, ncsi::exchange_by_oem);
+    mctp->skip_discovery = 1;
+    mctp->i2c_delay_us = 0;
+    if (mctp_init2(mctp) < 0) {
+        std::puts("binding method configure error");
+        return -1;
+    }
+    return 0;
+}

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+// A pcapng file of the MCTP packets that pass over the I2C buses and PCIe.
+#ifndef SIDEBAND_SIM_BOARD_CAPTURE_H
+#define SIDEBAND_SIM_BOARD_CAPTURE_H
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "sim/board/board.h"
+#include "sim/board/bytes.h"
+#include "sim/board/passing.h"
+
+namespace sim {
+
+/// One interface of the capture: an I2C bus, or PCIe.
+struct CaptureBus {
+    uint8_t bus = 0;
+    uint32_t clock_hz = 0;
+    Transport transport = Transport::i2c;
+};
+
+class Capture {
+public:
+    ~Capture();
+
+    /// Opens the file and describes the buses. A FIFO must have its reader already.
+    /// @return false with error filled on failure
+    bool start(const std::string& path, const std::vector<CaptureBus>& buses, std::string& error);
+
+    /// Appends a packet; does nothing while no capture runs.
+    void packet(const Passing& passing);
+
+    /// @return false where a write had failed
+    bool stop();
+
+private:
+    void block(uint32_t type, const Bytes& body);
+
+    std::FILE* file_ = nullptr;
+    bool failed_ = false;
+    std::vector<CaptureBus> buses_;
+};
+
+}  // namespace sim
+
+#endif

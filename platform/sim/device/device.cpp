@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: Apache-2.0
+// A device on the simulated board: its place, its MCTP stack, its faults.
+#include "sim/device/device.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+constexpr uint8_t kControl = 0x00;
+constexpr uint8_t kPldm = 0x01;
+constexpr uint8_t kNotReady = 0x04;
+constexpr uint8_t kInstance = 0x1F;
+
+/// Whether a message type has a "not ready" answer (DSP0236, DSP0240).
+bool knows_not_ready(uint8_t type, ByteView request) {
+    return (type == kControl && request.size() >= 2) || (type == kPldm && request.size() >= 3);
+}
+
+Bytes not_ready_answer(uint8_t type, ByteView request) {
+    ByteView header = request.first(type == kControl ? 2 : 3);
+    Bytes out(header.begin(), header.end());
+    out[0] &= kInstance;
+    out.push_back(kNotReady);
+    return out;
+}
+
+}  // namespace
+
+Device::Device(const DeviceConfig& config, const Clock& clock, Bytes types)
+    : config_(config),
+      clock_(clock),
+      endpoint_(config.eid, config.transmission_unit, config.lenient_eom),
+      control_(endpoint_, config.eid, config.uuid, std::move(types), config.bus_owner) {
+    for (const Fault& fault : config_.faults)
+        faults_.add(fault);
+}
+
+std::vector<Outgoing> Device::receive(ByteView packet) {
+    if (faults_.strike(FaultKind::lost_request) != nullptr)
+        return {};
+    std::optional<Message> message = endpoint_.receive(packet);
+    return message ? handle(*message) : std::vector<Outgoing>{};
+}
+
+std::vector<Outgoing> Device::bmc_waits(bool& ended) {
+    std::optional<Message> message = endpoint_.sender_waits();
+    ended = message.has_value();
+    if (message)
+        return handle(*message);
+    std::vector<Outgoing> out;
+    idle();
+    send_initiated(out);
+    return out;
+}
+
+void Device::reset() {
+    endpoint_.reset();
+    endpoint_.set_unit(config_.transmission_unit);
+    control_.reset();
+}
+
+std::vector<Outgoing> Device::handle(const Message& message) {
+    std::vector<Outgoing> out;
+    if (message.tag_owner)
+        respond(message, out);
+    else
+        heard(message);
+    send_initiated(out);
+    return out;
+}
+
+void Device::send_initiated(std::vector<Outgoing>& out) {
+    for (Initiated& own : std::exchange(initiated_, {})) {
+        own.message.source_eid = endpoint_.eid();
+        own.message.tag_owner = true;
+        send_message(own.message, own.delay_us, out);
+    }
+}
+
+void Device::respond(const Message& request, std::vector<Outgoing>& out) {
+    answer_delay_us_ = config_.response_us;
+    requester_eid_ = request.source_eid;
+    std::optional<Bytes> body;
+    if (knows_not_ready(request.type, request.body) &&
+        faults_.strike(FaultKind::not_ready) != nullptr)
+        body = not_ready_answer(request.type, request.body);
+    else
+        body = answer(request.type, request.body);
+    Message response;
+    response.type = request.type;
+    response.source_eid = endpoint_.eid();
+    response.destination_eid = request.source_eid;
+    response.tag = request.tag;
+    for (Early& early : std::exchange(early_, {})) {
+        response.body = std::move(early.body);
+        send_message(response, early.delay_us, out);
+    }
+    if (!body)
+        return;
+    response.body = std::move(*body);
+    send_message(response, answer_delay_us_, out);
+}
+
+void Device::send_message(const Message& message, uint64_t delay_us, std::vector<Outgoing>& out) {
+    std::vector<Bytes> packets = endpoint_.split(message);
+    for (size_t i = 0; i + 1 < packets.size(); ++i)
+        if (faults_.strike(FaultKind::reorder) != nullptr)
+            std::swap(packets[i], packets[i + 1]);
+    for (Bytes& packet : packets)
+        send(std::move(packet), delay_us, out);
+}
+
+void Device::send(Bytes packet, uint64_t delay_us, std::vector<Outgoing>& out) {
+    if (faults_.strike(FaultKind::lost_response) != nullptr)
+        return;
+    Outgoing outgoing;
+    outgoing.delay_ns = delay_us * 1000;
+    if (const Fault* late = faults_.strike(FaultKind::late))
+        outgoing.delay_ns += late->delay_us * 1000;
+    if (faults_.strike(FaultKind::wrong_tag) != nullptr)
+        packet[3] = static_cast<uint8_t>((packet[3] & 0xF8) | ((packet[3] + 1) & 0x07));
+    if (faults_.strike(FaultKind::wrong_sequence) != nullptr)
+        packet[3] = static_cast<uint8_t>((packet[3] & 0xCF) | ((packet[3] + 0x10) & 0x30));
+    if (const Fault* truncate = faults_.strike(FaultKind::truncate))
+        packet.resize(packet.size() - std::min<size_t>(packet.size(), truncate->bytes));
+    if (const Fault* over_long = faults_.strike(FaultKind::over_long))
+        packet.resize(packet.size() + over_long->bytes, 0xEE);
+    outgoing.spoil_pec = faults_.strike(FaultKind::bad_pec) != nullptr;
+    outgoing.packet = std::move(packet);
+    out.push_back(outgoing);
+    if (faults_.strike(FaultKind::duplicate) != nullptr)
+        out.push_back(out.back());
+}
+
+}  // namespace sim

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+// Faults of a device: what goes wrong, and at which occasions.
+#include "sim/device/fault.h"
+
+namespace sim {
+
+namespace {
+constexpr int64_t kManyTimes = 1'000'000'000;
+constexpr int64_t kLongestDelayUs = 600'000'000;
+constexpr int64_t kMostBytes = 255;
+
+const std::vector<std::string> kKindNames = {"no_ack",    "lost",           "duplicate", "reorder",
+                                             "late",      "truncate",       "over_long", "bad_pec",
+                                             "wrong_tag", "wrong_sequence", "not_ready"};
+constexpr FaultKind kKinds[] = {
+    FaultKind::no_ack,    FaultKind::lost_response,  FaultKind::duplicate, FaultKind::reorder,
+    FaultKind::late,      FaultKind::truncate,       FaultKind::over_long, FaultKind::bad_pec,
+    FaultKind::wrong_tag, FaultKind::wrong_sequence, FaultKind::not_ready};
+const std::vector<std::string> kLostNames = {"response", "request"};
+}  // namespace
+
+Fault read_fault(const Place& place) {
+    ObjectReader reader(place);
+    Fault fault;
+    const size_t kind = reader.choice("kind", kKindNames);
+    fault.kind = kKinds[kind];
+    if (fault.kind == FaultKind::lost_response && reader.choice("what", kLostNames, 0) == 1)
+        fault.kind = FaultKind::lost_request;
+    if (fault.kind == FaultKind::late)
+        fault.delay_us = static_cast<uint64_t>(reader.whole("delay_us", 1, kLongestDelayUs));
+    if (fault.kind == FaultKind::truncate)
+        fault.bytes = static_cast<uint64_t>(reader.whole("bytes", 1, kMostBytes, 1));
+    if (fault.kind == FaultKind::over_long)
+        fault.bytes = static_cast<uint64_t>(reader.whole("bytes", 1, kMostBytes, 16));
+    fault.after = static_cast<uint64_t>(reader.whole("after", 0, kManyTimes, 0));
+    fault.every = static_cast<uint64_t>(reader.whole("every", 1, kManyTimes, 1));
+    fault.count = static_cast<uint64_t>(reader.whole("count", 0, kManyTimes, 0));
+    reader.finish();
+    return fault;
+}
+
+const Fault* FaultSet::strike(FaultKind kind) {
+    const Fault* striking = nullptr;
+    for (Fault& fault : faults_) {
+        if (fault.kind != kind)
+            continue;
+        const uint64_t occasion = fault.seen++;
+        const bool due = occasion >= fault.after && (occasion - fault.after) % fault.every == 0;
+        const bool spent = fault.count != 0 && fault.hits >= fault.count;
+        if (due && !spent && striking == nullptr) {
+            ++fault.hits;
+            striking = &fault;
+        }
+    }
+    return striking;
+}
+
+}  // namespace sim

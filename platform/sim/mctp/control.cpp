@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: Apache-2.0
+// MCTP control messages as an endpoint answers them (DSP0236, clause 12).
+#include "sim/mctp/control.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+// Header byte 0.
+constexpr uint8_t kRequest = 0x80;
+constexpr uint8_t kDatagram = 0x40;
+constexpr uint8_t kInstance = 0x1F;
+
+// Completion codes, DSP0236, table 13.
+constexpr uint8_t kSuccess = 0x00;
+constexpr uint8_t kInvalidData = 0x02;
+constexpr uint8_t kInvalidLength = 0x03;
+constexpr uint8_t kUnsupported = 0x05;
+constexpr uint8_t kTypeNotSupported = 0x80;
+
+enum Command : uint8_t {
+    set_endpoint_id_command = ControlResponder::kSetEndpointId,
+    get_endpoint_id_command = ControlResponder::kGetEndpointId,
+    get_endpoint_uuid = 0x03,
+    get_version_support_command = 0x04,
+    get_message_type_support = 0x05,
+    prepare_for_endpoint_discovery = 0x0B,
+    endpoint_discovery = 0x0C,
+};
+
+/// Bytes of request data behind the command code; nothing for a command that is not served.
+std::optional<size_t> data_size(uint8_t command) {
+    switch (command) {
+        case set_endpoint_id_command:
+            return 2;
+        case get_version_support_command:
+            return 1;
+        case get_endpoint_id_command:
+        case get_endpoint_uuid:
+        case get_message_type_support:
+        case prepare_for_endpoint_discovery:
+        case endpoint_discovery:
+            return 0;
+        default:
+            return std::nullopt;
+    }
+}
+
+}  // namespace
+
+ControlResponder::ControlResponder(MctpEndpoint& endpoint, uint8_t static_eid, const Uuid& uuid,
+                                   Bytes types, bool bus_owner)
+    : endpoint_(endpoint),
+      static_eid_(static_eid),
+      uuid_(uuid),
+      types_(std::move(types)),
+      bus_owner_(bus_owner) {}
+
+std::optional<Bytes> ControlResponder::answer(ByteView request) {
+    if (request.size() < 2 || (request[0] & (kRequest | kDatagram)) != kRequest)
+        return std::nullopt;
+    const uint8_t command = request[1];
+    const ByteView data = request.subspan(2);
+    Bytes out{static_cast<uint8_t>(request[0] & kInstance), command};
+
+    const std::optional<size_t> size = data_size(command);
+    if (!size || *size != data.size()) {
+        out.push_back(size ? kInvalidLength : kUnsupported);
+        return out;
+    }
+    switch (command) {
+        case set_endpoint_id_command:
+            append(out, set_endpoint_id(data));
+            break;
+        case get_endpoint_id_command:
+            append(out, get_endpoint_id());
+            break;
+        case get_endpoint_uuid:
+            out.push_back(kSuccess);
+            append(out, uuid_);
+            break;
+        case get_version_support_command:
+            append(out, get_version_support(data));
+            break;
+        case get_message_type_support:
+            out.push_back(kSuccess);
+            out.push_back(static_cast<uint8_t>(types_.size()));
+            append(out, types_);
+            break;
+        case prepare_for_endpoint_discovery:
+            discovered_ = false;
+            out.push_back(kSuccess);
+            break;
+        default:  // Endpoint Discovery: an endpoint that has been discovered keeps silent.
+            if (discovered_)
+                return std::nullopt;
+            out.push_back(kSuccess);
+    }
+    return out;
+}
+
+Bytes ControlResponder::set_endpoint_id(ByteView data) {
+    enum Operation : uint8_t { set = 0, force = 1, reset_to_static = 2, set_discovered = 3 };
+    const uint8_t operation = data[0] & 3;
+    const uint8_t eid = data[1];
+    if (operation == set || operation == force) {
+        if (eid < 8 || eid == 0xFF)
+            return {kInvalidData};
+        endpoint_.set_eid(eid);
+    } else if (operation == reset_to_static) {
+        if (static_eid_ == 0)
+            return {kInvalidData};
+        endpoint_.set_eid(static_eid_);
+    }
+    discovered_ = true;
+    // Status: assignment accepted, no EID pool wanted.
+    return {kSuccess, 0x00, endpoint_.eid(), 0x00};
+}
+
+Bytes ControlResponder::get_endpoint_id() const {
+    // EID dynamic, or a static one in use, or a static one replaced.
+    enum EidType : uint8_t { dynamic = 0, is_static = 2, replaced = 3 };
+    EidType type = dynamic;
+    if (static_eid_ != 0)
+        type = endpoint_.eid() == static_eid_ ? is_static : replaced;
+    constexpr uint8_t kBusOwnerOrBridge = 0x10;
+    const uint8_t endpoint_type = bus_owner_ ? kBusOwnerOrBridge : 0;
+    return {kSuccess, endpoint_.eid(), static_cast<uint8_t>(endpoint_type | type), 0x00};
+}
+
+Bytes ControlResponder::get_version_support(ByteView data) const {
+    const uint8_t type = data[0];
+    const bool known =
+        type == 0xFF || type == 0x00 || std::ranges::find(types_, type) != types_.end();
+    if (!known)
+        return {kTypeNotSupported};
+    if (type == 0xFF || type == 0x00)
+        return {kSuccess, 1, 0xF1, 0xF3, 0xF1, 0x00};  // 1.3.1
+    return {kSuccess, 1, 0xF1, 0xF1, 0xF0, 0x00};      // 1.1.0
+}
+
+void ControlResponder::reset() {
+    endpoint_.set_eid(static_eid_);
+    discovered_ = false;
+}
+
+}  // namespace sim

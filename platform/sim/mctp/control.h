@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+// MCTP control messages as an endpoint answers them (DSP0236, clause 12).
+#ifndef SIDEBAND_SIM_MCTP_CONTROL_H
+#define SIDEBAND_SIM_MCTP_CONTROL_H
+
+#include <array>
+#include <optional>
+
+#include "sim/board/bytes.h"
+#include "sim/mctp/endpoint.h"
+
+namespace sim {
+
+using Uuid = std::array<uint8_t, 16>;
+
+class ControlResponder {
+public:
+    static constexpr uint8_t kSetEndpointId = 0x01;
+    static constexpr uint8_t kGetEndpointId = 0x02;
+
+    /// @param static_eid  the EID that the endpoint has of its own, 0 = none
+    /// @param types       message types besides control
+    /// @param bus_owner   what Get Endpoint ID is to say: bus owner or bridge, or simple endpoint
+    ControlResponder(MctpEndpoint& endpoint, uint8_t static_eid, const Uuid& uuid, Bytes types,
+                     bool bus_owner);
+
+    /// @param request  message body, the header first
+    /// @return nothing for a message that gets no answer
+    std::optional<Bytes> answer(ByteView request);
+
+    /// As after power on: own EID again, not discovered.
+    void reset();
+
+private:
+    Bytes set_endpoint_id(ByteView data);
+    Bytes get_endpoint_id() const;
+    Bytes get_version_support(ByteView data) const;
+
+    MctpEndpoint& endpoint_;
+    uint8_t static_eid_;
+    Uuid uuid_;
+    Bytes types_;
+    bool bus_owner_;
+    bool discovered_ = false;
+};
+
+}  // namespace sim
+
+#endif

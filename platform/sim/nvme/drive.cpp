@@ -1,0 +1,227 @@
+// SPDX-License-Identifier: Apache-2.0
+// An NVMe drive behind its management endpoint: messages, their integrity check, faults, resets.
+#include "sim/nvme/drive.h"
+
+#include <algorithm>
+
+#include "sim/device/device.h"
+
+namespace sim {
+
+namespace {
+
+constexpr uint8_t kMessageType = 0x04;
+constexpr uint8_t kWithCheck = 0x80;
+
+// NVMe-MI message header, from behind the MCTP message type on (NVMe-MI, message fields).
+constexpr size_t kKind = 0;
+constexpr size_t kOpcode = 3;
+constexpr size_t kHeaderSize = 4;
+constexpr uint8_t kResponse = 0x80;
+constexpr uint8_t kKindAndSlot = 0x79;
+constexpr size_t kStatusSize = 4;  ///< status and management response
+constexpr size_t kCheckSize = 4;
+/// 4 KiB of data and 128 bytes of what is around it, the message type among them.
+constexpr size_t kLargestMessage = 4224;
+
+constexpr double kMicrosecond = 1e-6;
+
+NvmeCommandSet set_of(uint8_t kind) {
+    return static_cast<NvmeCommandSet>(kind >> 3 & 0x0F);
+}
+
+/// The check of a message, its type included.
+uint32_t check_of(ByteView body) {
+    Bytes all{static_cast<uint8_t>(kMessageType | kWithCheck)};
+    append(all, body);
+    return crc32c(all);
+}
+
+/// A response with its integrity check. @param kind  first byte of the request
+Bytes compose(uint8_t kind, uint8_t status, uint32_t management, ByteView data) {
+    Bytes out{static_cast<uint8_t>(kResponse | (kind & kKindAndSlot)), 0, 0, status, 0, 0, 0};
+    put_le(out, kStatusSize, management, 3);
+    append(out, data);
+    append_le32(out, check_of(out));
+    return out;
+}
+
+class NvmeDevice : public Device {
+public:
+    NvmeDevice(NvmeConfig drive, const DeviceConfig& config, const Clock& clock)
+        : Device(config, clock, {kMessageType}),
+          drive_(std::move(drive), config.where.transport == Transport::pcie
+                                       ? NvmePortType::pcie
+                                       : NvmePortType::smbus) {}
+
+    void reset() override {
+        Device::reset();
+        drive_.power_cycle();
+    }
+    NvmeDrive* nvme() override { return &drive_; }
+
+protected:
+    std::optional<Bytes> answer(uint8_t type, ByteView request) override {
+        if (type == 0)
+            return answer_control(request);
+        if (type != (kMessageType | kWithCheck))
+            return std::nullopt;
+        std::optional<NvmeAnswer> answer =
+            drive_.answer(request, static_cast<double>(clock().now_us()) * kMicrosecond);
+        set_transmission_unit(drive_.transmission_unit());
+        if (!answer)
+            return std::nullopt;
+        for (Bytes& more : answer->in_advance)
+            answer_in_advance(std::move(more), drive_.settings().processing_us);
+        return std::move(answer->body);
+    }
+
+private:
+    NvmeDrive drive_;
+};
+
+}  // namespace
+
+NvmeDrive::NvmeDrive(NvmeConfig config, NvmePortType own_port)
+    : config_(std::move(config)),
+      settings_(config_.settings),
+      own_port_(own_port),
+      firmware_(config_.firmware),
+      namespaces_(config_) {
+    last_health_ = health();
+    mark(nvme_ready);
+}
+
+uint64_t NvmeDrive::count(NvmeCommandSet set, uint8_t opcode) const {
+    const auto found = counts_.find({set, opcode});
+    return found != counts_.end() ? found->second : 0;
+}
+
+void NvmeDrive::set_faults(std::vector<NvmeFault> faults) {
+    settings_.faults = std::move(faults);
+    counts_.clear();
+}
+
+size_t NvmeDrive::transmission_unit() const {
+    for (const NvmePort& port : config_.ports)
+        if (port.type == own_port_ && port.unit != NvmePort{}.unit)
+            return port.unit;
+    return 0;
+}
+
+void NvmeDrive::power_cycle() {
+    ++config_.smart.power_cycles;
+    lockdown_ = {};
+    for (auto& [id, controller] : config_.controllers)
+        controller.changed = 0;
+    begin_anew();
+}
+
+void NvmeDrive::subsystem_reset() {
+    ++resets_;
+    begin_anew();
+    mark(nvme_subsystem_reset | nvme_status_changed);
+}
+
+void NvmeDrive::begin_anew() {
+    if (firmware_.reset())
+        mark(nvme_firmware_activated);
+    for (NvmePort& port : config_.ports)
+        port.unit = NvmePort{}.unit;
+    for (auto& [id, feature] : config_.features)
+        feature.current = feature.saved ? *feature.saved : feature.initial;
+    mark(nvme_ready);
+}
+
+const NvmeFault* NvmeDrive::strike(NvmeFault::Kind kind, NvmeCommandSet set, uint8_t opcode) const {
+    const uint64_t number = count(set, opcode);
+    auto hits = [&](const NvmeFault& fault) {
+        return fault.kind == kind && fault.set == set && fault.opcode == opcode &&
+               number >= fault.at && (fault.count == 0 || number - fault.at < fault.count);
+    };
+    const auto found = std::ranges::find_if(settings_.faults, hits);
+    return found != settings_.faults.end() ? &*found : nullptr;
+}
+
+/// The body of a request without its integrity check.
+std::optional<ByteView> NvmeDrive::take(ByteView body) {
+    const bool sized = body.size() >= kHeaderSize + kCheckSize && body.size() < kLargestMessage;
+    if (!sized || (body[kKind] & kResponse) != 0) {
+        ++malformed_;
+        return std::nullopt;
+    }
+    const ByteView checked = body.first(body.size() - kCheckSize);
+    if (le32(body, checked.size()) != check_of(checked)) {
+        ++bad_checks_;
+        return std::nullopt;
+    }
+    return checked;
+}
+
+NvmeDrive::Response NvmeDrive::invalid_parameter(uint16_t byte, uint8_t bit) {
+    return {nvme_invalid_parameter, static_cast<uint32_t>(byte << 8 | bit), {}};
+}
+
+/// What a request gets instead of being acted upon.
+std::optional<NvmeDrive::Response> NvmeDrive::faulty(NvmeCommandSet set, uint8_t opcode) const {
+    using Kind = NvmeFault::Kind;
+    if (const NvmeFault* fault = strike(Kind::status, set, opcode)) {
+        if (fault->value == nvme_invalid_parameter)
+            return invalid_parameter(fault->byte, fault->bit);
+        return Response{static_cast<NvmeMessageStatus>(fault->value), 0, {}};
+    }
+    if (const NvmeFault* fault = strike(Kind::completion, set, opcode)) {
+        Response response;
+        response.data.resize(8);
+        append_le32(response.data, static_cast<uint32_t>(fault->sct) << 25 | fault->value << 17);
+        return response;
+    }
+    return std::nullopt;
+}
+
+std::optional<NvmeAnswer> NvmeDrive::answer(ByteView body, double seconds) {
+    using Kind = NvmeFault::Kind;
+    const std::optional<ByteView> request = take(body);
+    if (!request)
+        return std::nullopt;
+    now_ = seconds;
+    const uint8_t kind = (*request)[kKind];
+    const uint8_t opcode = (*request)[kOpcode];
+    const NvmeCommandSet set = set_of(kind);
+    ++counts_[{set, opcode}];
+    if (strike(Kind::no_answer, set, opcode) != nullptr)
+        return std::nullopt;
+    std::optional<Response> response = faulty(set, opcode);
+    if (!response && set == NvmeCommandSet::management)
+        response = manage(*request);
+    else if (!response && set == NvmeCommandSet::admin)
+        response = admin(*request);
+    else if (!response)
+        response = Response{nvme_invalid_opcode, 0, {}};
+    if (response->silent)
+        return std::nullopt;
+    if (const NvmeFault* fault = strike(Kind::over_long, set, opcode))
+        response->data.insert(response->data.end(), fault->value, 0xEE);
+
+    NvmeAnswer answer;
+    const NvmeFault* more = strike(Kind::more_processing, set, opcode);
+    const auto units = static_cast<uint32_t>((settings_.processing_us + 99'999) / 100'000);
+    answer.in_advance.assign(more != nullptr ? more->value : settings_.more_processing,
+                             compose(kind, nvme_more_processing, units << 8, {}));
+    answer.body = compose(kind, response->status, response->management, response->data);
+    if (strike(Kind::bad_check, set, opcode) != nullptr)
+        answer.body.back() ^= 0xFF;
+    if (const NvmeFault* fault = strike(Kind::truncate, set, opcode))
+        answer.body.resize(std::min<size_t>(answer.body.size(), fault->value));
+    return answer;
+}
+
+std::unique_ptr<Device> make_nvme_device(ObjectReader& reader, DeviceConfig config,
+                                         const Clock& clock) {
+    NvmeConfig drive = read_nvme(reader.require("drive"));
+    if (!reader.sound())
+        return nullptr;
+    return std::make_unique<NvmeDevice>(std::move(drive), config, clock);
+}
+
+}  // namespace sim

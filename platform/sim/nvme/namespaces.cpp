@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: Apache-2.0
+// Namespaces of an NVMe drive: created, attached, detached, formatted, deleted.
+#include "sim/nvme/namespaces.h"
+
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+constexpr size_t kDataSize = 4096;
+
+// Namespace Management, data of a creation (NVMe, host software specified fields).
+constexpr size_t kSize = 0;
+constexpr size_t kCapacity = 8;
+constexpr size_t kFormat = 26;
+constexpr size_t kProtection = 29;
+constexpr size_t kSharing = 30;
+
+constexpr uint32_t kSelect = 0x0F;
+constexpr uint8_t kFormatBits = 0x0F;
+
+/// A list of controllers (NVMe, controller list). Nothing where it is none.
+std::optional<std::set<uint16_t>> read_list(ByteView data) {
+    constexpr uint16_t kMost = 2047;
+    const uint16_t count = le16(data, 0);
+    if (count == 0 || count > kMost)
+        return std::nullopt;
+    std::set<uint16_t> list;
+    for (size_t i = 0; i < count; ++i)
+        list.insert(le16(data, 2 + 2 * i));
+    return list;
+}
+
+}  // namespace
+
+NvmeNamespaces::NvmeNamespaces(const NvmeConfig& config)
+    : namespaces_(config.namespaces), capacity_(config.capacity), most_(config.most_namespaces) {
+    for (const auto& [id, controller] : config.controllers)
+        controllers_.insert(id);
+}
+
+NvmeNamespace* NvmeNamespaces::find(uint32_t id) {
+    const auto found = namespaces_.find(id);
+    return found != namespaces_.end() ? &found->second : nullptr;
+}
+
+uint64_t NvmeNamespaces::unallocated() const {
+    uint64_t left = capacity_;
+    for (const auto& [id, space] : namespaces_)
+        left -= space.bytes();
+    return left;
+}
+
+std::vector<uint32_t> NvmeNamespaces::list(uint32_t above,
+                                           std::optional<uint16_t> controller) const {
+    std::vector<uint32_t> ids;
+    for (const auto& [id, space] : namespaces_)
+        if (id > above && (!controller || space.controllers.contains(*controller)))
+            ids.push_back(id);
+    return ids;
+}
+
+NvmeCompletion NvmeNamespaces::manage(const NvmeAdminCommand& command) {
+    enum Select : uint32_t { select_create = 0, select_delete = 1 };
+    switch (command.dwords[10] & kSelect) {
+        case select_create:
+            return create(command.data);
+        case select_delete:
+            return remove(command.namespace_id());
+        default:
+            return NvmeStatus::invalid_field;
+    }
+}
+
+NvmeCompletion NvmeNamespaces::create(ByteView data) {
+    if (data.size() != kDataSize)
+        return NvmeStatus::invalid_field;
+    NvmeNamespace space;
+    space.blocks = le64(data, kSize);
+    space.format = data[kFormat] & kFormatBits;
+    space.sharing = data[kSharing] & 1;
+    if (space.format >= kNvmeFormats.size())
+        return NvmeStatus::invalid_format;
+    // A capacity below the size would be thin provisioning, and protection needs metadata.
+    if (space.blocks == 0 || le64(data, kCapacity) != space.blocks || data[kProtection] != 0)
+        return NvmeStatus::invalid_field;
+    if (space.blocks > unallocated() >> kNvmeFormats[space.format])
+        return NvmeStatus::insufficient_capacity;
+    for (uint32_t id = 1; id <= most_; ++id)
+        if (namespaces_.emplace(id, space).second) {
+            NvmeCompletion completion;
+            completion.dword0 = id;
+            return completion;
+        }
+    return NvmeStatus::namespace_id_unavailable;
+}
+
+NvmeStatus NvmeNamespaces::remove(uint32_t id) {
+    if (id == kNvmeEveryNamespace) {
+        for (const auto& [each, space] : namespaces_)
+            changed_.insert(space.controllers.begin(), space.controllers.end());
+        namespaces_.clear();
+        return NvmeStatus::success;
+    }
+    const NvmeNamespace* space = find(id);
+    if (space == nullptr)
+        return names(id) ? NvmeStatus::invalid_field : NvmeStatus::invalid_namespace;
+    changed_.insert(space->controllers.begin(), space->controllers.end());
+    namespaces_.erase(id);
+    return NvmeStatus::success;
+}
+
+NvmeStatus NvmeNamespaces::attach(const NvmeAdminCommand& command) {
+    enum Select : uint32_t { select_attach = 0, select_detach = 1 };
+    const uint32_t select = command.dwords[10] & kSelect;
+    NvmeNamespace* space = find(command.namespace_id());
+    if (space == nullptr)
+        return names(command.namespace_id()) ? NvmeStatus::invalid_field
+                                             : NvmeStatus::invalid_namespace;
+    if (select > select_detach || (!command.data.empty() && command.data.size() != kDataSize))
+        return NvmeStatus::invalid_field;
+    // Requesters exist that send no list; they mean the controller that they talk to.
+    const std::optional<std::set<uint16_t>> list =
+        command.data.empty() ? std::set<uint16_t>{command.controller} : read_list(command.data);
+    if (!list)
+        return NvmeStatus::controller_list_invalid;
+    for (uint16_t id : *list) {
+        if (!controllers_.contains(id))
+            return NvmeStatus::controller_list_invalid;
+        if (space->controllers.contains(id) != (select == select_detach))
+            return select == select_detach ? NvmeStatus::not_attached
+                                           : NvmeStatus::already_attached;
+    }
+    for (uint16_t id : *list) {
+        if (select == select_attach)
+            space->controllers.insert(id);
+        else
+            space->controllers.erase(id);
+        changed_.insert(id);
+    }
+    return NvmeStatus::success;
+}
+
+NvmeStatus NvmeNamespaces::format(const NvmeAdminCommand& command) {
+    constexpr uint32_t kMetadataAndProtection = 0x1F0;
+    constexpr uint32_t kLastErase = 2;
+    const uint32_t settings = command.dwords[10];
+    const auto format = static_cast<uint8_t>(settings & kFormatBits);
+    if (format >= kNvmeFormats.size() || (settings & kMetadataAndProtection) != 0)
+        return NvmeStatus::invalid_format;
+    if ((settings >> 9 & 7) > kLastErase)
+        return NvmeStatus::invalid_field;
+    const uint32_t id = command.namespace_id();
+    if (id != kNvmeEveryNamespace && find(id) == nullptr)
+        return names(id) ? NvmeStatus::invalid_field : NvmeStatus::invalid_namespace;
+    for (auto& [each, space] : namespaces_) {
+        if (id != kNvmeEveryNamespace && id != each)
+            continue;
+        space.blocks = space.bytes() >> kNvmeFormats[format];
+        space.format = format;
+        space.used = 0;
+        changed_.insert(space.controllers.begin(), space.controllers.end());
+    }
+    return NvmeStatus::success;
+}
+
+void NvmeNamespaces::erase() {
+    for (auto& [id, space] : namespaces_)
+        space.used = 0;
+}
+
+std::set<uint16_t> NvmeNamespaces::take_changed() {
+    return std::exchange(changed_, {});
+}
+
+}  // namespace sim

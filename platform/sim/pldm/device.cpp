@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: Apache-2.0
+// A PLDM terminus: header, dispatch and base commands; the exchange of firmware update requests
+// (DSP0240).
+#include "sim/pldm/device.h"
+
+#include <array>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+constexpr uint8_t kPldm = 0x01;
+constexpr uint8_t kControl = 0x00;
+
+// Header, DSP0240, clause 8.1.
+constexpr size_t kHeaderSize = 3;
+constexpr uint8_t kRequest = 0x80;
+constexpr uint8_t kDatagram = 0x40;
+constexpr uint8_t kInstance = 0x1F;
+constexpr uint8_t kTypeBits = 0x3F;
+
+// Completion codes of base commands, DSP0240, clause 9.
+constexpr uint8_t kInvalidTransferFlag = 0x81;
+constexpr uint8_t kTypeNotInRequest = 0x83;
+constexpr uint8_t kVersionNotInRequest = 0x84;
+
+constexpr uint32_t kBaseVersion = 0xF1F1F000;      // 1.1.0
+constexpr uint32_t kPlatformVersion = 0xF1F2F100;  // 1.2.1
+constexpr uint32_t kFruVersion = 0xF1F0F000;       // 1.0.0
+constexpr uint32_t kFirmwareVersion = 0xF1F0F000;  // 1.0.0
+constexpr uint8_t kFirmwareUpdate = 5;
+
+}  // namespace
+
+Bytes pldm_reply(uint8_t code, ByteView data) {
+    Bytes out{code};
+    append(out, data);
+    return out;
+}
+
+uint8_t pldm_transfer_flag(bool first, bool last) {
+    enum : uint8_t { start = 0, middle = 1, end = 4, start_and_end = 5 };
+    if (last)
+        return first ? start_and_end : end;
+    return first ? start : middle;
+}
+
+PldmDevice::PldmDevice(ObjectReader& reader, const DeviceConfig& config, const Clock& clock)
+    : Device(config, clock, {kPldm}),
+      initial_tid_(static_cast<uint8_t>(reader.whole("tid", 0, 254, 1))),
+      tid_(initial_tid_) {
+    read_sensors(reader, numeric_, state_);
+    std::vector<SensorInfo> sensors;
+    for (const NumericSensor& sensor : numeric_)
+        sensors.push_back(sensor.info());
+    for (const StateSensor& sensor : state_)
+        sensors.push_back(sensor.info());
+    describe_sensors(std::move(sensors));
+    pdrs_ = PdrRepository(reader, numeric_, state_);
+    reader.within("fru", [&](const Place& place) { fru_.emplace(place); });
+    reader.within("firmware", [&](const Place& place) {
+        FirmwareConfig config = read_firmware(place);
+        if (reader.sound())
+            firmware_.emplace(std::move(config));
+    });
+
+    types_ = {{0, kBaseVersion, base_commands()}, {2, kPlatformVersion, platform_commands()}};
+    if (fru_)
+        types_.push_back({4, kFruVersion, fru_commands()});
+    if (firmware_)
+        types_.push_back({kFirmwareUpdate, kFirmwareVersion, firmware_commands()});
+}
+
+void PldmDevice::reset() {
+    Device::reset();
+    tid_ = initial_tid_;
+    for (NumericSensor& sensor : numeric_)
+        sensor.reset();
+    for (StateSensor& sensor : state_)
+        sensor.reset();
+    if (firmware_)
+        firmware_->reset();
+}
+
+std::span<const PldmDevice::Command> PldmDevice::base_commands() {
+    static constexpr std::array<Command, 5> commands{{
+        {0x01, 1, 1, &PldmDevice::set_tid},
+        {0x02, 0, 0, &PldmDevice::get_tid},
+        {0x03, 6, 6, &PldmDevice::get_pldm_version},
+        {0x04, 0, 0, &PldmDevice::get_pldm_types},
+        {0x05, 5, 5, &PldmDevice::get_pldm_commands},
+    }};
+    return commands;
+}
+
+std::span<const PldmDevice::Command> PldmDevice::fru_commands() {
+    static constexpr std::array<Command, 2> commands{{
+        {0x01, 0, 0, &PldmDevice::get_fru_record_table_metadata},
+        {0x02, 5, 5, &PldmDevice::get_fru_record_table},
+    }};
+    return commands;
+}
+
+std::span<const PldmDevice::Command> PldmDevice::firmware_commands() {
+    // A version string of up to 255 bytes ends the three that have one.
+    static constexpr std::array<Command, 11> commands{{
+        {fw_query_device_identifiers, 0, 0,
+         &PldmDevice::serve_firmware<&Firmware::query_device_identifiers>},
+        {fw_get_firmware_parameters, 0, 0,
+         &PldmDevice::serve_firmware<&Firmware::get_firmware_parameters>},
+        {fw_request_update, 11, 266, &PldmDevice::serve_firmware<&Firmware::request_update>},
+        {fw_get_device_meta_data, 5, 5,
+         &PldmDevice::serve_firmware<&Firmware::get_device_meta_data>},
+        {fw_pass_component_table, 12, 267,
+         &PldmDevice::serve_firmware<&Firmware::pass_component_table>},
+        {fw_update_component, 19, 274, &PldmDevice::serve_firmware<&Firmware::update_component>},
+        {fw_get_meta_data, 5, 5, &PldmDevice::serve_firmware<&Firmware::get_meta_data>},
+        {fw_activate_firmware, 1, 1, &PldmDevice::serve_firmware<&Firmware::activate_firmware>},
+        {fw_get_status, 0, 0, &PldmDevice::serve_firmware<&Firmware::get_status>},
+        {fw_cancel_update_component, 0, 0,
+         &PldmDevice::serve_firmware<&Firmware::cancel_update_component>},
+        {fw_cancel_update, 0, 0, &PldmDevice::serve_firmware<&Firmware::cancel_update>},
+    }};
+    return commands;
+}
+
+const PldmDevice::Type* PldmDevice::find_type(uint8_t number) const {
+    for (const Type& type : types_)
+        if (type.number == number)
+            return &type;
+    return nullptr;
+}
+
+std::optional<Bytes> PldmDevice::answer(uint8_t type, ByteView request) {
+    if (type == kControl)
+        return answer_control(request);
+    if (type != kPldm || request.size() < kHeaderSize)
+        return std::nullopt;
+    // Responses, datagrams and later header versions get no answer.
+    if ((request[0] & (kRequest | kDatagram)) != kRequest || (request[1] & ~kTypeBits) != 0)
+        return std::nullopt;
+    Bytes out{static_cast<uint8_t>(request[0] & kInstance), request[1], request[2]};
+    if (firmware_ && request[1] == kFirmwareUpdate)
+        return answer_firmware(request, std::move(out));
+    append(out, dispatch(request[1], request[2], request.subspan(kHeaderSize)));
+    return out;
+}
+
+std::optional<Bytes> PldmDevice::answer_firmware(ByteView request, Bytes header) {
+    const uint8_t command = request[2];
+    update_agent_ = requester_eid();
+    const Firmware::Verdict verdict = firmware_->begin(command, clock().now_us());
+    if (verdict.silent)
+        return std::nullopt;
+    append(header, verdict.code ? pldm_reply(*verdict.code)
+                                : dispatch(kFirmwareUpdate, command, request.subspan(kHeaderSize)));
+    firmware_->finish(command, header);
+    send_firmware_request(firmware_->next_request(clock().now_us()), response_us());
+    return header;
+}
+
+void PldmDevice::heard(const Message& response) {
+    if (!firmware_ || response.type != kPldm)
+        return;
+    firmware_->heard(response.body, clock().now_us());
+    send_firmware_request(firmware_->next_request(clock().now_us()), 0);
+}
+
+void PldmDevice::idle() {
+    if (firmware_)
+        send_firmware_request(firmware_->repetition(clock().now_us()), 0);
+}
+
+void PldmDevice::send_firmware_request(std::optional<Firmware::Request> request,
+                                       uint64_t delay_us) {
+    if (!request)
+        return;
+    Message message;
+    message.type = kPldm;
+    message.body = std::move(request->message);
+    message.destination_eid = update_agent_;
+    message.tag = request->tag;
+    initiate(std::move(message), delay_us + request->delay_us);
+}
+
+Bytes PldmDevice::dispatch(uint8_t type, uint8_t command, ByteView data) {
+    const Type* found = find_type(type);
+    if (found == nullptr)
+        return pldm_reply(pldm_invalid_type);
+    for (const Command& each : found->commands) {
+        if (each.code != command)
+            continue;
+        if (data.size() < each.shortest || data.size() > each.longest)
+            return pldm_reply(pldm_invalid_length);
+        return (this->*each.serve)(data);
+    }
+    return pldm_reply(pldm_unsupported_command);
+}
+
+Bytes PldmDevice::set_tid(ByteView data) {
+    if (data[0] == 0 || data[0] == 0xFF)
+        return pldm_reply(pldm_invalid_data);
+    tid_ = data[0];
+    return pldm_reply(pldm_success);
+}
+
+Bytes PldmDevice::get_tid(ByteView) {
+    return pldm_reply(pldm_success, Bytes{tid_});
+}
+
+Bytes PldmDevice::get_pldm_version(ByteView data) {
+    if (data[4] != pldm_get_first_part)
+        return pldm_reply(kInvalidTransferFlag);
+    const Type* type = find_type(data[5]);
+    if (type == nullptr)
+        return pldm_reply(kTypeNotInRequest);
+    Bytes version;
+    append_le32(version, type->version);
+    Bytes out;
+    append_le32(out, 0);  // no next part
+    out.push_back(pldm_transfer_flag(true, true));
+    append(out, version);
+    append_le32(out, crc32(version));
+    return pldm_reply(pldm_success, out);
+}
+
+Bytes PldmDevice::get_pldm_types(ByteView) {
+    Bytes bitmap(8);
+    for (const Type& type : types_)
+        bitmap[type.number / 8u] |= static_cast<uint8_t>(1u << type.number % 8u);
+    return pldm_reply(pldm_success, bitmap);
+}
+
+Bytes PldmDevice::get_pldm_commands(ByteView data) {
+    const Type* type = find_type(data[0]);
+    if (type == nullptr)
+        return pldm_reply(kTypeNotInRequest);
+    // Version 0 asks for the commands of whatever version there is: requesters exist that never
+    // ask for the version first.
+    const uint32_t version = le32(data, 1);
+    if (version != 0 && version != type->version)
+        return pldm_reply(kVersionNotInRequest);
+    Bytes bitmap(32);
+    for (const Command& command : type->commands)
+        bitmap[command.code / 8u] |= static_cast<uint8_t>(1u << command.code % 8u);
+    return pldm_reply(pldm_success, bitmap);
+}
+
+std::unique_ptr<Device> make_pldm_device(ObjectReader& reader, DeviceConfig config,
+                                         const Clock& clock) {
+    return std::make_unique<PldmDevice>(reader, config, clock);
+}
+
+}  // namespace sim

@@ -1,0 +1,438 @@
+// SPDX-License-Identifier: Apache-2.0
+// The firmware device of a PLDM terminus: what it answers the update agent (DSP0267).
+#include "sim/pldm/firmware.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "sim/pldm/device.h"
+
+namespace sim {
+
+namespace {
+
+// Completion codes of the firmware update commands (DSP0267, table of completion codes).
+constexpr uint8_t kNotInUpdateMode = 0x80;
+constexpr uint8_t kAlreadyInUpdateMode = 0x81;
+constexpr uint8_t kInvalidState = 0x84;
+constexpr uint8_t kIncompleteUpdate = 0x85;
+constexpr uint8_t kActivationNotRequired = 0x8B;
+constexpr uint8_t kSelfContainedNotPermitted = 0x8C;
+constexpr uint8_t kNoDeviceMetadata = 0x8D;
+constexpr uint8_t kInvalidTransferHandle = 0x90;
+constexpr uint8_t kInvalidOperationFlag = 0x91;
+
+// Response codes of PassComponentTable and UpdateComponent.
+constexpr uint8_t kNoObjection = 0x00;
+constexpr uint8_t kStampIdentical = 0x01;
+constexpr uint8_t kStampLower = 0x02;
+constexpr uint8_t kNotSupported = 0x06;
+constexpr uint8_t kNoMatch = 0x09;
+
+// TransferFlag of parts and of the component table.
+constexpr uint8_t kStart = 1;
+constexpr uint8_t kMiddle = 2;
+constexpr uint8_t kEnd = 4;
+constexpr uint8_t kStartAndEnd = 5;
+
+constexpr uint8_t kForceUpdate = 0x01;    // UpdateOptionFlags
+constexpr uint8_t kSelfContained = 0x02;  // activation methods
+constexpr uint8_t kProgressUnknown = 0x65;
+
+/// A version string at the end of a request: type, length and text from an offset on. Nothing where
+/// the length is not that of the text.
+std::optional<FirmwareVersion> version_at(ByteView data, size_t offset, size_t text_at) {
+    if (data.size() != text_at + data[offset + 1])
+        return std::nullopt;
+    FirmwareVersion version;
+    version.type = data[offset];
+    version.text.assign(data.begin() + static_cast<std::ptrdiff_t>(text_at), data.end());
+    return version;
+}
+
+void append_text(Bytes& out, const std::string& text) {
+    out.insert(out.end(), text.begin(), text.end());
+}
+
+/// Type and length of a version string; no version is an empty one of unknown type.
+void append_string_head(Bytes& out, const std::optional<FirmwareVersion>& version) {
+    out.push_back(version ? version->type : 0);
+    out.push_back(version ? static_cast<uint8_t>(version->text.size()) : 0);
+}
+
+/// A version in a component parameter table entry: stamp, head of the string, date.
+void append_version(Bytes& out, const std::optional<FirmwareVersion>& version) {
+    append_le32(out, version ? version->stamp : 0);
+    append_string_head(out, version);
+    append_text(out, version ? version->date : std::string(8, '\0'));
+}
+
+/// Whether the device took the component.
+bool applied(const FirmwareTransfer& transfer) {
+    return transfer.apply_result && *transfer.apply_result <= 1;
+}
+
+}  // namespace
+
+Firmware::Firmware(FirmwareConfig config)
+    : settings_(std::move(config.settings)),
+      active_(std::move(config.active)),
+      pending_(std::move(config.pending)),
+      components_(std::move(config.components)),
+      transfers_(components_.size()),
+      images_(components_.size()) {}
+
+void Firmware::set_faults(std::vector<FirmwareFault> faults) {
+    settings_.faults = std::move(faults);
+    counts_ = {};
+}
+
+const FirmwareFault* Firmware::strike(Kind kind, uint8_t command) const {
+    for (const FirmwareFault& fault : settings_.faults) {
+        if (fault.kind != kind || fault.command != command)
+            continue;
+        const uint64_t number = count(command);
+        if (number >= fault.at && (fault.count == 0 || number < uint64_t{fault.at} + fault.count))
+            return &fault;
+    }
+    return nullptr;
+}
+
+void Firmware::count_message(uint8_t command) {
+    if (command < kCommands)
+        ++counts_[command];
+}
+
+void Firmware::enter(FirmwareState state) {
+    previous_ = std::exchange(state_, state);
+    outstanding_.reset();
+    failed_ = false;
+}
+
+void Firmware::end_update(uint8_t reason) {
+    enter(FirmwareState::idle);
+    reason_ = reason;
+}
+
+void Firmware::check_idle(uint64_t now_us) {
+    if (updating() && settings_.idle_us != 0 && now_us - last_heard_us_ >= settings_.idle_us)
+        end_update(static_cast<uint8_t>(fw_timeout_learn + static_cast<uint8_t>(state_) - 1));
+}
+
+void Firmware::reset() {
+    end_update(fw_initialized);
+    previous_ = FirmwareState::idle;
+    dead_ = stalled_ = false;
+    if (!settings_.activates_at_once)
+        activate();
+}
+
+Firmware::Verdict Firmware::begin(uint8_t command, uint64_t now_us) {
+    if (dead_)
+        return {true, {}};
+    check_idle(now_us);
+    last_heard_us_ = now_us;
+    count_message(command);
+    if (strike(Kind::dead, command) != nullptr) {
+        dead_ = true;
+        return {true, {}};
+    }
+    if (strike(Kind::stall, command) != nullptr)
+        stalled_ = true;
+    if (strike(Kind::reset, command) != nullptr)
+        end_update(fw_initialized);
+    if (strike(Kind::no_answer, command) != nullptr)
+        return {true, {}};
+    if (const FirmwareFault* fault = strike(Kind::completion_code, command))
+        return {false, static_cast<uint8_t>(fault->value)};
+    return {};
+}
+
+void Firmware::finish(uint8_t command, Bytes& answer) const {
+    if (const FirmwareFault* fault = strike(Kind::other_command, command))
+        answer[2] = static_cast<uint8_t>(fault->value);
+    if (const FirmwareFault* fault = strike(Kind::truncate, command))
+        answer.resize(std::min<size_t>(answer.size(), fault->length));
+}
+
+// ---- What the device is -------------------------------------------------------------------------
+
+Bytes Firmware::query_device_identifiers(ByteView) {
+    return pldm_reply(pldm_success, settings_.identifiers);
+}
+
+Bytes Firmware::get_firmware_parameters(ByteView) {
+    return pldm_reply(pldm_success, settings_.parameters ? *settings_.parameters : parameters());
+}
+
+Bytes Firmware::parameters() const {
+    Bytes out;
+    append_le32(out, settings_.capabilities);
+    append_le16(out, static_cast<uint16_t>(components_.size()));
+    append_string_head(out, active_);
+    append_string_head(out, pending_);
+    append_text(out, active_.text);
+    append_text(out, pending_ ? pending_->text : "");
+    for (const FirmwareComponent& component : components_) {
+        append_le16(out, component.classification);
+        append_le16(out, component.identifier);
+        out.push_back(component.index);
+        append_version(out, component.active);
+        append_version(out, component.pending);
+        append_le16(out, component.activation_methods);
+        append_le32(out, component.capabilities);
+        append_text(out, component.active.text);
+        append_text(out, component.pending ? component.pending->text : "");
+    }
+    return out;
+}
+
+// ---- The beginning of an update -----------------------------------------------------------------
+
+Bytes Firmware::request_update(ByteView data) {
+    if (updating())
+        return pldm_reply(kAlreadyInUpdateMode);
+    const std::optional<FirmwareVersion> offered = version_at(data, 9, 11);
+    if (!offered)
+        return pldm_reply(pldm_invalid_length);
+    const uint32_t max_transfer = le32(data, 0);
+    const uint8_t outstanding_requests = data[6];
+    if (max_transfer < PiecePlan::kShortest || outstanding_requests == 0)
+        return pldm_reply(pldm_invalid_data);
+    enter(FirmwareState::learn_components);
+    max_transfer_ = max_transfer;
+    offered_ = *offered;
+    table_begun_ = false;
+    metadata_handle_ = 0;
+    fetch_package_data_ = settings_.get_package_data && le16(data, 7) != 0;
+    package_data_begun_ = false;
+    package_handle_ = 0;
+    package_data_.clear();
+    transfers_.assign(components_.size(), {});
+
+    const auto length = static_cast<uint16_t>(settings_.metadata.size());
+    Bytes out;
+    append_le16(out, settings_.claimed_metadata_length.value_or(length));
+    out.push_back(fetch_package_data_ ? 1 : 0);
+    return pldm_reply(pldm_success, out);
+}
+
+Bytes Firmware::get_device_meta_data(ByteView data) {
+    if (!updating())
+        return pldm_reply(kNotInUpdateMode);
+    if (state_ != FirmwareState::learn_components)
+        return pldm_reply(kInvalidState);
+    if (settings_.metadata.empty())
+        return pldm_reply(kNoDeviceMetadata);
+    const uint32_t handle = le32(data, 0);
+    if (data[4] > pldm_get_first_part)
+        return pldm_reply(kInvalidOperationFlag);
+    const bool first = data[4] == pldm_get_first_part;
+    if (!first && handle != metadata_handle_)
+        return pldm_reply(kInvalidTransferHandle);
+    return metadata_part(first ? 0 : handle, fw_get_device_meta_data);
+}
+
+// Agents exist that ask the device for metadata by this command too. They get the first part.
+Bytes Firmware::get_meta_data(ByteView) {
+    if (!updating())
+        return pldm_reply(kNotInUpdateMode);
+    if (settings_.metadata.empty())
+        return pldm_reply(kNoDeviceMetadata);
+    return metadata_part(0, fw_get_meta_data);
+}
+
+/// A part; its handle is where it stands in the metadata.
+Bytes Firmware::metadata_part(uint32_t handle, uint8_t command) {
+    const bool endless = strike(Kind::endless, command) != nullptr;
+    const ByteView all = settings_.metadata;
+    const size_t at = endless ? handle % all.size() : std::min<size_t>(handle, all.size());
+    size_t length = settings_.metadata_part_size != 0 ? settings_.metadata_part_size : ~0u;
+    length = std::min({length, size_t{max_transfer_}, all.size() - at});
+    const bool last = !endless && at + length == all.size();
+    metadata_handle_ = handle + static_cast<uint32_t>(length);
+    Bytes out;
+    append_le32(out, last ? 0 : metadata_handle_);
+    if (handle == 0)
+        out.push_back(last ? kStartAndEnd : kStart);
+    else
+        out.push_back(last ? kEnd : kMiddle);
+    append(out, all.subspan(at, length));
+    return pldm_reply(pldm_success, out);
+}
+
+// ---- Components ---------------------------------------------------------------------------------
+
+std::optional<size_t> Firmware::find_component(uint16_t classification, uint16_t identifier,
+                                               uint8_t index) const {
+    for (size_t i = 0; i < components_.size(); ++i)
+        if (components_[i].classification == classification &&
+            components_[i].identifier == identifier && components_[i].index == index)
+            return i;
+    return std::nullopt;
+}
+
+/// Why a comparison stamp speaks against an update that is not forced.
+uint8_t Firmware::objection(size_t component, uint32_t stamp) const {
+    const uint32_t mine = components_[component].active.stamp;
+    if (!settings_.only_newer || stamp > mine)
+        return kNoObjection;
+    return stamp == mine ? kStampIdentical : kStampLower;
+}
+
+Bytes Firmware::pass_component_table(ByteView data) {
+    if (!updating())
+        return pldm_reply(kNotInUpdateMode);
+    if (state_ != FirmwareState::learn_components)
+        return pldm_reply(kInvalidState);
+    if (!version_at(data, 10, 12))
+        return pldm_reply(pldm_invalid_length);
+    const uint8_t flag = data[0];
+    const bool begins = flag == kStart || flag == kStartAndEnd;
+    if ((!begins && flag != kMiddle && flag != kEnd) || begins == table_begun_)
+        return pldm_reply(pldm_invalid_data);
+
+    table_begun_ = true;
+    uint8_t code = kNotSupported;
+    if (const std::optional<size_t> found = find_component(le16(data, 1), le16(data, 3), data[5])) {
+        transfers_[*found].passed = true;
+        code = objection(*found, le32(data, 6));
+    }
+    if (const FirmwareFault* fault = strike(Kind::refuse_component, fw_pass_component_table))
+        code = static_cast<uint8_t>(fault->value);
+    if (flag == kEnd || flag == kStartAndEnd)
+        enter(FirmwareState::ready_xfer);
+    return pldm_reply(pldm_success, Bytes{static_cast<uint8_t>(code != kNoObjection), code});
+}
+
+Bytes Firmware::update_component(ByteView data) {
+    if (!updating())
+        return pldm_reply(kNotInUpdateMode);
+    if (state_ != FirmwareState::ready_xfer)
+        return pldm_reply(kInvalidState);
+    std::optional<FirmwareVersion> version = version_at(data, 17, 19);
+    if (!version)
+        return pldm_reply(pldm_invalid_length);
+    version->stamp = le32(data, 5);
+    const uint32_t flags = le32(data, 13);
+    uint8_t code = kNotSupported;
+    const std::optional<size_t> found = find_component(le16(data, 0), le16(data, 2), data[4]);
+    if (found) {
+        const bool forced = (flags & kForceUpdate) != 0;
+        code = !transfers_[*found].passed ? kNoMatch
+               : forced                   ? kNoObjection
+                                          : objection(*found, version->stamp);
+        transfers_[*found].tried = true;
+    }
+    bool refused = code != kNoObjection;
+    if (const FirmwareFault* fault = strike(Kind::refuse_component, fw_update_component)) {
+        refused = true;
+        code = static_cast<uint8_t>(fault->value);
+    }
+    if (!refused) {
+        transfers_[*found].version = *version;
+        start_transfer(*found, data);
+    }
+    Bytes out{static_cast<uint8_t>(refused), code};
+    append_le32(out, refused ? 0 : flags & kForceUpdate);
+    append_le16(out, refused ? 0 : settings_.time_before_request);
+    return pldm_reply(pldm_success, out);
+}
+
+void Firmware::start_transfer(size_t component, ByteView data) {
+    current_ = component;
+    FirmwareTransfer& transfer = transfers_[component];
+    transfer.image_size = le32(data, 9);
+    transfer.option_flags = le32(data, 13);
+    images_[component].start(transfer.image_size, settings_.keep_image);
+    const uint32_t wish = settings_.transfer_size != 0 ? settings_.transfer_size : max_transfer_;
+    plan_ = PiecePlan(transfer.image_size, std::min(wish, max_transfer_), settings_.order,
+                      settings_.seed, settings_.full_last_piece);
+    turn_ = refusals_ = 0;
+    transfer_failure_.reset();
+    enter(FirmwareState::download);
+}
+
+// ---- The end of an update -----------------------------------------------------------------------
+
+bool Firmware::self_contained() const {
+    for (size_t i = 0; i < components_.size(); ++i)
+        if (applied(transfers_[i]) && (components_[i].activation_methods & kSelfContained) != 0)
+            return true;
+    return false;
+}
+
+void Firmware::activate() {
+    for (FirmwareComponent& component : components_)
+        if (component.pending)
+            component.active = *std::exchange(component.pending, std::nullopt);
+    if (pending_)
+        active_ = *std::exchange(pending_, std::nullopt);
+}
+
+Bytes Firmware::activate_firmware(ByteView data) {
+    if (!updating())
+        return pldm_reply(kNotInUpdateMode);
+    if (state_ != FirmwareState::ready_xfer)
+        return pldm_reply(kInvalidState);
+    // A boolean that some agents send as 2.
+    if (data[0] > 2)
+        return pldm_reply(pldm_invalid_data);
+    auto left_out = [](const FirmwareTransfer& each) { return each.passed && !each.tried; };
+    if (std::ranges::any_of(transfers_, left_out))
+        return pldm_reply(kIncompleteUpdate);
+    if (std::ranges::none_of(transfers_, applied))
+        return pldm_reply(kActivationNotRequired);
+    if (data[0] != 0 && !self_contained())
+        return pldm_reply(kSelfContainedNotPermitted);
+    enter(FirmwareState::activate);
+    if (data[0] != 0 || settings_.activates_at_once)
+        activate();
+    end_update(fw_activated);
+    Bytes out;
+    append_le16(out, data[0] != 0 ? settings_.activation_time : 0);
+    return pldm_reply(pldm_success, out);
+}
+
+Bytes Firmware::get_status(ByteView) {
+    enum : uint8_t { in_progress = 0, failed = 2, nothing = 3 };
+    const bool busy = state_ >= FirmwareState::download && state_ <= FirmwareState::apply;
+    const uint8_t aux = !busy ? nothing : failed_ ? failed : in_progress;
+    uint8_t percent = kProgressUnknown;
+    uint32_t flags = 0;
+    if (busy) {
+        const FirmwareTransfer& transfer = transfers_[current_];
+        flags = transfer.option_flags & kForceUpdate;
+        if (state_ == FirmwareState::download && transfer.image_size != 0)
+            percent = static_cast<uint8_t>(transfer.bytes * 100 / transfer.image_size);
+    }
+    constexpr uint8_t generic_error = 0x0A;
+    Bytes out{static_cast<uint8_t>(state_),
+              static_cast<uint8_t>(previous_),
+              aux,
+              aux == failed ? generic_error : uint8_t{0},
+              percent,
+              reason_};
+    append_le32(out, flags);
+    return pldm_reply(pldm_success, out);
+}
+
+Bytes Firmware::cancel_update_component(ByteView) {
+    if (!updating())
+        return pldm_reply(kNotInUpdateMode);
+    if (state_ != FirmwareState::download && state_ != FirmwareState::verify &&
+        state_ != FirmwareState::apply)
+        return pldm_reply(kInvalidState);
+    enter(FirmwareState::ready_xfer);
+    return pldm_reply(pldm_success);
+}
+
+Bytes Firmware::cancel_update(ByteView) {
+    if (!updating())
+        return pldm_reply(kNotInUpdateMode);
+    end_update(fw_cancelled);
+    // Every component works on: no indication, and a bitmap of 64 zeros.
+    return pldm_reply(pldm_success, Bytes(1 + 8));
+}
+
+}  // namespace sim

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a firmware device is, how it behaves and what it does wrong: the "firmware" key of a device.
+#ifndef SIDEBAND_SIM_PLDM_FIRMWARE_CONFIG_H
+#define SIDEBAND_SIM_PLDM_FIRMWARE_CONFIG_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sim/board/bytes.h"
+#include "sim/pldm/firmware_image.h"
+#include "sim/board/json_tree.h"
+
+namespace sim {
+
+/// Commands of PLDM type 5 (DSP0267, table of commands). The agent sends those without a mark.
+enum FirmwareCommand : uint8_t {
+    fw_query_device_identifiers = 0x01,
+    fw_get_firmware_parameters = 0x02,
+    fw_request_update = 0x10,
+    fw_get_package_data = 0x11,  ///< the device sends it
+    fw_get_device_meta_data = 0x12,
+    fw_pass_component_table = 0x13,
+    fw_update_component = 0x14,
+    fw_request_firmware_data = 0x15,  ///< the device sends it
+    fw_transfer_complete = 0x16,      ///< the device sends it
+    fw_verify_complete = 0x17,        ///< the device sends it
+    fw_apply_complete = 0x18,         ///< the device sends it
+    fw_get_meta_data = 0x19,
+    fw_activate_firmware = 0x1A,
+    fw_get_status = 0x1B,
+    fw_cancel_update_component = 0x1C,
+    fw_cancel_update = 0x1D,
+};
+
+/// One thing that a firmware device does wrong. The messages of a command are counted from 1, those
+/// of the device without its repetitions of an unanswered one.
+struct FirmwareFault {
+    enum class Kind {
+        completion_code,   ///< the request is answered with `value` and not acted upon
+        no_answer,         ///< the request is not answered and not acted upon
+        other_command,     ///< the answer carries the command code `value`
+        truncate,          ///< the message is cut to `length` bytes from its PLDM header on
+        refuse_component,  ///< PassComponentTable, UpdateComponent: response 1 with code `value`
+        result,            ///< Transfer-, Verify-, ApplyComplete: reports the result `value`
+        stall,             ///< the device does not send this request, and none any more
+        dead,              ///< nor does it answer anything of this type from this message on
+        reset,             ///< the device forgets its update before it acts on or sends this
+        ask,               ///< RequestFirmwareData: asks for `offset` and `length`, in between
+        repeat,            ///< RequestFirmwareData: asks for the same piece again afterwards
+        endless,           ///< a sequence of parts or pieces has no end
+        handle,            ///< GetPackageData: carries the transfer handle `value`
+        flag,              ///< GetPackageData: carries the operation flag `value`
+        send_instead,      ///< the device sends its request `value` in between
+    };
+    Kind kind = Kind::completion_code;
+    uint8_t command = 0;
+    uint32_t at = 1;     ///< the first message that is hit
+    uint32_t count = 1;  ///< that many in a row are hit; 0: all from there on
+    uint32_t value = 0;
+    uint32_t offset = 0;
+    uint32_t length = 0;
+};
+
+/// A version as a device or an agent names it.
+struct FirmwareVersion {
+    uint8_t type = 1;  ///< of the text: 1 ASCII, 2 UTF-8, ...
+    std::string text;
+    uint32_t stamp = 0;                       ///< comparison stamp; means nothing for an image set
+    std::string date = std::string(8, '\0');  ///< release date, YYYYMMDD; likewise
+};
+
+struct FirmwareComponent {
+    uint16_t classification = 0x000A;
+    uint16_t identifier = 0;
+    uint8_t index = 0;
+    FirmwareVersion active;
+    std::optional<FirmwareVersion> pending;
+    uint16_t activation_methods = 0x0002;  ///< self-contained
+    uint32_t capabilities = 0;
+    ExpectedImage expected;
+};
+
+/// How a firmware device behaves.
+struct FirmwareSettings {
+    Bytes identifiers;                ///< answer to QueryDeviceIdentifiers behind its code
+    std::optional<Bytes> parameters;  ///< likewise GetFirmwareParameters, instead of the true one
+    uint32_t capabilities = 0;        ///< CapabilitiesDuringUpdate
+    bool get_package_data = false;    ///< fetch package data where there are any
+    Bytes metadata;
+    uint32_t metadata_part_size = 0;  ///< 0: as much as MaximumTransferSize allows
+    std::optional<uint16_t> claimed_metadata_length;
+    uint32_t transfer_size = 0;  ///< of a piece, 0 or too much: MaximumTransferSize
+    PieceOrder order = PieceOrder::ascending;
+    uint32_t seed = 0;
+    bool full_last_piece = false;
+    bool keep_image = true;
+    bool only_newer = false;        ///< refuse a comparison stamp that is not higher, unless forced
+    bool activates_at_once = true;  ///< false: without self-contained activation, by a power cycle
+    uint16_t time_before_request = 0;  ///< seconds, in the answer to UpdateComponent
+    uint16_t activation_time = 0;      ///< seconds, in the answer to ActivateFirmware
+    uint64_t request_us = 200;         ///< pause between an answer and the next request
+    uint64_t retry_us = 5'000'000;     ///< an unanswered request is sent again after this
+    uint32_t retries = 3;
+    uint64_t idle_us = 120'000'000;  ///< without any message the update ends; 0: never
+    std::vector<FirmwareFault> faults;
+};
+
+/// All of a "firmware" object.
+struct FirmwareConfig {
+    FirmwareSettings settings;
+    FirmwareVersion active;
+    std::optional<FirmwareVersion> pending;
+    std::vector<FirmwareComponent> components;
+};
+
+FirmwareConfig read_firmware(const Place& place);
+/// Reads the keys that say what an image should be.
+ExpectedImage read_expected(ObjectReader& reader);
+/// Reads one object of the "faults" of a firmware device.
+FirmwareFault read_firmware_fault(const Place& place);
+
+}  // namespace sim
+
+#endif

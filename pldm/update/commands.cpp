@@ -1,0 +1,394 @@
+// SPDX-License-Identifier: Apache-2.0
+// The update agent's requests to a firmware device, in the order of their codes (DSP0267).
+#include <sideband/debug_log.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include "common/memory.h"
+#include "common/printable.h"
+#include "common/sleep.h"
+#include "pldm/update/message.h"
+
+using namespace sideband;
+
+namespace {
+
+// ---- RequestUpdate ----
+
+constexpr size_t kRequestUpdateSize = 14;
+constexpr uint8_t kOutstandingTransferRequests = 1;
+
+void warn_of_record(unsigned index, const pldm_device_record& record) {
+    std::printf("Warning. record[%u] component image has something wrong\n", index);
+    std::printf("component_image_string_type = %d\n", record.component_image_set_ver_string_type);
+    std::printf("component_image_string_len  = %d\n", record.component_image_set_ver_string_len);
+    std::printf("component_image_set_ver_string = %s\n",
+                Printable(record.image_version_string).text());
+}
+
+int32_t exchange_request_update(pldm_fw_update_ctx& ctx, const pldm_device_record& record,
+                                std::span<uint8_t> response) {
+    StringRequest<kRequestUpdateSize> room;
+    WireWriter writer = start_fw_request(room, kRequestUpdate);
+    writer.le32(ctx.max_transfer_size)
+        .le16(ctx.component_num)
+        .u8(kOutstandingTransferRequests)
+        .le16(ctx.package_data_len);
+    const std::span<uint8_t> request =
+        add_string(room, writer, record.component_image_set_ver_string_type,
+                   record.component_image_set_ver_string_len, record.image_version_string);
+    return pldm_exchange(ctx.pldm, request, response);
+}
+
+int32_t start_update(pldm_fw_update_ctx& ctx, std::span<const uint8_t> response) {
+    if (!pldm_response_has(ctx.pldm, response.size())) {
+        return too_short(ctx.pldm, "pldm_request_firmware_update");
+    }
+    WireReader reader(response);
+    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
+    ctx.fd_metadata_len = reader.le16();
+    ctx.fd_will_send_pkg_data = reader.u8();
+    ctx.state = kStateLearnComponents;
+    fw_update_state_fn(&ctx);
+    return 0;
+}
+
+// ---- GetDeviceMetaData ----
+
+constexpr size_t kMetaDataHeaderSize = 9;
+
+int32_t exchange_multipart(pldm_fw_update_ctx& ctx, FwCommand command, uint32_t handle,
+                           uint8_t operation, std::span<uint8_t> response) {
+    std::array<uint8_t, 8> request;
+    start_fw_request(request, command).le32(handle).u8(operation);
+    return pldm_exchange(ctx.pldm, request, response);
+}
+
+bool ends_metadata(uint8_t completion) {
+    switch (completion) {
+        case kInvalidTransferHandle:
+            print_line("invlaid data transfer handle");
+            return true;
+        case kInvalidTransferOperation:
+            print_line("invlaid transfer operation flag");
+            return true;
+        default:
+            return completion == kNoDeviceMetaData || completion == kInvalidStateForCommand;
+    }
+}
+
+/// One round.
+/// @param handle  of this part; receives that of the next one
+/// @return whether there is a next one
+bool get_metadata_part(pldm_fw_update_ctx& ctx, uint32_t& handle, uint8_t operation,
+                       std::span<uint8_t> response) {
+    std::memset(response.data(), 0, response.size());
+    const int32_t result = exchange_multipart(ctx, kGetDeviceMetaData, handle, operation, response);
+    if (ends_metadata(fw_completion(ctx, response)) || result < 0) {
+        return false;
+    }
+    if (!pldm_response_has(ctx.pldm, kMetaDataHeaderSize)) {
+        too_short(ctx.pldm, "pldm_get_device_metadata");
+        return false;
+    }
+    WireReader reader(response);
+    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
+    handle = reader.le32();
+    const uint8_t flag = reader.u8();
+    return flag != kTransferEnd && flag != kTransferStartAndEnd;
+}
+
+// ---- UpdateComponent ----
+
+constexpr size_t kUpdateComponentSize = 22;
+constexpr uint16_t kDefaultDataWait = 90;
+
+int32_t exchange_update_component(pldm_fw_update_ctx& ctx, const pldm_update_component& element,
+                                  std::span<uint8_t> response) {
+    constexpr uint8_t kForceUpdate = 1;
+    const Component component(element.image);
+    const auto index = static_cast<uint8_t>(element.classification_index);
+    uint32_t options = component.options & kForceUpdate;
+    if (pldm_force_update_flag != 0) {
+        options |= kForceUpdate;
+    }
+    std::printf(
+        "classification : %x,\nidentifier : %x,\nclassification_index : %x,\n"
+        "component_comparison_stamp : %x,\ncomponent_size : %x,\n",
+        component.classification, component.identifier, index, component.comparison_stamp,
+        component.size);
+    StringRequest<kUpdateComponentSize> room;
+    WireWriter writer = start_fw_request(room, kUpdateComponent);
+    writer.le16(component.classification)
+        .le16(component.identifier)
+        .u8(index)
+        .le32(component.comparison_stamp)
+        .le32(component.size)
+        .le32(options);
+    const std::span<uint8_t> request = add_string(room, writer, component.version_type,
+                                                  component.version_length, component.version);
+    return pldm_exchange(ctx.pldm, request, response);
+}
+
+/// Acts on what the device thinks of a component.
+int32_t judge_component(pldm_fw_update_ctx& ctx, unsigned index,
+                        std::span<const uint8_t> response) {
+    constexpr uint8_t kCanBeUpdated = 0;
+    constexpr uint8_t kWillNotBeUpdated = 1;
+    if (!pldm_response_has(ctx.pldm, response.size())) {
+        ctx.pldm.completion_code = PLDM_FW_MARK_UPDATE_COMPONENT;
+        return too_short(ctx.pldm, "pldm_update_component_table");
+    }
+    WireReader reader(response);
+    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
+    const uint8_t compatibility = reader.u8();
+    const uint8_t code = reader.u8();
+    reader.skip(4);  // update options that the device has enabled
+    const uint16_t wait = reader.le16();
+    if (compatibility == kCanBeUpdated) {
+        ctx.req_fw_data_wait = wait != 0 ? wait : kDefaultDataWait;
+        ctx.state = kStateDownload;
+        fw_update_state_fn(&ctx);
+        return 0;
+    }
+    if (compatibility == kWillNotBeUpdated) {
+        std::printf("Component will no be updated, response code: 0x%x,\n", code);
+        std::printf("Give up component image index = %u\n", index);
+    } else {
+        debug_log("%s, unknown compatibility response 0x%x\n", "pldm_update_component_table",
+                  compatibility);
+    }
+    return -1;
+}
+
+// ---- ActivateFirmware ----
+
+/// The first component of the update that is for the device; null where none is.
+const pldm_update_component* first_component(const pldm_fw_update_ctx& ctx) {
+    for (size_t i = 0; i < ctx.component_num; ++i) {
+        if (const auto* element = update_element(ctx, i)) {
+            return element;
+        }
+    }
+    return nullptr;
+}
+
+bool refuses_activation(uint8_t completion) {
+    switch (completion) {
+        case kNotInUpdateMode:
+        case kInvalidStateForCommand:
+        case kIncompleteUpdate:
+        case kActivationNotRequired:
+        case kSelfContainedActivationNotPermitted:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// ---- CancelUpdateComponent, CancelUpdate ----
+
+/// Sends a cancel command until the device is not busy in background, three times at most.
+int32_t cancel(pldm_fw_update_ctx& ctx, FwCommand command, std::span<uint8_t> response) {
+    constexpr int kAttempts = 3;
+    for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+        std::memset(response.data(), 0, response.size());
+        const int32_t result = exchange_fw_command(ctx, command, response);
+        const uint8_t completion = fw_completion(ctx, response);
+        if (completion == kNotInUpdateMode) {
+            return -1;
+        }
+        if (completion != kBusyInBackground) {
+            return result;
+        }
+        if (attempt < kAttempts) {
+            sleep_us(kFwPauseUs);
+        }
+    }
+    return -1;
+}
+
+}  // namespace
+
+int32_t sideband::exchange_cancel_component(pldm_fw_update_ctx& ctx) {
+    std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE> response;
+    return cancel(ctx, kCancelUpdateComponent, response);
+}
+
+void sideband::skip_component(pldm_fw_update_ctx& ctx) {
+    ctx.state = kStateReadyToTransfer;
+    if (advance_component(ctx)) {
+        fw_update_state_fn(&ctx);
+    }
+}
+
+int32_t pldm_request_firmware_update(pldm_fw_update_ctx* ctx) {
+    if (!can_exchange(ctx)) {
+        return -1;
+    }
+    if (ctx->records == nullptr || ctx->record_index >= ctx->device_record_num ||
+        ctx->records[ctx->record_index].image_version_string == nullptr) {
+        debug_log("%s, no device record %d\n", "pldm_request_firmware_update", ctx->record_index);
+        return -1;
+    }
+    const pldm_device_record& record = ctx->records[ctx->record_index];
+    if (ctx->record_index != 0) {
+        // Deployed consoles show this for every record but the first, right or wrong.
+        warn_of_record(ctx->record_index, record);
+    }
+    std::array<uint8_t, 7> response{};
+    const int32_t result = exchange_request_update(*ctx, record, response);
+    switch (fw_completion(*ctx, response)) {
+        case kAlreadyInUpdateMode:
+            print_line("in update mode!");
+            pldm_cancel_update(ctx);
+            return -2;
+        case kUnableToInitiateUpdate:
+            print_line("unable initiate update");
+            ctx->pldm.completion_code = PLDM_FW_MARK_REQUEST_UPDATE;
+            return -1;
+        case kRetryRequestUpdate:
+            sleep_us(kFwPauseUs);
+            fw_update_state_fn(ctx);
+            return 0;
+        default:
+            return result < 0 ? result : start_update(*ctx, response);
+    }
+}
+
+int32_t pldm_get_device_metadata(pldm_fw_update_ctx* ctx, uint16_t len) {
+    constexpr int kRoundsMax = 7;
+    if (!can_exchange(ctx)) {
+        return -1;
+    }
+    const size_t size = kMetaDataHeaderSize + len;
+    const auto response = allocate_bytes(size);
+    if (response == nullptr) {
+        return -1;
+    }
+    uint32_t handle = 0;
+    uint8_t operation = kGetFirstPart;
+    for (int round = 0; round < kRoundsMax; ++round) {
+        if (!get_metadata_part(*ctx, handle, operation, {response.get(), size})) {
+            return 0;
+        }
+        operation = kGetNextPart;
+    }
+    print_line("Get Device Metadata Timeout");
+    return 0;
+}
+
+int32_t pldm_update_component_table(pldm_fw_update_ctx* ctx, uint8_t index) {
+    if (!can_exchange(ctx)) {
+        return -1;
+    }
+    const pldm_update_component* element = update_element(*ctx, index);
+    if (element == nullptr) {
+        debug_log("%s, no component %d\n", "pldm_update_component_table", index);
+        return -1;
+    }
+    std::array<uint8_t, 12> response{};
+    const int32_t result = exchange_update_component(*ctx, *element, response);
+    if (fw_completion(*ctx, response) == kNotInUpdateMode) {
+        return -1;
+    }
+    if (result < 0) {
+        ctx->pldm.completion_code = PLDM_FW_MARK_UPDATE_COMPONENT;
+        return result;
+    }
+    return judge_component(*ctx, index, response);
+}
+
+int32_t pldm_get_meta_data(pldm_fw_update_ctx* ctx, uint8_t* buf, uint16_t len) {
+    if (!can_exchange(ctx) || buf == nullptr) {
+        return -1;
+    }
+    const int32_t result = exchange_multipart(*ctx, kGetMetaData, 0, kGetNextPart, {buf, len});
+    return std::min(result, 0);
+}
+
+int32_t pldm_activate_firmware(pldm_fw_update_ctx* ctx) {
+    // Goes out as the bit that it is in the activation methods, 0 or 2: the devices that deployed
+    // agents update know it like that, though the standard has 0 or 1.
+    constexpr uint8_t kSelfContained = 0x02;
+    if (!can_exchange(ctx)) {
+        return -1;
+    }
+    const pldm_update_component* element = first_component(*ctx);
+    if (element == nullptr) {
+        debug_log("%s, no component\n", "pldm_activate_firmware");
+        return -1;
+    }
+    std::array<uint8_t, 4> request;
+    std::array<uint8_t, 6> response{};
+    start_fw_request(request, kActivateFirmware)
+        .u8(Component(element->image).activation_method & kSelfContained);
+    const int32_t result = pldm_exchange(ctx->pldm, request, response);
+    const uint8_t completion = fw_completion(*ctx, response);
+    std::printf("activate fw completion code: %x\n", completion);
+    if (refuses_activation(completion)) {
+        return -1;
+    }
+    if (result < 0) {
+        return result;
+    }
+    if (!pldm_response_has(ctx->pldm, response.size())) {
+        return too_short(ctx->pldm, "pldm_activate_firmware");
+    }
+    WireReader reader(response);
+    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
+    std::printf("activation time: %x\n", reader.le16());
+    return 0;
+}
+
+int32_t pldm_get_status(pldm_fw_update_ctx* ctx) {
+    if (!can_exchange(ctx)) {
+        return -1;
+    }
+    std::array<uint8_t, 14> response{};
+    const int32_t result = exchange_fw_command(*ctx, kGetStatus, response);
+    if (result < 0) {
+        return result;
+    }
+    if (!pldm_response_has(ctx->pldm, response.size())) {
+        return too_short(ctx->pldm, "pldm_get_status");
+    }
+    WireReader reader(response);
+    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
+    std::printf("state: %d\n", reader.u8());
+    std::printf("pre state: %d\n", reader.u8());
+    std::printf("aux state: %d\n", reader.u8());
+    std::printf("aux state status: %d\n", reader.u8());
+    std::printf("percentage: %d\n", reader.u8());
+    std::printf("reason_code : %d\n", reader.u8());
+    std::printf("update option flags %d\n", reader.u8());
+    return 0;
+}
+
+int32_t pldm_cancel_update_component(pldm_fw_update_ctx* ctx) {
+    if (!can_exchange(ctx)) {
+        return -1;
+    }
+    const int32_t result = exchange_cancel_component(*ctx);
+    if (result < 0) {
+        return result;
+    }
+    skip_component(*ctx);
+    return 0;
+}
+
+int32_t pldm_cancel_update(pldm_fw_update_ctx* ctx) {
+    if (!can_exchange(ctx)) {
+        return -1;
+    }
+    std::array<uint8_t, 13> response;
+    const int32_t result = cancel(*ctx, kCancelUpdate, response);
+    if (result < 0) {
+        return result;
+    }
+    ctx->state = kStateIdle;
+    return 0;
+}

@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: Apache-2.0
+// Descriptors of firmware devices: names, printing, comparison (DSP0267, descriptor definition).
+#include <sideband/debug_log.h>
+#include <sideband/platform.h>
+#include <sideband/pldm_fw_update.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "pldm/update/package.h"
+
+using namespace sideband;
+
+namespace {
+
+/// QueryDeviceIdentifiers response: descriptor count and first descriptor.
+constexpr size_t kDescriptorCount = 8;
+constexpr size_t kFirstDescriptor = 9;
+
+typedef void (*Print)(const char* format, ...) SIDEBAND_PRINTF(1, 2);
+
+void print_out(const char* format, ...) SIDEBAND_PRINTF(1, 2);
+
+void print_out(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    std::vprintf(format, arguments);
+    va_end(arguments);
+}
+
+void show_value(Print print, const Descriptor& descriptor) {
+    for (const uint8_t byte : descriptor.value) {
+        print(" %x", byte);
+    }
+    print("\n");
+}
+
+void show_descriptor(Print print, const Descriptor& descriptor) {
+    print("desc type: %x(%s)\n", descriptor.type, show_desc_id_string(descriptor.type));
+    print("desc len : %d\n", static_cast<int>(descriptor.value.size()));
+    print("desc val :");
+    show_value(print, descriptor);
+}
+
+void show_response(const uint8_t* response) {
+    size_t at = kFirstDescriptor;
+    for (unsigned left = response[kDescriptorCount]; left > 0; --left) {
+        if (at + PLDM_DESCRIPTOR_HEADER_SIZE > PLDM_FW_UPDATE_RESPONSE_SIZE) {
+            return;
+        }
+        const Descriptor descriptor(response + at);
+        at += descriptor.size();
+        if (at > PLDM_FW_UPDATE_RESPONSE_SIZE) {
+            return;
+        }
+        show_descriptor(debug_log, descriptor);
+    }
+}
+
+}  // namespace
+
+const char* show_desc_id_string(uint16_t type) {
+    switch (type) {
+        case PLDM_DESCRIPTOR_PCI_VENDOR_ID:
+            return "PCI Vendor ID";
+        case PLDM_DESCRIPTOR_IANA_ENTERPRISE_ID:
+            return "IANA Enterprise ID";
+        case PLDM_DESCRIPTOR_PNP_VENDOR_ID:
+            return "Pnp Vendor ID";
+        case PLDM_DESCRIPTOR_ACPI_VENDOR_ID:
+            return "ACPI Vendor ID";
+        case PLDM_DESCRIPTOR_PCI_DEVICE_ID:
+            return "PCI Device ID";
+        case PLDM_DESCRIPTOR_PCI_SUBSYSTEM_VENDOR_ID:
+            return "PCI SubSystem Vendor ID";
+        case PLDM_DESCRIPTOR_PCI_SUBSYSTEM_ID:
+            return "PCI Subsystem ID";
+        case PLDM_DESCRIPTOR_PCI_REVISION_ID:
+            return "PCI Revision ID";
+        case PLDM_DESCRIPTOR_PNP_PRODUCT_ID:
+            return "PnP Product Identifer";
+        case PLDM_DESCRIPTOR_ACPI_PRODUCT_ID:
+            return "ACPI Product Identifer";
+        case PLDM_DESCRIPTOR_VENDOR_DEFINED:
+            return "Vendor Defined";
+        default:
+            return "Unknown ID";
+    }
+}
+
+int32_t pldm_parse_record_descriptors(const uint8_t* descriptor) {
+    if (descriptor != nullptr) {
+        show_descriptor(print_out, Descriptor(descriptor));
+    }
+    return 0;
+}
+
+void plds_show_descriptot(const uint8_t* package_descriptor, const uint8_t* device_descriptor,
+                          const uint8_t* response) {
+    if (package_descriptor != nullptr) {
+        const Descriptor descriptor(package_descriptor);
+        debug_log("Image desc type: %x\n", descriptor.type);
+        debug_log("Image desc val = ");
+        show_value(debug_log, descriptor);
+    }
+    if (device_descriptor != nullptr) {
+        const Descriptor descriptor(device_descriptor);
+        debug_log("FD desc1 type: %x\n", descriptor.type);
+        debug_log("FD desc1 val = ");
+        show_value(debug_log, descriptor);
+    }
+    if (response != nullptr) {
+        show_response(response);
+    }
+}
+
+int32_t pldm_compare_descriptors(const uint8_t* package_descriptor,
+                                 const uint8_t* device_descriptor) {
+    if (package_descriptor == nullptr || device_descriptor == nullptr) {
+        return 1;
+    }
+    const Descriptor wanted(package_descriptor);
+    const Descriptor found(device_descriptor);
+    if (wanted.type != found.type || wanted.value.size() != found.value.size()) {
+        return 1;
+    }
+    // A package names the oldest silicon that it is for; newer revisions take it as well.
+    if (wanted.type == PLDM_DESCRIPTOR_PCI_REVISION_ID && wanted.value.size() == 1) {
+        if (wanted.value[0] <= found.value[0]) {
+            return 0;
+        }
+        console_log("error desc_type: 103 desc: 0x%x, desc1 =0x%x", wanted.value[0],
+                    found.value[0]);
+        return 1;
+    }
+    return std::memcmp(wanted.value.data(), found.value.data(), wanted.value.size());
+}

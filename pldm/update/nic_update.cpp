@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: Apache-2.0
+// The update of one device with one package, from the file to the release of everything.
+#include <sideband/debug_log.h>
+#include <sideband/platform.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "common/printable.h"
+#include "pldm/update/message.h"
+#include "transport/mctp.h"
+
+using namespace sideband;
+
+int pldm_force_update_flag = 0;
+void* file_buf = nullptr;
+
+namespace {
+
+constexpr uint8_t kStartPercentage = 10;
+constexpr unsigned kPercentageOfRecords = 90;
+
+/// The PCIe session of the process, while an update has one open.
+plt_pcie_session pcie_session;
+
+void set_session(pldm_fw_update_ctx& ctx, void* session) {
+    ctx.pcie_session = session;
+    if (ctx.pldm.mctp != nullptr) {
+        ctx.pldm.mctp->pcie_session = session;
+    }
+}
+
+/// Opens the PCIe session unless the context has one; closes it again if it has opened it.
+class SessionGuard {
+public:
+    explicit SessionGuard(pldm_fw_update_ctx& ctx) : ctx_(ctx), endpoint_(callers_endpoint(ctx)) {
+        if (ctx.pcie_session != nullptr) {
+            return;
+        }
+        pcie_session = {};
+        if (libmctp_pcie_open(&pcie_session) != 0) {
+            print_line("failed to open libmctp_qbex_ctx");
+            failed_ = true;
+            return;
+        }
+        opened_ = true;
+        debug_log("Try not to close sessions, %x\n",
+                  static_cast<unsigned>(reinterpret_cast<uintptr_t>(pcie_session.handle)));
+        set_session(ctx, pcie_session.handle);
+    }
+    ~SessionGuard() {
+        if (opened_) {
+            libmctp_pcie_close(&pcie_session);
+            ctx_.pcie_session = nullptr;
+            if (endpoint_ != nullptr) {
+                endpoint_->pcie_session = nullptr;
+            }
+        }
+    }
+    SessionGuard(const SessionGuard&) = delete;
+    SessionGuard& operator=(const SessionGuard&) = delete;
+
+    explicit operator bool() const { return !failed_; }
+
+private:
+    /// The endpoint if it is the caller's: one of the library's is gone when the session is closed.
+    static mctp_ctx* callers_endpoint(const pldm_fw_update_ctx& ctx) {
+        return ctx.pldm.mctp != endpoint_of(ctx.pldm.owned) ? ctx.pldm.mctp : nullptr;
+    }
+
+    pldm_fw_update_ctx& ctx_;
+    mctp_ctx* endpoint_;
+    bool opened_ = false;
+    bool failed_ = false;
+};
+
+/// Parses the package and sees that an update can be made of it.
+bool load_package(const char* path, pldm_fw_update_ctx& ctx) {
+    if (pldm_parse_file(path, &ctx) != 0) {
+        return false;
+    }
+    if (ctx.device_record_num == 0) {
+        debug_log("%s, the package has no device record\n", "pldm_nic_update");
+        return false;
+    }
+    if (ctx.component_num > PLDM_FW_COMPONENTS_MAX) {
+        debug_log("%s, the package has %d components, more than %d\n", "pldm_nic_update",
+                  ctx.component_num, PLDM_FW_COMPONENTS_MAX);
+        return false;
+    }
+    return true;
+}
+
+void print_versions(const pldm_fw_update_ctx& ctx, uint32_t flags) {
+    std::printf("FD active component version : %s\n", Printable(ctx.active_version_string).text());
+    std::printf("FD pending component version : %s\n",
+                Printable(ctx.pending_version_string).text());
+    if ((flags & PLDM_FW_FLAG_SHOW_IMAGE) != 0) {
+        std::printf("Image component version : %s\n", Printable(ctx.package_version_string).text());
+    }
+}
+
+/// One update of one device, over all records of the package.
+class Update {
+public:
+    Update(pldm_fw_update_ctx& ctx, uint32_t flags)
+        : ctx_(ctx), flags_(flags), step_(kPercentageOfRecords / ctx.device_record_num) {}
+
+    /// @return result of the last RequestUpdate, or of the CancelUpdate that failed; -1: none
+    int32_t run() {
+        announce();
+        // A match does not end the walk: a package may have several records for one device.
+        for (unsigned i = 0; i < ctx_.device_record_num; ++i) {
+            use(ctx_.records[i]);
+        }
+        return result_;
+    }
+
+private:
+    void announce() {
+        ctx_.record_index = 0;
+        report_percentage(ctx_, kStartPercentage);
+        std::printf("average percentage     = %u\n", step_);
+        std::printf("  device_record_num    = %d\n", ctx_.device_record_num);
+        std::printf("  component_num        = %d\n", ctx_.component_num);
+        print_line("====================parsing file finishes==============");
+    }
+
+    void use(pldm_device_record& record) {
+        if (pldm_query_device_identifiers(&ctx_, &record) != 0) {
+            ++mismatches_;
+            if (mismatches_ == ctx_.device_record_num) {
+                ctx_.pldm.completion_code = PLDM_FW_MARK_NO_RECORD;
+            }
+        } else if (pldm_get_firmware_parameters(&ctx_) != 0) {
+            ctx_.pldm.completion_code = PLDM_FW_MARK_FW_PARAMETERS;
+        } else if ((flags_ & PLDM_FW_FLAG_QUERY) != 0) {
+            print_versions(ctx_, flags_);
+        } else {
+            ctx_.matched_record = &record;
+            pldm_force_update_flag = (flags_ & PLDM_FW_FLAG_FORCE) != 0 ? 1 : 0;
+            while (request_update()) {
+            }
+        }
+    }
+
+    /// Requests the update once, and where the device is in update mode makes it leave that.
+    /// @return whether to request it again
+    bool request_update() {
+        constexpr int32_t kInUpdateMode = -2;
+        // A request that is repeated names the version string of the next record, as deployed
+        // agents do; behind the last record, that of the last one.
+        const auto last_record = static_cast<uint8_t>(ctx_.device_record_num - 1);
+        const bool behind_last = ctx_.record_index > last_record;
+        ctx_.record_index = std::min(ctx_.record_index, last_record);
+        result_ = pldm_request_firmware_update(&ctx_);
+        ++ctx_.record_index;
+        if (result_ != kInUpdateMode || behind_last) {
+            return false;
+        }
+        const int32_t cancelled = pldm_cancel_update(&ctx_);
+        if (cancelled < 0) {
+            result_ = cancelled;
+            std::printf("the error code of pldm_cancel_update is %x\n", cancelled);
+            return false;
+        }
+        report_percentage(ctx_, static_cast<uint8_t>(step_ * ctx_.record_index + kStartPercentage));
+        return true;
+    }
+
+    pldm_fw_update_ctx& ctx_;
+    uint32_t flags_;
+    unsigned step_;  ///< of the percentage, for each record
+    unsigned mismatches_ = 0;
+    int32_t result_ = -1;
+};
+
+int32_t run_update(const char* path, pldm_fw_update_ctx& ctx, uint32_t flags) {
+    if (!load_package(path, ctx)) {
+        ctx.pldm.completion_code = PLDM_FW_MARK_PACKAGE;
+        pldm_free_ua_resource(&ctx);
+        return -1;
+    }
+    const SessionGuard session(ctx);
+    const int32_t result = session ? Update(ctx, flags).run() : -1;
+    pldm_free_ua_resource(&ctx);
+    return result;
+}
+
+}  // namespace
+
+int32_t pldm_nic_update(const char* path, pldm_fw_update_ctx* ctx, void*, uint32_t flags) {
+    return ctx != nullptr ? run_update(path, *ctx, flags) : -1;
+}
+
+int32_t pldm_free_ua_resource(pldm_fw_update_ctx* ctx) {
+    if (ctx == nullptr) {
+        return -1;
+    }
+    pldm_free_ctx_resource(ctx);
+    pldm_terminus_deinit(&ctx->pldm);
+    return 0;
+}

@@ -1,0 +1,493 @@
+// SPDX-License-Identifier: Apache-2.0
+// Firmware update package files (DSP0267, package header format 1.0): checked and copied.
+#include <fcntl.h>
+#include <sideband/debug_log.h>
+#include <sideband/platform.h>
+#include <sideband/pldm_fw_update.h>
+#include <sideband/pldm_monitor.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "common/crc.h"
+#include "common/file.h"
+#include "common/memory.h"
+#include "common/printable.h"
+#include "common/wire.h"
+#include "pldm/update/package.h"
+
+using namespace sideband;
+
+namespace {
+
+using Bytes = std::span<const uint8_t>;
+
+/// PackageHeaderIdentifier of format 1.0: F018878C-CB7D-4943-9800-A02F059ACA02.
+constexpr uint8_t kIdentifier[] = {0xF0, 0x18, 0x87, 0x8C, 0xCB, 0x7D, 0x49, 0x43,
+                                   0x98, 0x00, 0xA0, 0x2F, 0x05, 0x9A, 0xCA, 0x02};
+constexpr size_t kFixedHeaderSize = 36;
+constexpr size_t kReleaseDateTimeSize = 13;
+constexpr size_t kRecordHeaderSize = 11;
+constexpr size_t kChecksumSize = 4;
+
+/// How far into a file a parse can get: a descriptor of any length that begins inside the largest
+/// header ends before.
+constexpr size_t kReach = 0x20000;
+
+/// Most bytes of descriptors and package data that are copied: four of the largest headers. Records
+/// may overlap, and could together be five hundred times as large as the file.
+constexpr size_t kCopiesMax = size_t{4} * 0x10000;
+
+/// Reads a package header front to back into a context. Each step is false where it failed; it has
+/// said why then.
+class Parser {
+public:
+    Parser(Bytes file, pldm_fw_update_ctx& ctx) : file_(file), ctx_(ctx) {}
+
+    bool parse() {
+        return read_identifier() && read_header() && read_records() && read_components() &&
+               compare_checksum();
+    }
+
+private:
+    bool read_identifier();
+    bool read_header();
+    bool read_records();
+    bool read_record(unsigned index);
+    bool read_record_header(pldm_device_record& record, uint8_t& type, uint8_t& length);
+    bool read_bitmap(pldm_device_record& record);
+    bool read_set_version(pldm_device_record& record, uint8_t type, uint8_t length);
+    bool read_descriptors(pldm_device_record& record);
+    bool read_package_data(pldm_device_record& record);
+    bool read_components();
+    bool read_component(uint8_t*& copy);
+    bool compare_checksum();
+
+    /// The next bytes, which may lie behind the limit, but not behind the end of the file.
+    bool take(size_t count, Bytes& bytes);
+    /// Whether a position is inside the header; reaching its end is allowed.
+    bool inside(size_t position) const;
+    bool check(size_t position) const;
+    bool count_copy(size_t size);
+
+    Bytes file_;
+    pldm_fw_update_ctx& ctx_;
+    size_t position_ = 0;
+    size_t bitmap_size_ = 0;
+    size_t copied_ = 0;
+    int32_t limit_ = 0;  ///< where the checksum is in a well-formed header
+};
+
+bool refuse() {
+    std::puts("boundary check failed");
+    return false;
+}
+
+/// A heap copy with room for one NUL or more behind it.
+uint8_t* copy_of(Bytes bytes, size_t room_behind) {
+    auto copy = allocate_bytes(bytes.size() + room_behind);
+    if (copy != nullptr) {
+        std::memcpy(copy.get(), bytes.data(), bytes.size());
+    }
+    return copy.release();
+}
+
+char* text_of(Bytes bytes) {
+    return reinterpret_cast<char*>(copy_of(bytes, 1));
+}
+
+bool Parser::take(size_t count, Bytes& bytes) {
+    if (count > file_.size() - position_) {
+        return refuse();
+    }
+    bytes = file_.subspan(position_, count);
+    position_ += count;
+    return true;
+}
+
+bool Parser::inside(size_t position) const {
+    return position <= file_.size() && static_cast<int64_t>(position) <= limit_;
+}
+
+bool Parser::check(size_t position) const {
+    return inside(position) || refuse();
+}
+
+bool Parser::count_copy(size_t size) {
+    copied_ += size;
+    return copied_ <= kCopiesMax || refuse();
+}
+
+bool Parser::read_identifier() {
+    // Later header formats have identifiers of their own, so that none of them gets past this.
+    if (file_.size() < sizeof kIdentifier ||
+        std::memcmp(file_.data(), kIdentifier, sizeof kIdentifier) != 0) {
+        console_log("package header id mismatch!\n");
+        return false;
+    }
+    std::puts("package header id passed!");
+    return true;
+}
+
+bool Parser::read_header() {
+    Bytes fixed;
+    if (!take(kFixedHeaderSize, fixed)) {
+        return false;
+    }
+    WireReader reader(fixed);
+    reader.skip(sizeof kIdentifier);
+    const uint8_t revision = reader.u8();
+    std::printf("Header format version is %x\n", revision);
+    if (revision == 1) {
+        console_log("Header format version 1.0.x\n");
+    } else if (revision == 2) {
+        console_log("Header format version 1.1.x\n");
+    }
+    const uint16_t header_size = reader.le16();
+    limit_ = header_size - static_cast<int32_t>(kChecksumSize);
+    reader.skip(kReleaseDateTimeSize);
+    const uint16_t bitmap_bits = reader.le16();
+    bitmap_size_ = bitmap_bits / 8;
+    const uint8_t type = reader.u8();
+    const uint8_t length = reader.u8();
+    std::printf("header length %d\n", header_size);
+    std::printf("component bitmap len %d\n", bitmap_bits);
+    std::printf("header string type %x\n", type);
+    std::printf("header string length %d\n", length);
+    Bytes version;
+    if (!take(length, version)) {
+        return false;
+    }
+    std::printf("ver string: %s\n", Printable(version).text());
+    ctx_.package_version_string = text_of(version);  // An update does without where memory is out.
+    return true;
+}
+
+bool Parser::read_records() {
+    Bytes count;
+    if (!take(1, count)) {
+        return false;
+    }
+    std::printf("device id count %d\n", count[0]);
+    ctx_.device_record_num = count[0];
+    ctx_.records =
+        static_cast<pldm_device_record*>(std::calloc(count[0], sizeof(pldm_device_record)));
+    if (ctx_.records == nullptr || !check(position_)) {
+        return false;
+    }
+    for (unsigned i = 0; i < count[0]; ++i) {
+        std::printf("======device record %u=======\n", i);
+        if (!read_record(i)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void print_record(unsigned index, const pldm_device_record& record) {
+    const size_t data_size = record.package_data != nullptr ? record.package_data_len : 0;
+    std::printf("ctx->records[%u]\n", index);
+    std::printf("record_len            = %d\n", record.record_len);
+    std::printf("package_data_len      = %d\n", record.package_data_len);
+    std::printf("desc_num              = %d\n", record.desc_num);
+    std::printf("applicable_components = 0x%x\n", record.applicable_components);
+    std::printf("component_image_set_ver_string_type = 0x%x\n",
+                record.component_image_set_ver_string_type);
+    std::printf("component_image_set_ver_string_len  = %d\n",
+                record.component_image_set_ver_string_len);
+    std::printf("image_version_string  = %s\n", Printable(record.image_version_string).text());
+    std::printf("package_data          = ");
+    print_printable({record.package_data, data_size});
+    std::printf("\n");
+    for (size_t i = 0; i < data_size; ++i) {
+        std::printf(" %x", record.package_data[i]);
+    }
+    if (record.package_data_len > 0) {
+        std::printf("\n");
+    }
+    const uint8_t* descriptor = record.descriptors;
+    for (unsigned i = 0; i < record.desc_num; ++i) {
+        if (pldm_parse_record_descriptors(descriptor) != 0) {
+            std::puts("parse descriptot fail");
+            return;
+        }
+        descriptor += Descriptor(descriptor).size();
+    }
+}
+
+bool Parser::read_record(unsigned index) {
+    if (index >= ctx_.device_record_num) {
+        console_log("device record index is out of range.\n");
+        return false;
+    }
+    pldm_device_record& record = ctx_.records[index];
+    const size_t start = position_;
+    uint8_t type = 0;
+    uint8_t length = 0;
+    if (!read_record_header(record, type, length) || !read_bitmap(record) ||
+        !read_set_version(record, type, length) || !read_descriptors(record) ||
+        !read_package_data(record)) {
+        return false;
+    }
+    print_record(index, record);
+    // Deliberately by the stated length, not by the sizes walked: records may be padded.
+    position_ = start + record.record_len;
+    return check(position_);
+}
+
+bool Parser::read_record_header(pldm_device_record& record, uint8_t& type, uint8_t& length) {
+    Bytes fixed;
+    if (!take(kRecordHeaderSize, fixed)) {
+        return false;
+    }
+    WireReader reader(fixed);
+    uint8_t options[4];
+    record.record_len = reader.le16();
+    record.desc_num = reader.u8();
+    reader.copy(options);
+    type = reader.u8();
+    length = reader.u8();
+    record.package_data_len = reader.le16();
+    std::printf("record length %d\n", record.record_len);
+    std::printf("desc count %d\n", record.desc_num);
+    std::printf("device update options %d %d %d %d\n", options[0], options[1], options[2],
+                options[3]);
+    std::printf("component set ver string type: %d\n", type);
+    std::printf("component set ver string len: %d\n", length);
+    std::printf("fw package data len: %d\n", record.package_data_len);
+    return true;
+}
+
+bool Parser::read_bitmap(pldm_device_record& record) {
+    std::printf("Applicable components: ");
+    const size_t end = position_ + bitmap_size_;
+    if (!check(end)) {
+        return false;
+    }
+    // An update knows 32 components at most: bytes beyond the fourth are left out on purpose.
+    for (size_t i = 0; i < std::min<size_t>(bitmap_size_, 4); ++i) {
+        record.applicable_components |= static_cast<uint32_t>(file_[position_ + i]) << (8 * i);
+    }
+    position_ = end;
+    std::printf("\n");
+    return true;
+}
+
+bool Parser::read_set_version(pldm_device_record& record, uint8_t type, uint8_t length) {
+    Bytes version;
+    if (!take(length, version)) {
+        return false;
+    }
+    std::printf("Component iamge st Ver String: %s\n", Printable(version).text());
+    record.image_version_string = text_of(version);
+    if (record.image_version_string == nullptr) {
+        return false;
+    }
+    record.component_image_set_ver_string_type = type;
+    record.component_image_set_ver_string_len = length;
+    return check(position_);
+}
+
+bool Parser::read_descriptors(pldm_device_record& record) {
+    const size_t start = position_;
+    for (unsigned i = 0; i < record.desc_num; ++i) {
+        std::printf("**************record desc %u**************\n", i);
+        Bytes part;
+        if (!take(PLDM_DESCRIPTOR_HEADER_SIZE, part)) {
+            return false;
+        }
+        const uint8_t* descriptor = part.data();
+        if (!take(Descriptor(descriptor).value.size(), part)) {
+            return false;
+        }
+        pldm_parse_record_descriptors(descriptor);
+        if (!check(position_)) {
+            return false;
+        }
+    }
+    const Bytes descriptors = file_.subspan(start, position_ - start);
+    if (!count_copy(descriptors.size())) {
+        return false;
+    }
+    record.descriptors = copy_of(descriptors, 0);
+    return record.descriptors != nullptr;
+}
+
+bool Parser::read_package_data(pldm_device_record& record) {
+    ctx_.package_data_len = record.package_data_len;
+    std::printf("firmware package data: ");
+    if (!check(position_ + record.package_data_len) || !count_copy(record.package_data_len)) {
+        return false;
+    }
+    const Bytes data = file_.subspan(position_, record.package_data_len);
+    record.package_data = copy_of(data, 1);  // An update does without where memory is out.
+    dump_packet(data.data(), record.package_data_len);
+    return true;
+}
+
+bool Parser::read_components() {
+    Bytes count_field;
+    if (!take(2, count_field)) {
+        return false;
+    }
+    const uint16_t count = WireReader(count_field).le16();
+    std::printf("component image count %d\n", count);
+    ctx_.component_num = count;
+    ctx_.component_images = static_cast<uint8_t**>(std::calloc(count, sizeof(uint8_t*)));
+    if (ctx_.component_images == nullptr || (count == 0 && !check(position_))) {
+        return false;
+    }
+    for (unsigned i = 0; i < count; ++i) {
+        std::printf("+++++++++++++++component image %u++++++++\n", i);
+        if (!read_component(ctx_.component_images[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Keeps an entry whose bytes are all in the file, also where the header ends inside it.
+bool Parser::read_component(uint8_t*& copy) {
+    const size_t start = position_;
+    Bytes part;
+    if (!take(PLDM_COMPONENT_IMAGE_SIZE, part) || !take(part.back(), part)) {
+        return false;
+    }
+    copy = copy_of(file_.subspan(start, position_ - start), 1);
+    return copy != nullptr && check(position_);
+}
+
+bool Parser::compare_checksum() {
+    // The stored checksum is expected behind the last entry, wherever the header size points.
+    if (file_.size() >= position_ + kChecksumSize && file_.size() >= static_cast<size_t>(limit_) &&
+        WireReader(file_.subspan(position_, kChecksumSize)).le32() ==
+            crc32(0, file_.first(static_cast<size_t>(limit_)))) {
+        return true;
+    }
+    std::puts("checksum checking failed.");
+    return false;
+}
+
+/// Puts a private copy of the header in the place of its mapping, which then nobody can change or
+/// cut underneath the parser: a mapping reaching behind the end of its file ends the process.
+/// @return what was read; empty on failure
+Bytes own_header(int descriptor, void* mapping, size_t length) {
+    const size_t size = std::min(length, kReach);
+    void* const own =
+        mmap(mapping, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+    if (own == MAP_FAILED) {
+        return {};
+    }
+    auto* const bytes = static_cast<uint8_t*>(own);
+    return {bytes, read_file(descriptor, 0, {bytes, size})};
+}
+
+bool parse(int descriptor, void* mapping, size_t length, pldm_fw_update_ctx& ctx) {
+    const Bytes file = own_header(descriptor, mapping, length);
+    if (file.empty()) {
+        debug_log("%s, can't read %s\n", "pldm_parse_file", ctx.package_file);
+        return false;
+    }
+    return Parser(file, ctx).parse();
+}
+
+bool is_regular(int descriptor) {
+    struct stat status;
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+}  // namespace
+
+bool sideband::map_file(const char* path, MappedFile& file) {
+    // As open_regular(), but what is no regular file counts as one that cannot be mapped.
+    File opened(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!opened) {
+        std::printf("can't open file %s\n", path);
+        return false;
+    }
+    FileStamp stamp{};
+    void* mapping = MAP_FAILED;
+    if (is_regular(opened.descriptor()) && stamp_of(opened.descriptor(), stamp) &&
+        stamp.size <= SIZE_MAX) {
+        mapping = mmap(nullptr, static_cast<size_t>(stamp.size), PROT_READ, MAP_PRIVATE,
+                       opened.descriptor(), 0);
+    }
+    if (mapping == MAP_FAILED) {
+        std::printf("can't map the file %s\n", path);
+        return false;
+    }
+    file = {opened.release(), mapping, static_cast<size_t>(stamp.size), stamp};
+    return true;
+}
+
+int32_t open_pldm_file(const char* path, void** addr, size_t* len) {
+    MappedFile file;
+    if (path == nullptr || addr == nullptr || len == nullptr || !map_file(path, file)) {
+        return -1;
+    }
+    *addr = file.address;
+    *len = file.size;
+    return file.descriptor;
+}
+
+int32_t close_pldm_file(int32_t descriptor, void* addr, size_t len) {
+    if (munmap(addr, len) != 0) {
+        std::perror("Error unmmapping");
+    }
+    close(descriptor);
+    return 0;
+}
+
+uint32_t CRC32(uint32_t crc, const uint8_t* buffer, size_t length) {
+    return crc32(crc, {buffer, length});
+}
+
+int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ctx) {
+    if (path == nullptr || ctx == nullptr) {
+        return -1;
+    }
+    MappedFile file;
+    if (!map_file(path, file)) {
+        std::puts("open_file_fail");
+        return -1;
+    }
+    release_package(*ctx);
+    ctx->package_file = path;
+    ctx->package_size = file.size;
+    std::memcpy(ctx->package_stamp, &file.stamp, sizeof file.stamp);
+    const int32_t result = parse(file.descriptor, file.address, file.size, *ctx) ? 0 : -1;
+    close_pldm_file(file.descriptor, file.address, file.size);
+    console_log("[RUWA][%s]res=%d \n", "pldm_parse_file", result);
+    return result;
+}
+
+int32_t pldm_parse_component_image(const void* /*ignored*/, const uint8_t* entry) {
+    if (entry == nullptr) {
+        return 0;
+    }
+    WireReader reader({entry, PLDM_COMPONENT_IMAGE_SIZE});
+    const auto print_pair = [&reader](const char* name) {
+        const uint8_t low = reader.u8();
+        std::printf("%s: %x %x\n", name, low, reader.u8());
+    };
+    const auto print_long = [&reader](const char* name) {
+        std::printf("%s %lx\n", name, static_cast<unsigned long>(reader.le32()));
+    };
+    std::printf("classification: %x\n", reader.le16());
+    std::printf("identifier: %x\n", reader.le16());
+    print_long("comparison stamp:");
+    print_pair("option");
+    print_pair("activation_method");
+    print_long("offset:");
+    print_long("size: ");
+    std::printf("ver_string_type: %d\n", reader.u8());
+    const uint8_t length = reader.u8();
+    std::printf("ver_string_length: %x\n", length);
+    std::printf("ver_string: %s\n", Printable({entry + PLDM_COMPONENT_IMAGE_SIZE, length}).text());
+    return 0;
+}

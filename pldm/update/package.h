@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the firmware update code shares about packages: descriptors, components, their release.
+#ifndef SIDEBAND_PLDM_UPDATE_PACKAGE_H
+#define SIDEBAND_PLDM_UPDATE_PACKAGE_H
+
+#include <sideband/pldm_fw_update.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "common/file.h"
+#include "common/wire.h"
+
+namespace sideband {
+
+/// A descriptor whose bytes are all there.
+struct Descriptor {
+    uint16_t type = 0;
+    std::span<const uint8_t> value;
+
+    explicit Descriptor(const uint8_t* bytes) {
+        WireReader reader({bytes, PLDM_DESCRIPTOR_HEADER_SIZE});
+        type = reader.le16();
+        value = {bytes + PLDM_DESCRIPTOR_HEADER_SIZE, reader.le16()};
+    }
+
+    /// Bytes to the next descriptor.
+    size_t size() const { return PLDM_DESCRIPTOR_HEADER_SIZE + value.size(); }
+};
+
+/// Releases what pldm_parse_file() has put into the context and what points into it.
+void release_package(pldm_fw_update_ctx& ctx);
+
+/// Releases the component parameter table entries of the device.
+void release_device_parameters(pldm_fw_update_ctx& ctx);
+
+/// An open package file and its mapping.
+struct MappedFile {
+    int32_t descriptor = -1;
+    void* address = nullptr;
+    size_t size = 0;
+    FileStamp stamp{};
+};
+
+static_assert(sizeof(FileStamp) == sizeof(pldm_fw_update_ctx::package_stamp));
+
+/// Opens and maps a regular file; close_pldm_file() undoes it. Says on standard output what failed.
+/// @return false where nothing is open
+bool map_file(const char* path, MappedFile& file);
+
+}  // namespace sideband
+
+#endif

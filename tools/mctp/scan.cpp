@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command scan: every endpoint of the board, and what each speaks.
+#include <nlohmann/json.hpp>
+
+#include "tools/shell/command.h"
+#include "tools/mctp/survey.h"
+
+namespace tool {
+
+void run_scan(Context& context) {
+    const std::vector<Finding> findings = survey(context.port);
+    context.output.text(survey_text(findings));
+    context.output.document(
+        {{"board", context.port.board_name()}, {"endpoints", survey_json(findings)}});
+    for (const Finding& found : findings) {
+        if (found.failure) {
+            context.report(*found.failure);
+        }
+    }
+}
+
+}  // namespace tool

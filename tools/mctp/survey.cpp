@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: Apache-2.0
+// A first look at endpoints: are they there, which EID have they, what do they speak.
+#include "tools/mctp/survey.h"
+
+#include <algorithm>
+
+#include "tools/shell/codes.h"
+#include "tools/shell/endpoint_name.h"
+#include "tools/shell/output.h"
+#include "tools/shell/session.h"
+#include "tools/shell/text.h"
+
+namespace tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+/// The value of a query, or nothing where the device answered with an error code of its own.
+template <typename Query>
+auto ask(Query query) -> std::optional<decltype(query())> {
+    try {
+        return query();
+    } catch (const Failure& failure) {
+        if (!failure.code()) {
+            throw;
+        }
+        return std::nullopt;
+    }
+}
+
+Finding look_at(const Endpoint& endpoint) {
+    Finding finding;
+    finding.endpoint = endpoint;
+    try {
+        Session session(endpoint);
+        session.discover();
+        finding.eid = session.eid();
+        finding.eid_assigned = session.eid_assigned();
+        finding.uuid = ask([&] { return session.uuid(); });
+        finding.message_types = ask([&] { return session.message_types(); });
+    } catch (const Failure& failure) {
+        finding.failure = failure;
+    }
+    return finding;
+}
+
+Json finding_json(const Finding& finding) {
+    const Endpoint& endpoint = finding.endpoint;
+    Json json{{"endpoint", endpoint.name}, {"location", endpoint_location(endpoint)}};
+    if (endpoint.transport == Transport::pcie) {
+        json["transport"] = "pcie";
+        json["bdf"] = endpoint_location(endpoint).substr(std::string_view("pcie:").size());
+    } else {
+        json["transport"] = "i2c";
+        json["bus"] = endpoint.bus;
+        json["address"] = endpoint.address;
+    }
+    json["eid"] = finding.eid != 0 ? Json(finding.eid) : Json();
+    json["eid_assigned"] = finding.eid_assigned;
+    json["uuid"] = finding.uuid ? Json(uuid_text(*finding.uuid)) : Json();
+    json["message_types"] = finding.message_types ? Json(*finding.message_types) : Json();
+    json["status"] = finding.failure ? "failed" : "ok";
+    if (finding.failure) {
+        json["error"] = failure_json(*finding.failure);
+    }
+    return json;
+}
+
+std::string types_text(const Finding& finding) {
+    if (!finding.message_types || finding.message_types->empty()) {
+        return "-";
+    }
+    std::string text;
+    for (uint8_t type : *finding.message_types) {
+        text += (text.empty() ? "" : " ") + message_type_name(type);
+    }
+    return text;
+}
+
+}  // namespace
+
+bool Finding::speaks(uint8_t message_type) const {
+    return message_types && std::find(message_types->begin(), message_types->end(), message_type) !=
+                                message_types->end();
+}
+
+std::vector<Finding> survey(const Port& port) {
+    std::vector<Finding> findings;
+    for (const Endpoint& endpoint : port.endpoints()) {
+        findings.push_back(look_at(endpoint));
+    }
+    return findings;
+}
+
+std::vector<Finding> survey(const Port& port, Transport transport) {
+    std::vector<Finding> findings;
+    for (const Endpoint& endpoint : port.endpoints()) {
+        if (endpoint.transport == transport) {
+            findings.push_back(look_at(endpoint));
+        }
+    }
+    return findings;
+}
+
+std::string survey_text(const std::vector<Finding>& findings, size_t indent) {
+    Table table({{"ENDPOINT"}, {"WHERE"}, {"EID", true}, {"UUID"}, {"SPEAKS"}, {"STATUS"}});
+    for (const Finding& found : findings) {
+        table.add({found.endpoint.name, endpoint_location(found.endpoint),
+                   found.eid != 0 ? std::to_string(found.eid) : "-",
+                   found.uuid ? uuid_text(*found.uuid) : "-", types_text(found),
+                   found.failure ? "failed" : "ok"});
+    }
+    return table.text(indent);
+}
+
+Json survey_json(const std::vector<Finding>& findings) {
+    Json list = Json::array();
+    for (const Finding& found : findings) {
+        list.push_back(finding_json(found));
+    }
+    return list;
+}
+
+}  // namespace tool

@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: Apache-2.0
+// An endpoint as an NC-SI network controller, with the controller's own codes kept for errors.
+#include "tools/ncsi/controller.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <type_traits>
+
+#include "tools/shell/codes.h"
+#include "tools/shell/interrupt.h"
+
+namespace tool {
+namespace {
+
+// Offsets in a control packet (DSP0222, control packet header and response payload).
+constexpr size_t packet_type = 4;
+constexpr size_t packet_channel = 5;
+constexpr size_t response_code = 16;
+constexpr size_t reason_code = 18;
+constexpr size_t response_payload = 20;
+constexpr uint8_t response_bit = 0x80;
+
+/// No channel has this ID: it stays in the records of channels that do not answer.
+constexpr uint8_t no_channel = 0xFF;
+constexpr unsigned package_shift = 5;
+
+const char* const discovery = "the discovery of NC-SI channels";
+
+uint16_t be16_at(std::span<const uint8_t> bytes, size_t at) {
+    return static_cast<uint16_t>(bytes[at] << 8 | bytes[at + 1]);
+}
+
+}  // namespace
+
+NcsiController::NcsiController(Session& session) : session_(session) {
+    // Spares a device that speaks something else the search for channels: 64 waits.
+    if (!session.speaks(MCTP_MSG_TYPE_NCSI)) {
+        throw Failure(name(), discovery, "the device does not speak NC-SI");
+    }
+    try {
+        find_channels();
+    } catch (...) {
+        ncsi_deinit(&link_.ncsi);
+        throw;
+    }
+}
+
+NcsiController::~NcsiController() {
+    ncsi_deinit(&link_.ncsi);
+}
+
+void NcsiController::find_channels() {
+    ncsi_ctx& ncsi = link_.ncsi;
+    for (ncsi_channel& channel : ncsi.channels) {
+        channel.channel_id = no_channel;
+    }
+    const mctp_ctx way = session_.prototype();
+    const bool found = ncsi_init(&ncsi, &way) == 0;
+    if (ncsi.mctp == nullptr) {
+        throw Failure(name(), discovery, "the endpoint cannot be brought up");
+    }
+    link_.transfer = ncsi.transfer;
+    ncsi.transfer = record;
+    if (!found) {
+        // The library keeps no reason: the first channel is asked again for it.
+        call(discovery, [this] { return clear_initial_state(); });
+        throw Failure(name(), discovery, "no channel answers");
+    }
+    for (unsigned number = 0; number < NCSI_CHANNELS; ++number) {
+        if (ncsi.channels[number].channel_id != no_channel) {
+            numbers_.push_back(number);
+        }
+    }
+}
+
+int32_t NcsiController::clear_initial_state() {
+    constexpr int32_t capacity = 24;
+    std::array<uint8_t, capacity> request{};
+    std::array<uint8_t, capacity> response{};
+    ncsi_request_init(request.data());
+    request[packet_type] = NCSI_CLEAR_INITIAL_STATE;
+    return link_.ncsi.transfer(&link_.ncsi.channels[0], NCSI_HEADER_SIZE, capacity, request.data(),
+                               response.data());
+}
+
+unsigned NcsiController::package() const {
+    return link_.ncsi.channels[numbers_.front()].channel_id >> package_shift;
+}
+
+unsigned NcsiController::choose(std::optional<unsigned> wanted) const {
+    if (!wanted) {
+        return numbers_.front();
+    }
+    if (std::find(numbers_.begin(), numbers_.end(), *wanted) == numbers_.end()) {
+        std::string found;
+        for (unsigned number : numbers_) {
+            found += (found.empty() ? "" : ", ") + std::to_string(number);
+        }
+        throw Failure(
+            ExitStatus::failed,
+            fmt::format("{}: no channel {} has been found; it has: {}", name(), *wanted, found));
+    }
+    return *wanted;
+}
+
+int32_t NcsiController::record(ncsi_channel* channel, uint32_t request_length,
+                               int32_t response_capacity, uint8_t* request, uint8_t* response) {
+    static_assert(std::is_standard_layout_v<Link> && offsetof(Link, ncsi) == 0);
+    Link* link = reinterpret_cast<Link*>(channel->ctx);
+    if (SignalWatch::signal() != 0) {
+        return -1;
+    }
+    const int32_t result =
+        link->transfer(channel, request_length, response_capacity, request, response);
+    Exchange& last = link->last;
+    last = {};
+    last.made = true;
+    last.length = link->ncsi.response_length;
+    std::copy_n(request, last.request.size(), last.request.begin());
+    if (last.length > 0) {
+        std::copy_n(response,
+                    std::min<size_t>(static_cast<size_t>(last.length), last.response.size()),
+                    last.response.begin());
+    }
+    return result;
+}
+
+int32_t NcsiController::call(const std::string& operation,
+                             const std::function<int32_t()>& command) {
+    before_sending();
+    link_.last = {};
+    const int32_t result = command();
+    if (result < 0) {
+        throw failure(operation);
+    }
+    return result;
+}
+
+std::span<const uint8_t> NcsiController::last_response() const {
+    const Exchange& last = link_.last;
+    const size_t length = last.made && last.length > 0 ? static_cast<size_t>(last.length) : 0;
+    return std::span(last.response).first(std::min(length, last.response.size()));
+}
+
+Failure NcsiController::failure(const std::string& operation) const {
+    const Exchange& last = link_.last;
+    const std::span<const uint8_t> answer = last_response();
+    if (!last.made) {
+        return {name(), operation, "nothing was sent"};
+    }
+    if (answer.empty()) {
+        return {name(), operation, silence()};
+    }
+    const bool fits = answer.size() > packet_channel &&
+                      answer[packet_type] == (last.request[packet_type] | response_bit) &&
+                      answer[packet_channel] == last.request[packet_channel];
+    if (fits && answer.size() >= response_payload) {
+        const uint16_t code = be16_at(answer, response_code);
+        const uint16_t reason = be16_at(answer, reason_code);
+        if (code != 0 || reason != 0) {
+            const DeviceCode device{.code = code,
+                                    .name = ncsi_response_name(code),
+                                    .reason = reason,
+                                    .reason_name = ncsi_reason_name(reason),
+                                    .kind = DeviceCode::Kind::ncsi};
+            return {name(), operation, code_text(device), device};
+        }
+    }
+    return {name(), operation,
+            fits || answer.size() <= packet_channel
+                ? fmt::format("the answer has {} bytes only", last.length)
+                : "the answer does not fit the request"};
+}
+
+int32_t read_temperature(NcsiController& controller, unsigned number, uint8_t sensor) {
+    ncsi_channel& channel = controller.channel(number);
+    channel.sensor_index = sensor;
+    return controller.call(
+        fmt::format("Get Temperature of sensor {} of channel {}", sensor, number),
+        [&channel] { return ncsi_oem_mx_get_temperature(&channel); });
+}
+
+}  // namespace tool

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+// The health of an NVMe drive as its management endpoint tells it.
+#ifndef SIDEBAND_TOOLS_NVME_HEALTH_H
+#define SIDEBAND_TOOLS_NVME_HEALTH_H
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tools/nvme/drive.h"
+
+namespace tool {
+
+/// What the two health status polls answer.
+struct NvmeHealth {
+    nvme_subsystem_health subsystem{};
+    std::vector<nvme_controller_health> controllers;
+};
+
+NvmeHealth read_health(NvmeDrive& drive);
+
+/// @param indent  blanks before each line
+std::string health_text(const NvmeHealth& health, size_t indent = 0);
+nlohmann::ordered_json health_json(const NvmeHealth& health);
+
+}  // namespace tool
+
+#endif

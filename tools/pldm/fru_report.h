@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+// A FRU record table as a table for people and as an object for programs.
+#ifndef SIDEBAND_TOOLS_PLDM_FRU_REPORT_H
+#define SIDEBAND_TOOLS_PLDM_FRU_REPORT_H
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "tools/pldm/fru.h"
+
+namespace tool {
+
+/// @param indent  blanks before each line
+std::string fru_text(const FruTable& table, size_t indent = 0);
+
+nlohmann::ordered_json fru_json(const FruTable& table);
+
+}  // namespace tool
+
+#endif

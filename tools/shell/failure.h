@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+// How a command of the tool fails: exit status, text, and the device's own code where it gave one.
+#ifndef SIDEBAND_TOOLS_SHELL_FAILURE_H
+#define SIDEBAND_TOOLS_SHELL_FAILURE_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+/// Exit statuses of the tool, for every command.
+enum class ExitStatus : int {
+    done = 0,
+    failed = 1,  ///< the device or the transport failed
+    usage = 2,   ///< wrong usage
+    input = 3,   ///< an input file is bad
+};
+
+/// What a device answered instead of success.
+struct DeviceCode {
+    enum class Kind {
+        completion,  ///< completion code of MCTP control or PLDM
+        ncsi,        ///< response code, and the reason code
+        nvme_mi,     ///< status of an NVMe-MI response, and where the invalid parameter is
+        nvme,        ///< status code of an NVMe completion, and its type
+    };
+
+    uint16_t code = 0;
+    std::string name;  ///< as the standard names it
+    /// The second number that a kind has. Of an NVMe-MI status, where it is known: the byte of the
+    /// request in bits 15 to 8, the bit in bits 2 to 0.
+    std::optional<uint16_t> reason = std::nullopt;
+    std::string reason_name = {};
+    Kind kind = Kind::completion;
+};
+
+/// Ends a command. what() is one line without the name of the program or of the command.
+/// Copies share what they tell, so that copying cannot throw.
+class Failure : public std::runtime_error {
+public:
+    Failure(ExitStatus status, const std::string& text)
+        : std::runtime_error(text),
+          details_(std::make_shared<Details>(Details{status, {}, {}, {}, {}})) {}
+
+    /// Several things are wrong at once: each has a line, of which what() is the first.
+    /// @param lines  at least one
+    Failure(ExitStatus status, const std::vector<std::string>& lines)
+        : std::runtime_error(lines.front()),
+          details_(std::make_shared<Details>(
+              Details{status, {}, {}, {}, {lines.begin() + 1, lines.end()}})) {}
+
+    /// A device or its transport failed: "ENDPOINT: OPERATION failed: REASON".
+    Failure(const std::string& endpoint, const std::string& operation, const std::string& reason,
+            const std::optional<DeviceCode>& code = std::nullopt)
+        : std::runtime_error(endpoint + ": " + operation + " failed: " + reason),
+          details_(std::make_shared<Details>(
+              Details{ExitStatus::failed, endpoint, operation, code, {}})) {}
+
+    ExitStatus status() const { return details_->status; }
+
+    /// Empty where the failure is not that of an endpoint.
+    const std::string& endpoint() const { return details_->endpoint; }
+    const std::string& operation() const { return details_->operation; }
+
+    /// Empty where no answer with a code came.
+    const std::optional<DeviceCode>& code() const { return details_->code; }
+
+    /// What else is wrong, a line each.
+    const std::vector<std::string>& more() const { return details_->more; }
+
+private:
+    struct Details {
+        ExitStatus status;
+        std::string endpoint;
+        std::string operation;
+        std::optional<DeviceCode> code;
+        std::vector<std::string> more;
+    };
+
+    std::shared_ptr<const Details> details_;
+};
+
+}  // namespace tool
+
+#endif

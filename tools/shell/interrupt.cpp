@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+// Ctrl-C, SIGTERM and SIGHUP as a wish that the tool looks at, instead of the end of the process.
+#include "tools/shell/interrupt.h"
+
+#include <poll.h>
+
+#include <iterator>
+
+namespace tool {
+namespace {
+
+volatile std::sig_atomic_t noted = 0;
+bool guarded = false;
+
+void note(int signal) {
+    noted = signal;
+}
+
+void install(int signal) {
+    struct sigaction action {};
+    action.sa_handler = note;
+    sigemptyset(&action.sa_mask);
+    // Restarted: what the tool and the library write must not come out cut.
+    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+    sigaction(signal, &action, nullptr);
+}
+
+}  // namespace
+
+SignalWatch::SignalWatch() {
+    for (size_t i = 0; i < std::size(signals); ++i) {
+        sigaction(signals[i], nullptr, &before_[i]);
+        if (before_[i].sa_handler != SIG_IGN) {
+            install(signals[i]);
+        }
+    }
+}
+
+SignalWatch::~SignalWatch() {
+    for (size_t i = 0; i < std::size(signals); ++i) {
+        sigaction(signals[i], &before_[i], nullptr);
+    }
+}
+
+int SignalWatch::signal() {
+    return guarded ? 0 : noted;
+}
+
+void SignalWatch::check() {
+    if (signal() != 0) {
+        throw Interrupted{};
+    }
+}
+
+void SignalWatch::wait_for_input(int descriptor) {
+    sigset_t held;
+    sigset_t before;
+    sigemptyset(&held);
+    for (const int signal : signals) {
+        sigaddset(&held, signal);
+    }
+    pollfd input{.fd = descriptor, .events = POLLIN, .revents = 0};
+    // Held until the wait has begun: one that came just before would not end it.
+    sigprocmask(SIG_BLOCK, &held, &before);
+    if (signal() == 0) {
+        ppoll(&input, 1, nullptr, &before);
+    }
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    check();
+}
+
+InterruptGuard::InterruptGuard() {
+    guarded = true;
+}
+
+/// The command has made of the signal what was to be made of it; the next one is another.
+InterruptGuard::~InterruptGuard() {
+    guarded = false;
+    if (noted != 0) {
+        install(noted);
+        noted = 0;
+    }
+}
+
+bool InterruptGuard::pending() {
+    return noted != 0;
+}
+
+}  // namespace tool

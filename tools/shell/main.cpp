@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command-line tool: opens the board, runs the command, ends with the exit status.
+#include <algorithm>
+#include <csignal>
+#include <exception>
+#include <string_view>
+
+#include "tools/shell/command_line.h"
+#include "tools/shell/interrupt.h"
+#include "tools/shell/text.h"
+#include "tools/shell/wire_watch.h"
+
+namespace tool {
+namespace {
+
+/// Whether JSON is wanted must be known even where the command line turns out to be wrong.
+bool json_wanted(int argc, char** argv) {
+    return std::any_of(argv + 1, argv + argc,
+                       [](const char* argument) { return std::string_view(argument) == "--json"; });
+}
+
+/// What a signal cuts short has no outcome to tell.
+void run_until_signal(Context& context, const CommandLine& line) {
+    try {
+        line.run(context);
+    } catch (const Failure& failure) {
+        if (SignalWatch::signal() == 0) {
+            context.report(failure);
+        }
+    } catch (const Interrupted&) {
+    }
+}
+
+/// Runs the command; a capture is ended whatever came of it.
+void run(Context& context, const CommandLine& line) {
+    const WireWatch wire(context.port, line.verbose ? &context.output : nullptr);
+    const SignalWatch signals;
+    if (!line.capture.empty()) {
+        context.port.start_capture(line.capture);
+    }
+    run_until_signal(context, line);
+    if (!line.capture.empty()) {
+        context.port.finish_capture();
+    }
+}
+
+ExitStatus execute(Output& output, const CommandLine& line) {
+    if (line.verbose) {
+        output.show_library_output();
+    }
+    const std::unique_ptr<Port> port = Port::open(line.board);
+    Context context{*port, output, line.command};
+    try {
+        run(context, line);
+    } catch (const Failure& failure) {
+        context.report(failure);
+    }
+    if (line.verbose) {
+        for (const std::string& logged : port->log_lines()) {
+            output.note("log: " + one_line(logged));
+        }
+    }
+    return context.status;
+}
+
+ExitStatus run_command_line(int argc, char** argv, Output& output) {
+    CommandLine line;
+    try {
+        parse_command_line(argc, argv, line);
+        if (!line.text.empty()) {
+            output.plain(line.text);
+            return ExitStatus::done;
+        }
+        return execute(output, line);
+    } catch (const Failure& failure) {
+        output.error(line.command, failure);
+        return failure.status();
+    } catch (const std::exception& error) {
+        output.error(line.command, Failure(ExitStatus::failed, error.what()));
+        return ExitStatus::failed;
+    }
+}
+
+}  // namespace
+}  // namespace tool
+
+int main(int argc, char** argv) {
+    using tool::ExitStatus;
+    tool::Output output(tool::json_wanted(argc, argv));
+    ExitStatus status = tool::run_command_line(argc, argv, output);
+    if (!output.finish() && status == ExitStatus::done) {
+        output.error("", tool::Failure(ExitStatus::failed, "standard output cannot be written"));
+        status = ExitStatus::failed;
+    }
+    // Whoever sent it sees that the signal has ended the tool.
+    if (const int signal = tool::SignalWatch::signal(); signal != 0) {
+        std::raise(signal);
+    }
+    return static_cast<int>(status);
+}

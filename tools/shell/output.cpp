@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+// The tool's standard output and error, kept apart from what the library prints.
+#include "tools/shell/output.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+
+#include "tools/shell/port.h"
+#include "tools/shell/text.h"
+
+namespace tool {
+namespace {
+
+void write_all(FILE* stream, std::string_view text) {
+    std::fwrite(text.data(), 1, text.size(), stream);
+}
+
+/// A document with all its texts and keys printable.
+nlohmann::ordered_json printable_json(const nlohmann::ordered_json& value) {
+    if (value.is_string()) {
+        return printable(value.get_ref<const std::string&>());
+    }
+    if (!value.is_structured()) {
+        return value;
+    }
+    nlohmann::ordered_json shown(value.type());
+    for (const auto& [key, member] : value.items()) {
+        if (value.is_object()) {
+            shown[printable(key)] = printable_json(member);
+        } else {
+            shown.push_back(printable_json(member));
+        }
+    }
+    return shown;
+}
+
+/// Device names and file names come from outside: bytes that are no UTF-8 must not end the tool.
+/// They become U+FFFD.
+std::string dump(const nlohmann::ordered_json& document) {
+    return printable_json(document).dump(2, ' ', false,
+                                         nlohmann::ordered_json::error_handler_t::replace) +
+           "\n";
+}
+
+nlohmann::ordered_json code_json(const DeviceCode& code) {
+    const uint16_t reason = code.reason.value_or(0);
+    switch (code.kind) {
+        case DeviceCode::Kind::ncsi:
+            return {{"response_code", code.code},
+                    {"response_code_name", code.name},
+                    {"reason_code", reason},
+                    {"reason_code_name", code.reason_name}};
+        case DeviceCode::Kind::nvme_mi: {
+            nlohmann::ordered_json json{{"status", code.code}, {"status_name", code.name}};
+            if (code.reason) {
+                json["parameter_error_location"] = {{"byte", reason >> 8}, {"bit", reason & 7}};
+            }
+            return json;
+        }
+        case DeviceCode::Kind::nvme:
+            return {{"status_code_type", reason},
+                    {"status_code_type_name", code.reason_name},
+                    {"status_code", code.code},
+                    {"status_code_name", code.name}};
+        default:
+            return {{"completion_code", code.code}, {"completion_code_name", code.name}};
+    }
+}
+
+}  // namespace
+
+Output::Output(bool json) : json_(json) {
+    const int own = dup(STDOUT_FILENO);
+    if (own >= 0) {
+        stream_ = fdopen(own, "w");
+    }
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere >= 0) {
+        dup2(nowhere, STDOUT_FILENO);
+        close(nowhere);
+    }
+}
+
+Output::~Output() {
+    finish();
+}
+
+void Output::show_library_output() {
+    library_.show();
+}
+
+bool Output::is_terminal() const {
+    const char* kind = std::getenv("TERM");
+    const bool can_draw = kind == nullptr || std::string_view(kind) != "dumb";
+    return can_draw && !library_.shown() && stream_ != nullptr && isatty(fileno(stream_)) != 0;
+}
+
+size_t Output::columns() const {
+    constexpr size_t usual = 80;
+    winsize size{};
+    const bool known = stream_ != nullptr && ioctl(fileno(stream_), TIOCGWINSZ, &size) == 0;
+    return known && size.ws_col > 0 ? size.ws_col : usual;
+}
+
+void Output::text(std::string_view text) {
+    if (!json_) {
+        plain(printable_lines(text));
+    }
+}
+
+void Output::redraw(std::string_view line) {
+    if (!json_) {
+        plain("\r" + printable(line) + "\x1b[K");
+    }
+}
+
+void Output::plain(std::string_view text) {
+    if (stream_ != nullptr) {
+        write_all(stream_, text);
+        std::fflush(stream_);
+    }
+}
+
+void Output::document(const nlohmann::ordered_json& document) {
+    if (json_) {
+        plain(dump(document));
+        document_printed_ = true;
+    }
+}
+
+void Output::error(const std::string& command, const Failure& failure) {
+    library_.end_line();
+    std::string line{Port::program_name()};
+    line += ": ";
+    if (!command.empty()) {
+        line += command + ": ";
+    }
+    write_all(stderr, line + printable(failure.what()) + "\n");
+    for (const std::string& more : failure.more()) {
+        write_all(stderr, line + printable(more) + "\n");
+    }
+    if (!document_printed_) {
+        nlohmann::ordered_json details = failure_json(failure);
+        details["exit_status"] = static_cast<int>(failure.status());
+        document({{"error", details}});
+    }
+}
+
+void Output::note(std::string_view line) {
+    library_.end_line();
+    write_all(stderr, printable(line) + "\n");
+}
+
+bool Output::finish() {
+    library_.end_line();
+    if (stream_ == nullptr) {
+        return false;
+    }
+    const bool written = std::ferror(stream_) == 0;
+    const bool closed = std::fclose(stream_) == 0;
+    stream_ = nullptr;
+    return written && closed;
+}
+
+nlohmann::ordered_json failure_json(const Failure& failure) {
+    nlohmann::ordered_json json{{"message", failure.what()}};
+    if (!failure.endpoint().empty()) {
+        json["endpoint"] = failure.endpoint();
+        json["operation"] = failure.operation();
+    }
+    if (!failure.more().empty()) {
+        json["more"] = failure.more();
+    }
+    if (failure.code()) {
+        json.update(code_json(*failure.code()));
+    }
+    return json;
+}
+
+}  // namespace tool

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+// The tool's standard output and error, kept apart from what the library prints.
+#ifndef SIDEBAND_TOOLS_SHELL_OUTPUT_H
+#define SIDEBAND_TOOLS_SHELL_OUTPUT_H
+
+#include <cstdio>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+
+#include "tools/shell/failure.h"
+#include "tools/shell/library_output.h"
+
+namespace tool {
+
+/// The library prints its dumps with stdio to descriptor 1. This takes a copy of that descriptor
+/// for the tool's own output and leads descriptor 1 to nowhere, or to standard error.
+///
+/// What devices, files and the command line have put into a text or a document goes out printable
+/// here, whoever brings it. A name inside a text of lines is printable() before: its own line ends
+/// could not be told from the others.
+class Output {
+public:
+    /// @param json  the command prints one JSON document and no text
+    explicit Output(bool json);
+    ~Output();
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    /// Shows from now on what the library prints, on standard error.
+    void show_library_output();
+
+    bool json() const { return json_; }
+
+    /// Whether standard output is a terminal on which a line can be drawn anew. Not while the
+    /// library's own output goes to the same screen.
+    bool is_terminal() const;
+    /// Characters in a line of the terminal.
+    size_t columns() const;
+
+    /// Text for people; swallowed where JSON is wanted.
+    void text(std::string_view text);
+
+    /// A line of the terminal in the place of the one that stands there; see is_terminal().
+    void redraw(std::string_view line);
+
+    /// The tool's own text whatever the format, for help and version.
+    void plain(std::string_view text);
+
+    /// The command's one JSON document; swallowed where text is wanted.
+    void document(const nlohmann::ordered_json& document);
+
+    /// One line on standard error, behind the name of the program. Where JSON is wanted and the
+    /// command has printed no document, the error becomes that document.
+    void error(const std::string& command, const Failure& failure);
+
+    /// A line on standard error that is no error.
+    void note(std::string_view line);
+
+    /// Whether something could not be written so far.
+    bool broken() const { return stream_ == nullptr || std::ferror(stream_) != 0; }
+
+    /// @return false where something could not be written
+    bool finish();
+
+private:
+    FILE* stream_ = nullptr;
+    bool json_ = false;
+    LibraryOutput library_;
+    bool document_printed_ = false;
+};
+
+/// A failure as a JSON object: message, and endpoint, operation and the device's code where known.
+nlohmann::ordered_json failure_json(const Failure& failure);
+
+}  // namespace tool
+
+#endif

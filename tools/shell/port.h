@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the tool needs from the platform library that it is linked with, beyond sideband/platform.h.
+#ifndef SIDEBAND_TOOLS_SHELL_PORT_H
+#define SIDEBAND_TOOLS_SHELL_PORT_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tool {
+
+enum class Transport { i2c, pcie };
+
+/// What is known of a sensor, from the board's description or from the sensor's PDR.
+struct Sensor {
+    uint16_t id = 0;
+    bool numeric = true;
+    std::string name;
+    std::string entity;  ///< what it is a sensor of
+    std::string unit;
+    double resolution = 1.0;  ///< numeric: units a count
+    double offset = 0.0;      ///< numeric: units
+    /// Numeric, in units: upper warning, critical, fatal, then the lower ones.
+    std::array<std::optional<double>, 6> thresholds;
+    /// State: state sets of the composite sensors (DSP0249), as far as they are known.
+    std::vector<uint16_t> state_sets;
+};
+
+/// An endpoint and how to reach it: what goes into an mctp_ctx.
+struct Endpoint {
+    std::string name;
+    std::string type;  ///< the board's word; "bus_owner" gives the BMC an EID
+    Transport transport = Transport::i2c;
+    uint8_t binding_kind = 0;
+    uint8_t bus = 0;
+    uint8_t address = 0;  ///< 8-bit form
+    std::array<uint8_t, 48> mux{};
+    std::array<uint8_t, 3> bdf{};
+    uint32_t route = 0;
+    uint16_t unit_size = 0;
+    uint32_t i2c_delay_us = 0;
+    uint32_t pcie_param = 0;
+    std::vector<Sensor> sensors;
+};
+
+/// An MCTP packet on a bus.
+struct Packet {
+    Transport transport = Transport::i2c;
+    uint8_t bus = 0;
+    uint8_t address = 0;  ///< 8-bit form
+    std::array<uint8_t, 3> bdf{};
+    bool sent = true;                ///< by the BMC
+    uint64_t at_ns = 0;              ///< by the clock of the board
+    std::span<const uint8_t> bytes;  ///< from the MCTP transport header on
+    bool pec_good = true;
+    bool taken = true;  ///< false: on I2C nobody acknowledged it, on PCIe nobody is there
+};
+
+/// Sees the packets on the buses.
+class PacketObserver {
+public:
+    virtual ~PacketObserver() = default;
+    /// Called in the middle of the exchange, with the board's locks held: no place to call the
+    /// board or the library from.
+    virtual void passed(const Packet& packet) = 0;
+};
+
+/// What passed over one bus.
+struct BusUse {
+    uint8_t bus = 0;
+    uint32_t clock_hz = 0;
+    uint64_t packets = 0;
+    uint64_t bytes = 0;          ///< on the wire
+    uint64_t payload_bytes = 0;  ///< MCTP message bytes among them
+    uint64_t busy_ns = 0;
+};
+
+/// What passed over PCIe.
+struct PcieUse {
+    uint64_t messages = 0;
+    uint64_t packets = 0;
+    uint64_t payload_bytes = 0;  ///< MCTP message bytes
+};
+
+/// What a bus owner asked the BMC, and what it made of the answer.
+struct OwnerQuestion {
+    std::string name;
+    std::string answer;     ///< message body in hex; empty where none came
+    std::string complaint;  ///< empty where the answer is right
+};
+
+/// The board under the platform interface. One file, port_NAME.cpp, implements it for a platform.
+class Port {
+public:
+    /// Opens the board; an empty name stands for the platform's own. Throws Failure.
+    static std::unique_ptr<Port> open(const std::string& board_file);
+
+    /// The name by which the tool linked with this platform goes.
+    static std::string_view program_name();
+
+    Port() = default;
+    virtual ~Port() = default;
+    Port(const Port&) = delete;
+    Port& operator=(const Port&) = delete;
+
+    virtual std::string board_name() const = 0;
+    virtual const std::vector<Endpoint>& endpoints() const = 0;
+
+    /// The clock by which the board lives, and a pause in it.
+    virtual uint64_t now_us() const = 0;
+    virtual void wait_us(uint64_t microseconds) = 0;
+
+    virtual std::vector<BusUse> bus_use() const = 0;
+    virtual PcieUse pcie_use() const = 0;
+
+    /// What a bus owner asked since the BMC last announced itself; empty where nobody can tell.
+    virtual std::vector<OwnerQuestion> owner_questions(const std::string& endpoint) const = 0;
+
+    /// Writes all that passes to a file, from now until finish_capture(). Both throw Failure.
+    virtual void start_capture(const std::string& path) = 0;
+    virtual void finish_capture() = 0;
+
+    /// Tells somebody of every packet from now on; null for nobody. A platform that does not see
+    /// its packets tells of none.
+    virtual void observe(PacketObserver* observer) = 0;
+
+    /// Host main power; off means that devices are not powered in standby either.
+    /// @return false where the platform cannot switch it
+    virtual bool set_main_power(bool on) = 0;
+
+    /// Makes an endpoint misbehave, by one object of a board file's "faults".
+    /// @return false where the platform cannot
+    virtual bool add_fault(const std::string& endpoint, std::string_view fault_json) = 0;
+    virtual void clear_faults(const std::string& endpoint) = 0;
+
+    /// The percentage that the library last reported for a task of the platform; 0 before the
+    /// first.
+    virtual uint8_t task_percentage(uint32_t task_id) const = 0;
+
+    /// A firmware image that a drive of the board takes.
+    /// @param revision  what the drive calls it then, at most eight characters
+    /// @return empty where nobody can tell what such an image is
+    virtual std::vector<uint8_t> drive_image(const std::string& revision, size_t size) const = 0;
+
+    /// Names of platform locks that are held now, and misuse of locks seen so far.
+    virtual std::vector<std::string> lock_complaints() const = 0;
+
+    /// Lines that the library logged through the platform, oldest first.
+    virtual std::vector<std::string> log_lines() const = 0;
+};
+
+}  // namespace tool
+
+#endif

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: Apache-2.0
+// The SMBus/I2C bindings: one MCTP packet to one block write and back (DSP0237, clause 6).
+#include <sideband/debug_log.h>
+#include <sideband/mctp.h>
+#include <sideband/platform.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "common/memory.h"
+
+using namespace sideband;
+
+namespace {
+
+/// Destination address, command code, byte count, source address.
+constexpr int32_t kFrameHeaderSize = 4;
+/// A received block has no destination address in front: command code, byte count, source address.
+constexpr int32_t kReadHeaderSize = 3;
+constexpr int32_t kPecSize = 1;
+constexpr uint8_t kCommandCodeMctp = 0x0F;
+constexpr uint8_t kDefaultBmcAddress = 0x20;
+constexpr int kWriteAttempts = 3;
+
+/// The request record counts bytes in 8 bits: n + 4, and 1 more with a PEC in software.
+constexpr int32_t kWriteLengthMax = 255 - kFrameHeaderSize;
+constexpr int32_t kSl8WriteLengthMax = kWriteLengthMax - kPecSize;
+constexpr int32_t kReadLengthMax = 255 - kReadHeaderSize;
+
+bool main_power_on() {
+    uint8_t main_power = 0;
+    _PltGPIO_RegRead(PLT_MAIN_POWER_REGISTER, 0, 0, &main_power);
+    return main_power != 0;
+}
+
+/// A device that has no power must not be addressed: its pins would load the bus.
+bool standby_access_allowed(const char* function) {
+    if (platform.standby_option != 1) {
+        debug_log("%s found power down, interrupt I2C access\n", function);
+        return false;
+    }
+    if (at_p_St_GlobalVar->standby_override != 0 ||
+        (platform.flags & PLT_FLAG_STANDBY_DEVICES) != 0 || GetS5stByPwrConfig() == 0) {
+        return true;
+    }
+    debug_log("%s stby power down, interrupt I2C access\n", function);
+    return false;
+}
+
+/// Main power is on nearly always: only the rest is worth a call.
+inline bool access_allowed(const char* function) {
+    return main_power_on() || standby_access_allowed(function);
+}
+
+/// Fills the frame's header, routes the bus and prepares the request. Returns the BMC's address.
+uint8_t prepare_write(const mctp_section& section, int32_t length, uint8_t* frame,
+                      plt_i2c_request& request) {
+    uint8_t bmc_address = kDefaultBmcAddress;
+    GetBMCCtrAdd(&bmc_address);
+    frame[0] = section.slave_addr;
+    frame[1] = kCommandCodeMctp;
+    frame[2] = static_cast<uint8_t>(length + 1);  // the source address byte counts, the PEC not
+    frame[3] = static_cast<uint8_t>(bmc_address + 1);
+
+    request.bus = section.bus;
+    request.slave_addr = section.slave_addr;
+    request.write_length = static_cast<uint8_t>(length + kFrameHeaderSize);
+    request.write_data = frame;
+    SetI2CMux(&request, section.mux);
+    return bmc_address;
+}
+
+/// Empties the BMC's slave queue, so that a late answer to an earlier request is not taken for the
+/// answer to this one.
+void drain_slave_queue(uint8_t bus, uint8_t bmc_address) {
+    constexpr char kCommand[] = "cat ";
+    char command[80];
+    std::snprintf(command, sizeof command, "%s/sys/bus/i2c/devices/%d-00%02x/mctp-slave-mqueue",
+                  kCommand, bus, bmc_address >> 1);
+    if (access(command + sizeof kCommand - 1, F_OK) == 0) {
+        // Nobody is there to act on a failure: a stale packet is then dropped by its tag.
+        [[maybe_unused]] const int status = std::system(command);
+    }
+}
+
+}  // namespace
+
+int32_t smbus_block_write(mctp_section* section, int32_t length, uint8_t* frame) {
+    if (length < 0 || length > kWriteLengthMax || !access_allowed("smbus_block_write")) {
+        return -1;
+    }
+    plt_i2c_request request{};
+    const uint8_t bmc_address = prepare_write(*section, length, frame, request);
+    for (int attempt = 0; attempt < kWriteAttempts; ++attempt) {
+        drain_slave_queue(section->bus, bmc_address);
+        if (PltMCTPI2C_MasterWriteWithPEC_NoMutex(request) == 0) {
+            return 0;
+        }
+    }
+    return -1;
+}
+
+int32_t sl8_smbus_block_write(mctp_section* section, int32_t length, uint8_t* frame) {
+    if (length < 0 || length > kSl8WriteLengthMax || !access_allowed("sl8_smbus_block_write")) {
+        return -1;
+    }
+    plt_i2c_request request{};
+    prepare_write(*section, length, frame, request);
+    frame[length + kFrameHeaderSize] = CRC8Gen(frame, request.write_length);
+    request.write_length = static_cast<uint8_t>(request.write_length + kPecSize);
+    for (int attempt = 0; attempt < kWriteAttempts; ++attempt) {
+        if (PltMCTPI2C_MasterWrite_NoMutex(request) == 0) {
+            return 0;
+        }
+    }
+    return -1;
+}
+
+int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer) {
+    if (length < 0 || length > kReadLengthMax) {
+        return -1;
+    }
+    std::array<uint8_t, PLT_I2C_READ_BUFFER_SIZE> block;
+    zero(block);
+    plt_i2c_request request{};
+    request.bus = section->bus;
+    request.slave_addr = section->slave_addr;
+    request.read_length = static_cast<uint8_t>(length + kReadHeaderSize);
+    request.read_buffer = block.data();
+    SetI2CMux(&request, section->mux);
+    const int32_t received = PltMCTPI2C_SlaveReadWithPEC_NoMutex(request, section->route);
+    if (received < 0) {
+        return received;
+    }
+    const int32_t packet = received - kReadHeaderSize - kPecSize;
+    if (packet < 0 || received > PLT_I2C_READ_BUFFER_SIZE) {
+        return -1;
+    }
+    const int32_t stored = std::min(packet, length);
+    std::copy_n(block.data() + kReadHeaderSize, stored, buffer);
+    return stored;
+}
+
+int32_t sl8_smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer) {
+    return smbus_block_read(section, length, buffer);
+}
+
+constexpr mctp_binding smbus_mctp_binding{smbus_block_write, smbus_block_read, nullptr};
+constexpr mctp_binding sl8_smbus_mctp_binding{sl8_smbus_block_write, sl8_smbus_block_read, nullptr};
