@@ -46,8 +46,7 @@ void lock_for_a_while(int descriptor) {
 /// waited for.
 std::FILE* open_log() {
     constexpr mode_t kOwnerOnly = 0600;
-    File log(open_regular(
-        DEBUG_LOG_FILE, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW, kOwnerOnly));
+    File log(open_regular(DEBUG_LOG_FILE, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW, kOwnerOnly));
     std::FILE* stream = log ? fdopen(log.descriptor(), "a") : nullptr;
     if (stream != nullptr) {
         log.release();

@@ -6,8 +6,8 @@
 #include <sstream>
 
 #include "sim/board/board.h"
-#include "sim/nvme/firmware.h"
 #include "sim/board/passing.h"
+#include "sim/nvme/firmware.h"
 #include "tools/shell/failure.h"
 #include "tools/shell/port.h"
 

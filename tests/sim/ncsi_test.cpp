@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The network controller: control packets, packages and channels, OEM commands, faults (DSP0222).
-#include "sim/ncsi/controller.h"
 #include "pcie_test.h"
+#include "sim/ncsi/controller.h"
 #include "terminus_test.h"
 
 namespace {

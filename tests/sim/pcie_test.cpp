@@ -2,8 +2,8 @@
 // PCIe VDM on the simulated board: the request record, routing, tags, packets, time limits.
 #include <algorithm>
 
-#include "sim/board/passing.h"
 #include "pcie_test.h"
+#include "sim/board/passing.h"
 
 using sim_test::error_of;
 using sim_test::PcieBoard;

@@ -3,8 +3,8 @@
 #ifndef SIDEBAND_TESTS_TOOLS_FIRMWARE_BENCH_H
 #define SIDEBAND_TESTS_TOOLS_FIRMWARE_BENCH_H
 
-#include "tool_runner.h"
 #include "testing/package_builder.h"
+#include "tool_runner.h"
 
 namespace tool_test {
 

@@ -14,10 +14,10 @@
 #include <vector>
 
 #include "published_names.h"
-#include "tools/shell/codes.h"
-#include "tools/update/descriptor.h"
 #include "tools/nvme/states.h"
 #include "tools/pldm/pdr_names.h"
+#include "tools/shell/codes.h"
+#include "tools/update/descriptor.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 #include <fstream>
 #include <map>
 
+#include "testing/package_builder.h"
 #include "tool_runner.h"
 #include "tools/update/descriptor.h"
-#include "testing/package_builder.h"
 
 namespace {
 

@@ -7,14 +7,14 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "tools/shell/codes.h"
-#include "tools/shell/command.h"
+#include "tools/mctp/survey.h"
 #include "tools/pldm/fru_report.h"
 #include "tools/pldm/info.h"
 #include "tools/pldm/sensor_report.h"
 #include "tools/pldm/sensors.h"
+#include "tools/shell/codes.h"
+#include "tools/shell/command.h"
 #include "tools/shell/session.h"
-#include "tools/mctp/survey.h"
 #include "tools/shell/text.h"
 
 namespace tool {

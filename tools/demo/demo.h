@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/shell/port.h"
-#include "tools/mctp/survey.h"
 #include "tools/demo/tour.h"
+#include "tools/mctp/survey.h"
+#include "tools/shell/port.h"
 
 namespace tool {
 

@@ -6,11 +6,11 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
-#include "tools/demo/demo.h"
-#include "tools/update/report.h"
 #include "testing/package_builder.h"
+#include "tools/demo/demo.h"
 #include "tools/shell/temporary_file.h"
 #include "tools/shell/text.h"
+#include "tools/update/report.h"
 
 namespace tool {
 

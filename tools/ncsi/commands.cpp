@@ -4,9 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/ncsi/link.h"
 #include "tools/shell/command.h"
 #include "tools/shell/endpoint_name.h"
-#include "tools/ncsi/link.h"
 #include "tools/shell/text.h"
 
 namespace tool {

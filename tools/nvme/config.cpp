@@ -4,9 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/shell/codes.h"
 #include "tools/nvme/commands.h"
 #include "tools/nvme/drive.h"
+#include "tools/shell/codes.h"
 #include "tools/shell/text.h"
 
 namespace tool {

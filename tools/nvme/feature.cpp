@@ -2,11 +2,11 @@
 // The commands nvme feature and nvme lockdown.
 #include <fmt/format.h>
 
-#include "tools/shell/codes.h"
-#include "tools/shell/name_table.h"
 #include "tools/nvme/commands.h"
 #include "tools/nvme/drive.h"
 #include "tools/nvme/fields.h"
+#include "tools/shell/codes.h"
+#include "tools/shell/name_table.h"
 #include "tools/shell/text.h"
 
 namespace tool {

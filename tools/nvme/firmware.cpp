@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "tools/shell/interrupt.h"
 #include "tools/nvme/commands.h"
+#include "tools/shell/interrupt.h"
 #include "tools/shell/text.h"
 
 namespace tool {

@@ -2,10 +2,10 @@
 // The commands nvme log.
 #include <fmt/format.h>
 
-#include "tools/shell/codes.h"
 #include "tools/nvme/commands.h"
 #include "tools/nvme/drive.h"
 #include "tools/nvme/structures.h"
+#include "tools/shell/codes.h"
 #include "tools/shell/text.h"
 
 namespace tool {

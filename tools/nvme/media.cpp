@@ -4,10 +4,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/shell/confirm.h"
 #include "tools/nvme/commands.h"
 #include "tools/nvme/drive.h"
 #include "tools/nvme/structures.h"
+#include "tools/shell/confirm.h"
 #include "tools/shell/progress.h"
 #include "tools/shell/text.h"
 

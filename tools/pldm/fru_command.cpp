@@ -4,9 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/pldm/fru_report.h"
 #include "tools/shell/command.h"
 #include "tools/shell/endpoint_name.h"
-#include "tools/pldm/fru_report.h"
 #include "tools/shell/session.h"
 
 namespace tool {

@@ -7,9 +7,9 @@
 #include <cmath>
 
 #include "common/wire.h"
-#include "tools/shell/codes.h"
 #include "tools/pldm/pdr_names.h"
 #include "tools/pldm/sensor_record.h"
+#include "tools/shell/codes.h"
 #include "tools/shell/text.h"
 
 namespace tool {

@@ -4,10 +4,10 @@
 
 #include <fmt/format.h>
 
-#include "tools/shell/codes.h"
-#include "tools/shell/output.h"
 #include "tools/pldm/pdr_names.h"
 #include "tools/pldm/sensors.h"
+#include "tools/shell/codes.h"
+#include "tools/shell/output.h"
 
 namespace tool {
 namespace {

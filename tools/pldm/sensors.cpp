@@ -8,8 +8,8 @@
 #include <array>
 #include <cmath>
 
-#include "tools/shell/codes.h"
 #include "tools/pldm/pdr_names.h"
+#include "tools/shell/codes.h"
 
 namespace tool {
 namespace {

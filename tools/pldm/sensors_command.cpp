@@ -4,10 +4,10 @@
 
 #include <ctime>
 
+#include "tools/pldm/sensor_report.h"
 #include "tools/shell/command.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/interrupt.h"
-#include "tools/pldm/sensor_report.h"
 
 namespace tool {
 namespace {

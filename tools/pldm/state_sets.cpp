@@ -5,9 +5,9 @@
 
 #include <algorithm>
 
+#include "tools/pldm/pdr_names.h"
 #include "tools/shell/codes.h"
 #include "tools/shell/name_table.h"
-#include "tools/pldm/pdr_names.h"
 
 namespace tool {
 namespace {

@@ -13,9 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include "tools/nvme/commands.h"
 #include "tools/shell/command_line.h"
 #include "tools/shell/endpoint_name.h"
-#include "tools/nvme/commands.h"
 
 namespace tool {
 

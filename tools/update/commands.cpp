@@ -6,8 +6,8 @@
 
 #include "tools/shell/command.h"
 #include "tools/shell/endpoint_name.h"
-#include "tools/update/report.h"
 #include "tools/shell/text.h"
+#include "tools/update/report.h"
 
 namespace tool {
 namespace {

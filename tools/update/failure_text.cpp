@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 
 #include "tools/shell/codes.h"
-#include "tools/update/update.h"
 #include "tools/shell/name_table.h"
+#include "tools/update/update.h"
 
 namespace tool {
 namespace {

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/update/package.h"
 #include "tools/shell/session.h"
+#include "tools/update/package.h"
 
 namespace tool {
 

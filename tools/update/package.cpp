@@ -13,8 +13,8 @@
 #include <cstring>
 #include <memory>
 
-#include "tools/shell/failure.h"
 #include "testing/package_builder.h"
+#include "tools/shell/failure.h"
 #include "tools/shell/temporary_file.h"
 #include "tools/shell/text.h"
 

@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/shell/command.h"
-#include "tools/update/package.h"
 #include "tools/shell/text.h"
+#include "tools/update/package.h"
 
 namespace tool {
 namespace {

@@ -8,11 +8,11 @@
 #include <string>
 
 #include "tools/shell/command.h"
-#include "tools/update/info.h"
-#include "tools/update/update.h"
-#include "tools/update/package.h"
 #include "tools/shell/progress.h"
 #include "tools/shell/session.h"
+#include "tools/update/info.h"
+#include "tools/update/package.h"
+#include "tools/update/update.h"
 
 namespace tool {
 

@@ -12,10 +12,10 @@
 #include <string>
 
 #include "tools/shell/failure.h"
-#include "tools/update/package.h"
 #include "tools/shell/port.h"
 #include "tools/shell/progress.h"
 #include "tools/shell/session.h"
+#include "tools/update/package.h"
 
 namespace tool {
 

@@ -16,11 +16,11 @@
 
 #include "sim/board/board.h"
 #include "sim/board/clock.h"
+#include "sim/board/locks.h"
+#include "sim/board/tap.h"
 #include "sim/device/device.h"
 #include "sim/mctp/i2c_bus.h"
-#include "sim/board/locks.h"
 #include "sim/mctp/pcie_bus.h"
-#include "sim/board/tap.h"
 
 namespace sim {
 

@@ -11,9 +11,9 @@
 
 #include "sim/board/board.h"
 #include "sim/board/clock.h"
-#include "sim/mctp/control.h"
-#include "sim/device/fault.h"
 #include "sim/board/json_tree.h"
+#include "sim/device/fault.h"
+#include "sim/mctp/control.h"
 #include "sim/mctp/endpoint.h"
 
 namespace sim {

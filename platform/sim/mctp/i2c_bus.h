@@ -11,8 +11,8 @@
 #include "sim/board/board.h"
 #include "sim/board/bytes.h"
 #include "sim/board/clock.h"
-#include "sim/device/device.h"
 #include "sim/board/tap.h"
+#include "sim/device/device.h"
 
 namespace sim {
 

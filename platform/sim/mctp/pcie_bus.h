@@ -14,9 +14,9 @@
 #include "sim/board/board.h"
 #include "sim/board/bytes.h"
 #include "sim/board/clock.h"
+#include "sim/board/tap.h"
 #include "sim/device/device.h"
 #include "sim/mctp/endpoint.h"
-#include "sim/board/tap.h"
 
 namespace sim {
 

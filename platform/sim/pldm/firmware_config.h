@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "sim/board/bytes.h"
-#include "sim/pldm/firmware_image.h"
 #include "sim/board/json_tree.h"
+#include "sim/pldm/firmware_image.h"
 
 namespace sim {
 

@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "pldm/update/package_fixture.h"
 #include "pldm/pldm_fixture.h"
+#include "pldm/update/package_fixture.h"
 
 namespace test {
 

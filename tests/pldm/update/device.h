@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "pldm/update/package_fixture.h"
 #include "pldm/pldm_fixture.h"
+#include "pldm/update/package_fixture.h"
 
 namespace test {
 

@@ -6,8 +6,8 @@
 
 #include <utility>
 
-#include "pldm/update/card.h"
 #include "pldm/pldm_fixture.h"
+#include "pldm/update/card.h"
 
 namespace {
 

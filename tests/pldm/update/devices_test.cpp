@@ -2,8 +2,8 @@
 // The cards that can be updated: the device tables, and whether a device is ready for an update.
 #include <gtest/gtest.h>
 
-#include "pldm/update/card.h"
 #include "pldm/pldm_fixture.h"
+#include "pldm/update/card.h"
 
 namespace {
 
