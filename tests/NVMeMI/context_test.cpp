@@ -207,6 +207,13 @@ TEST_P(NvmeForms, TheEndpointOfTheFirstOneMayBeThePrototypeOfTheSecond) {
     EXPECT_EQ(libc.live_blocks(), 1u);
 }
 
+TEST_P(NvmeForms, AContextThatNobodyHasZeroedHasItsGarbageNotFreed) {
+    std::memset(static_cast<void*>(&ctx), 0xA5, sizeof ctx);
+    EXPECT_EQ(init().result, 0);
+    test::expect_configured(*ctx.mctp, config);
+    EXPECT_EQ(libc.live_blocks(), 1u);
+}
+
 TEST_P(NvmeForms, AnEndpointThatWasPutThereByHandIsNotFreed) {
     mctp_ctx own = config;
     ctx.mctp = &own;

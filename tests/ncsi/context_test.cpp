@@ -238,6 +238,14 @@ TEST_F(NcsiContext, InitAgainWithoutMemoryOrBindingFreesWhatTheFirstOneTook) {
     EXPECT_EQ(libc.live_blocks(), 0u);
 }
 
+TEST_F(NcsiContext, InitOfAContextThatNobodyHasZeroedFreesNoGarbage) {
+    std::memset(static_cast<void*>(&ctx), 0xA5, sizeof ctx);
+    EXPECT_EQ(init().result, -1) << "nobody answers";
+    ASSERT_NE(ctx.mctp, nullptr);
+    test::expect_configured(*ctx.mctp, config);
+    EXPECT_EQ(libc.live_blocks(), 1u);
+}
+
 TEST_F(NcsiContext, InitFreesNoEndpointThatWasLentOrPutThereByHand) {
     mctp_ctx lent = config;
     EXPECT_EQ(ncsi_oem_init(&ctx, &lent), 0);
