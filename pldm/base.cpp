@@ -70,12 +70,6 @@ void print_types(uint8_t types) {
     }
 }
 
-/// TransferOperationFlag and TransferFlag (DSP0240, clause 9.6).
-constexpr uint8_t kGetNextPart = 0;
-constexpr uint8_t kGetFirstPart = 1;
-constexpr uint8_t kTransferEnd = 4;
-constexpr uint8_t kTransferStartAndEnd = 5;
-
 struct VersionPart {
     uint32_t next_handle;
     uint8_t transfer_flag;
@@ -146,7 +140,7 @@ int32_t pldm_get_version(pldm_ctx* ctx, uint8_t type) {
             return result;
         }
         ctx->pldm_version = part.version;
-        if (part.transfer_flag == kTransferEnd || part.transfer_flag == kTransferStartAndEnd) {
+        if (is_last_part(part.transfer_flag)) {
             return 0;
         }
         handle = part.next_handle;

@@ -23,12 +23,6 @@ enum Command : uint8_t {
     kGetFruRecordTable = 0x02,
 };
 
-/// TransferOperationFlag and TransferFlag.
-constexpr uint8_t kGetNextPart = 0;
-constexpr uint8_t kGetFirstPart = 1;
-constexpr uint8_t kTransferEnd = 4;
-constexpr uint8_t kTransferStartAndEnd = 5;
-
 constexpr const char* kReader = "pldm_get_FRU_record_table";
 constexpr const char* kFixedReader = "pldm_get_FRU_record_table_MX";
 
@@ -93,9 +87,8 @@ private:
     std::array<uint8_t, 8> bytes_;
 };
 
-bool is_last_part(std::span<const uint8_t> response) {
-    const uint8_t flag = response[kFlagEnd - 1];
-    return flag == kTransferEnd || flag == kTransferStartAndEnd;
+bool is_last(std::span<const uint8_t> response) {
+    return is_last_part(response[kFlagEnd - 1]);
 }
 
 /// Says of the first part of a table that carries more than is taken of it that the table is wrong.
@@ -170,7 +163,7 @@ int32_t learn_table_length(pldm_ctx& ctx, uint32_t expected, uint32_t& length) {
 int32_t take_part(const pldm_ctx& ctx, std::span<const uint8_t> response,
                   std::span<uint8_t>& rest) {
     const auto remaining = static_cast<int>(rest.size());
-    const bool last = is_last_part(response);
+    const bool last = is_last(response);
     if (last) {
         std::printf("dump tmp_buf1, tem_len = %d\n", remaining);
     } else {
@@ -370,7 +363,7 @@ int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination, int32_
         if (ended) {
             return result;
         }
-        const bool last = is_last_part(response);
+        const bool last = is_last(response);
         const size_t needed = last ? 0 : std::min<size_t>(rest.size(), PLDM_FRU_PART_SIZE);
         if (!pldm_response_has(*ctx, kFlagEnd + needed)) {
             too_short(*ctx, kFixedReader);

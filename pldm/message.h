@@ -15,6 +15,22 @@ namespace sideband {
 inline constexpr size_t kPldmCommand = 2;
 inline constexpr size_t kPldmCompletionCode = 3;
 
+/// TransferOperationFlag and TransferFlag of what comes or goes in parts, the same in DSP0240,
+/// DSP0248, DSP0257 and DSP0267.
+enum Transfer : uint8_t {
+    kGetNextPart = 0,
+    kGetFirstPart = 1,
+    kTransferStart = 1,
+    kTransferMiddle = 2,
+    kTransferEnd = 4,
+    kTransferStartAndEnd = 5,
+};
+
+/// Whether a part is the last one by its TransferFlag.
+inline bool is_last_part(uint8_t transfer_flag) {
+    return transfer_flag == kTransferEnd || transfer_flag == kTransferStartAndEnd;
+}
+
 /// Calls the context's transfer_op. The context must have one.
 /// @return its result
 int32_t pldm_exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8_t> response);

@@ -22,12 +22,6 @@ enum Command : uint8_t {
     kGetPdr = 0x51,
 };
 
-/// TransferOperationFlag and TransferFlag of GetPDR.
-constexpr uint8_t kGetNextPart = 0;
-constexpr uint8_t kGetFirstPart = 1;
-constexpr uint8_t kTransferEnd = 4;
-constexpr uint8_t kTransferStartAndEnd = 5;
-
 constexpr int kPartsMax = 7;
 constexpr size_t kPartDataOffset = 15;
 constexpr size_t kPartResponseSize = kPartDataOffset + PLDM_PDR_PART_SIZE;
@@ -46,7 +40,7 @@ struct Part {
     uint8_t flag;
     uint16_t count;
 
-    bool is_last() const { return flag == kTransferEnd || flag == kTransferStartAndEnd; }
+    bool is_last() const { return is_last_part(flag); }
 };
 
 /// Reports a completion code that the transfer operation has passed through. @return the code

@@ -97,8 +97,7 @@ bool get_metadata_part(pldm_fw_update_ctx& ctx, uint32_t& handle, uint8_t operat
     WireReader reader(response);
     reader.skip(PLDM_RESPONSE_HEADER_SIZE);
     handle = reader.le32();
-    const uint8_t flag = reader.u8();
-    return flag != kTransferEnd && flag != kTransferStartAndEnd;
+    return !is_last_part(reader.u8());
 }
 
 // ---- UpdateComponent ----

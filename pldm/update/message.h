@@ -55,16 +55,6 @@ enum FwCompletion : uint8_t {
     kInvalidTransferOperation = 0x91,
 };
 
-/// TransferOperationFlag and TransferFlag (DSP0267, common to its multi-part transfers).
-enum FwTransfer : uint8_t {
-    kGetNextPart = 0,
-    kGetFirstPart = 1,
-    kTransferStart = 1,
-    kTransferMiddle = 2,
-    kTransferEnd = 4,
-    kTransferStartAndEnd = 5,
-};
-
 /// pldm_fw_update_ctx.state.
 enum FwState : uint8_t {
     kStateIdle = 0,
