@@ -6,20 +6,16 @@
 #include <string>
 #include <vector>
 
-#include "support/capture.h"
-#include "support/scripted_platform.h"
+#include "transport/receive_fixture.h"
 
 namespace {
 
 using test::Bytes;
-using test::Capture;
 using test::EOM;
-using test::Guarded;
 using test::hex;
 using test::operator+;
 using test::packet;
 using test::port;
-using test::ready_context;
 using test::sequence;
 using test::SOM;
 using Lines = std::vector<std::string>;
@@ -37,10 +33,8 @@ size_t count(const std::string& text, std::string_view word) {
     return found;
 }
 
-class DroppedPackets : public test::PlatformTest, public ::testing::WithParamInterface<uint8_t> {
+class DroppedPackets : public test::ReceiveTest {
 protected:
-    DroppedPackets() { ctx.tag = 3; }
-
     static void queue(const Bytes& one, size_t times = 1) {
         port().queue(std::vector<Bytes>(times, one));
     }
@@ -51,28 +45,12 @@ protected:
         return packet(0x08, 0x1D, static_cast<uint8_t>(flags | sequence(number) | 3), payload);
     }
 
-    int32_t receive(int32_t capacity = 64) {
-        Guarded buffer(static_cast<size_t>(capacity));
-        Capture out;
-        const int32_t result = ctx.recv(&ctx, capacity, buffer.data());
-        printed = out.text();
-        EXPECT_TRUE(buffer.intact());
-        body = buffer.head(static_cast<size_t>(std::max(result, 0)));
-        return result;
-    }
+    int32_t receive(int32_t capacity = 64) { return ReceiveTest::receive(capacity); }
 
     size_t dumps() const { return count(printed, "Dumping Packets"); }
-
-    mctp_ctx ctx = ready_context(GetParam(), 1);
-    Bytes body;
-    std::string printed;
 };
 
-INSTANTIATE_TEST_SUITE_P(Kind, DroppedPackets,
-                         ::testing::Values(MCTP_BINDING_KIND_SMBUS, MCTP_BINDING_KIND_SL8_SMBUS),
-                         [](const auto& parameter) {
-                             return std::string(parameter.param == 0 ? "Smbus" : "Sl8");
-                         });
+INSTANTIATE_TEST_SUITE_P(Kind, DroppedPackets, test::smbus_kinds(), test::kind_name);
 
 // ---- How many ----
 

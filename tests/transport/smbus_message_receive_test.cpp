@@ -6,13 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "support/capture.h"
-#include "support/scripted_platform.h"
+#include "transport/receive_fixture.h"
 
 namespace {
 
 using test::Bytes;
-using test::Capture;
 using test::EOM;
 using test::Guarded;
 using test::hex;
@@ -26,27 +24,14 @@ using test::TO;
 using Lines = std::vector<std::string>;
 
 /// Both SMBus kinds: they receive alike but for the lock.
-class MctpReceive : public test::PlatformTest, public ::testing::WithParamInterface<uint8_t> {
+class MctpReceive : public test::ReceiveTest {
 protected:
-    MctpReceive() { ctx.tag = 3; }
-
     /// Queues a packet from the endpoint; the flags hold the tag.
     void queue(unsigned flags, const Bytes& payload, uint8_t src = 0x1D) {
         port().queue({packet(0x08, src, static_cast<uint8_t>(flags), payload)});
     }
 
-    /// Receives into room for capacity bytes; the answer is in body, what was printed in printed.
-    int32_t receive(int32_t capacity = 256) {
-        Guarded buffer(static_cast<size_t>(std::max(capacity, 0)));
-        Capture out;
-        int32_t result = ctx.recv(&ctx, capacity, buffer.data());
-        printed = out.text();
-        EXPECT_TRUE(buffer.intact());
-        EXPECT_LE(result, capacity);
-        body = buffer.head(static_cast<size_t>(std::max(result, 0)));
-        EXPECT_TRUE(result < 0 || buffer.untouched_from(static_cast<size_t>(result)));
-        return result;
-    }
+    int32_t receive(int32_t capacity = 256) { return ReceiveTest::receive(capacity); }
 
     /// The trace of one dropped packet.
     static std::string dump(const Bytes& mctp_packet) {
@@ -59,17 +44,9 @@ protected:
         }
         return text + "\n===========================";
     }
-
-    mctp_ctx ctx = ready_context(GetParam(), 1);
-    Bytes body;
-    std::string printed;
 };
 
-INSTANTIATE_TEST_SUITE_P(Kind, MctpReceive,
-                         ::testing::Values(MCTP_BINDING_KIND_SMBUS, MCTP_BINDING_KIND_SL8_SMBUS),
-                         [](const auto& parameter) {
-                             return std::string(parameter.param == 0 ? "Smbus" : "Sl8");
-                         });
+INSTANTIATE_TEST_SUITE_P(Kind, MctpReceive, test::smbus_kinds(), test::kind_name);
 
 // ---- What is stored ----
 
