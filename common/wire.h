@@ -19,8 +19,18 @@ public:
     uint8_t u8() { return static_cast<uint8_t>(little(1)); }
     uint16_t le16() { return static_cast<uint16_t>(little(2)); }
     uint32_t le32() { return little(4); }
+    uint16_t be16() { return static_cast<uint16_t>(big(2)); }
+    uint32_t be32() { return big(4); }
 
-    /// Copies bytes out; the target is zeroed where they are not all there.
+    /// The next bytes, in place; nothing, and ok() false, if they are not all there.
+    std::span<const uint8_t> bytes(size_t count) {
+        const uint8_t* from = take(count);
+        return from != nullptr ? std::span(from, count) : std::span<const uint8_t>();
+    }
+    /// What has not been read, in place.
+    std::span<const uint8_t> rest() const { return bytes_.subspan(position_); }
+
+    /// Copies bytes out; the target is zeroed if they are not all there.
     void copy(std::span<uint8_t> target) {
         if (target.empty()) {
             return;  // memcpy() takes no null pointer, not even for nothing
@@ -58,6 +68,15 @@ private:
         return value;
     }
 
+    uint32_t big(size_t width) {
+        const uint8_t* from = take(width);
+        uint32_t value = 0;
+        for (size_t i = 0; from != nullptr && i < width; ++i) {
+            value = (value << 8) | from[i];
+        }
+        return value;
+    }
+
     std::span<const uint8_t> bytes_;
     size_t position_ = 0;
     bool ok_ = true;
@@ -77,6 +96,14 @@ public:
     }
     WireWriter& be32(uint32_t value) {
         return be16(static_cast<uint16_t>(value >> 16)).be16(static_cast<uint16_t>(value));
+    }
+
+    WireWriter& bytes(std::span<const uint8_t> source) {
+        uint8_t* to = take(source.size());
+        if (to != nullptr && !source.empty()) {
+            std::memcpy(to, source.data(), source.size());
+        }
+        return *this;
     }
 
     WireWriter& skip(size_t count) {
