@@ -128,7 +128,7 @@ Run update(const std::string& package, uint32_t size, uint32_t transfer_size) {
     };
     run.cpu_ms = ms(usage.ru_utime) + ms(usage.ru_stime);
     run.resident_kib = usage.ru_maxrss;
-    run.requests = device.count(sim::fw_request_firmware_data);
+    run.requests = device.count(sim::kFwRequestFirmwareData);
     const sim::BusStatistics bus = board->bus_statistics().at(0);
     run.bytes = bus.bytes;
     run.packets = bus.packets;

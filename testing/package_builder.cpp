@@ -7,7 +7,7 @@
 namespace tool {
 namespace {
 
-constexpr size_t location_in_entry = 12;
+constexpr size_t kLocationInEntry = 12;
 
 /// A package under construction: numbers are little-endian.
 class Writer {
@@ -115,7 +115,7 @@ uint32_t package_checksum(const uint8_t* bytes, size_t size) {
 
 void seal_package(std::vector<uint8_t>& bytes, size_t checksum_offset) {
     const uint32_t checksum = package_checksum(bytes.data(), checksum_offset);
-    for (size_t i = 0; i < checksum_size; ++i) {
+    for (size_t i = 0; i < kChecksumSize; ++i) {
         bytes[checksum_offset + i] = static_cast<uint8_t>(checksum >> (8 * i));
     }
 }
@@ -137,18 +137,18 @@ std::vector<uint8_t> build_package(const Package& package, PackageLayout* layout
         write_component(out, component);
     }
     at.checksum = out.size();
-    out.number(0, checksum_size);
-    out.put(header_size_offset,
-            package.header_size.value_or(static_cast<uint16_t>(at.checksum + checksum_size)), 2);
+    out.number(0, kChecksumSize);
+    out.put(kHeaderSizeOffset,
+            package.header_size.value_or(static_cast<uint16_t>(at.checksum + kChecksumSize)), 2);
     for (size_t i = 0; i < package.components.size(); ++i) {
         const PackageComponent& component = package.components[i];
-        out.put(at.components[i] + location_in_entry,
+        out.put(at.components[i] + kLocationInEntry,
                 component.location_offset.value_or(static_cast<uint32_t>(out.size())), 4);
         out.bytes(component.image);
     }
     seal_package(out.all(), at.checksum);
     if (package.checksum) {
-        out.put(at.checksum, *package.checksum, checksum_size);
+        out.put(at.checksum, *package.checksum, kChecksumSize);
     }
     if (layout != nullptr) {
         *layout = std::move(at);

@@ -13,11 +13,11 @@
 namespace tool {
 
 /// Where a header says how long it is, and what its checksum takes (DSP0267, package header).
-inline constexpr size_t header_size_offset = 17;
-inline constexpr size_t checksum_size = 4;
+inline constexpr size_t kHeaderSizeOffset = 17;
+inline constexpr size_t kChecksumSize = 4;
 
 /// PackageHeaderIdentifier of header format 1.0.
-inline constexpr std::array<uint8_t, 16> package_identifier{
+inline constexpr std::array<uint8_t, 16> kPackageIdentifier{
     0xF0, 0x18, 0x87, 0x8C, 0xCB, 0x7D, 0x49, 0x43, 0x98, 0x00, 0xA0, 0x2F, 0x05, 0x9A, 0xCA, 0x02};
 
 struct PackageDescriptor {
@@ -59,7 +59,7 @@ struct PackageComponent {
 
 /// A package of header format 1.0, unless it says otherwise.
 struct Package {
-    std::array<uint8_t, 16> identifier = package_identifier;
+    std::array<uint8_t, 16> identifier = kPackageIdentifier;
     uint8_t format_revision = 1;
     /// UTC offset, microseconds, then 2024-03-17 10:20:30; see DSP0240, timestamp104.
     std::array<uint8_t, 13> release_date_time{0, 0, 0, 0, 0, 30, 20, 10, 17, 3, 0xE8, 0x07, 0};

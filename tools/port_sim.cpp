@@ -17,7 +17,7 @@ namespace {
 Sensor sensor_of(const sim::SensorInfo& info) {
     Sensor sensor;
     sensor.id = info.id;
-    sensor.numeric = info.kind == sim::SensorInfo::Kind::numeric;
+    sensor.numeric = info.kind == sim::SensorInfo::Kind::kNumeric;
     sensor.name = info.name;
     sensor.unit = info.unit;
     sensor.resolution = info.resolution;
@@ -31,7 +31,7 @@ Endpoint endpoint_of(const sim::EndpointInfo& info) {
     Endpoint endpoint{
         .name = info.name,
         .type = info.type,
-        .transport = info.transport == sim::Transport::pcie ? Transport::pcie : Transport::i2c,
+        .transport = info.transport == sim::Transport::kPcie ? Transport::kPcie : Transport::kI2c,
         .binding_kind = info.binding_kind,
         .bus = info.bus,
         .address = info.address,
@@ -49,16 +49,16 @@ Endpoint endpoint_of(const sim::EndpointInfo& info) {
 }
 
 Packet packet_of(const sim::Passing& passing) {
-    return {
-        .transport = passing.transport == sim::Transport::pcie ? Transport::pcie : Transport::i2c,
-        .bus = passing.bus,
-        .address = passing.address,
-        .bdf = passing.bdf,
-        .sent = passing.direction == sim::Direction::from_bmc,
-        .at_ns = passing.at_ns,
-        .bytes = passing.packet,
-        .pec_good = passing.pec_good,
-        .taken = passing.taken};
+    return {.transport =
+                passing.transport == sim::Transport::kPcie ? Transport::kPcie : Transport::kI2c,
+            .bus = passing.bus,
+            .address = passing.address,
+            .bdf = passing.bdf,
+            .sent = passing.direction == sim::Direction::kFromBmc,
+            .at_ns = passing.at_ns,
+            .bytes = passing.packet,
+            .pec_good = passing.pec_good,
+            .taken = passing.taken};
 }
 
 class SimulatedPort final : public Port {
@@ -125,14 +125,14 @@ std::vector<OwnerQuestion> SimulatedPort::owner_questions(const std::string& end
 void SimulatedPort::start_capture(const std::string& path) {
     std::string error;
     if (!board_->start_capture(path, error)) {
-        throw Failure(ExitStatus::failed, "the capture cannot be written: " + error);
+        throw Failure(ExitStatus::kFailed, "the capture cannot be written: " + error);
     }
     capture_path_ = path;
 }
 
 void SimulatedPort::finish_capture() {
     if (!board_->stop_capture()) {
-        throw Failure(ExitStatus::failed, "the capture is incomplete: " + capture_path_);
+        throw Failure(ExitStatus::kFailed, "the capture is incomplete: " + capture_path_);
     }
 }
 
@@ -155,8 +155,8 @@ bool SimulatedPort::set_main_power(bool on) {
 bool SimulatedPort::add_fault(const std::string& endpoint, std::string_view fault_json) {
     sim::BoardError error;
     if (!board_->add_fault(endpoint, fault_json, error)) {
-        throw Failure(ExitStatus::failed, fmt::format("{}: the fault is refused: {}: {}", endpoint,
-                                                      error.key, error.text));
+        throw Failure(ExitStatus::kFailed, fmt::format("{}: the fault is refused: {}: {}", endpoint,
+                                                       error.key, error.text));
     }
     return true;
 }
@@ -219,7 +219,7 @@ std::unique_ptr<Port> Port::open(const std::string& board_file) {
                                             : sim::Board::load(board_file, error);
     if (board == nullptr) {
         throw Failure(
-            ExitStatus::input,
+            ExitStatus::kInput,
             lines_of(error.message(board_file.empty() ? "the built-in board" : board_file)));
     }
     return std::make_unique<SimulatedPort>(std::move(board));

@@ -33,6 +33,7 @@ void sideband_sim_close(void) {
 }
 
 void sideband_sim_advance(uint64_t microseconds) {
-    if (opened)
+    if (opened) {
         opened->advance_us(microseconds);
+    }
 }

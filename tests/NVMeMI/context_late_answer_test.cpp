@@ -50,7 +50,7 @@ protected:
 
 /// One packet of the drive's, which answers a request with tag 1.
 Bytes packet_of(const Bytes& body) {
-    return test::packet(0x08, 0x1D, test::SOM | test::EOM | 1, hex("84") + body);
+    return test::packet(0x08, 0x1D, test::kSom | test::kEom | 1, hex("84") + body);
 }
 
 class NvmeLateSmbus : public NvmeLate, public testing::WithParamInterface<uint8_t> {

@@ -340,7 +340,7 @@ TEST_F(NvmeContext, AMarvDriveThatNeedsTimeIsReadUnderALockOfItsOwn) {
     const std::vector<Bytes> bodies{test::status_response(1), mi_response(hex("02 00 00"))};
     for (const Bytes& body : bodies) {
         port().queue(
-            {test::packet(0x08, 0x1D, test::SOM | test::EOM | 1, hex("84") + checked(body))});
+            {test::packet(0x08, 0x1D, test::kSom | test::kEom | 1, hex("84") + checked(body))});
     }
     EXPECT_EQ(ask_port_1().result, 0);
     EXPECT_EQ(frequency, 2);

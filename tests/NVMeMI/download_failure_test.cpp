@@ -184,7 +184,7 @@ TEST_F(NvmeDownloadFailure, AFailedFstatIsStatus201) {
 
 TEST_F(NvmeDownloadFailure, NoMappingIsNeeded) {
     // A mapping would end the process when somebody truncates the file.
-    libc.fail["mmap"] = LibcPatch::EVERY;
+    libc.fail["mmap"] = LibcPatch::kEvery;
     download_whole(image_of(12), 4);
     EXPECT_EQ(libc.calls["mmap"], 0);
 }

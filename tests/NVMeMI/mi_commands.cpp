@@ -108,14 +108,14 @@ std::vector<MiCommand> further_commands() {
 }  // namespace
 
 const std::vector<MiCommand>& mi_commands() {
-    static const std::vector<MiCommand> all = [] {
+    static const std::vector<MiCommand> kAll = [] {
         std::vector<MiCommand> commands = configuration_commands();
         for (MiCommand& command : further_commands()) {
             commands.push_back(std::move(command));
         }
         return commands;
     }();
-    return all;
+    return kAll;
 }
 
 std::string mi_command_name(size_t index) {

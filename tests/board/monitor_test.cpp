@@ -46,13 +46,13 @@ protected:
 
 /// One numeric sensor for every data size and range format, all with the ID that counts them.
 std::string every_format() {
-    static constexpr const char* formats[] = {"uint8",  "sint8",  "uint16", "sint16",
-                                              "uint32", "sint32", "real32"};
+    static constexpr const char* kFormats[] = {"uint8",  "sint8",  "uint16", "sint16",
+                                               "uint32", "sint32", "real32"};
     std::string sensors;
     int id = 0;
     for (const char* const size : {"1", "2", "4"}) {
         for (const char* const is_signed : {"false", "true"}) {
-            for (const char* const format : formats) {
+            for (const char* const format : kFormats) {
                 sensors += std::string(sensors.empty() ? "" : ", ") +
                            R"({"kind": "numeric", "id": )" + std::to_string(++id) +
                            R"(, "data_size": )" + size + R"(, "signed": )" + is_signed +

@@ -17,7 +17,7 @@ struct Refusal {
     const char* log;
 };
 
-const Refusal refusals[] = {
+const Refusal kRefusals[] = {
     {"Prepare", "prepare_for_endpoint_discovery",
      "[MCTP] Req PrepareForEndpointDiscovery to AMD MPIO faled.\n"},
     {"EndpointDiscovery", "endpoint_discovery",
@@ -75,7 +75,7 @@ TEST_P(RefusedStep, NotReadyTwiceIsAskedAgain) {
     EXPECT_GE(board->now_us(), 3'100'000U) << "two pauses of 50 ms and 3 s of rest";
 }
 
-INSTANTIATE_TEST_SUITE_P(Mpio, RefusedStep, ::testing::ValuesIn(refusals),
+INSTANTIATE_TEST_SUITE_P(Mpio, RefusedStep, ::testing::ValuesIn(kRefusals),
                          [](const auto& info) { return std::string(info.param.name); });
 
 class MpioRun : public BoardRun {};

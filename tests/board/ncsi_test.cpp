@@ -74,7 +74,7 @@ TEST_F(NcsiOnBoard, WhereThereIsNoDeviceNothingIsFound) {
     EXPECT_EQ(ctx.iid, 65) << "64 attempts";
     EXPECT_EQ(ctx.channel_num, 0);
     EXPECT_EQ(found(), std::vector<int>());
-    EXPECT_EQ(controller->count(NcsiCommand::clear_initial_state), 0u);
+    EXPECT_EQ(controller->count(NcsiCommand::kClearInitialState), 0u);
 }
 
 TEST_F(NcsiOnBoard, OneChannelIsFound) {
@@ -106,7 +106,7 @@ TEST_F(NcsiOnBoard, OfAll64ChannelsThoseOfTheFirstPackageAreFound) {
     EXPECT_EQ(discover(), 0);
     EXPECT_EQ(ctx.channel_num, 8);
     EXPECT_EQ(found(), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7}));
-    EXPECT_EQ(controller->count(NcsiCommand::clear_initial_state), 8u);
+    EXPECT_EQ(controller->count(NcsiCommand::kClearInitialState), 8u);
 }
 
 // ---- Commands ----

@@ -210,15 +210,15 @@ TEST_F(NvmeOnBoard, AnImageThatIsRewrittenMeanwhileEndsTheDownload) {
     };
     EXPECT_EQ(download(4096), -1);
     EXPECT_EQ(at_p_St_GlobalVar->nvme_fw_update_status, NVME_FW_DOWNLOAD_UNREADABLE);
-    EXPECT_EQ(drive->count(sim::NvmeCommandSet::admin, 0x11), 3u);
+    EXPECT_EQ(drive->count(sim::NvmeCommandSet::kAdmin, 0x11), 3u);
     EXPECT_EQ(board->task_percent().at(5), 40);
 }
 
 TEST_F(NvmeOnBoard, ADriveThatFallsSilentEndsTheDownload) {
     open_drive();
     sim::NvmeFault silence;
-    silence.kind = sim::NvmeFault::Kind::no_answer;
-    silence.set = sim::NvmeCommandSet::admin;
+    silence.kind = sim::NvmeFault::Kind::kNoAnswer;
+    silence.set = sim::NvmeCommandSet::kAdmin;
     silence.opcode = 0x11;
     silence.at = 3;
     silence.count = 0;
@@ -226,7 +226,7 @@ TEST_F(NvmeOnBoard, ADriveThatFallsSilentEndsTheDownload) {
     write_image(image_of("FW5", 20000));
     EXPECT_EQ(download(4096), -1);
     EXPECT_EQ(at_p_St_GlobalVar->nvme_fw_update_status, NVME_FW_DOWNLOAD_EXCHANGE);
-    EXPECT_EQ(drive->count(sim::NvmeCommandSet::admin, 0x11), 5u) << "three tries of the third";
+    EXPECT_EQ(drive->count(sim::NvmeCommandSet::kAdmin, 0x11), 5u) << "three tries of the third";
     EXPECT_EQ(board->task_percent().at(5), 20);
 }
 

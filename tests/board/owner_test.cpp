@@ -9,10 +9,10 @@ using board_test::BoardRun;
 
 using Answers = std::vector<std::string>;
 
-const std::string pcie_owner =
+const std::string kPcieOwner =
     R"({"name": "own0", "type": "bus_owner", "transport": "pcie", "bdf": "80:02.1", "eid": 10,
         "assign": 40})";
-const std::string i2c_owner =
+const std::string kI2cOwner =
     R"({"name": "own0", "type": "bus_owner", "bus": 2, "address": "0x42", "eid": 9,
         "assign": 33})";
 
@@ -46,7 +46,7 @@ protected:
 };
 
 TEST_F(OwnedBmc, TakesAnEidOverPcie) {
-    open(board_with("", pcie_owner));
+    open(board_with("", kPcieOwner));
     mctp_ctx ctx = context(mctp_pcie_recv_with_type);
     EXPECT_EQ(get_bmc_by_owner(&ctx), 1);
     EXPECT_EQ(ctx.src_eid, 40);
@@ -61,7 +61,7 @@ TEST_F(OwnedBmc, TakesAnEidOverPcie) {
 }
 
 TEST_F(OwnedBmc, TakesAnEidOverSmbus) {
-    open(board_with("", i2c_owner));
+    open(board_with("", kI2cOwner));
     mctp_ctx ctx = context(mctp_smbus_recv_with_type);
     EXPECT_EQ(get_bmc_by_owner(&ctx), 1);
     EXPECT_EQ(ctx.src_eid, 33);
@@ -74,7 +74,7 @@ TEST_F(OwnedBmc, TakesAnEidOverSmbus) {
 }
 
 TEST_F(OwnedBmc, TalksToTheOwnerAfterwardsThroughTheStockOperations) {
-    open(board_with("", i2c_owner));
+    open(board_with("", kI2cOwner));
     mctp_ctx ctx = context(mctp_smbus_recv_with_type);
     ASSERT_EQ(get_bmc_by_owner(&ctx), 1);
     ctx.skip_discovery = 1;
@@ -92,12 +92,12 @@ TEST_F(OwnedBmc, SoftwarePecBindingWorksToo) {
 }
 
 TEST_F(OwnedBmc, OwnerThatFallsSilentEndsTheWait) {
-    for (const std::string& owner : {pcie_owner, i2c_owner}) {
+    for (const std::string& owner : {kPcieOwner, kI2cOwner}) {
         open(board_with("", owner));
         sim::BoardError error;
         // The answer to Discovery Notify passes, the first request too, then no packet more.
         ASSERT_TRUE(board->add_fault("own0", R"({"kind": "lost", "after": 2})", error));
-        const bool on_pcie = owner == pcie_owner;
+        const bool on_pcie = owner == kPcieOwner;
         mctp_ctx ctx = context(on_pcie ? mctp_pcie_recv_with_type : mctp_smbus_recv_with_type);
         EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
         EXPECT_EQ(ctx.src_eid, 0);
@@ -108,7 +108,7 @@ TEST_F(OwnedBmc, OwnerThatFallsSilentEndsTheWait) {
 }
 
 TEST_F(OwnedBmc, StockReceiveLosesTheTypeByteSoThatNothingIsAnswered) {
-    open(board_with("", pcie_owner));
+    open(board_with("", kPcieOwner));
     mctp_ctx ctx = context_of("own0");
     ctx.skip_discovery = 1;
     ASSERT_EQ(mctp_init2(&ctx), 0);

@@ -186,13 +186,13 @@ TEST_P(RealPackageUpdate, OthersAreRefusedBeforeTheDeviceIsAsked) {
         const UpdateReport report = update();
         EXPECT_EQ(report.check, -1);
         EXPECT_NE(report.log.find("NIC FW image parse fail\n"), std::string::npos);
-        EXPECT_EQ(device->count(sim::fw_query_device_identifiers), 0U);
+        EXPECT_EQ(device->count(sim::kFwQueryDeviceIdentifiers), 0U);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Card, RealPackageUpdate, ::testing::Values(Binding::smbus, Binding::pcie),
-                         [](const auto& info) {
-                             return info.param == Binding::smbus ? "Smbus" : "Pcie";
+INSTANTIATE_TEST_SUITE_P(Card, RealPackageUpdate,
+                         ::testing::Values(Binding::kSmbus, Binding::kPcie), [](const auto& info) {
+                             return info.param == Binding::kSmbus ? "Smbus" : "Pcie";
                          });
 
 }  // namespace

@@ -22,7 +22,7 @@ constexpr uint32_t kAlways = 0;
 constexpr uint8_t kRetriesExhausted = PLDM_CC_RETRIES_EXHAUSTED;
 
 /// What the card runs afterwards.
-enum class Runs { old, both, second_only };
+enum class Runs { kOld, kBoth, kSecondOnly };
 
 struct Scenario {
     const char* name;
@@ -31,8 +31,8 @@ struct Scenario {
     int32_t update = 0;
     uint8_t mark = 0;
     uint8_t state = 6;
-    FirmwareState device = FirmwareState::idle;
-    Runs runs = Runs::both;
+    FirmwareState device = FirmwareState::kIdle;
+    Runs runs = Runs::kBoth;
     std::string firmware_keys{};  ///< further keys of the device, each with a comma in front
 };
 
@@ -41,81 +41,81 @@ void PrintTo(const Scenario& scenario, std::ostream* out) {
 }
 
 FirmwareFault code(uint8_t command, uint8_t value, uint32_t at = 1, uint32_t count = 1) {
-    return {Kind::completion_code, command, at, count, value, 0, 0};
+    return {Kind::kCompletionCode, command, at, count, value, 0, 0};
 }
 
 FirmwareFault silent(uint8_t command, uint32_t at = 1, uint32_t count = 1) {
-    return {Kind::no_answer, command, at, count, 0, 0, 0};
+    return {Kind::kNoAnswer, command, at, count, 0, 0, 0};
 }
 
 FirmwareFault other(uint8_t command, uint8_t value, uint32_t at = 1) {
-    return {Kind::other_command, command, at, 1, value, 0, 0};
+    return {Kind::kOtherCommand, command, at, 1, value, 0, 0};
 }
 
 FirmwareFault cut(uint8_t command, uint32_t length, uint32_t at = 1) {
-    return {Kind::truncate, command, at, 1, 0, 0, length};
+    return {Kind::kTruncate, command, at, 1, 0, 0, length};
 }
 
 FirmwareFault refuse(uint8_t command, uint8_t value, uint32_t at = 1, uint32_t count = 1) {
-    return {Kind::refuse_component, command, at, count, value, 0, 0};
+    return {Kind::kRefuseComponent, command, at, count, value, 0, 0};
 }
 
 FirmwareFault report(uint8_t command, uint8_t value) {
-    return {Kind::result, command, 1, 1, value, 0, 0};
+    return {Kind::kResult, command, 1, 1, value, 0, 0};
 }
 
 FirmwareFault stall(uint8_t command, uint32_t at = 1) {
-    return {Kind::stall, command, at, 1, 0, 0, 0};
+    return {Kind::kStall, command, at, 1, 0, 0, 0};
 }
 
 FirmwareFault dead(uint8_t command, uint32_t at = 1) {
-    return {Kind::dead, command, at, 1, 0, 0, 0};
+    return {Kind::kDead, command, at, 1, 0, 0, 0};
 }
 
 FirmwareFault reset(uint8_t command, uint32_t at = 1) {
-    return {Kind::reset, command, at, 1, 0, 0, 0};
+    return {Kind::kReset, command, at, 1, 0, 0, 0};
 }
 
 FirmwareFault ask(uint32_t offset, uint32_t length) {
-    return {Kind::ask, sim::fw_request_firmware_data, 1, 1, 0, offset, length};
+    return {Kind::kAsk, sim::kFwRequestFirmwareData, 1, 1, 0, offset, length};
 }
 
 FirmwareFault instead(uint8_t command, uint8_t value) {
-    return {Kind::send_instead, command, 1, 1, value, 0, 0};
+    return {Kind::kSendInstead, command, 1, 1, value, 0, 0};
 }
 
 FirmwareFault endless(uint8_t command) {
-    return {Kind::endless, command, 1, kAlways, 0, 0, 0};
+    return {Kind::kEndless, command, 1, kAlways, 0, 0, 0};
 }
 
 /// Where an update ends, as the scenarios need it.
-constexpr auto kIdle = FirmwareState::idle;
-constexpr auto kLearn = FirmwareState::learn_components;
-constexpr auto kReady = FirmwareState::ready_xfer;
-constexpr auto kDownload = FirmwareState::download;
-constexpr auto kVerify = FirmwareState::verify;
+constexpr auto kIdle = FirmwareState::kIdle;
+constexpr auto kLearn = FirmwareState::kLearnComponents;
+constexpr auto kReady = FirmwareState::kReadyXfer;
+constexpr auto kDownload = FirmwareState::kDownload;
+constexpr auto kVerify = FirmwareState::kVerify;
 
 const std::string kFetches = R"(, "get_package_data": true)";
 const std::string kMetadata = R"(, "metadata": "00010203040506070809", "metadata_part_size": 4)";
 
 // The check asks for the identifiers once, so that the update's question is the second.
 const Scenario kInventory[] = {
-    {"IdentifiersRefused", {code(0x01, 0x02, 2)}, -1, 0x54, 0, kIdle, Runs::old},
-    {"IdentifiersUnanswered", {silent(0x01, 2)}, -1, 0x54, 0, kIdle, Runs::old},
-    {"IdentifiersCut", {cut(0x01, 3, 2)}, -1, 0x54, 0, kIdle, Runs::old},
-    {"IdentifiersCutInADescriptor", {cut(0x01, 14, 2)}, -1, 0x54, 0, kIdle, Runs::old},
+    {"IdentifiersRefused", {code(0x01, 0x02, 2)}, -1, 0x54, 0, kIdle, Runs::kOld},
+    {"IdentifiersUnanswered", {silent(0x01, 2)}, -1, 0x54, 0, kIdle, Runs::kOld},
+    {"IdentifiersCut", {cut(0x01, 3, 2)}, -1, 0x54, 0, kIdle, Runs::kOld},
+    {"IdentifiersCutInADescriptor", {cut(0x01, 14, 2)}, -1, 0x54, 0, kIdle, Runs::kOld},
     {"IdentifiersOfAnotherCommand", {other(0x01, 0x02, 2)}},
-    {"ParametersRefused", {code(0x02, 0x02)}, -1, 0x55, 0, kIdle, Runs::old},
-    {"ParametersUnanswered", {silent(0x02)}, -1, 0x55, 0, kIdle, Runs::old},
-    {"ParametersCut", {cut(0x02, 12)}, -1, 0x55, 0, kIdle, Runs::old},
-    {"ParametersOfAnotherCommand", {other(0x02, 0x01)}, -1, 0x55, 0, kIdle, Runs::old},
+    {"ParametersRefused", {code(0x02, 0x02)}, -1, 0x55, 0, kIdle, Runs::kOld},
+    {"ParametersUnanswered", {silent(0x02)}, -1, 0x55, 0, kIdle, Runs::kOld},
+    {"ParametersCut", {cut(0x02, 12)}, -1, 0x55, 0, kIdle, Runs::kOld},
+    {"ParametersOfAnotherCommand", {other(0x02, 0x01)}, -1, 0x55, 0, kIdle, Runs::kOld},
     {"ParametersWithoutComponents",
      {},
      0,
      0,
      1,
      kLearn,
-     Runs::old,
+     Runs::kOld,
      R"(, "parameters_hex": "000000000000010300004f4c44")"},
     {"ParametersCountLies",
      {},
@@ -123,119 +123,119 @@ const Scenario kInventory[] = {
      0,
      1,
      kLearn,
-     Runs::old,
+     Runs::kOld,
      R"(, "parameters_hex": "00000000ffff010300004f4c44")"},
 };
 
 const Scenario kBeginning[] = {
-    {"UpdateRefused", {code(0x10, 0x02)}, -1, 0x02, 0, kIdle, Runs::old},
-    {"UnableToInitiate", {code(0x10, 0x8A)}, -1, 0x56, 0, kIdle, Runs::old},
+    {"UpdateRefused", {code(0x10, 0x02)}, -1, 0x02, 0, kIdle, Runs::kOld},
+    {"UnableToInitiate", {code(0x10, 0x8A)}, -1, 0x56, 0, kIdle, Runs::kOld},
     // The cancellation is answered "not in update mode", once by each of the two that send it.
-    {"InUpdateMode", {code(0x10, 0x81)}, -1, 0x80, 0, kIdle, Runs::old},
+    {"InUpdateMode", {code(0x10, 0x81)}, -1, 0x80, 0, kIdle, Runs::kOld},
     // A device that says so has not begun, and is not asked again by itself.
-    {"RetryRequestUpdate", {code(0x10, 0x8E)}, 0, 0x8E, 0, kIdle, Runs::old},
-    {"RequestUpdateUnanswered", {silent(0x10)}, -1, kRetriesExhausted, 0, kIdle, Runs::old},
-    {"RequestUpdateCut", {cut(0x10, 5)}, -1, 0, 0, kLearn, Runs::old},
+    {"RetryRequestUpdate", {code(0x10, 0x8E)}, 0, 0x8E, 0, kIdle, Runs::kOld},
+    {"RequestUpdateUnanswered", {silent(0x10)}, -1, kRetriesExhausted, 0, kIdle, Runs::kOld},
+    {"RequestUpdateCut", {cut(0x10, 5)}, -1, 0, 0, kLearn, Runs::kOld},
     {"PackageDataWrongHandle",
-     {{Kind::handle, 0x11, 2, 1, 0x1234, 0, 0}},
+     {{Kind::kHandle, 0x11, 2, 1, 0x1234, 0, 0}},
      0,
      0,
      6,
      kIdle,
-     Runs::both,
+     Runs::kBoth,
      kFetches},
     {"PackageDataWrongFlag",
-     {{Kind::flag, 0x11, 1, 1, 0, 0, 0}},
+     {{Kind::kFlag, 0x11, 1, 1, 0, 0, 0}},
      0,
      0,
      6,
      kIdle,
-     Runs::both,
+     Runs::kBoth,
      kFetches},
-    {"PackageDataNeverFetched", {stall(0x11)}, 0, 0x5A, 3, kIdle, Runs::old, kFetches},
-    {"MetadataRefused", {code(0x12, 0x8D)}, 0, 0x8D, 6, kIdle, Runs::both, kMetadata},
-    {"MetadataUnanswered", {silent(0x12)}, 0, kRetriesExhausted, 6, kIdle, Runs::both, kMetadata},
-    {"MetadataCut", {cut(0x12, 6)}, 0, 0, 6, kIdle, Runs::both, kMetadata},
-    {"MetadataWithoutEnd", {endless(0x12)}, 0, 0, 6, kIdle, Runs::both, kMetadata},
+    {"PackageDataNeverFetched", {stall(0x11)}, 0, 0x5A, 3, kIdle, Runs::kOld, kFetches},
+    {"MetadataRefused", {code(0x12, 0x8D)}, 0, 0x8D, 6, kIdle, Runs::kBoth, kMetadata},
+    {"MetadataUnanswered", {silent(0x12)}, 0, kRetriesExhausted, 6, kIdle, Runs::kBoth, kMetadata},
+    {"MetadataCut", {cut(0x12, 6)}, 0, 0, 6, kIdle, Runs::kBoth, kMetadata},
+    {"MetadataWithoutEnd", {endless(0x12)}, 0, 0, 6, kIdle, Runs::kBoth, kMetadata},
     {"MetadataLengthLies",
      {},
      0,
      0,
      6,
      kIdle,
-     Runs::both,
+     Runs::kBoth,
      kMetadata + R"(, "claimed_metadata_length": 65535)"},
 };
 
 const Scenario kComponents[] = {
-    {"TableRefused", {code(0x13, 0x80, 1, kAlways)}, 0, 0x80, 1, kLearn, Runs::old},
-    {"TableUnanswered", {silent(0x13, 1, kAlways)}, 0, 0x13, 1, kLearn, Runs::old},
+    {"TableRefused", {code(0x13, 0x80, 1, kAlways)}, 0, 0x80, 1, kLearn, Runs::kOld},
+    {"TableUnanswered", {silent(0x13, 1, kAlways)}, 0, 0x13, 1, kLearn, Runs::kOld},
     // The device waits for the end of the table: both components are refused, and the activation.
-    {"TableEndUnanswered", {silent(0x13, 2)}, 0, 0x84, 6, kLearn, Runs::old},
+    {"TableEndUnanswered", {silent(0x13, 2)}, 0, 0x84, 6, kLearn, Runs::kOld},
     {"TableEntryNotLiked", {refuse(0x13, 0x06)}},
-    {"ComponentRefused", {refuse(0x14, 0x06)}, 0, 0, 6, kIdle, Runs::second_only},
-    {"BothComponentsRefused", {refuse(0x14, 0x06, 1, kAlways)}, 0, 0x8B, 6, kReady, Runs::old},
+    {"ComponentRefused", {refuse(0x14, 0x06)}, 0, 0, 6, kIdle, Runs::kSecondOnly},
+    {"BothComponentsRefused", {refuse(0x14, 0x06, 1, kAlways)}, 0, 0x8B, 6, kReady, Runs::kOld},
     // A component that the device knows of and was not offered: it does not activate.
-    {"ComponentNotInUpdateMode", {code(0x14, 0x80)}, 0, 0x85, 6, kReady, Runs::old},
-    {"ComponentUnanswered", {silent(0x14)}, 0, 0x85, 6, kReady, Runs::old},
-    {"BothComponentsUnanswered", {silent(0x14, 1, kAlways)}, 0, 0x85, 6, kReady, Runs::old},
+    {"ComponentNotInUpdateMode", {code(0x14, 0x80)}, 0, 0x85, 6, kReady, Runs::kOld},
+    {"ComponentUnanswered", {silent(0x14)}, 0, 0x85, 6, kReady, Runs::kOld},
+    {"BothComponentsUnanswered", {silent(0x14, 1, kAlways)}, 0, 0x85, 6, kReady, Runs::kOld},
     // The device has begun and waits for data that it does not get.
-    {"ComponentAnswerCut", {cut(0x14, 8)}, 0, 0x84, 6, kDownload, Runs::old},
+    {"ComponentAnswerCut", {cut(0x14, 8)}, 0, 0x84, 6, kDownload, Runs::kOld},
 };
 
 // A device that nobody hears for two minutes gives its update up.
 const Scenario kTransfer[] = {
-    {"NoPiece", {stall(0x15)}, 0, 0x5A, 3, kIdle, Runs::old},
-    {"OnePieceOnly", {stall(0x15, 2)}, 0, 0x5A, 3, kIdle, Runs::old},
-    {"DeadAtTheFirstPiece", {dead(0x15)}, 0, 0x5A, 3, kIdle, Runs::old},
-    {"ResetAtTheSecondPiece", {reset(0x15, 2)}, 0, 0x5A, 3, kIdle, Runs::old},
-    {"PieceBehindTheFile", {ask(0x7FFFFFFF, 56)}, 0, 0, 3, kDownload, Runs::old},
-    {"PieceBeyond32Bits", {ask(0xFFFFFFF0, 56)}, 0, 0, 3, kDownload, Runs::old},
-    {"PieceTooShort", {ask(0, 31)}, 0, 0, 3, kDownload, Runs::old},
-    {"PieceWithoutLength", {ask(0, 0)}, 0, 0, 3, kDownload, Runs::old},
-    {"PieceTooLong", {ask(0, 129)}, 0, 0, 3, kDownload, Runs::old},
+    {"NoPiece", {stall(0x15)}, 0, 0x5A, 3, kIdle, Runs::kOld},
+    {"OnePieceOnly", {stall(0x15, 2)}, 0, 0x5A, 3, kIdle, Runs::kOld},
+    {"DeadAtTheFirstPiece", {dead(0x15)}, 0, 0x5A, 3, kIdle, Runs::kOld},
+    {"ResetAtTheSecondPiece", {reset(0x15, 2)}, 0, 0x5A, 3, kIdle, Runs::kOld},
+    {"PieceBehindTheFile", {ask(0x7FFFFFFF, 56)}, 0, 0, 3, kDownload, Runs::kOld},
+    {"PieceBeyond32Bits", {ask(0xFFFFFFF0, 56)}, 0, 0, 3, kDownload, Runs::kOld},
+    {"PieceTooShort", {ask(0, 31)}, 0, 0, 3, kDownload, Runs::kOld},
+    {"PieceWithoutLength", {ask(0, 0)}, 0, 0, 3, kDownload, Runs::kOld},
+    {"PieceTooLong", {ask(0, 129)}, 0, 0, 3, kDownload, Runs::kOld},
     {"PieceOutOfItsTurn", {ask(150, 56)}},
-    {"PieceTwice", {{Kind::repeat, 0x15, 1, 1, 0, 0, 0}}},
-    {"PieceRequestCut", {cut(0x15, 5)}, 0, 0, 3, kDownload, Runs::old},
-    {"DataWithoutEnd", {endless(0x15)}, 0, 0x5A, 3, kDownload, Runs::old},
-    {"TransferFailed", {report(0x16, 0x02)}, 0, 0x57, 6, kIdle, Runs::second_only},
-    {"TransferNeverComplete", {stall(0x16)}, 0, 0x5A, 3, kIdle, Runs::old},
-    {"ResetAtTransferComplete", {reset(0x16)}, 0, 0x5A, 3, kIdle, Runs::old},
+    {"PieceTwice", {{Kind::kRepeat, 0x15, 1, 1, 0, 0, 0}}},
+    {"PieceRequestCut", {cut(0x15, 5)}, 0, 0, 3, kDownload, Runs::kOld},
+    {"DataWithoutEnd", {endless(0x15)}, 0, 0x5A, 3, kDownload, Runs::kOld},
+    {"TransferFailed", {report(0x16, 0x02)}, 0, 0x57, 6, kIdle, Runs::kSecondOnly},
+    {"TransferNeverComplete", {stall(0x16)}, 0, 0x5A, 3, kIdle, Runs::kOld},
+    {"ResetAtTransferComplete", {reset(0x16)}, 0, 0x5A, 3, kIdle, Runs::kOld},
     {"TransferCompleteTwice", {instead(0x17, 0x16)}},
-    {"UnknownRequest", {instead(0x16, 0x1F)}, 0, 0x5A, 3, kIdle, Runs::old},
-    {"VerifyBeforeTransferComplete", {instead(0x16, 0x17)}, 0, 0, 3, kDownload, Runs::old},
-    {"ApplyBeforeVerify", {instead(0x17, 0x18)}, 0, 0, 4, kVerify, Runs::old},
-    {"VerifyFailed", {report(0x17, 0x03)}, 0, 0x58, 6, kIdle, Runs::second_only},
-    {"NeverVerified", {stall(0x17)}, 0, 0x5A, 4, kIdle, Runs::old},
-    {"ApplyFailed", {report(0x18, 0x05)}, 0, 0x59, 6, kIdle, Runs::second_only},
+    {"UnknownRequest", {instead(0x16, 0x1F)}, 0, 0x5A, 3, kIdle, Runs::kOld},
+    {"VerifyBeforeTransferComplete", {instead(0x16, 0x17)}, 0, 0, 3, kDownload, Runs::kOld},
+    {"ApplyBeforeVerify", {instead(0x17, 0x18)}, 0, 0, 4, kVerify, Runs::kOld},
+    {"VerifyFailed", {report(0x17, 0x03)}, 0, 0x58, 6, kIdle, Runs::kSecondOnly},
+    {"NeverVerified", {stall(0x17)}, 0, 0x5A, 4, kIdle, Runs::kOld},
+    {"ApplyFailed", {report(0x18, 0x05)}, 0, 0x59, 6, kIdle, Runs::kSecondOnly},
     {"AppliedWithOtherActivation", {report(0x18, 0x01)}},
-    {"NeverApplied", {stall(0x18)}, 0, 0x5A, 5, kIdle, Runs::old},
+    {"NeverApplied", {stall(0x18)}, 0, 0x5A, 5, kIdle, Runs::kOld},
 };
 
 // The code of the cancellation does not take the place of the mark of the step that failed.
 const Scenario kEnd[] = {
-    {"CancelRefused", {report(0x16, 0x02), code(0x1C, 0x80)}, 0, 0x57, 3, kDownload, Runs::old},
+    {"CancelRefused", {report(0x16, 0x02), code(0x1C, 0x80)}, 0, 0x57, 3, kDownload, Runs::kOld},
     {"CancelBusyTwice",
      {report(0x16, 0x02), code(0x1C, 0x86, 1, 2)},
      0,
      0x57,
      6,
      kIdle,
-     Runs::second_only},
+     Runs::kSecondOnly},
     {"CancelBusyThrice",
      {report(0x16, 0x02), code(0x1C, 0x86, 1, 3)},
      0,
      0x57,
      3,
      kDownload,
-     Runs::old},
-    {"CancelUnanswered", {report(0x16, 0x02), silent(0x1C)}, 0, 0x57, 3, kDownload, Runs::old},
-    {"ActivationNotInUpdateMode", {code(0x1A, 0x80)}, 0, 0x80, 6, kReady, Runs::old},
-    {"ActivationInvalidState", {code(0x1A, 0x84)}, 0, 0x84, 6, kReady, Runs::old},
-    {"ActivationIncomplete", {code(0x1A, 0x85)}, 0, 0x85, 6, kReady, Runs::old},
-    {"ActivationNotRequired", {code(0x1A, 0x8B)}, 0, 0x8B, 6, kReady, Runs::old},
-    {"ActivationNotSelfContained", {code(0x1A, 0x8C)}, 0, 0x8C, 6, kReady, Runs::old},
-    {"ActivationOtherCode", {code(0x1A, 0x05)}, 0, 0x05, 6, kReady, Runs::old},
+     Runs::kOld},
+    {"CancelUnanswered", {report(0x16, 0x02), silent(0x1C)}, 0, 0x57, 3, kDownload, Runs::kOld},
+    {"ActivationNotInUpdateMode", {code(0x1A, 0x80)}, 0, 0x80, 6, kReady, Runs::kOld},
+    {"ActivationInvalidState", {code(0x1A, 0x84)}, 0, 0x84, 6, kReady, Runs::kOld},
+    {"ActivationIncomplete", {code(0x1A, 0x85)}, 0, 0x85, 6, kReady, Runs::kOld},
+    {"ActivationNotRequired", {code(0x1A, 0x8B)}, 0, 0x8B, 6, kReady, Runs::kOld},
+    {"ActivationNotSelfContained", {code(0x1A, 0x8C)}, 0, 0x8C, 6, kReady, Runs::kOld},
+    {"ActivationOtherCode", {code(0x1A, 0x05)}, 0, 0x05, 6, kReady, Runs::kOld},
     {"ActivationAskedAgain", {silent(0x1A)}},
     {"ActivationUnanswered",
      {silent(0x1A, 1, kAlways)},
@@ -243,7 +243,7 @@ const Scenario kEnd[] = {
      kRetriesExhausted,
      6,
      kReady,
-     Runs::old},
+     Runs::kOld},
     {"ActivationAnswerCut", {cut(0x1A, 5)}},
 };
 
@@ -263,8 +263,8 @@ TEST_P(FailedStep, LeavesResultMarkAndStateAndNothingElse) {
     EXPECT_EQ(report.mark, scenario.mark);
     EXPECT_EQ(report.state, scenario.state);
     EXPECT_EQ(device->state(), scenario.device);
-    const bool second = scenario.runs != Runs::old;
-    EXPECT_EQ(component_version(0), scenario.runs == Runs::both ? "new-1" : "old-1");
+    const bool second = scenario.runs != Runs::kOld;
+    EXPECT_EQ(component_version(0), scenario.runs == Runs::kBoth ? "new-1" : "old-1");
     EXPECT_EQ(component_version(1), second ? "new-2" : "old-2");
     EXPECT_EQ(device->active().text, second ? "NEW" : "OLD");
     if (HasFailure()) {
@@ -275,7 +275,7 @@ TEST_P(FailedStep, LeavesResultMarkAndStateAndNothingElse) {
 
 std::string scenario_name(const ::testing::TestParamInfo<std::tuple<Binding, Scenario>>& info) {
     const auto& [binding, scenario] = info.param;
-    return std::string(scenario.name) + (binding == Binding::smbus ? "OverSmbus" : "OverPcie");
+    return std::string(scenario.name) + (binding == Binding::kSmbus ? "OverSmbus" : "OverPcie");
 }
 
 /// A device that goes on asking for package data behind the last part: its request comes across
@@ -294,7 +294,7 @@ protected:
 
 TEST_F(StrayRequest, IsTakenForTheAnswerToPassComponentTableOverSmbus) {
     // The fifth request has handle 4, which stands where an answer has "not ready".
-    const UpdateReport report = update_over(Binding::smbus);
+    const UpdateReport report = update_over(Binding::kSmbus);
     EXPECT_EQ(report.update, 0);
     EXPECT_EQ(report.mark, 0x13);
     EXPECT_EQ(report.state, 6);
@@ -303,7 +303,7 @@ TEST_F(StrayRequest, IsTakenForTheAnswerToPassComponentTableOverSmbus) {
 }
 
 TEST_F(StrayRequest, IsRefusedInTheDownloadOverPcie) {
-    const UpdateReport report = update_over(Binding::pcie);
+    const UpdateReport report = update_over(Binding::kPcie);
     EXPECT_EQ(report.update, 0);
     EXPECT_EQ(report.mark, 0);
     EXPECT_EQ(report.state, 3);
@@ -312,7 +312,7 @@ TEST_F(StrayRequest, IsRefusedInTheDownloadOverPcie) {
     EXPECT_EQ(device->active().text, "OLD");
 }
 
-const auto kBindings = ::testing::Values(Binding::smbus, Binding::pcie);
+const auto kBindings = ::testing::Values(Binding::kSmbus, Binding::kPcie);
 
 INSTANTIATE_TEST_SUITE_P(Inventory, FailedStep,
                          ::testing::Combine(kBindings, ::testing::ValuesIn(kInventory)),

@@ -97,9 +97,9 @@ void UpdateRun::open_card(Binding binding, const std::string& firmware_keys) {
 }
 
 void UpdateRun::open_card_with(Binding binding, const std::string& firmware) {
-    open_place(binding == Binding::pcie ? R"("transport": "pcie", "bdf": "81:00.0", "eid": 9,
+    open_place(binding == Binding::kPcie ? R"("transport": "pcie", "bdf": "81:00.0", "eid": 9,
                         "card": {"vendor_id": "0x15b3", "flags": "0x20000"})"
-                                        : R"("bus": 2, "address": "0x64",
+                                         : R"("bus": 2, "address": "0x64",
                         "card": {"bdf": "81:00.0", "vendor_id": "0x15b3", "flags": "0x10000"})",
                firmware);
 }

@@ -15,7 +15,7 @@
 
 namespace board_test {
 
-enum class Binding { smbus, pcie };
+enum class Binding { kSmbus, kPcie };
 
 /// What a service sees of one check and the update that follows where it passes.
 struct UpdateReport {

@@ -30,8 +30,8 @@ protected:
         EXPECT_EQ(report.check, 0) << report.log;
         EXPECT_EQ(report.update, 0) << report.out;
         EXPECT_EQ(report.state, 6);
-        EXPECT_EQ(device->state(), FirmwareState::idle);
-        EXPECT_EQ(device->reason(), sim::fw_activated);
+        EXPECT_EQ(device->state(), FirmwareState::kIdle);
+        EXPECT_EQ(device->reason(), sim::kFwActivated);
         EXPECT_EQ(device->active().text, "NEW");
         EXPECT_EQ(component_version(0), "new-1");
         EXPECT_EQ(component_version(1), "new-2");
@@ -56,8 +56,8 @@ TEST_P(Update, PiecesAreOfTheSizeThatTheDeviceTableHas) {
     provide(card_package());
     update();
     // 300 and 200 bytes in pieces of 56 over SMBus, of 128 over PCIe.
-    const uint64_t pieces = GetParam() == Binding::smbus ? 6 + 4 : 3 + 2;
-    EXPECT_EQ(device->count(sim::fw_request_firmware_data), pieces);
+    const uint64_t pieces = GetParam() == Binding::kSmbus ? 6 + 4 : 3 + 2;
+    EXPECT_EQ(device->count(sim::kFwRequestFirmwareData), pieces);
 }
 
 TEST_P(Update, SecondPackageReplacesTheFirst) {
@@ -101,7 +101,7 @@ TEST_P(Update, MetadataOfTheDeviceIsFetchedInParts) {
     open_device(R"(, "metadata": "000102030405060708090a0b0c0d0e0f", "metadata_part_size": 6)");
     provide(card_package());
     expect_updated(update());
-    EXPECT_EQ(device->count(sim::fw_get_device_meta_data), 3U);
+    EXPECT_EQ(device->count(sim::kFwGetDeviceMetaData), 3U);
 }
 
 TEST_P(Update, DeviceOfAnotherKindIsFoundOut) {
@@ -113,7 +113,7 @@ TEST_P(Update, DeviceOfAnotherKindIsFoundOut) {
     EXPECT_EQ(report.check, -1);
     EXPECT_NE(report.out.find("-------------non match desc----------\n"), std::string::npos);
     EXPECT_NE(report.log.find("1th record don't match\n"), std::string::npos);
-    EXPECT_EQ(device->count(sim::fw_request_update), 0U);
+    EXPECT_EQ(device->count(sim::kFwRequestUpdate), 0U);
 }
 
 TEST_P(Update, ThirdOfThreeRecordsMatches) {
@@ -144,7 +144,7 @@ TEST_P(Update, QueryChangesNothing) {
                               "FD pending component version : \n"
                               "Image component version : PKG\n"),
               std::string::npos);
-    EXPECT_EQ(device->count(sim::fw_request_update), 0U);
+    EXPECT_EQ(device->count(sim::kFwRequestUpdate), 0U);
     EXPECT_EQ(device->active().text, "OLD");
 }
 
@@ -161,10 +161,10 @@ TEST_P(Update, OnlyNewerDeviceIsForced) {
     EXPECT_NE(refused.out.find("Component will no be updated, response code: 0x1,\n"),
               std::string::npos);
     EXPECT_EQ(device->active().text, "OLD");
-    EXPECT_EQ(device->state(), FirmwareState::ready_xfer);
+    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer);
     // The device is in update mode still: the next update makes it leave that, and ends there.
     EXPECT_EQ(update(PLDM_FW_FLAG_FORCE).update, -1);
-    EXPECT_EQ(device->state(), FirmwareState::idle);
+    EXPECT_EQ(device->state(), FirmwareState::kIdle);
     expect_updated(update(PLDM_FW_FLAG_FORCE));
 }
 
@@ -178,7 +178,7 @@ TEST_P(Update, ComponentThatIsNotForTheDeviceIsLeftOut) {
     EXPECT_EQ(report.state, 6);
     EXPECT_EQ(component_version(0), "old-1");
     EXPECT_EQ(component_version(1), "new-2");
-    EXPECT_EQ(device->count(sim::fw_pass_component_table), 1U);
+    EXPECT_EQ(device->count(sim::kFwPassComponentTable), 1U);
 }
 
 TEST_P(Update, ImageThatIsCutOffIsSentWithZerosInItsPlace) {
@@ -206,7 +206,7 @@ TEST_P(Update, PackageThatCannotBeParsedTouchesNoDevice) {
     const UpdateReport report = update();
     EXPECT_EQ(report.check, -1);
     EXPECT_NE(report.log.find("NIC FW image parse fail\n"), std::string::npos);
-    EXPECT_EQ(device->count(sim::fw_query_device_identifiers), 0U);
+    EXPECT_EQ(device->count(sim::kFwQueryDeviceIdentifiers), 0U);
 }
 
 TEST_P(Update, WithoutPcieSessionThereIsNone) {
@@ -217,7 +217,7 @@ TEST_P(Update, WithoutPcieSessionThereIsNone) {
     EXPECT_EQ(report.check, 0);
     EXPECT_EQ(report.update, -1);
     EXPECT_NE(report.out.find("failed to open libmctp_qbex_ctx\n"), std::string::npos);
-    EXPECT_EQ(device->count(sim::fw_request_update), 0U);
+    EXPECT_EQ(device->count(sim::kFwRequestUpdate), 0U);
 }
 
 TEST_P(Update, PowerIsNeeded) {
@@ -249,7 +249,7 @@ TEST_F(GraphicsCard, IsUpdatedInPiecesOf32Bytes) {
     EXPECT_EQ(device->active().text, "NEW");
     EXPECT_EQ(bytes_of(device->image(0)), image_of(1, 300));
     EXPECT_EQ(bytes_of(device->image(1)), image_of(2, 200));
-    EXPECT_EQ(device->count(sim::fw_request_firmware_data), 10U + 7U);
+    EXPECT_EQ(device->count(sim::kFwRequestFirmwareData), 10U + 7U);
 }
 
 TEST_F(GraphicsCard, EachFailureOfTheCheckHasAResultOfItsOwn) {
@@ -257,7 +257,7 @@ TEST_F(GraphicsCard, EachFailureOfTheCheckHasAResultOfItsOwn) {
     board->set_main_power(false);
     EXPECT_EQ(update(0, pldm_check_GPU_firmware_image).check, -2);
     board->set_main_power(true);
-    device->set_faults({{sim::FirmwareFault::Kind::no_answer, 0x01, 1, 1, 0, 0, 0}});
+    device->set_faults({{sim::FirmwareFault::Kind::kNoAnswer, 0x01, 1, 1, 0, 0, 0}});
     EXPECT_EQ(update(0, pldm_check_GPU_firmware_image).check, -7);
     package.identifier[0] = 0;
     provide(package);
@@ -265,10 +265,10 @@ TEST_F(GraphicsCard, EachFailureOfTheCheckHasAResultOfItsOwn) {
 }
 
 std::string binding_name(Binding binding) {
-    return binding == Binding::smbus ? "Smbus" : "Pcie";
+    return binding == Binding::kSmbus ? "Smbus" : "Pcie";
 }
 
-INSTANTIATE_TEST_SUITE_P(Card, Update, ::testing::Values(Binding::smbus, Binding::pcie),
+INSTANTIATE_TEST_SUITE_P(Card, Update, ::testing::Values(Binding::kSmbus, Binding::kPcie),
                          [](const auto& info) { return binding_name(info.param); });
 
 }  // namespace

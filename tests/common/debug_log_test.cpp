@@ -227,7 +227,7 @@ TEST_F(DebugLog, NoFailureOfAFileCallReachesTheCaller) {
     for (const char* call :
          {"access", "open", "fdopen", "flock", "fflush", "fstat", "fclose", "unlink", "rename"}) {
         make_log(131072);
-        libc.fail = {{call, libc.EVERY}};
+        libc.fail = {{call, libc.kEvery}};
         debug_log("message\n");
         EXPECT_EQ(libc.open_streams(), 0u) << call;
         EXPECT_EQ(libc.open_descriptors(), 0u) << call;

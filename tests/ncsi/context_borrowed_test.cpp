@@ -47,7 +47,7 @@ std::string request(const char* type, const char* channel, const std::string& le
 }
 
 const std::vector<Command>& commands() {
-    static const std::vector<Command> all = {
+    static const std::vector<Command> kAll = {
         {"GetLinkStatus",
          ncsi_get_link_status,
          {request("0a", "42", "00", "")},
@@ -88,7 +88,7 @@ const std::vector<Command>& commands() {
          {"00 00 81 19 00 13 02 00 00 00 00 3d"},
          61},
     };
-    return all;
+    return kAll;
 }
 
 class NcsiBorrowed : public test::PlatformTest, public testing::WithParamInterface<size_t> {

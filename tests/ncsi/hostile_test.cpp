@@ -45,9 +45,9 @@ int32_t oem_discovery(ncsi_channel* channel) {
 }
 
 const std::vector<Command>& commands() {
-    static const Bytes preboot = hex("00 00 11 3d 00 1c 00 04 00 00 00 00 5a 00 f1 23");
-    static const Bytes tlv = hex("00 00 81 19 00 00 23 00 00 00 f1 00 03 00 02 21 67 5a 12 34");
-    static const std::vector<Command> all = {
+    static const Bytes kPreboot = hex("00 00 11 3d 00 1c 00 04 00 00 00 00 5a 00 f1 23");
+    static const Bytes kTlv = hex("00 00 81 19 00 00 23 00 00 00 f1 00 03 00 02 21 67 5a 12 34");
+    static const std::vector<Command> kAll = {
         {"GetLinkStatus",
          0x0A,
          0x42,
@@ -58,16 +58,16 @@ const std::vector<Command>& commands() {
         {"SelectPackage", 0x01, 0x5F, {Bytes{}}, {20}, 0, select_package},
         {"DeselectPackage", 0x02, 0x5F, {Bytes{}}, {20}, 0, deselect_package},
         {"OemDiscovery", 0x00, 0x00, {Bytes{}}, {20}, 0, oem_discovery, true},
-        {"GetPreboot", 0x50, 0x42, {preboot}, {36}, 0, ncsi_oem_brcm_get_preboot_server_config},
+        {"GetPreboot", 0x50, 0x42, {kPreboot}, {36}, 0, ncsi_oem_brcm_get_preboot_server_config},
         {"SetPreboot",
          0x50,
          0x42,
-         {preboot, {}},
+         {kPreboot, {}},
          {36, 20},
          0,
          ncsi_oem_brcm_set_preboot_server_config},
-        {"GetCardTlv", 0x50, 0x5F, {tlv}, {40}, 0, ncsi_oem_mx_get_card_tlv_info},
-        {"SetCardTlv", 0x50, 0x5F, {tlv, {}}, {40, 20}, 0, ncsi_oem_mx_set_card_tlv_info},
+        {"GetCardTlv", 0x50, 0x5F, {kTlv}, {40}, 0, ncsi_oem_mx_get_card_tlv_info},
+        {"SetCardTlv", 0x50, 0x5F, {kTlv, {}}, {40, 20}, 0, ncsi_oem_mx_set_card_tlv_info},
         {"GetPfMac",
          0x50,
          0x42,
@@ -83,7 +83,7 @@ const std::vector<Command>& commands() {
          61,
          ncsi_oem_mx_get_temperature},
     };
-    return all;
+    return kAll;
 }
 
 /// A caller's context between canaries.
@@ -321,7 +321,7 @@ TEST_P(NcsiHostile, EveryPlatformCallThatFailsGivesTheOrdinaryErrorAndFreesTheLo
 
 TEST_P(NcsiHostile, BlocksWithEachBitFlippedNeverLeaveTheBuffersOrKeepALock) {
     const Bytes good_block = test::block(
-        test::packet(0x08, 0x1D, test::SOM | test::EOM | 1, Bytes{0x02} + command().response(0)));
+        test::packet(0x08, 0x1D, test::kSom | test::kEom | 1, Bytes{0x02} + command().response(0)));
     for (size_t bit = 0; bit < good_block.size() * 8; bit++) {
         SCOPED_TRACE(bit);
         port().reset();

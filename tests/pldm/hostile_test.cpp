@@ -48,9 +48,9 @@ private:
 
 /// What is particular about a command.
 enum Trait : unsigned {
-    KEEPS_REQUEST = 1,  ///< never releases it
-    LEAVES_SOME = 2,    ///< may have stored something before it fails
-    WALKS = 4,          ///< goes on as long as there are answers
+    kKeepsRequest = 1,  ///< never releases it
+    kLeavesSome = 2,    ///< may have stored something before it fails
+    kWalks = 4,         ///< goes on as long as there are answers
 };
 
 /// One command of the library with an answer that it takes.
@@ -73,7 +73,7 @@ constexpr const char* kStatePdr =
     "02 00 03 00 00 00 01 01 00 01 03";
 
 const std::vector<Command>& commands() {
-    static const std::vector<Command> all = {
+    static const std::vector<Command> kAll = {
         {"GetTID",
          "00 00 02 00 2a",
          5,
@@ -88,7 +88,7 @@ const std::vector<Command>& commands() {
          1,
          -1,
          [](Caller& c) { return pldm_get_version(c.ctx(), 2); },
-         LEAVES_SOME},
+         kLeavesSome},
         {"GetPLDMTypes",
          "00 00 04 00 3d 00 00 00 00 00 00 80",
          12,
@@ -125,7 +125,7 @@ const std::vector<Command>& commands() {
          1,
          -112,
          [](Caller& c) { return pldm_set_state_sensor_enable(c.ctx(), 7, 2, 0, 1); },
-         KEEPS_REQUEST},
+         kKeepsRequest},
         {"GetStateSensorReadings",
          "00 02 21 00 03 01 01 02 03 02 04 05 06 00 07 08 09",
          17,
@@ -167,7 +167,7 @@ const std::vector<Command>& commands() {
          2,
          -1,
          [](Caller& c) { return pldm_get_full_pdr(c.ctx(), 1, c.record()); },
-         LEAVES_SOME},
+         kLeavesSome},
         {"GetPDR of all records",
          kStatePdr,
          42,
@@ -175,9 +175,9 @@ const std::vector<Command>& commands() {
          2,
          255,
          [](Caller& c) { return pldm_PDR_traversal(c.ctx()); },
-         WALKS},
+         kWalks},
     };
-    return all;
+    return kAll;
 }
 
 class PldmHostile : public test::PlatformTest, public ::testing::WithParamInterface<size_t> {
@@ -197,11 +197,11 @@ protected:
         const int32_t result = test::run([&] { return command().call(caller); }).result;
         EXPECT_TRUE(caller.intact());
         EXPECT_TRUE(result == 0 || allowed(result)) << result;
-        EXPECT_EQ(libc.live_blocks(), blocks + (command().has(KEEPS_REQUEST) ? 1 : 0));
-        if (result != 0 && !command().has(LEAVES_SOME)) {
+        EXPECT_EQ(libc.live_blocks(), blocks + (command().has(kKeepsRequest) ? 1 : 0));
+        if (result != 0 && !command().has(kLeavesSome)) {
             EXPECT_EQ(caller.delivered(), before);
         }
-        EXPECT_LE(endpoint.calls.size(), command().has(WALKS) ? answers.size() + 1 : 7);
+        EXPECT_LE(endpoint.calls.size(), command().has(kWalks) ? answers.size() + 1 : 7);
         return result;
     }
 
@@ -209,7 +209,7 @@ protected:
     void offer_block(const Bytes& block);
 
     Bytes good_block() const {
-        return test::block(test::packet(0x08, 0x1D, test::SOM | test::EOM | 1,
+        return test::block(test::packet(0x08, 0x1D, test::kSom | test::kEom | 1,
                                         Bytes{1} + test::hex(command().good)));
     }
 

@@ -365,7 +365,7 @@ protected:
 
 TEST_F(PldmOverSmbus, GetTidExchangesOnePacketEachWay) {
     test::port().queue(
-        {test::packet(0x08, 0x1D, test::SOM | test::EOM | 1, test::hex("01 00 00 02 00 2a"))});
+        {test::packet(0x08, 0x1D, test::kSom | test::kEom | 1, test::hex("01 00 00 02 00 2a"))});
     const Outcome outcome = test::run([&] { return pldm_get_tid(&ctx); });
     EXPECT_EQ(outcome.result, 0);
     EXPECT_EQ(ctx.tid, 0x2A);
@@ -409,7 +409,7 @@ TEST_F(PldmOverSmbus, ALongAnswerIsPutTogetherFromItsPackets) {
 }
 
 TEST_F(PldmOverSmbus, ReceiveAndSendUseTheBoundEndpoint) {
-    test::port().queue({test::packet(0x08, 0x1D, test::SOM | test::EOM | test::TO | 2,
+    test::port().queue({test::packet(0x08, 0x1D, test::kSom | test::kEom | test::kTo | 2,
                                      test::hex("01 85 05 15 00"))});
     Bytes buffer(16, 0xEE);
     EXPECT_EQ(ctx.recv_op(&ctx, 16, buffer.data()), 0);

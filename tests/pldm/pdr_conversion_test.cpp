@@ -184,11 +184,11 @@ TEST(ReadingConversion, ANullRecordIsNotUsable) {
 // ---- The reference: the same by integer arithmetic, after IEEE 754
 // -------------------------------
 
-enum class Kind { FINITE, INFINITE, NAN_ };
+enum class Kind { kFinite, kInfinite, kNan };
 
 /// A number as sign, mantissa and exponent: mantissa x 2^exponent.
 struct Number {
-    Kind kind = Kind::FINITE;
+    Kind kind = Kind::kFinite;
     bool negative = false;
     uint64_t mantissa = 0;
     int exponent = 0;
@@ -203,12 +203,12 @@ Number unpack(float value) {
     const uint32_t fraction = bits & 0x7FFFFF;
     const bool negative = bits >> 31 != 0;
     if (exponent == 0xFF) {
-        return {fraction != 0 ? Kind::NAN_ : Kind::INFINITE, negative, 0, 0};
+        return {fraction != 0 ? Kind::kNan : Kind::kInfinite, negative, 0, 0};
     }
     if (exponent == 0) {
-        return {Kind::FINITE, negative, fraction, -149};
+        return {Kind::kFinite, negative, fraction, -149};
     }
-    return {Kind::FINITE, negative, fraction | 0x800000, exponent - 150};
+    return {Kind::kFinite, negative, fraction | 0x800000, exponent - 150};
 }
 
 /// Rounds to 24 bits, halfway cases to the even one.
@@ -307,23 +307,23 @@ int64_t narrow(uint32_t reading, uint8_t data_size) {
 
 uint8_t reference(uint8_t data_size, uint32_t raw_reading, float resolution, float offset) {
     const int64_t value = narrow(raw_reading, data_size);
-    Number reading{Kind::FINITE, value < 0, static_cast<uint64_t>(value < 0 ? -value : value), 0};
+    Number reading{Kind::kFinite, value < 0, static_cast<uint64_t>(value < 0 ? -value : value), 0};
     round_to_single(reading);
     const Number factor = unpack(resolution);
     const Number addend = unpack(offset);
     Number product{factor.kind, reading.negative != factor.negative,
                    reading.mantissa * factor.mantissa, reading.exponent + factor.exponent};
-    if (factor.kind == Kind::INFINITE && value == 0) {
-        product.kind = Kind::NAN_;
+    if (factor.kind == Kind::kInfinite && value == 0) {
+        product.kind = Kind::kNan;
     }
-    if (product.kind == Kind::NAN_ || addend.kind == Kind::NAN_) {
+    if (product.kind == Kind::kNan || addend.kind == Kind::kNan) {
         return 0;
     }
-    if (product.kind == Kind::INFINITE && addend.kind == Kind::INFINITE) {
+    if (product.kind == Kind::kInfinite && addend.kind == Kind::kInfinite) {
         return product.negative || addend.negative ? 0 : 0xFF;
     }
-    if (product.kind == Kind::INFINITE || addend.kind == Kind::INFINITE) {
-        return (product.kind == Kind::INFINITE ? product : addend).negative ? 0 : 0xFF;
+    if (product.kind == Kind::kInfinite || addend.kind == Kind::kInfinite) {
+        return (product.kind == Kind::kInfinite ? product : addend).negative ? 0 : 0xFF;
     }
     return low_byte(add(product, addend));
 }

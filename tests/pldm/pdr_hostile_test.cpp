@@ -92,14 +92,14 @@ int32_t PdrHostile::fetch(const Bytes& raw) {
 }
 
 const std::vector<Bytes>& good_records() {
-    static const std::vector<Bytes> all = {
+    static const std::vector<Bytes> kAll = {
         test::numeric_pdr(0, 0),
         test::numeric_pdr(3, 2),
         test::numeric_pdr(5, 6),
         test::state_pdr({{1, {3}}, {18, {1, 2, 3}}, {257, Bytes(20, 0x55)}}),
         test::state_pdr({}),
     };
-    return all;
+    return kAll;
 }
 
 TEST_F(PdrHostile, RecordsTruncatedAtEveryByteAreRefusedOrPaddedWithZeros) {

@@ -272,7 +272,7 @@ protected:
         count = 0;
         ctx.transfer_op = [](pldm_ctx* target, uint32_t, int32_t capacity, uint8_t*,
                              uint8_t* response) {
-            const Bytes answer = count < ASKED_MAX ? answer_of(count) : Bytes();
+            const Bytes answer = count < kAskedMax ? answer_of(count) : Bytes();
             ++count;
             target->response_length = std::min(static_cast<int32_t>(answer.size()), capacity);
             std::copy_n(answer.begin(), target->response_length, response);
@@ -290,12 +290,12 @@ protected:
         return answer;
     }
     static Bytes too_long() {
-        static const Bytes answer = pdr_answer(Bytes(129), {.next_record = 7});
-        return answer;
+        static const Bytes kAnswer = pdr_answer(Bytes(129), {.next_record = 7});
+        return kAnswer;
     }
     static Bytes refused(uint8_t code) { return {0x00, 0x02, 0x51, code}; }
 
-    static constexpr unsigned ASKED_MAX = PLDM_PDR_RECORDS_MAX + 10000;
+    static constexpr unsigned kAskedMax = PLDM_PDR_RECORDS_MAX + 10000;
     const Texts endless{"pldm_PDR_traversal, no last record among 65536\n"};
     unsigned asked = 0;
 };

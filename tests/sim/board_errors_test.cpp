@@ -29,7 +29,7 @@ std::string told_of_device(const std::string& keys) {
 )" + keys + "}]}");
 }
 
-const std::string device = R"("name": "d", "type": "pldm", "bus": 2, "address": "0x30")";
+const std::string kDevice = R"("name": "d", "type": "pldm", "bus": 2, "address": "0x30")";
 
 double seconds_of(const std::function<void()>& work) {
     const auto start = std::chrono::steady_clock::now();
@@ -43,19 +43,19 @@ TEST(BoardErrors, AMisspeltKeyIsToldInsteadOfTheMissingOne) {
               "b:4: devices[0].adress: no such key; did you mean address?");
     EXPECT_EQ(told_of_device(R"("name": "d", "tpye": "pldm", "bus": 2, "address": "0x30")"),
               "b:3: devices[0].tpye: no such key; did you mean type?");
-    EXPECT_EQ(told_of_device(device + R"(, "lenient_eon": true)"),
+    EXPECT_EQ(told_of_device(kDevice + R"(, "lenient_eon": true)"),
               "b:3: devices[0].lenient_eon: no such key; did you mean lenient_eom?");
 }
 
 TEST(BoardErrors, AMisspeltKeyIsToldWhereReadingEndsEarly) {
-    EXPECT_EQ(told_of_device(device + R"(, "faults": [{"knd": "late", "delay_us": 5}])"),
+    EXPECT_EQ(told_of_device(kDevice + R"(, "faults": [{"knd": "late", "delay_us": 5}])"),
               "b:3: devices[0].faults[0].knd: no such key; did you mean kind?");
 }
 
 TEST(BoardErrors, AKeyThatIsLikeNoneIsNotGuessedAt) {
-    EXPECT_EQ(told_of_device(device + R"(, "colour": 1)"), "b:3: devices[0].colour: no such key");
+    EXPECT_EQ(told_of_device(kDevice + R"(, "colour": 1)"), "b:3: devices[0].colour: no such key");
     // "eid" is there: nobody meant it.
-    EXPECT_EQ(told_of_device(device + R"(, "eid": 9, "eidd": 1)").find("did you mean eid?"),
+    EXPECT_EQ(told_of_device(kDevice + R"(, "eid": 9, "eidd": 1)").find("did you mean eid?"),
               std::string::npos);
 }
 
@@ -92,7 +92,7 @@ TEST(BoardErrors, AllOfAFileComeAtOnceInTheOrderOfTheirLines) {
 
 TEST(BoardErrors, OfEveryKindOfDeviceAreCollected) {
     EXPECT_EQ(
-        told_of_device(device + R"(,
+        told_of_device(kDevice + R"(,
 "sensors": [{"kind": "numeric", "id": 1, "data_size": 9, "wavefrom": {"shape": "constant", "value": 1}},
  {"kind": "state", "id": 70000, "composites": [{"state_set": 0, "states": []}]}],
 "fru": {"records": [{"fields": [{"type": "model"}]}], "part_sise": 3},
@@ -127,7 +127,7 @@ TEST(BoardErrors, WhatFollowsFromAnErrorIsNoneOfItsOwn) {
     // The address that could not be read is not 0x10, nor is the bus of a number that is none bus
     // 0.
     EXPECT_EQ(
-        told_of_device(device + "}, {" + R"("name": "e", "type": "pldm", "bus": 2, "address": 5}, {
+        told_of_device(kDevice + "}, {" + R"("name": "e", "type": "pldm", "bus": 2, "address": 5}, {
 "name": "f", "type": "pldm", "bus": 2, "address": "0x10")"),
         "b:3: devices[1].address: must be a whole number from 16 to 238");
     EXPECT_EQ(told(R"({"name": "t", "buses": [{"bus": "one"}],
@@ -137,8 +137,9 @@ TEST(BoardErrors, WhatFollowsFromAnErrorIsNoneOfItsOwn) {
 
 TEST(BoardErrors, BehindTheTwentiethAreCountedOnly) {
     std::string keys;
-    for (int i = 0; i < 25; ++i)
+    for (int i = 0; i < 25; ++i) {
         keys += ",\n\"unknown" + std::to_string(i) + "\": 0";
+    }
     const std::string all = told(R"({"name": "t", "buses": [{"bus": 1}])" + keys + "}");
     EXPECT_EQ(std::ranges::count(all, '\n'), 20);
     EXPECT_NE(all.find("\nb:21: unknown19: no such key\n"), std::string::npos) << all;
@@ -146,7 +147,7 @@ TEST(BoardErrors, BehindTheTwentiethAreCountedOnly) {
 }
 
 TEST(BoardErrors, KeysThatStandTwiceAreToldWithTheirPlace) {
-    EXPECT_EQ(told_of_device(device + R"(,
+    EXPECT_EQ(told_of_device(kDevice + R"(,
 "eid": 9, "card": {"vendor_id": 1, "bdf": "41:00.0",
 "vendor_id": 2}, "eid": 10)"),
               "b:5: devices[0].card.vendor_id: appears twice in one object\n"
@@ -156,8 +157,8 @@ TEST(BoardErrors, KeysThatStandTwiceAreToldWithTheirPlace) {
 TEST(BoardErrors, ControlCharactersOfAFileAreShownInHex) {
     EXPECT_EQ(told("{\"name\": \"t\", \"buses\": [{\"bus\": 1}], \"\\u001b[2J\\n\xC2\x9B\": 1}"),
               "b:1: \\x1b[2J\\x0a\\xc2\\x9b: no such key");
-    EXPECT_EQ(told_of_device(device + "}, {\"name\": \"e\", \"type\": \"pldm\", \"bus\": 2, "
-                                      "\"address\": \"0x32\", \"\xC3\xBC\x7F\": 1"),
+    EXPECT_EQ(told_of_device(kDevice + "}, {\"name\": \"e\", \"type\": \"pldm\", \"bus\": 2, "
+                                       "\"address\": \"0x32\", \"\xC3\xBC\x7F\": 1"),
               "b:3: devices[1].\xC3\xBC\\x7f: no such key");
     // A lone C1 byte is no UTF-8: the JSON parser quotes it.
     const std::string lone = told(
@@ -177,8 +178,9 @@ void replace_each_value(const std::string& text, Try attempt) {
     constexpr size_t kStride = 5;
     size_t count = 0;
     for (size_t at = text.find("\": "); at != std::string::npos; at = text.find("\": ", at + 1)) {
-        if (count++ % kStride != 0)
+        if (count++ % kStride != 0) {
             continue;
+        }
         const size_t begin = at + 3;
         const bool is_word = text[begin] != '{' && text[begin] != '[';
         // An array or an object stays behind a key that nobody knows.
@@ -212,15 +214,17 @@ TEST(BoardErrors, DeepNestingIsRefused) {
     const std::string keys = "{\"name\": \"t\", \"buses\": [{\"bus\": 1}],\n\"devices\": ";
     EXPECT_EQ(told(keys + std::string(1'000'000, '[')), "b:2: nested too deeply");
     std::string objects;
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; i < 1000; ++i) {
         objects += "{\"a\":";
+    }
     EXPECT_EQ(told(objects), "b:1: nested too deeply");
 }
 
 TEST(BoardErrors, AMegabyteOfKeysIsReadInSeconds) {
     std::string text = R"({"name": "t", "buses": [{"bus": 1}])";
-    for (int i = 0; text.size() < 1'000'000; ++i)
+    for (int i = 0; text.size() < 1'000'000; ++i) {
         text += ",\n\"k" + std::to_string(i) + "\": 0";
+    }
     std::string all;
     EXPECT_LT(seconds_of([&] { all = told(text + "}"); }), 10.0);
     EXPECT_NE(all.find("b:2: k0: no such key"), std::string::npos) << all.substr(0, 200);
@@ -228,8 +232,9 @@ TEST(BoardErrors, AMegabyteOfKeysIsReadInSeconds) {
 
 TEST(BoardErrors, AMegabyteOfRepeatedKeysIsReadInSeconds) {
     std::string text = R"({"name": "t", "buses": [{"bus": 1}])";
-    while (text.size() < 1'000'000)
+    while (text.size() < 1'000'000) {
         text += ",\n\"name\": 0";
+    }
     std::string all;
     EXPECT_LT(seconds_of([&] { all = told(text + "}"); }), 10.0);
     EXPECT_EQ(all.find("b:2: name: appears twice in one object"), 0u) << all.substr(0, 200);
@@ -237,21 +242,23 @@ TEST(BoardErrors, AMegabyteOfRepeatedKeysIsReadInSeconds) {
 
 TEST(BoardErrors, RecordsAndDevicesHaveABound) {
     std::string records;
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 200; ++i) {
         records += (i == 0 ? "" : ",") + std::string(R"({"type": 1, "length": 65545})");
-    EXPECT_NE(told_of_device(device + R"(, "pdrs": [)" + records + "]")
+    }
+    EXPECT_NE(told_of_device(kDevice + R"(, "pdrs": [)" + records + "]")
                   .find("is more than the repository holds, 4194304 bytes"),
               std::string::npos);
     std::string devices = "{}";
-    for (int i = 0; i < 1024; ++i)
+    for (int i = 0; i < 1024; ++i) {
         devices += ",{}";
+    }
     EXPECT_EQ(told(R"({"name": "t", "buses": [{"bus": 1}], "devices": [)" + devices + "]}"),
               "b:1: devices: must have at most 1024 devices");
 }
 
 TEST(BoardErrors, ComeFromAFaultAsWell) {
     sim::BoardError error;
-    auto board = sim::Board::parse(board_with("{" + device + "}"), error);
+    auto board = sim::Board::parse(board_with("{" + kDevice + "}"), error);
     ASSERT_TRUE(board) << error.message("b");
     EXPECT_FALSE(board->add_fault("d", R"({"kind": "late", "delay": 5, "evry": 1})", error));
     EXPECT_EQ(error.message("f"),

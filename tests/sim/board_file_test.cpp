@@ -13,8 +13,9 @@ namespace {
 /// Parses a text that must be refused. @return "line: key: text"
 std::string refusal(const std::string& text) {
     sim::BoardError error;
-    if (sim::Board::parse(text, error))
+    if (sim::Board::parse(text, error)) {
         return "accepted";
+    }
     return std::to_string(error.line) + ": " + error.key + ": " + error.text;
 }
 
@@ -50,11 +51,11 @@ TEST(BoardFile, BuiltInBoardIsComplete) {
     EXPECT_EQ(all[2].type, "replay");
     EXPECT_EQ(all[3].type, "bus_owner");
     EXPECT_EQ(all[4].type, "mpio");
-    EXPECT_EQ(all[4].transport, sim::Transport::pcie);
+    EXPECT_EQ(all[4].transport, sim::Transport::kPcie);
     EXPECT_EQ(all[5].bdf, (std::array<uint8_t, 3>{0x47, 0, 0}));
     EXPECT_EQ(all[6].bdf, (std::array<uint8_t, 3>{0xC1, 0, 1}));
     EXPECT_EQ(all[7].type, "bus_owner");
-    EXPECT_EQ(all[7].transport, sim::Transport::pcie);
+    EXPECT_EQ(all[7].transport, sim::Transport::kPcie);
     EXPECT_EQ(all[8].name, "nic1");
     EXPECT_EQ(all[9].type, "ncsi");
     EXPECT_TRUE(board->ncsi("ncsi0"));
@@ -67,12 +68,14 @@ TEST(BoardFile, BuiltInBoardIsComplete) {
     EXPECT_EQ(board->mpio_state(), PLT_MPIO_WANTED);
     int numeric = 0;
     int state = 0;
-    for (const sim::SensorInfo& sensor : all[0].sensors)
-        ++(sensor.kind == sim::SensorInfo::Kind::numeric ? numeric : state);
+    for (const sim::SensorInfo& sensor : all[0].sensors) {
+        ++(sensor.kind == sim::SensorInfo::Kind::kNumeric ? numeric : state);
+    }
     EXPECT_GE(numeric, 4);
     EXPECT_GE(state, 2);
-    for (const sim::BusStatistics& bus : board->bus_statistics())
+    for (const sim::BusStatistics& bus : board->bus_statistics()) {
         EXPECT_EQ(bus.clock_hz, bus.bus == 3 ? 400'000u : 100'000u);
+    }
 }
 
 TEST(BoardFile, CardsHaveAPlaceOfTheirOwn) {
@@ -92,7 +95,7 @@ TEST(BoardFile, AddressingKeysReachTheEndpoint) {
                                    error);
     ASSERT_TRUE(board) << error.message("board");
     const sim::EndpointInfo& info = board->endpoints().at(0);
-    EXPECT_EQ(info.transport, sim::Transport::i2c);
+    EXPECT_EQ(info.transport, sim::Transport::kI2c);
     EXPECT_EQ(info.bus, 3);
     EXPECT_EQ(info.address, 0x64);
     EXPECT_EQ(info.unit_size, 96);
@@ -161,10 +164,11 @@ TEST(BoardFile, BusErrors) {
 
 TEST(BoardFile, ChainOfMultiplexersHasALimit) {
     std::string muxes = R"({"address": "0xe0"})";
-    for (int i = 1; i <= 4; ++i)
+    for (int i = 1; i <= 4; ++i) {
         muxes += ",\n{\"address\": " + std::to_string(0xE0 + 2 * i) +
                  ", \"behind\": {\"address\": " + std::to_string(0xE0 + 2 * i - 2) +
                  ", \"channel\": 0}}";
+    }
     EXPECT_EQ(refusal("{\"name\": \"x\", \"buses\": [{\"bus\": 1, \"muxes\": [" + muxes + "]}]}"),
               "5: buses[0].muxes[4].behind: makes a chain of more than 4 multiplexers");
 }

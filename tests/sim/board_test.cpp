@@ -7,12 +7,15 @@
 
 std::vector<uint8_t> bytes(std::string_view hex) {
     std::string digits;
-    for (char c : hex)
-        if (std::isxdigit(static_cast<unsigned char>(c)))
+    for (char c : hex) {
+        if (std::isxdigit(static_cast<unsigned char>(c))) {
             digits += c;
+        }
+    }
     std::vector<uint8_t> out;
-    for (size_t i = 0; i + 1 < digits.size(); i += 2)
+    for (size_t i = 0; i + 1 < digits.size(); i += 2) {
         out.push_back(static_cast<uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+    }
     return out;
 }
 
@@ -48,8 +51,9 @@ void BoardTest::open(const std::string& text) {
 }
 
 void BoardTest::TearDown() {
-    if (!board)
+    if (!board) {
         return;
+    }
     const sim::LockReport locks = board->lock_report();
     EXPECT_EQ(locks.held, std::vector<std::string>{});
     sim::Board::use(nullptr);
@@ -81,8 +85,9 @@ std::string BoardTest::read(uint8_t bus, uint32_t param) {
     request.read_length = 255;
     request.read_buffer = buffer.data();
     const int result = PltMCTPI2C_SlaveReadWithPEC_NoMutex(request, param);
-    if (result < 0)
+    if (result < 0) {
         return "error " + std::to_string(result);
+    }
     buffer.resize(static_cast<size_t>(result));
     return hex(buffer);
 }
@@ -96,8 +101,9 @@ int BoardTest::send(uint8_t bus, uint8_t address, std::string_view packet) {
 
 std::string BoardTest::receive(uint8_t bus) {
     const std::string block = read(bus);
-    if (block.starts_with("error"))
+    if (block.starts_with("error")) {
         return block;
+    }
     // Command code, byte count and source address in front, the PEC behind: three digits each.
     return block.substr(9, block.size() - 12);
 }
@@ -122,8 +128,10 @@ void BoardTest::add_fault(const std::string& device, std::string_view fault) {
 }
 
 sim::BusStatistics BoardTest::statistics(uint8_t bus) const {
-    for (const sim::BusStatistics& each : board->bus_statistics())
-        if (each.bus == bus)
+    for (const sim::BusStatistics& each : board->bus_statistics()) {
+        if (each.bus == bus) {
             return each;
+        }
+    }
     return {};
 }

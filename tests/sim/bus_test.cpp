@@ -124,7 +124,7 @@ TEST_F(I2cBus, EndpointInfoCarriesTheMuxSetting) {
 TEST_F(I2cBus, TellsAnObserverOfEveryPacketAndOfTheOneThatNobodyTakes) {
     std::vector<std::string> seen;
     board->observe_packets([&seen](const sim::Passing& passing) {
-        seen.push_back((passing.direction == sim::Direction::from_bmc ? "> " : "< ") +
+        seen.push_back((passing.direction == sim::Direction::kFromBmc ? "> " : "< ") +
                        std::to_string(passing.bus) + " " + std::to_string(passing.address) + " " +
                        (passing.taken ? "" : "refused ") + (passing.pec_good ? "" : "spoilt ") +
                        hex({passing.packet.begin(), passing.packet.end()}));
@@ -219,12 +219,14 @@ TEST_F(I2cBus, DrainLeavesWhatIsStillOnItsWay) {
 }
 
 TEST_F(I2cBus, QueueHoldsNoMoreThan256Blocks) {
-    for (int i = 0; i < 300; ++i)
+    for (int i = 0; i < 300; ++i) {
         ASSERT_EQ(send(5, 0x64, kGetEidPacket), 0);
+    }
     board->advance_us(1'000'000);
     int blocks = 0;
-    while (read(5, 1) != "error " + std::to_string(-ETIMEDOUT))
+    while (read(5, 1) != "error " + std::to_string(-ETIMEDOUT)) {
         ++blocks;
+    }
     EXPECT_EQ(blocks, 256);
 }
 

@@ -25,11 +25,11 @@ size_t number(const std::vector<uint8_t>& data, size_t at, size_t width) {
 
 /// The options of an enhanced packet block by their codes. They must fill it to its second length.
 std::map<size_t, std::string> options_of(const std::vector<uint8_t>& block) {
-    constexpr size_t captured_length = 20;
-    constexpr size_t packet = 28;
+    constexpr size_t kCapturedLength = 20;
+    constexpr size_t kPacket = 28;
     const auto padded = [](size_t size) { return (size + 3) / 4 * 4; };
     std::map<size_t, std::string> options;
-    size_t at = packet + padded(number(block, captured_length, 4));
+    size_t at = kPacket + padded(number(block, kCapturedLength, 4));
     while (number(block, at, 2) != 0) {
         const size_t length = number(block, at + 2, 2);
         const auto value = block.begin() + static_cast<std::ptrdiff_t>(at + 4);
@@ -73,8 +73,9 @@ protected:
         size_t at = 0;
         while (at + 12 <= all.size()) {
             const size_t length = number(all, at + 4, 4);
-            if (length < 12 || at + length > all.size())
+            if (length < 12 || at + length > all.size()) {
                 break;
+            }
             out.push_back(hex({all.begin() + static_cast<std::ptrdiff_t>(at),
                                all.begin() + static_cast<std::ptrdiff_t>(at + length)}));
             at += length;
@@ -189,7 +190,7 @@ TEST_F(CaptureFile, PcieHasAnInterfaceOfItsOwnAndTheFunctionsAddress) {
 }
 
 TEST_F(CaptureFile, ANameThatIsTooLongForACommentIsCutWhereACharacterBegins) {
-    constexpr size_t most = 65535;
+    constexpr size_t kMost = 65535;
     const std::string front = "bus 3, address 0x64 (";
     // Three bytes a character: the comment would be cut behind the first, the second, the third.
     for (const size_t shift : {0, 1, 2}) {
@@ -208,7 +209,7 @@ TEST_F(CaptureFile, ANameThatIsTooLongForACommentIsCutWhereACharacterBegins) {
             const std::map<size_t, std::string> options = options_of(bytes(all[packet]));
             ASSERT_EQ(options.count(1), 1u);
             const std::string& comment = options.at(1);
-            const size_t whole = front.size() + shift + (most - front.size() - shift) / 3 * 3;
+            const size_t whole = front.size() + shift + (kMost - front.size() - shift) / 3 * 3;
             EXPECT_EQ(comment.size(), whole);
             EXPECT_EQ(comment, (front + name).substr(0, whole));
             EXPECT_EQ(options.at(2).size(), 4u);

@@ -128,15 +128,17 @@ TEST_F(Faults, NotReadyIsForControlAndPldmAlone) {
 TEST_F(Faults, StrikeEveryNthAfterTheFirst) {
     add_fault("p", R"({"kind": "no_ack", "after": 1, "every": 3, "count": 2})");
     std::string seen;
-    for (int i = 0; i < 10; ++i)
+    for (int i = 0; i < 10; ++i) {
         seen += ask() == kAnswer ? "." : "x";
+    }
     EXPECT_EQ(seen, ".x..x.....");
 }
 
 TEST_F(Faults, WithoutCountStrikeUntilCleared) {
     add_fault("p", R"({"kind": "no_ack"})");
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 5; ++i) {
         EXPECT_NE(ask(), kAnswer);
+    }
     board->clear_faults("p");
     board->clear_faults("nobody");
     EXPECT_EQ(ask(), kAnswer);

@@ -32,20 +32,20 @@ TEST_F(FirmwareFaults, AnyCompletionCodeForAnyCommandAtAnyTime) {
         std::string request;
     };
     const Case cases[] = {
-        {sim::fw_query_device_identifiers, "80 05 01"},
-        {sim::fw_get_firmware_parameters, "80 05 02"},
-        {sim::fw_request_update, kRequestUpdate},
-        {sim::fw_get_device_meta_data, "80 05 12 00000000 01"},
-        {sim::fw_pass_component_table, kPassFirst},
-        {sim::fw_update_component, kUpdateFirst},
-        {sim::fw_get_meta_data, "80 05 19 00000000 00"},
-        {sim::fw_activate_firmware, kActivate},
-        {sim::fw_get_status, kGetStatus},
-        {sim::fw_cancel_update_component, kCancelComponent},
-        {sim::fw_cancel_update, kCancelUpdate},
+        {sim::kFwQueryDeviceIdentifiers, "80 05 01"},
+        {sim::kFwGetFirmwareParameters, "80 05 02"},
+        {sim::kFwRequestUpdate, kRequestUpdate},
+        {sim::kFwGetDeviceMetaData, "80 05 12 00000000 01"},
+        {sim::kFwPassComponentTable, kPassFirst},
+        {sim::kFwUpdateComponent, kUpdateFirst},
+        {sim::kFwGetMetaData, "80 05 19 00000000 00"},
+        {sim::kFwActivateFirmware, kActivate},
+        {sim::kFwGetStatus, kGetStatus},
+        {sim::kFwCancelUpdateComponent, kCancelComponent},
+        {sim::kFwCancelUpdate, kCancelUpdate},
     };
     for (const Case& each : cases) {
-        set_fault({Kind::completion_code, each.command, 2, 2, 0x86});
+        set_fault({Kind::kCompletionCode, each.command, 2, 2, 0x86});
         const std::string busy = "00 05 " + hex_byte(each.command) + " 86";
         EXPECT_NE(pldm(each.request), busy) << each.request;
         const FirmwareState state = device->state();
@@ -57,54 +57,55 @@ TEST_F(FirmwareFaults, AnyCompletionCodeForAnyCommandAtAnyTime) {
 }
 
 TEST_F(FirmwareFaults, CountOfZeroGoesOnForEver) {
-    set_fault({Kind::completion_code, sim::fw_request_update, 1, 0, 0x8E});
-    for (int i = 0; i < 20; ++i)
+    set_fault({Kind::kCompletionCode, sim::kFwRequestUpdate, 1, 0, 0x8E});
+    for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(pldm(kRequestUpdate), "00 05 10 8e");
+    }
     device->set_faults({});
     EXPECT_EQ(pldm(kRequestUpdate), "00 05 10 00 03 00 00");
 }
 
 TEST_F(FirmwareFaults, CommandWithoutAnAnswer) {
-    set_fault({Kind::no_answer, sim::fw_request_update});
+    set_fault({Kind::kNoAnswer, sim::kFwRequestUpdate});
     EXPECT_EQ(pldm(kRequestUpdate), kSilence);
-    EXPECT_EQ(device->state(), FirmwareState::idle);
+    EXPECT_EQ(device->state(), FirmwareState::kIdle);
     EXPECT_EQ(pldm(kRequestUpdate), "00 05 10 00 03 00 00");
 }
 
 TEST_F(FirmwareFaults, AnswerOfAnotherCommandAndCutOne) {
-    set_fault({Kind::other_command, sim::fw_get_firmware_parameters, 1, 1, 0x01});
+    set_fault({Kind::kOtherCommand, sim::kFwGetFirmwareParameters, 1, 1, 0x01});
     EXPECT_EQ(pldm("80 05 02").substr(0, 11), "00 05 01 00");
-    device->set_faults({{.kind = Kind::truncate, .command = sim::fw_get_status, .length = 6}});
+    device->set_faults({{.kind = Kind::kTruncate, .command = sim::kFwGetStatus, .length = 6}});
     EXPECT_EQ(pldm(kGetStatus), "00 05 1b 00 00 00");
     EXPECT_EQ(pldm(kGetStatus), "00 05 1b 00 00 00 03 00 65 00 00 00 00 00");
 }
 
 TEST_F(FirmwareFaults, ComponentsRefused) {
-    device->set_faults({{Kind::refuse_component, sim::fw_pass_component_table, 2, 1, 0x07},
-                        {Kind::refuse_component, sim::fw_update_component, 1, 1, 0xD0}});
+    device->set_faults({{Kind::kRefuseComponent, sim::kFwPassComponentTable, 2, 1, 0x07},
+                        {Kind::kRefuseComponent, sim::kFwUpdateComponent, 1, 1, 0xD0}});
     pldm(kRequestUpdate);
     EXPECT_EQ(pldm(kPassFirst), "00 05 13 00 00 00");
     EXPECT_EQ(pldm(kPassLast), "00 05 13 00 01 07");
     EXPECT_EQ(pldm(kUpdateFirst), "00 05 14 00 01 d0 00 00 00 00 00 00");
-    EXPECT_EQ(device->state(), FirmwareState::ready_xfer);
+    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer);
     EXPECT_EQ(pldm(kUpdateSecond), "00 05 14 00 00 00 00 00 00 00 00 00");
 }
 
 TEST_F(FirmwareFaults, ResultsOfTheThreeSteps) {
     const char* const logs[] = {"16 0b", "16 00 17 03", "16 00 17 00 18 02 00 00"};
     for (uint8_t step = 0; step < 3; ++step) {
-        const auto command = static_cast<uint8_t>(sim::fw_transfer_complete + step);
+        const auto command = static_cast<uint8_t>(sim::kFwTransferComplete + step);
         const uint8_t results[] = {0x0B, 0x03, 0x02};
-        set_fault({Kind::result, command, 1, 1, results[step]});
+        set_fault({Kind::kResult, command, 1, 1, results[step]});
         start_transfer();
         EXPECT_EQ(serve(image_of(80)).substr(17), logs[step]);
         EXPECT_EQ(pldm(kCancelComponent), "00 05 1c 00") << "it waits for that";
         EXPECT_EQ(pldm(kCancelUpdate).substr(0, 11), "00 05 1d 00");
     }
-    set_fault({Kind::result, sim::fw_apply_complete, 1, 1, 1});
+    set_fault({Kind::kResult, sim::kFwApplyComplete, 1, 1, 1});
     start_transfer();
     serve(image_of(80));
-    EXPECT_EQ(device->state(), FirmwareState::ready_xfer) << "success with a remark";
+    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer) << "success with a remark";
     EXPECT_EQ(device->transfer(0).apply_result, 1);
 }
 
@@ -116,19 +117,19 @@ TEST_F(FirmwareFaults, StallsAtEachRequestOfItsOwn) {
         FirmwareState state;
     };
     const Case cases[] = {
-        {sim::fw_request_firmware_data, 1, "", FirmwareState::download},
-        {sim::fw_request_firmware_data, 3, "0+32 32+32", FirmwareState::download},
-        {sim::fw_transfer_complete, 1, "0+32 32+32 64+32", FirmwareState::download},
-        {sim::fw_verify_complete, 1, "0+32 32+32 64+32 16 00", FirmwareState::verify},
-        {sim::fw_apply_complete, 1, "0+32 32+32 64+32 16 00 17 00", FirmwareState::apply},
+        {sim::kFwRequestFirmwareData, 1, "", FirmwareState::kDownload},
+        {sim::kFwRequestFirmwareData, 3, "0+32 32+32", FirmwareState::kDownload},
+        {sim::kFwTransferComplete, 1, "0+32 32+32 64+32", FirmwareState::kDownload},
+        {sim::kFwVerifyComplete, 1, "0+32 32+32 64+32 16 00", FirmwareState::kVerify},
+        {sim::kFwApplyComplete, 1, "0+32 32+32 64+32 16 00 17 00", FirmwareState::kApply},
     };
     for (const Case& each : cases) {
-        for (const Kind kind : {Kind::stall, Kind::dead}) {
+        for (const Kind kind : {Kind::kStall, Kind::kDead}) {
             set_fault({kind, each.command, each.at});
             start_transfer();
             EXPECT_EQ(serve(image_of(80)), each.log);
             EXPECT_EQ(device->state(), each.state);
-            if (kind == Kind::stall) {
+            if (kind == Kind::kStall) {
                 EXPECT_EQ(pldm(kCancelUpdate).substr(0, 11), "00 05 1d 00");
                 EXPECT_EQ(device->count(each.command), each.at);
             } else {
@@ -142,9 +143,9 @@ TEST_F(FirmwareFaults, StallsAtEachRequestOfItsOwn) {
 
 TEST_F(FirmwareFaults, DeadFromARequestOfTheAgentOn) {
     for (const uint8_t command :
-         {sim::fw_request_update, sim::fw_pass_component_table, sim::fw_update_component}) {
+         {sim::kFwRequestUpdate, sim::kFwPassComponentTable, sim::kFwUpdateComponent}) {
         SetUp();
-        set_fault({Kind::dead, command});
+        set_fault({Kind::kDead, command});
         pldm(kRequestUpdate);
         pldm(kPassFirst);
         pldm(kPassLast);
@@ -156,7 +157,7 @@ TEST_F(FirmwareFaults, DeadFromARequestOfTheAgentOn) {
 TEST_F(FirmwareFaults, PowerCycleWakesADeadDevice) {
     open_terminus("\"standby\": false, \"firmware\": {" + kTwoComponents + "}");
     device = board->firmware("p");
-    set_fault({Kind::dead, sim::fw_get_status});
+    set_fault({Kind::kDead, sim::kFwGetStatus});
     EXPECT_EQ(pldm(kGetStatus), kSilence);
     board->set_main_power(false);
     board->set_main_power(true);
@@ -164,20 +165,20 @@ TEST_F(FirmwareFaults, PowerCycleWakesADeadDevice) {
 }
 
 TEST_F(FirmwareFaults, ResetForgetsTheUpdate) {
-    set_fault({Kind::reset, sim::fw_request_firmware_data, 2});
+    set_fault({Kind::kReset, sim::kFwRequestFirmwareData, 2});
     start_transfer();
     EXPECT_EQ(serve(image_of(80)), "0+32");
-    EXPECT_EQ(device->state(), FirmwareState::idle);
+    EXPECT_EQ(device->state(), FirmwareState::kIdle);
     EXPECT_EQ(pldm(kCancelComponent), "00 05 1c 80");
     EXPECT_EQ(pldm(kActivate), "00 05 1a 80");
-    set_fault({Kind::reset, sim::fw_update_component});
+    set_fault({Kind::kReset, sim::kFwUpdateComponent});
     start_ready();
     EXPECT_EQ(pldm(kUpdateFirst), "00 05 14 80");
 }
 
 TEST_F(FirmwareFaults, AsksForSomethingElseInBetween) {
-    device->set_faults({{.kind = Kind::ask,
-                         .command = sim::fw_request_firmware_data,
+    device->set_faults({{.kind = Kind::kAsk,
+                         .command = sim::kFwRequestFirmwareData,
                          .at = 2,
                          .count = 2,
                          .offset = 0xFFFFFFF0,
@@ -190,12 +191,12 @@ TEST_F(FirmwareFaults, AsksForSomethingElseInBetween) {
 }
 
 TEST_F(FirmwareFaults, RepeatsAPieceOnceOrForEver) {
-    set_fault({Kind::repeat, sim::fw_request_firmware_data, 2});
+    set_fault({Kind::kRepeat, sim::kFwRequestFirmwareData, 2});
     start_transfer();
     EXPECT_EQ(serve(image_of(80)), "0+32 32+32 32+32 64+32 16 00 17 00 18 00 00 00");
     EXPECT_EQ(device->transfer(0).bytes, 80u);
     pldm(kCancelUpdate);
-    set_fault({Kind::repeat, sim::fw_request_firmware_data, 1, 0});
+    set_fault({Kind::kRepeat, sim::kFwRequestFirmwareData, 1, 0});
     start_transfer();
     for (int i = 0; i < 50; ++i) {
         EXPECT_EQ(asked().substr(6), "15 00 00 00 00 20 00 00 00");
@@ -204,7 +205,7 @@ TEST_F(FirmwareFaults, RepeatsAPieceOnceOrForEver) {
 }
 
 TEST_F(FirmwareFaults, NeverFinishesTheDownload) {
-    set_fault({Kind::endless, sim::fw_request_firmware_data, 1, 0});
+    set_fault({Kind::kEndless, sim::kFwRequestFirmwareData, 1, 0});
     start_transfer();
     for (int i = 0; i < 10; ++i) {
         EXPECT_EQ(asked().substr(6, 5), i % 3 == 0 ? "15 00" : i % 3 == 1 ? "15 20" : "15 40");
@@ -214,7 +215,7 @@ TEST_F(FirmwareFaults, NeverFinishesTheDownload) {
 }
 
 TEST_F(FirmwareFaults, EndlessMetadata) {
-    set_fault({Kind::endless, sim::fw_get_device_meta_data, 1, 0});
+    set_fault({Kind::kEndless, sim::kFwGetDeviceMetaData, 1, 0});
     pldm(kRequestUpdate);
     EXPECT_EQ(pldm("80 05 12 00000000 01"), "00 05 12 00 03 00 00 00 01 01 02 03");
     EXPECT_EQ(pldm("80 05 12 03000000 00"), "00 05 12 00 06 00 00 00 02 01 02 03");
@@ -224,9 +225,9 @@ TEST_F(FirmwareFaults, EndlessMetadata) {
 TEST_F(FirmwareFaults, PackageDataAskedForWrongly) {
     open_device(R"("get_package_data": true)");
     const std::string request = "80 05 10 20000000 0100 01 0600 01 01 41";
-    device->set_faults({{Kind::handle, sim::fw_get_package_data, 2, 1, 0xDEADBEEF},
-                        {Kind::flag, sim::fw_get_package_data, 1, 1, 0},
-                        {Kind::endless, sim::fw_get_package_data, 2, 2}});
+    device->set_faults({{Kind::kHandle, sim::kFwGetPackageData, 2, 1, 0xDEADBEEF},
+                        {Kind::kFlag, sim::kFwGetPackageData, 1, 1, 0},
+                        {Kind::kEndless, sim::kFwGetPackageData, 2, 2}});
     pldm(request);
     EXPECT_EQ(asked(), "80 05 11 00 00 00 00 00");
     answer("11 00 01000000 01 11");
@@ -240,15 +241,15 @@ TEST_F(FirmwareFaults, PackageDataAskedForWrongly) {
 }
 
 TEST_F(FirmwareFaults, StepsOutOfOrder) {
-    device->set_faults({{Kind::send_instead, sim::fw_request_firmware_data, 2, 1, 0x18},
-                        {Kind::send_instead, sim::fw_transfer_complete, 1, 1, 0x17}});
+    device->set_faults({{Kind::kSendInstead, sim::kFwRequestFirmwareData, 2, 1, 0x18},
+                        {Kind::kSendInstead, sim::kFwTransferComplete, 1, 1, 0x17}});
     start_transfer();
     EXPECT_EQ(serve(image_of(80)), "0+32 18 00 00 00 32+32 64+32 17 00 16 00 17 00 18 00 00 00");
 }
 
 TEST_F(FirmwareFaults, RequestCutShort) {
     device->set_faults(
-        {{.kind = Kind::truncate, .command = sim::fw_request_firmware_data, .length = 5}});
+        {{.kind = Kind::kTruncate, .command = sim::kFwRequestFirmwareData, .length = 5}});
     start_transfer();
     EXPECT_EQ(asked(), "80 05 15 00 00");
     answer("15 83");
@@ -293,14 +294,16 @@ TEST_F(FirmwareFaults, UnansweredRequestIsRepeatedThreeTimesAndThenTheUpdateEnds
     std::string first = asked();
     for (int i = 0; i < 3; ++i) {
         std::string again = kSilence;
-        while (again == kSilence)
+        while (again == kSilence) {
             again = asked();
+        }
         EXPECT_EQ(again, first);
         EXPECT_GE(board->now_us() - start_us, 5'000'000u * static_cast<unsigned>(i + 1));
     }
-    while (board->now_us() - start_us < 110'000'000)
+    while (board->now_us() - start_us < 110'000'000) {
         ASSERT_EQ(asked(), kSilence);
-    EXPECT_EQ(device->state(), FirmwareState::download);
+    }
+    EXPECT_EQ(device->state(), FirmwareState::kDownload);
     board->advance_us(20'000'000);
     EXPECT_EQ(pldm(kCancelUpdate), "00 05 1d 80");
     EXPECT_EQ(pldm(kGetStatus), "00 05 1b 00 00 03 03 00 65 05 00 00 00 00") << "time-out";
@@ -322,7 +325,7 @@ TEST_F(FirmwareFaults, EveryStateTimesOutUnderItsOwnReason) {
     device->settings().idle_us = 0;
     start_ready();
     board->advance_us(3'600'000'000);
-    EXPECT_EQ(device->state(), FirmwareState::ready_xfer);
+    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer);
     EXPECT_EQ(pldm(kUpdateFirst).substr(0, 11), "00 05 14 00");
 }
 
@@ -332,10 +335,11 @@ TEST_F(FirmwareFaults, LostPacketsAreMadeUpForByRepetition) {
     EXPECT_EQ(asked(), "80 05 15 00 00 00 00 20 00 00 00");
     answer("15 00 " + hex(image_of(32)));
     std::string log;
-    for (int waits = 0; waits < 100 && device->state() == FirmwareState::download; ++waits) {
+    for (int waits = 0; waits < 100 && device->state() == FirmwareState::kDownload; ++waits) {
         const std::string request = asked();
-        if (request == kSilence)
+        if (request == kSilence) {
             continue;
+        }
         log += request.substr(6, 5) + " ";
         answer(request.substr(6, 2) + " 00 " +
                (request.substr(6, 2) == "15" ? hex(sim::Bytes(32)) : ""));
@@ -368,18 +372,18 @@ TEST(FirmwareFile, FaultsAreRead) {
     ASSERT_TRUE(board) << error.message("board");
     const std::vector<sim::FirmwareFault>& faults = board->firmware("p")->settings().faults;
     ASSERT_EQ(faults.size(), 3u);
-    EXPECT_EQ(faults[0].kind, Kind::completion_code);
+    EXPECT_EQ(faults[0].kind, Kind::kCompletionCode);
     EXPECT_EQ(faults[0].command, 0x10);
     EXPECT_EQ(faults[0].at, 1u);
     EXPECT_EQ(faults[0].count, 1u);
     EXPECT_EQ(faults[0].value, 0x8Eu);
-    EXPECT_EQ(faults[1].kind, Kind::ask);
+    EXPECT_EQ(faults[1].kind, Kind::kAsk);
     EXPECT_EQ(faults[1].command, 0x15);
     EXPECT_EQ(faults[1].at, 2u);
     EXPECT_EQ(faults[1].count, 0u);
     EXPECT_EQ(faults[1].offset, 7u);
     EXPECT_EQ(faults[1].length, 9u);
-    EXPECT_EQ(faults[2].kind, Kind::send_instead);
+    EXPECT_EQ(faults[2].kind, Kind::kSendInstead);
     EXPECT_EQ(faults[2].value, 0x18u);
 }
 
@@ -491,8 +495,9 @@ TEST_F(FirmwareOnPcie, UnansweredRequestIsRepeated) {
     const std::string first = message_of(request);
     EXPECT_EQ(first, "01 80 05 11 00 00 00 00 01");
     int waits = 0;
-    for (request = reading(); PltMCTP_WriteRead(&request) != 1; request = reading())
+    for (request = reading(); PltMCTP_WriteRead(&request) != 1; request = reading()) {
         ASSERT_LT(++waits, 20);
+    }
     EXPECT_EQ(message_of(request), first);
     EXPECT_EQ(waits, 5);
 }

@@ -36,8 +36,9 @@ inline const std::string kCancelUpdate = "80 05 1d";
 /// An image whose bytes tell where they stand.
 inline sim::Bytes image_of(size_t size) {
     sim::Bytes image(size);
-    for (size_t i = 0; i < size; ++i)
+    for (size_t i = 0; i < size; ++i) {
         image[i] = static_cast<uint8_t>(i * 7 + i / 256);
+    }
     return image;
 }
 
@@ -53,8 +54,9 @@ protected:
     /// The device's next request from its PLDM header on; "error N" where none comes.
     std::string asked() {
         const std::string packet = receive(3);
-        if (packet.starts_with("error"))
+        if (packet.starts_with("error")) {
             return packet;
+        }
         const std::vector<uint8_t> data = bytes(packet);
         EXPECT_EQ(data[3] & 0xC8, 0xC8) << "one packet, tag owner: " << packet;
         tag = data[3] & 7;
@@ -87,13 +89,14 @@ protected:
         for (std::string request = asked(); !request.starts_with("error"); request = asked()) {
             const std::vector<uint8_t> data = bytes(request);
             log += log.empty() ? "" : " ";
-            if (data[2] == sim::fw_request_firmware_data) {
+            if (data[2] == sim::kFwRequestFirmwareData) {
                 const uint32_t offset = sim::le32(data, 3);
                 const uint32_t length = sim::le32(data, 7);
                 log += std::to_string(offset) + "+" + std::to_string(length);
                 sim::Bytes piece(length);
-                for (size_t i = 0; i < length && offset + i < image.size(); ++i)
+                for (size_t i = 0; i < length && offset + i < image.size(); ++i) {
                     piece[i] = image[offset + i];
+                }
                 answer("15 00 " + hex(piece));
             } else {
                 log += hex({data.begin() + 2, data.end()});

@@ -78,8 +78,9 @@ TEST_F(FruTable, PartsOfFixedSizeAreFilledUp) {
     open_terminus(std::string("\"fru\": {\"part_size\": 54, \"fixed_size\": true, ") + kLong + "}");
     EXPECT_EQ(get("00 00 00 00 01"), std::string("00 04 02 00 36 00 00 00 00 ") + kLongFirst);
     std::string last = std::string("00 04 02 00 00 00 00 00 04 ") + kLongLast;
-    for (int i = 18; i < 54; i++)
+    for (int i = 18; i < 54; i++) {
         last += " 00";
+    }
     EXPECT_EQ(get("36 00 00 00 00"), last);
     EXPECT_EQ(pldm("80 04 01").substr(30, 11), "43 00 00 00");
 }

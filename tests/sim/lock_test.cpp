@@ -142,8 +142,9 @@ TEST_F(Locks, ManyThreadsShareABoard) {
         threads.emplace_back(work, 2, "01 08 09 c1 00 00 02 00 09 02 00");
         threads.emplace_back(work, 3, "01 08 0a c1 00 00 02 00 0a 02 00");
     }
-    for (std::thread& thread : threads)
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     EXPECT_EQ(violations(), Texts{});
     EXPECT_EQ(statistics(2).packets, 800u);
     EXPECT_EQ(statistics(3).packets, 800u);

@@ -11,8 +11,9 @@ const std::string kSilence = "error " + std::to_string(-ETIMEDOUT);
 /// A byte n times over, as a board file has it.
 std::string digits(int n, const std::string& byte) {
     std::string out;
-    for (int i = 0; i < n; ++i)
+    for (int i = 0; i < n; ++i) {
         out += byte;
+    }
     return out;
 }
 
@@ -144,9 +145,10 @@ TEST_F(MctpStack, SetEndpointIdGivesAnEid) {
 }
 
 TEST_F(MctpStack, ReservedEidsAreInvalidData) {
-    for (const char* eid : {"00", "07", "ff"})
+    for (const char* eid : {"00", "07", "ff"}) {
         EXPECT_EQ(exchange(3, 0x66, std::string("01 00 08 c9 00 80 01 00 ") + eid),
                   "01 08 00 c1 00 00 01 02");
+    }
 }
 
 TEST_F(MctpStack, StaticEidCanBeReplacedAndReset) {

@@ -58,8 +58,9 @@ protected:
         const std::string answer = packet("00 01 00 07" + hex({type}) + hex({channel, 0, length}) +
                                           "00 00 00 00 00 00 00 00" + hex(data));
         const std::vector<uint8_t> all = bytes(answer);
-        if (answer.starts_with("error") || all.size() < 24)
+        if (answer.starts_with("error") || all.size() < 24) {
             return answer;
+        }
         EXPECT_EQ(hex({all.begin(), all.begin() + 7}),
                   "00 01 00 07 " + hex({static_cast<uint8_t>(type | 0x80), channel}) + " 00");
         return hex({all.begin() + 16, all.begin() + 16 + all[7]});
@@ -121,7 +122,7 @@ TEST_F(NcsiPackets, ChecksumOfARequestIsVerifiedWhereThereIsOne) {
     EXPECT_EQ(packet("00 01 00 01 00 03 00 00 00000000 00000000 00000001"), kSilence);
     EXPECT_EQ(device->bad_checksums(), 2u);
     EXPECT_TRUE(channel(0, 3).initial_state);
-    EXPECT_EQ(device->count(NcsiCommand::clear_initial_state), 1u);
+    EXPECT_EQ(device->count(NcsiCommand::kClearInitialState), 1u);
 }
 
 TEST_F(NcsiPackets, MalformedOnesAreDropped) {
@@ -176,10 +177,11 @@ TEST_F(NcsiChannels, EightPackagesOfEight) {
     }
     open_controller(packages);
     for (unsigned package = 0; package < 8; ++package) {
-        for (unsigned number = 0; number < 8; ++number)
+        for (unsigned number = 0; number < 8; ++number) {
             EXPECT_EQ(clear(static_cast<uint8_t>(package << 5 | number)), kDone);
+        }
     }
-    EXPECT_EQ(device->count(NcsiCommand::clear_initial_state), 64u);
+    EXPECT_EQ(device->count(NcsiCommand::kClearInitialState), 64u);
 }
 
 TEST_F(NcsiChannels, NothingElseBeforeClearInitialState) {
@@ -253,8 +255,7 @@ TEST_F(NcsiChannels, OtherCommandsAreUnsupported) {
             EXPECT_EQ(command(static_cast<uint8_t>(type), 0x00), kUnsupported) << type;
         }
     }
-    device->settings().unsupported = {NcsiCommand::get_link_status,
-                                      NcsiCommand::clear_initial_state};
+    device->settings().unsupported = {NcsiCommand::kGetLinkStatus, NcsiCommand::kClearInitialState};
     EXPECT_EQ(command(0x0A, 0x00), kUnsupported);
     EXPECT_EQ(clear(0x00), kUnsupported);
 }
@@ -299,7 +300,7 @@ TEST_F(NcsiOem, EveryForeignBitOfThePrebootConfigIsWatched) {
     }
     EXPECT_EQ(changes, 11u);
     const sim::NcsiForeignChange& first = device->foreign_changes().front();
-    EXPECT_EQ(first.command, NcsiCommand::set_preboot_config);
+    EXPECT_EQ(first.command, NcsiCommand::kSetPrebootConfig);
     EXPECT_EQ(first.channel_id, 0x00);
     EXPECT_EQ(hex(first.before), "5a 00 7a bc");
     EXPECT_EQ(hex(first.after), "5b 00 7a bc");
@@ -332,7 +333,7 @@ TEST_F(NcsiOem, EveryForeignBitOfTheCardTlvIsWatched) {
         ASSERT_EQ(device->foreign_changes().size(), changes) << bit;
     }
     EXPECT_EQ(changes, 17u);
-    EXPECT_EQ(device->foreign_changes().back().command, NcsiCommand::set_card_tlv);
+    EXPECT_EQ(device->foreign_changes().back().command, NcsiCommand::kSetCardTlv);
     EXPECT_EQ(device->foreign_changes().back().channel_id, 0x1F);
 }
 
@@ -367,8 +368,9 @@ TEST_F(NcsiOem, EveryByteOfARequestCounts) {
         const std::vector<uint8_t> good = bytes(each.payload);
         EXPECT_EQ(oem(each.channel, each.payload).substr(0, 11), kDone) << each.payload;
         for (size_t i = 0; i < good.size(); ++i) {
-            if (std::ranges::count(each.free, i) != 0)
+            if (std::ranges::count(each.free, i) != 0) {
                 continue;
+            }
             std::vector<uint8_t> bad = good;
             bad[i] ^= 0x80;
             const std::string expected = i < 7 ? kUnsupported : kInvalidParameter;
@@ -392,12 +394,12 @@ TEST_F(NcsiOem, AnyOfThemCanBeUnsupported) {
         std::string payload;
     };
     const Case cases[] = {
-        {NcsiCommand::get_preboot_config, 0x00, kGetPreboot},
-        {NcsiCommand::set_preboot_config, 0x00, kSetPreboot + "5a007abc"},
-        {NcsiCommand::get_card_tlv, 0x1F, kGetTlv},
-        {NcsiCommand::set_card_tlv, 0x1F, kSetTlv + "ff00 03000221 2100abcd"},
-        {NcsiCommand::get_pf_mac_address, 0x00, kGetMac},
-        {NcsiCommand::get_temperature, 0x00, kGetTemperature + "01"},
+        {NcsiCommand::kGetPrebootConfig, 0x00, kGetPreboot},
+        {NcsiCommand::kSetPrebootConfig, 0x00, kSetPreboot + "5a007abc"},
+        {NcsiCommand::kGetCardTlv, 0x1F, kGetTlv},
+        {NcsiCommand::kSetCardTlv, 0x1F, kSetTlv + "ff00 03000221 2100abcd"},
+        {NcsiCommand::kGetPfMacAddress, 0x00, kGetMac},
+        {NcsiCommand::kGetTemperature, 0x00, kGetTemperature + "01"},
     };
     for (const Case& each : cases) {
         device->settings().unsupported = {each.command};
@@ -415,7 +417,7 @@ using NcsiFaults = Ncsi;
 
 TEST_F(NcsiFaults, CodesAtOneOccurrence) {
     open_controller();
-    device->set_faults({{Kind::codes, NcsiCommand::clear_initial_state, 2, 2, 0, 0x0002, 0x8001}});
+    device->set_faults({{Kind::kCodes, NcsiCommand::kClearInitialState, 2, 2, 0, 0x0002, 0x8001}});
     EXPECT_EQ(clear(0x00), kDone);
     EXPECT_EQ(clear(0x03), "00 02 80 01");
     EXPECT_TRUE(channel(0, 3).initial_state) << "not acted upon";
@@ -426,15 +428,15 @@ TEST_F(NcsiFaults, CodesAtOneOccurrence) {
 
 TEST_F(NcsiFaults, NoAnswer) {
     open_controller();
-    device->set_faults({{Kind::no_answer, NcsiCommand::clear_initial_state, 1, 0}});
+    device->set_faults({{Kind::kNoAnswer, NcsiCommand::kClearInitialState, 1, 0}});
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(clear(0x00), kSilence);
     }
     EXPECT_TRUE(channel(0, 0).initial_state);
-    EXPECT_EQ(device->count(NcsiCommand::clear_initial_state), 3u);
+    EXPECT_EQ(device->count(NcsiCommand::kClearInitialState), 3u);
     device->set_faults({});
     EXPECT_EQ(clear(0x00), kDone);
-    EXPECT_EQ(device->count(NcsiCommand::clear_initial_state), 1u) << "counted anew";
+    EXPECT_EQ(device->count(NcsiCommand::kClearInitialState), 1u) << "counted anew";
 }
 
 TEST_F(NcsiFaults, AnswersThatAreNotAsTheyShouldBe) {
@@ -443,17 +445,17 @@ TEST_F(NcsiFaults, AnswersThatAreNotAsTheyShouldBe) {
     const std::string good =
         "00 01 00 01 80 00 00 04 00 00 00 00 00 00 00 00 00 00 00 00 ff ff 7f fa";
     auto with = [&](Kind kind, uint32_t value) {
-        device->set_faults({{kind, NcsiCommand::clear_initial_state, 1, 1, value}});
+        device->set_faults({{kind, NcsiCommand::kClearInitialState, 1, 1, value}});
         return packet(request);
     };
-    EXPECT_EQ(with(Kind::other_command, 0x8A),
+    EXPECT_EQ(with(Kind::kOtherCommand, 0x8A),
               "00 01 00 01 8a 00 00 04 00 00 00 00 00 00 00 00 00 00 00 00 ff ff 7f fa");
-    EXPECT_EQ(with(Kind::other_channel, 0x1F),
+    EXPECT_EQ(with(Kind::kOtherChannel, 0x1F),
               "00 01 00 01 80 1f 00 04 00 00 00 00 00 00 00 00 00 00 00 00 ff ff 7f fa");
-    EXPECT_EQ(with(Kind::truncate, 19), good.substr(0, 19 * 3 - 1));
-    EXPECT_EQ(with(Kind::truncate, 100), good);
-    EXPECT_EQ(with(Kind::truncate, 0), "01 08 09 c1 02") << "the message type alone";
-    EXPECT_EQ(with(Kind::over_long, 3), good + " ee ee ee");
+    EXPECT_EQ(with(Kind::kTruncate, 19), good.substr(0, 19 * 3 - 1));
+    EXPECT_EQ(with(Kind::kTruncate, 100), good);
+    EXPECT_EQ(with(Kind::kTruncate, 0), "01 08 09 c1 02") << "the message type alone";
+    EXPECT_EQ(with(Kind::kOverLong, 3), good + " ee ee ee");
     EXPECT_EQ(packet(request), good);
 }
 

@@ -28,8 +28,9 @@ protected:
 
     static std::vector<uint32_t> list(const Bytes& data) {
         std::vector<uint32_t> ids;
-        for (size_t at = 0; at < data.size() && sim::le32(data, at) != 0; at += 4)
+        for (size_t at = 0; at < data.size() && sim::le32(data, at) != 0; at += 4) {
             ids.push_back(sim::le32(data, at));
+        }
         return ids;
     }
 };
@@ -56,22 +57,25 @@ TEST_F(NvmeTunnel, ShortRequestsAreAnsweredOrDropped) {
     open_drive();
     const Bytes body = encode({.opcode = 0x06, .dword10 = 1, .length = 16});
     ASSERT_EQ(body.size(), 67u);
-    for (size_t length = 0; length < body.size(); ++length)
+    for (size_t length = 0; length < body.size(); ++length) {
         EXPECT_EQ(ask(Bytes(body.begin(), body.begin() + static_cast<std::ptrdiff_t>(length))),
                   length < 4 ? sim_test::kSilence : "90 00 00 05 00 00 00")
             << length;
+    }
 }
 
 TEST_F(NvmeTunnel, EveryByteOfARequestMayBeAnything) {
     open_drive();
-    for (const uint8_t opcode : bytes("02 06 09 0a 0d 10 11 15 24 80 84 c2"))
-        for (size_t at = 4; at < 67; ++at)
+    for (const uint8_t opcode : bytes("02 06 09 0a 0d 10 11 15 24 80 84 c2")) {
+        for (size_t at = 4; at < 67; ++at) {
             for (const uint8_t value : bytes("01 7f 80 ff")) {
                 Bytes body = encode({.opcode = opcode, .id = 1, .dword10 = 1, .length = 8});
                 body[at] = value;
                 const std::string answer = ask(body);
                 ASSERT_TRUE(answer.starts_with("90 00 00 0")) << answer;
             }
+        }
+    }
 }
 
 TEST_F(NvmeTunnel, InvalidParametersAreLocated) {
@@ -187,8 +191,9 @@ TEST_F(NvmeLogs, Smart) {
     const Bytes page = log(0x02, 512);
     EXPECT_EQ(hex({page.begin(), page.begin() + 6}), "07 58 01 09 0a 03");
     EXPECT_EQ(sim::le64(page, 32), 4294967296u);
-    for (uint64_t i = 2; i <= 9; ++i)
+    for (uint64_t i = 2; i <= 9; ++i) {
         EXPECT_EQ(sim::le64(page, 16 + 16 * i), i);
+    }
     EXPECT_EQ(sim::le64(page, 176), 1u) << "entries of the error log";
     EXPECT_EQ(sim::le16(page, 200), 344) << "sensor 1";
     EXPECT_EQ(log(0x02, 32, 192).size(), 32u);
@@ -212,8 +217,9 @@ TEST_F(NvmeLogs, Errors) {
     EXPECT_EQ(sim::le16(page, 78), 40);
     EXPECT_EQ(sim::le32(page, 88), 5u);
     EXPECT_EQ(sim::le64(page, 128), 0u);
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < 100; ++i) {
         admin({.opcode = 0xFF});
+    }
     EXPECT_EQ(sim::le64(log(0x01, 4096), 0), 102u);
     EXPECT_EQ(sim::le64(log(0x01, 64, 4032), 0), 39u) << "64 are kept";
 }
@@ -283,8 +289,9 @@ TEST_F(NvmeFeatures, Data) {
 
 TEST_F(NvmeFeatures, UsualOnesAreThere) {
     open_drive();
-    for (const uint32_t id : {0x01, 0x02, 0x04, 0x05, 0x06, 0x07, 0x0B, 0x0E, 0x81})
+    for (const uint32_t id : {0x01, 0x02, 0x04, 0x05, 0x06, 0x07, 0x0B, 0x0E, 0x81}) {
         EXPECT_EQ(admin({.opcode = 0x0A, .dword10 = id}).substr(0, 2), "00") << id;
+    }
 }
 
 // ---- Firmware
@@ -295,8 +302,9 @@ protected:
     static Bytes image(const std::string& revision, size_t size) {
         const std::string head = "SIMDRIVE" + revision + std::string(8 - revision.size(), ' ');
         Bytes out(head.begin(), head.end());
-        for (uint32_t state = 1; out.size() < size; state = state * 1664525 + 1013904223)
+        for (uint32_t state = 1; out.size() < size; state = state * 1664525 + 1013904223) {
             out.push_back(static_cast<uint8_t>(state >> 24));
+        }
         return out;
     }
     std::string download(const Bytes& image, size_t from, size_t size) {
@@ -307,8 +315,9 @@ protected:
                       .data = Bytes(piece.begin(), piece.end())});
     }
     void download(const Bytes& image) {
-        for (size_t at = 0; at < image.size(); at += 4096)
+        for (size_t at = 0; at < image.size(); at += 4096) {
             ASSERT_EQ(download(image, at, std::min<size_t>(4096, image.size() - at)), ended(0));
+        }
     }
     std::string commit(uint32_t slot, uint32_t action) {
         return admin({.opcode = 0x10, .dword10 = action << 3 | slot});
@@ -377,8 +386,9 @@ TEST_F(NvmeUpdate, WrongSlotsAndActions) {
     EXPECT_EQ(commit(7, 2), failed(1, 0x06));
     EXPECT_EQ(commit(1, 1), failed(1, 0x06)) << "read-only";
     EXPECT_EQ(commit(2, 3), failed(0, 0x02)) << "only by a reset";
-    for (uint32_t action = 4; action < 8; ++action)
+    for (uint32_t action = 4; action < 8; ++action) {
         EXPECT_EQ(commit(2, action), failed(0, 0x02));
+    }
     EXPECT_EQ(commit(0, 1), ended(0)) << "the image is still there";
     EXPECT_EQ(drive->firmware().next(), 2);
 }
@@ -417,8 +427,9 @@ TEST_F(NvmeUpdate, PiecesInAnyOrder) {
     EXPECT_EQ(download(whole, 48, 16), ended(0));
     EXPECT_EQ(download(whole, 0, 16), ended(0));
     EXPECT_EQ(commit(2, 1), failed(1, 0x07)) << "a hole";
-    for (const size_t at : {48, 16, 0, 32, 32, 0})
+    for (const size_t at : {48, 16, 0, 32, 32, 0}) {
         EXPECT_EQ(download(whole, at, 16), ended(0)) << "repetitions do not matter";
+    }
     EXPECT_EQ(download(image("3.0", 64), 16, 16), ended(0)) << "nor does the same";
     Bytes other = whole;
     other[40] ^= 1;

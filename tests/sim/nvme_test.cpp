@@ -47,7 +47,7 @@ TEST_F(NvmeMessages, WrongIntegrityCheckIsDropped) {
     // A response is no request, whatever its check is.
     EXPECT_EQ(drive->malformed(), 1u);
     EXPECT_EQ(drive->bad_checks(), (good.size() - 1) * 8 - 1);
-    EXPECT_EQ(drive->count(NvmeCommandSet::management, 0x01), 0u);
+    EXPECT_EQ(drive->count(NvmeCommandSet::kManagement, 0x01), 0u);
     send_message(good);
     EXPECT_NE(checked(receive_message()), kSilence);
 }
@@ -62,10 +62,11 @@ TEST_F(NvmeMessages, WithoutIntegrityCheckNobodyAnswers) {
 TEST_F(NvmeMessages, ShortAndLongOnesAreAnsweredOrDropped) {
     open_drive();
     const sim::Bytes body = bytes("08 00 00 01 00 00 00 00 00 00 00 00 00 00 00");
-    for (size_t length = 0; length < body.size(); ++length)
+    for (size_t length = 0; length < body.size(); ++length) {
         EXPECT_EQ(ask(sim::Bytes(body.begin(), body.begin() + static_cast<std::ptrdiff_t>(length))),
                   length < 4 ? kSilence : "88 00 00 05 00 00 00")
             << length;
+    }
     EXPECT_EQ(manage(0x01, 0, 0, "00"), "06 00 00 00");
     EXPECT_EQ(drive->malformed(), 4u);
     sim::Bytes largest = body;
@@ -80,10 +81,12 @@ TEST_F(NvmeMessages, KindAndCommandSlotComeBack) {
     open_drive();
     const std::string rest = "00 00 07 00 00 00 00 00 00 01 00 00 00 00";
     EXPECT_EQ(ask("09" + rest), "89 00 00 04 00 0b 00") << "an unknown type of reset";
-    for (const char* kind : {"00", "18", "20", "78"})
+    for (const char* kind : {"00", "18", "20", "78"}) {
         EXPECT_EQ(ask(kind + rest).substr(9, 11), "03 00 00 00") << kind;
-    for (unsigned opcode = 0x08; opcode <= 0xFF; ++opcode)
+    }
+    for (unsigned opcode = 0x08; opcode <= 0xFF; ++opcode) {
         EXPECT_EQ(manage(static_cast<uint8_t>(opcode)), "03 00 00 00") << opcode;
+    }
 }
 
 TEST_F(NvmeMessages, MoreProcessingRequiredComesFirst) {
@@ -96,7 +99,7 @@ TEST_F(NvmeMessages, MoreProcessingRequiredComesFirst) {
     drive->settings().more_processing = 0;
     EXPECT_EQ(manage(0x04, 2), kDone);
     drive->settings().processing_us = 100'000;
-    drive->set_faults({{Kind::more_processing, NvmeCommandSet::management, 0x04, 2, 1, 3}});
+    drive->set_faults({{Kind::kMoreProcessing, NvmeCommandSet::kManagement, 0x04, 2, 1, 3}});
     EXPECT_EQ(manage(0x04, 2), kDone);
     EXPECT_EQ(manage(0x04, 2), "01 00 01 00");
     EXPECT_EQ(checked(receive_message()), "88 00 00 01 00 01 00");
@@ -207,8 +210,9 @@ using NvmeStructures = sim_test::NvmeTest;
 
 std::string zeros(size_t count) {
     std::string out;
-    for (size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i) {
         out += " 00";
+    }
     return out;
 }
 
@@ -264,8 +268,9 @@ TEST_F(NvmeVpd, IsReadAndWritten) {
     EXPECT_EQ(manage(0x06, 511, 2, "aabb"), "04 00 0c 00");
     EXPECT_EQ(hex({drive->vpd().begin() + 509, drive->vpd().end()}), "ff ff ff");
     std::string all;
-    for (int i = 0; i < 256; ++i)
+    for (int i = 0; i < 256; ++i) {
         all += "5a";
+    }
     EXPECT_EQ(manage(0x06, 256, 256, all), kDone);
     EXPECT_EQ(manage(0x05, 511, 1), kDone + " 5a");
 }
@@ -323,11 +328,12 @@ TEST_F(NvmeFaults, EachKind) {
     EXPECT_EQ(manage(0x04, 2), "01 00 01 00");
     EXPECT_EQ(checked(receive_message()), "88 00 00 00 00 00 00");
     EXPECT_EQ(manage(0x04, 2), kDone);
-    EXPECT_EQ(drive->count(NvmeCommandSet::management, 0x04), 8u);
-    for (int i = 0; i < 3; ++i)
+    EXPECT_EQ(drive->count(NvmeCommandSet::kManagement, 0x04), 8u);
+    for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(admin({.opcode = 0x06}), ended(2u << 25 | 129u << 17));
+    }
     drive->set_faults({});
-    EXPECT_EQ(drive->count(NvmeCommandSet::management, 0x04), 0u);
+    EXPECT_EQ(drive->count(NvmeCommandSet::kManagement, 0x04), 0u);
     EXPECT_EQ(admin({.opcode = 0x06, .dword10 = 1}), ended(0));
 }
 

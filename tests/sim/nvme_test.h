@@ -60,8 +60,9 @@ protected:
             request.read_length = 255;
             request.read_buffer = block.data();
             const int result = PltMCTPI2C_SlaveReadWithPEC_NoMutex(request, 0);
-            if (result < 0)
+            if (result < 0) {
                 return {};
+            }
             const auto size = static_cast<size_t>(result);
             last = (block[6] & 0x40) != 0;
             message.insert(message.end(), block.begin() + 7,
@@ -72,10 +73,12 @@ protected:
 
     /// The body of a message whose type and integrity check are right.
     static std::string checked(const sim::Bytes& message) {
-        if (message.empty())
+        if (message.empty()) {
             return kSilence;
-        if (message.size() < 9)
+        }
+        if (message.size() < 9) {
             return "short: " + hex(message);
+        }
         const size_t size = message.size() - 4;
         EXPECT_EQ(message[0], 0x84);
         EXPECT_EQ(sim::le32(message, size), sim::crc32c(sim::ByteView(message).first(size)));
@@ -129,8 +132,9 @@ protected:
         sim::append_le32(body, command.offset);
         sim::append_le32(body, length);
         for (uint32_t dword : {0u, command.dword9, command.dword10, command.dword11,
-                               command.dword12, 0u, command.dword14, command.dword15})
+                               command.dword12, 0u, command.dword14, command.dword15}) {
             sim::append_le32(body, dword);
+        }
         sim::append(body, command.data);
         return body;
     }

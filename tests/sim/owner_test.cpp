@@ -113,8 +113,9 @@ TEST_F(BusOwnerDevice, AWrongLastAnswerAssignsNothing) {
                                    "00 07 01 00 00 29 00"};
     for (const char* each : answers) {
         ASSERT_NE(next(), "nothing");
-        if (*each != '\0')
+        if (*each != '\0') {
             answer(each);
+        }
     }
     const sim::OwnerReport report = board->owner_report("own0");
     EXPECT_TRUE(report.complete);

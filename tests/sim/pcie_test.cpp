@@ -56,7 +56,7 @@ TEST_F(Pcie, TellsAnObserverOfEveryPacketAndOfTheOnesThatAreLost) {
     open(board_with(kTerminus));
     std::vector<std::string> seen;
     board->observe_packets([&seen](const sim::Passing& passing) {
-        seen.push_back((passing.direction == sim::Direction::from_bmc ? "> " : "< ") +
+        seen.push_back((passing.direction == sim::Direction::kFromBmc ? "> " : "< ") +
                        hex({passing.bdf.begin(), passing.bdf.end()}) +
                        (passing.taken ? ": " : " lost: ") +
                        hex({passing.packet.begin(), passing.packet.end()}));
@@ -116,8 +116,9 @@ TEST_F(Pcie, WrongTagIsNoAnswer) {
 TEST_F(Pcie, MessagesTravelInPacketsOf64Bytes) {
     open(board_with(kTerminus));
     std::string hex_text = "01 800002";
-    for (int i = 0; i < 124; ++i)
+    for (int i = 0; i < 124; ++i) {
         hex_text += " 00";
+    }
     plt_pcie_request request = to(0x47, 0x1F, 7, hex_text);
     ASSERT_EQ(PltMCTP_WriteRead(&request), 1);
     EXPECT_EQ(message_of(request), "01 00 00 02 03") << "128 bytes: invalid length, but whole";
@@ -172,9 +173,10 @@ TEST_F(Pcie, FunctionWithoutPowerKeepsSilent) {
 
 TEST_F(Pcie, BoardFileNamesWhatIsWrong) {
     const std::string head = R"({"name": "a", "type": "pldm", "transport": "pcie", )";
-    for (const char* bdf : {"4:00.0", "47:20.0", "47:00.8", "47:0g.0", "47-00.0", ""})
+    for (const char* bdf : {"4:00.0", "47:20.0", "47:00.8", "47:0g.0", "47-00.0", ""}) {
         EXPECT_EQ(error_of(head + "\"bdf\": \"" + bdf + "\"}"),
                   "devices[0].bdf: must be bus, device and function in hex, such as 47:00.0");
+    }
     EXPECT_EQ(error_of(head + R"("bdf": "47:00.0", "bus": 2})"), "devices[0].bus: no such key");
     EXPECT_EQ(error_of(std::string(kTerminus) + "," + head + R"("bdf": "47:1f.7"})"),
               "devices[1].bdf: is in use by gpu0");

@@ -23,8 +23,9 @@ protected:
 
     static std::string zeros(size_t count) {
         std::string text;
-        for (size_t i = 0; i < count; i++)
+        for (size_t i = 0; i < count; i++) {
             text += " 00";
+        }
         return text;
     }
 };
@@ -86,8 +87,9 @@ TEST_F(PdrRepository, EveryDataSizeAndRangeFormatHasItsWidth) {
             EXPECT_EQ(record[range], format);
             const std::vector<uint8_t> five =
                 format == 6 ? bytes("00 00 a0 40") : bytes("05 00 00 00");
-            for (size_t i = 0; i < widths[format]; i++)
+            for (size_t i = 0; i < widths[format]; i++) {
                 EXPECT_EQ(record[range + 2 + 3 * widths[format] + i], five[i]);
+            }
         }
     }
 }

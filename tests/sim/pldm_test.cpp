@@ -172,11 +172,11 @@ TEST_F(PldmTerminus, EndpointInfoListsTheSensors) {
     const std::vector<sim::SensorInfo>& sensors = board->endpoints().at(0).sensors;
     ASSERT_EQ(sensors.size(), 6u);
     EXPECT_EQ(sensors[1].id, 2);
-    EXPECT_EQ(sensors[1].kind, sim::SensorInfo::Kind::numeric);
+    EXPECT_EQ(sensors[1].kind, sim::SensorInfo::Kind::kNumeric);
     EXPECT_EQ(sensors[1].data_size, 2);
     EXPECT_TRUE(sensors[1].is_signed);
     EXPECT_EQ(sensors[1].resolution, 0.5);
-    EXPECT_EQ(sensors[4].kind, sim::SensorInfo::Kind::state);
+    EXPECT_EQ(sensors[4].kind, sim::SensorInfo::Kind::kState);
     EXPECT_EQ(sensors[4].composite_count, 2);
     EXPECT_EQ(sensors[4].state_set, 33);
 }

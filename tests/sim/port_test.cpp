@@ -31,12 +31,12 @@ TEST_F(Port, SleepPassesInVirtualTimeOnly) {
 }
 
 TEST_F(Port, TimeOfDayIsVirtual) {
-    constexpr time_t start = 1'735'689'600;  // 2025-01-01 00:00:00 UTC
-    EXPECT_EQ(time(nullptr), start);
+    constexpr time_t kStart = 1'735'689'600;  // 2025-01-01 00:00:00 UTC
+    EXPECT_EQ(time(nullptr), kStart);
     board->advance_us(61'900'000);
     time_t now = 0;
-    EXPECT_EQ(time(&now), start + 61);
-    EXPECT_EQ(now, start + 61);
+    EXPECT_EQ(time(&now), kStart + 61);
+    EXPECT_EQ(now, kStart + 61);
     sim::Board::use(nullptr);
     const auto real = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     EXPECT_LE(real - 5, time(nullptr));
@@ -106,8 +106,9 @@ TEST_F(Port, LogsKeepTheLastThousandLines) {
     console_log("two %s", "2");
     EXPECT_EQ(board->syslog(), Texts{"one 1"});
     EXPECT_EQ(board->console(), Texts{"two 2"});
-    for (int i = 0; i < 1500; ++i)
+    for (int i = 0; i < 1500; ++i) {
         console_log("line %d\n", i);
+    }
     EXPECT_EQ(board->console().size(), 1000u);
     EXPECT_EQ(board->console().front(), "line 500");
     const std::string text(5000, 'x');

@@ -29,8 +29,9 @@ protected:
 /// Parses a board file that must be refused. @return "line: key: text"
 inline std::string refusal_of(const std::string& text) {
     sim::BoardError error;
-    if (sim::Board::parse(text, error))
+    if (sim::Board::parse(text, error)) {
         return "accepted";
+    }
     return std::to_string(error.line) + ": " + error.key + ": " + error.text;
 }
 

@@ -11,7 +11,7 @@ namespace test {
 
 namespace {
 
-constexpr uint8_t CANARY = 0x5C;
+constexpr uint8_t kCanary = 0x5C;
 
 unsigned nibble(char c) {
     if (c >= '0' && c <= '9') {
@@ -50,14 +50,14 @@ Bytes hex(std::string_view text) {
 }
 
 std::string to_hex(std::span<const uint8_t> bytes) {
-    static const char digits[] = "0123456789abcdef";
+    static const char kDigits[] = "0123456789abcdef";
     std::string text;
     for (uint8_t byte : bytes) {
         if (!text.empty()) {
             text += ' ';
         }
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 15];
     }
     return text;
 }
@@ -117,8 +117,8 @@ std::vector<Bytes> split(const Bytes& message, uint8_t dest, uint8_t src, uint8_
     do {
         size_t chunk = std::min(unit, message.size() - offset);
         unsigned flags = tag_bits | sequence(static_cast<unsigned>(packets.size()));
-        flags |= offset == 0 ? SOM : 0u;
-        flags |= offset + chunk == message.size() ? EOM : 0u;
+        flags |= offset == 0 ? kSom : 0u;
+        flags |= offset + chunk == message.size() ? kEom : 0u;
         auto from = message.begin() + static_cast<ptrdiff_t>(offset);
         packets.push_back(packet(dest, src, static_cast<uint8_t>(flags),
                                  Bytes(from, from + static_cast<ptrdiff_t>(chunk))));
@@ -128,24 +128,24 @@ std::vector<Bytes> split(const Bytes& message, uint8_t dest, uint8_t src, uint8_
 }
 
 Guarded::Guarded(size_t size, uint8_t fill)
-    : size_(size), fill_(fill), storage_(size + 2 * MARGIN, CANARY) {
-    std::fill_n(storage_.begin() + static_cast<ptrdiff_t>(MARGIN), size, fill);
+    : size_(size), fill_(fill), storage_(size + 2 * kMargin, kCanary) {
+    std::fill_n(storage_.begin() + static_cast<ptrdiff_t>(kMargin), size, fill);
 }
 
 bool Guarded::intact() const {
-    auto is_canary = [](uint8_t byte) { return byte == CANARY; };
+    auto is_canary = [](uint8_t byte) { return byte == kCanary; };
     auto begin = storage_.begin();
-    return std::all_of(begin, begin + static_cast<ptrdiff_t>(MARGIN), is_canary) &&
-           std::all_of(begin + static_cast<ptrdiff_t>(MARGIN + size_), storage_.end(), is_canary);
+    return std::all_of(begin, begin + static_cast<ptrdiff_t>(kMargin), is_canary) &&
+           std::all_of(begin + static_cast<ptrdiff_t>(kMargin + size_), storage_.end(), is_canary);
 }
 
 Bytes Guarded::head(size_t count) const {
-    auto begin = storage_.begin() + static_cast<ptrdiff_t>(MARGIN);
+    auto begin = storage_.begin() + static_cast<ptrdiff_t>(kMargin);
     return Bytes(begin, begin + static_cast<ptrdiff_t>(std::min(count, size_)));
 }
 
 bool Guarded::untouched_from(size_t offset) const {
-    auto begin = storage_.begin() + static_cast<ptrdiff_t>(MARGIN);
+    auto begin = storage_.begin() + static_cast<ptrdiff_t>(kMargin);
     return std::all_of(begin + static_cast<ptrdiff_t>(std::min(offset, size_)),
                        begin + static_cast<ptrdiff_t>(size_),
                        [this](uint8_t byte) { return byte == fill_; });

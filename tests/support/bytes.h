@@ -33,9 +33,9 @@ uint8_t pec(std::span<const uint8_t> bytes);
 uint32_t crc32c(std::span<const uint8_t> bytes);
 
 /// DSP0236 transport header flags: SOM, EOM, sequence, TO, tag.
-constexpr uint8_t SOM = 0x80;
-constexpr uint8_t EOM = 0x40;
-constexpr uint8_t TO = 0x08;
+constexpr uint8_t kSom = 0x80;
+constexpr uint8_t kEom = 0x40;
+constexpr uint8_t kTo = 0x08;
 constexpr uint8_t sequence(unsigned number) {
     return static_cast<uint8_t>((number & 3u) << 4);
 }
@@ -57,7 +57,7 @@ std::vector<Bytes> split(const Bytes& message, uint8_t dest, uint8_t src, uint8_
 class Guarded {
 public:
     explicit Guarded(size_t size, uint8_t fill = 0xA5);
-    uint8_t* data() { return storage_.data() + MARGIN; }
+    uint8_t* data() { return storage_.data() + kMargin; }
     size_t size() const { return size_; }
     bool intact() const;
     /// The first count bytes of the buffer.
@@ -66,7 +66,7 @@ public:
     bool untouched_from(size_t offset) const;
 
 private:
-    static constexpr size_t MARGIN = 512;
+    static constexpr size_t kMargin = 512;
     size_t size_;
     uint8_t fill_;
     Bytes storage_;

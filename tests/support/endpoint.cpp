@@ -53,7 +53,7 @@ void Endpoint::attach() {
 }
 
 void Endpoint::receive(const Bytes& mctp_packet) {
-    if ((mctp_packet[3] & SOM) != 0) {
+    if ((mctp_packet[3] & kSom) != 0) {
         if (pending_) {
             answer();
         }

@@ -427,14 +427,14 @@ void store(uintptr_t slot, void* value) {
     *reinterpret_cast<void**>(slot) = value;
 }
 
-enum class Direction { patch, restore };
+enum class Direction { kPatch, kRestore };
 
 void apply(uintptr_t slot, const char* name, Direction direction) {
     for (Substitute& substitute : substitutes) {
         if (strcmp(substitute.name, name) != 0) {
             continue;
         }
-        if (direction == Direction::patch) {
+        if (direction == Direction::kPatch) {
             substitute.original = dlsym(RTLD_DEFAULT, name);
             if (substitute.original == nullptr) {
                 give_up(name);
@@ -482,11 +482,11 @@ LibcPatch::LibcPatch() {
         give_up("two at once");
     }
     active = this;
-    rewrite(Direction::patch);
+    rewrite(Direction::kPatch);
 }
 
 LibcPatch::~LibcPatch() {
-    rewrite(Direction::restore);
+    rewrite(Direction::kRestore);
     active = nullptr;
 }
 
@@ -523,7 +523,7 @@ bool LibcPatch::must_fail(const char* name) {
     if (found == fail.end()) {
         return false;
     }
-    if (found->second == EVERY) {
+    if (found->second == kEvery) {
         return true;
     }
     return found->second > 0 && --found->second == 0;

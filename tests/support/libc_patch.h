@@ -39,7 +39,7 @@ namespace test {
  */
 class LibcPatch {
 public:
-    static constexpr int EVERY = -1;
+    static constexpr int kEvery = -1;
 
     /// Patches. Aborts the test run when libsideband.so is not loaded or a patch cannot be made.
     LibcPatch();

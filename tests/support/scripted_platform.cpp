@@ -22,9 +22,9 @@ namespace {
 
 /// Position in the order in which locks must be taken: first smaller, then larger.
 int rank(const std::string& name) {
-    static constexpr const char* order[] = {"channel", "global", "ncsi", "mpio", "eid", "bus"};
+    static constexpr const char* kOrder[] = {"channel", "global", "ncsi", "mpio", "eid", "bus"};
     for (int i = 0; i < 6; i++) {
-        if (name.starts_with(order[i])) {
+        if (name.starts_with(kOrder[i])) {
             return i == 2 ? 1 : i;
         }
     }

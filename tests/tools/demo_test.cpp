@@ -18,9 +18,9 @@ const Json& step_titled(const Json& document, const char* title) {
             return step;
         }
     }
-    static const Json none;
+    static const Json kNone;
     ADD_FAILURE() << "no step " << title;
-    return none;
+    return kNone;
 }
 
 TEST(Demo, SucceedsOnTheBuiltInBoard) {

@@ -15,7 +15,7 @@ using tool_test::contains;
 using tool_test::Outcome;
 using tool_test::run_tool;
 
-const std::string prompt = "$ sideband-sim ";
+const std::string kPrompt = "$ sideband-sim ";
 
 /// One command of a console block and what the page says that it prints, errors last.
 struct Example {
@@ -31,8 +31,8 @@ std::vector<Example> examples_of(const std::string& path) {
     for (std::string line; std::getline(page, line);) {
         if (line.starts_with("```")) {
             in_block = line == "```console";
-        } else if (in_block && line.starts_with(prompt)) {
-            examples.push_back({line.substr(prompt.size()), ""});
+        } else if (in_block && line.starts_with(kPrompt)) {
+            examples.push_back({line.substr(kPrompt.size()), ""});
         } else if (in_block && !examples.empty()) {
             examples.back().output += line + "\n";
         }
@@ -102,61 +102,61 @@ private:
 };
 
 /// The page has an example of each.
-constexpr const char* commands[] = {"demo",
-                                    "scan",
-                                    "mctp eid",
-                                    "mctp uuid",
-                                    "mctp routes",
-                                    "raw",
-                                    "pldm info",
-                                    "pldm sensors",
-                                    "pldm pdr list",
-                                    "pldm pdr show",
-                                    "pldm pdr dump",
-                                    "pldm fru",
-                                    "pldm fw-info",
-                                    "pldm fw-update",
-                                    "pkg show",
-                                    "ncsi discover",
-                                    "ncsi link",
-                                    "ncsi select",
-                                    "ncsi deselect",
-                                    "ncsi oem brcm-preboot get",
-                                    "ncsi oem brcm-preboot set",
-                                    "ncsi oem mlx-tlv get",
-                                    "ncsi oem mlx-tlv set",
-                                    "ncsi oem mlx-mac",
-                                    "ncsi oem mlx-temp",
-                                    "nvme health",
-                                    "nvme identify controller",
-                                    "nvme identify namespace",
-                                    "nvme identify list",
-                                    "nvme log smart",
-                                    "nvme log firmware",
-                                    "nvme log error",
-                                    "nvme log sanitize",
-                                    "nvme ds subsystem",
-                                    "nvme ds port",
-                                    "nvme ds controllers",
-                                    "nvme ds controller",
-                                    "nvme ds commands",
-                                    "nvme config get",
-                                    "nvme config set",
-                                    "nvme vpd read",
-                                    "nvme vpd write",
-                                    "nvme feature get",
-                                    "nvme feature set",
-                                    "nvme lockdown",
-                                    "nvme fw-download",
-                                    "nvme fw-commit",
-                                    "nvme reset",
-                                    "nvme ns list",
-                                    "nvme ns create",
-                                    "nvme ns attach",
-                                    "nvme ns detach",
-                                    "nvme ns delete",
-                                    "nvme format",
-                                    "nvme sanitize"};
+constexpr const char* kCommands[] = {"demo",
+                                     "scan",
+                                     "mctp eid",
+                                     "mctp uuid",
+                                     "mctp routes",
+                                     "raw",
+                                     "pldm info",
+                                     "pldm sensors",
+                                     "pldm pdr list",
+                                     "pldm pdr show",
+                                     "pldm pdr dump",
+                                     "pldm fru",
+                                     "pldm fw-info",
+                                     "pldm fw-update",
+                                     "pkg show",
+                                     "ncsi discover",
+                                     "ncsi link",
+                                     "ncsi select",
+                                     "ncsi deselect",
+                                     "ncsi oem brcm-preboot get",
+                                     "ncsi oem brcm-preboot set",
+                                     "ncsi oem mlx-tlv get",
+                                     "ncsi oem mlx-tlv set",
+                                     "ncsi oem mlx-mac",
+                                     "ncsi oem mlx-temp",
+                                     "nvme health",
+                                     "nvme identify controller",
+                                     "nvme identify namespace",
+                                     "nvme identify list",
+                                     "nvme log smart",
+                                     "nvme log firmware",
+                                     "nvme log error",
+                                     "nvme log sanitize",
+                                     "nvme ds subsystem",
+                                     "nvme ds port",
+                                     "nvme ds controllers",
+                                     "nvme ds controller",
+                                     "nvme ds commands",
+                                     "nvme config get",
+                                     "nvme config set",
+                                     "nvme vpd read",
+                                     "nvme vpd write",
+                                     "nvme feature get",
+                                     "nvme feature set",
+                                     "nvme lockdown",
+                                     "nvme fw-download",
+                                     "nvme fw-commit",
+                                     "nvme reset",
+                                     "nvme ns list",
+                                     "nvme ns create",
+                                     "nvme ns attach",
+                                     "nvme ns detach",
+                                     "nvme ns delete",
+                                     "nvme format",
+                                     "nvme sanitize"};
 
 TEST(ToolPage, ShowsWhatTheToolPrints) {
     const PageFolder folder;
@@ -166,7 +166,7 @@ TEST(ToolPage, ShowsWhatTheToolPrints) {
         const Outcome run = run_tool(split(example.command));
         expect_shown(run.out + run.err, example.output);
     }
-    for (const char* command : commands) {
+    for (const char* command : kCommands) {
         const bool shown = std::any_of(
             examples.begin(), examples.end(),
             [command](const Example& example) { return contains(example.command, command); });

@@ -12,7 +12,7 @@ using tool_test::replay_board;
 using tool_test::run_on;
 using Json = nlohmann::ordered_json;
 
-const char* const records = R"("records": [
+const char* const kRecords = R"("records": [
     {"set": 1, "fields": [
       {"type": "manufacturer", "text": "Example Networks"},
       {"type": "part_number", "text": "EN2-1000-04"},
@@ -33,7 +33,7 @@ Outcome run_on_table(const std::string& table_keys, std::vector<std::string> arg
                   std::move(arguments));
 }
 
-const char* const table_text =
+const char* const kTableText =
     "SET  RECORD   FIELD             VALUE\n"
     "  1  General  Manufacturer      Example Networks\n"
     "  1  General  Part Number       EN2-1000-04\n"
@@ -46,24 +46,24 @@ const char* const table_text =
     "  2  OEM      field 2           B\u00e94\\x00\n";
 
 TEST(Fru, ShowsTheFieldsOfAllRecordsReadably) {
-    const Outcome fru = run_on_table(records, {"pldm", "fru", "nic0"});
+    const Outcome fru = run_on_table(kRecords, {"pldm", "fru", "nic0"});
     EXPECT_EQ(fru.status, 0);
     EXPECT_EQ(fru.err, "");
-    EXPECT_EQ(fru.out, table_text);
+    EXPECT_EQ(fru.out, kTableText);
 }
 
 TEST(Fru, IsTheSameInPartsAndInAnswersOfOneSize) {
-    const std::string parts = std::string(records) + R"(, "part_size": 54)";
-    EXPECT_EQ(run_on_table(parts, {"pldm", "fru", "nic0"}).out, table_text);
+    const std::string parts = std::string(kRecords) + R"(, "part_size": 54)";
+    EXPECT_EQ(run_on_table(parts, {"pldm", "fru", "nic0"}).out, kTableText);
     const Outcome fixed =
         run_on_table(parts + R"(, "fixed_size": true)", {"pldm", "fru", "nic0", "--fixed"});
     EXPECT_EQ(fixed.err, "");
-    EXPECT_EQ(fixed.out, table_text);
+    EXPECT_EQ(fixed.out, kTableText);
 }
 
 TEST(Fru, GivesProgramsTheFieldsOfTheStandard) {
     const Json document =
-        one_document(run_on_table(records, {"pldm", "fru", "nic0", "--json"}).out);
+        one_document(run_on_table(kRecords, {"pldm", "fru", "nic0", "--json"}).out);
     EXPECT_EQ(document["endpoint"], "nic0");
     EXPECT_EQ(document["fru_data_major_version"], 1);
     EXPECT_EQ(document["number_of_records"], 2);
@@ -86,7 +86,7 @@ TEST(Fru, OfATerminusWithoutATableIsRefusedByTheDevice) {
 
 TEST(HostileFru, ALengthOfZeroOrOfFourGigabytesIsRefused) {
     for (const char* length : {"0", "4294967295", "1048577"}) {
-        const Outcome fru = run_on_table(std::string(records) + R"(, "claimed_length": )" + length,
+        const Outcome fru = run_on_table(std::string(kRecords) + R"(, "claimed_length": )" + length,
                                          {"pldm", "fru", "nic0"});
         expect_error(fru, 1,
                      std::string("sideband-sim: pldm fru: nic0: GetFRURecordTable failed: the "
@@ -97,12 +97,12 @@ TEST(HostileFru, ALengthOfZeroOrOfFourGigabytesIsRefused) {
 
 TEST(HostileFru, ALengthThatIsNotTheTablesShowsWhatIsThere) {
     const Outcome fewer =
-        run_on_table(std::string(records) + R"(, "claimed_length": 90)", {"pldm", "fru", "nic0"});
+        run_on_table(std::string(kRecords) + R"(, "claimed_length": 90)", {"pldm", "fru", "nic0"});
     EXPECT_EQ(fewer.status, 1);
     EXPECT_TRUE(contains(fewer.out, "Example Networks")) << fewer.out << fewer.err;
     EXPECT_TRUE(contains(fewer.err, "no record in the last ")) << fewer.err;
-    const Outcome more =
-        run_on_table(std::string(records) + R"(, "claimed_length": 9000)", {"pldm", "fru", "nic0"});
+    const Outcome more = run_on_table(std::string(kRecords) + R"(, "claimed_length": 9000)",
+                                      {"pldm", "fru", "nic0"});
     expect_error(more, 1,
                  "sideband-sim: pldm fru: nic0: GetFRURecordTable failed: the answer does not fit "
                  "the request");

@@ -14,7 +14,7 @@ using tool_test::Outcome;
 using tool_test::TemporaryFile;
 using Json = nlohmann::ordered_json;
 
-constexpr uint8_t cancel_update = 0x1D;
+constexpr uint8_t kCancelUpdate = 0x1D;
 
 /// A fault of the card and what the tool makes of it.
 struct Trouble {
@@ -40,7 +40,7 @@ TEST_P(FwFailure, IsSaidInWordsAndLeavesTheDeviceIdle) {
     EXPECT_EQ(update.err,
               "sideband-sim: pldm fw-update: nic0: " + std::string(trouble.error) + "\n");
     EXPECT_FALSE(tool_test::contains(update.out, "BEFORE")) << update.out;
-    EXPECT_EQ(holds_request(capture, cancel_update), trouble.cancelled);
+    EXPECT_EQ(holds_request(capture, kCancelUpdate), trouble.cancelled);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -145,7 +145,7 @@ TEST(FwUpdate, WithOneOfTwoComponentsRefusedActivatesTheOtherAndFails) {
 TEST(FwUpdate, OfATerminusWithoutFirmwareFails) {
     const TemporaryFile file(file_of(card_package()));
     expect_error(
-        tool_test::run_on(tool_test::test_board, {"pldm", "fw-update", "dev0", file.path()}), 1,
+        tool_test::run_on(tool_test::kTestBoard, {"pldm", "fw-update", "dev0", file.path()}), 1,
         "sideband-sim: pldm fw-update: dev0: the update failed: the device does not speak PLDM "
         "firmware update (mark 0x52)");
 }

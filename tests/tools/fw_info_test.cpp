@@ -61,7 +61,7 @@ TEST(FwInfo, GivesProgramsTheFieldsOfTheStandard) {
 }
 
 TEST(FwInfo, OfATerminusWithoutFirmwareIsRefusedByTheDevice) {
-    expect_error(tool_test::run_on(tool_test::test_board, {"pldm", "fw-info", "dev0"}), 1,
+    expect_error(tool_test::run_on(tool_test::kTestBoard, {"pldm", "fw-info", "dev0"}), 1,
                  "sideband-sim: pldm fw-info: dev0: QueryDeviceIdentifiers failed: completion code "
                  "0x20 (ERROR_INVALID_PLDM_TYPE)");
 }

@@ -18,11 +18,11 @@ using tool_test::Outcome;
 using tool_test::TemporaryFile;
 using Json = nlohmann::ordered_json;
 
-constexpr uint8_t request_update = 0x10;
-constexpr uint8_t activate_firmware = 0x1A;
-constexpr uint8_t cancel_update = 0x1D;
+constexpr uint8_t kRequestUpdate = 0x10;
+constexpr uint8_t kActivateFirmware = 0x1A;
+constexpr uint8_t kCancelUpdate = 0x1D;
 
-const char* const versions_text =
+const char* const kVersionsText =
     "                BEFORE  AFTER\n"
     "active          1.0.0   1.1.0\n"
     "pending         -       -\n"
@@ -34,9 +34,9 @@ TEST(FwUpdate, BringsTheNewVersionOverBothTransports) {
         const Outcome update = FirmwareBoard().run({"pldm", "fw-update", card, package.path()});
         EXPECT_EQ(update.status, 0);
         EXPECT_EQ(update.err, "");
-        ASSERT_GE(update.out.size(), std::string(versions_text).size());
-        EXPECT_EQ(update.out.substr(update.out.size() - std::string(versions_text).size()),
-                  versions_text);
+        ASSERT_GE(update.out.size(), std::string(kVersionsText).size());
+        EXPECT_EQ(update.out.substr(update.out.size() - std::string(kVersionsText).size()),
+                  kVersionsText);
     }
 }
 
@@ -163,7 +163,7 @@ TEST(FwUpdate, QueryShowsTheVersionsAndChangesNothing) {
               "image set       1.0.0   -        1.1.0\n"
               "component 10:1  fw-1.0  -        fw-1.1\n");
     EXPECT_TRUE(holds_request(capture, 0x01));
-    EXPECT_FALSE(holds_request(capture, request_update));
+    EXPECT_FALSE(holds_request(capture, kRequestUpdate));
     const Json document =
         one_document(FirmwareBoard()
                          .run({"pldm", "fw-update", "nic1", package.path(), "--query", "--json"})
@@ -189,7 +189,7 @@ TEST(FwUpdate, ForceAsksForAComponentThatTheDeviceWouldRefuse) {
               "comparison stamp is that of the firmware in the device (code 0x01)\n");
     const Outcome forced = board.run({"pldm", "fw-update", "nic0", file.path(), "--force"});
     EXPECT_EQ(forced.status, 0) << forced.err;
-    EXPECT_TRUE(contains(forced.out, versions_text)) << forced.out;
+    EXPECT_TRUE(contains(forced.out, kVersionsText)) << forced.out;
 }
 
 TEST(FwUpdate, ABadFileIsRefusedBeforeTheDeviceIsAsked) {
@@ -244,8 +244,8 @@ TEST(FwUpdate, CtrlCCancelsTheUpdateOnTheDevice) {
         EXPECT_EQ(stopped.err, "sideband-sim: pldm fw-update: " + std::string(card) +
                                    ": the update failed: cancelled, the device has left update "
                                    "mode\n");
-        EXPECT_TRUE(holds_request(capture, cancel_update));
-        EXPECT_FALSE(holds_request(capture, activate_firmware));
+        EXPECT_TRUE(holds_request(capture, kCancelUpdate));
+        EXPECT_FALSE(holds_request(capture, kActivateFirmware));
         EXPECT_FALSE(contains(stopped.out, "BEFORE")) << stopped.out;
     }
 }
@@ -253,7 +253,7 @@ TEST(FwUpdate, CtrlCCancelsTheUpdateOnTheDevice) {
 TEST(FwUpdate, TerminationCancelsTheUpdateToo) {
     const TemporaryFile capture("");
     EXPECT_EQ(interrupt("nic0", SIGTERM, capture, FirmwareBoard()).status, 1);
-    EXPECT_TRUE(holds_request(capture, cancel_update));
+    EXPECT_TRUE(holds_request(capture, kCancelUpdate));
 }
 
 TEST(FwUpdate, CtrlCSaysWhereTheDeviceDoesNotTakeTheCancellation) {

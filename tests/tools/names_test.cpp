@@ -413,16 +413,16 @@ TEST(NamesOfStates, AreThoseOfTheListForEverySet) {
     if (!has_published_names()) {
         GTEST_SKIP() << kPublishedNamesFile << " is not there";
     }
-    constexpr uint16_t sets = 512;
+    constexpr uint16_t kSets = 512;
     std::map<std::pair<uint16_t, unsigned>, std::string> list;
     for (const auto& [table, rows] : published_names()) {
         for (const json& row : set_of(table) ? rows : json::array()) {
-            ASSERT_LT(*set_of(table), sets);
+            ASSERT_LT(*set_of(table), kSets);
             list[{*set_of(table), published_name(row).first}] = row["name"];
         }
     }
     EXPECT_FALSE(list.empty());
-    for (uint16_t set = 0; set < sets; ++set) {
+    for (uint16_t set = 0; set < kSets; ++set) {
         for (unsigned state = 0; state <= 0xFF; ++state) {
             const std::string own = tool::state_name(set, static_cast<uint8_t>(state));
             const auto found = list.find({set, state});

@@ -47,7 +47,7 @@ private:
     Json controller_;
 };
 
-const std::string unsupported =
+const std::string kUnsupported =
     "response code 0x0003 (Command Unsupported), reason code 0x7fff (Unknown / Unsupported Command "
     "Type)";
 
@@ -195,18 +195,18 @@ TEST(NcsiOem, AnotherMakersCommandIsRefusedByTheController) {
     expect_error(bench.run({"ncsi", "oem", "brcm-preboot", "get", "nc0"}), 1,
                  "sideband-sim: ncsi oem brcm-preboot get: nc0: reading the preboot server config "
                  "of channel 0 failed: " +
-                     unsupported);
+                     kUnsupported);
     expect_error(bench.run({"ncsi", "oem", "mlx-tlv", "set", "nc0", "--flag", "1"}), 1,
                  "sideband-sim: ncsi oem mlx-tlv set: nc0: reading the card TLV of channel 0 "
                  "failed: " +
-                     unsupported);
+                     kUnsupported);
     expect_error(bench.run({"ncsi", "oem", "mlx-mac", "nc0"}), 1,
                  "sideband-sim: ncsi oem mlx-mac: nc0: Get PF MAC Address of channel 0 failed: " +
-                     unsupported);
+                     kUnsupported);
     expect_error(bench.run({"ncsi", "oem", "mlx-temp", "nc0"}), 1,
                  "sideband-sim: ncsi oem mlx-temp: nc0: Get Temperature of sensor 0 of channel 0 "
                  "failed: " +
-                     unsupported);
+                     kUnsupported);
 }
 
 TEST(NcsiOem, ASetThatIsRefusedNamesItself) {

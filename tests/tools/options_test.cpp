@@ -17,7 +17,7 @@ using tool_test::run_tool_for;
 using tool_test::TemporaryFile;
 using Strings = std::vector<std::string>;
 
-const std::vector<Strings> all_commands{{},
+const std::vector<Strings> kAllCommands{{},
                                         {"demo"},
                                         {"scan"},
                                         {"mctp"},
@@ -30,7 +30,7 @@ const std::vector<Strings> all_commands{{},
                                         {"pldm", "sensors"}};
 
 TEST(Help, IsThereForEveryCommand) {
-    for (Strings arguments : all_commands) {
+    for (Strings arguments : kAllCommands) {
         std::string usage = "Usage: sideband-sim ";
         for (const std::string& word : arguments) {
             usage += word + " ";

@@ -14,11 +14,11 @@ using tool_test::run_on;
 using Json = nlohmann::ordered_json;
 
 std::string little_endian(uint32_t value, int bytes) {
-    constexpr const char* digits = "0123456789abcdef";
+    constexpr const char* kDigits = "0123456789abcdef";
     std::string text;
     for (; bytes > 0; --bytes, value >>= 8) {
-        text += digits[value >> 4 & 0xF];
-        text += digits[value & 0xF];
+        text += kDigits[value >> 4 & 0xF];
+        text += kDigits[value & 0xF];
     }
     return text;
 }
@@ -29,12 +29,12 @@ std::string request(uint32_t handle, uint32_t transfer = 0) {
            (transfer == 0 ? "01" : "00") + "80000000";
 }
 
-enum Flag : uint8_t { start = 0, middle = 1, end = 4, start_and_end = 5 };
+enum Flag : uint8_t { kStart = 0, kMiddle = 1, kEnd = 4, kStartAndEnd = 5 };
 
 struct Part {
     uint32_t next = 0;
     std::string data;
-    uint8_t flag = start_and_end;
+    uint8_t flag = kStartAndEnd;
     uint32_t next_transfer = 0;
     int claimed = -1;  ///< responseCount; below 0 the true one
 };
@@ -93,7 +93,7 @@ private:
     Json exchanges_ = Json::array();
 };
 
-const char* const healthy_board = R"({
+const char* const kHealthyBoard = R"({
   "name": "healthy", "buses": [{"bus": 1, "clock_hz": 400000}],
   "devices": [
     {"name": "nic0", "type": "pldm", "bus": 1, "address": "0x40", "tid": 7, "auxiliary_names": true,
@@ -117,7 +117,7 @@ const char* const healthy_board = R"({
 })";
 
 Outcome run(const std::vector<std::string>& arguments) {
-    return run_on(healthy_board, arguments);
+    return run_on(kHealthyBoard, arguments);
 }
 
 TEST(HealthyPdrs, ListTellsWhatEachRecordDescribes) {
@@ -275,8 +275,8 @@ TEST(HostilePdrs, ARecordThatNamesItselfAsTheNextEndsTheWalk) {
 TEST(HostilePdrs, ARecordThatNeverEndsIsReportedAndSkipped) {
     Recorded device(2);
     device.part(0,
-                {.next = 2, .data = record(1, 99, "00112233"), .flag = start, .next_transfer = 5});
-    device.part(0, {.next = 2, .data = "44", .flag = middle, .next_transfer = 5}, 5);
+                {.next = 2, .data = record(1, 99, "00112233"), .flag = kStart, .next_transfer = 5});
+    device.part(0, {.next = 2, .data = "44", .flag = kMiddle, .next_transfer = 5}, 5);
     device.part(2, {.data = state_sensor(2, 12)});
     const Outcome list = device.run({"pldm", "pdr", "list", "rec0"});
     EXPECT_EQ(list.status, 1);

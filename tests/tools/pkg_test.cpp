@@ -211,14 +211,14 @@ TEST(BadPackage, IsNoFifoAndNoDevice) {
 
 TEST(BadPackage, HasALargestSize) {
     const TemporaryFile file(file_of(sample()));
-    constexpr off_t most = off_t{0xFFFFFFFF} * 2;
-    if (truncate(file.path().c_str(), most + 1) != 0) {
+    constexpr off_t kMost = off_t{0xFFFFFFFF} * 2;
+    if (truncate(file.path().c_str(), kMost + 1) != 0) {
         GTEST_SKIP() << "no file of this size can be made";
     }
     expect_error(run_tool({"pkg", "show", file.path()}), 3,
                  "sideband-sim: pkg show: " + file.path() +
                      ": the file has 8589934591 bytes, a package has at most 8589934590");
-    ASSERT_EQ(truncate(file.path().c_str(), most), 0);
+    ASSERT_EQ(truncate(file.path().c_str(), kMost), 0);
     EXPECT_EQ(run_tool({"pkg", "show", file.path()}).status, 0);
 }
 
@@ -289,7 +289,7 @@ std::string number(const char* format, const Json& value) {
 
 /// Names of the descriptor types as the standard has them, by those of the sidecars.
 std::string descriptor_name(const std::string& name) {
-    static const std::map<std::string, std::string> names{
+    static const std::map<std::string, std::string> kNames{
         {"pci_vendor_id", "PCI Vendor ID"},
         {"iana_enterprise_id", "IANA Enterprise ID"},
         {"uuid", "UUID"},
@@ -301,9 +301,9 @@ std::string descriptor_name(const std::string& name) {
         {"acpi_product_id", "ACPI Product Identifier"},
         {"ascii_model_number_long", "ASCII Model Number (Long String)"},
         {"vendor_defined", "Vendor Defined"}};
-    const auto found = names.find(name);
-    EXPECT_NE(found, names.end()) << name;
-    return found == names.end() ? "" : found->second;
+    const auto found = kNames.find(name);
+    EXPECT_NE(found, kNames.end()) << name;
+    return found == kNames.end() ? "" : found->second;
 }
 
 /// A descriptor as it is shown; what its value is made of is tested apart.

@@ -15,7 +15,7 @@ bool has_published_names() {
 }
 
 const std::map<std::string, json>& published_names() {
-    static const std::map<std::string, json> tables = [] {
+    static const std::map<std::string, json> kTables = [] {
         std::ifstream file(kPublishedNamesFile);
         const json list = json::parse(file);
         std::map<std::string, json> by_name;
@@ -24,7 +24,7 @@ const std::map<std::string, json>& published_names() {
         }
         return by_name;
     }();
-    return tables;
+    return kTables;
 }
 
 PublishedName published_name(const json& row) {

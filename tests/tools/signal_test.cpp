@@ -15,8 +15,8 @@ using tool_test::run_tool_until;
 using tool_test::TemporaryFile;
 using Strings = std::vector<std::string>;
 
-constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP};
-constexpr int by_signal = 128;
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr int kBySignal = 128;
 
 uint32_t little_endian_at(const std::string& text, size_t at) {
     uint32_t value = 0;
@@ -28,7 +28,7 @@ uint32_t little_endian_at(const std::string& text, size_t at) {
 
 /// The packets of a pcapng file; nothing where it does not consist of whole blocks.
 std::optional<size_t> packets_of(const TemporaryFile& capture) {
-    constexpr uint32_t enhanced_packet = 6;
+    constexpr uint32_t kEnhancedPacket = 6;
     const std::string content = capture.content();
     size_t packets = 0;
     for (size_t at = 0; at < content.size();) {
@@ -37,7 +37,7 @@ std::optional<size_t> packets_of(const TemporaryFile& capture) {
             little_endian_at(content, at + length - 4) != length) {
             return std::nullopt;
         }
-        packets += little_endian_at(content, at) == enhanced_packet ? 1 : 0;
+        packets += little_endian_at(content, at) == kEnhancedPacket ? 1 : 0;
         at += length;
     }
     return packets;
@@ -46,7 +46,7 @@ std::optional<size_t> packets_of(const TemporaryFile& capture) {
 class Signals : public OwnBoard {};
 
 TEST_F(Signals, EndWatchingAsIfItWereDone) {
-    for (const int signal : signals) {
+    for (const int signal : kSignals) {
         SCOPED_TRACE(signal);
         const TemporaryFile capture("");
         const Outcome watch = run_tool_until({"--board", board_.path(), "pldm", "sensors", "dev0",
@@ -60,12 +60,12 @@ TEST_F(Signals, EndWatchingAsIfItWereDone) {
 }
 
 TEST(Signal, EndsACommandInTheMiddleAndItsCaptureIsWhole) {
-    for (const int signal : signals) {
+    for (const int signal : kSignals) {
         SCOPED_TRACE(signal);
         const TemporaryFile capture("");
         const Outcome demo =
             run_tool_until({"demo", "--capture", capture.path()}, "2. MPIO bring-up", signal);
-        EXPECT_EQ(demo.status, by_signal + signal);
+        EXPECT_EQ(demo.status, kBySignal + signal);
         EXPECT_EQ(demo.err, "");
         EXPECT_FALSE(contains(demo.out, "Summary")) << "it has gone on:\n" << demo.out;
         EXPECT_GT(packets_of(capture).value_or(0), 30U);
@@ -74,7 +74,7 @@ TEST(Signal, EndsACommandInTheMiddleAndItsCaptureIsWhole) {
 
 TEST(Signal, EndsACommandWithoutACaptureToo) {
     const Outcome demo = run_tool_until({"demo"}, "1. Discovery (all)", SIGTERM);
-    EXPECT_EQ(demo.status, by_signal + SIGTERM);
+    EXPECT_EQ(demo.status, kBySignal + SIGTERM);
     EXPECT_EQ(demo.err, "");
     EXPECT_FALSE(contains(demo.out, "Summary")) << demo.out;
 }
@@ -108,10 +108,10 @@ TEST(Signal, ThatIsIgnoredStaysSo) {
 }
 
 TEST(Signal, EndsTheQuestionBeforeSomethingIsDestroyed) {
-    for (const int signal : signals) {
+    for (const int signal : kSignals) {
         const Outcome asked = tool_test::run_tool_until_asked({"nvme", "format", "nvme0", "1"},
                                                               "Go on? [y/N] ", signal);
-        EXPECT_EQ(asked.status, by_signal + signal);
+        EXPECT_EQ(asked.status, kBySignal + signal);
         EXPECT_TRUE(asked.err.ends_with("Go on? [y/N] ")) << asked.err;
         EXPECT_EQ(asked.out, "");
     }

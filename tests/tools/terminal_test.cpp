@@ -16,15 +16,15 @@ using tool_test::run_tool_typing;
 using tool_test::TemporaryFile;
 using Json = nlohmann::ordered_json;
 
-const std::string nic = "nic\x1b[31m0";
-const std::string gpu = "gpu\u009b32m\x7f";
+const std::string kNic = "nic\x1b[31m0";
+const std::string kGpu = "gpu\u009b32m\x7f";
 
 /// A board on which all that has a name or a text has one that wants to do more than be read.
 std::string hostile_board() {
     Json board = Json::parse(FirmwareBoard().text());
     board["name"] = "bench\x1b]0;mine\x07\nforged: all is well";
     Json& card = board["devices"][0];
-    card["name"] = nic;
+    card["name"] = kNic;
     card["sensors"] = Json::parse(R"([
         {"kind": "numeric", "id": 1, "name": "in\u001b[2J\nforged: sensor", "unit": "C\u009b1m",
          "waveform": {"shape": "constant", "value": 1}},
@@ -33,7 +33,7 @@ std::string hostile_board() {
     card["firmware"]["components"][0]["active"]["text"] = "fw\u009b5m";
     card["fru"] = Json::parse(R"({"records": [{"set": 1, "encoding": 2, "fields": [
         {"type": "model", "text": "M\u001b[1m\u009b2m\nforged: model"}]}]})");
-    board["devices"][2]["name"] = gpu;
+    board["devices"][2]["name"] = kGpu;
     return board.dump();
 }
 
@@ -69,7 +69,7 @@ private:
 };
 
 TEST_F(HostileBoard, NoCommandObeysAName) {
-    for (const std::string& name : {nic, gpu}) {
+    for (const std::string& name : {kNic, kGpu}) {
         EXPECT_EQ(run({"mctp", "eid", name}).status, 0);
         for (std::vector<std::string> command :
              {std::vector<std::string>{"mctp", "eid", name},
@@ -122,8 +122,8 @@ TEST_F(HostileBoard, ErrorsNotesAndQuestionsObeyNothing) {
           {"pldm", "fru",
            "\x9b"
            "31m"},
-          {"raw", nic, "\x1b", "00"},
-          {"mctp", "eid", nic, "--capture", "/nonexistent\x1b[1m\n/x"},
+          {"raw", kNic, "\x1b", "00"},
+          {"mctp", "eid", kNic, "--capture", "/nonexistent\x1b[1m\n/x"},
           {"scan", "\x1b[31m\nforged: argument"},
           {"pkg", "show", "/nonexistent\x9b\n/x"}}) {
         SCOPED_TRACE(Json(command).dump(-1, ' ', true, Json::error_handler_t::replace));
@@ -138,7 +138,7 @@ TEST_F(HostileBoard, ErrorsNotesAndQuestionsObeyNothing) {
         "sideband-sim: mctp eid: none: no such device on board bench\\x1b]0;mine\\x07\\x0aforged: "
         "all is well; it has: nic\\x1b[31m0, mpio0, gpu\\xc2\\x9b32m\\x7f\n");
     const Outcome asked =
-        run_tool_typing({"nvme", "ns", "delete", nic, "1", "--board", board_.path()}, "n\n");
+        run_tool_typing({"nvme", "ns", "delete", kNic, "1", "--board", board_.path()}, "n\n");
     EXPECT_TRUE(contains(asked.err, "nic\\x1b[31m0")) << asked.err;
     expect_harmless(asked);
 }

@@ -15,7 +15,7 @@
 
 namespace tool_test {
 
-const char* const test_board = R"({
+const char* const kTestBoard = R"({
   "name": "bench",
   "platform": {"pcie_open_fails": true},
   "buses": [{"bus": 1, "clock_hz": 400000}, {"bus": 2}],
@@ -88,8 +88,8 @@ private:
         std::signal(signal, SIG_DFL);
     }
     // A tool that hangs is to fail the test, not to stop it.
-    constexpr unsigned longest_s = 240;
-    alarm(longest_s);
+    constexpr unsigned kLongestS = 240;
+    alarm(kLongestS);
     std::vector<char*> pointers;
     for (const std::string& word : words) {
         pointers.push_back(const_cast<char*>(word.c_str()));
@@ -139,14 +139,14 @@ public:
 
     /// As wait(), but kills it where it takes longer.
     int wait_for(unsigned seconds) const {
-        constexpr unsigned naps_a_second = 50;
-        for (unsigned i = 0; i < seconds * naps_a_second; ++i) {
+        constexpr unsigned kNapsASecond = 50;
+        for (unsigned i = 0; i < seconds * kNapsASecond; ++i) {
             siginfo_t ended{};
             if (waitid(P_PID, static_cast<id_t>(id_), &ended, WEXITED | WNOHANG | WNOWAIT) != 0 ||
                 ended.si_pid == id_) {
                 return wait();
             }
-            usleep(1000000 / naps_a_second);
+            usleep(1000000 / kNapsASecond);
         }
         kill(SIGKILL);
         return wait();
@@ -304,8 +304,9 @@ bool has_control(const std::string& text) {
                 at + i < text.size() ? static_cast<uint8_t>(text[at + i]) : uint8_t{0};
             point = (byte & 0xC0) == 0x80 ? point << 6 | (byte & 0x3FU) : 0xFFFFFFFF;
         }
-        constexpr uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
-        const bool whole = point >= least[size] && point <= 0x10FFFF && point >> 11 != 0xD800 >> 11;
+        constexpr uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+        const bool whole =
+            point >= kLeast[size] && point <= 0x10FFFF && point >> 11 != 0xD800 >> 11;
         if (!whole) {
             size = 1;
             point = lead;

@@ -81,13 +81,13 @@ std::string replay_board(const nlohmann::ordered_json& exchanges);
 
 /// The board that these tests bring along: a terminus with constant sensors, a replaying device
 /// with answers of every kind, a device that never acknowledges.
-extern const char* const test_board;
+extern const char* const kTestBoard;
 
 /// Tests that run the tool on test_board.
 class OwnBoard : public ::testing::Test {
 protected:
     Outcome run(std::vector<std::string> arguments) const;
-    TemporaryFile board_{test_board};
+    TemporaryFile board_{kTestBoard};
 };
 
 }  // namespace tool_test

@@ -49,7 +49,7 @@ void expect_reason(const char* device, Json fault, const std::string& reason) {
 
 // On I2C the first packet is the answer to Get Endpoint ID, which comes first; a function on PCIe
 // is looked up in the MPIO's routing table.
-constexpr int behind_discovery = 1;
+constexpr int kBehindDiscovery = 1;
 
 TEST(NoAnswer, NamesTheFaultOnI2c) {
     const std::pair<Json, const char*> cases[] = {
@@ -60,7 +60,7 @@ TEST(NoAnswer, NamesTheFaultOnI2c) {
         {{{"kind", "wrong_tag"}}, "the answer carries message tag 3 instead of 2"},
     };
     for (auto [fault, reason] : cases) {
-        fault["after"] = behind_discovery;
+        fault["after"] = kBehindDiscovery;
         expect_reason("dev0", fault, reason);
     }
 }
@@ -77,9 +77,9 @@ TEST(NoAnswer, NamesTheFaultOnPcie) {
 }
 
 TEST(NoAnswer, TellsWhereAPartOfItCame) {
-    constexpr int behind_third_packet = behind_discovery + 3;
+    constexpr int kBehindThirdPacket = kBehindDiscovery + 3;
     for (const char* kind : {"lost", "late"}) {
-        Json fault{{"kind", kind}, {"after", behind_third_packet}};
+        Json fault{{"kind", kind}, {"after", kBehindThirdPacket}};
         if (kind == std::string("late")) {
             fault["delay_us"] = 5000000;
         }

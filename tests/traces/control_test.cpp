@@ -211,25 +211,25 @@ void nothing_more(const json&, const Bytes& response) {
 
 using Command = void (*)(const Record&);
 const std::map<std::string, Command>& commands() {
-    static const std::map<std::string, Command> all = {
+    static const std::map<std::string, Command> kAll = {
         {"Set Endpoint ID", set_endpoint_id},
         {"Get Endpoint ID", get_endpoint_id},
         {"Get Endpoint UUID", get_endpoint_uuid},
         {"Get Routing Table Entries", get_routing_table_entries},
         {"Endpoint Discovery", endpoint_discovery},
     };
-    return all;
+    return kAll;
 }
 
 using Reading = void (*)(const json&, const Bytes&);
 const std::map<std::string, Reading>& readings() {
-    static const std::map<std::string, Reading> all = {
+    static const std::map<std::string, Reading> kAll = {
         {"Get Message Type Support", message_types},
         {"Get MCTP Version Support", version_support},
         {"Get Vendor Defined Message Support", vendor_support},
         {"Discovery Notify", nothing_more},
     };
-    return all;
+    return kAll;
 }
 
 /// @return whether anything was compared

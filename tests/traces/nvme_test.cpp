@@ -303,7 +303,7 @@ void namespace_attachment(const Record& record) {
 
 using Command = void (*)(const Record&);
 const std::map<std::string, Command>& commands() {
-    static const std::map<std::string, Command> all = {
+    static const std::map<std::string, Command> kAll = {
         {"NVM Subsystem Health Status Poll", health_status_poll},
         {"Configuration Set", configuration_set},
         {"Configuration Get", configuration_get},
@@ -318,7 +318,7 @@ const std::map<std::string, Command>& commands() {
         {"Admin: Firmware Commit", firmware_commit},
         {"Admin: Firmware Image Download", firmware_image_download},
     };
-    return all;
+    return kAll;
 }
 
 /// @return whether anything was compared

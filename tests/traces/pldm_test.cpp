@@ -217,7 +217,7 @@ using Check = void (*)(const Record&);
 
 /// The commands that the library has a function for. The others go as recorded and no further.
 const std::map<std::string, Check>& decoders() {
-    static const std::map<std::string, Check> all = {
+    static const std::map<std::string, Check> kAll = {
         {"GetTID", get_tid},
         {"GetPLDMVersion", get_version},
         {"GetPLDMTypes", get_types},
@@ -227,7 +227,7 @@ const std::map<std::string, Check>& decoders() {
         {"GetPDRRepositoryInfo", test::check_repository_info},
         {"GetPDR", test::check_pdr},
     };
-    return all;
+    return kAll;
 }
 
 /// @return what was done with the record: 1 for the request as recorded, 1 for the decoding

@@ -145,11 +145,11 @@ Record make_record(const json& entry, const CommandCode& command) {
 }
 
 const json& file() {
-    static const json contents = [] {
+    static const json kContents = [] {
         std::ifstream stream(kFile);
         return stream ? json::parse(stream) : json::array();
     }();
-    return contents;
+    return kContents;
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ struct Command {
 
 uint8_t routing_table[MCTP_ROUTING_TABLE_RESPONSE_SIZE];
 
-const Command COMMANDS[] = {
+const Command kCommands[] = {
     {"SetEndpointId", [](mctp_ctx* ctx) { return mctp_set_endpoint_id(ctx, 0x2A); }, "80 01 00 2A",
      "00 01 00", 6, 0, nullptr},
     {"GetEndpointId", [](mctp_ctx* ctx) { return mctp_get_endpoint_id(ctx); }, "80 02",
@@ -78,7 +78,7 @@ protected:
     mctp_ctx ctx = ready_context();
 };
 
-INSTANTIATE_TEST_SUITE_P(Command, MctpControl, ::testing::ValuesIn(COMMANDS),
+INSTANTIATE_TEST_SUITE_P(Command, MctpControl, ::testing::ValuesIn(kCommands),
                          [](const auto& parameter) { return std::string(parameter.param.name); });
 
 TEST_P(MctpControl, RequestBytes) {

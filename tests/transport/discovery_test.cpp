@@ -24,8 +24,8 @@ Bytes eid_answer(uint8_t eid) {
     return Bytes{0x00, 0x02, 0x00, eid, 0x00, 0x00};
 }
 
-const Bytes SET_EID_ACCEPTED = hex("00 01 00 00 10 00");
-const Bytes SET_EID_REJECTED = hex("00 01 02 00 00 00");
+const Bytes kSetEidAccepted = hex("00 01 00 00 10 00");
+const Bytes kSetEidRejected = hex("00 01 02 00 00 00");
 
 class MctpDiscovery : public test::PlatformTest, public ::testing::WithParamInterface<uint8_t> {
 protected:
@@ -61,7 +61,7 @@ TEST_P(MctpDiscovery, EndpointsWithEid0To7GetOneFromThePool) {
     for (uint8_t eid = 0; eid <= 7; eid++) {
         port().global.next_eid = 0;
         ctx.instance_id = 0;
-        Endpoint endpoint({eid_answer(eid), SET_EID_ACCEPTED});
+        Endpoint endpoint({eid_answer(eid), kSetEidAccepted});
         EXPECT_EQ(mctp_discovery(&ctx), 0);
         EXPECT_EQ(ctx.dest_eid, 0x10);
         EXPECT_EQ(endpoint.requests, (std::vector<Bytes>{hex("80 02"), hex("81 01 00 10")}));
@@ -71,7 +71,7 @@ TEST_P(MctpDiscovery, EndpointsWithEid0To7GetOneFromThePool) {
 
 TEST_P(MctpDiscovery, AnEndpointThatIsNeverReadyGetsAnEid) {
     const Bytes busy = hex("00 02 04");
-    Endpoint endpoint({busy, busy, busy, SET_EID_ACCEPTED});
+    Endpoint endpoint({busy, busy, busy, kSetEidAccepted});
     EXPECT_EQ(mctp_discovery(&ctx), 0);
     EXPECT_EQ(ctx.dest_eid, 0x10);
 }
@@ -84,13 +84,13 @@ TEST_P(MctpDiscovery, AnEndpointThatDoesNotAnswerFails) {
 }
 
 TEST_P(MctpDiscovery, ARejectedEidFails) {
-    Endpoint endpoint({eid_answer(0), SET_EID_REJECTED});
+    Endpoint endpoint({eid_answer(0), kSetEidRejected});
     EXPECT_EQ(mctp_discovery(&ctx), -1);
     EXPECT_EQ(port().syslog, Lines());
 }
 
 TEST_P(MctpDiscovery, TheEidMutexIsTakenBetweenTheExchangesAndBeforeTheBus) {
-    Endpoint endpoint({eid_answer(0), SET_EID_ACCEPTED});
+    Endpoint endpoint({eid_answer(0), kSetEidAccepted});
     EXPECT_EQ(mctp_discovery(&ctx), 0);
     EXPECT_EQ(port().trace_of({"lock", "unlock"}),
               (Lines{"lock bus 3", "unlock bus 3", "lock eid", "lock bus 3", "unlock bus 3",
@@ -98,7 +98,7 @@ TEST_P(MctpDiscovery, TheEidMutexIsTakenBetweenTheExchangesAndBeforeTheBus) {
 }
 
 TEST_F(AssignEid, FirstAssignmentIs16AndTheNext17) {
-    Endpoint endpoint({SET_EID_ACCEPTED, SET_EID_ACCEPTED});
+    Endpoint endpoint({kSetEidAccepted, kSetEidAccepted});
     EXPECT_EQ(mctp_assign_eid(&ctx), 16);
     EXPECT_EQ(ctx.dest_eid, 16);
     EXPECT_EQ(mctp_assign_eid(&ctx), 17);
@@ -110,14 +110,14 @@ TEST_F(AssignEid, FirstAssignmentIs16AndTheNext17) {
 
 TEST_F(AssignEid, ThePoolIsSharedByAllContexts) {
     mctp_ctx other = ready_context(MCTP_BINDING_KIND_SL8_SMBUS);
-    Endpoint endpoint({SET_EID_ACCEPTED, SET_EID_ACCEPTED});
+    Endpoint endpoint({kSetEidAccepted, kSetEidAccepted});
     EXPECT_EQ(mctp_assign_eid(&ctx), 16);
     EXPECT_EQ(mctp_assign_eid(&other), 17);
 }
 
 TEST_F(AssignEid, After255ThePoolBeginsAt16Again) {
     port().global.next_eid = 254;
-    Endpoint endpoint({SET_EID_ACCEPTED, SET_EID_ACCEPTED, SET_EID_ACCEPTED});
+    Endpoint endpoint({kSetEidAccepted, kSetEidAccepted, kSetEidAccepted});
     EXPECT_EQ(mctp_assign_eid(&ctx), 254);
     EXPECT_EQ(mctp_assign_eid(&ctx), 255);
     EXPECT_EQ(port().global.next_eid, 0);
@@ -126,7 +126,7 @@ TEST_F(AssignEid, After255ThePoolBeginsAt16Again) {
 
 TEST_F(AssignEid, AFailureLeavesThePoolForTheNextEndpoint) {
     port().global.next_eid = 0x20;
-    Endpoint endpoint({SET_EID_REJECTED, SET_EID_ACCEPTED});
+    Endpoint endpoint({kSetEidRejected, kSetEidAccepted});
     EXPECT_EQ(mctp_assign_eid(&ctx), -1);
     EXPECT_EQ(ctx.dest_eid, 0x1D);
     EXPECT_EQ(port().global.next_eid, 0x20);
@@ -136,7 +136,7 @@ TEST_F(AssignEid, AFailureLeavesThePoolForTheNextEndpoint) {
 }
 
 TEST_F(AssignEid, AFailedFirstAssignmentStillHandsOut16Next) {
-    Endpoint endpoint({SET_EID_REJECTED, SET_EID_ACCEPTED});
+    Endpoint endpoint({kSetEidRejected, kSetEidAccepted});
     EXPECT_EQ(mctp_assign_eid(&ctx), -1);
     EXPECT_EQ(mctp_assign_eid(&ctx), 16);
 }
@@ -148,7 +148,7 @@ TEST_F(AssignEid, NoContextFailsWithoutALock) {
 }
 
 TEST_F(AssignEid, HoldsTheEidMutexAroundTheExchange) {
-    Endpoint endpoint({SET_EID_ACCEPTED});
+    Endpoint endpoint({kSetEidAccepted});
     EXPECT_EQ(mctp_assign_eid(&ctx), 16);
     EXPECT_EQ(port().trace_of({"lock", "unlock", "write", "read"}),
               (Lines{"lock eid", "lock bus 3", "write", "read", "unlock bus 3", "unlock eid"}));
@@ -178,8 +178,8 @@ Bytes table(uint8_t next_handle, const std::vector<Bytes>& entries) {
     return answer;
 }
 
-const char* const ASKED = "[get_eid_from_routing_table:1296] B/D/F: 41/02/03\n";
-const char* const NOT_FOUND = "[get_eid_from_routing_table] B/D/F: 41/02/03, EID not find\n";
+const char* const kAsked = "[get_eid_from_routing_table:1296] B/D/F: 41/02/03\n";
+const char* const kNotFound = "[get_eid_from_routing_table] B/D/F: 41/02/03, EID not find\n";
 
 class RoutingTable : public test::PlatformTest {
 protected:
@@ -204,31 +204,31 @@ protected:
 };
 
 // Range size, starting EID, type and port, binding type, medium, address size, address.
-const Bytes MATCH = hex("01 4A 00 02 08 02 41 13");
+const Bytes kMatch = hex("01 4A 00 02 08 02 41 13");
 
 TEST_F(RoutingTable, AMatchGivesItsEid) {
-    EXPECT_EQ(look_up({table(0xFF, {MATCH})}), 0);
+    EXPECT_EQ(look_up({table(0xFF, {kMatch})}), 0);
     EXPECT_EQ(target.dest_eid, 0x4A);
     EXPECT_EQ(requests, std::vector<Bytes>{hex("80 0A 00")});
     EXPECT_EQ(port().syslog,
-              (Lines{ASKED, "    EID: 0x4A, ", "Addr: 0x41 0x13\n", "      -> EID: 74\n\n\n"}));
+              (Lines{kAsked, "    EID: 0x4A, ", "Addr: 0x41 0x13\n", "      -> EID: 74\n\n\n"}));
 }
 
 TEST_F(RoutingTable, TheFirstMatchWins) {
-    EXPECT_EQ(look_up({table(0xFF, {MATCH, hex("01 4B 00 02 08 02 41 13")})}), 0);
+    EXPECT_EQ(look_up({table(0xFF, {kMatch, hex("01 4B 00 02 08 02 41 13")})}), 0);
     EXPECT_EQ(target.dest_eid, 0x4A);
 }
 
 TEST_F(RoutingTable, ATableWhoseFirstAnswerEndsItIsReadOnce) {
-    EXPECT_EQ(look_up({table(0xFF, {hex("01 4A 00 02 08 02 41 14")}), table(0xFF, {MATCH})}), -1);
+    EXPECT_EQ(look_up({table(0xFF, {hex("01 4A 00 02 08 02 41 14")}), table(0xFF, {kMatch})}), -1);
     EXPECT_EQ(requests.size(), 1u);
     EXPECT_EQ(target.dest_eid, 0x55);
-    EXPECT_EQ(port().syslog, (Lines{ASKED, "    EID: 0x4A, ", "Addr: 0x41 0x14\n", NOT_FOUND}));
+    EXPECT_EQ(port().syslog, (Lines{kAsked, "    EID: 0x4A, ", "Addr: 0x41 0x14\n", kNotFound}));
 }
 
 TEST_F(RoutingTable, FurtherEntriesAreAskedForByTheNextHandle) {
     EXPECT_EQ(look_up({table(0x07, {hex("01 40 00 02 08 02 41 00")}), table(0xFE, {}),
-                       table(0xFF, {MATCH})}),
+                       table(0xFF, {kMatch})}),
               0);
     EXPECT_EQ(requests, (std::vector<Bytes>{hex("80 0A 00"), hex("81 0A 07"), hex("82 0A FE")}));
     EXPECT_EQ(target.dest_eid, 0x4A);
@@ -261,30 +261,30 @@ TEST_F(RoutingTable, TheLargestDeviceAndFunctionMatch) {
 
 TEST_F(RoutingTable, EntriesOfOtherAddressSizesAreWalkedOver) {
     EXPECT_EQ(look_up({table(0xFF, {hex("01 20 00 01 04 01 64"), hex("01 21 00 03 00 00"),
-                                    hex("01 22 00 06 00 04 01 02 03 04"), MATCH})}),
+                                    hex("01 22 00 06 00 04 01 02 03 04"), kMatch})}),
               0);
     EXPECT_EQ(target.dest_eid, 0x4A);
     EXPECT_EQ(port().syslog,
-              (Lines{ASKED, "    EID: 0x20, ", "Addr: 0x64\n", "    EID: 0x21, ",
+              (Lines{kAsked, "    EID: 0x20, ", "Addr: 0x64\n", "    EID: 0x21, ",
                      "Addr: Unknown (0)\n", "    EID: 0x22, ", "Addr: Unknown (4)\n",
                      "    EID: 0x4A, ", "Addr: 0x41 0x13\n", "      -> EID: 74\n\n\n"}));
 }
 
 TEST_F(RoutingTable, SevenEntriesFillAnAnswer) {
     std::vector<Bytes> entries(6, hex("01 20 00 02 08 02 01 00"));
-    entries.push_back(MATCH);
+    entries.push_back(kMatch);
     EXPECT_EQ(look_up({table(0xFF, entries)}), 0);
     EXPECT_EQ(target.dest_eid, 0x4A);
 }
 
 TEST_F(RoutingTable, AnEmptyTableHasNoMatch) {
     EXPECT_EQ(look_up({table(0xFF, {})}), -1);
-    EXPECT_EQ(port().syslog, (Lines{ASKED, NOT_FOUND}));
+    EXPECT_EQ(port().syslog, (Lines{kAsked, kNotFound}));
 }
 
 TEST_F(RoutingTable, AFailedRequestIsReported) {
     EXPECT_EQ(look_up({hex("00 0A 01")}), -1);
-    EXPECT_EQ(port().syslog, (Lines{ASKED, "fail in mctp_get_routing_table_entries\n"}));
+    EXPECT_EQ(port().syslog, (Lines{kAsked, "fail in mctp_get_routing_table_entries\n"}));
     EXPECT_EQ(port().console, Lines{"[mctp_get_routing_table_entries] failed\n"});
     EXPECT_EQ(target.dest_eid, 0x55);
 }
@@ -292,7 +292,7 @@ TEST_F(RoutingTable, AFailedRequestIsReported) {
 TEST_F(RoutingTable, AFailedSecondRequestIsReported) {
     EXPECT_EQ(look_up({table(0x01, {})}), -1);
     EXPECT_EQ(requests.size(), 2u);
-    EXPECT_EQ(port().syslog, (Lines{ASKED, "fail in mctp_get_routing_table_entries\n"}));
+    EXPECT_EQ(port().syslog, (Lines{kAsked, "fail in mctp_get_routing_table_entries\n"}));
 }
 
 TEST_F(RoutingTable, WithoutOwnerOrTargetItFails) {
@@ -309,11 +309,11 @@ TEST_F(RoutingTable, AnEntryThatRunsPastTheAnswerFails) {
     entries.push_back(hex("01 4A 00 02 08 03 41 13"));
     EXPECT_EQ(look_up({table(0xFF, entries)}), -1);
     EXPECT_EQ(target.dest_eid, 0x55);
-    EXPECT_EQ(port().syslog.back(), NOT_FOUND);
+    EXPECT_EQ(port().syslog.back(), kNotFound);
 }
 
 TEST_F(RoutingTable, AnAddressSizeOf255Fails) {
-    EXPECT_EQ(look_up({table(0x01, {hex("01 4A 00 02 08 FF 41 13")}), table(0xFF, {MATCH})}), -1);
+    EXPECT_EQ(look_up({table(0x01, {hex("01 4A 00 02 08 FF 41 13")}), table(0xFF, {kMatch})}), -1);
     EXPECT_EQ(target.dest_eid, 0x55);
 }
 
@@ -327,7 +327,7 @@ TEST_F(RoutingTable, ACountBeyondTheEntriesThatWereSentFails) {
 }
 
 TEST_F(RoutingTable, AnEntryCutByTheEndOfTheAnswerIsNotAMatch) {
-    const Bytes whole = table(0xFF, {MATCH});
+    const Bytes whole = table(0xFF, {kMatch});
     for (size_t length = 5; length < whole.size(); length++) {
         const Bytes cut(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(length));
         EXPECT_EQ(look_up({cut}), -1) << length;

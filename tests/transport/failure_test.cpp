@@ -128,7 +128,7 @@ int32_t look_up(mctp_ctx* ctx) {
     return get_eid_from_routing_table(ctx, &target);
 }
 
-const Operation OPERATIONS[] = {
+const Operation kOperations[] = {
     {"SmbusSend", run_command<long_send>},
     {"SmbusReceive", run_command<receive>},
     {"SmbusExchange", run_command<exchange>},
@@ -177,7 +177,7 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Operation, EveryFailure, ::testing::ValuesIn(OPERATIONS),
+INSTANTIATE_TEST_SUITE_P(Operation, EveryFailure, ::testing::ValuesIn(kOperations),
                          [](const auto& parameter) { return std::string(parameter.param.name); });
 
 TEST_P(EveryFailure, OfOnePlatformCallGivesTheOrdinaryErrorOrIsRetried) {
@@ -224,7 +224,7 @@ TEST_P(EveryFailure, OfAnAllocationLeavesNothingBehind) {
 TEST_P(EveryFailure, OfFileTestOrShellDoesNotMatter) {
     libc.present.insert("/sys/bus/i2c/devices/3-0010/mctp-slave-mqueue");
     for (const char* call : {"access", "system"}) {
-        libc.fail = {{call, libc.EVERY}};
+        libc.fail = {{call, libc.kEvery}};
         EXPECT_GE(run(0), 0) << call;
     }
 }

@@ -16,21 +16,21 @@ namespace {
 using test::Bytes;
 using test::Capture;
 using test::Endpoint;
-using test::EOM;
 using test::Guarded;
 using test::hex;
+using test::kEom;
+using test::kSom;
+using test::kTo;
 using test::packet;
 using test::port;
 using test::ready_context;
 using test::sequence;
 using test::SlaveRead;
 using test::smbus_context;
-using test::SOM;
-using test::TO;
 using test::operator+;
 using Lines = std::vector<std::string>;
 
-const Bytes REQUEST = hex("80 02");
+const Bytes kRequest = hex("80 02");
 
 /// The three ways to exchange over SMBus.
 struct Way {
@@ -47,7 +47,7 @@ protected:
     }
 
     /// Exchanges into a guarded buffer.
-    int32_t xfer(const Bytes& request = REQUEST, int32_t capacity = 64) {
+    int32_t xfer(const Bytes& request = kRequest, int32_t capacity = 64) {
         Guarded buffer(static_cast<size_t>(capacity));
         int32_t result = ctx.xfer(&ctx, static_cast<uint32_t>(request.size()), capacity,
                                   request.data(), buffer.data());
@@ -148,7 +148,7 @@ TEST_P(Hostile, UnitSizesThatNoPacketHoldsFailEveryCall) {
         ctx.unit_size = unit;
         Guarded buffer(64);
         EXPECT_EQ(xfer(), -1) << unit;
-        EXPECT_EQ(ctx.send(&ctx, 2, REQUEST.data(), 1), -1);
+        EXPECT_EQ(ctx.send(&ctx, 2, kRequest.data(), 1), -1);
         EXPECT_EQ(ctx.recv(&ctx, 64, buffer.data()), -1);
         EXPECT_TRUE(buffer.untouched_from(0));
     }
@@ -165,21 +165,21 @@ TEST_P(Hostile, TheLargestUnitSizeWorksBothWays) {
 }
 
 TEST_P(Hostile, MissingOperationPointersFailTheExchange) {
-    static const mctp_binding empty{nullptr, nullptr, nullptr};
-    static const mctp_binding write_only{smbus_block_write, nullptr, nullptr};
-    static const mctp_binding read_only{nullptr, smbus_block_read, nullptr};
+    static const mctp_binding kEmpty{nullptr, nullptr, nullptr};
+    static const mctp_binding kWriteOnly{smbus_block_write, nullptr, nullptr};
+    static const mctp_binding kReadOnly{nullptr, smbus_block_read, nullptr};
     Guarded buffer(64);
-    for (const mctp_binding* binding : {static_cast<const mctp_binding*>(nullptr), &empty}) {
+    for (const mctp_binding* binding : {static_cast<const mctp_binding*>(nullptr), &kEmpty}) {
         ctx.binding = binding;
         EXPECT_EQ(xfer(), -1);
-        EXPECT_EQ(ctx.send(&ctx, 2, REQUEST.data(), 1), -1);
+        EXPECT_EQ(ctx.send(&ctx, 2, kRequest.data(), 1), -1);
         EXPECT_EQ(ctx.recv(&ctx, 64, buffer.data()), -1);
     }
     EXPECT_EQ(port().trace_of({"write", "read"}), Lines());
-    ctx.binding = &write_only;
+    ctx.binding = &kWriteOnly;
     EXPECT_EQ(xfer(), -1);
     EXPECT_EQ(port().slave_reads.size(), 0u);
-    ctx.binding = &read_only;
+    ctx.binding = &kReadOnly;
     EXPECT_EQ(xfer(), -1);
     EXPECT_EQ(port().slave_reads.size(), 0u);
     EXPECT_TRUE(buffer.untouched_from(0));
@@ -264,7 +264,7 @@ TEST_P(Hostile, AFewHundredStalePacketsAreSurvived) {
 TEST_P(Hostile, AMessageInTinyPacketsIsNoFlood) {
     Endpoint endpoint({test::counting(4095)}, false);
     endpoint.unit = 2;
-    EXPECT_EQ(xfer(REQUEST, 4096), 4095);
+    EXPECT_EQ(xfer(kRequest, 4096), 4095);
     EXPECT_EQ(response, test::counting(4095));
 }
 
@@ -326,7 +326,7 @@ TEST_P(Hostile, EveryCapacityIsRespected) {
     for (int32_t capacity = 1; capacity <= 70; capacity++) {
         new_exchange();
         port().queue(good_packets());
-        EXPECT_EQ(xfer(REQUEST, capacity), std::min(capacity, 60));
+        EXPECT_EQ(xfer(kRequest, capacity), std::min(capacity, 60));
         EXPECT_EQ(response, test::counting(static_cast<size_t>(std::min(capacity, 60)), 0x40));
     }
 }
@@ -357,7 +357,7 @@ int32_t look_up(mctp_ctx* ctx) {
     return result;
 }
 
-const Answer ANSWERS[] = {
+const Answer kAnswers[] = {
     {"SetEndpointId", [](mctp_ctx* ctx) { return mctp_set_endpoint_id(ctx, 0x2A); },
      "00 00 01 00 00 2A 00"},
     {"GetEndpointId", mctp_get_endpoint_id, "00 00 02 00 2A 00 00"},
@@ -403,7 +403,7 @@ private:
     Capture dumps_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Command, HostileControl, ::testing::ValuesIn(ANSWERS),
+INSTANTIATE_TEST_SUITE_P(Command, HostileControl, ::testing::ValuesIn(kAnswers),
                          [](const auto& parameter) { return std::string(parameter.param.name); });
 
 TEST_P(HostileControl, TheGoodAnswerIsGood) {

@@ -154,9 +154,9 @@ TEST_F(MctpPcie, NeitherSendNorExchangeAppendsAnIntegrityCheck) {
 }
 
 TEST_F(MctpPcie, SendFailsWhereItsBindingFails) {
-    static const mctp_binding failing{[](mctp_section*, int32_t, uint8_t*) { return -7; }, nullptr,
-                                      nullptr};
-    ctx.binding = &failing;
+    static const mctp_binding kFailing{[](mctp_section*, int32_t, uint8_t*) { return -7; }, nullptr,
+                                       nullptr};
+    ctx.binding = &kFailing;
     EXPECT_EQ(send(hex("80 02")), -1);
 }
 
@@ -378,8 +378,8 @@ TEST_F(MctpPcie, ExchangeOfALengthThatNoRecordHoldsFails) {
 
 TEST_F(MctpPcie, OperationsWithoutABindingFail) {
     Guarded buffer(64);
-    static const mctp_binding empty{nullptr, nullptr, nullptr};
-    for (const mctp_binding* binding : {static_cast<const mctp_binding*>(nullptr), &empty}) {
+    static const mctp_binding kEmpty{nullptr, nullptr, nullptr};
+    for (const mctp_binding* binding : {static_cast<const mctp_binding*>(nullptr), &kEmpty}) {
         ctx.binding = binding;
         EXPECT_EQ(send(hex("80 02")), -1);
         EXPECT_EQ(receive(64, buffer), -1);

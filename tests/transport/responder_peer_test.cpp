@@ -17,8 +17,8 @@ using test::Bytes;
 using test::hex;
 using test::port;
 
-constexpr uint8_t FORMER_EID = 0x08;
-constexpr uint8_t OWNER_EID = 0x0A;
+constexpr uint8_t kFormerEid = 0x08;
+constexpr uint8_t kOwnerEid = 0x0A;
 
 /// What a port's read stores in the two EIDs of the record; empty: what was there stays.
 struct Port {
@@ -28,21 +28,21 @@ struct Port {
     bool peer_is_destination;
 };
 
-const Port PORTS[] = {
-    {"SenderToNull", OWNER_EID, 0x00, false},
-    {"SenderToBroadcast", OWNER_EID, 0xFF, false},
-    {"SenderToFormerEid", OWNER_EID, FORMER_EID, false},
-    {"SenderToUnknownEid", OWNER_EID, 0x33, false},
-    {"PeerAndNull", 0x00, OWNER_EID, true},
-    {"PeerAndBroadcast", 0xFF, OWNER_EID, true},
-    {"PeerAndFormerEid", FORMER_EID, OWNER_EID, true},
-    {"PeerAndWhatWasThere", {}, OWNER_EID, true},
+const Port kPorts[] = {
+    {"SenderToNull", kOwnerEid, 0x00, false},
+    {"SenderToBroadcast", kOwnerEid, 0xFF, false},
+    {"SenderToFormerEid", kOwnerEid, kFormerEid, false},
+    {"SenderToUnknownEid", kOwnerEid, 0x33, false},
+    {"PeerAndNull", 0x00, kOwnerEid, true},
+    {"PeerAndBroadcast", 0xFF, kOwnerEid, true},
+    {"PeerAndFormerEid", kFormerEid, kOwnerEid, true},
+    {"PeerAndWhatWasThere", {}, kOwnerEid, true},
 };
 
 class ResponderPeer : public test::PlatformTest, public ::testing::WithParamInterface<Port> {
 protected:
     ResponderPeer() {
-        ctx.src_eid = FORMER_EID;
+        ctx.src_eid = kFormerEid;
         ctx.binding_kind = MCTP_BINDING_KIND_PCIE;
         ctx.skip_discovery = 1;
         EXPECT_EQ(mctp_init2(&ctx), 0);
@@ -72,7 +72,7 @@ protected:
     std::vector<plt_pcie_request> answers;
 };
 
-INSTANTIATE_TEST_SUITE_P(Port, ResponderPeer, ::testing::ValuesIn(PORTS),
+INSTANTIATE_TEST_SUITE_P(Port, ResponderPeer, ::testing::ValuesIn(kPorts),
                          [](const auto& parameter) { return std::string(parameter.param.name); });
 
 TEST_P(ResponderPeer, EveryAnswerGoesToWhoAsked) {
@@ -80,7 +80,7 @@ TEST_P(ResponderPeer, EveryAnswerGoesToWhoAsked) {
     EXPECT_EQ(get_bmc_by_owner(&ctx), 1);
     ASSERT_EQ(answers.size(), 4u);
     for (const plt_pcie_request& answer : answers) {
-        EXPECT_EQ(answer.dest_eid, OWNER_EID);
+        EXPECT_EQ(answer.dest_eid, kOwnerEid);
     }
     EXPECT_EQ(answers[0].src_eid, 0x00) << "no EID so far";
     EXPECT_EQ(answers[3].src_eid, 0x2A);
@@ -90,12 +90,12 @@ TEST_P(ResponderPeer, TheOwnerIsRememberedAsThePeer) {
     requests = {hex("00 83 01 00 2A")};
     EXPECT_EQ(get_bmc_by_owner(&ctx), 1);
     EXPECT_EQ(ctx.src_eid, 0x2A);
-    EXPECT_EQ(ctx.dest_eid, OWNER_EID);
-    EXPECT_EQ(ctx.owner_route.binding_eids[0], OWNER_EID);
+    EXPECT_EQ(ctx.dest_eid, kOwnerEid);
+    EXPECT_EQ(ctx.owner_route.binding_eids[0], kOwnerEid);
     const uint8_t returned[] = {ctx.binding_eids[0], ctx.binding_eids[1]};
     const size_t other = GetParam().peer_is_destination ? 0 : 1;
     EXPECT_EQ(ctx.owner_route.binding_eids[1], returned[other]);
-    EXPECT_EQ(returned[1 - other], OWNER_EID) << "what the port returned stays as it was";
+    EXPECT_EQ(returned[1 - other], kOwnerEid) << "what the port returned stays as it was";
 }
 
 TEST_P(ResponderPeer, NobodyToBeTakenForThePeerIsAnsweredAtTheFirstEid) {
@@ -103,14 +103,14 @@ TEST_P(ResponderPeer, NobodyToBeTakenForThePeerIsAnsweredAtTheFirstEid) {
     port().on_pcie = [this](plt_pcie_request& request) {
         const int result = transact(request);
         if (request.operation == PLT_PCIE_READ) {
-            request.src_eid = FORMER_EID;
+            request.src_eid = kFormerEid;
             request.dest_eid = 0xFF;
         }
         return result;
     };
     EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
     ASSERT_EQ(answers.size(), 1u);
-    EXPECT_EQ(answers[0].dest_eid, FORMER_EID);
+    EXPECT_EQ(answers[0].dest_eid, kFormerEid);
 }
 
 }  // namespace

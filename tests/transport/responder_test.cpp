@@ -103,7 +103,7 @@ protected:
     mctp_ctx ctx = test::smbus_context();
 };
 
-const char* const SET_EID_2A = "00 83 01 00 2A";
+const char* const kSetEid2A = "00 83 01 00 2A";
 
 TEST_F(GetBmcByOwner, AnnouncesTheBmcAndForgetsItsEids) {
     EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
@@ -119,7 +119,7 @@ TEST_F(GetBmcByOwner, AFailedAnnouncementDoesNotEndIt) {
     for (const Bytes& answer : {Bytes(), hex("00 0D 01"), hex("1F 0D 00")}) {
         announcement_answer = answer;
         ctx.instance_id = 0;
-        receive(SET_EID_2A);
+        receive(kSetEid2A);
         EXPECT_EQ(get_bmc_by_owner(&ctx), 1);
     }
 }
@@ -133,7 +133,7 @@ TEST_F(GetBmcByOwner, AnAnnouncementAnsweredWithAnotherCommandIsNoShortcut) {
 }
 
 TEST_F(GetBmcByOwner, SetEndpointIdGivesTheBmcItsEid) {
-    receive(SET_EID_2A);
+    receive(kSetEid2A);
     EXPECT_EQ(get_bmc_by_owner(&ctx), 1);
     EXPECT_EQ(sent, std::vector<Bytes>{hex("03 01 00 00 2A 00")});
     EXPECT_EQ(sent_tag_owners, hex("00"));
@@ -156,7 +156,7 @@ TEST_F(GetBmcByOwner, EidsOneTo254AreTaken) {
 TEST_F(GetBmcByOwner, Eid0And255AreRefusedAndTheLoopGoesOn) {
     receive("00 81 01 00 00");
     receive("00 82 01 00 FF");
-    receive(SET_EID_2A);
+    receive(kSetEid2A);
     EXPECT_EQ(get_bmc_by_owner(&ctx), 1);
     EXPECT_EQ(sent, (std::vector<Bytes>{hex("01 01 02 00 00 00"), hex("02 01 02 00 00 00"),
                                         hex("03 01 00 00 2A 00")}));
@@ -187,7 +187,7 @@ TEST_F(GetBmcByOwner, ASecondEndpointDiscoveryGetsNoAnswer) {
     for (int i = 0; i < 10; i++) {
         receive("00 88 0C");
     }
-    receive(SET_EID_2A);
+    receive(kSetEid2A);
     EXPECT_EQ(get_bmc_by_owner(&ctx), 1) << "and is not counted as ignored";
     EXPECT_EQ(sent, (std::vector<Bytes>{hex("08 0C 00 00 00 00 00 00 00 00 00"),
                                         hex("03 01 00 00 2A 00")}));
@@ -201,7 +201,7 @@ TEST_F(GetBmcByOwner, OtherCommandsGetNoAnswerAndAreNotCounted) {
                                 "00 80 08", "00 80 09", "00 80 0A", "00 80 0E", "00 80 FF"}) {
         receive(message);
     }
-    receive(SET_EID_2A);
+    receive(kSetEid2A);
     EXPECT_EQ(get_bmc_by_owner(&ctx), 1);
     EXPECT_EQ(sent.size(), 1u);
 }
@@ -213,7 +213,7 @@ TEST_F(GetBmcByOwner, TheFifthIgnoredMessageEndsIt) {
     receive("00 80 02");
     receive("04 80 02");
     receive("02 80 02");
-    receive(SET_EID_2A);
+    receive(kSetEid2A);
     EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
     EXPECT_EQ(sent.size(), 1u) << "Get Endpoint ID in between";
     EXPECT_EQ(incoming.size(), 1u);
@@ -223,7 +223,7 @@ TEST_F(GetBmcByOwner, FourIgnoredMessagesDoNotEndIt) {
     for (int i = 0; i < 4; i++) {
         receive("01 80 02");
     }
-    receive(SET_EID_2A);
+    receive(kSetEid2A);
     EXPECT_EQ(get_bmc_by_owner(&ctx), 1);
 }
 
@@ -233,12 +233,12 @@ TEST_F(GetBmcByOwner, TheIntegrityCheckBitOfTheTypeDoesNotMatter) {
 }
 
 TEST_F(GetBmcByOwner, AFailedSendEndsIt) {
-    const char* const messages[] = {SET_EID_2A,    "00 80 01 00 00", "00 80 02", "00 80 06 00",
+    const char* const messages[] = {kSetEid2A,     "00 80 01 00 00", "00 80 02", "00 80 06 00",
                                     "00 80 06 01", "00 80 0B",       "00 80 0C", "00 80 0D"};
     for (const char* message : messages) {
         incoming.clear();
         receive(message);
-        receive(SET_EID_2A);
+        receive(kSetEid2A);
         send_results = {-1};
         EXPECT_EQ(get_bmc_by_owner(&ctx), 0) << message;
         EXPECT_EQ(incoming.size(), 1u) << message;
@@ -247,7 +247,7 @@ TEST_F(GetBmcByOwner, AFailedSendEndsIt) {
 
 TEST_F(GetBmcByOwner, AFailedReceiveEndsIt) {
     incoming.push_back({-110, Bytes()});
-    receive(SET_EID_2A);
+    receive(kSetEid2A);
     EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
     EXPECT_EQ(incoming.size(), 1u);
 }

@@ -35,7 +35,7 @@ int32_t write_packet(WriteFunction write, mctp_ctx& ctx, const Bytes& packet,
     return result;
 }
 
-const Bytes PACKET = hex("01 1D 08 C9 00 80 02");
+const Bytes kPacket = hex("01 1D 08 C9 00 80 02");
 
 class SmbusWrite : public test::PlatformTest {
 protected:
@@ -54,13 +54,13 @@ protected:
     std::string name() const { return GetParam() ? "smbus_block_write" : "sl8_smbus_block_write"; }
 
     void expect_refused(const std::string& message) {
-        EXPECT_EQ(write_packet(write(), ctx, PACKET), -1);
+        EXPECT_EQ(write_packet(write(), ctx, kPacket), -1);
         EXPECT_EQ(port().syslog, Lines{message});
         EXPECT_EQ(port().trace_of({"mux", "write", "read", "address"}), Lines());
         EXPECT_EQ(libc.commands, Lines());
     }
     void expect_allowed() {
-        EXPECT_EQ(write_packet(write(), ctx, PACKET), 0);
+        EXPECT_EQ(write_packet(write(), ctx, kPacket), 0);
         EXPECT_EQ(port().syslog, Lines());
         EXPECT_EQ(port().writes.size(), 1u);
     }
@@ -73,7 +73,7 @@ INSTANTIATE_TEST_SUITE_P(Pec, EitherWrite, ::testing::Bool(), [](const auto& par
 });
 
 TEST_F(SmbusWrite, FrameIsAddressCommandCountSourceAndPacket) {
-    EXPECT_EQ(write_packet(smbus_block_write, ctx, PACKET), 0);
+    EXPECT_EQ(write_packet(smbus_block_write, ctx, kPacket), 0);
     ASSERT_EQ(port().writes.size(), 1u);
     EXPECT_TRUE(port().writes[0].controller_pec);
     EXPECT_EQ(port().writes[0].bytes, hex("64 0F 08 21 01 1D 08 C9 00 80 02"));
@@ -81,12 +81,12 @@ TEST_F(SmbusWrite, FrameIsAddressCommandCountSourceAndPacket) {
 
 TEST_F(SmbusWrite, LeavesTheByteBehindTheFrameAlone) {
     Bytes frame;
-    EXPECT_EQ(write_packet(smbus_block_write, ctx, PACKET, &frame), 0);
+    EXPECT_EQ(write_packet(smbus_block_write, ctx, kPacket, &frame), 0);
     EXPECT_EQ(frame.back(), 0xEE);
 }
 
 TEST_F(Sl8Write, FrameCarriesThePecBehindThePacket) {
-    EXPECT_EQ(write_packet(sl8_smbus_block_write, ctx, PACKET), 0);
+    EXPECT_EQ(write_packet(sl8_smbus_block_write, ctx, kPacket), 0);
     ASSERT_EQ(port().writes.size(), 1u);
     EXPECT_FALSE(port().writes[0].controller_pec);
     Bytes expected = hex("64 0F 08 21 01 1D 08 C9 00 80 02");
@@ -101,7 +101,7 @@ TEST_F(Sl8Write, PecComesFromThePlatform) {
         return uint8_t{0x5A};
     };
     Bytes frame;
-    EXPECT_EQ(write_packet(sl8_smbus_block_write, ctx, PACKET, &frame), 0);
+    EXPECT_EQ(write_packet(sl8_smbus_block_write, ctx, kPacket, &frame), 0);
     EXPECT_EQ(seen, hex("64 0F 08 21 01 1D 08 C9 00 80 02"));
     EXPECT_EQ(frame.back(), 0x5A);
     EXPECT_EQ(port().writes[0].bytes.back(), 0x5A);
@@ -115,7 +115,7 @@ TEST_P(EitherWrite, A96BytePayloadHasByteCount101) {
 }
 
 TEST_P(EitherWrite, RequestNamesBusAndDeviceAndIsZeroElsewhere) {
-    EXPECT_EQ(write_packet(write(), ctx, PACKET), 0);
+    EXPECT_EQ(write_packet(write(), ctx, kPacket), 0);
     ASSERT_EQ(port().writes.size(), 1u);
     plt_i2c_request request = port().writes[0].request;
     EXPECT_EQ(request.bus, 3);
@@ -128,12 +128,12 @@ TEST_P(EitherWrite, RequestNamesBusAndDeviceAndIsZeroElsewhere) {
 
 TEST_P(EitherWrite, SourceAddressIsTheBmcsWithBitZeroSet) {
     port().bmc_address = 0x32;
-    EXPECT_EQ(write_packet(write(), ctx, PACKET), 0);
+    EXPECT_EQ(write_packet(write(), ctx, kPacket), 0);
     EXPECT_EQ(port().writes[0].bytes[3], 0x33);
 }
 
 TEST_P(EitherWrite, MuxIsSelectedBeforeTheWrite) {
-    EXPECT_EQ(write_packet(write(), ctx, PACKET), 0);
+    EXPECT_EQ(write_packet(write(), ctx, kPacket), 0);
     EXPECT_EQ(port().trace, (Lines{"power", "address", "mux", "write"}));
     ASSERT_EQ(port().muxes.size(), 1u);
     EXPECT_EQ(port().muxes[0].setting, test::counting(48, 0xC0));
@@ -143,14 +143,14 @@ TEST_P(EitherWrite, MuxIsSelectedBeforeTheWrite) {
 
 TEST_P(EitherWrite, ThirdAttemptCanSucceed) {
     port().write_results = {-1, 5, 0};
-    EXPECT_EQ(write_packet(write(), ctx, PACKET), 0);
+    EXPECT_EQ(write_packet(write(), ctx, kPacket), 0);
     ASSERT_EQ(port().writes.size(), 3u);
     EXPECT_EQ(port().writes[0].bytes, port().writes[2].bytes) << "the PEC is not added again";
 }
 
 TEST_P(EitherWrite, GivesUpAfterThreeAttemptsWithoutAMessage) {
     port().write_results = {-1, -1, -1, 0};
-    EXPECT_EQ(write_packet(write(), ctx, PACKET), -1);
+    EXPECT_EQ(write_packet(write(), ctx, kPacket), -1);
     EXPECT_EQ(port().writes.size(), 3u);
     EXPECT_EQ(port().muxes.size(), 1u);
     EXPECT_EQ(port().syslog, Lines());
@@ -158,7 +158,7 @@ TEST_P(EitherWrite, GivesUpAfterThreeAttemptsWithoutAMessage) {
 }
 
 TEST_P(EitherWrite, FirstSuccessEndsTheAttempts) {
-    EXPECT_EQ(write_packet(write(), ctx, PACKET), 0);
+    EXPECT_EQ(write_packet(write(), ctx, kPacket), 0);
     EXPECT_EQ(port().writes.size(), 1u);
 }
 
@@ -222,19 +222,19 @@ TEST_P(EitherWrite, APowerByteThatIsNotStoredCountsAsOff) {
 
 // ---- Drain ----
 
-const char* const QUEUE = "/sys/bus/i2c/devices/3-0010/mctp-slave-mqueue";
+const char* const kQueue = "/sys/bus/i2c/devices/3-0010/mctp-slave-mqueue";
 
 TEST_F(SmbusWrite, DrainsTheSlaveQueueBeforeEachAttempt) {
-    libc.present.insert(QUEUE);
+    libc.present.insert(kQueue);
     port().write_results = {-1, -1, 0};
-    EXPECT_EQ(write_packet(smbus_block_write, ctx, PACKET), 0);
-    const std::string drain = std::string("system cat ") + QUEUE;
+    EXPECT_EQ(write_packet(smbus_block_write, ctx, kPacket), 0);
+    const std::string drain = std::string("system cat ") + kQueue;
     EXPECT_EQ(port().trace, (Lines{"power", "address", "mux", drain, "write fails", drain,
                                    "write fails", drain, "write"}));
 }
 
 TEST_F(SmbusWrite, WithoutASlaveQueueNoCommandIsRun) {
-    EXPECT_EQ(write_packet(smbus_block_write, ctx, PACKET), 0);
+    EXPECT_EQ(write_packet(smbus_block_write, ctx, kPacket), 0);
     EXPECT_EQ(libc.commands, Lines());
     EXPECT_EQ(libc.sequence, Lines{"access"});
 }
@@ -243,23 +243,23 @@ TEST_F(SmbusWrite, SlaveQueueIsNamedByBusAndSevenBitBmcAddress) {
     ctx.bus = 12;
     port().bmc_address = 0x14;
     libc.present.insert("/sys/bus/i2c/devices/12-000a/mctp-slave-mqueue");
-    EXPECT_EQ(write_packet(smbus_block_write, ctx, PACKET), 0);
+    EXPECT_EQ(write_packet(smbus_block_write, ctx, kPacket), 0);
     EXPECT_EQ(libc.commands, Lines{"cat /sys/bus/i2c/devices/12-000a/mctp-slave-mqueue"});
 }
 
 TEST_F(SmbusWrite, AFailedDrainDoesNotFailTheWrite) {
-    libc.present.insert(QUEUE);
-    libc.fail["system"] = libc.EVERY;
-    EXPECT_EQ(write_packet(smbus_block_write, ctx, PACKET), 0);
+    libc.present.insert(kQueue);
+    libc.fail["system"] = libc.kEvery;
+    EXPECT_EQ(write_packet(smbus_block_write, ctx, kPacket), 0);
     libc.fail.clear();
     libc.system_result = 256;
-    EXPECT_EQ(write_packet(smbus_block_write, ctx, PACKET), 0);
+    EXPECT_EQ(write_packet(smbus_block_write, ctx, kPacket), 0);
 }
 
 TEST_F(Sl8Write, NeverDrainsTheSlaveQueue) {
-    libc.present.insert(QUEUE);
+    libc.present.insert(kQueue);
     port().write_results = {-1, -1, 0};
-    EXPECT_EQ(write_packet(sl8_smbus_block_write, ctx, PACKET), 0);
+    EXPECT_EQ(write_packet(sl8_smbus_block_write, ctx, kPacket), 0);
     EXPECT_EQ(libc.commands, Lines());
 }
 

@@ -11,19 +11,19 @@
 namespace {
 
 using test::Bytes;
-using test::EOM;
 using test::hex;
+using test::kEom;
 using test::operator+;
+using test::kSom;
 using test::packet;
 using test::port;
 using test::sequence;
-using test::SOM;
 using Lines = std::vector<std::string>;
 
-const Bytes WRONG_TAG = packet(0x08, 0x1D, SOM | EOM | 4, hex("01 EE"));
-const Bytes TOO_SHORT = hex("01 08 1D");
-const char* const MISMATCH = "MCTP request tag is 3 but response tag is 4\n";
-const char* const GAVE_UP = "[mctp recv] gave up after 1024 packets that had to be dropped\n";
+const Bytes kWrongTag = packet(0x08, 0x1D, kSom | kEom | 4, hex("01 EE"));
+const Bytes kTooShort = hex("01 08 1D");
+const char* const kMismatch = "MCTP request tag is 3 but response tag is 4\n";
+const char* const kGaveUp = "[mctp recv] gave up after 1024 packets that had to be dropped\n";
 
 size_t count(const std::string& text, std::string_view word) {
     size_t found = 0;
@@ -60,7 +60,7 @@ TEST_P(DroppedPackets, AnAnswerOf19200BytesWithADuplicateBesideEachPacketArrives
     ASSERT_GT(packets.size(), 1024u + 2);
     for (const Bytes& one : packets) {
         // A second start would be appended, and behind the end nothing is read.
-        queue(one, (one[3] & (SOM | EOM)) != 0 ? 1 : 2);
+        queue(one, (one[3] & (kSom | kEom)) != 0 ? 1 : 2);
     }
     EXPECT_EQ(receive(19200), 19200);
     EXPECT_EQ(body, test::counting(19200));
@@ -73,15 +73,15 @@ TEST_P(DroppedPackets, In1023OfThemInARowIsBorneAndIn1024Not) {
             port().slave_reads.clear();
             port().syslog.clear();
             if (in_the_middle) {
-                queue(good(SOM, 0));
+                queue(good(kSom, 0));
             }
-            queue(TOO_SHORT, dropped);
-            queue(in_the_middle ? good(EOM, 1) : good(SOM | EOM, 0));
+            queue(kTooShort, dropped);
+            queue(in_the_middle ? good(kEom, 1) : good(kSom | kEom, 0));
             const bool borne = dropped == 1023;
             const size_t start = in_the_middle ? 1 : 0;
             EXPECT_EQ(receive(), borne ? static_cast<int32_t>(start + 1) : -1);
             EXPECT_EQ(port().slave_reads.size(), start + 1024);
-            EXPECT_EQ(std::count(port().syslog.begin(), port().syslog.end(), GAVE_UP),
+            EXPECT_EQ(std::count(port().syslog.begin(), port().syslog.end(), kGaveUp),
                       borne ? 0 : 1);
         }
     }
@@ -93,11 +93,11 @@ TEST_P(DroppedPackets, TheMostThatOneReceiveReadsIs1024TimesItsRoom) {
         port().reads.clear();
         port().slave_reads.clear();
         for (unsigned stored = 0; stored < kRoom; ++stored) {
-            queue(TOO_SHORT, 1023);
-            queue(stored + 1 < kRoom || ends_well ? good(stored == 0 ? SOM : 0, stored)
-                                                  : TOO_SHORT);
+            queue(kTooShort, 1023);
+            queue(stored + 1 < kRoom || ends_well ? good(stored == 0 ? kSom : 0, stored)
+                                                  : kTooShort);
         }
-        queue(TOO_SHORT, 10);
+        queue(kTooShort, 10);
         EXPECT_EQ(receive(kRoom), ends_well ? kRoom : -1);
         EXPECT_EQ(port().slave_reads.size(), 1024u * kRoom);
     }
@@ -106,7 +106,7 @@ TEST_P(DroppedPackets, TheMostThatOneReceiveReadsIs1024TimesItsRoom) {
 TEST_P(DroppedPackets, AMessageInPacketsOfOneByteTakesAsManyReadsAsItHasBytes) {
     constexpr unsigned kRoom = 2000;
     for (unsigned i = 0; i < kRoom; ++i) {
-        queue(good(i == 0 ? SOM : 0, i));
+        queue(good(i == 0 ? kSom : 0, i));
     }
     EXPECT_EQ(receive(kRoom), static_cast<int32_t>(kRoom));
     EXPECT_EQ(port().slave_reads.size(), kRoom);
@@ -119,51 +119,51 @@ TEST_P(DroppedPackets, AMessageInPacketsOfOneByteTakesAsManyReadsAsItHasBytes) {
 // ---- What they leave ----
 
 TEST_P(DroppedPackets, ThirtyTwoOfThemAreReportedEachByItself) {
-    queue(WRONG_TAG, 32);
-    queue(good(SOM | EOM, 0));
+    queue(kWrongTag, 32);
+    queue(good(kSom | kEom, 0));
     EXPECT_EQ(receive(), 1);
     EXPECT_EQ(dumps(), 32u);
     EXPECT_EQ(count(printed, "more packets"), 0u);
-    EXPECT_EQ(port().syslog, Lines(32, MISMATCH));
+    EXPECT_EQ(port().syslog, Lines(32, kMismatch));
 }
 
 TEST_P(DroppedPackets, FromTheThirtyThirdOnOneLineCountsThem) {
-    queue(WRONG_TAG, 90);
-    queue(TOO_SHORT, 10);
-    queue(good(SOM | EOM, 0));
+    queue(kWrongTag, 90);
+    queue(kTooShort, 10);
+    queue(good(kSom | kEom, 0));
     EXPECT_EQ(receive(), 1);
     EXPECT_EQ(body, hex("AA"));
     EXPECT_EQ(dumps(), 32u);
     EXPECT_TRUE(printed.ends_with("===\n[mctp recv] 68 more packets dropped\n"));
-    Lines expected(32, MISMATCH);
+    Lines expected(32, kMismatch);
     expected.emplace_back("[mctp recv] 68 more packets dropped\n");
     EXPECT_EQ(port().syslog, expected);
 }
 
 TEST_P(DroppedPackets, AFloodOfThemDoesNotWashTheLogsOut) {
-    queue(WRONG_TAG, 2000);
+    queue(kWrongTag, 2000);
     EXPECT_EQ(receive(), -1);
     EXPECT_EQ(dumps(), 32u);
     EXPECT_LT(printed.size(), 8192u);
-    Lines expected(32, MISMATCH);
-    expected.emplace_back(GAVE_UP);
+    Lines expected(32, kMismatch);
+    expected.emplace_back(kGaveUp);
     expected.emplace_back("[mctp recv] 992 more packets dropped\n");
     EXPECT_EQ(port().syslog, expected);
 }
 
 TEST_P(DroppedPackets, AFailedReadEndsTheReceiveWithTheCountToo) {
-    queue(TOO_SHORT, 40);
+    queue(kTooShort, 40);
     EXPECT_EQ(receive(), -1);
     EXPECT_EQ(dumps(), 32u);
     EXPECT_TRUE(printed.ends_with("\n[mctp recv] 8 more packets dropped\n"));
 }
 
 TEST_P(DroppedPackets, StoredPacketsDoNotStartTheReportsAnew) {
-    queue(good(SOM, 0));
-    queue(WRONG_TAG, 30);
+    queue(good(kSom, 0));
+    queue(kWrongTag, 30);
     queue(good(0, 1));
-    queue(WRONG_TAG, 30);
-    queue(good(EOM, 2));
+    queue(kWrongTag, 30);
+    queue(good(kEom, 2));
     EXPECT_EQ(receive(), 3);
     EXPECT_EQ(dumps(), 32u);
     EXPECT_TRUE(printed.ends_with("\n[mctp recv] 28 more packets dropped\n"));
@@ -172,24 +172,24 @@ TEST_P(DroppedPackets, StoredPacketsDoNotStartTheReportsAnew) {
 TEST_P(DroppedPackets, EachReceiveReportsItsOwn) {
     for (int i = 0; i < 2; ++i) {
         port().syslog.clear();
-        queue(WRONG_TAG, 20);
-        queue(good(SOM | EOM, 0));
+        queue(kWrongTag, 20);
+        queue(good(kSom | kEom, 0));
         EXPECT_EQ(receive(), 1);
         EXPECT_EQ(dumps(), 20u);
-        EXPECT_EQ(port().syslog, Lines(20, MISMATCH));
+        EXPECT_EQ(port().syslog, Lines(20, kMismatch));
     }
 }
 
 int32_t oversized_read(mctp_section*, int32_t wanted, uint8_t* buffer) {
-    const Bytes start = packet(0x08, 0x1D, SOM | 3, hex("01"));
+    const Bytes start = packet(0x08, 0x1D, kSom | 3, hex("01"));
     std::copy(start.begin(), start.end(), buffer);
     return wanted + 1;
 }
 
-const mctp_binding OVERSIZED_BINDING{smbus_block_write, oversized_read, nullptr};
+const mctp_binding kOversizedBinding{smbus_block_write, oversized_read, nullptr};
 
 TEST_P(DroppedPackets, AFloodOfPacketsLargerThanAskedIsReportedInTheSameMeasure) {
-    ctx.binding = &OVERSIZED_BINDING;
+    ctx.binding = &kOversizedBinding;
     EXPECT_EQ(receive(), -1);
     EXPECT_EQ(dumps(), 32u);
     ASSERT_EQ(port().console.size(), 32u);

@@ -22,8 +22,8 @@ using test::smbus_context;
 using test::operator+;
 using Lines = std::vector<std::string>;
 
-const Bytes REQUEST = hex("80 02");
-const Bytes RESPONSE = hex("00 02 00 1D 00 00");
+const Bytes kRequest = hex("80 02");
+const Bytes kResponse = hex("00 02 00 1D 00 00");
 
 /// Exchanges into a guarded buffer.
 class ExchangeTest : public test::PlatformTest {
@@ -60,17 +60,17 @@ INSTANTIATE_TEST_SUITE_P(Kind, MctpExchange,
                          });
 
 TEST_P(MctpExchange, GivesTheResponseBodyAndItsLength) {
-    Endpoint endpoint({RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
-    EXPECT_EQ(response, RESPONSE);
-    EXPECT_EQ(endpoint.requests, std::vector<Bytes>{REQUEST});
+    Endpoint endpoint({kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
+    EXPECT_EQ(response, kResponse);
+    EXPECT_EQ(endpoint.requests, std::vector<Bytes>{kRequest});
 }
 
 TEST_P(MctpExchange, TheTagAdvancesBeforeEachRequestModuloEight) {
     ctx.tag = 6;
-    Endpoint endpoint({RESPONSE, RESPONSE, RESPONSE});
+    Endpoint endpoint({kResponse, kResponse, kResponse});
     for (uint8_t tag : {7, 0, 1}) {
-        EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
+        EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
         EXPECT_EQ(last_tag_bits(), 8 | tag);
         EXPECT_EQ(ctx.tag, tag);
     }
@@ -78,15 +78,15 @@ TEST_P(MctpExchange, TheTagAdvancesBeforeEachRequestModuloEight) {
 
 TEST_P(MctpExchange, ATagAboveSevenIsReduced) {
     ctx.tag = 0x85;
-    Endpoint endpoint({RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
+    Endpoint endpoint({kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
     EXPECT_EQ(last_tag_bits(), 8 | 6);
     EXPECT_EQ(ctx.tag, 6);
 }
 
 TEST_P(MctpExchange, HoldsTheBusAcrossRequestAndResponse) {
-    Endpoint endpoint({RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
+    Endpoint endpoint({kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
     EXPECT_EQ(port().trace_of({"lock", "unlock", "mux", "write", "read"}),
               (Lines{"lock bus 3", "mux", "write", "mux", "read", "unlock bus 3"}));
 }
@@ -95,7 +95,7 @@ TEST_P(MctpExchange, WithoutAResponseWantedItNeitherSleepsNorReads) {
     ctx.i2c_delay_us = 2500;
     for (int32_t length : {0, -1, INT32_MIN}) {
         port().trace.clear();
-        EXPECT_EQ(ctx.xfer(&ctx, 2, length, REQUEST.data(), nullptr), 0);
+        EXPECT_EQ(ctx.xfer(&ctx, 2, length, kRequest.data(), nullptr), 0);
         EXPECT_EQ(port().trace_of({"lock", "unlock", "write", "read"}),
                   (Lines{"lock bus 3", "write", "unlock bus 3"}));
     }
@@ -104,22 +104,22 @@ TEST_P(MctpExchange, WithoutAResponseWantedItNeitherSleepsNorReads) {
 
 TEST_P(MctpExchange, SleepsBetweenRequestAndResponseWhereAsked) {
     ctx.i2c_delay_us = 2500;
-    Endpoint endpoint({RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
+    Endpoint endpoint({kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
     EXPECT_EQ(port().trace_of({"lock", "unlock", "write", "read", "sleep"}),
               (Lines{"lock bus 3", "write", "sleep 2500", "read", "unlock bus 3"}));
 }
 
 TEST_P(MctpExchange, WithoutADelayItDoesNotSleep) {
-    Endpoint endpoint({RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
+    Endpoint endpoint({kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
     EXPECT_EQ(libc.calls["usleep"], 0);
 }
 
 TEST_P(MctpExchange, AFailedWriteFailsBeforeAnyReadAndReleasesTheBus) {
     ctx.i2c_delay_us = 2500;
     port().write_results = {-1, -1, -1};
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), -1);
+    EXPECT_EQ(xfer(ctx, kRequest, 64), -1);
     EXPECT_EQ(port().trace_of({"lock", "unlock", "write", "read", "sleep"}),
               (Lines{"lock bus 3", "write fails", "write fails", "write fails", "unlock bus 3"}));
     const Lines expected =
@@ -130,31 +130,31 @@ TEST_P(MctpExchange, AFailedWriteFailsBeforeAnyReadAndReleasesTheBus) {
 
 TEST_P(MctpExchange, AFailedReadFailsAndReleasesTheBus) {
     port().reads = {test::SlaveRead::failure(-110)};
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), -1);
+    EXPECT_EQ(xfer(ctx, kRequest, 64), -1);
     EXPECT_EQ(port().trace.back(), "unlock bus 3");
     EXPECT_EQ(port().syslog, Lines());
 }
 
 TEST_P(MctpExchange, AResponseOfTheNextTagIsAMismatchAndReadingGoesOn) {
     port().queue({hex("01 08 1D C2 00 EE"), hex("01 08 1D C1 00 AA")});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 1);
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 1);
     EXPECT_EQ(response, hex("AA"));
     EXPECT_EQ(port().syslog, Lines{"MCTP request tag is 1 but response tag is 2\n"});
 }
 
 TEST_P(MctpExchange, AResponseLongerThanTheBufferIsCut) {
-    Endpoint endpoint({RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 3), 3);
+    Endpoint endpoint({kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 3), 3);
     EXPECT_EQ(response, hex("00 02 00"));
 }
 
 TEST_P(MctpExchange, ARequestOfTheEndpointsOwnIsTakenForTheResponse) {
     port().queue({hex("01 08 1D CD 05 AA BB")});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 2);
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 2);
     EXPECT_EQ(response, hex("AA BB"));
     EXPECT_EQ(ctx.tag, 5);
-    Endpoint endpoint({RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
+    Endpoint endpoint({kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
     EXPECT_EQ(last_tag_bits(), 8 | 6) << "counted on from the accepted tag";
 }
 
@@ -167,10 +167,10 @@ TEST_P(MctpExchange, LongMessagesGoBothWays) {
 
 TEST_P(MctpExchange, AFullFinalPacketWithoutEomIsSentAndAnswered) {
     ctx.unit_size = 64;
-    Endpoint endpoint({RESPONSE}, false);
+    Endpoint endpoint({kResponse}, false);
     EXPECT_EQ(xfer(ctx, test::counting(127), 64), 6);
     EXPECT_EQ(endpoint.requests, std::vector<Bytes>{test::counting(127)});
-    EXPECT_EQ(port().written_packets().back()[3] & test::EOM, 0);
+    EXPECT_EQ(port().written_packets().back()[3] & test::kEom, 0);
 }
 
 TEST_P(MctpExchange, NeedsNoHeap) {
@@ -181,14 +181,14 @@ TEST_P(MctpExchange, NeedsNoHeap) {
 
 TEST_P(MctpExchange, ARefusedLockFailsWithoutTouchingTheBus) {
     port().refused_locks = {"bus 3"};
-    Endpoint endpoint({RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), -1);
+    Endpoint endpoint({kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 64), -1);
     EXPECT_EQ(port().trace, Lines{"lock bus 3 fails"});
 }
 
 TEST_P(MctpExchange, NeverTakesTheChannelMutex) {
-    Endpoint endpoint({RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
+    Endpoint endpoint({kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
     for (const std::string& event : port().trace) {
         EXPECT_EQ(event.find("channel"), std::string::npos);
     }
@@ -222,7 +222,7 @@ TEST_F(Sl8Exchange, UsesTheContextsOwnSendAndRecvUnderTheLock) {
     ctx.send = own_send;
     ctx.recv = own_recv;
     send_result = 0;
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 1);
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 1);
     EXPECT_EQ(response, hex("77"));
     EXPECT_EQ(sent_length, 2u);
     EXPECT_EQ(sent_tag_owner, 1);
@@ -252,8 +252,8 @@ TEST_F(SmbusExchange, DoesNotUseTheContextsOwnSendAndRecv) {
     mctp_ctx ctx = ready_context(MCTP_BINDING_KIND_SMBUS);
     ctx.send = nullptr;
     ctx.recv = nullptr;
-    Endpoint endpoint({RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
+    Endpoint endpoint({kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
 }
 
 TEST_F(SmbusExchange, SendsTheIntegrityCheckWhereTheTypeAsksForIt) {
@@ -280,40 +280,40 @@ protected:
 
 TEST_F(DelayedExchange, ReleasesTheBusBetweenRequestAndResponseAndSleepsAtTheEnd) {
     ctx.i2c_delay_us = 4000;
-    Endpoint endpoint({RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
-    EXPECT_EQ(response, RESPONSE);
+    Endpoint endpoint({kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
+    EXPECT_EQ(response, kResponse);
     EXPECT_EQ(port().trace_of({"lock", "unlock", "write", "read", "sleep"}),
               (Lines{"lock bus 3", "write", "unlock bus 3", "sleep 4000", "lock bus 3", "read",
                      "unlock bus 3", "sleep 100000"}));
 }
 
 TEST_F(DelayedExchange, WithoutADelayOnlyTheFinalSleepRemains) {
-    Endpoint endpoint({RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
+    Endpoint endpoint({kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
     EXPECT_EQ(libc.sleeps, std::vector<uint32_t>{100000});
 }
 
 TEST_F(DelayedExchange, AdvancesTheTagModuloEight) {
     ctx.tag = 7;
-    Endpoint endpoint({RESPONSE, RESPONSE});
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
+    Endpoint endpoint({kResponse, kResponse});
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
     EXPECT_EQ(last_tag_bits(), 8);
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), 6);
+    EXPECT_EQ(xfer(ctx, kRequest, 64), 6);
     EXPECT_EQ(last_tag_bits(), 9);
 }
 
 TEST_F(DelayedExchange, AFailedSendReturnsWithoutSleepingOrReading) {
     ctx.i2c_delay_us = 4000;
     port().write_results = {-1, -1, -1};
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), -1);
+    EXPECT_EQ(xfer(ctx, kRequest, 64), -1);
     EXPECT_EQ(libc.sleeps, std::vector<uint32_t>());
     EXPECT_EQ(port().slave_reads.size(), 0u);
     EXPECT_EQ(port().syslog, Lines());
 }
 
 TEST_F(DelayedExchange, AFailedReceiveIsReturnedAfterTheFinalSleep) {
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), -1);
+    EXPECT_EQ(xfer(ctx, kRequest, 64), -1);
     EXPECT_EQ(port().trace.back(), "sleep 100000");
 }
 
@@ -321,12 +321,12 @@ TEST_F(DelayedExchange, CallsTheReceiveEvenWhereNoResponseIsWanted) {
     ctx.send = own_send;
     ctx.recv = own_recv;
     send_result = 0;
-    EXPECT_EQ(xfer(ctx, REQUEST, 0), 1);
+    EXPECT_EQ(xfer(ctx, kRequest, 0), 1);
     EXPECT_EQ(port().trace, (Lines{"own send", "own recv", "sleep 100000"}));
 }
 
 TEST_F(DelayedExchange, WithoutAResponseWantedTheReceiveReadsNothingAndTheSleepRemains) {
-    EXPECT_EQ(ctx.xfer(&ctx, 2, 0, REQUEST.data(), nullptr), 0);
+    EXPECT_EQ(ctx.xfer(&ctx, 2, 0, kRequest.data(), nullptr), 0);
     EXPECT_EQ(port().trace_of({"write", "read", "sleep"}), (Lines{"write", "sleep 100000"}));
 }
 
@@ -342,11 +342,11 @@ TEST_F(DelayedExchange, PassesLengthAndTagOwnerToTheContextsOwnSend) {
 
 TEST_F(DelayedExchange, ARefusedLockFailsEitherHalf) {
     port().refused_locks = {"bus 3"};
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), -1);
+    EXPECT_EQ(xfer(ctx, kRequest, 64), -1);
     EXPECT_EQ(port().writes.size(), 0u);
     port().refused_locks.clear();
     port().on_write = [](const test::WriteRecord&) { port().refused_locks = {"bus 3"}; };
-    EXPECT_EQ(xfer(ctx, REQUEST, 64), -1);
+    EXPECT_EQ(xfer(ctx, kRequest, 64), -1);
     EXPECT_EQ(port().slave_reads.size(), 0u);
 }
 

@@ -11,16 +11,16 @@
 namespace {
 
 using test::Bytes;
-using test::EOM;
 using test::Guarded;
 using test::hex;
+using test::kEom;
 using test::operator+;
+using test::kSom;
+using test::kTo;
 using test::packet;
 using test::port;
 using test::ready_context;
 using test::sequence;
-using test::SOM;
-using test::TO;
 using Lines = std::vector<std::string>;
 
 /// Both SMBus kinds: they receive alike but for the lock.
@@ -84,10 +84,10 @@ TEST_P(MctpReceive, ALongMessageWrapsTheSequence) {
 }
 
 TEST_P(MctpReceive, TheFirstSequenceNumberMayBeAny) {
-    queue(SOM | sequence(2) | 3, hex("01 AA"));
+    queue(kSom | sequence(2) | 3, hex("01 AA"));
     queue(sequence(3) | 3, hex("BB"));
     queue(sequence(0) | 3, hex("CC"));
-    queue(EOM | sequence(1) | 3, hex("DD"));
+    queue(kEom | sequence(1) | 3, hex("DD"));
     EXPECT_EQ(receive(), 4);
     EXPECT_EQ(body, hex("AA BB CC DD"));
 }
@@ -101,7 +101,7 @@ TEST_P(MctpReceive, AMessageLongerThanTheBufferIsCutAndReadingEnds) {
 }
 
 TEST_P(MctpReceive, AFullBufferEndsTheMessageWithoutEom) {
-    queue(SOM | 3, hex("01 AA BB CC"));
+    queue(kSom | 3, hex("01 AA BB CC"));
     EXPECT_EQ(receive(3), 3);
     EXPECT_EQ(body, hex("AA BB CC"));
     EXPECT_EQ(port().slave_reads.size(), 1u);
@@ -123,8 +123,8 @@ TEST_P(MctpReceive, ASmallBufferAsksForLittle) {
 }
 
 TEST_P(MctpReceive, SourceEidOfTheStartIsRecordedOnAcceptance) {
-    queue(SOM | 3, hex("01 AA"), 0x2B);
-    queue(EOM | sequence(1) | 3, hex("BB"), 0x77);
+    queue(kSom | 3, hex("01 AA"), 0x2B);
+    queue(kEom | sequence(1) | 3, hex("BB"), 0x77);
     ctx.binding_eids[0] = 0;
     ctx.binding_eids[1] = 0x55;
     EXPECT_EQ(receive(), 2);
@@ -134,7 +134,7 @@ TEST_P(MctpReceive, SourceEidOfTheStartIsRecordedOnAcceptance) {
 }
 
 TEST_P(MctpReceive, SourceEidOfADroppedStartIsNotRecorded) {
-    queue(SOM | EOM | 4, hex("01 AA"), 0x2B);
+    queue(kSom | kEom | 4, hex("01 AA"), 0x2B);
     ctx.binding_eids[0] = 0x66;
     EXPECT_EQ(receive(), -1);
     EXPECT_EQ(ctx.binding_eids[0], 0x66);
@@ -146,7 +146,7 @@ TEST_P(MctpReceive, HeaderVersionAndDestinationAreNotChecked) {
 }
 
 TEST_P(MctpReceive, IntegrityCheckIsDeliveredWithTheBody) {
-    queue(SOM | EOM | 3, hex("84 88 00 00 DE AD BE EF"));
+    queue(kSom | kEom | 3, hex("84 88 00 00 DE AD BE EF"));
     EXPECT_EQ(receive(), 7);
     EXPECT_EQ(body, hex("88 00 00 DE AD BE EF"));
 }
@@ -160,7 +160,7 @@ TEST_P(MctpReceive, AFailedReadEndsTheReceive) {
 }
 
 TEST_P(MctpReceive, AFailedReadInTheMiddleEndsTheReceive) {
-    queue(SOM | 3, hex("01 AA"));
+    queue(kSom | 3, hex("01 AA"));
     EXPECT_EQ(receive(), -1);
     EXPECT_EQ(port().slave_reads.size(), 2u);
 }
@@ -168,8 +168,8 @@ TEST_P(MctpReceive, AFailedReadInTheMiddleEndsTheReceive) {
 // ---- State "first" ----
 
 TEST_P(MctpReceive, APacketWithoutRoomForATypeByteIsDropped) {
-    queue(SOM | EOM | 3, Bytes());
-    queue(SOM | EOM | 3, hex("01 AA"));
+    queue(kSom | kEom | 3, Bytes());
+    queue(kSom | kEom | 3, hex("01 AA"));
     EXPECT_EQ(receive(), 1);
     EXPECT_EQ(body, hex("AA"));
     EXPECT_EQ(printed, dump(hex("01 08 1D C3")));
@@ -182,8 +182,8 @@ TEST_P(MctpReceive, APacketShorterThanATransportHeaderIsDropped) {
 }
 
 TEST_P(MctpReceive, AMessageMustBeginWithSom) {
-    queue(EOM | 3, hex("01 EE"));
-    queue(SOM | EOM | 3, hex("01 AA"));
+    queue(kEom | 3, hex("01 EE"));
+    queue(kSom | kEom | 3, hex("01 AA"));
     EXPECT_EQ(receive(), 1);
     EXPECT_EQ(body, hex("AA"));
     EXPECT_EQ(printed, dump(hex("01 08 1D 43 01 EE")));
@@ -192,10 +192,10 @@ TEST_P(MctpReceive, AMessageMustBeginWithSom) {
 
 TEST_P(MctpReceive, WithoutSomNeitherAFittingTagNorToMakesAStart) {
     ctx.tag = 0;
-    queue(EOM | 0, hex("01 EE"));
-    queue(EOM | TO | 0, hex("01 EE"));
-    queue(EOM | 5, hex("01 EE"));
-    queue(SOM | EOM | 0, hex("01 AA"));
+    queue(kEom | 0, hex("01 EE"));
+    queue(kEom | kTo | 0, hex("01 EE"));
+    queue(kEom | 5, hex("01 EE"));
+    queue(kSom | kEom | 0, hex("01 AA"));
     EXPECT_EQ(receive(), 1);
     EXPECT_EQ(body, hex("AA"));
     EXPECT_EQ(printed, dump(hex("01 08 1D 40 01 EE")) + dump(hex("01 08 1D 48 01 EE")) +
@@ -204,8 +204,8 @@ TEST_P(MctpReceive, WithoutSomNeitherAFittingTagNorToMakesAStart) {
 }
 
 TEST_P(MctpReceive, AnotherTagIsLoggedAndPrintedAndReadingGoesOn) {
-    queue(SOM | EOM | 4, hex("01 EE"));
-    queue(SOM | EOM | 3, hex("01 AA"));
+    queue(kSom | kEom | 4, hex("01 EE"));
+    queue(kSom | kEom | 3, hex("01 AA"));
     EXPECT_EQ(receive(), 1);
     EXPECT_EQ(body, hex("AA"));
     EXPECT_EQ(port().syslog, Lines{"MCTP request tag is 3 but response tag is 4\n"});
@@ -213,7 +213,7 @@ TEST_P(MctpReceive, AnotherTagIsLoggedAndPrintedAndReadingGoesOn) {
 }
 
 TEST_P(MctpReceive, APacketWithToSetIsAcceptedWhateverItsTag) {
-    queue(SOM | EOM | TO | 6, hex("01 AA"));
+    queue(kSom | kEom | kTo | 6, hex("01 AA"));
     EXPECT_EQ(receive(), 1);
     EXPECT_EQ(body, hex("AA"));
     EXPECT_EQ(ctx.tag, 6) << "the tag of the accepted message";
@@ -221,7 +221,7 @@ TEST_P(MctpReceive, APacketWithToSetIsAcceptedWhateverItsTag) {
 }
 
 TEST_P(MctpReceive, TheTagOfTheResponseStaysInTheContext) {
-    queue(SOM | EOM | 3, hex("01 AA"));
+    queue(kSom | kEom | 3, hex("01 AA"));
     EXPECT_EQ(receive(), 1);
     EXPECT_EQ(ctx.tag, 3);
 }
@@ -229,9 +229,9 @@ TEST_P(MctpReceive, TheTagOfTheResponseStaysInTheContext) {
 // ---- State "continue" ----
 
 TEST_P(MctpReceive, AnotherTagInTheMiddleIsLoggedAndPrintedAndReadingGoesOn) {
-    queue(SOM | 3, hex("01 AA"));
-    queue(EOM | sequence(1) | 5, hex("EE"));
-    queue(EOM | sequence(1) | 3, hex("BB"));
+    queue(kSom | 3, hex("01 AA"));
+    queue(kEom | sequence(1) | 5, hex("EE"));
+    queue(kEom | sequence(1) | 3, hex("BB"));
     EXPECT_EQ(receive(), 2);
     EXPECT_EQ(body, hex("AA BB"));
     EXPECT_EQ(port().syslog, Lines{"MCTP request tag is 3 but response tag is 5\n"});
@@ -239,10 +239,10 @@ TEST_P(MctpReceive, AnotherTagInTheMiddleIsLoggedAndPrintedAndReadingGoesOn) {
 }
 
 TEST_P(MctpReceive, AMiddlePacketOutOfSequenceIsDropped) {
-    queue(SOM | 3, hex("01 AA"));
+    queue(kSom | 3, hex("01 AA"));
     queue(sequence(2) | 3, hex("EE"));
     queue(sequence(1) | 3, hex("BB"));
-    queue(EOM | sequence(2) | 3, hex("CC"));
+    queue(kEom | sequence(2) | 3, hex("CC"));
     EXPECT_EQ(receive(), 3);
     EXPECT_EQ(body, hex("AA BB CC"));
     EXPECT_EQ(printed, dump(hex("01 08 1D 23 EE")));
@@ -250,29 +250,29 @@ TEST_P(MctpReceive, AMiddlePacketOutOfSequenceIsDropped) {
 }
 
 TEST_P(MctpReceive, ARepeatedMiddlePacketIsDropped) {
-    queue(SOM | 3, hex("01 AA"));
+    queue(kSom | 3, hex("01 AA"));
     queue(sequence(1) | 3, hex("BB"));
     queue(sequence(1) | 3, hex("BB"));
-    queue(EOM | sequence(2) | 3, hex("CC"));
+    queue(kEom | sequence(2) | 3, hex("CC"));
     EXPECT_EQ(receive(), 3);
     EXPECT_EQ(body, hex("AA BB CC"));
     EXPECT_EQ(printed, dump(hex("01 08 1D 13 BB")));
 }
 
 TEST_P(MctpReceive, TheSequenceOfAnEndPacketIsNotChecked) {
-    queue(SOM | 3, hex("01 AA"));
-    queue(EOM | sequence(3) | 3, hex("BB"));
+    queue(kSom | 3, hex("01 AA"));
+    queue(kEom | sequence(3) | 3, hex("BB"));
     EXPECT_EQ(receive(), 2);
     EXPECT_EQ(body, hex("AA BB"));
     EXPECT_EQ(printed, "");
 }
 
 TEST_P(MctpReceive, AMiddlePacketWithToSetMustCarryTheRememberedTag) {
-    queue(SOM | TO | 6, hex("01 AA"));
-    queue(TO | sequence(1) | 5, hex("EE"));
-    queue(TO | sequence(1) | 6, hex("BB"));
-    queue(EOM | TO | sequence(2) | 5, hex("EE"));
-    queue(EOM | TO | sequence(2) | 6, hex("CC"));
+    queue(kSom | kTo | 6, hex("01 AA"));
+    queue(kTo | sequence(1) | 5, hex("EE"));
+    queue(kTo | sequence(1) | 6, hex("BB"));
+    queue(kEom | kTo | sequence(2) | 5, hex("EE"));
+    queue(kEom | kTo | sequence(2) | 6, hex("CC"));
     EXPECT_EQ(receive(), 3);
     EXPECT_EQ(body, hex("AA BB CC"));
     EXPECT_EQ(printed, dump(hex("01 08 1D 1D EE")) + dump(hex("01 08 1D 6D EE")));
@@ -280,8 +280,8 @@ TEST_P(MctpReceive, AMiddlePacketWithToSetMustCarryTheRememberedTag) {
 }
 
 TEST_P(MctpReceive, ASecondStartIsAppendedTypeByteIncluded) {
-    queue(SOM | 3, hex("01 AA BB"), 0x1D);
-    queue(SOM | EOM | 3, hex("01 CC DD"), 0x2E);
+    queue(kSom | 3, hex("01 AA BB"), 0x1D);
+    queue(kSom | kEom | 3, hex("01 CC DD"), 0x2E);
     EXPECT_EQ(receive(), 5);
     EXPECT_EQ(body, hex("AA BB 01 CC DD"));
     EXPECT_EQ(ctx.binding_eids[0], 0x2E);
@@ -289,28 +289,28 @@ TEST_P(MctpReceive, ASecondStartIsAppendedTypeByteIncluded) {
 }
 
 TEST_P(MctpReceive, ASecondStartRestartsTheSequence) {
-    queue(SOM | 3, hex("01 AA"));
-    queue(SOM | sequence(3) | 3, hex("01 BB"));
+    queue(kSom | 3, hex("01 AA"));
+    queue(kSom | sequence(3) | 3, hex("01 BB"));
     queue(sequence(0) | 3, hex("CC"));
-    queue(EOM | sequence(1) | 3, hex("DD"));
+    queue(kEom | sequence(1) | 3, hex("DD"));
     EXPECT_EQ(receive(), 5);
     EXPECT_EQ(body, hex("AA 01 BB CC DD"));
 }
 
 TEST_P(MctpReceive, AnEmptySecondStartDoesNotChangeTheSequence) {
-    queue(SOM | 3, hex("01 AA"));
-    queue(SOM | sequence(3) | 3, Bytes());
+    queue(kSom | 3, hex("01 AA"));
+    queue(kSom | sequence(3) | 3, Bytes());
     queue(sequence(1) | 3, hex("BB"));
-    queue(EOM | sequence(2) | 3, hex("CC"));
+    queue(kEom | sequence(2) | 3, hex("CC"));
     EXPECT_EQ(receive(), 3);
     EXPECT_EQ(body, hex("AA BB CC"));
     EXPECT_EQ(printed, dump(hex("01 08 1D B3")));
 }
 
 TEST_P(MctpReceive, ASecondStartOfAnotherTagIsAMismatch) {
-    queue(SOM | 3, hex("01 AA"));
-    queue(SOM | EOM | 2, hex("01 EE"));
-    queue(EOM | sequence(1) | 3, hex("BB"));
+    queue(kSom | 3, hex("01 AA"));
+    queue(kSom | kEom | 2, hex("01 EE"));
+    queue(kEom | sequence(1) | 3, hex("BB"));
     EXPECT_EQ(receive(), 2);
     EXPECT_EQ(body, hex("AA BB"));
     EXPECT_EQ(port().syslog, Lines{"MCTP request tag is 3 but response tag is 2\n"});
@@ -318,44 +318,44 @@ TEST_P(MctpReceive, ASecondStartOfAnotherTagIsAMismatch) {
 }
 
 TEST_P(MctpReceive, ASecondStartWithToSetChangesTheTag) {
-    queue(SOM | 3, hex("01 AA"));
-    queue(SOM | TO | 6, hex("01 BB"));
-    queue(EOM | sequence(1) | 6, hex("CC"));
+    queue(kSom | 3, hex("01 AA"));
+    queue(kSom | kTo | 6, hex("01 BB"));
+    queue(kEom | sequence(1) | 6, hex("CC"));
     EXPECT_EQ(receive(), 4);
     EXPECT_EQ(body, hex("AA 01 BB CC"));
     EXPECT_EQ(ctx.tag, 6);
 }
 
 TEST_P(MctpReceive, AnEmptyMiddlePacketIsPrintedAndSkipped) {
-    queue(SOM | 3, hex("01 AA"));
+    queue(kSom | 3, hex("01 AA"));
     queue(sequence(1) | 3, Bytes());
-    queue(EOM | sequence(1) | 3, hex("BB"));
+    queue(kEom | sequence(1) | 3, hex("BB"));
     EXPECT_EQ(receive(), 2);
     EXPECT_EQ(body, hex("AA BB"));
     EXPECT_EQ(printed, dump(hex("01 08 1D 13")));
 }
 
 TEST_P(MctpReceive, AnEmptyStartIsPrintedAndTheMessageHasBegun) {
-    queue(SOM | 3, hex("01"));
-    queue(EOM | sequence(1) | 3, hex("AA BB"));
+    queue(kSom | 3, hex("01"));
+    queue(kEom | sequence(1) | 3, hex("AA BB"));
     EXPECT_EQ(receive(), 2);
     EXPECT_EQ(body, hex("AA BB")) << "the second packet needs no SOM and has no type byte";
     EXPECT_EQ(printed, dump(hex("01 08 1D 83 01")));
 }
 
 TEST_P(MctpReceive, AnEmptyStartDoesNotAdvanceTheSequence) {
-    queue(SOM | 3, hex("01"));
+    queue(kSom | 3, hex("01"));
     queue(sequence(1) | 3, hex("EE"));
     queue(sequence(0) | 3, hex("AA"));
-    queue(EOM | sequence(1) | 3, hex("BB"));
+    queue(kEom | sequence(1) | 3, hex("BB"));
     EXPECT_EQ(receive(), 2);
     EXPECT_EQ(body, hex("AA BB"));
     EXPECT_EQ(printed, dump(hex("01 08 1D 83 01")) + dump(hex("01 08 1D 13 EE")));
 }
 
 TEST_P(MctpReceive, AnEmptySinglePacketMessageDoesNotEndTheReceive) {
-    queue(SOM | EOM | TO | 5, hex("01"));
-    queue(EOM | 5, hex("AA"));
+    queue(kSom | kEom | kTo | 5, hex("01"));
+    queue(kEom | 5, hex("AA"));
     EXPECT_EQ(receive(), 1);
     EXPECT_EQ(body, hex("AA"));
     EXPECT_EQ(ctx.tag, 5) << "the empty start was accepted";
@@ -376,13 +376,13 @@ int32_t oversized_read(mctp_section* section, int32_t wanted, uint8_t* buffer) {
     return wanted + oversized_by;
 }
 
-const mctp_binding OVERSIZED_BINDING{smbus_block_write, oversized_read, nullptr};
+const mctp_binding kOversizedBinding{smbus_block_write, oversized_read, nullptr};
 
 TEST_P(MctpReceive, AnOversizedStartIsReportedAndDroppedButTheMessageHasBegun) {
     oversized = hex("01 08 2E 83 01 EE EE EE EE");
     oversized_by = 1;
-    ctx.binding = &OVERSIZED_BINDING;
-    queue(EOM | sequence(1) | 3, hex("AA BB"));
+    ctx.binding = &kOversizedBinding;
+    queue(kEom | sequence(1) | 3, hex("AA BB"));
     EXPECT_EQ(receive(4), 2);
     EXPECT_EQ(body, hex("AA BB"));
     EXPECT_EQ(ctx.binding_eids[0], 0x2E);
@@ -393,7 +393,7 @@ TEST_P(MctpReceive, AnOversizedStartIsReportedAndDroppedButTheMessageHasBegun) {
 TEST_P(MctpReceive, AnOversizedPacketDoesNotChangeTheContextsTag) {
     oversized = hex("01 08 2E 8D 01 EE EE EE EE");
     oversized_by = 1;
-    ctx.binding = &OVERSIZED_BINDING;
+    ctx.binding = &kOversizedBinding;
     EXPECT_EQ(receive(4), -1);
     EXPECT_EQ(ctx.tag, 3);
 }
@@ -402,7 +402,7 @@ TEST_P(MctpReceive, AReportedLengthFarBeyondTheBufferPrintsNoMoreThanThereIs) {
     for (int32_t excess : {1, 200, 100000, INT32_MAX - 300}) {
         oversized = hex("01 08 2E 83 01 EE EE EE EE");
         oversized_by = excess;
-        ctx.binding = &OVERSIZED_BINDING;
+        ctx.binding = &kOversizedBinding;
         EXPECT_EQ(receive(200), -1) << excess;
         EXPECT_LT(printed.size(), 1000u);
     }

@@ -20,8 +20,8 @@
 namespace tool {
 namespace {
 
-constexpr int readings = 5;
-constexpr uint64_t pause_us = 2000000;
+constexpr int kReadings = 5;
+constexpr uint64_t kPauseUs = 2000000;
 
 std::vector<Sensor> sensors_of(const Endpoint& endpoint, bool numeric) {
     std::vector<Sensor> sensors;
@@ -116,7 +116,7 @@ void show_sensors(Tour::Step& step, Port& port, const Endpoint& endpoint, bool n
     }
     Table table(columns);
     step.details = Json::array();
-    for (int i = 0; i < readings; ++i) {
+    for (int i = 0; i < kReadings; ++i) {
         const uint64_t time = port.now_us();
         std::vector<std::string> row{seconds_text(time)};
         Json values = Json::array();
@@ -127,10 +127,10 @@ void show_sensors(Tour::Step& step, Port& port, const Endpoint& endpoint, bool n
         }
         table.add(row);
         step.details.push_back({{"virtual_time_us", time}, {"sensors", values}});
-        port.wait_us(pause_us);
+        port.wait_us(kPauseUs);
     }
     step.output.text(table.text(3));
-    step.result = fmt::format("{}, {} times", counted(sensors.size(), "sensor"), readings);
+    step.result = fmt::format("{}, {} times", counted(sensors.size(), "sensor"), kReadings);
 }
 
 void show_raw(Tour::Step& step, const Endpoint& endpoint) {
@@ -206,7 +206,7 @@ void run_demo(Context& context) {
     tour.step("Discovery",
               "Who answers on the buses? An endpoint without an EID gets one from the BMC's pool.",
               "all",
-              [&](Tour::Step& step) { show_discovery(step, port, Transport::i2c, findings); });
+              [&](Tour::Step& step) { show_discovery(step, port, Transport::kI2c, findings); });
     show_pcie(tour, port, findings);
 
     std::vector<Endpoint> speakers;
@@ -254,7 +254,7 @@ void run_demo(Context& context) {
     // The faults that the library gets over are those of an I2C bus.
     for (const Endpoint& endpoint : termini) {
         const std::vector<Sensor> numeric = sensors_of(endpoint, true);
-        if (endpoint.transport == Transport::i2c && !numeric.empty()) {
+        if (endpoint.transport == Transport::kI2c && !numeric.empty()) {
             show_trouble(tour, port, endpoint, numeric.front());
             break;
         }

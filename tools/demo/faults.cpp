@@ -110,10 +110,10 @@ void show_lost(Tour::Step& step, const Subject& subject, std::string_view fault)
 }
 
 void show_refusal(Tour::Step& step, const Subject& subject) {
-    constexpr uint16_t no_such_sensor = 0xFFF0;
+    constexpr uint16_t kNoSuchSensor = 0xFFF0;
     Session session(subject.endpoint);
     session.discover();
-    const Failure refusal = subject.failed_read(session, no_such_sensor);
+    const Failure refusal = subject.failed_read(session, kNoSuchSensor);
     step.say(refusal.what());
     if (!refusal.code()) {
         throw Failure(refusal);
@@ -128,7 +128,7 @@ void show_locks(Tour::Step& step, const Port& port) {
         step.say(complaint);
     }
     if (!complaints.empty()) {
-        throw Failure(ExitStatus::failed, "locks: " + complaints.front());
+        throw Failure(ExitStatus::kFailed, "locks: " + complaints.front());
     }
     step.say("none is held, none was taken twice or in the wrong order");
     step.result = "all given back";

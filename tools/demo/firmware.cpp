@@ -24,7 +24,7 @@ std::string next_version(const std::string& version) {
 
 namespace {
 
-constexpr size_t image_size = 4096;
+constexpr size_t kImageSize = 4096;
 
 /// A package for this device and its first component.
 std::vector<uint8_t> package_for(const FirmwareInfo& info) {
@@ -41,7 +41,7 @@ std::vector<uint8_t> package_for(const FirmwareInfo& info) {
     component.comparison_stamp = own.active.comparison_stamp + 1;
     component.activation_method = own.activation_methods;
     component.version = next_version(own.active.version);
-    for (size_t i = 0; i < image_size; ++i) {
+    for (size_t i = 0; i < kImageSize; ++i) {
         component.image.push_back(static_cast<uint8_t>(i ^ i >> 8));
     }
     Package package;
@@ -91,7 +91,7 @@ bool has_firmware(const Endpoint& endpoint) {
 }  // namespace
 
 void show_updates(Tour& tour, Port& port, const std::vector<Endpoint>& speakers) {
-    for (const Transport transport : {Transport::i2c, Transport::pcie}) {
+    for (const Transport transport : {Transport::kI2c, Transport::kPcie}) {
         const auto card =
             std::find_if(speakers.begin(), speakers.end(), [transport](const Endpoint& endpoint) {
                 return endpoint.transport == transport && has_firmware(endpoint);

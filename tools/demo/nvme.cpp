@@ -14,8 +14,8 @@
 namespace tool {
 namespace {
 
-constexpr size_t drive_image_size = 65536;
-constexpr size_t step_indent = 3;
+constexpr size_t kDriveImageSize = 65536;
+constexpr size_t kStepIndent = 3;
 
 void show_drive(Tour::Step& step, const Endpoint& endpoint) {
     Session session(endpoint);
@@ -23,40 +23,40 @@ void show_drive(Tour::Step& step, const Endpoint& endpoint) {
     NvmeDrive drive(session);
     const NvmeHealth health = read_health(drive);
     const Fields smart = read_smart(drive, drive.choose({}));
-    step.output.text(health_text(health, step_indent) + "\n" + smart.text(step_indent));
+    step.output.text(health_text(health, kStepIndent) + "\n" + smart.text(kStepIndent));
     step.details = {{"health", health_json(health)}, {"smart", smart.json()}};
     step.result = fmt::format("{}, {}, {} % used", counted(health.controllers.size(), "controller"),
                               composite_text(health.subsystem.ctemp), health.subsystem.pdlu);
 }
 
 void show_drive_update(Tour::Step& step, Port& port, const Endpoint& endpoint) {
-    constexpr uint8_t any_slot = 0;
-    constexpr uint8_t replace_and_activate = 1;
+    constexpr uint8_t kAnySlot = 0;
+    constexpr uint8_t kReplaceAndActivate = 1;
     Session session(endpoint);
     session.discover();
     NvmeDrive drive(session);
     const uint16_t controller = drive.choose({});
     const std::string before = firmware_revision(drive, controller);
     const std::string wanted = next_version(before);
-    const std::vector<uint8_t> image = port.drive_image(wanted, drive_image_size);
+    const std::vector<uint8_t> image = port.drive_image(wanted, kDriveImageSize);
     if (image.empty()) {
         step.skip("nobody can tell what an image for this drive is");
         return;
     }
     const TemporaryFile file(image);
     const uint64_t start = port.now_us();
-    Progress progress(step.output, port, {.indent = step_indent, .lines = false});
+    Progress progress(step.output, port, {.indent = kStepIndent, .lines = false});
     const uint64_t bytes =
         download_image(drive, controller, file.path(), NVME_ADMIN_DATA_MAX, progress);
     const std::string pace =
         fmt::format("{} bytes downloaded in {}", bytes, seconds_text(port.now_us() - start));
-    commit_image(drive, controller, any_slot, replace_and_activate);
+    commit_image(drive, controller, kAnySlot, kReplaceAndActivate);
     const FirmwareSlots slots = reset_and_wait(port, drive, controller);
     const std::string after = firmware_revision(drive, controller);
     step.say(pace);
     step.say("committed, and the drive reset");
     step.output.text("\n");
-    step.output.text(slots_text(slots, step_indent));
+    step.output.text(slots_text(slots, kStepIndent));
     step.details = slots_json(slots);
     step.details["bytes"] = bytes;
     step.details["before"] = before;

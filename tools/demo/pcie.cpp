@@ -14,7 +14,7 @@ namespace tool {
 namespace {
 
 bool is_mpio(const Endpoint& endpoint) {
-    return endpoint.transport == Transport::pcie && endpoint.bdf == std::array<uint8_t, 3>{};
+    return endpoint.transport == Transport::kPcie && endpoint.bdf == std::array<uint8_t, 3>{};
 }
 
 void show_bring_up(Tour::Step& step, const Port& port, const Endpoint& endpoint) {
@@ -87,12 +87,12 @@ void show_pcie(Tour& tour, Port& port, std::vector<Finding>& findings) {
                   mpio->name, [&](Tour::Step& step) { show_bring_up(step, port, *mpio); });
     }
     const bool any = std::any_of(all.begin(), all.end(), [](const Endpoint& endpoint) {
-        return endpoint.transport == Transport::pcie;
+        return endpoint.transport == Transport::kPcie;
     });
     if (any) {
-        tour.step("Discovery on PCIe", "Functions are found in the bus owner's routing table.",
-                  "all",
-                  [&](Tour::Step& step) { show_discovery(step, port, Transport::pcie, findings); });
+        tour.step(
+            "Discovery on PCIe", "Functions are found in the bus owner's routing table.", "all",
+            [&](Tour::Step& step) { show_discovery(step, port, Transport::kPcie, findings); });
     }
     if (mpio != all.end()) {
         tour.step("Routing table", "Get Routing Table Entries, part by part.", mpio->name,

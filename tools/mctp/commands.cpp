@@ -15,8 +15,8 @@ namespace {
 
 /// A PCIe address is bus, then device and function; any other one stays hex.
 std::string address_text(const RoutingEntry& entry) {
-    constexpr uint8_t pcie_vdm = 2;
-    if (entry.binding_type != pcie_vdm || entry.address.size() != 2) {
+    constexpr uint8_t kPcieVdm = 2;
+    if (entry.binding_type != kPcieVdm || entry.address.size() != 2) {
         return hex(entry.address);
     }
     return fmt::format("{:02x}:{:02x}.{:x}", entry.address[0], entry.address[1] >> 3,

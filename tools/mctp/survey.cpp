@@ -47,7 +47,7 @@ Finding look_at(const Endpoint& endpoint) {
 Json finding_json(const Finding& finding) {
     const Endpoint& endpoint = finding.endpoint;
     Json json{{"endpoint", endpoint.name}, {"location", endpoint_location(endpoint)}};
-    if (endpoint.transport == Transport::pcie) {
+    if (endpoint.transport == Transport::kPcie) {
         json["transport"] = "pcie";
         json["bdf"] = endpoint_location(endpoint).substr(std::string_view("pcie:").size());
     } else {

@@ -15,18 +15,18 @@ namespace tool {
 namespace {
 
 // Offsets in a control packet (DSP0222, control packet header and response payload).
-constexpr size_t packet_type = 4;
-constexpr size_t packet_channel = 5;
-constexpr size_t response_code = 16;
-constexpr size_t reason_code = 18;
-constexpr size_t response_payload = 20;
-constexpr uint8_t response_bit = 0x80;
+constexpr size_t kPacketType = 4;
+constexpr size_t kPacketChannel = 5;
+constexpr size_t kResponseCode = 16;
+constexpr size_t kReasonCode = 18;
+constexpr size_t kResponsePayload = 20;
+constexpr uint8_t kResponseBit = 0x80;
 
 /// No channel has this ID: it stays in the records of channels that do not answer.
-constexpr uint8_t no_channel = 0xFF;
-constexpr unsigned package_shift = 5;
+constexpr uint8_t kNoChannel = 0xFF;
+constexpr unsigned kPackageShift = 5;
 
-const char* const discovery = "the discovery of NC-SI channels";
+const char* const kDiscovery = "the discovery of NC-SI channels";
 
 uint16_t be16_at(std::span<const uint8_t> bytes, size_t at) {
     return static_cast<uint16_t>(bytes[at] << 8 | bytes[at + 1]);
@@ -37,7 +37,7 @@ uint16_t be16_at(std::span<const uint8_t> bytes, size_t at) {
 NcsiController::NcsiController(Session& session) : session_(session) {
     // Spares a device that speaks something else the search for channels: 64 waits.
     if (!session.speaks(MCTP_MSG_TYPE_NCSI)) {
-        throw Failure(name(), discovery, "the device does not speak NC-SI");
+        throw Failure(name(), kDiscovery, "the device does not speak NC-SI");
     }
     try {
         find_channels();
@@ -54,39 +54,39 @@ NcsiController::~NcsiController() {
 void NcsiController::find_channels() {
     ncsi_ctx& ncsi = link_.ncsi;
     for (ncsi_channel& channel : ncsi.channels) {
-        channel.channel_id = no_channel;
+        channel.channel_id = kNoChannel;
     }
     const mctp_ctx way = session_.prototype();
     const bool found = ncsi_init(&ncsi, &way) == 0;
     if (ncsi.mctp == nullptr) {
-        throw Failure(name(), discovery, "the endpoint cannot be brought up");
+        throw Failure(name(), kDiscovery, "the endpoint cannot be brought up");
     }
     link_.transfer = ncsi.transfer;
     ncsi.transfer = record;
     if (!found) {
         // The library keeps no reason: the first channel is asked again for it.
-        call(discovery, [this] { return clear_initial_state(); });
-        throw Failure(name(), discovery, "no channel answers");
+        call(kDiscovery, [this] { return clear_initial_state(); });
+        throw Failure(name(), kDiscovery, "no channel answers");
     }
     for (unsigned number = 0; number < NCSI_CHANNELS; ++number) {
-        if (ncsi.channels[number].channel_id != no_channel) {
+        if (ncsi.channels[number].channel_id != kNoChannel) {
             numbers_.push_back(number);
         }
     }
 }
 
 int32_t NcsiController::clear_initial_state() {
-    constexpr int32_t capacity = 24;
-    std::array<uint8_t, capacity> request{};
-    std::array<uint8_t, capacity> response{};
+    constexpr int32_t kCapacity = 24;
+    std::array<uint8_t, kCapacity> request{};
+    std::array<uint8_t, kCapacity> response{};
     ncsi_request_init(request.data());
-    request[packet_type] = NCSI_CLEAR_INITIAL_STATE;
-    return link_.ncsi.transfer(&link_.ncsi.channels[0], NCSI_HEADER_SIZE, capacity, request.data(),
+    request[kPacketType] = NCSI_CLEAR_INITIAL_STATE;
+    return link_.ncsi.transfer(&link_.ncsi.channels[0], NCSI_HEADER_SIZE, kCapacity, request.data(),
                                response.data());
 }
 
 unsigned NcsiController::package() const {
-    return link_.ncsi.channels[numbers_.front()].channel_id >> package_shift;
+    return link_.ncsi.channels[numbers_.front()].channel_id >> kPackageShift;
 }
 
 unsigned NcsiController::choose(std::optional<unsigned> wanted) const {
@@ -99,7 +99,7 @@ unsigned NcsiController::choose(std::optional<unsigned> wanted) const {
             found += (found.empty() ? "" : ", ") + std::to_string(number);
         }
         throw Failure(
-            ExitStatus::failed,
+            ExitStatus::kFailed,
             fmt::format("{}: no channel {} has been found; it has: {}", name(), *wanted, found));
     }
     return *wanted;
@@ -153,23 +153,23 @@ Failure NcsiController::failure(const std::string& operation) const {
     if (answer.empty()) {
         return {name(), operation, silence()};
     }
-    const bool fits = answer.size() > packet_channel &&
-                      answer[packet_type] == (last.request[packet_type] | response_bit) &&
-                      answer[packet_channel] == last.request[packet_channel];
-    if (fits && answer.size() >= response_payload) {
-        const uint16_t code = be16_at(answer, response_code);
-        const uint16_t reason = be16_at(answer, reason_code);
+    const bool fits = answer.size() > kPacketChannel &&
+                      answer[kPacketType] == (last.request[kPacketType] | kResponseBit) &&
+                      answer[kPacketChannel] == last.request[kPacketChannel];
+    if (fits && answer.size() >= kResponsePayload) {
+        const uint16_t code = be16_at(answer, kResponseCode);
+        const uint16_t reason = be16_at(answer, kReasonCode);
         if (code != 0 || reason != 0) {
             const DeviceCode device{.code = code,
                                     .name = ncsi_response_name(code),
                                     .reason = reason,
                                     .reason_name = ncsi_reason_name(reason),
-                                    .kind = DeviceCode::Kind::ncsi};
+                                    .kind = DeviceCode::Kind::kNcsi};
             return {name(), operation, code_text(device), device};
         }
     }
     return {name(), operation,
-            fits || answer.size() <= packet_channel
+            fits || answer.size() <= kPacketChannel
                 ? fmt::format("the answer has {} bytes only", last.length)
                 : "the answer does not fit the request"};
 }

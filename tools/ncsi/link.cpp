@@ -14,10 +14,10 @@ namespace {
 /// Bits 4 to 1 of the link status refer to the extended field, and that is 0: auto-negotiation is
 /// not complete. The library passes on the 15 of the bits, which is a speed of the extended field.
 bool speed_is_missing(std::span<const uint8_t> response) {
-    constexpr size_t extended_speed = 20;
-    constexpr uint8_t see_extended = 0x0F;
-    return response[extended_speed] == 0 &&
-           (response[extended_speed + 3] >> 1 & 0x0F) == see_extended;
+    constexpr size_t kExtendedSpeed = 20;
+    constexpr uint8_t kSeeExtended = 0x0F;
+    return response[kExtendedSpeed] == 0 &&
+           (response[kExtendedSpeed + 3] >> 1 & 0x0F) == kSeeExtended;
 }
 
 ChannelLink read_link(NcsiController& controller, unsigned number) {

@@ -20,7 +20,7 @@ struct Setting {
 };
 
 Setting setting_of(OemSetting which) {
-    return which == OemSetting::brcm_preboot
+    return which == OemSetting::kBrcmPreboot
                ? Setting{"the preboot server config", ncsi_oem_brcm_get_preboot_server_config,
                          ncsi_oem_brcm_set_preboot_server_config}
                : Setting{"the card TLV", ncsi_oem_mx_get_card_tlv_info,
@@ -73,7 +73,7 @@ void run_ncsi_oem_get(Context& context, const std::string& endpoint, OemSetting 
 void run_ncsi_oem_set(Context& context, const std::string& endpoint, OemSetting which,
                       const OemWish& wish) {
     if (!wish.flag && !wish.value) {
-        throw Failure(ExitStatus::usage, "--flag or --value is required (try --help)");
+        throw Failure(ExitStatus::kUsage, "--flag or --value is required (try --help)");
     }
     Session session(find_endpoint(context.port, endpoint));
     session.discover();
@@ -98,8 +98,8 @@ void run_ncsi_oem_set(Context& context, const std::string& endpoint, OemSetting 
 }
 
 void run_ncsi_oem_mac(Context& context, const std::string& endpoint, const OemWish& wish) {
-    constexpr size_t address = 28;
-    constexpr size_t address_size = 6;
+    constexpr size_t kAddress = 28;
+    constexpr size_t kAddressSize = 6;
     Session session(find_endpoint(context.port, endpoint));
     session.discover();
     NcsiController controller(session);
@@ -107,7 +107,7 @@ void run_ncsi_oem_mac(Context& context, const std::string& endpoint, const OemWi
     controller.call(fmt::format("Get PF MAC Address of channel {}", number),
                     [&] { return ncsi_oem_mx_get_pf_mac_address(&controller.channel(number)); });
     // The library prints the address and stores it nowhere; it refuses a response without one.
-    const std::span<const uint8_t> mac = controller.last_response().subspan(address, address_size);
+    const std::span<const uint8_t> mac = controller.last_response().subspan(kAddress, kAddressSize);
     context.output.text(fmt::format("{:02x}\n", fmt::join(mac, ":")));
     Json document = head(endpoint, controller, number);
     document["mac_address"] = hex(mac);

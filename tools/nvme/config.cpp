@@ -112,11 +112,11 @@ void run_nvme_config_set(Context& context, const std::string& endpoint,
                          const NvmeConfigWish& wish) {
     const bool of_port = wish.frequency_khz || wish.unit_size;
     if (!of_port && !wish.clear) {
-        throw Failure(ExitStatus::usage,
+        throw Failure(ExitStatus::kUsage,
                       "--frequency, --unit-size or --clear-changes is required (try --help)");
     }
     if (of_port && !wish.port) {
-        throw Failure(ExitStatus::usage, "--port is required (try --help)");
+        throw Failure(ExitStatus::kUsage, "--port is required (try --help)");
     }
     FoundDrive found(context.port, endpoint);
     Json document{{"endpoint", endpoint}};

@@ -18,20 +18,20 @@ namespace tool {
 namespace {
 
 // Offsets in a response (NVMe-MI, Response Message).
-constexpr size_t response_status = 3;
-constexpr size_t error_location = 4;
-constexpr size_t completion_dword3 = 15;
+constexpr size_t kResponseStatus = 3;
+constexpr size_t kErrorLocation = 4;
+constexpr size_t kCompletionDword3 = 15;
 /// Bits 6 to 3 of a message's first byte: an admin command.
-constexpr uint8_t message_type_bits = 0x78;
-constexpr uint8_t admin_message = 2 << 3;
+constexpr uint8_t kMessageTypeBits = 0x78;
+constexpr uint8_t kAdminMessage = 2 << 3;
 
 DeviceCode message_code(std::span<const uint8_t> answer) {
-    const uint8_t status = answer[response_status];
+    const uint8_t status = answer[kResponseStatus];
     DeviceCode code{
-        .code = status, .name = nvmemi_status_name(status), .kind = DeviceCode::Kind::nvme_mi};
-    if (status == NVMEMI_STATUS_INVALID_PARAMETER && answer.size() >= error_location + 2) {
+        .code = status, .name = nvmemi_status_name(status), .kind = DeviceCode::Kind::kNvmeMi};
+    if (status == NVMEMI_STATUS_INVALID_PARAMETER && answer.size() >= kErrorLocation + 2) {
         // The location has 24 bits; no request is so long that its upper byte of offset counts.
-        code.reason = static_cast<uint16_t>(little_endian_at(answer, error_location, 2));
+        code.reason = static_cast<uint16_t>(little_endian_at(answer, kErrorLocation, 2));
     }
     return code;
 }
@@ -48,7 +48,7 @@ DeviceCode completion_code(uint32_t dword3) {
             .name = nvme_status_name(type, code),
             .reason = type,
             .reason_name = nvme_status_type_name(type),
-            .kind = DeviceCode::Kind::nvme};
+            .kind = DeviceCode::Kind::kNvme};
 }
 
 }  // namespace
@@ -126,7 +126,7 @@ Failure NvmeDrive::failure(const std::string& operation, const std::string& addi
     const auto coded = [&](const DeviceCode& code) {
         return Failure(name(), operation, code_text(code) + addition, code);
     };
-    const bool admin = (last_.kind & message_type_bits) == admin_message;
+    const bool admin = (last_.kind & kMessageTypeBits) == kAdminMessage;
     const bool whole = answer.size() >= NVME_ADMIN_RESPONSE_SIZE;
     if (!last_.made) {
         return plain("nothing was sent");
@@ -134,14 +134,14 @@ Failure NvmeDrive::failure(const std::string& operation, const std::string& addi
     if (answer.empty()) {
         return plain(silence());
     }
-    if (answer.size() > response_status && answer[response_status] != NVMEMI_STATUS_SUCCESS) {
+    if (answer.size() > kResponseStatus && answer[kResponseStatus] != NVMEMI_STATUS_SUCCESS) {
         return coded(message_code(answer));
     }
-    if (answer.size() <= response_status || (admin && !whole)) {
+    if (answer.size() <= kResponseStatus || (admin && !whole)) {
         return plain(fmt::format("the answer has {} bytes only", last_length()));
     }
     const auto dword3 =
-        static_cast<uint32_t>(admin ? little_endian_at(answer, completion_dword3, 4) : 0);
+        static_cast<uint32_t>(admin ? little_endian_at(answer, kCompletionDword3, 4) : 0);
     if (NVME_COMPLETION_SC(dword3) != 0) {
         return coded(completion_code(dword3));
     }
@@ -181,7 +181,7 @@ uint16_t NvmeDrive::choose(std::optional<unsigned> controller) {
     }
     const std::vector<uint16_t> ids = controllers();
     if (ids.empty()) {
-        throw Failure(ExitStatus::failed, name() + ": the drive lists no controller");
+        throw Failure(ExitStatus::kFailed, name() + ": the drive lists no controller");
     }
     return ids.front();
 }
@@ -204,7 +204,7 @@ std::vector<uint8_t> NvmeDrive::identify(uint16_t controller, uint32_t dword10, 
 }
 
 std::vector<uint8_t> NvmeDrive::log_page(uint16_t controller, uint8_t page, uint32_t length) {
-    constexpr uint32_t whole_drive = 0xFFFFFFFF;
+    constexpr uint32_t kWholeDrive = 0xFFFFFFFF;
     const std::string operation = fmt::format("Get Log Page (0x{:02x})", page);
     const uint32_t dwords = length / 4 - 1;
     std::vector<uint8_t> data(length);
@@ -212,7 +212,7 @@ std::vector<uint8_t> NvmeDrive::log_page(uint16_t controller, uint8_t page, uint
         const uint32_t wanted = std::min<uint32_t>(length - at, NVME_ADMIN_DATA_MAX);
         nvme_admin_req request{};
         request.ctx = &link_.nvme;
-        request.nsid = whole_drive;
+        request.nsid = kWholeDrive;
         request.dofst = at;
         request.cdw10 = (dwords & 0xFFFF) << 16 | page;
         request.cdw11 = dwords >> 16;

@@ -12,7 +12,7 @@
 namespace tool {
 namespace {
 
-constexpr Name capability_bits[] = {{0, "saveable"}, {1, "namespace specific"}, {2, "changeable"}};
+constexpr Name kCapabilityBits[] = {{0, "saveable"}, {1, "namespace specific"}, {2, "changeable"}};
 
 /// What Get Features answers.
 struct FeatureValue {
@@ -65,8 +65,8 @@ FeatureValue read_feature(NvmeDrive& drive, nvme_admin_req request, const NvmeFe
 }
 
 const char* select_text(uint8_t select) {
-    constexpr const char* words[] = {"current", "default", "saved", "capabilities"};
-    return words[select & 3];
+    constexpr const char* kWords[] = {"current", "default", "saved", "capabilities"};
+    return kWords[select & 3];
 }
 
 }  // namespace
@@ -81,7 +81,7 @@ void run_nvme_feature_get(Context& context, const NvmeTarget& target, const Nvme
     fields.explain(select_text(wish.select));
     fields.add("dword0", fmt::format("0x{:08x}", value.dword0), value.dword0);
     if (wish.select == NVME_FEATURE_CAPABILITIES) {
-        fields.explain(bits_text(value.dword0, capability_bits, "none"));
+        fields.explain(bits_text(value.dword0, kCapabilityBits, "none"));
     }
     if (wish.length > 0) {
         fields.add("data", hex(value.data), hex(value.data));

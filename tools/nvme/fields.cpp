@@ -15,7 +15,7 @@ namespace {
 
 using FieldJson = nlohmann::ordered_json;
 
-constexpr size_t word_size = 8;
+constexpr size_t kWordSize = 8;
 
 /// Highest byte first, as a number is read.
 std::string number_hex(std::span<const uint8_t> bytes) {
@@ -25,17 +25,17 @@ std::string number_hex(std::span<const uint8_t> bytes) {
 
 /// Whether a number is too large for those of the machine and of JSON.
 bool is_huge(std::span<const uint8_t> bytes) {
-    return bytes.size() > word_size && std::any_of(bytes.begin() + word_size, bytes.end(),
+    return bytes.size() > kWordSize && std::any_of(bytes.begin() + kWordSize, bytes.end(),
                                                    [](uint8_t byte) { return byte != 0; });
 }
 
 }  // namespace
 
 std::string kelvin_text(uint64_t kelvin) {
-    constexpr int64_t zero_celsius = 273;
+    constexpr int64_t kZeroCelsius = 273;
     return kelvin == 0
                ? "-"
-               : fmt::format("{} degC ({} K)", static_cast<int64_t>(kelvin) - zero_celsius, kelvin);
+               : fmt::format("{} degC ({} K)", static_cast<int64_t>(kelvin) - kZeroCelsius, kelvin);
 }
 
 std::string trimmed(std::span<const uint8_t> bytes) {
@@ -54,25 +54,25 @@ void Fields::explain(const std::string& words) {
 }
 
 void Fields::take(std::span<const uint8_t> bytes, const FieldLayout& layout) {
-    const uint64_t value = little_endian_at(bytes, 0, std::min(bytes.size(), word_size));
+    const uint64_t value = little_endian_at(bytes, 0, std::min(bytes.size(), kWordSize));
     const FieldJson json = is_huge(bytes) ? FieldJson(number_hex(bytes)) : FieldJson(value);
     switch (layout.look) {
-        case FieldLook::hex:
+        case FieldLook::kHex:
             add(layout.name, number_hex(bytes), json);
             break;
-        case FieldLook::ascii:
+        case FieldLook::kAscii:
             add(layout.name, trimmed(bytes), trimmed(bytes));
             break;
-        case FieldLook::bytes:
+        case FieldLook::kBytes:
             add(layout.name, hex(bytes), hex(bytes));
             break;
-        case FieldLook::kelvin:
+        case FieldLook::kKelvin:
             add(layout.name, kelvin_text(value), json);
             break;
-        case FieldLook::percent:
+        case FieldLook::kPercent:
             add(layout.name, fmt::format("{} %", value), json);
             break;
-        case FieldLook::version:
+        case FieldLook::kVersion:
             add(layout.name, fmt::format("{}.{}.{}", value >> 16, value >> 8 & 0xFF, value & 0xFF),
                 json);
             break;

@@ -15,13 +15,13 @@ namespace tool {
 
 /// How a field is shown.
 enum class FieldLook : uint8_t {
-    number,   ///< of 1 to 8 or 16 bytes
-    hex,      ///< likewise
-    ascii,    ///< text that is filled up with blanks or zeros
-    bytes,    ///< in the order in which they came
-    kelvin,   ///< a temperature; 0 where there is none
-    percent,  ///< a percentage
-    version,  ///< major, minor and tertiary number
+    kNumber,   ///< of 1 to 8 or 16 bytes
+    kHex,      ///< likewise
+    kAscii,    ///< text that is filled up with blanks or zeros
+    kBytes,    ///< in the order in which they came
+    kKelvin,    ///< a temperature; 0 where there is none
+    kPercent,  ///< a percentage
+    kVersion,  ///< major, minor and tertiary number
 };
 
 /// Where a field lies in a structure.
@@ -29,7 +29,7 @@ struct FieldLayout {
     const char* name;
     uint16_t offset;
     uint16_t size;
-    FieldLook look = FieldLook::number;
+    FieldLook look = FieldLook::kNumber;
 };
 
 /// Names, texts and values, one under the other.

@@ -17,7 +17,7 @@ namespace tool {
 namespace {
 
 /// The platform's task whose progress is reported: the tool runs one at a time.
-constexpr uint32_t download_task = 1;
+constexpr uint32_t kDownloadTask = 1;
 
 /// What nvme_fw_image_download() has left in the update status.
 std::string update_status_text(uint8_t status) {
@@ -44,10 +44,10 @@ Failure download_failure(const NvmeDrive& drive, const std::string& path, const 
     const uint8_t status = at_p_St_GlobalVar->nvme_fw_update_status;
     const std::string operation = "Firmware Image Download";
     if (status == NVME_FW_DOWNLOAD_NO_FILE) {
-        return {ExitStatus::input, path + ": cannot be opened for reading and writing"};
+        return {ExitStatus::kInput, path + ": cannot be opened for reading and writing"};
     }
     if (status == NVME_FW_DOWNLOAD_UNREADABLE) {
-        return {ExitStatus::input, path + ": is no regular file, or has changed meanwhile"};
+        return {ExitStatus::kInput, path + ": is no regular file, or has changed meanwhile"};
     }
     const std::string place = fmt::format("at byte {} of {}", reached.done, reached.total);
     if (reached.interrupted) {
@@ -59,9 +59,9 @@ Failure download_failure(const NvmeDrive& drive, const std::string& path, const 
 
 /// A status that says that the image was taken and what it waits for; empty for any other.
 std::string activation_need(const Failure& failure) {
-    constexpr uint16_t command_specific = 1;
-    if (!failure.code() || failure.code()->kind != DeviceCode::Kind::nvme ||
-        failure.code()->reason != command_specific) {
+    constexpr uint16_t kCommandSpecific = 1;
+    if (!failure.code() || failure.code()->kind != DeviceCode::Kind::kNvme ||
+        failure.code()->reason != kCommandSpecific) {
         return {};
     }
     switch (failure.code()->code) {
@@ -80,7 +80,7 @@ uint64_t image_size_of(const std::string& path) {
     std::error_code error;
     const uint64_t size = std::filesystem::file_size(path, error);
     if (!error && size == 0) {
-        throw Failure(ExitStatus::input, path + ": the image is empty");
+        throw Failure(ExitStatus::kInput, path + ": the image is empty");
     }
     return error ? 0 : size;
 }
@@ -103,11 +103,11 @@ private:
 
 uint64_t download_image(NvmeDrive& drive, uint16_t controller, const std::string& path,
                         uint32_t chunk_size, Progress& progress) {
-    constexpr size_t offset_dwords = 47;  // dword 11
+    constexpr size_t kOffsetDwords = 47;  // dword 11
     Reached reached{.total = image_size_of(path)};
     const InterruptGuard interrupt;
     const ScopedGate gate(drive, [&](std::span<const uint8_t> request) {
-        reached.done = little_endian_at(request, offset_dwords, 4) * 4;
+        reached.done = little_endian_at(request, kOffsetDwords, 4) * 4;
         reached.interrupted = InterruptGuard::pending();
         if (!reached.interrupted && reached.total > 0) {
             progress.show(static_cast<unsigned>(reached.done * 100 / reached.total), reached.done,
@@ -116,7 +116,7 @@ uint64_t download_image(NvmeDrive& drive, uint16_t controller, const std::string
         return !reached.interrupted;
     });
     const int32_t result = nvme_fw_image_download(drive.context(), controller, path.c_str(),
-                                                  chunk_size, download_task);
+                                                  chunk_size, kDownloadTask);
     if (result == 0) {
         progress.show(100, reached.total, reached.total);
     }
@@ -128,8 +128,8 @@ uint64_t download_image(NvmeDrive& drive, uint16_t controller, const std::string
 }
 
 std::string commit_image(NvmeDrive& drive, uint16_t controller, uint8_t slot, uint8_t action) {
-    constexpr uint8_t replaces_only = 0;
-    constexpr uint8_t activates_now = 3;
+    constexpr uint8_t kReplacesOnly = 0;
+    constexpr uint8_t kActivatesNow = 3;
     try {
         drive.call("Firmware Commit",
                    [&] { return nvme_fw_image_commit(drive.context(), controller, slot, action); });
@@ -140,19 +140,19 @@ std::string commit_image(NvmeDrive& drive, uint16_t controller, uint8_t slot, ui
         }
         return need;
     }
-    return action == replaces_only || action == activates_now ? "" : "a reset";
+    return action == kReplacesOnly || action == kActivatesNow ? "" : "a reset";
 }
 
 FirmwareSlots reset_and_wait(Port& port, NvmeDrive& drive, uint16_t controller) {
-    constexpr int tries = 10;
-    constexpr uint64_t pause_us = 1000000;
+    constexpr int kTries = 10;
+    constexpr uint64_t kPauseUs = 1000000;
     drive.call_unanswered("Reset", [&] { return nvmemi_reset(drive.context()); });
     for (int i = 1;; ++i) {
-        port.wait_us(pause_us);
+        port.wait_us(kPauseUs);
         try {
             return read_firmware_slots(drive, controller);
         } catch (const Failure&) {
-            if (i == tries) {
+            if (i == kTries) {
                 throw;
             }
         }
@@ -183,7 +183,7 @@ void finish_update(Context& context, NvmeDrive& drive, uint16_t controller,
 void run_nvme_fw_download(Context& context, const NvmeTarget& target,
                           const NvmeFirmwareWish& wish) {
     if (wish.chunk_size % 4 != 0) {
-        throw Failure(ExitStatus::usage, "--chunk-size must be a multiple of 4");
+        throw Failure(ExitStatus::kUsage, "--chunk-size must be a multiple of 4");
     }
     FoundDrive found(context.port, target.endpoint);
     const uint16_t controller = found.drive.choose(target.controller);

@@ -35,23 +35,23 @@ Fields subsystem_fields(const nvme_subsystem_health& health) {
 }  // namespace
 
 NvmeHealth read_health(NvmeDrive& drive) {
-    constexpr uint32_t every_function = NVMEMI_CONTROLLER_POLL_ALL | NVMEMI_CONTROLLER_POLL_INCF |
+    constexpr uint32_t kEveryFunction = NVMEMI_CONTROLLER_POLL_ALL | NVMEMI_CONTROLLER_POLL_INCF |
                                         NVMEMI_CONTROLLER_POLL_INCPF | NVMEMI_CONTROLLER_POLL_INCVF;
-    constexpr uint32_t keep_flags = 0;
+    constexpr uint32_t kKeepFlags = 0;
     NvmeHealth health;
     drive.call("NVM Subsystem Health Status Poll", [&] {
-        return nvmemi_nvm_subsystem_health_status_poll(drive.context(), &keep_flags,
+        return nvmemi_nvm_subsystem_health_status_poll(drive.context(), &kKeepFlags,
                                                        &health.subsystem);
     });
     // As many as one answer holds, then those behind them.
     for (uint32_t next = 0; next <= UINT16_MAX;) {
-        const uint32_t dword0 = every_function |
+        const uint32_t dword0 = kEveryFunction |
                                 NVMEMI_CONTROLLER_POLL_MAXRENT(NVMEMI_CONTROLLERS_MAX - 1) |
                                 NVMEMI_CONTROLLER_POLL_SCTLID(next);
         uint8_t count = 0;
         nvme_controller_health entries[NVMEMI_CONTROLLERS_MAX] = {};
         drive.call("Controller Health Status Poll", [&] {
-            return nvmemi_controller_health_status_poll(drive.context(), &dword0, &keep_flags,
+            return nvmemi_controller_health_status_poll(drive.context(), &dword0, &kKeepFlags,
                                                         &count, entries);
         });
         health.controllers.insert(health.controllers.end(), entries, entries + count);

@@ -11,8 +11,8 @@
 namespace tool {
 namespace {
 
-constexpr uint8_t error_page = 0x01;
-constexpr size_t error_entry_size = 64;
+constexpr uint8_t kErrorPage = 0x01;
+constexpr size_t kErrorEntrySize = 64;
 
 /// One entry of the error log: for a table, and for programs.
 void add_error(std::span<const uint8_t> entry, Table& table, Json& list) {
@@ -82,7 +82,7 @@ void run_nvme_log_error(Context& context, const NvmeTarget& target, uint32_t ent
     FoundDrive found(context.port, target.endpoint);
     const uint16_t controller = found.drive.choose(target.controller);
     const std::vector<uint8_t> data = found.drive.log_page(
-        controller, error_page, entries * static_cast<uint32_t>(error_entry_size));
+        controller, kErrorPage, entries * static_cast<uint32_t>(kErrorEntrySize));
     Table table({{"COUNT", true},
                  {"SQID", true},
                  {"CMDID", true},
@@ -91,8 +91,8 @@ void run_nvme_log_error(Context& context, const NvmeTarget& target, uint32_t ent
                  {"NSID", true},
                  {"LBA", true}});
     Json list = Json::array();
-    for (size_t at = 0; at < data.size(); at += error_entry_size) {
-        const auto entry = std::span(data).subspan(at, error_entry_size);
+    for (size_t at = 0; at < data.size(); at += kErrorEntrySize) {
+        const auto entry = std::span(data).subspan(at, kErrorEntrySize);
         if (little_endian_at(entry, 0, 8) != 0) {
             add_error(entry, table, list);
         }

@@ -14,14 +14,14 @@
 namespace tool {
 namespace {
 
-constexpr uint8_t sanitize_in_progress = 2;
-constexpr uint8_t sanitize_failed = 3;
+constexpr uint8_t kSanitizeInProgress = 2;
+constexpr uint8_t kSanitizeFailed = 3;
 
 uint32_t format_dword(size_t format, uint8_t erase) {
-    constexpr unsigned upper_shift = 12;
-    constexpr unsigned erase_shift = 9;
+    constexpr unsigned kUpperShift = 12;
+    constexpr unsigned kEraseShift = 9;
     const auto index = static_cast<uint32_t>(format);
-    return (index & 0x0F) | (index >> 4 & 3) << upper_shift | uint32_t{erase} << erase_shift;
+    return (index & 0x0F) | (index >> 4 & 3) << kUpperShift | uint32_t{erase} << kEraseShift;
 }
 
 uint32_t sanitize_dword(const NvmeSanitizeWish& wish) {
@@ -32,15 +32,15 @@ uint32_t sanitize_dword(const NvmeSanitizeWish& wish) {
 
 /// Follows a sanitize operation to its end.
 SanitizeState wait_for_end(Context& context, NvmeDrive& drive, uint16_t controller) {
-    constexpr uint64_t pause_us = 1000000;
+    constexpr uint64_t kPauseUs = 1000000;
     Progress progress(context.output, context.port, {});
     SanitizeState state = read_sanitize(drive, controller);
-    while (state.status == sanitize_in_progress) {
+    while (state.status == kSanitizeInProgress) {
         progress.show(state.percent, 0, 0);
-        context.port.wait_us(pause_us);
+        context.port.wait_us(kPauseUs);
         state = read_sanitize(drive, controller);
     }
-    if (state.status != sanitize_failed) {
+    if (state.status != kSanitizeFailed) {
         progress.show(100, 0, 0);
     }
     return state;
@@ -56,9 +56,8 @@ void run_nvme_format(Context& context, const NvmeTarget& target, const NvmeForma
     NvmeDrive& drive = found.drive;
     const uint16_t controller = drive.choose(target.controller);
     const size_t format =
-        wish.format
-            ? *wish.format
-            : format_in_use(drive.identify(controller, identify_cns_namespace, target.nsid));
+        wish.format ? *wish.format
+                    : format_in_use(drive.identify(controller, kIdentifyCnsNamespace, target.nsid));
     const uint32_t dword = format_dword(format, wish.erase);
     drive.call(fmt::format("Format NVM of {}", what),
                [&] { return nvme_format_nvm(drive.context(), controller, target.nsid, &dword); });
@@ -89,7 +88,7 @@ void run_nvme_sanitize(Context& context, const NvmeTarget& target, const NvmeSan
     Json document{{"endpoint", target.endpoint}};
     document.update(state.fields.json());
     context.output.document(document);
-    if (state.status == sanitize_failed) {
+    if (state.status == kSanitizeFailed) {
         context.report({target.endpoint, "the sanitize operation", "the drive says so in its log"});
     }
 }

@@ -19,7 +19,7 @@ namespace {
 struct NamespaceLists {
     std::vector<uint32_t> all;
     std::vector<uint32_t> attached;
-    uint32_t describe = identify_cns_allocated_namespace;  ///< CNS of the structure of each
+    uint32_t describe = kIdentifyCnsAllocatedNamespace;  ///< CNS of the structure of each
 
     bool is_attached(uint32_t id) const {
         return std::find(attached.begin(), attached.end(), id) != attached.end();
@@ -32,11 +32,11 @@ NamespaceLists read_namespace_lists(NvmeDrive& drive, uint16_t controller) {
     try {
         lists.all = namespace_list(drive, controller, false);
     } catch (const Failure& failure) {
-        if (!failure.code() || failure.code()->kind != DeviceCode::Kind::nvme) {
+        if (!failure.code() || failure.code()->kind != DeviceCode::Kind::kNvme) {
             throw;
         }
         lists.all = lists.attached;
-        lists.describe = identify_cns_namespace;
+        lists.describe = kIdentifyCnsNamespace;
     }
     return lists;
 }
@@ -50,15 +50,15 @@ std::string capacity_text(uint64_t bytes) {
 
 /// Host software specified fields of Namespace Management.
 std::vector<uint8_t> creation_data(const NvmeNamespaceWish& wish) {
-    constexpr size_t capacity = 8;
-    constexpr size_t formatted_size = 26;
-    constexpr size_t sharing = 30;
+    constexpr size_t kCapacity = 8;
+    constexpr size_t kFormattedSize = 26;
+    constexpr size_t kSharing = 30;
     std::vector<uint8_t> data(NVME_ADMIN_DATA_MAX);
     for (size_t i = 0; i < sizeof wish.blocks; ++i) {
-        data[i] = data[capacity + i] = static_cast<uint8_t>(wish.blocks >> (8 * i));
+        data[i] = data[kCapacity + i] = static_cast<uint8_t>(wish.blocks >> (8 * i));
     }
-    data[formatted_size] = wish.format;
-    data[sharing] = wish.shared ? 1 : 0;
+    data[kFormattedSize] = wish.format;
+    data[kSharing] = wish.shared ? 1 : 0;
     return data;
 }
 

@@ -10,7 +10,7 @@ namespace tool {
 namespace {
 
 // What has no word here is known by its abbreviation.
-constexpr Name subsystem_bits[] = {
+constexpr Name kSubsystemBits[] = {
     {7, "ATF"},
     {6, "sanitize failure mode"},
     {5, "drive functional"},
@@ -20,7 +20,7 @@ constexpr Name subsystem_bits[] = {
     {1, "SNFM"},
 };
 
-constexpr Name health_warnings[] = {
+constexpr Name kHealthWarnings[] = {
     {0, "available spare"},
     {1, "temperature"},
     {2, "reliability"},
@@ -30,7 +30,7 @@ constexpr Name health_warnings[] = {
     {6, "IPS"},
 };
 
-constexpr Name smart_warnings[] = {
+constexpr Name kSmartWarnings[] = {
     {0, "available spare low"},
     {1, "temperature"},
     {2, "reliability degraded"},
@@ -40,7 +40,7 @@ constexpr Name smart_warnings[] = {
     {6, "IPS"},
 };
 
-constexpr Name composite_bits[] = {
+constexpr Name kCompositeBits[] = {
     {0, "ready"},
     {1, "fatal"},
     {2, "shutdown status changed"},
@@ -56,7 +56,7 @@ constexpr Name composite_bits[] = {
     {13, "TCIDA"},
 };
 
-constexpr Name controller_bits[] = {
+constexpr Name kControllerBits[] = {
     {0, "ready"},
     {1, "fatal"},
     {4, "subsystem reset occurred"},
@@ -67,60 +67,60 @@ constexpr Name controller_bits[] = {
 };
 
 /// CSTS.SHST (NVMe base specification): 0 is normal operation.
-constexpr const char* shutdown_words[] = {"", "shutting down", "shut down",
+constexpr const char* kShutdownWords[] = {"", "shutting down", "shut down",
                                           "reserved shutdown status"};
 
 }  // namespace
 
 std::string subsystem_status_text(uint8_t nss) {
-    return bits_text(nss, subsystem_bits, "not functional");
+    return bits_text(nss, kSubsystemBits, "not functional");
 }
 
 std::string composite_status_text(uint16_t ccs) {
-    return bits_text(ccs, composite_bits, "not ready");
+    return bits_text(ccs, kCompositeBits, "not ready");
 }
 
 std::string composite_text(uint8_t ctemp) {
-    constexpr uint8_t hottest = 0x7F;
-    constexpr uint8_t no_data = 0x80;
-    constexpr uint8_t sensor_failed = 0x81;
-    constexpr uint8_t coldest = 0xC4;
-    if (ctemp < hottest) {
+    constexpr uint8_t kHottest = 0x7F;
+    constexpr uint8_t kNoData = 0x80;
+    constexpr uint8_t kSensorFailed = 0x81;
+    constexpr uint8_t kColdest = 0xC4;
+    if (ctemp < kHottest) {
         return fmt::format("{} degC", ctemp);
     }
     switch (ctemp) {
-        case hottest:
+        case kHottest:
             return "127 degC or more";
-        case no_data:
+        case kNoData:
             return "no data";
-        case sensor_failed:
+        case kSensorFailed:
             return "the sensor has failed";
-        case coldest:
+        case kColdest:
             return "-60 degC or less";
         default:
-            return ctemp > coldest ? fmt::format("{} degC", static_cast<int8_t>(ctemp))
-                                   : fmt::format("0x{:02x} (reserved)", ctemp);
+            return ctemp > kColdest ? fmt::format("{} degC", static_cast<int8_t>(ctemp))
+                                    : fmt::format("0x{:02x} (reserved)", ctemp);
     }
 }
 
 std::string controller_status_text(uint16_t csts) {
-    const std::string shutdown = shutdown_words[csts >> 2 & 3];
-    const std::string bits = bits_text(csts, controller_bits, shutdown.empty() ? "not ready" : "");
+    const std::string shutdown = kShutdownWords[csts >> 2 & 3];
+    const std::string bits = bits_text(csts, kControllerBits, shutdown.empty() ? "not ready" : "");
     return bits + (bits.empty() || shutdown.empty() ? "" : ", ") + shutdown;
 }
 
 std::string health_warnings_text(uint8_t warnings, const char* none) {
-    return bits_text(warnings, health_warnings, none);
+    return bits_text(warnings, kHealthWarnings, none);
 }
 
 std::string smart_warnings_text(uint8_t warnings) {
-    return bits_text(warnings, smart_warnings, "none");
+    return bits_text(warnings, kSmartWarnings, "none");
 }
 
 std::string sanitize_status_text(uint8_t status) {
-    constexpr const char* words[] = {"never sanitized", "completed", "in progress", "failed",
-                                     "completed, not deallocated as wished"};
-    return status < std::size(words) ? words[status] : "reserved";
+    constexpr const char* kWords[] = {"never sanitized", "completed", "in progress", "failed",
+                                      "completed, not deallocated as wished"};
+    return status < std::size(kWords) ? kWords[status] : "reserved";
 }
 
 }  // namespace tool

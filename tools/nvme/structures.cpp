@@ -10,16 +10,16 @@
 namespace tool {
 namespace {
 
-constexpr uint8_t smart_page = 0x02;
-constexpr uint8_t firmware_slot_page = 0x03;
-constexpr uint8_t sanitize_page = 0x81;
-constexpr uint32_t page_size = 512;
+constexpr uint8_t kSmartPage = 0x02;
+constexpr uint8_t kFirmwareSlotPage = 0x03;
+constexpr uint8_t kSanitizePage = 0x81;
+constexpr uint32_t kPageSize = 512;
 
-constexpr FieldLayout smart_layout[] = {
-    {"available_spare", 3, 1, FieldLook::percent},
-    {"available_spare_threshold", 4, 1, FieldLook::percent},
-    {"percentage_used", 5, 1, FieldLook::percent},
-    {"endurance_group_critical_warning_summary", 6, 1, FieldLook::hex},
+constexpr FieldLayout kSmartLayout[] = {
+    {"available_spare", 3, 1, FieldLook::kPercent},
+    {"available_spare_threshold", 4, 1, FieldLook::kPercent},
+    {"percentage_used", 5, 1, FieldLook::kPercent},
+    {"endurance_group_critical_warning_summary", 6, 1, FieldLook::kHex},
     {"data_units_read", 32, 16},
     {"data_units_written", 48, 16},
     {"host_read_commands", 64, 16},
@@ -34,15 +34,15 @@ constexpr FieldLayout smart_layout[] = {
     {"critical_comp_time", 196, 4},
 };
 
-constexpr FieldLayout thermal_layout[] = {
+constexpr FieldLayout kThermalLayout[] = {
     {"thm_temp1_trans_count", 216, 4},
     {"thm_temp2_trans_count", 220, 4},
     {"thm_temp1_total_time", 224, 4},
     {"thm_temp2_total_time", 228, 4},
 };
 
-constexpr FieldLayout sanitize_layout[] = {
-    {"scdw10", 4, 4, FieldLook::hex},
+constexpr FieldLayout kSanitizeLayout[] = {
+    {"scdw10", 4, 4, FieldLook::kHex},
     {"eto", 8, 4},
     {"etbe", 12, 4},
     {"etce", 16, 4},
@@ -53,10 +53,10 @@ constexpr FieldLayout sanitize_layout[] = {
 
 /// Places the numbered sensors alone that the drive has.
 void add_temperature_sensors(Fields& fields, std::span<const uint8_t> data) {
-    constexpr uint16_t first_sensor = 200;
-    constexpr uint16_t sensors = 8;
-    for (uint16_t i = 0; i < sensors; ++i) {
-        const uint64_t kelvin = little_endian_at(data, first_sensor + 2U * i, 2);
+    constexpr uint16_t kFirstSensor = 200;
+    constexpr uint16_t kSensors = 8;
+    for (uint16_t i = 0; i < kSensors; ++i) {
+        const uint64_t kelvin = little_endian_at(data, kFirstSensor + 2U * i, 2);
         if (kelvin != 0) {
             fields.add(fmt::format("temperature_sensor_{}", i + 1), kelvin_text(kelvin), kelvin);
         }
@@ -66,20 +66,20 @@ void add_temperature_sensors(Fields& fields, std::span<const uint8_t> data) {
 }  // namespace
 
 std::string namespace_name(uint32_t nsid) {
-    return nsid == every_namespace ? "every namespace" : fmt::format("namespace {}", nsid);
+    return nsid == kEveryNamespace ? "every namespace" : fmt::format("namespace {}", nsid);
 }
 
 size_t format_in_use(std::span<const uint8_t> data) {
-    constexpr size_t formatted_size = 26;
-    const uint8_t value = data[formatted_size];
+    constexpr size_t kFormattedSize = 26;
+    const uint8_t value = data[kFormattedSize];
     // The upper bits came with the formats beyond sixteen.
     return (value & 0x0FU) | (value >> 1 & 0x30U);
 }
 
 LbaFormat lba_format(std::span<const uint8_t> data, size_t index) {
-    constexpr size_t first_format = 128;
-    constexpr size_t format_size = 4;
-    const size_t at = first_format + format_size * index;
+    constexpr size_t kFirstFormat = 128;
+    constexpr size_t kFormatSize = 4;
+    const size_t at = kFirstFormat + kFormatSize * index;
     return {.metadata = static_cast<uint16_t>(little_endian_at(data, at, 2)),
             .data_size = data[at + 2],
             .performance = static_cast<uint8_t>(data[at + 3] & 3)};
@@ -87,7 +87,7 @@ LbaFormat lba_format(std::span<const uint8_t> data, size_t index) {
 
 std::vector<uint32_t> namespace_list(NvmeDrive& drive, uint16_t controller, bool attached) {
     const std::vector<uint8_t> data =
-        drive.identify(controller, attached ? identify_cns_active : identify_cns_allocated, 0);
+        drive.identify(controller, attached ? kIdentifyCnsActive : kIdentifyCnsAllocated, 0);
     std::vector<uint32_t> ids;
     for (size_t at = 0; at < data.size(); at += 4) {
         const auto id = static_cast<uint32_t>(little_endian_at(data, at, 4));
@@ -100,53 +100,53 @@ std::vector<uint32_t> namespace_list(NvmeDrive& drive, uint16_t controller, bool
 }
 
 std::string firmware_revision(NvmeDrive& drive, uint16_t controller) {
-    constexpr size_t revision = 64;
-    constexpr size_t size = 8;
-    const std::vector<uint8_t> data = drive.identify(controller, identify_cns_controller, 0);
-    return trimmed(std::span(data).subspan(revision, size));
+    constexpr size_t kRevision = 64;
+    constexpr size_t kSize = 8;
+    const std::vector<uint8_t> data = drive.identify(controller, kIdentifyCnsController, 0);
+    return trimmed(std::span(data).subspan(kRevision, kSize));
 }
 
 Fields read_smart(NvmeDrive& drive, uint16_t controller) {
-    const std::vector<uint8_t> data = drive.log_page(controller, smart_page, page_size);
+    const std::vector<uint8_t> data = drive.log_page(controller, kSmartPage, kPageSize);
     Fields fields;
     fields.add("critical_warning", fmt::format("0x{:02x}", data[0]), data[0]);
     fields.explain(smart_warnings_text(data[0]));
     const uint64_t kelvin = little_endian_at(data, 1, 2);
     fields.add("temperature", kelvin_text(kelvin), kelvin);
-    fields.decode(data, smart_layout);
+    fields.decode(data, kSmartLayout);
     add_temperature_sensors(fields, data);
-    fields.decode(data, thermal_layout);
+    fields.decode(data, kThermalLayout);
     return fields;
 }
 
 SanitizeState read_sanitize(NvmeDrive& drive, uint16_t controller) {
-    const std::vector<uint8_t> data = drive.log_page(controller, sanitize_page, page_size);
-    constexpr unsigned whole = 65536;
+    const std::vector<uint8_t> data = drive.log_page(controller, kSanitizePage, kPageSize);
+    constexpr unsigned kWhole = 65536;
     const auto progress = static_cast<unsigned>(little_endian_at(data, 0, 2));
     const auto status = static_cast<uint16_t>(little_endian_at(data, 2, 2));
     SanitizeState state;
     state.status = status & 7;
-    state.percent = progress * 100 / whole;
+    state.percent = progress * 100 / kWhole;
     state.fields.add("sprog", std::to_string(progress), progress);
     if (state.status == 2) {
         state.fields.explain(fmt::format("{} %", state.percent));
     }
     state.fields.add("sstat", fmt::format("0x{:04x}", status), status);
     state.fields.explain(sanitize_status_text(state.status));
-    state.fields.decode(data, sanitize_layout);
+    state.fields.decode(data, kSanitizeLayout);
     return state;
 }
 
 FirmwareSlots read_firmware_slots(NvmeDrive& drive, uint16_t controller) {
-    constexpr size_t first_revision = 8;
-    constexpr size_t revision_size = 8;
-    const std::vector<uint8_t> data = drive.log_page(controller, firmware_slot_page, page_size);
+    constexpr size_t kFirstRevision = 8;
+    constexpr size_t kRevisionSize = 8;
+    const std::vector<uint8_t> data = drive.log_page(controller, kFirmwareSlotPage, kPageSize);
     FirmwareSlots slots;
     slots.active = data[0] & 7;
     slots.next = data[0] >> 4 & 7;
     for (size_t i = 0; i < slots.revisions.size(); ++i) {
         slots.revisions[i] =
-            trimmed(std::span(data).subspan(first_revision + revision_size * i, revision_size));
+            trimmed(std::span(data).subspan(kFirstRevision + kRevisionSize * i, kRevisionSize));
     }
     return slots;
 }

@@ -15,21 +15,21 @@
 namespace tool {
 
 /// The namespace ID that stands for all of them.
-inline constexpr uint32_t every_namespace = 0xFFFFFFFF;
+inline constexpr uint32_t kEveryNamespace = 0xFFFFFFFF;
 
 /// "namespace 1", "every namespace".
 std::string namespace_name(uint32_t nsid);
 
 // Controller or namespace structure (NVMe base specification, Identify).
-inline constexpr uint32_t identify_cns_namespace = 0x00;
-inline constexpr uint32_t identify_cns_controller = 0x01;
-inline constexpr uint32_t identify_cns_active = 0x02;
-inline constexpr uint32_t identify_cns_allocated = 0x10;
-inline constexpr uint32_t identify_cns_allocated_namespace = 0x11;
-inline constexpr uint32_t identify_cns_controllers = 0x13;
+inline constexpr uint32_t kIdentifyCnsNamespace = 0x00;
+inline constexpr uint32_t kIdentifyCnsController = 0x01;
+inline constexpr uint32_t kIdentifyCnsActive = 0x02;
+inline constexpr uint32_t kIdentifyCnsAllocated = 0x10;
+inline constexpr uint32_t kIdentifyCnsAllocatedNamespace = 0x11;
+inline constexpr uint32_t kIdentifyCnsControllers = 0x13;
 
 // Offsets in Identify Namespace.
-inline constexpr size_t namespace_formats = 25;  ///< number of formats less one
+inline constexpr size_t kNamespaceFormats = 25;  ///< number of formats less one
 
 /// One of the formats of a namespace.
 struct LbaFormat {

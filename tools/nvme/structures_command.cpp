@@ -11,34 +11,34 @@
 namespace tool {
 namespace {
 
-constexpr FieldLayout subsystem_layout[] = {{"nump", 0, 1}, {"mjr", 1, 1}, {"mnr", 2, 1}};
+constexpr FieldLayout kSubsystemLayout[] = {{"nump", 0, 1}, {"mjr", 1, 1}, {"mnr", 2, 1}};
 
-constexpr FieldLayout port_layout[] = {{"prttyp", 0, 1}, {"mmctptus", 2, 2}, {"meb", 4, 4}};
+constexpr FieldLayout kPortLayout[] = {{"prttyp", 0, 1}, {"mmctptus", 2, 2}, {"meb", 4, 4}};
 
-constexpr FieldLayout pcie_layout[] = {
-    {"pciemps", 8, 1},  {"pcieslsv", 9, 1, FieldLook::hex},
+constexpr FieldLayout kPcieLayout[] = {
+    {"pciemps", 8, 1},  {"pcieslsv", 9, 1, FieldLook::kHex},
     {"pciecls", 10, 1}, {"pciemlw", 11, 1},
     {"pcienlw", 12, 1}, {"pciepn", 13, 1},
 };
 
-constexpr FieldLayout smbus_layout[] = {
-    {"cvpdaddr", 8, 1, FieldLook::hex}, {"mvpdfreq", 9, 1},
-    {"cmeaddr", 10, 1, FieldLook::hex}, {"mmefreq", 11, 1},
-    {"nvmebm", 12, 1, FieldLook::hex},
+constexpr FieldLayout kSmbusLayout[] = {
+    {"cvpdaddr", 8, 1, FieldLook::kHex}, {"mvpdfreq", 9, 1},
+    {"cmeaddr", 10, 1, FieldLook::kHex}, {"mmefreq", 11, 1},
+    {"nvmebm", 12, 1, FieldLook::kHex},
 };
 
-constexpr FieldLayout controller_info_layout[] = {
+constexpr FieldLayout kControllerInfoLayout[] = {
     {"portid", 0, 1},
-    {"prii", 5, 1, FieldLook::hex},
-    {"pri", 6, 2, FieldLook::hex},
-    {"pcivid", 8, 2, FieldLook::hex},
-    {"pcidid", 10, 2, FieldLook::hex},
-    {"pcisvid", 12, 2, FieldLook::hex},
-    {"pcissid", 14, 2, FieldLook::hex},
+    {"prii", 5, 1, FieldLook::kHex},
+    {"pri", 6, 2, FieldLook::kHex},
+    {"pcivid", 8, 2, FieldLook::kHex},
+    {"pcidid", 10, 2, FieldLook::kHex},
+    {"pcisvid", 12, 2, FieldLook::kHex},
+    {"pcissid", 14, 2, FieldLook::kHex},
 };
 
-constexpr uint64_t pcie_port = 1;
-constexpr uint64_t smbus_port = 2;
+constexpr uint64_t kPciePort = 1;
+constexpr uint64_t kSmbusPort = 2;
 
 void show(Context& context, Json document, const Fields& fields) {
     context.output.text(fields.text());
@@ -48,12 +48,12 @@ void show(Context& context, Json document, const Fields& fields) {
 
 Fields port_fields(std::span<const uint8_t> data) {
     Fields fields;
-    fields.decode(data, port_layout);
+    fields.decode(data, kPortLayout);
     const Json& type = fields.json()["prttyp"];
-    if (type == pcie_port) {
-        fields.decode(data, pcie_layout);
-    } else if (type == smbus_port) {
-        fields.decode(data, smbus_layout);
+    if (type == kPciePort) {
+        fields.decode(data, kPcieLayout);
+    } else if (type == kSmbusPort) {
+        fields.decode(data, kSmbusLayout);
     }
     return fields;
 }
@@ -65,7 +65,7 @@ void run_nvme_ds_subsystem(Context& context, const std::string& endpoint) {
     Fields fields;
     fields.decode(found.drive.data_structure("reading the NVM subsystem information",
                                              NVMEMI_DS(NVMEMI_DTYP_SUBSYSTEM, 0, 0)),
-                  subsystem_layout);
+                  kSubsystemLayout);
     show(context, {{"endpoint", endpoint}}, fields);
 }
 
@@ -89,13 +89,13 @@ void run_nvme_ds_controller(Context& context, const std::string& endpoint, uint3
     fields.decode(
         found.drive.data_structure(fmt::format("reading the information on controller {}", id),
                                    NVMEMI_DS(NVMEMI_DTYP_CONTROLLER, 0, id)),
-        controller_info_layout);
+        kControllerInfoLayout);
     show(context, {{"endpoint", endpoint}, {"controller", id}}, fields);
 }
 
 void run_nvme_ds_commands(Context& context, const std::string& endpoint) {
-    constexpr unsigned management = 1;
-    constexpr unsigned admin = 2;
+    constexpr unsigned kManagement = 1;
+    constexpr unsigned kAdmin = 2;
     const std::string operation = "reading the optionally supported commands";
     FoundDrive found(context.port, endpoint);
     const std::vector<uint8_t> data =
@@ -110,9 +110,9 @@ void run_nvme_ds_commands(Context& context, const std::string& endpoint) {
     for (size_t i = 0; i < count; ++i) {
         const unsigned type = data[2 + 2 * i] >> 3 & 0x0F;
         const uint8_t opcode = data[3 + 2 * i];
-        const std::string name = type == management ? nvmemi_command_name(opcode)
-                                 : type == admin    ? nvme_admin_command_name(opcode)
-                                                    : "unknown";
+        const std::string name = type == kManagement ? nvmemi_command_name(opcode)
+                                 : type == kAdmin    ? nvme_admin_command_name(opcode)
+                                                     : "unknown";
         table.add({std::to_string(type), fmt::format("0x{:02x}", opcode), name});
         list.push_back({{"nmimt", type}, {"opc", opcode}, {"name", name}});
     }

@@ -13,13 +13,13 @@
 namespace tool {
 namespace {
 
-constexpr size_t vpd_line = 16;
+constexpr size_t kVpdLine = 16;
 
 /// Offset, bytes, and what they are as text.
 std::string vpd_dump(std::span<const uint8_t> bytes, uint32_t offset) {
     std::string text;
-    for (size_t at = 0; at < bytes.size(); at += vpd_line) {
-        const auto line = bytes.subspan(at, std::min(vpd_line, bytes.size() - at));
+    for (size_t at = 0; at < bytes.size(); at += kVpdLine) {
+        const auto line = bytes.subspan(at, std::min(kVpdLine, bytes.size() - at));
         std::string shown(line.begin(), line.end());
         std::replace_if(
             shown.begin(), shown.end(), [](char c) { return c < ' ' || c > '~'; }, '.');
@@ -34,7 +34,8 @@ std::vector<uint8_t> bytes_of(const std::vector<std::string>& pieces) {
     for (const std::string& piece : pieces) {
         const std::optional<std::vector<uint8_t>> part = parse_hex(piece);
         if (!part) {
-            throw Failure(ExitStatus::usage, piece + ": the data are given as pairs of hex digits");
+            throw Failure(ExitStatus::kUsage,
+                          piece + ": the data are given as pairs of hex digits");
         }
         bytes.insert(bytes.end(), part->begin(), part->end());
     }
@@ -60,7 +61,7 @@ void run_nvme_vpd_read(Context& context, const std::string& endpoint, const Nvme
 void run_nvme_vpd_write(Context& context, const std::string& endpoint, const NvmeVpdWish& wish) {
     const std::vector<uint8_t> data = bytes_of(wish.pieces);
     if (wish.offset + data.size() > UINT16_MAX) {
-        throw Failure(ExitStatus::usage, "the data do not fit the VPD");
+        throw Failure(ExitStatus::kUsage, "the data do not fit the VPD");
     }
     FoundDrive found(context.port, endpoint);
     for (size_t at = 0; at < data.size(); at += NVMEMI_VPD_WRITE_MAX) {

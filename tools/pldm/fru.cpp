@@ -16,12 +16,12 @@ namespace {
 
 using sideband::WireReader;
 
-constexpr uint8_t general_record = 1;
-constexpr uint8_t oem_record = 254;
-constexpr uint8_t manufacture_date = 6;
-constexpr uint8_t vendor_iana = 15;
-constexpr uint8_t oem_vendor_iana = 1;
-constexpr size_t record_header = 5;
+constexpr uint8_t kGeneralRecord = 1;
+constexpr uint8_t kOemRecord = 254;
+constexpr uint8_t kManufactureDate = 6;
+constexpr uint8_t kVendorIana = 15;
+constexpr uint8_t kOemVendorIana = 1;
+constexpr size_t kRecordHeader = 5;
 
 /// A record of the library's, given back at the end of its scope.
 class ParsedRecord {
@@ -47,7 +47,7 @@ size_t parse_first(std::span<const uint8_t> table, FruRecord& record) {
               .type = first.type,
               .encoding = first.encoding_type,
               .fields = {}};
-    size_t length = record_header;
+    size_t length = kRecordHeader;
     for (size_t i = 0; i < first.number_of_fields; ++i) {
         const pldm_fru_field& field = first.fields[i];
         record.fields.push_back({.type = field.type, .value = {}});
@@ -60,7 +60,7 @@ size_t parse_first(std::span<const uint8_t> table, FruRecord& record) {
 /// All records; each takes some of the table, so that their number has a bound.
 void parse_records(const Session& session, std::span<const uint8_t> table, FruTable& result) {
     size_t at = 0;
-    while (table.size() - at >= record_header) {
+    while (table.size() - at >= kRecordHeader) {
         FruRecord record;
         const size_t length = parse_first(table.subspan(at), record);
         if (length == 0) {
@@ -93,19 +93,19 @@ std::span<const uint8_t> without_padding(std::span<const uint8_t> bytes) {
 
 /// Text in one of the encodings; hex where it is none.
 std::string text_of(std::span<const uint8_t> bytes, uint8_t encoding) {
-    enum : uint8_t { utf8 = 2, utf16 = 3, utf16_le = 4, utf16_be = 5 };
-    constexpr uint8_t mark_le[] = {0xFF, 0xFE};
-    if (encoding >= utf16 && encoding <= utf16_be) {
-        const bool marked = encoding == utf16 && bytes.size() >= 2;
+    enum : uint8_t { kUtf8 = 2, kUtf16 = 3, kUtf16Le = 4, kUtf16Be = 5 };
+    constexpr uint8_t kMarkLe[] = {0xFF, 0xFE};
+    if (encoding >= kUtf16 && encoding <= kUtf16Be) {
+        const bool marked = encoding == kUtf16 && bytes.size() >= 2;
         const bool little =
-            encoding == utf16_le || (marked && std::equal(mark_le, mark_le + 2, bytes.begin()));
+            encoding == kUtf16Le || (marked && std::equal(kMarkLe, kMarkLe + 2, bytes.begin()));
         const bool big_mark = marked && bytes[0] == 0xFE && bytes[1] == 0xFF;
-        const bool skip = encoding == utf16 && (little || big_mark);
+        const bool skip = encoding == kUtf16 && (little || big_mark);
         return printable(utf16_text(bytes.subspan(skip ? 2 : 0), !little));
     }
     const std::span<const uint8_t> text = without_padding(bytes);
     const bool ascii = std::all_of(text.begin(), text.end(), [](uint8_t b) { return b < 0x80; });
-    if (!is_text(text) || (!ascii && encoding != utf8)) {
+    if (!is_text(text) || (!ascii && encoding != kUtf8)) {
         return "0x" + hex(bytes);
     }
     return printable(std::string(text.begin(), text.end()));
@@ -114,7 +114,7 @@ std::string text_of(std::span<const uint8_t> bytes, uint8_t encoding) {
 }  // namespace
 
 std::string timestamp_text(std::span<const uint8_t> bytes) {
-    constexpr size_t size = 13;
+    constexpr size_t kSize = 13;
     WireReader reader(bytes);
     const auto offset = static_cast<int16_t>(reader.le16());
     reader.skip(3);  // microseconds
@@ -124,7 +124,7 @@ std::string timestamp_text(std::span<const uint8_t> bytes) {
     const uint8_t day = reader.u8();
     const uint8_t month = reader.u8();
     const uint16_t year = reader.le16();
-    const bool date = bytes.size() == size && month >= 1 && month <= 12 && day >= 1 && day <= 31;
+    const bool date = bytes.size() == kSize && month >= 1 && month <= 12 && day >= 1 && day <= 31;
     if (!date || hour > 23 || minute > 59 || second > 60) {
         return "";
     }
@@ -138,13 +138,13 @@ std::string timestamp_text(std::span<const uint8_t> bytes) {
 }
 
 std::string fru_value_text(const FruRecord& record, const FruField& field) {
-    const bool general = record.type == general_record;
-    const bool number = (general && field.type == vendor_iana) ||
-                        (record.type == oem_record && field.type == oem_vendor_iana);
+    const bool general = record.type == kGeneralRecord;
+    const bool number = (general && field.type == kVendorIana) ||
+                        (record.type == kOemRecord && field.type == kOemVendorIana);
     if (number && field.value.size() == sizeof(uint32_t)) {
         return std::to_string(WireReader(field.value).le32());
     }
-    if (general && field.type == manufacture_date) {
+    if (general && field.type == kManufactureDate) {
         const std::string date = timestamp_text(field.value);
         return date.empty() ? "0x" + hex(field.value) : date;
     }
@@ -156,12 +156,12 @@ std::string fru_value_text(const FruRecord& record, const FruField& field) {
 }
 
 FruTable read_fru(Session& session, bool fixed_parts) {
-    constexpr size_t versions_at = 4;
+    constexpr size_t kVersionsAt = 4;
     FruTable table;
     session.check_pldm(pldm_get_FRU_record_table_metadata(&session.pldm(), &table.length),
                        "GetFRURecordTableMetadata");
-    table.major_version = session.last_answer()[versions_at];
-    table.minor_version = session.last_answer()[versions_at + 1];
+    table.major_version = session.last_answer()[kVersionsAt];
+    table.minor_version = session.last_answer()[kVersionsAt + 1];
     const std::string operation = "GetFRURecordTable";
     if (table.length == 0 || table.length > PLDM_FRU_TABLE_LENGTH_MAX) {
         throw Failure(session.endpoint().name, operation,

@@ -17,8 +17,8 @@ namespace {
 using sideband::WireReader;
 
 /// The library reads at most seven parts of a record.
-constexpr size_t parts_max = 7;
-constexpr size_t capacity = parts_max * PLDM_PDR_PART_SIZE;
+constexpr size_t kPartsMax = 7;
+constexpr size_t kCapacity = kPartsMax * PLDM_PDR_PART_SIZE;
 
 /// Follows the parts of one GetPDR: how much came, whether it was the end, what is next. The
 /// library tells none of that of a record that does not come whole.
@@ -42,7 +42,7 @@ public:
             return;
         }
         next_ = next;
-        last_ = flag == end || flag == start_and_end;
+        last_ = flag == kEnd || flag == kStartAndEnd;
         judge(count, reader.remaining());
     }
 
@@ -52,21 +52,21 @@ public:
 
     /// Why the record is not whole; empty where it is.
     std::string problem() const {
-        return complaint_.empty() && !last_ ? fmt::format("it has no end in {} parts", parts_max)
+        return complaint_.empty() && !last_ ? fmt::format("it has no end in {} parts", kPartsMax)
                                             : complaint_;
     }
 
 private:
-    static constexpr uint8_t end = 4;
-    static constexpr uint8_t start_and_end = 5;
+    static constexpr uint8_t kEnd = 4;
+    static constexpr uint8_t kStartAndEnd = 5;
 
     void judge(size_t count, size_t present) {
         if (count > PLDM_PDR_PART_SIZE) {
             complaint_ = fmt::format("a part of it claims {} bytes", count);
         } else if (count > present) {
             complaint_ = fmt::format("a part of it claims {} bytes and has {}", count, present);
-        } else if (received_ + count > capacity) {
-            complaint_ = fmt::format("it is longer than {} bytes", capacity);
+        } else if (received_ + count > kCapacity) {
+            complaint_ = fmt::format("it is longer than {} bytes", kCapacity);
         } else {
             received_ += count;
         }
@@ -103,13 +103,13 @@ std::string header_problem(std::span<const uint8_t> bytes) {
 
 /// The number of records, or nothing where the terminus has no repository.
 bool count_records(Session& session, uint32_t& count) {
-    constexpr uint8_t invalid_type = 0x20;
+    constexpr uint8_t kInvalidType = 0x20;
     if (pldm_get_pdr_repository_info(&session.pldm(), &count) == 0) {
         return true;
     }
     const Failure failure = session.pldm_failure("GetPDRRepositoryInfo");
     const uint8_t code = failure.code() ? failure.code()->code : 0;
-    if (code == PLDM_CC_UNSUPPORTED_COMMAND || code == invalid_type) {
+    if (code == PLDM_CC_UNSUPPORTED_COMMAND || code == kInvalidType) {
         return false;
     }
     throw Failure(failure);
@@ -118,9 +118,9 @@ bool count_records(Session& session, uint32_t& count) {
 /// As many records as are read of a repository that says it has so many.
 size_t walk_bound(uint32_t count) {
     // A repository may grow while it is read; its word is not taken for how far it may go on.
-    constexpr size_t margin = 16;
-    constexpr size_t most = 65536;
-    return std::min<size_t>(count, most - margin) + margin;
+    constexpr size_t kMargin = 16;
+    constexpr size_t kMost = 65536;
+    return std::min<size_t>(count, kMost - kMargin) + kMargin;
 }
 
 /// Reads on from the first record until there is none left.
@@ -169,7 +169,7 @@ Failure pdr_failure(const Session& session, const std::string& operation, uint32
 PdrRecord read_pdr(Session& session, uint32_t handle) {
     PdrRecord record;
     record.asked = handle;
-    record.bytes.resize(capacity);
+    record.bytes.resize(kCapacity);
     pldm_ctx& pldm = session.pldm();
     const PartsObserver parts(session);
     const int32_t result = pldm_get_pdr(&pldm, &handle, record.bytes.data(),

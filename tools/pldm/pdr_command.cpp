@@ -107,7 +107,7 @@ PdrWalk wanted_records(Session& session, const std::string& handle) {
     if (!handle.empty()) {
         number = parse_number(handle, UINT32_MAX);
         if (!number) {
-            throw Failure(ExitStatus::usage,
+            throw Failure(ExitStatus::kUsage,
                           fmt::format("{}: the handle is a number from 0 to 0xffffffff", handle));
         }
     }
@@ -177,7 +177,7 @@ void run_pldm_pdr_show(Context& context, const std::string& endpoint, const std:
 }
 
 void run_pldm_pdr_dump(Context& context, const std::string& endpoint, const std::string& handle) {
-    constexpr size_t bytes_per_line = 16;
+    constexpr size_t kBytesPerLine = 16;
     Session session(find_endpoint(context.port, endpoint));
     const PdrWalk walk = wanted_records(session, handle);
     std::string text;
@@ -187,8 +187,8 @@ void run_pldm_pdr_dump(Context& context, const std::string& endpoint, const std:
                             record.handle(), pdr_type_name(record.type()), record.bytes.size(),
                             record.whole() ? "" : ", not whole");
         const std::span<const uint8_t> bytes(record.bytes);
-        for (size_t at = 0; at < bytes.size(); at += bytes_per_line) {
-            const size_t count = std::min(bytes_per_line, bytes.size() - at);
+        for (size_t at = 0; at < bytes.size(); at += kBytesPerLine) {
+            const size_t count = std::min(kBytesPerLine, bytes.size() - at);
             text += fmt::format("{:04x} ", at);
             for (const uint8_t byte : bytes.subspan(at, count)) {
                 text += fmt::format(" {:02x}", byte);

@@ -19,7 +19,7 @@ struct Unit {
 };
 
 /// sensorUnits from 0 on.
-constexpr Unit units[] = {
+constexpr Unit kUnits[] = {
     {"", "None"},
     {"", "Unspecified"},
     {"degC", "Degrees C"},
@@ -109,18 +109,18 @@ constexpr Unit units[] = {
     {"m2", "Square Meters"},
 };
 
-constexpr Unit oem_unit{"OEM unit", "OEMUnit"};
-constexpr Unit no_unit{"", "reserved"};
+constexpr Unit kOemUnit{"OEM unit", "OEMUnit"};
+constexpr Unit kNoUnit{"", "reserved"};
 
 const Unit& find_unit(uint8_t unit) {
-    constexpr uint8_t oem = 255;
-    if (unit == oem) {
-        return oem_unit;
+    constexpr uint8_t kOem = 255;
+    if (unit == kOem) {
+        return kOemUnit;
     }
-    return unit < std::size(units) ? units[unit] : no_unit;
+    return unit < std::size(kUnits) ? kUnits[unit] : kNoUnit;
 }
 
-constexpr Name entities[] = {
+constexpr Name kEntities[] = {
     {0, "unspecified"},
     {1, "other"},
     {2, "network"},
@@ -276,7 +276,7 @@ constexpr Name entities[] = {
 }  // namespace
 
 std::string pdr_type_name(uint8_t type) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {1, "Terminus Locator"},
         {2, "Numeric Sensor"},
         {3, "Numeric Sensor Initialization"},
@@ -306,7 +306,7 @@ std::string pdr_type_name(uint8_t type) {
         {126, "OEM Device"},
         {127, "OEM"},
     };
-    return find_name(names, type, "reserved");
+    return find_name(kNames, type, "reserved");
 }
 
 std::string unit_symbol(uint8_t unit) {
@@ -322,47 +322,47 @@ bool takes_prefix(uint8_t unit) {
 }
 
 std::string si_prefix(int8_t unit_modifier) {
-    static constexpr std::array<const char*, 9> prefixes{"p", "n", "u", "m", "",
-                                                         "k", "M", "G", "T"};
-    constexpr int step = 3;
-    constexpr int first = -12;
-    const int place = (unit_modifier - first) / step;
-    const bool there = unit_modifier >= first && unit_modifier % step == 0 &&
-                       place < static_cast<int>(prefixes.size());
-    return there ? prefixes.at(static_cast<size_t>(place)) : "";
+    static constexpr std::array<const char*, 9> kPrefixes{"p", "n", "u", "m", "",
+                                                          "k", "M", "G", "T"};
+    constexpr int kStep = 3;
+    constexpr int kFirst = -12;
+    const int place = (unit_modifier - kFirst) / kStep;
+    const bool there = unit_modifier >= kFirst && unit_modifier % kStep == 0 &&
+                       place < static_cast<int>(kPrefixes.size());
+    return there ? kPrefixes.at(static_cast<size_t>(place)) : "";
 }
 
 std::string rate_symbol(uint8_t rate_unit) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {1, "/us"},  {2, "/ms"},   {3, "/s"},     {4, "/min"},  {5, "/h"},
         {6, "/day"}, {7, "/week"}, {8, "/month"}, {9, "/year"},
     };
-    return find_name(names, rate_unit, "");
+    return find_name(kNames, rate_unit, "");
 }
 
 std::string data_size_name(uint8_t code) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {PLDM_DATA_SIZE_UINT8, "uint8"},   {PLDM_DATA_SIZE_SINT8, "sint8"},
         {PLDM_DATA_SIZE_UINT16, "uint16"}, {PLDM_DATA_SIZE_SINT16, "sint16"},
         {PLDM_DATA_SIZE_UINT32, "uint32"}, {PLDM_DATA_SIZE_SINT32, "sint32"},
         {PLDM_DATA_SIZE_REAL32, "real32"},
     };
-    return find_name(names, code, "reserved");
+    return find_name(kNames, code, "reserved");
 }
 
 std::string sensor_init_name(uint8_t init) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0, "noInit"}, {1, "useInitPDR"}, {2, "enableSensor"}, {3, "disableSensor"}};
-    return find_name(names, init, "reserved");
+    return find_name(kNames, init, "reserved");
 }
 
 std::string entity_type_name(uint16_t type) {
-    constexpr uint16_t logical = 0x8000;
-    constexpr uint16_t first_oem_type = 0x6000;
-    const auto id = static_cast<uint16_t>(type & ~logical);
-    const std::string name = find_name(entities, id, "");
-    return ((type & logical) != 0 ? "logical " : "") +
-           (name.empty() ? fmt::format("{}entity type {}", id >= first_oem_type ? "OEM " : "", id)
+    constexpr uint16_t kLogical = 0x8000;
+    constexpr uint16_t kFirstOemType = 0x6000;
+    const auto id = static_cast<uint16_t>(type & ~kLogical);
+    const std::string name = find_name(kEntities, id, "");
+    return ((type & kLogical) != 0 ? "logical " : "") +
+           (name.empty() ? fmt::format("{}entity type {}", id >= kFirstOemType ? "OEM " : "", id)
                          : name);
 }
 

@@ -100,8 +100,8 @@ void add_units(const pldm_numeric_sensor_pdr& sensor, Fields& fields) {
 }
 
 void add_conversion(const pldm_numeric_sensor_pdr& sensor, Fields& fields) {
-    static constexpr const char* thresholds[] = {"upperWarning", "upperCritical", "upperFatal",
-                                                 "lowerWarning", "lowerCritical", "lowerFatal"};
+    static constexpr const char* kThresholds[] = {"upperWarning", "upperCritical", "upperFatal",
+                                                  "lowerWarning", "lowerCritical", "lowerFatal"};
     const uint8_t size = sensor.sensor_data_size;
     fields.push_back({"is_linear", sensor.is_linear != 0, ""});
     fields.push_back({"sensor_data_size", size, data_size_name(size)});
@@ -112,7 +112,7 @@ void add_conversion(const pldm_numeric_sensor_pdr& sensor, Fields& fields) {
     fields.push_back({"minus_tolerance", +sensor.minus_tolerance, "counts"});
     fields.push_back({"hysteresis", slot_json(sensor.hysteresis, size), "counts"});
     fields.push_back({"supported_thresholds", +sensor.supported_thresholds,
-                      bit_names(sensor.supported_thresholds, thresholds)});
+                      bit_names(sensor.supported_thresholds, kThresholds)});
     fields.push_back(
         {"threshold_and_hysteresis_volatility", +sensor.threshold_and_hysteresis_volatility, ""});
     fields.push_back({"state_transition_interval", real(sensor.state_transition_interval), "s"});
@@ -122,13 +122,13 @@ void add_conversion(const pldm_numeric_sensor_pdr& sensor, Fields& fields) {
 }
 
 void add_range(const pldm_numeric_sensor_pdr& sensor, Fields& fields) {
-    static constexpr const char* supported[] = {"nominalValue", "normalMax",   "normalMin",
-                                                "criticalHigh", "criticalLow", "fatalHigh",
-                                                "fatalLow"};
+    static constexpr const char* kSupported[] = {"nominalValue", "normalMax",   "normalMin",
+                                                 "criticalHigh", "criticalLow", "fatalHigh",
+                                                 "fatalLow"};
     const uint8_t format = sensor.range_field_format;
     fields.push_back({"range_field_format", format, data_size_name(format)});
     fields.push_back({"range_field_support", +sensor.range_field_support,
-                      bit_names(sensor.range_field_support, supported)});
+                      bit_names(sensor.range_field_support, kSupported)});
     const struct {
         const char* name;
         pldm_pdr_slot slot;

@@ -17,34 +17,34 @@ namespace {
 
 using sideband::WireReader;
 
-constexpr uint8_t auxiliary_names_type = 6;
-constexpr size_t common_header = sizeof(pldm_pdr_header);
-constexpr size_t data_size_at = offsetof(pldm_numeric_sensor_pdr, sensor_data_size);
-constexpr size_t hysteresis_at = offsetof(pldm_numeric_sensor_pdr, hysteresis);
-constexpr size_t entries_at = offsetof(pldm_state_sensor_pdr, entries);
+constexpr uint8_t kAuxiliaryNamesType = 6;
+constexpr size_t kCommonHeader = sizeof(pldm_pdr_header);
+constexpr size_t kDataSizeAt = offsetof(pldm_numeric_sensor_pdr, sensor_data_size);
+constexpr size_t kHysteresisAt = offsetof(pldm_numeric_sensor_pdr, hysteresis);
+constexpr size_t kEntriesAt = offsetof(pldm_state_sensor_pdr, entries);
 
 /// Bytes that a numeric sensor record must have, as far as it says so; 0 for a format that does not
 /// exist.
 size_t numeric_size(std::span<const uint8_t> raw) {
-    constexpr size_t between = 10;  // supportedThresholds to updateInterval
-    constexpr size_t range_header = 2;
-    constexpr size_t range_values = 9;
-    if (raw.size() <= data_size_at) {
-        return data_size_at + 1;
+    constexpr size_t kBetween = 10;  // supportedThresholds to updateInterval
+    constexpr size_t kRangeHeader = 2;
+    constexpr size_t kRangeValues = 9;
+    if (raw.size() <= kDataSizeAt) {
+        return kDataSizeAt + 1;
     }
-    const auto width = static_cast<size_t>(pldm_get_data_size(raw[data_size_at]));
-    const size_t range_at = hysteresis_at + 3 * width + between;
+    const auto width = static_cast<size_t>(pldm_get_data_size(raw[kDataSizeAt]));
+    const size_t range_at = kHysteresisAt + 3 * width + kBetween;
     if (width == 0 || raw.size() <= range_at) {
         return width == 0 ? 0 : range_at + 1;
     }
     const auto range_width = static_cast<size_t>(pldm_get_data_size(raw[range_at]));
-    return range_width == 0 ? 0 : range_at + range_header + range_values * range_width;
+    return range_width == 0 ? 0 : range_at + kRangeHeader + kRangeValues * range_width;
 }
 
 /// All composite sensors of a record; false where they run past it.
 bool read_composites(std::span<const uint8_t> raw, std::vector<CompositeSensor>& composites) {
     WireReader reader(raw);
-    reader.skip(entries_at - 1);
+    reader.skip(kEntriesAt - 1);
     for (int left = reader.u8(); left > 0 && reader.ok(); --left) {
         CompositeSensor composite;
         composite.state_set = reader.le16();
@@ -112,12 +112,12 @@ void set_scale(const pldm_numeric_sensor_pdr& record, Sensor& sensor) {
     const std::string rate = rate_symbol(record.rate_unit);
     const std::string prefix =
         takes_prefix(record.base_unit) ? si_prefix(record.unit_modifier) : "";
-    constexpr int shown_as_decimals = 6;
+    constexpr int kShownAsDecimals = 6;
     sensor.unit = prefix + symbol + rate;
     if (record.unit_modifier == 0 || !prefix.empty()) {
         return;
     }
-    if (std::abs(record.unit_modifier) > shown_as_decimals) {
+    if (std::abs(record.unit_modifier) > kShownAsDecimals) {
         sensor.unit = fmt::format("x10^{} {}", record.unit_modifier, symbol + rate);
         return;
     }
@@ -211,11 +211,11 @@ std::array<std::optional<double>, 6> record_thresholds(const pldm_numeric_sensor
 SensorNames auxiliary_names(const std::vector<PdrRecord>& records) {
     SensorNames names;
     for (const PdrRecord& record : records) {
-        if (!record.whole() || record.type() != auxiliary_names_type) {
+        if (!record.whole() || record.type() != kAuxiliaryNamesType) {
             continue;
         }
         WireReader reader(record.bytes);
-        reader.skip(common_header + sizeof(uint16_t));
+        reader.skip(kCommonHeader + sizeof(uint16_t));
         const uint16_t id = reader.le16();
         std::vector<std::string> of_sensor;
         for (int left = reader.u8(); left > 0 && reader.ok(); --left) {

@@ -44,11 +44,11 @@ KnownSensor from_record(const Session& session, const PdrRecord& record, const S
 
 /// A sensor of which the record tells the ID at most.
 KnownSensor without_record(const PdrRecord& record, const Failure& failure) {
-    constexpr size_t id_at = offsetof(pldm_state_sensor_pdr, sensor_id);
+    constexpr size_t kIdAt = offsetof(pldm_state_sensor_pdr, sensor_id);
     KnownSensor known;
     known.sensor.numeric = record.type() == PLDM_PDR_TYPE_NUMERIC_SENSOR;
-    if (record.bytes.size() >= id_at + 2) {
-        known.sensor.id = static_cast<uint16_t>(record.bytes[id_at] | record.bytes[id_at + 1] << 8);
+    if (record.bytes.size() >= kIdAt + 2) {
+        known.sensor.id = static_cast<uint16_t>(record.bytes[kIdAt] | record.bytes[kIdAt + 1] << 8);
     }
     known.undecodable = failure;
     return known;
@@ -194,7 +194,7 @@ SensorList find_sensors(Session& session) {
             list.sensors.push_back({.sensor = sensor, .record = {}, .undecodable = {}});
         }
         if (list.sensors.empty()) {
-            throw Failure(ExitStatus::usage,
+            throw Failure(ExitStatus::kUsage,
                           fmt::format("{}: it has no PDRs and the board describes no sensors of "
                                       "it; give their numbers",
                                       session.endpoint().name));

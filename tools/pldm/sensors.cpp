@@ -15,11 +15,11 @@ namespace tool {
 namespace {
 
 /// Places of the answers' fields, from the PLDM header on.
-constexpr size_t numeric_fields = 4;
-constexpr size_t numeric_reading = 10;
-constexpr size_t composite_count = 4;
-constexpr size_t state_fields = 5;
-constexpr size_t state_field_size = 4;
+constexpr size_t kNumericFields = 4;
+constexpr size_t kNumericReading = 10;
+constexpr size_t kCompositeCount = 4;
+constexpr size_t kStateFields = 5;
+constexpr size_t kStateFieldSize = 4;
 
 /// The reading as received, narrowed and signed as sensorDataSize says.
 int64_t narrow(uint32_t reading, uint8_t sensor_data_size) {
@@ -41,9 +41,9 @@ int64_t narrow(uint32_t reading, uint8_t sensor_data_size) {
 
 /// Decimals that a multiple of a number needs: 0.125 needs three.
 int decimals(double resolution) {
-    constexpr int most = 6;
+    constexpr int kMost = 6;
     int count = 0;
-    for (double scale = resolution; count < most; scale *= 10.0, ++count) {
+    for (double scale = resolution; count < kMost; scale *= 10.0, ++count) {
         if (std::fabs(scale - std::round(scale)) < 1e-6) {
             break;
         }
@@ -67,13 +67,13 @@ NumericReading read_numeric(Session& session, uint16_t sensor_id) {
     const int32_t result = pldm_get_sensor_reading(&session.pldm(), sensor_id, &present_reading);
     const std::span<const uint8_t> answer = session.last_answer();
     const bool answered =
-        answer.size() > numeric_reading && answer[PLDM_HEADER_SIZE] == PLDM_CC_SUCCESS;
-    const bool not_enabled = answered && answer[numeric_fields + 1] != PLDM_SENSOR_ENABLED;
+        answer.size() > kNumericReading && answer[PLDM_HEADER_SIZE] == PLDM_CC_SUCCESS;
+    const bool not_enabled = answered && answer[kNumericFields + 1] != PLDM_SENSOR_ENABLED;
     // From the eleventh such answer in a row on, the library fails a call for a sensor that is off.
     if (!answered || (result != 0 && !not_enabled)) {
         throw session.pldm_failure(fmt::format("GetSensorReading of sensor {}", sensor_id));
     }
-    const std::span<const uint8_t> fields = answer.subspan(numeric_fields);
+    const std::span<const uint8_t> fields = answer.subspan(kNumericFields);
     return {.sensor_data_size = fields[0],
             .operational_state = fields[1],
             .event_message_enable = fields[2],
@@ -96,11 +96,11 @@ std::vector<pldm_state_reading> read_state(Session& session, uint16_t sensor_id)
             throw session.pldm_failure(operation);
         }
         const std::span<const uint8_t> answer = session.last_answer();
-        if (answer.size() <= composite_count) {
+        if (answer.size() <= kCompositeCount) {
             throw session.pldm_failure(operation);
         }
-        count = std::min<size_t>(answer[composite_count], PLDM_COMPOSITE_SENSORS_MAX);
-        const size_t field = state_fields + index * state_field_size;
+        count = std::min<size_t>(answer[kCompositeCount], PLDM_COMPOSITE_SENSORS_MAX);
+        const size_t field = kStateFields + index * kStateFieldSize;
         if (result == PLDM_SENSOR_NOT_FOUND && index < count) {
             if (field >= answer.size()) {
                 throw session.pldm_failure(operation);
@@ -139,16 +139,16 @@ std::string numeric_state_text(const NumericReading& reading) {
 
 std::optional<double> crossed_threshold(const Sensor& sensor, const NumericReading& reading) {
     // presentState in the order of Sensor::thresholds.
-    constexpr std::array<uint8_t, 6> states{8, 9, 10, 5, 6, 7};
-    const auto* const state = std::find(states.begin(), states.end(), reading.present_state);
-    if (!reading.enabled() || state == states.end()) {
+    constexpr std::array<uint8_t, 6> kStates{8, 9, 10, 5, 6, 7};
+    const auto* const state = std::find(kStates.begin(), kStates.end(), reading.present_state);
+    if (!reading.enabled() || state == kStates.end()) {
         return std::nullopt;
     }
-    return sensor.thresholds[static_cast<size_t>(state - states.begin())];
+    return sensor.thresholds[static_cast<size_t>(state - kStates.begin())];
 }
 
 std::string threshold_text(const Sensor& sensor, const NumericReading& reading) {
-    constexpr uint8_t first_upper = 8;
+    constexpr uint8_t kFirstUpper = 8;
     if (!reading.enabled()) {
         return "-";
     }
@@ -158,7 +158,7 @@ std::string threshold_text(const Sensor& sensor, const NumericReading& reading) 
         return name;
     }
     return fmt::format("{}, {} {:.6g}", name,
-                       reading.present_state >= first_upper ? "over" : "under", *threshold);
+                       reading.present_state >= kFirstUpper ? "over" : "under", *threshold);
 }
 
 std::string state_text(const Sensor& sensor, size_t position, const pldm_state_reading& state) {

@@ -20,7 +20,7 @@ Sensor parse_sensor(const Endpoint& endpoint, const std::string& text) {
         parse_number(colon == std::string::npos ? text : text.substr(colon + 1), 0xFFFF);
     const bool known_kind = colon == std::string::npos || kind == "numeric" || kind == "state";
     if (!id || !known_kind) {
-        throw Failure(ExitStatus::usage,
+        throw Failure(ExitStatus::kUsage,
                       fmt::format("{}: a sensor is given as 12 or state:5, from 0 to 65535", text));
     }
     for (const Sensor& sensor : endpoint.sensors) {
@@ -106,7 +106,7 @@ void run_pldm_sensors(Context& context, const std::string& endpoint,
     Session session(find_endpoint(context.port, endpoint));
     SensorList list = named_sensors(session.endpoint(), ids);
     if (watch.seconds > 0 && watch.count == 0 && context.output.json()) {
-        throw Failure(ExitStatus::usage, "--watch with --json needs --count: it is one document");
+        throw Failure(ExitStatus::kUsage, "--watch with --json needs --count: it is one document");
     }
     session.discover();
     if (ids.empty()) {

@@ -13,7 +13,7 @@ namespace tool {
 namespace {
 
 // The published lists contradict one another on 239 to 246: those stay numbers.
-constexpr Name state_sets[] = {
+constexpr Name kStateSets[] = {
     {1, "Health State"},
     {2, "Availability"},
     {3, "Predictive Condition"},
@@ -112,104 +112,104 @@ constexpr Name state_sets[] = {
     {353, "Slot State"},
 };
 
-constexpr Name health_state[] = {
+constexpr Name kHealthState[] = {
     {1, "Normal"},         {2, "Non-Critical"},       {3, "Critical"},
     {4, "Fatal"},          {5, "Upper Non-Critical"}, {6, "Lower Non-Critical"},
     {7, "Upper Critical"}, {8, "Lower Critical"},     {9, "Upper Fatal"},
     {10, "Lower Fatal"},
 };
 
-constexpr Name availability[] = {
+constexpr Name kAvailability[] = {
     {1, "Enabled"},   {2, "Disabled"},       {3, "Shutdown"},       {4, "Offline"},
     {5, "In Test"},   {6, "Deferred"},       {7, "Quiescent"},      {8, "Rebooting"},
     {9, "Resetting"}, {10, "Failed"},        {11, "Not Installed"}, {12, "Power Save Mode"},
     {13, "Paused"},   {14, "Shutting Down"}, {15, "Starting"},      {16, "Not Responding"},
 };
 
-constexpr Name predictive_condition[] = {
+constexpr Name kPredictiveCondition[] = {
     {1, "Normal"},
     {2, "Predictive Failure"},
 };
 
-constexpr Name operational_stress[] = {
+constexpr Name kOperationalStress[] = {
     {1, "Normal"},
     {2, "Stressed"},
 };
 
-constexpr Name operational_fault[] = {
+constexpr Name kOperationalFault[] = {
     {1, "Normal"},
     {2, "Error"},
     {3, "Non Recoverable Error"},
 };
 
-constexpr Name running_status[] = {
+constexpr Name kRunningStatus[] = {
     {1, "Starting"},   {2, "Stopping"}, {3, "Stopped"},
     {4, "In Service"}, {5, "Aborted"},  {6, "Dormant"},
 };
 
-constexpr Name presence[] = {
+constexpr Name kPresence[] = {
     {1, "Present"},
     {2, "Not Present"},
 };
 
-constexpr Name performance[] = {
+constexpr Name kPerformance[] = {
     {1, "Normal"},
     {2, "Throttled"},
     {3, "Degraded"},
 };
 
-constexpr Name configuration_state[] = {
+constexpr Name kConfigurationState[] = {
     {1, "Valid Configuration"},
     {2, "Invalid Configuration"},
     {3, "Not Configured"},
     {4, "Missing Configuration"},
 };
 
-constexpr Name changed_configuration[] = {
+constexpr Name kChangedConfiguration[] = {
     {1, "Normal"},
     {2, "Configuration Change Detected"},
 };
 
-constexpr Name identify[] = {
+constexpr Name kIdentify[] = {
     {1, "Unasserted"},
     {2, "Asserted"},
 };
 
-constexpr Name version[] = {
+constexpr Name kVersion[] = {
     {1, "Normal"},
     {2, "Version Change Detected - Compatible"},
     {3, "Version Change Detected - Incompatible"},
     {4, "Version Change Pending"},
 };
 
-constexpr Name initialization[] = {
+constexpr Name kInitialization[] = {
     {1, "Normal"},
     {2, "Initialization In Progress"},
     {3, "Initialization Hung"},
     {4, "Initialization Failed"},
 };
 
-constexpr Name thermal_trip[] = {
+constexpr Name kThermalTrip[] = {
     {1, "Normal"},
     {2, "Thermal Trip"},
 };
 
-constexpr Name link_state[] = {
+constexpr Name kLinkState[] = {
     {1, "Connected"},
     {2, "Disconnected"},
 };
 
-constexpr Name hardware_security[] = {
+constexpr Name kHardwareSecurity[] = {
     {1, "Verified"},
     {2, "Unverified"},
 };
 
-constexpr Name communication_leash[] = {
+constexpr Name kCommunicationLeash[] = {
     {1, "Leash Connected"},
     {2, "Leash Disconnected"},
 };
 
-constexpr Name software_termination[] = {
+constexpr Name kSoftwareTermination[] = {
     {1, "Normal"},
     {2, "Software Termination Detected"},
     {3, "Critical Stop during Load/Initialization"},
@@ -220,13 +220,13 @@ constexpr Name software_termination[] = {
     {8, "Termination Request Failed"},
 };
 
-constexpr Name boot_cause[] = {
+constexpr Name kBootCause[] = {
     {1, "Powered Up"},        {2, "Hard Reset"},        {3, "Warm Reset"},
     {4, "Manual Hard Reset"}, {5, "Manual Warm Reset"}, {6, "System Restart"},
     {7, "Watchdog Timeout"},
 };
 
-constexpr Name boot_progress[] = {
+constexpr Name kBootProgress[] = {
     {1, "Not Active"},
     {2, "Completed"},
     {3, "Memory Initialization"},
@@ -255,15 +255,15 @@ constexpr Name boot_progress[] = {
     {26, "Primary Processor Initialization"},
 };
 
-constexpr Name device_power_state[] = {
+constexpr Name kDevicePowerState[] = {
     {0, "Unknown"}, {1, "Fully On"}, {2, "Intermediate 1"}, {3, "Intermediate 2"}, {4, "Off"},
 };
 
-constexpr Name acpi_power_state[] = {
+constexpr Name kAcpiPowerState[] = {
     {1, "S0"}, {2, "S1"}, {3, "S2"}, {4, "S3"}, {5, "S4"}, {6, "S5"}, {7, "G3"},
 };
 
-constexpr Name system_power_state[] = {
+constexpr Name kSystemPowerState[] = {
     {1, "On"},
     {2, "Hibernate"},
     {3, "Sleep - Light"},
@@ -282,51 +282,51 @@ constexpr Name system_power_state[] = {
 constexpr struct {
     uint16_t id;
     std::span<const Name> states;
-} states_of_sets[] = {
-    {1, health_state},
-    {2, availability},
-    {3, predictive_condition},
-    {9, operational_stress},
-    {10, operational_fault},
-    {11, running_status},
-    {13, presence},
-    {14, performance},
-    {15, configuration_state},
-    {16, changed_configuration},
-    {17, identify},
-    {18, version},
-    {20, initialization},
-    {21, thermal_trip},
-    {33, link_state},
-    {99, hardware_security},
-    {101, communication_leash},
-    {129, software_termination},
-    {192, boot_cause},
-    {196, boot_progress},
-    {257, device_power_state},
-    {258, acpi_power_state},
-    {260, system_power_state},
+} kStatesOfSets[] = {
+    {1, kHealthState},
+    {2, kAvailability},
+    {3, kPredictiveCondition},
+    {9, kOperationalStress},
+    {10, kOperationalFault},
+    {11, kRunningStatus},
+    {13, kPresence},
+    {14, kPerformance},
+    {15, kConfigurationState},
+    {16, kChangedConfiguration},
+    {17, kIdentify},
+    {18, kVersion},
+    {20, kInitialization},
+    {21, kThermalTrip},
+    {33, kLinkState},
+    {99, kHardwareSecurity},
+    {101, kCommunicationLeash},
+    {129, kSoftwareTermination},
+    {192, kBootCause},
+    {196, kBootProgress},
+    {257, kDevicePowerState},
+    {258, kAcpiPowerState},
+    {260, kSystemPowerState},
 };
 
 }  // namespace
 
 std::string state_set_name(uint16_t id) {
-    constexpr uint16_t first_oem_set = 0x8000;
+    constexpr uint16_t kFirstOemSet = 0x8000;
     char own[PLDM_STATE_SET_NAME_SIZE];
     lookup_state_set_string(id, own);
     if (own[0] != '\0') {
         return own;
     }
-    const std::string name = find_name(state_sets, id, "");
-    return name.empty() ? fmt::format("{}state set {}", id >= first_oem_set ? "OEM " : "", id)
+    const std::string name = find_name(kStateSets, id, "");
+    return name.empty() ? fmt::format("{}state set {}", id >= kFirstOemSet ? "OEM " : "", id)
                         : name;
 }
 
 std::string state_name(uint16_t state_set, uint8_t state) {
     const auto* const set =
-        std::find_if(std::begin(states_of_sets), std::end(states_of_sets),
+        std::find_if(std::begin(kStatesOfSets), std::end(kStatesOfSets),
                      [state_set](const auto& one) { return one.id == state_set; });
-    return set == std::end(states_of_sets) ? "" : find_name(set->states, state, "");
+    return set == std::end(kStatesOfSets) ? "" : find_name(set->states, state, "");
 }
 
 }  // namespace tool

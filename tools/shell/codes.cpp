@@ -9,7 +9,7 @@
 namespace tool {
 
 std::string control_command_name(uint8_t command) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x01, "Set Endpoint ID"},
         {0x02, "Get Endpoint ID"},
         {0x03, "Get Endpoint UUID"},
@@ -31,11 +31,11 @@ std::string control_command_name(uint8_t command) {
         {0x13, "Update Rate Limit"},
         {0x14, "Query Supported Interfaces"},
     };
-    return find_name(names, command, "MCTP control command");
+    return find_name(kNames, command, "MCTP control command");
 }
 
 std::string control_code_name(uint8_t code) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x00, "SUCCESS"},
         {0x01, "ERROR"},
         {0x02, "ERROR_INVALID_DATA"},
@@ -43,60 +43,60 @@ std::string control_code_name(uint8_t code) {
         {0x04, "ERROR_NOT_READY"},
         {0x05, "ERROR_UNSUPPORTED_CMD"},
     };
-    return find_name(names, code, code >= 0x80 ? "command specific" : "reserved");
+    return find_name(kNames, code, code >= 0x80 ? "command specific" : "reserved");
 }
 
 std::string message_type_name(uint8_t type) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x00, "control"}, {0x01, "pldm"},    {0x02, "ncsi"},       {0x03, "ethernet"},
         {0x04, "nvme-mi"}, {0x05, "spdm"},    {0x06, "secured"},    {0x07, "cxl-fm-api"},
         {0x08, "cxl-cci"}, {0x09, "pcie-mi"}, {0x7E, "vendor-pci"}, {0x7F, "vendor-iana"},
     };
-    return find_name(names, type & 0x7F, "unknown");
+    return find_name(kNames, type & 0x7F, "unknown");
 }
 
 std::string endpoint_type_name(uint8_t type) {
-    static constexpr const char* names[] = {"simple endpoint", "bus owner or bridge", "reserved",
-                                            "reserved"};
-    return names[type & 3];
+    static constexpr const char* kNames[] = {"simple endpoint", "bus owner or bridge", "reserved",
+                                             "reserved"};
+    return kNames[type & 3];
 }
 
 std::string eid_type_name(uint8_t type) {
-    static constexpr const char* names[] = {"dynamic", "static", "static, at its own value",
-                                            "static, at another value"};
-    return names[type & 3];
+    static constexpr const char* kNames[] = {"dynamic", "static", "static, at its own value",
+                                             "static, at another value"};
+    return kNames[type & 3];
 }
 
 std::string routing_entry_type_name(uint8_t type) {
-    static constexpr const char* names[] = {"endpoint", "bridge and endpoints", "bridge",
-                                            "endpoints behind a bridge"};
-    return names[type & 3];
+    static constexpr const char* kNames[] = {"endpoint", "bridge and endpoints", "bridge",
+                                             "endpoints behind a bridge"};
+    return kNames[type & 3];
 }
 
 std::string binding_type_name(uint8_t type) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x01, "SMBus"},  {0x02, "PCIe VDM"},
         {0x03, "USB"},    {0x04, "KCS"},
         {0x05, "Serial"}, {0x06, "I3C"},
         {0x07, "MMBI"},   {0x08, "PCC"},
         {0x09, "UCIe"},   {0xFF, "vendor defined"},
     };
-    const std::string name = find_name(names, type, "");
+    const std::string name = find_name(kNames, type, "");
     return name.empty() ? fmt::format("0x{:02x}", type) : name;
 }
 
 std::string ncsi_response_name(uint16_t code) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x0000, "Command Completed"},   {0x0001, "Command Failed"},
         {0x0002, "Command Unavailable"}, {0x0003, "Command Unsupported"},
         {0x0004, "Delayed Response"},
     };
-    return find_name(names, code, code >= 0x8000 ? "vendor specific" : "reserved");
+    return find_name(kNames, code, code >= 0x8000 ? "vendor specific" : "reserved");
 }
 
 std::string ncsi_reason_name(uint16_t code) {
     // From 0x0100 on the upper byte is the command.
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x0000, "No Error"},
         {0x0001, "Interface Initialization Required"},
         {0x0002, "Parameter Is Invalid, Unsupported, or Out-of-Range"},
@@ -125,14 +125,14 @@ std::string ncsi_reason_name(uint16_t code) {
         {0x1409, "Independent transmit and receive enable/disable control is not supported"},
         {0x7FFF, "Unknown / Unsupported Command Type"},
     };
-    return find_name(names, code,
+    return find_name(kNames, code,
                      code >= 0x8000   ? "vendor specific"
                      : code >= 0x0100 ? "command specific"
                                       : "reserved");
 }
 
 std::string ncsi_speed_name(uint8_t speed) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x00, "Auto-negotiate not complete"},
         {0x01, "10BASE-T half-duplex"},
         {0x02, "10BASE-T full-duplex"},
@@ -155,7 +155,7 @@ std::string ncsi_speed_name(uint8_t speed) {
         {0x13, "800 Gbps"},
     };
     // The table goes on in newer revisions of DSP0222.
-    const std::string name = find_name(names, speed, "");
+    const std::string name = find_name(kNames, speed, "");
     return name.empty() ? fmt::format("speed 0x{:02x}", speed) : name;
 }
 

@@ -6,9 +6,9 @@
 namespace tool {
 namespace {
 
-constexpr uint8_t first_vendor_code = 0xC0;
+constexpr uint8_t kFirstVendorCode = 0xC0;
 
-constexpr Name nvme_generic_codes[] = {
+constexpr Name kNvmeGenericCodes[] = {
     {0x00, "Successful Completion"},
     {0x01, "Invalid Command Opcode"},
     {0x02, "Invalid Field in Command"},
@@ -63,7 +63,7 @@ constexpr Name nvme_generic_codes[] = {
     {0x89, "Key Exists"},
 };
 
-constexpr Name nvme_command_codes[] = {
+constexpr Name kNvmeCommandCodes[] = {
     {0x00, "Completion Queue Invalid"},
     {0x01, "Invalid Queue Identifier"},
     {0x02, "Invalid Queue Size"},
@@ -122,7 +122,7 @@ constexpr Name nvme_command_codes[] = {
     {0x3B, "Controller Data Queue Full"},
 };
 
-constexpr Name nvme_media_codes[] = {
+constexpr Name kNvmeMediaCodes[] = {
     {0x80, "Write Fault"},
     {0x81, "Unrecovered Read Error"},
     {0x82, "End-to-end Guard Check Error"},
@@ -134,7 +134,7 @@ constexpr Name nvme_media_codes[] = {
     {0x88, "End-to-End Storage Tag Check Error"},
 };
 
-constexpr Name nvme_path_codes[] = {
+constexpr Name kNvmePathCodes[] = {
     {0x00, "Internal Path Error"},
     {0x01, "Asymmetric Access Persistent Loss"},
     {0x02, "Asymmetric Access Inaccessible"},
@@ -147,8 +147,8 @@ constexpr Name nvme_path_codes[] = {
 }  // namespace
 
 std::string nvmemi_status_name(uint8_t status) {
-    constexpr uint8_t first_vendor_status = 0xE0;
-    static constexpr Name names[] = {
+    constexpr uint8_t kFirstVendorStatus = 0xE0;
+    static constexpr Name kNames[] = {
         {0x00, "Success"},
         {0x01, "More Processing Required"},
         {0x02, "Internal Error"},
@@ -170,36 +170,36 @@ std::string nvmemi_status_name(uint8_t status) {
         {0x29, "Enclosure Degraded"},
         {0x2A, "Sanitize In Progress"},
     };
-    return find_name(names, status, status >= first_vendor_status ? "vendor specific" : "reserved");
+    return find_name(kNames, status, status >= kFirstVendorStatus ? "vendor specific" : "reserved");
 }
 
 std::string nvme_status_type_name(uint8_t type) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0, "Generic Command Status"},
         {1, "Command Specific Status"},
         {2, "Media and Data Integrity Errors"},
         {3, "Path Related Status"},
         {7, "Vendor Specific"},
     };
-    return find_name(names, type, "reserved");
+    return find_name(kNames, type, "reserved");
 }
 
 std::string nvme_status_name(uint8_t type, uint8_t code) {
-    constexpr uint8_t vendor_type = 7;
-    static constexpr std::span<const Name> types[] = {nvme_generic_codes, nvme_command_codes,
-                                                      nvme_media_codes, nvme_path_codes};
-    const bool vendor = type == vendor_type || code >= first_vendor_code;
+    constexpr uint8_t kVendorType = 7;
+    static constexpr std::span<const Name> kTypes[] = {kNvmeGenericCodes, kNvmeCommandCodes,
+                                                       kNvmeMediaCodes, kNvmePathCodes};
+    const bool vendor = type == kVendorType || code >= kFirstVendorCode;
     const char* otherwise = vendor ? "vendor specific" : "reserved";
-    return type < std::size(types) ? find_name(types[type], code, otherwise) : otherwise;
+    return type < std::size(kTypes) ? find_name(kTypes[type], code, otherwise) : otherwise;
 }
 
 std::string nvmemi_frequency_name(uint8_t frequency) {
-    static constexpr Name names[] = {{1, "100 kHz"}, {2, "400 kHz"}, {3, "1 MHz"}};
-    return find_name(names, frequency, frequency == 0 ? "-" : "reserved");
+    static constexpr Name kNames[] = {{1, "100 kHz"}, {2, "400 kHz"}, {3, "1 MHz"}};
+    return find_name(kNames, frequency, frequency == 0 ? "-" : "reserved");
 }
 
 std::string nvmemi_command_name(uint8_t opcode) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x00, "Read NVMe-MI Data Structure"},
         {0x01, "NVM Subsystem Health Status Poll"},
         {0x02, "Controller Health Status Poll"},
@@ -214,11 +214,11 @@ std::string nvmemi_command_name(uint8_t opcode) {
         {0x0B, "Management Endpoint Buffer Write"},
         {0x0C, "Shutdown"},
     };
-    return find_name(names, opcode, opcode >= first_vendor_code ? "vendor specific" : "reserved");
+    return find_name(kNames, opcode, opcode >= kFirstVendorCode ? "vendor specific" : "reserved");
 }
 
 std::string nvme_admin_command_name(uint8_t opcode) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x00, "Delete I/O Submission Queue"},
         {0x01, "Create I/O Submission Queue"},
         {0x02, "Get Log Page"},
@@ -268,11 +268,11 @@ std::string nvme_admin_command_name(uint8_t opcode) {
         {0x88, "Program Activation Management"},
         {0x89, "Memory Range Set Management"},
     };
-    return find_name(names, opcode, opcode >= first_vendor_code ? "vendor specific" : "reserved");
+    return find_name(kNames, opcode, opcode >= kFirstVendorCode ? "vendor specific" : "reserved");
 }
 
 std::string nvme_feature_name(uint8_t feature) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x01, "Arbitration"},
         {0x02, "Power Management"},
         {0x03, "LBA Range Type"},
@@ -318,7 +318,7 @@ std::string nvme_feature_name(uint8_t feature) {
         {0x84, "Namespace Write Protection Config"},
         {0x85, "Boot Partition Write Protection Config"},
     };
-    return find_name(names, feature, feature >= first_vendor_code ? "vendor specific" : "reserved");
+    return find_name(kNames, feature, feature >= kFirstVendorCode ? "vendor specific" : "reserved");
 }
 
 }  // namespace tool

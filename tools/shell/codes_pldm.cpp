@@ -17,7 +17,7 @@ struct CommandCode {
     const char* text;
 };
 
-constexpr CommandCode command_codes[] = {
+constexpr CommandCode kCommandCodes[] = {
     {PLDM_TYPE_BASE, 0x03, 0x80, "INVALID_DATA_TRANSFER_HANDLE"},
     {PLDM_TYPE_BASE, 0x03, 0x81, "INVALID_TRANSFER_OPERATION_FLAG"},
     {PLDM_TYPE_BASE, 0x03, 0x83, "INVALID_PLDM_TYPE_IN_REQUEST_DATA"},
@@ -77,7 +77,7 @@ constexpr CommandCode command_codes[] = {
     {PLDM_TYPE_MONITOR, 0x52, 0x85, "REPOSITORY_UPDATE_IN_PROGRESS"},
 };
 
-constexpr Name base_codes[] = {
+constexpr Name kBaseCodes[] = {
     {PLDM_CC_SUCCESS, "SUCCESS"},
     {PLDM_CC_ERROR, "ERROR"},
     {PLDM_CC_INVALID_DATA, "ERROR_INVALID_DATA"},
@@ -93,13 +93,13 @@ constexpr Name base_codes[] = {
 
 // FRU data and firmware update number their codes for the type as a whole (DSP0257 and DSP0267,
 // completion codes).
-constexpr Name fru_codes[] = {
+constexpr Name kFruCodes[] = {
     {0x80, "INVALID_DATA_TRANSFER_HANDLE"}, {0x81, "INVALID_TRANSFER_OPERATION_FLAG"},
     {0x82, "INVALID_TRANSFER_FLAG"},        {0x83, "NO_FRU_DATA_STRUCTURE_TABLE_METADATA"},
     {0x84, "INVALID_DATA_INTEGRITY_CHECK"}, {0x85, "FRU_DATA_STRUCTURE_TABLE_UNAVAILABLE"},
 };
 
-constexpr Name firmware_codes[] = {
+constexpr Name kFirmwareCodes[] = {
     {0x80, "NOT_IN_UPDATE_MODE"},
     {0x81, "ALREADY_IN_UPDATE_MODE"},
     {0x82, "DATA_OUT_OF_RANGE"},
@@ -126,21 +126,21 @@ constexpr Name firmware_codes[] = {
 };
 
 // Where the values of vendors begin in the results that a firmware device reports.
-constexpr uint8_t first_vendor_transfer_result = 0x70;
-constexpr uint8_t first_vendor_verify_result = 0x90;
-constexpr uint8_t first_vendor_apply_result = 0xB0;
+constexpr uint8_t kFirstVendorTransferResult = 0x70;
+constexpr uint8_t kFirstVendorVerifyResult = 0x90;
+constexpr uint8_t kFirstVendorApplyResult = 0xB0;
 
 /// Each report has 32 values for vendors.
 const char* unnamed_result(uint8_t result, uint8_t first_of_vendors) {
-    constexpr unsigned vendor_results = 0x20;
-    const bool vendor = result >= first_of_vendors && result < first_of_vendors + vendor_results;
+    constexpr unsigned kVendorResults = 0x20;
+    const bool vendor = result >= first_of_vendors && result < first_of_vendors + kVendorResults;
     return vendor ? "vendor defined" : "";
 }
 
 }  // namespace
 
 std::string pldm_type_name(uint8_t type) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0, "Messaging Control and Discovery"},
         {1, "SMBIOS"},
         {2, "Platform Monitoring and Control"},
@@ -151,11 +151,11 @@ std::string pldm_type_name(uint8_t type) {
         {7, "File Transfer"},
         {63, "OEM Specific"},
     };
-    return find_name(names, type, "reserved");
+    return find_name(kNames, type, "reserved");
 }
 
 std::string pldm_base_command_name(uint8_t command) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x01, "SetTID"},
         {0x02, "GetTID"},
         {0x03, "GetPLDMVersion"},
@@ -167,30 +167,30 @@ std::string pldm_base_command_name(uint8_t command) {
         {0x09, "MultipartReceive"},
         {0x0A, "GetMultipartTransferSupport"},
     };
-    return find_name(names, command, "unknown");
+    return find_name(kNames, command, "unknown");
 }
 
 std::string pldm_code_name(uint8_t type, uint8_t command, uint8_t code) {
-    constexpr const char* own = "command specific";
+    constexpr const char* kOwn = "command specific";
     if (code < 0x80) {
-        return find_name(base_codes, code, "reserved");
+        return find_name(kBaseCodes, code, "reserved");
     }
     if (type == PLDM_TYPE_FRU) {
-        return find_name(fru_codes, code, own);
+        return find_name(kFruCodes, code, kOwn);
     }
     if (type == PLDM_TYPE_FW_UPDATE) {
-        return find_name(firmware_codes, code, own);
+        return find_name(kFirmwareCodes, code, kOwn);
     }
-    for (const CommandCode& one : command_codes) {
+    for (const CommandCode& one : kCommandCodes) {
         if (one.type == type && one.command == command && one.code == code) {
             return one.text;
         }
     }
-    return own;
+    return kOwn;
 }
 
 std::string pldm_firmware_command_name(uint8_t command) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x01, "QueryDeviceIdentifiers"},
         {0x02, "GetFirmwareParameters"},
         {0x03, "QueryDownstreamDevices"},
@@ -216,11 +216,11 @@ std::string pldm_firmware_command_name(uint8_t command) {
         {0x21, "GetComponentOpaqueData"},
         {0x22, "UpdateSecurityRevision"},
     };
-    return find_name(names, command, "unknown");
+    return find_name(kNames, command, "unknown");
 }
 
 std::string activation_method_name(uint8_t bit) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0, "automatic"},
         {1, "self-contained"},
         {2, "medium-specific reset"},
@@ -230,11 +230,11 @@ std::string activation_method_name(uint8_t bit) {
         {6, "supports activate pending image"},
         {7, "supports activate pending component image set"},
     };
-    return find_name(names, bit, "");
+    return find_name(kNames, bit, "");
 }
 
 std::string component_refusal_text(uint8_t code) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x01, "its comparison stamp is that of the firmware in the device"},
         {0x02, "its comparison stamp is lower than that of the firmware in the device"},
         {0x03, "its comparison stamp or its version is invalid"},
@@ -248,11 +248,11 @@ std::string component_refusal_text(uint8_t code) {
         {0x0B, "its version is lower than that of the firmware in the device"},
     };
     const bool vendor = code >= 0xD0 && code <= 0xEF;
-    return find_name(names, code, vendor ? "for a reason of its vendor's" : "");
+    return find_name(kNames, code, vendor ? "for a reason of its vendor's" : "");
 }
 
 std::string transfer_result_name(uint8_t result) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x00, "transfer completed without error"},
         {0x01, "image corrupt"},
         {0x02, "version mismatch"},
@@ -266,11 +266,11 @@ std::string transfer_result_name(uint8_t result) {
         {0x0F, "FD aborted transfer: downstream device failure"},
         {0x10, "FD aborted transfer: security revision error"},
     };
-    return find_name(names, result, unnamed_result(result, first_vendor_transfer_result));
+    return find_name(kNames, result, unnamed_result(result, kFirstVendorTransferResult));
 }
 
 std::string verify_result_name(uint8_t result) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x00, "verify completed without error"},
         {0x01, "verification failure"},
         {0x02, "version mismatch"},
@@ -280,11 +280,11 @@ std::string verify_result_name(uint8_t result) {
         {0x0A, "generic error"},
         {0x10, "security revision error"},
     };
-    return find_name(names, result, unnamed_result(result, first_vendor_verify_result));
+    return find_name(kNames, result, unnamed_result(result, kFirstVendorVerifyResult));
 }
 
 std::string apply_result_name(uint8_t result) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0x00, "apply completed without error"},
         {0x01, "apply completed, activation method modified"},
         {0x02, "memory write issue"},
@@ -292,35 +292,35 @@ std::string apply_result_name(uint8_t result) {
         {0x0A, "generic error"},
         {0x10, "security revision error"},
     };
-    return find_name(names, result, unnamed_result(result, first_vendor_apply_result));
+    return find_name(kNames, result, unnamed_result(result, kFirstVendorApplyResult));
 }
 
 std::string operational_state_name(uint8_t state) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0, "enabled"}, {1, "disabled"},     {2, "unavailable"},  {3, "statusUnknown"},
         {4, "failed"},  {5, "initializing"}, {6, "shuttingDown"}, {7, "inTest"},
     };
-    return find_name(names, state, "reserved");
+    return find_name(kNames, state, "reserved");
 }
 
 std::string numeric_state_name(uint8_t state) {
-    static constexpr Name names[] = {
+    static constexpr Name kNames[] = {
         {0, "Unknown"},      {1, "Normal"},        {2, "Warning"},       {3, "Critical"},
         {4, "Fatal"},        {5, "LowerWarning"},  {6, "LowerCritical"}, {7, "LowerFatal"},
         {8, "UpperWarning"}, {9, "UpperCritical"}, {10, "UpperFatal"},
     };
-    return find_name(names, state, "reserved");
+    return find_name(kNames, state, "reserved");
 }
 
 std::string fru_record_type_name(uint8_t type) {
-    static constexpr Name names[] = {{1, "General"}, {254, "OEM"}};
-    return find_name(names, type, "reserved");
+    static constexpr Name kNames[] = {{1, "General"}, {254, "OEM"}};
+    return find_name(kNames, type, "reserved");
 }
 
 std::string fru_field_name(uint8_t record_type, uint8_t field_type) {
-    constexpr uint8_t general_record = 1;
-    constexpr uint8_t oem_record = 254;
-    static constexpr Name general[] = {
+    constexpr uint8_t kGeneralRecord = 1;
+    constexpr uint8_t kOemRecord = 254;
+    static constexpr Name kGeneral[] = {
         {1, "Chassis Type"},
         {2, "Model"},
         {3, "Part Number"},
@@ -337,12 +337,12 @@ std::string fru_field_name(uint8_t record_type, uint8_t field_type) {
         {14, "Other Information"},
         {15, "Vendor IANA"},
     };
-    static constexpr Name oem[] = {{1, "Vendor IANA"}};
+    static constexpr Name kOem[] = {{1, "Vendor IANA"}};
     const std::string otherwise = fmt::format("field {}", field_type);
-    if (record_type == general_record) {
-        return find_name(general, field_type, otherwise.c_str());
+    if (record_type == kGeneralRecord) {
+        return find_name(kGeneral, field_type, otherwise.c_str());
     }
-    return record_type == oem_record ? find_name(oem, field_type, otherwise.c_str()) : otherwise;
+    return record_type == kOemRecord ? find_name(kOem, field_type, otherwise.c_str()) : otherwise;
 }
 
 }  // namespace tool

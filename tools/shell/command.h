@@ -22,7 +22,7 @@ struct Context {
     Port& port;
     Output& output;
     std::string command;  ///< its words, e.g. "pldm info"
-    ExitStatus status = ExitStatus::done;
+    ExitStatus status = ExitStatus::kDone;
 
     /// Reports a failure after which the command goes on.
     void report(const Failure& failure) {
@@ -86,7 +86,7 @@ void run_ncsi_link(Context& context, const std::string& endpoint, std::optional<
 void run_ncsi_package(Context& context, const std::string& endpoint, unsigned package, bool select);
 
 /// A flag and a value that an OEM command reads and another one writes.
-enum class OemSetting { brcm_preboot, mlx_tlv };
+enum class OemSetting { kBrcmPreboot, kMlxTlv };
 
 /// What an OEM command is to do, as far as the command has such an option.
 struct OemWish {

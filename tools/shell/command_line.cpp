@@ -11,11 +11,11 @@
 namespace tool {
 namespace {
 
-constexpr const char* footer =
+constexpr const char* kFooter =
     "Before or behind the command: --board FILE, --json, --capture FILE, --verbose\n"
     "Exit status: 0 done, 1 device or transport failed, 2 wrong usage, 3 an input file is bad";
 
-constexpr const char* package_help = "a PLDM firmware update package";
+constexpr const char* kPackageHelp = "a PLDM firmware update package";
 
 void add_options(CLI::App& app, CommandLine& line) {
     app.add_option("--board", line.board, "the board's description (default: built in)")
@@ -26,7 +26,7 @@ void add_options(CLI::App& app, CommandLine& line) {
     app.add_flag("--verbose", line.verbose,
                  "every packet, and the library's own dumps and log, on standard error");
     app.set_version_flag("--version", std::string(Port::program_name()) + " " + SIDEBAND_VERSION);
-    app.footer(footer);
+    app.footer(kFooter);
 }
 
 void add_mctp(CLI::App& app, const Commands& commands) {
@@ -93,7 +93,7 @@ void add_pldm_firmware(CLI::App& family, const Commands& commands) {
         family, "fw-update", "firmware update with a package; Ctrl-C cancels it on the device",
         [](Context& c, const Words& w) { run_pldm_fw_update(c, w.endpoint, w.package, w.update); });
     Words& words = commands.words();
-    update->add_option("PACKAGE", words.package, package_help)->required();
+    update->add_option("PACKAGE", words.package, kPackageHelp)->required();
     CLI::Option* query =
         update->add_flag("--query", words.update.query, "show the versions, change nothing");
     update
@@ -128,7 +128,7 @@ void add_channel(CLI::App& command, const Commands& commands, const char* help) 
         ->check(CLI::Range(0, NCSI_CHANNELS - 1));
 }
 
-constexpr const char* first_channel = "the channel (default: the first that was found)";
+constexpr const char* kFirstChannel = "the channel (default: the first that was found)";
 
 /// The commands get and set of one setting.
 void add_ncsi_setting(CLI::App& family, const Commands& commands, const char* name,
@@ -140,8 +140,8 @@ void add_ncsi_setting(CLI::App& family, const Commands& commands, const char* na
     CLI::App* set = commands.add_endpoint(
         setting, "set", "changes the flag, the value or both",
         [which](Context& c, const Words& w) { run_ncsi_oem_set(c, w.endpoint, which, w.oem); });
-    add_channel(*get, commands, first_channel);
-    add_channel(*set, commands, first_channel);
+    add_channel(*get, commands, kFirstChannel);
+    add_channel(*set, commands, kFirstChannel);
     OemWish& oem = commands.words().oem;
     set->add_option("--flag", oem.flag, "the new flag")->type_name("0|1")->check(CLI::Range(0, 1));
     set->add_option("--value", oem.value, "the new value")
@@ -152,17 +152,17 @@ void add_ncsi_setting(CLI::App& family, const Commands& commands, const char* na
 void add_ncsi_oem(CLI::App& app, const Commands& commands) {
     CLI::App& family = add_family(app, "oem", "commands of Broadcom and Mellanox controllers");
     add_ncsi_setting(family, commands, "brcm-preboot", "Broadcom: the preboot server config",
-                     OemSetting::brcm_preboot, 0x0FFF);
-    add_ncsi_setting(family, commands, "mlx-tlv", "Mellanox: the card TLV", OemSetting::mlx_tlv,
+                     OemSetting::kBrcmPreboot, 0x0FFF);
+    add_ncsi_setting(family, commands, "mlx-tlv", "Mellanox: the card TLV", OemSetting::kMlxTlv,
                      0xFFFF);
     CLI::App* mac = commands.add_endpoint(
         family, "mlx-mac", "Mellanox: the MAC address of the physical function",
         [](Context& c, const Words& w) { run_ncsi_oem_mac(c, w.endpoint, w.oem); });
-    add_channel(*mac, commands, first_channel);
+    add_channel(*mac, commands, kFirstChannel);
     CLI::App* temperature = commands.add_endpoint(
         family, "mlx-temp", "Mellanox: a temperature",
         [](Context& c, const Words& w) { run_ncsi_oem_temperature(c, w.endpoint, w.oem); });
-    add_channel(*temperature, commands, first_channel);
+    add_channel(*temperature, commands, kFirstChannel);
     temperature->add_option("--sensor", commands.words().oem.sensor, "the sensor (default: 0)")
         ->type_name("N")
         ->check(CLI::Range(0, 255));
@@ -194,7 +194,7 @@ void add_pkg(CLI::App& app, const Commands& commands) {
     CLI::App& family = add_family(app, "pkg", "firmware update packages");
     CLI::App* show = commands.add(family, "show", "what a package holds; no device is asked",
                                   [](Context& c, const Words& w) { run_pkg_show(c, w.package); });
-    show->add_option("PACKAGE", commands.words().package, package_help)->required();
+    show->add_option("PACKAGE", commands.words().package, kPackageHelp)->required();
 }
 
 /// The innermost command that the command line has named, and the words that lead to it.
@@ -245,7 +245,7 @@ void parse_command_line(int argc, char** argv, CommandLine& line) {
         line.text = text.str();
     } catch (const CLI::ParseError& error) {
         const CLI::App& inner = innermost(app, line.command);
-        throw Failure(ExitStatus::usage, usage_error(app, inner, error) + " (try --help)");
+        throw Failure(ExitStatus::kUsage, usage_error(app, inner, error) + " (try --help)");
     }
 }
 

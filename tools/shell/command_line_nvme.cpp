@@ -35,13 +35,13 @@ CLI::Option* add_choice(CLI::App& command, const std::string& name, T& value, Ch
 /// A command for a controller of a drive.
 CLI::App* add_nvme_admin(CLI::App& family, const Commands& commands, const char* name,
                          const char* help, std::function<void(Context&, const Words&)> run) {
-    constexpr unsigned last_controller = 0xFFEF;
+    constexpr unsigned kLastController = 0xFFEF;
     CLI::App* command = commands.add_endpoint(family, name, help, std::move(run));
     command
         ->add_option("--controller", commands.words().nvme.controller,
                      "controller ID (default: the first of the drive)")
         ->type_name("ID")
-        ->check(CLI::Range(0U, last_controller));
+        ->check(CLI::Range(0U, kLastController));
     return command;
 }
 

@@ -70,7 +70,7 @@ public:
     CLI::App* add_endpoint(CLI::App& family, const char* name, const char* help,
                            std::function<void(Context&, const Words&)> run) const {
         CLI::App* command = add(family, name, help, std::move(run));
-        command->add_option("ENDPOINT", words_->endpoint, endpoint_help)->required();
+        command->add_option("ENDPOINT", words_->endpoint, kEndpointHelp)->required();
         return command;
     }
 

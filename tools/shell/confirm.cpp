@@ -17,7 +17,7 @@ void confirm(const Output& output, bool yes, const std::string& what) {
         return;
     }
     if (output.json() || isatty(STDIN_FILENO) == 0) {
-        throw Failure(ExitStatus::usage, what + ": this needs --yes");
+        throw Failure(ExitStatus::kUsage, what + ": this needs --yes");
     }
     // Not on standard output: that may be a file.
     std::cerr << printable(what) << ". Go on? [y/N] " << std::flush;
@@ -26,7 +26,7 @@ void confirm(const Output& output, bool yes, const std::string& what) {
     std::string answer;
     std::getline(std::cin, answer);
     if (answer != "y" && answer != "Y" && answer != "yes") {
-        throw Failure(ExitStatus::usage, "not confirmed: nothing was done");
+        throw Failure(ExitStatus::kUsage, "not confirmed: nothing was done");
     }
 }
 

@@ -15,7 +15,7 @@ namespace tool {
 namespace {
 
 Failure malformed(std::string_view name, std::string_view why) {
-    return {ExitStatus::usage, fmt::format("{}: {}", name, why)};
+    return {ExitStatus::kUsage, fmt::format("{}: {}", name, why)};
 }
 
 Endpoint parse_i2c(std::string_view name) {
@@ -64,7 +64,7 @@ Endpoint parse_pcie(std::string_view name) {
         throw malformed(name, "a PCIe endpoint is named pcie:BB:DD.F, in hex");
     }
     Endpoint endpoint;
-    endpoint.transport = Transport::pcie;
+    endpoint.transport = Transport::kPcie;
     endpoint.binding_kind = MCTP_BINDING_KIND_PCIE;
     endpoint.bdf = {*bus, *device, *function};
     return endpoint;
@@ -74,8 +74,8 @@ bool same_place(const Endpoint& a, const Endpoint& b) {
     if (a.transport != b.transport) {
         return false;
     }
-    return a.transport == Transport::pcie ? a.bdf == b.bdf
-                                          : a.bus == b.bus && a.address == b.address;
+    return a.transport == Transport::kPcie ? a.bdf == b.bdf
+                                           : a.bus == b.bus && a.address == b.address;
 }
 
 std::string known_names(const Port& port) {
@@ -100,8 +100,8 @@ Endpoint find_endpoint(const Port& port, std::string_view name) {
     } else if (name.starts_with("pcie:")) {
         wanted = parse_pcie(name);
     } else {
-        throw Failure(ExitStatus::failed, fmt::format("{}: no such device on board {}; it has: {}",
-                                                      name, port.board_name(), known_names(port)));
+        throw Failure(ExitStatus::kFailed, fmt::format("{}: no such device on board {}; it has: {}",
+                                                       name, port.board_name(), known_names(port)));
     }
     for (const Endpoint& endpoint : port.endpoints()) {
         if (same_place(endpoint, wanted)) {
@@ -114,7 +114,7 @@ Endpoint find_endpoint(const Port& port, std::string_view name) {
 }
 
 std::string endpoint_location(const Endpoint& endpoint) {
-    if (endpoint.transport == Transport::pcie) {
+    if (endpoint.transport == Transport::kPcie) {
         return fmt::format("pcie:{:02x}:{:02x}.{:x}", endpoint.bdf[0], endpoint.bdf[1],
                            endpoint.bdf[2]);
     }

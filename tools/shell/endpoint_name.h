@@ -11,7 +11,7 @@
 namespace tool {
 
 /// How every ENDPOINT argument is explained.
-inline constexpr const char* endpoint_help =
+inline constexpr const char* kEndpointHelp =
     "a device of the board by its name, or i2c:BUS:ADDRESS (8-bit address), or pcie:BB:DD.F";
 
 /// The endpoint that an argument names, under that name. Where the board describes what is at an

@@ -14,19 +14,19 @@ namespace tool {
 
 /// Exit statuses of the tool, for every command.
 enum class ExitStatus : int {
-    done = 0,
-    failed = 1,  ///< the device or the transport failed
-    usage = 2,   ///< wrong usage
-    input = 3,   ///< an input file is bad
+    kDone = 0,
+    kFailed = 1,  ///< the device or the transport failed
+    kUsage = 2,   ///< wrong usage
+    kInput = 3,   ///< an input file is bad
 };
 
 /// What a device answered instead of success.
 struct DeviceCode {
     enum class Kind {
-        completion,  ///< completion code of MCTP control or PLDM
-        ncsi,        ///< response code, and the reason code
-        nvme_mi,     ///< status of an NVMe-MI response, and where the invalid parameter is
-        nvme,        ///< status code of an NVMe completion, and its type
+        kCompletion,  ///< completion code of MCTP control or PLDM
+        kNcsi,        ///< response code, and the reason code
+        kNvmeMi,      ///< status of an NVMe-MI response, and where the invalid parameter is
+        kNvme,        ///< status code of an NVMe completion, and its type
     };
 
     uint16_t code = 0;
@@ -35,7 +35,7 @@ struct DeviceCode {
     /// request in bits 15 to 8, the bit in bits 2 to 0.
     std::optional<uint16_t> reason = std::nullopt;
     std::string reason_name = {};
-    Kind kind = Kind::completion;
+    Kind kind = Kind::kCompletion;
 };
 
 /// Ends a command. what() is one line without the name of the program or of the command.
@@ -58,7 +58,7 @@ public:
             const std::optional<DeviceCode>& code = std::nullopt)
         : std::runtime_error(endpoint + ": " + operation + " failed: " + reason),
           details_(std::make_shared<Details>(
-              Details{ExitStatus::failed, endpoint, operation, code, {}})) {}
+              Details{ExitStatus::kFailed, endpoint, operation, code, {}})) {}
 
     ExitStatus status() const { return details_->status; }
 

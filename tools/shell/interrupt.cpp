@@ -28,17 +28,17 @@ void install(int signal) {
 }  // namespace
 
 SignalWatch::SignalWatch() {
-    for (size_t i = 0; i < std::size(signals); ++i) {
-        sigaction(signals[i], nullptr, &before_[i]);
+    for (size_t i = 0; i < std::size(kSignals); ++i) {
+        sigaction(kSignals[i], nullptr, &before_[i]);
         if (before_[i].sa_handler != SIG_IGN) {
-            install(signals[i]);
+            install(kSignals[i]);
         }
     }
 }
 
 SignalWatch::~SignalWatch() {
-    for (size_t i = 0; i < std::size(signals); ++i) {
-        sigaction(signals[i], &before_[i], nullptr);
+    for (size_t i = 0; i < std::size(kSignals); ++i) {
+        sigaction(kSignals[i], &before_[i], nullptr);
     }
 }
 
@@ -56,7 +56,7 @@ void SignalWatch::wait_for_input(int descriptor) {
     sigset_t held;
     sigset_t before;
     sigemptyset(&held);
-    for (const int signal : signals) {
+    for (const int signal : kSignals) {
         sigaddset(&held, signal);
     }
     pollfd input{.fd = descriptor, .events = POLLIN, .revents = 0};

@@ -31,7 +31,7 @@ public:
     static void wait_for_input(int descriptor);
 
 private:
-    static constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP};
+    static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
     struct sigaction before_[3]{};
 };
 

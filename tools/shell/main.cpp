@@ -69,15 +69,15 @@ ExitStatus run_command_line(int argc, char** argv, Output& output) {
         parse_command_line(argc, argv, line);
         if (!line.text.empty()) {
             output.plain(line.text);
-            return ExitStatus::done;
+            return ExitStatus::kDone;
         }
         return execute(output, line);
     } catch (const Failure& failure) {
         output.error(line.command, failure);
         return failure.status();
     } catch (const std::exception& error) {
-        output.error(line.command, Failure(ExitStatus::failed, error.what()));
-        return ExitStatus::failed;
+        output.error(line.command, Failure(ExitStatus::kFailed, error.what()));
+        return ExitStatus::kFailed;
     }
 }
 
@@ -88,9 +88,9 @@ int main(int argc, char** argv) {
     using tool::ExitStatus;
     tool::Output output(tool::json_wanted(argc, argv));
     ExitStatus status = tool::run_command_line(argc, argv, output);
-    if (!output.finish() && status == ExitStatus::done) {
-        output.error("", tool::Failure(ExitStatus::failed, "standard output cannot be written"));
-        status = ExitStatus::failed;
+    if (!output.finish() && status == ExitStatus::kDone) {
+        output.error("", tool::Failure(ExitStatus::kFailed, "standard output cannot be written"));
+        status = ExitStatus::kFailed;
     }
     // Whoever sent it sees that the signal has ended the tool.
     if (const int signal = tool::SignalWatch::signal(); signal != 0) {

@@ -49,19 +49,19 @@ std::string dump(const nlohmann::ordered_json& document) {
 nlohmann::ordered_json code_json(const DeviceCode& code) {
     const uint16_t reason = code.reason.value_or(0);
     switch (code.kind) {
-        case DeviceCode::Kind::ncsi:
+        case DeviceCode::Kind::kNcsi:
             return {{"response_code", code.code},
                     {"response_code_name", code.name},
                     {"reason_code", reason},
                     {"reason_code_name", code.reason_name}};
-        case DeviceCode::Kind::nvme_mi: {
+        case DeviceCode::Kind::kNvmeMi: {
             nlohmann::ordered_json json{{"status", code.code}, {"status_name", code.name}};
             if (code.reason) {
                 json["parameter_error_location"] = {{"byte", reason >> 8}, {"bit", reason & 7}};
             }
             return json;
         }
-        case DeviceCode::Kind::nvme:
+        case DeviceCode::Kind::kNvme:
             return {{"status_code_type", reason},
                     {"status_code_type_name", code.reason_name},
                     {"status_code", code.code},
@@ -100,10 +100,10 @@ bool Output::is_terminal() const {
 }
 
 size_t Output::columns() const {
-    constexpr size_t usual = 80;
+    constexpr size_t kUsual = 80;
     winsize size{};
     const bool known = stream_ != nullptr && ioctl(fileno(stream_), TIOCGWINSZ, &size) == 0;
-    return known && size.ws_col > 0 ? size.ws_col : usual;
+    return known && size.ws_col > 0 ? size.ws_col : kUsual;
 }
 
 void Output::text(std::string_view text) {

@@ -15,7 +15,7 @@
 
 namespace tool {
 
-enum class Transport { i2c, pcie };
+enum class Transport { kI2c, kPcie };
 
 /// What is known of a sensor, from the board's description or from the sensor's PDR.
 struct Sensor {
@@ -36,7 +36,7 @@ struct Sensor {
 struct Endpoint {
     std::string name;
     std::string type;  ///< the board's word; "bus_owner" gives the BMC an EID
-    Transport transport = Transport::i2c;
+    Transport transport = Transport::kI2c;
     uint8_t binding_kind = 0;
     uint8_t bus = 0;
     uint8_t address = 0;  ///< 8-bit form
@@ -51,7 +51,7 @@ struct Endpoint {
 
 /// An MCTP packet on a bus.
 struct Packet {
-    Transport transport = Transport::i2c;
+    Transport transport = Transport::kI2c;
     uint8_t bus = 0;
     uint8_t address = 0;  ///< 8-bit form
     std::array<uint8_t, 3> bdf{};

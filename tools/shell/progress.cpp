@@ -10,7 +10,7 @@
 namespace tool {
 namespace {
 
-constexpr size_t bar_width = 24;
+constexpr size_t kBarWidth = 24;
 
 /// Minutes and seconds, and hours where there are any.
 std::string duration_text(uint64_t seconds) {
@@ -21,19 +21,19 @@ std::string duration_text(uint64_t seconds) {
 }  // namespace
 
 std::string bytes_text(uint64_t bytes) {
-    constexpr double step = 1024.0;
+    constexpr double kStep = 1024.0;
     const auto number = static_cast<double>(bytes);
     if (bytes < 10000) {
         return fmt::format("{} B", bytes);
     }
-    return number < 1000 * step ? fmt::format("{:.1f} KiB", number / step)
-                                : fmt::format("{:.1f} MiB", number / step / step);
+    return number < 1000 * kStep ? fmt::format("{:.1f} KiB", number / kStep)
+                                 : fmt::format("{:.1f} MiB", number / kStep / kStep);
 }
 
 Progress::Progress(Output& output, const Port& port, const Look& look)
     : output_(output), port_(port), indent_(look.indent, ' ') {
-    const Style elsewhere = look.lines ? Style::lines : Style::none;
-    style_ = output.json() ? Style::none : output.is_terminal() ? Style::bar : elsewhere;
+    const Style elsewhere = look.lines ? Style::kLines : Style::kNone;
+    style_ = output.json() ? Style::kNone : output.is_terminal() ? Style::kBar : elsewhere;
 }
 
 /// How much of how much, how fast, for how long still.
@@ -53,22 +53,22 @@ std::string Progress::amounts(uint64_t done, uint64_t total) const {
 }
 
 std::string Progress::bar_line(unsigned percent, const std::string& amounts) const {
-    const size_t filled = std::min<size_t>(percent, 100) * bar_width / 100;
+    const size_t filled = std::min<size_t>(percent, 100) * kBarWidth / 100;
     const std::string line = fmt::format("{}[{}{}] {:3} %{}", indent_, std::string(filled, '#'),
-                                         std::string(bar_width - filled, '-'), percent, amounts);
+                                         std::string(kBarWidth - filled, '-'), percent, amounts);
     // A line that is wrapped could not be drawn over.
     return line.substr(0, output_.columns() - 1);
 }
 
 /// Lines with each new percentage. The bar also some times a second, as rate and time move on.
 bool Progress::is_due(unsigned percent) {
-    constexpr std::chrono::milliseconds pause(200);
+    constexpr std::chrono::milliseconds kPause(200);
     const bool changed = shown_percent_ != percent;
-    if (style_ == Style::lines) {
+    if (style_ == Style::kLines) {
         return changed;
     }
     const auto now = std::chrono::steady_clock::now();
-    if (!changed && now - drawn_ < pause) {
+    if (!changed && now - drawn_ < kPause) {
         return false;
     }
     drawn_ = now;
@@ -79,11 +79,11 @@ void Progress::show(unsigned percent, uint64_t done, uint64_t total) {
     if (!start_us_ && total > 0) {
         start_us_ = port_.now_us();
     }
-    if (style_ == Style::none || !is_due(percent)) {
+    if (style_ == Style::kNone || !is_due(percent)) {
         return;
     }
     shown_percent_ = percent;
-    if (style_ == Style::lines) {
+    if (style_ == Style::kLines) {
         output_.text(fmt::format("{}{:3} %{}\n", indent_, percent, amounts(done, total)));
         return;
     }

@@ -33,7 +33,7 @@ public:
     void end();
 
 private:
-    enum class Style { none, lines, bar };
+    enum class Style { kNone, kLines, kBar };
 
     std::string amounts(uint64_t done, uint64_t total) const;
     std::string bar_line(unsigned percent, const std::string& amounts) const;

@@ -14,12 +14,12 @@ namespace {
 
 uint8_t parse_type(const std::string& text) {
     // NVMe-MI prescribes the integrity check for its messages.
-    static const std::pair<const char*, uint8_t> names[] = {
+    static const std::pair<const char*, uint8_t> kNames[] = {
         {"control", MCTP_MSG_TYPE_CONTROL},
         {"pldm", MCTP_MSG_TYPE_PLDM},
         {"ncsi", MCTP_MSG_TYPE_NCSI},
         {"nvme-mi", MCTP_MSG_TYPE_NVME_MI | MCTP_MSG_TYPE_INTEGRITY_CHECK}};
-    for (const auto& [name, type] : names) {
+    for (const auto& [name, type] : kNames) {
         if (text == name) {
             return type;
         }
@@ -27,7 +27,7 @@ uint8_t parse_type(const std::string& text) {
     const std::optional<uint32_t> number = parse_number(text, 0xFF);
     if (!number) {
         throw Failure(
-            ExitStatus::usage,
+            ExitStatus::kUsage,
             fmt::format("{}: the type is control, pldm, ncsi, nvme-mi or a number from 0 to 0xff",
                         text));
     }
@@ -39,13 +39,13 @@ std::vector<uint8_t> parse_body(const std::vector<std::string>& pieces) {
     for (const std::string& piece : pieces) {
         const std::optional<std::vector<uint8_t>> bytes = parse_hex(piece);
         if (!bytes) {
-            throw Failure(ExitStatus::usage,
+            throw Failure(ExitStatus::kUsage,
                           fmt::format("{}: the message is given as pairs of hex digits", piece));
         }
         body.insert(body.end(), bytes->begin(), bytes->end());
     }
     if (body.empty()) {
-        throw Failure(ExitStatus::usage, "the message has no bytes");
+        throw Failure(ExitStatus::kUsage, "the message has no bytes");
     }
     return body;
 }

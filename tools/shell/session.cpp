@@ -17,24 +17,24 @@
 namespace tool {
 namespace {
 
-constexpr uint8_t set_endpoint_id = 0x01;
-constexpr uint8_t get_message_type_support = 0x05;
-constexpr uint8_t last_routing_handle = 0xFF;
+constexpr uint8_t kSetEndpointId = 0x01;
+constexpr uint8_t kGetMessageTypeSupport = 0x05;
+constexpr uint8_t kLastRoutingHandle = 0xFF;
 /// Entry handles are 8-bit: a table that needs more reads than this goes round in circles.
-constexpr int routing_reads_max = 256;
+constexpr int kRoutingReadsMax = 256;
 
 /// The entries of one answer; an entry that does not fit the answer ends them.
 void append_entries(std::span<const uint8_t> answer, std::vector<RoutingEntry>& entries) {
-    constexpr size_t first_entry = 5;
-    constexpr size_t fixed_part = 6;
-    if (answer.size() < first_entry) {
+    constexpr size_t kFirstEntry = 5;
+    constexpr size_t kFixedPart = 6;
+    if (answer.size() < kFirstEntry) {
         return;
     }
-    size_t at = first_entry;
-    for (int left = answer[4]; left > 0 && at + fixed_part <= answer.size(); --left) {
+    size_t at = kFirstEntry;
+    for (int left = answer[4]; left > 0 && at + kFixedPart <= answer.size(); --left) {
         const std::span<const uint8_t> raw = answer.subspan(at);
         const size_t address_size = raw[5];
-        if (fixed_part + address_size > raw.size()) {
+        if (kFixedPart + address_size > raw.size()) {
             return;
         }
         RoutingEntry entry{.eid_range_size = raw[0],
@@ -45,10 +45,10 @@ void append_entries(std::span<const uint8_t> answer, std::vector<RoutingEntry>& 
                            .binding_type = raw[3],
                            .media_type = raw[4],
                            .address = {}};
-        entry.address.assign(raw.begin() + fixed_part,
-                             raw.begin() + static_cast<ptrdiff_t>(fixed_part + address_size));
+        entry.address.assign(raw.begin() + kFixedPart,
+                             raw.begin() + static_cast<ptrdiff_t>(kFixedPart + address_size));
         entries.push_back(std::move(entry));
-        at += fixed_part + address_size;
+        at += kFixedPart + address_size;
     }
 }
 
@@ -57,15 +57,15 @@ void append_entries(std::span<const uint8_t> answer, std::vector<RoutingEntry>& 
 std::string code_text(const DeviceCode& code) {
     const uint16_t reason = code.reason.value_or(0);
     switch (code.kind) {
-        case DeviceCode::Kind::ncsi:
+        case DeviceCode::Kind::kNcsi:
             return fmt::format("response code 0x{:04x} ({}), reason code 0x{:04x} ({})", code.code,
                                code.name, reason, code.reason_name);
-        case DeviceCode::Kind::nvme_mi:
+        case DeviceCode::Kind::kNvmeMi:
             return fmt::format(
                 "status 0x{:02x} ({}){}", code.code, code.name,
                 code.reason ? fmt::format(" at request byte {}, bit {}", reason >> 8, reason & 7)
                             : "");
-        case DeviceCode::Kind::nvme:
+        case DeviceCode::Kind::kNvme:
             return fmt::format("status code type {} ({}), status code 0x{:02x} ({})", reason,
                                code.reason_name, code.code, code.name);
         default:
@@ -114,7 +114,7 @@ void Session::fill_context() {
 }
 
 void Session::open_pcie() {
-    if (endpoint_.transport == Transport::pcie && pcie_.handle == nullptr) {
+    if (endpoint_.transport == Transport::kPcie && pcie_.handle == nullptr) {
         if (libmctp_pcie_open(&pcie_) != 0) {
             throw failure("opening the PCIe session", "the platform has none");
         }
@@ -140,7 +140,7 @@ void Session::install_operations() {
 }
 
 bool Session::is_mpio() const {
-    return endpoint_.transport == Transport::pcie && endpoint_.bdf == std::array<uint8_t, 3>{};
+    return endpoint_.transport == Transport::kPcie && endpoint_.bdf == std::array<uint8_t, 3>{};
 }
 
 /// Does nothing where the MPIO has been brought up already, or the platform wants none.
@@ -156,7 +156,7 @@ void Session::bring_up_mpio() {
 
 /// The MPIO and bus owners tell their EID themselves: no routing table lists them.
 bool Session::find_eid() {
-    const bool owns_bus = endpoint_.transport == Transport::pcie && endpoint_.type == "bus_owner";
+    const bool owns_bus = endpoint_.transport == Transport::kPcie && endpoint_.type == "bus_owner";
     return is_mpio() || owns_bus ? mctp_get_endpoint_id(&control()) >= 0
                                  : mctp_discovery(&control()) == 0;
 }
@@ -166,30 +166,30 @@ void Session::discover() {
     if (is_mpio()) {
         bring_up_mpio();
     } else {
-        if (endpoint_.transport == Transport::pcie) {
+        if (endpoint_.transport == Transport::kPcie) {
             Endpoint mpio;
             mpio.name = endpoint_.name;
-            mpio.transport = Transport::pcie;
+            mpio.transport = Transport::kPcie;
             Session(mpio).bring_up_mpio();
         }
         install_operations();
     }
     if (!find_eid()) {
-        if (endpoint_.transport == Transport::pcie && !link_.last.made) {
+        if (endpoint_.transport == Transport::kPcie && !link_.last.made) {
             throw failure("discovery", "the MPIO's routing table does not list it");
         }
         throw control_failure(link_.last.made ? control_command_name(link_.last.request[1])
                                               : "discovery");
     }
-    eid_assigned_ |= link_.last.made && link_.last.request[1] == set_endpoint_id;
+    eid_assigned_ |= link_.last.made && link_.last.request[1] == kSetEndpointId;
 }
 
 uint8_t Session::take_eid() {
     open_pcie();
     install_operations();
     // The responder wants the type byte, which the stock receive strips.
-    link_.mctp.recv = endpoint_.transport == Transport::pcie ? mctp_pcie_recv_with_type
-                                                             : mctp_smbus_recv_with_type;
+    link_.mctp.recv = endpoint_.transport == Transport::kPcie ? mctp_pcie_recv_with_type
+                                                              : mctp_smbus_recv_with_type;
     if (get_bmc_by_owner(&control()) != 1) {
         const std::string operation = "taking an EID from the bus owner";
         throw last_answer().empty() ? control_failure(operation)
@@ -288,11 +288,10 @@ std::vector<uint8_t> Session::message_types() {
     mctp_ctx& mctp = control();
     const uint8_t instance = mctp.instance_id++ & 0x1F;
     const std::array<uint8_t, 2> request{static_cast<uint8_t>(0x80 | instance),
-                                         get_message_type_support};
+                                         kGetMessageTypeSupport};
     const std::vector<uint8_t> answer = exchange(MCTP_MSG_TYPE_CONTROL, request);
-    const bool ours = answer.size() >= 4 && answer[2] == 0 &&
-                      answer[1] == get_message_type_support && (answer[0] & 0x1F) == instance &&
-                      answer.size() >= 4U + answer[3];
+    const bool ours = answer.size() >= 4 && answer[2] == 0 && answer[1] == kGetMessageTypeSupport &&
+                      (answer[0] & 0x1F) == instance && answer.size() >= 4U + answer[3];
     if (!ours) {
         throw control_failure("Get Message Type Support");
     }
@@ -314,14 +313,14 @@ bool Session::speaks(uint8_t type) {
 std::vector<RoutingEntry> Session::routes() {
     std::vector<RoutingEntry> entries;
     uint8_t handle = 0;
-    for (int reads = 0; reads < routing_reads_max; ++reads) {
+    for (int reads = 0; reads < kRoutingReadsMax; ++reads) {
         std::array<uint8_t, MCTP_ROUTING_TABLE_RESPONSE_SIZE> table{};
         if (mctp_get_routing_table_entries(&control(), handle, table.data()) != 0) {
             throw control_failure("Get Routing Table Entries");
         }
         append_entries(std::span(table).first(last_answer().size()), entries);
         handle = table[3];
-        if (handle == last_routing_handle) {
+        if (handle == kLastRoutingHandle) {
             return entries;
         }
     }
@@ -332,9 +331,9 @@ std::vector<uint8_t> Session::exchange(uint8_t type, std::span<const uint8_t> bo
     before_sending();
     link_.last = {};
     link_.mctp.msg_type = type;
-    std::vector<uint8_t> answer(answer_room);
+    std::vector<uint8_t> answer(kAnswerRoom);
     const int32_t length = link_.mctp.xfer(&link_.mctp, static_cast<uint32_t>(body.size()),
-                                           answer_room, body.data(), answer.data());
+                                           kAnswerRoom, body.data(), answer.data());
     if (length < 0) {
         throw failure(type == MCTP_MSG_TYPE_CONTROL && body.size() >= 2
                           ? control_command_name(body[1])

@@ -60,7 +60,7 @@ public:
 class Session {
 public:
     /// Largest answer to exchange().
-    static constexpr int32_t answer_room = 4096;
+    static constexpr int32_t kAnswerRoom = 4096;
 
     explicit Session(Endpoint endpoint);
     ~Session();

@@ -25,7 +25,7 @@ public:
         if (descriptor_ < 0 || !fill(content)) {
             const std::string why = std::strerror(errno);
             close(descriptor_);
-            throw Failure(ExitStatus::failed, "no temporary file can be made: " + why);
+            throw Failure(ExitStatus::kFailed, "no temporary file can be made: " + why);
         }
     }
     ~TemporaryFile() { close(descriptor_); }

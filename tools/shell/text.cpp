@@ -40,8 +40,8 @@ void append_utf8(uint32_t point, std::string& text) {
         return;
     }
     const int trailing = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
-    constexpr uint8_t leads[] = {0, 0xC0, 0xE0, 0xF0};
-    text += static_cast<char>(leads[trailing] | point >> (6 * trailing));
+    constexpr uint8_t kLeads[] = {0, 0xC0, 0xE0, 0xF0};
+    text += static_cast<char>(kLeads[trailing] | point >> (6 * trailing));
     for (int left = trailing - 1; left >= 0; --left) {
         text += static_cast<char>(0x80 | (point >> (6 * left) & 0x3F));
     }
@@ -57,7 +57,7 @@ struct Utf8Shape {
     uint8_t second_last;
 };
 
-constexpr Utf8Shape utf8_shapes[] = {
+constexpr Utf8Shape kUtf8Shapes[] = {
     {0xC2, 0xDF, 2, 0x80, 0xBF}, {0xE0, 0xE0, 3, 0xA0, 0xBF}, {0xE1, 0xEC, 3, 0x80, 0xBF},
     {0xED, 0xED, 3, 0x80, 0x9F}, {0xEE, 0xEF, 3, 0x80, 0xBF}, {0xF0, 0xF0, 4, 0x90, 0xBF},
     {0xF1, 0xF3, 4, 0x80, 0xBF}, {0xF4, 0xF4, 4, 0x80, 0x8F},
@@ -70,7 +70,7 @@ bool is_in(char c, uint8_t first, uint8_t last) {
 
 /// Bytes of the character in front: one where it is not UTF-8.
 size_t character_size(std::string_view text) {
-    for (const Utf8Shape& shape : utf8_shapes) {
+    for (const Utf8Shape& shape : kUtf8Shapes) {
         if (!is_in(text[0], shape.lead_first, shape.lead_last) || text.size() < shape.size) {
             continue;
         }
@@ -85,12 +85,12 @@ size_t character_size(std::string_view text) {
 
 /// @param character  one byte, or a character in UTF-8
 bool is_control(std::string_view character) {
-    constexpr uint8_t c1_first = 0x80;
-    constexpr uint8_t c1_last = 0x9F;
+    constexpr uint8_t kC1First = 0x80;
+    constexpr uint8_t kC1Last = 0x9F;
     if (character.size() == 1) {
-        return is_in(character[0], 0, 0x1F) || is_in(character[0], 0x7F, c1_last);
+        return is_in(character[0], 0, 0x1F) || is_in(character[0], 0x7F, kC1Last);
     }
-    return is_in(character[0], 0xC2, 0xC2) && is_in(character[1], c1_first, c1_last);
+    return is_in(character[0], 0xC2, 0xC2) && is_in(character[1], kC1First, kC1Last);
 }
 
 }  // namespace

@@ -14,12 +14,12 @@ namespace tool {
 namespace {
 
 // The MCTP transport header (DSP0236, clause 8.1).
-constexpr size_t header_size = 4;
-constexpr size_t flags_at = 3;
-constexpr uint8_t start_of_message = 0x80;
-constexpr uint8_t end_of_message = 0x40;
-constexpr uint8_t tag_owner = 0x08;
-constexpr uint8_t tag_bits = 0x07;
+constexpr size_t kHeaderSize = 4;
+constexpr size_t kFlagsAt = 3;
+constexpr uint8_t kStartOfMessage = 0x80;
+constexpr uint8_t kEndOfMessage = 0x40;
+constexpr uint8_t kTagOwner = 0x08;
+constexpr uint8_t kTagBits = 0x07;
 
 WireWatch* standing = nullptr;
 
@@ -43,7 +43,7 @@ std::string place_of(const Packet& packet) {
 /// What came of it, where that is not the usual.
 const char* remark(const Packet& packet) {
     if (!packet.taken) {
-        return packet.transport == Transport::pcie ? "  (lost)" : "  (no acknowledge)";
+        return packet.transport == Transport::kPcie ? "  (lost)" : "  (no acknowledge)";
     }
     return packet.pec_good ? "" : "  (bad PEC)";
 }
@@ -51,7 +51,7 @@ const char* remark(const Packet& packet) {
 }  // namespace
 
 std::string packet_text(const Packet& packet) {
-    const size_t header = std::min(header_size, packet.bytes.size());
+    const size_t header = std::min(kHeaderSize, packet.bytes.size());
     return fmt::format("packet: {:10.6f} {} {} {} {}{}", static_cast<double>(packet.at_ns) * 1e-9,
                        packet.sent ? '>' : '<', place_of(packet),
                        spaced_hex(packet.bytes.first(header)),
@@ -59,7 +59,7 @@ std::string packet_text(const Packet& packet) {
 }
 
 void MessageFate::note(const Packet& packet) {
-    if (packet.bytes.size() <= flags_at) {
+    if (packet.bytes.size() <= kFlagsAt) {
         return;
     }
     if (packet.sent) {
@@ -72,33 +72,33 @@ void MessageFate::note(const Packet& packet) {
 void MessageFate::note_sent(const Packet& packet) {
     const bool repeated =
         std::equal(packet.bytes.begin(), packet.bytes.end(), untaken_.begin(), untaken_.end());
-    const uint8_t flags = packet.bytes[flags_at];
-    if ((flags & start_of_message) != 0) {
+    const uint8_t flags = packet.bytes[kFlagsAt];
+    if ((flags & kStartOfMessage) != 0) {
         *this = {};
         place_ = place_of(packet);
-        tag_ = flags & tag_bits;
+        tag_ = flags & kTagBits;
     } else if (!untaken_.empty() && !repeated) {
         abandoned_ = true;
     }
     untaken_.clear();
-    if (!packet.taken && packet.transport == Transport::i2c) {
+    if (!packet.taken && packet.transport == Transport::kI2c) {
         untaken_.assign(packet.bytes.begin(), packet.bytes.end());
     }
 }
 
 /// Only what can be an answer counts, not what the device asks by itself.
 void MessageFate::note_received(const Packet& packet) {
-    const uint8_t flags = packet.bytes[flags_at];
-    if ((flags & tag_owner) != 0 || place_of(packet) != place_) {
+    const uint8_t flags = packet.bytes[kFlagsAt];
+    if ((flags & kTagOwner) != 0 || place_of(packet) != place_) {
         return;
     }
     if (!packet.pec_good) {
         spoilt_ = true;
-    } else if ((flags & tag_bits) != tag_) {
-        other_tag_ = flags & tag_bits;
+    } else if ((flags & kTagBits) != tag_) {
+        other_tag_ = flags & kTagBits;
     } else {
         begun_ = true;
-        ended_ |= (flags & end_of_message) != 0;
+        ended_ |= (flags & kEndOfMessage) != 0;
     }
 }
 

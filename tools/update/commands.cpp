@@ -15,7 +15,7 @@ namespace {
 /// The error of a package that parses and yet is none to update with.
 void check_package(const ParsedPackage& package) {
     const auto refuse = [&package](const std::string& why) {
-        throw Failure(ExitStatus::input, package.path() + ": " + why);
+        throw Failure(ExitStatus::kInput, package.path() + ": " + why);
     };
     if (package.records().empty()) {
         refuse("the package is for no device");

@@ -15,11 +15,11 @@ namespace {
 
 /// What the data of a type are.
 enum class DescriptorKind {
-    bytes,   ///< the standard gives them no order, or leaves them to somebody else
-    id,      ///< a little-endian number that is written in hex
-    number,  ///< a little-endian number that is written in decimal
-    uuid,
-    text,  ///< ASCII, filled up with blanks or NULs
+    kBytes,   ///< the standard gives them no order, or leaves them to somebody else
+    kId,      ///< a little-endian number that is written in hex
+    kNumber,  ///< a little-endian number that is written in decimal
+    kUuid,
+    kText,  ///< ASCII, filled up with blanks or NULs
 };
 
 struct DescriptorType {
@@ -30,38 +30,38 @@ struct DescriptorType {
 };
 
 /// DSP0267, descriptor identifier table.
-constexpr DescriptorType descriptor_types[] = {
-    {0x0000, "PCI Vendor ID", DescriptorKind::id, 2},
-    {0x0001, "IANA Enterprise ID", DescriptorKind::number, 4},
-    {0x0002, "UUID", DescriptorKind::uuid, 16},
-    {0x0003, "PnP Vendor ID", DescriptorKind::bytes, 3},
-    {0x0004, "ACPI Vendor ID", DescriptorKind::bytes, 4},
-    {0x0005, "IEEE Assigned Company ID", DescriptorKind::bytes, 3},
-    {0x0006, "SCSI Vendor ID", DescriptorKind::text, 8},
-    {0x0100, "PCI Device ID", DescriptorKind::id, 2},
-    {0x0101, "PCI Subsystem Vendor ID", DescriptorKind::id, 2},
-    {0x0102, "PCI Subsystem ID", DescriptorKind::id, 2},
-    {0x0103, "PCI Revision ID", DescriptorKind::id, 1},
-    {0x0104, "PnP Product Identifier", DescriptorKind::bytes, 4},
-    {0x0105, "ACPI Product Identifier", DescriptorKind::bytes, 4},
-    {0x0106, "ASCII Model Number (Long String)", DescriptorKind::text, 40},
-    {0x0107, "ASCII Model Number (Short String)", DescriptorKind::text, 10},
-    {0x0108, "SCSI Product ID", DescriptorKind::text, 16},
-    {0x0109, "UBM Controller Device Code", DescriptorKind::bytes, 4},
-    {0x010A, "IEEE EUI-64 ID", DescriptorKind::bytes, 8},
-    {0x010B, "PCI Revision ID Range", DescriptorKind::bytes, 2},
-    {0xFFFF, "Vendor Defined", DescriptorKind::bytes, 0},
+constexpr DescriptorType kDescriptorTypes[] = {
+    {0x0000, "PCI Vendor ID", DescriptorKind::kId, 2},
+    {0x0001, "IANA Enterprise ID", DescriptorKind::kNumber, 4},
+    {0x0002, "UUID", DescriptorKind::kUuid, 16},
+    {0x0003, "PnP Vendor ID", DescriptorKind::kBytes, 3},
+    {0x0004, "ACPI Vendor ID", DescriptorKind::kBytes, 4},
+    {0x0005, "IEEE Assigned Company ID", DescriptorKind::kBytes, 3},
+    {0x0006, "SCSI Vendor ID", DescriptorKind::kText, 8},
+    {0x0100, "PCI Device ID", DescriptorKind::kId, 2},
+    {0x0101, "PCI Subsystem Vendor ID", DescriptorKind::kId, 2},
+    {0x0102, "PCI Subsystem ID", DescriptorKind::kId, 2},
+    {0x0103, "PCI Revision ID", DescriptorKind::kId, 1},
+    {0x0104, "PnP Product Identifier", DescriptorKind::kBytes, 4},
+    {0x0105, "ACPI Product Identifier", DescriptorKind::kBytes, 4},
+    {0x0106, "ASCII Model Number (Long String)", DescriptorKind::kText, 40},
+    {0x0107, "ASCII Model Number (Short String)", DescriptorKind::kText, 10},
+    {0x0108, "SCSI Product ID", DescriptorKind::kText, 16},
+    {0x0109, "UBM Controller Device Code", DescriptorKind::kBytes, 4},
+    {0x010A, "IEEE EUI-64 ID", DescriptorKind::kBytes, 8},
+    {0x010B, "PCI Revision ID Range", DescriptorKind::kBytes, 2},
+    {0xFFFF, "Vendor Defined", DescriptorKind::kBytes, 0},
 };
 
-constexpr DescriptorType unknown_type{0, "Unknown ID", DescriptorKind::bytes, 0};
+constexpr DescriptorType kUnknownType{0, "Unknown ID", DescriptorKind::kBytes, 0};
 
 const DescriptorType& type_of(uint16_t type) {
-    for (const DescriptorType& known : descriptor_types) {
+    for (const DescriptorType& known : kDescriptorTypes) {
         if (known.type == type) {
             return known;
         }
     }
-    return unknown_type;
+    return kUnknownType;
 }
 
 /// Text without what fills it up; empty where it is no printable ASCII.
@@ -102,13 +102,13 @@ std::string descriptor_value(const Descriptor& descriptor) {
         return {};
     }
     switch (type.kind) {
-        case DescriptorKind::id:
+        case DescriptorKind::kId:
             return fmt::format("0x{:0{}x}", little_endian(descriptor.data), 2 * type.size);
-        case DescriptorKind::number:
+        case DescriptorKind::kNumber:
             return std::to_string(little_endian(descriptor.data));
-        case DescriptorKind::uuid:
+        case DescriptorKind::kUuid:
             return uuid_text(descriptor.data);
-        case DescriptorKind::text:
+        case DescriptorKind::kText:
             return ascii_text(descriptor.data);
         default:
             return {};

@@ -9,10 +9,10 @@
 namespace tool {
 namespace {
 
-constexpr uint8_t request_firmware_data = 0x15;
-constexpr uint8_t activate_firmware = 0x1A;
-constexpr uint8_t cancel_update = 0x1D;
-constexpr uint8_t not_in_update_mode = 0x80;
+constexpr uint8_t kRequestFirmwareData = 0x15;
+constexpr uint8_t kActivateFirmware = 0x1A;
+constexpr uint8_t kCancelUpdate = 0x1D;
+constexpr uint8_t kNotInUpdateMode = 0x80;
 
 /// Why UpdateComponent has not accepted a component.
 std::string refusal_reason(uint8_t code) {
@@ -51,7 +51,7 @@ private:
             case PLDM_FW_MARK_NO_FW_UPDATE:
                 return plain("the update", "the device does not speak PLDM firmware update");
             case PLDM_FW_MARK_PACKAGE:
-                return {ExitStatus::input, endpoint_ + ": the package cannot be read any more"};
+                return {ExitStatus::kInput, endpoint_ + ": the package cannot be read any more"};
             case PLDM_FW_MARK_NO_RECORD:
                 return plain("the update", "no device record of the package is for this device");
             case PLDM_FW_MARK_FW_PARAMETERS:
@@ -91,7 +91,7 @@ private:
     /// An update that ended without a mark of its own: what was refused tells.
     Failure by_refusal() const {
         const std::optional<UpdateRecord::Refusal>& refusal = record_.refusal;
-        const bool only_activation = !refusal || refusal->command == activate_firmware;
+        const bool only_activation = !refusal || refusal->command == kActivateFirmware;
         if (record_.component_refusal && only_activation) {
             return plain(component_text(record_.component),
                          refusal_reason(*record_.component_refusal));
@@ -129,25 +129,25 @@ private:
 
     /// Neither a mark nor a refusal: the state in which it stands tells.
     Failure stuck() const {
-        constexpr uint8_t learn_components = 1;
-        constexpr uint8_t download = 3;
-        constexpr uint8_t verify = 4;
-        constexpr uint8_t apply = 5;
-        if (record_.state == learn_components) {
+        constexpr uint8_t kLearnComponents = 1;
+        constexpr uint8_t kDownload = 3;
+        constexpr uint8_t kVerify = 4;
+        constexpr uint8_t kApply = 5;
+        if (record_.state == kLearnComponents) {
             return plain("the update", "the device has no such component as the package is for");
         }
-        if (record_.state == download && record_.last_request == request_firmware_data) {
+        if (record_.state == kDownload && record_.last_request == kRequestFirmwareData) {
             return plain("the transfer of " + component_text(record_.current),
                          "the package cannot be read any more, or the device cannot be answered");
         }
-        if (record_.state >= download && record_.state <= apply) {
-            static constexpr Name names[] = {{download, "it was still to ask for data"},
-                                             {verify, "it was still to be verified"},
-                                             {apply, "it was still to be applied"}};
+        if (record_.state >= kDownload && record_.state <= kApply) {
+            static constexpr Name kNames[] = {{kDownload, "it was still to ask for data"},
+                                              {kVerify, "it was still to be verified"},
+                                              {kApply, "it was still to be applied"}};
             return plain(component_text(record_.current),
                          fmt::format("the device sent {} out of turn: {}",
                                      pldm_firmware_command_name(record_.last_request),
-                                     find_name(names, record_.state, "")));
+                                     find_name(kNames, record_.state, "")));
         }
         return plain("the update", fmt::format("{} of {} components have been applied",
                                                record_.applied, record_.components));
@@ -173,7 +173,7 @@ private:
     }
 
     bool has_left() const {
-        return record_.cancel_code == PLDM_CC_SUCCESS || record_.cancel_code == not_in_update_mode;
+        return record_.cancel_code == PLDM_CC_SUCCESS || record_.cancel_code == kNotInUpdateMode;
     }
 
     /// How the device was left.
@@ -185,7 +185,7 @@ private:
             return "the device has left update mode";
         }
         return "the device may still be in update mode: its answer to CancelUpdate was " +
-               (record_.cancel_code ? code_text(named({cancel_update, record_.cancel_code}))
+               (record_.cancel_code ? code_text(named({kCancelUpdate, record_.cancel_code}))
                                     : std::string("none"));
     }
 

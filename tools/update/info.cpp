@@ -16,12 +16,12 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr uint8_t query_device_identifiers = 0x01;
-constexpr uint8_t get_firmware_parameters = 0x02;
+constexpr uint8_t kQueryDeviceIdentifiers = 0x01;
+constexpr uint8_t kGetFirmwareParameters = 0x02;
 
 // String types of DSP0267; 0 is unknown, 1 ASCII, 2 UTF-8.
-constexpr uint8_t string_utf16 = 3;
-constexpr uint8_t string_utf16_big_endian = 5;
+constexpr uint8_t kStringUtf16 = 3;
+constexpr uint8_t kStringUtf16BigEndian = 5;
 
 /// A request without data and the answer to it.
 std::vector<uint8_t> ask(Session& session, uint8_t command, const std::string& name) {
@@ -43,15 +43,15 @@ Failure malformed(const Session& session, const std::string& name, const std::st
 }
 
 std::vector<Descriptor> read_descriptors(Session& session) {
-    constexpr size_t count_offset = 8;
+    constexpr size_t kCountOffset = 8;
     const std::string name = "QueryDeviceIdentifiers";
-    const std::vector<uint8_t> answer = ask(session, query_device_identifiers, name);
+    const std::vector<uint8_t> answer = ask(session, kQueryDeviceIdentifiers, name);
     std::span<const uint8_t> rest = answer;
-    if (rest.size() <= count_offset) {
+    if (rest.size() <= kCountOffset) {
         throw malformed(session, name, fmt::format("it has {} bytes only", answer.size()));
     }
-    const unsigned count = rest[count_offset];
-    rest = rest.subspan(count_offset + 1);
+    const unsigned count = rest[kCountOffset];
+    rest = rest.subspan(kCountOffset + 1);
     std::vector<Descriptor> list;
     for (unsigned i = 0; i < count; ++i) {
         const size_t length =
@@ -70,9 +70,9 @@ std::vector<Descriptor> read_descriptors(Session& session) {
 
 /// A string of the device, without what would stand behind a NUL.
 std::string version_of(std::span<const uint8_t> bytes, uint8_t type) {
-    if (type >= string_utf16 && type <= string_utf16_big_endian) {
-        const bool marked_big = type == string_utf16 && bytes.size() >= 2 && bytes[0] == 0xFE;
-        return utf16_text(bytes, type == string_utf16_big_endian || marked_big);
+    if (type >= kStringUtf16 && type <= kStringUtf16BigEndian) {
+        const bool marked_big = type == kStringUtf16 && bytes.size() >= 2 && bytes[0] == 0xFE;
+        return utf16_text(bytes, type == kStringUtf16BigEndian || marked_big);
     }
     return {bytes.begin(), std::find(bytes.begin(), bytes.end(), uint8_t{0})};
 }
@@ -88,14 +88,14 @@ std::string date_of(std::span<const uint8_t> bytes) {
 
 /// An entry of the component parameter table, as the library has copied it.
 FirmwareComponent component_from(const uint8_t* entry) {
-    constexpr size_t fixed_part = 39;
-    const std::span<const uint8_t> head(entry, fixed_part);
+    constexpr size_t kFixedPart = 39;
+    const std::span<const uint8_t> head(entry, kFixedPart);
     const auto number = [head](size_t offset, size_t width) {
         return little_endian(head.subspan(offset, width));
     };
     const size_t active_length = head[10];
     const size_t pending_length = head[24];
-    const uint8_t* strings = entry + fixed_part;
+    const uint8_t* strings = entry + kFixedPart;
     FirmwareComponent component;
     component.classification = static_cast<uint16_t>(number(0, 2));
     component.identifier = static_cast<uint16_t>(number(2, 2));
@@ -171,16 +171,16 @@ bool FirmwareInfo::matches(const pldm_device_record& record) const {
 }
 
 FirmwareInfo read_firmware_versions(Session& session) {
-    constexpr size_t capabilities_offset = 4;
+    constexpr size_t kCapabilitiesOffset = 4;
     const std::string name = "GetFirmwareParameters";
-    const std::vector<uint8_t> answer = ask(session, get_firmware_parameters, name);
+    const std::vector<uint8_t> answer = ask(session, kGetFirmwareParameters, name);
     const Parameters parameters(answer);
     if (!parameters.complete()) {
         throw malformed(session, name, "the component table does not end inside it");
     }
     const pldm_fw_update_ctx& context = parameters.context();
     FirmwareInfo info;
-    info.capabilities = little_endian(std::span(answer).subspan(capabilities_offset, 4));
+    info.capabilities = little_endian(std::span(answer).subspan(kCapabilitiesOffset, 4));
     info.active_version = context.active_version_string;
     info.pending_version = context.pending_version_string;
     for (uint32_t i = 0; i < context.fd_components_num; ++i) {

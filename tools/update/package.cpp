@@ -22,15 +22,15 @@ namespace tool {
 namespace {
 
 // Package header of format 1.0 (DSP0267): what the library checks, but does not keep.
-constexpr size_t revision_offset = 16;
-constexpr size_t bitmap_length_offset = 32;
-constexpr size_t fixed_header_size = 36;
+constexpr size_t kRevisionOffset = 16;
+constexpr size_t kBitmapLengthOffset = 32;
+constexpr size_t kFixedHeaderSize = 36;
 
 /// A header has at most 65,535 bytes, and a descriptor that begins in it at most 65,539.
-constexpr size_t front_size_max = 0x20000;
+constexpr size_t kFrontSizeMax = 0x20000;
 
 /// Offset and size of a component have 32 bits each: nothing behind this can belong to a package.
-constexpr uint64_t package_size_max = uint64_t{0xFFFFFFFF} * 2;
+constexpr uint64_t kPackageSizeMax = uint64_t{0xFFFFFFFF} * 2;
 
 /// PackageHeaderIdentifier of the later formats, which are laid out in other ways.
 struct HeaderFormat {
@@ -38,7 +38,7 @@ struct HeaderFormat {
     std::array<uint8_t, 16> identifier;
 };
 
-constexpr HeaderFormat later_formats[] = {
+constexpr HeaderFormat kLaterFormats[] = {
     {"1.1",
      {0x12, 0x44, 0xD2, 0x64, 0x8D, 0x7D, 0x47, 0x18, 0xA0, 0x30, 0xFC, 0x8A, 0x56, 0x58, 0x7D,
       0x5A}},
@@ -56,7 +56,7 @@ struct CloseFile {
 using OpenFile = std::unique_ptr<FILE, CloseFile>;
 
 Failure unusable(const std::string& path, const std::string& why) {
-    return {ExitStatus::input, path + ": " + why};
+    return {ExitStatus::kInput, path + ": " + why};
 }
 
 /// Opens without waiting: a FIFO would have the tool wait for its other end.
@@ -73,9 +73,9 @@ OpenFile open_package(const std::string& path, uint64_t& size) {
                        S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "this is no regular file");
     }
     size = static_cast<uint64_t>(status.st_size);
-    if (size > package_size_max) {
+    if (size > kPackageSizeMax) {
         throw unusable(path, fmt::format("the file has {} bytes, a package has at most {}", size,
-                                         package_size_max));
+                                         kPackageSizeMax));
     }
     return file;
 }
@@ -83,7 +83,7 @@ OpenFile open_package(const std::string& path, uint64_t& size) {
 PackageHeader read_header(const std::string& path) {
     PackageHeader header;
     const OpenFile file = open_package(path, header.file_size);
-    header.bytes.resize(static_cast<size_t>(std::min<uint64_t>(header.file_size, front_size_max)));
+    header.bytes.resize(static_cast<size_t>(std::min<uint64_t>(header.file_size, kFrontSizeMax)));
     header.bytes.resize(std::fread(header.bytes.data(), 1, header.bytes.size(), file.get()));
     if (std::ferror(file.get()) != 0) {
         throw unusable(path, std::strerror(errno));
@@ -98,21 +98,21 @@ std::string refusal(const PackageHeader& header) {
         return bytes.size() >= identifier.size() &&
                std::equal(identifier.begin(), identifier.end(), bytes.begin());
     };
-    for (const HeaderFormat& format : later_formats) {
+    for (const HeaderFormat& format : kLaterFormats) {
         if (begins_with(format.identifier)) {
             return fmt::format("package header format {} ({}) is not supported, only 1.0",
                                format.version, hex(format.identifier));
         }
     }
-    if (!begins_with(package_identifier)) {
+    if (!begins_with(kPackageIdentifier)) {
         return "this is no PLDM firmware package";
     }
-    if (bytes.size() < fixed_header_size || bytes.size() < header.size()) {
+    if (bytes.size() < kFixedHeaderSize || bytes.size() < header.size()) {
         return "the file ends inside the package header";
     }
     const bool sealed =
-        header.size() >= checksum_size &&
-        header.checksum() == header.number(header.size() - checksum_size, checksum_size);
+        header.size() >= kChecksumSize &&
+        header.checksum() == header.number(header.size() - kChecksumSize, kChecksumSize);
     return sealed ? "the package header contradicts itself" : "the header checksum is wrong";
 }
 
@@ -126,20 +126,20 @@ uint32_t PackageHeader::number(size_t offset, size_t width) const {
 }
 
 uint32_t PackageHeader::size() const {
-    return number(header_size_offset, 2);
+    return number(kHeaderSizeOffset, 2);
 }
 
 uint8_t PackageHeader::revision() const {
-    return static_cast<uint8_t>(number(revision_offset, 1));
+    return static_cast<uint8_t>(number(kRevisionOffset, 1));
 }
 
 uint32_t PackageHeader::bitmap_bits() const {
-    return number(bitmap_length_offset, 2);
+    return number(kBitmapLengthOffset, 2);
 }
 
 uint32_t PackageHeader::checksum() const {
     const size_t stated = size();
-    const size_t covered = stated >= checksum_size ? stated - checksum_size : 0;
+    const size_t covered = stated >= kChecksumSize ? stated - kChecksumSize : 0;
     return CRC32(0, bytes.data(), std::min(covered, bytes.size()));
 }
 

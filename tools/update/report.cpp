@@ -15,7 +15,7 @@ namespace {
 /// The largest piece that the device may ask for: that of the device tables' rows for its vendor.
 /// One vendor has a row in both; what the smaller of the two takes suits the other one too.
 uint32_t transfer_size_for(const Endpoint& endpoint, const FirmwareInfo& info) {
-    const bool pcie = endpoint.transport == Transport::pcie;
+    const bool pcie = endpoint.transport == Transport::kPcie;
     const uint32_t usual = pcie ? 128 : 56;
     const std::optional<uint16_t> vendor = info.pci_vendor();
     if (!vendor) {
@@ -142,8 +142,8 @@ UpdateReport update_firmware(Port& port, Session& session, const ParsedPackage& 
     report.bytes = update.bytes();
     report.duration_us = port.now_us() - begin;
     // A device that activates by itself is back behind that time.
-    constexpr uint16_t patience_s = 300;
-    port.wait_us(uint64_t{std::min(record.activation_s, patience_s)} * 1000000);
+    constexpr uint16_t kPatienceS = 300;
+    port.wait_us(uint64_t{std::min(record.activation_s, kPatienceS)} * 1000000);
     report.after = read_firmware_versions(session);
     return report;
 }

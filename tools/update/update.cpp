@@ -12,22 +12,22 @@ namespace tool {
 namespace {
 
 /// The platform's task whose progress is reported: the tool runs one at a time.
-constexpr uint32_t task = 1;
+constexpr uint32_t kTask = 1;
 
 // Commands of firmware update (DSP0267) that mean something to the record.
-constexpr uint8_t request_update = 0x10;
-constexpr uint8_t pass_component_table = 0x13;
-constexpr uint8_t update_component = 0x14;
-constexpr uint8_t request_firmware_data = 0x15;
-constexpr uint8_t transfer_complete = 0x16;
-constexpr uint8_t verify_complete = 0x17;
-constexpr uint8_t apply_complete = 0x18;
-constexpr uint8_t activate_firmware = 0x1A;
-constexpr uint8_t activation_not_required = 0x8B;
+constexpr uint8_t kRequestUpdate = 0x10;
+constexpr uint8_t kPassComponentTable = 0x13;
+constexpr uint8_t kUpdateComponent = 0x14;
+constexpr uint8_t kRequestFirmwareData = 0x15;
+constexpr uint8_t kTransferComplete = 0x16;
+constexpr uint8_t kVerifyComplete = 0x17;
+constexpr uint8_t kApplyComplete = 0x18;
+constexpr uint8_t kActivateFirmware = 0x1A;
+constexpr uint8_t kActivationNotRequired = 0x8B;
 
-constexpr size_t command_offset = 2;
-constexpr size_t code_offset = 3;
-constexpr uint8_t apply_state = 5;
+constexpr size_t kCommandOffset = 2;
+constexpr size_t kCodeOffset = 3;
+constexpr uint8_t kApplyState = 5;
 
 bool is_mark(uint8_t code) {
     return code == PLDM_FW_MARK_PASS_COMPONENT_TABLE || code == PLDM_FW_MARK_UPDATE_COMPONENT ||
@@ -36,8 +36,8 @@ bool is_mark(uint8_t code) {
 
 /// Whether a request belongs to the update itself; others may fail without harm.
 bool is_step(uint8_t command) {
-    return command == request_update || command == activate_firmware ||
-           command == update_component || command == pass_component_table;
+    return command == kRequestUpdate || command == kActivateFirmware ||
+           command == kUpdateComponent || command == kPassComponentTable;
 }
 
 }  // namespace
@@ -45,7 +45,7 @@ bool is_step(uint8_t command) {
 FirmwareUpdate::FirmwareUpdate(Session& session, const Port& port, Progress* progress)
     : session_(session), port_(port), progress_(progress) {
     link_.update = this;
-    link_.context.task_id = task;
+    link_.context.task_id = kTask;
 }
 
 /// Binds the terminus and puts the operations of this object before the library's.
@@ -85,16 +85,16 @@ const UpdateRecord& FirmwareUpdate::run(const std::string& package, uint32_t tra
 
 /// CancelUpdate, over the session: the context has given up its terminus.
 void FirmwareUpdate::leave_update_mode() {
-    constexpr int attempts = 4;
-    constexpr uint8_t request_bit = 0x80;
+    constexpr int kAttempts = 4;
+    constexpr uint8_t kRequestBit = 0x80;
     record_.cancelled = true;
-    for (int i = 0; i < attempts; ++i) {
+    for (int i = 0; i < kAttempts; ++i) {
         pldm_fw_update_ctx context{};
         context.pldm = session_.pldm();
         pldm_cancel_update(&context);
         const std::span<const uint8_t> answer = session_.last_answer();
-        if (answer.size() > code_offset && (answer[0] & request_bit) == 0) {
-            record_.cancel_code = answer[code_offset];
+        if (answer.size() > kCodeOffset && (answer[0] & kRequestBit) == 0) {
+            record_.cancel_code = answer[kCodeOffset];
             return;
         }
         // Over SMBus a request of the device that lies in the queue is taken for the answer. It
@@ -132,7 +132,7 @@ int32_t FirmwareUpdate::receive(pldm_ctx* pldm, int32_t capacity, uint8_t* buffe
         // The agent would wait out the device's silence after an error. A request that comes out
         // of turn ends its loop at once; the answer, where it wants to give one, is not sent.
         pldm_fw_update_request_init(buffer);
-        buffer[command_offset] = verify_complete;
+        buffer[kCommandOffset] = kVerifyComplete;
         return 0;
     }
     const int32_t result = self.operations_.recv_op(pldm, capacity, buffer);
@@ -175,18 +175,18 @@ int32_t FirmwareUpdate::transfer(pldm_ctx* pldm, uint32_t request_length, int32_
 
 void FirmwareUpdate::note_exchange(const uint8_t* request, int32_t result,
                                    std::span<const uint8_t> response) {
-    const uint8_t command = request[command_offset];
-    const bool answered = response.size() > code_offset;
-    const uint8_t code = answered ? response[code_offset] : uint8_t{0};
+    const uint8_t command = request[kCommandOffset];
+    const bool answered = response.size() > kCodeOffset;
+    const uint8_t code = answered ? response[kCodeOffset] : uint8_t{0};
     record_.exchanged = true;
-    if (command == request_update) {
+    if (command == kRequestUpdate) {
         record_.accepted = false;
         record_.refusal.reset();
     }
-    if (command == update_component) {
+    if (command == kUpdateComponent) {
         record_.current = component_index();
     }
-    const bool harmless = command == activate_firmware && code == activation_not_required;
+    const bool harmless = command == kActivateFirmware && code == kActivationNotRequired;
     if (result != 0 && !harmless) {
         if (is_step(command) && !record_.refusal) {
             record_.refusal.emplace(UpdateRecord::Refusal{command, {}});
@@ -195,15 +195,15 @@ void FirmwareUpdate::note_exchange(const uint8_t* request, int32_t result,
             } else {
                 record_.refusal->silence = silence();
             }
-            record_.component = command == update_component ? record_.current : std::nullopt;
+            record_.component = command == kUpdateComponent ? record_.current : std::nullopt;
         }
         return;
     }
-    if (command == request_update) {
+    if (command == kRequestUpdate) {
         note_accepted();
-    } else if (command == update_component) {
+    } else if (command == kUpdateComponent) {
         note_offer(response);
-    } else if (command == activate_firmware) {
+    } else if (command == kActivateFirmware) {
         record_.activated = true;
         record_.activation_s =
             response.size() >= 6 ? static_cast<uint16_t>(little_endian(response.subspan(4, 2))) : 0;
@@ -225,49 +225,49 @@ void FirmwareUpdate::note_accepted() {
 
 /// The device has answered UpdateComponent: what it has of the last component counts no more.
 void FirmwareUpdate::note_offer(std::span<const uint8_t> response) {
-    constexpr size_t compatibility = 4;
-    constexpr size_t compatibility_code = 5;
+    constexpr size_t kCompatibility = 4;
+    constexpr size_t kCompatibilityCode = 5;
     reached_ = 0;
-    if (response.size() > compatibility_code && response[compatibility] != 0 &&
+    if (response.size() > kCompatibilityCode && response[kCompatibility] != 0 &&
         !record_.component_refusal) {
-        record_.component_refusal = response[compatibility_code];
+        record_.component_refusal = response[kCompatibilityCode];
         record_.component = record_.current;
     }
 }
 
 void FirmwareUpdate::note_request(const uint8_t* request) {
     std::copy_n(request, request_.size(), request_.begin());
-    record_.last_request = request[command_offset];
+    record_.last_request = request[kCommandOffset];
 }
 
 /// The agent has answered the device's last request.
 void FirmwareUpdate::note_answer(std::span<const uint8_t> answer) {
     const uint8_t command = record_.last_request;
-    const uint8_t code = answer.size() > code_offset ? answer[code_offset] : 0;
+    const uint8_t code = answer.size() > kCodeOffset ? answer[kCodeOffset] : 0;
     if (code != 0) {
         record_.answered = UpdateRecord::Refusal{command, code};
         return;
     }
-    if (command == request_firmware_data) {
+    if (command == kRequestFirmwareData) {
         const uint64_t end = uint64_t{little_endian(std::span(request_).subspan(3, 4))} +
                              little_endian(std::span(request_).subspan(7, 4));
         reached_ = std::min<uint64_t>(std::max(reached_, end), component_size());
         return;
     }
-    if (command < transfer_complete || command > apply_complete) {
+    if (command < kTransferComplete || command > kApplyComplete) {
         return;
     }
-    const uint8_t result = request_[code_offset];
-    const bool good = result == 0 || (command == apply_complete && result == 1);
+    const uint8_t result = request_[kCodeOffset];
+    const bool good = result == 0 || (command == kApplyComplete && result == 1);
     if (!good && !record_.result) {
         record_.result = result;
         record_.component = component_index();
     }
-    if (good && command == transfer_complete) {
+    if (good && command == kTransferComplete) {
         finished_ += component_size();
         reached_ = 0;
     }
-    if (good && command == apply_complete && link_.context.state == apply_state) {
+    if (good && command == kApplyComplete && link_.context.state == kApplyState) {
         ++record_.applied;
     }
 }
@@ -293,7 +293,7 @@ uint32_t FirmwareUpdate::component_size() const {
 
 void FirmwareUpdate::show() {
     if (progress_ != nullptr) {
-        progress_->show(port_.task_percentage(task), bytes(), total_);
+        progress_->show(port_.task_percentage(kTask), bytes(), total_);
     }
 }
 

@@ -29,8 +29,9 @@ public:
     explicit File(const std::string& path)
         : fd_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
     ~File() {
-        if (fd_ >= 0)
+        if (fd_ >= 0) {
             close(fd_);
+        }
     }
     File(const File&) = delete;
     File& operator=(const File&) = delete;
@@ -44,37 +45,44 @@ private:
 /// Why a file is not even looked into; nothing where it can be.
 std::optional<std::string> objection(const File& file) {
     struct stat status {};
-    if (file.fd() < 0 || fstat(file.fd(), &status) != 0)
+    if (file.fd() < 0 || fstat(file.fd(), &status) != 0) {
         return std::strerror(errno);
-    if (S_ISDIR(status.st_mode))
+    }
+    if (S_ISDIR(status.st_mode)) {
         return std::strerror(EISDIR);
-    if (!S_ISREG(status.st_mode))
+    }
+    if (!S_ISREG(status.st_mode)) {
         return "is not a regular file";
+    }
     return std::nullopt;
 }
 
 /// @return why the text could not be read whole; nothing where it was
 std::optional<std::string> read_file(const std::string& path, std::string& text) {
     const File file(path);
-    if (std::optional<std::string> reason = objection(file))
+    if (std::optional<std::string> reason = objection(file)) {
         return reason;
+    }
     char buffer[4096];
     ssize_t got = 0;
     while ((got = read(file.fd(), buffer, sizeof buffer)) > 0) {
         text.append(buffer, static_cast<size_t>(got));
-        if (text.size() > Board::kLongestFile)
+        if (text.size() > Board::kLongestFile) {
             return "is longer than " + std::to_string(Board::kLongestFile) +
                    " bytes, the most that a board file may have";
+        }
     }
     return got < 0 ? std::optional<std::string>(std::strerror(errno)) : std::nullopt;
 }
 
 std::string line_of(const BoardError& error, const std::string& file) {
     std::string out = file;
-    if (error.line > 0)
+    if (error.line > 0) {
         out += ":" + std::to_string(error.line);
-    if (!error.key.empty())
+    }
+    if (!error.key.empty()) {
         out += ": " + error.key;
+    }
     return out + ": " + error.text;
 }
 
@@ -83,18 +91,21 @@ std::string line_of(const BoardError& error, const std::string& file) {
 std::string BoardError::message(std::string_view file) const {
     const std::string name = shown(file, kLongestName);
     std::string out = line_of(*this, name);
-    for (const BoardError& other : others)
+    for (const BoardError& other : others) {
         out += "\n" + line_of(other, name);
-    if (left_out > 0)
+    }
+    if (left_out > 0) {
         out += "\n" + name + ": " + "at least " + std::to_string(left_out) + " more errors";
+    }
     return out;
 }
 
 Board::Board(std::unique_ptr<BoardState> state) : state_(std::move(state)) {}
 
 Board::~Board() {
-    if (current() == this)
+    if (current() == this) {
         use(nullptr);
+    }
 }
 
 std::unique_ptr<Board> Board::parse(std::string_view text, BoardError& error) {
@@ -141,8 +152,9 @@ void Board::advance_us(uint64_t microseconds) {
 std::vector<BusStatistics> Board::bus_statistics() const {
     std::lock_guard guard(state_->mutex);
     std::vector<BusStatistics> all;
-    for (const auto& bus : state_->buses)
+    for (const auto& bus : state_->buses) {
         all.push_back(bus->statistics());
+    }
     return all;
 }
 
@@ -206,8 +218,9 @@ NvmeDrive* Board::nvme(const std::string& device) {
 std::optional<plt_card_info> Board::card(const std::string& device) const {
     std::lock_guard guard(state_->mutex);
     const Device* found = state_->find_device(device);
-    if (found == nullptr || !found->card())
+    if (found == nullptr || !found->card()) {
         return std::nullopt;
+    }
     plt_card_info info{};
     info.flags = found->card()->flags;
     info.vendor_id = found->card()->vendor_id;
@@ -219,10 +232,13 @@ std::optional<plt_card_info> Board::card(const std::string& device) const {
 
 void Board::set_main_power(bool on) {
     std::lock_guard guard(state_->mutex);
-    if (state_->main_power && !on)
-        for (const auto& device : state_->devices)
-            if (!device->standby())
+    if (state_->main_power && !on) {
+        for (const auto& device : state_->devices) {
+            if (!device->standby()) {
                 device->reset();
+            }
+        }
+    }
     state_->main_power = on;
 }
 
@@ -265,28 +281,33 @@ bool Board::add_fault(const std::string& device, std::string_view fault_json, Bo
     attempt([&] {
         const Node root = parse_json(fault_json, errors);
         const Fault fault = read_fault(Place{&root, "", &errors});
-        if (errors.empty())
+        if (errors.empty()) {
             found->faults().add(fault);
+        }
     });
-    if (errors.empty())
+    if (errors.empty()) {
         return true;
+    }
     error = errors.take();
     return false;
 }
 
 void Board::clear_faults(const std::string& device) {
     std::lock_guard guard(state_->mutex);
-    if (Device* found = state_->find_device(device))
+    if (Device* found = state_->find_device(device)) {
         found->faults().clear();
+    }
 }
 
 bool Board::start_capture(const std::string& path, std::string& error) {
     std::lock_guard guard(state_->mutex);
     std::vector<CaptureBus> buses;
-    for (const auto& bus : state_->buses)
-        buses.push_back({bus->number(), bus->statistics().clock_hz, Transport::i2c});
-    if (!state_->pcie.devices().empty())
-        buses.push_back({0, 0, Transport::pcie});
+    for (const auto& bus : state_->buses) {
+        buses.push_back({bus->number(), bus->statistics().clock_hz, Transport::kI2c});
+    }
+    if (!state_->pcie.devices().empty()) {
+        buses.push_back({0, 0, Transport::kPcie});
+    }
     return state_->tap.capture().start(path, buses, error);
 }
 

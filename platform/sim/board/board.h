@@ -31,11 +31,11 @@ struct BoardError {
     std::string message(std::string_view file) const;
 };
 
-enum class Transport { i2c, pcie };
+enum class Transport { kI2c, kPcie };
 
 struct SensorInfo {
     uint16_t id = 0;
-    enum class Kind { numeric, state } kind = Kind::numeric;
+    enum class Kind { kNumeric, kState } kind = Kind::kNumeric;
     std::string name;
     std::string unit;             ///< numeric: e.g. "degC"; empty where the board file has none
     uint8_t composite_count = 1;  ///< state: composite sensors
@@ -49,7 +49,7 @@ struct SensorInfo {
 struct EndpointInfo {
     std::string name;
     std::string type;
-    Transport transport = Transport::i2c;
+    Transport transport = Transport::kI2c;
     uint8_t binding_kind = 0;  ///< 0 SMBus, 2 PCIe, 3 SMBus with software PEC
     uint8_t bus = 0;
     uint8_t address = 0;  ///< 8-bit slave address

@@ -18,18 +18,19 @@ constexpr int kMostChannels = 8;
 constexpr size_t kMostDevices = 1024;
 
 const std::map<std::string, DeviceMaker>& device_makers() {
-    static const std::map<std::string, DeviceMaker> makers = {
+    static const std::map<std::string, DeviceMaker> kMakers = {
         {"bus_owner", make_bus_owner}, {"mpio", make_mpio},        {"ncsi", make_ncsi_device},
         {"nvme", make_nvme_device},    {"pldm", make_pldm_device}, {"replay", make_replay_device},
     };
-    return makers;
+    return kMakers;
 }
 
 void read_bmc(BoardState& board, const Place& place) {
     ObjectReader reader(place);
     board.bmc_eid = static_cast<uint8_t>(reader.whole("eid", 0, 254, board.bmc_eid));
-    if (board.bmc_eid > 0 && board.bmc_eid < 8)
+    if (board.bmc_eid > 0 && board.bmc_eid < 8) {
         reader.complain("eid", "must be 0 or from 8 to 254");
+    }
     board.bmc_address = reader.address("address", board.bmc_address);
     reader.finish();
 }
@@ -42,8 +43,9 @@ void read_power(BoardState& board, const Place& place) {
     board.global_var.standby_override =
         static_cast<uint8_t>(reader.whole("standby_override", 0, 255, 0));
     board.policy_off = reader.flag("policy_off", false);
-    if (reader.flag("standby_devices", false))
+    if (reader.flag("standby_devices", false)) {
         board.platform_record.flags |= PLT_FLAG_STANDBY_DEVICES;
+    }
     reader.finish();
 }
 
@@ -52,13 +54,14 @@ void read_platform(BoardState& board, const Place& place) {
     board.platform_record.identifier =
         static_cast<uint16_t>(reader.whole("identifier", 0, 0xFFFF, 0));
     if (std::optional<Place> state = reader.find("mpio_state")) {
-        const bool wanted = state->node->kind == Node::Kind::string && state->text() == "wanted";
+        const bool wanted = state->node->kind == Node::Kind::kString && state->text() == "wanted";
         board.global_sec_var.mpio_state =
             wanted ? PLT_MPIO_WANTED : static_cast<uint32_t>(state->whole(0, 254));
         board.global_var.mpio_bringup_pending = wanted ? 1 : 0;
     }
-    if (reader.flag("mpio_ready", false))
+    if (reader.flag("mpio_ready", false)) {
         board.files.emplace("/nv/mpio.ready");
+    }
     board.pcie_open_fails = reader.flag("pcie_open_fails", false);
     reader.finish();
 }
@@ -67,14 +70,16 @@ MuxHop read_hop(const Place& place, const I2cBus& bus) {
     ObjectReader reader(place);
     MuxHop hop{reader.address("address"), 0};
     const Mux* mux = bus.find_mux(hop.address);
-    if (mux == nullptr)
+    if (mux == nullptr) {
         reader.complain("address", "is not a multiplexer that stands before it on bus " +
                                        std::to_string(bus.number()));
+    }
     hop.channel = static_cast<uint8_t>(
         reader.whole("channel", 0, (mux != nullptr ? mux->channels : kMostChannels) - 1));
     reader.finish();
-    if (mux == nullptr)
+    if (mux == nullptr) {
         throw FileError{};
+    }
     return hop;
 }
 
@@ -82,26 +87,30 @@ void read_mux(const BoardState& board, I2cBus& bus, const Place& place) {
     ObjectReader reader(place);
     Mux mux;
     mux.address = reader.address("address");
-    if (mux.address == board.bmc_address || bus.find_mux(mux.address) != nullptr)
+    if (mux.address == board.bmc_address || bus.find_mux(mux.address) != nullptr) {
         reader.complain("address", "is in use on this bus");
+    }
     mux.channels = static_cast<uint8_t>(reader.whole("channels", 1, kMostChannels, kMostChannels));
     reader.within("behind", [&](const Place& behind) {
         const MuxHop hop = read_hop(behind, bus);
-        if (bus.path_to(hop).size() >= kLongestMuxPath)
+        if (bus.path_to(hop).size() >= kLongestMuxPath) {
             behind.fail("makes a chain of more than " + std::to_string(kLongestMuxPath) +
                         " multiplexers");
+        }
         mux.behind = hop;
     });
     reader.finish();
-    if (bus.find_mux(mux.address) == nullptr)
+    if (bus.find_mux(mux.address) == nullptr) {
         bus.add_mux(mux);
+    }
 }
 
 void read_bus(BoardState& board, const Place& place) {
     ObjectReader reader(place);
     const auto number = static_cast<uint8_t>(reader.whole("bus", 0, 255));
-    if (board.find_bus(number) != nullptr)
+    if (board.find_bus(number) != nullptr) {
         reader.complain("bus", "is the number of another bus");
+    }
     const auto clock_hz =
         static_cast<uint32_t>(reader.whole("clock_hz", kSlowestClockHz, kFastestClockHz, 100'000));
     board.buses.push_back(std::make_unique<I2cBus>(
@@ -116,10 +125,12 @@ Uuid uuid_of(const std::string& name) {
     Uuid uuid{};
     for (size_t half = 0; half < 2; ++half) {
         uint64_t hash = 0xCBF29CE484222325u + half;
-        for (char c : name)
+        for (char c : name) {
             hash = (hash ^ static_cast<uint8_t>(c)) * 0x100000001B3u;
-        for (size_t i = 0; i < 8; ++i)
+        }
+        for (size_t i = 0; i < 8; ++i) {
             uuid[8 * half + i] = static_cast<uint8_t>(hash >> (8 * i));
+        }
     }
     uuid[6] = static_cast<uint8_t>(0x80 | (uuid[6] & 0x0F));  // RFC 9562: version 8, custom
     uuid[8] = static_cast<uint8_t>(0x80 | (uuid[8] & 0x3F));
@@ -128,16 +139,18 @@ Uuid uuid_of(const std::string& name) {
 
 Uuid read_uuid(ObjectReader& reader, const std::string& name) {
     std::optional<Place> place = reader.find("uuid");
-    if (!place)
+    if (!place) {
         return uuid_of(name);
+    }
     std::string digits = place->text();
     std::erase(digits, '-');
     const std::optional<Bytes> bytes = from_hex(digits);
     Uuid uuid{};
-    if (bytes && bytes->size() == uuid.size())
+    if (bytes && bytes->size() == uuid.size()) {
         std::ranges::copy(*bytes, uuid.begin());
-    else
+    } else {
         place->complain("must have 32 hex digits");
+    }
     return uuid;
 }
 
@@ -155,23 +168,26 @@ std::optional<Bdf> read_bdf(ObjectReader& reader) {
     const Place place = reader.require("bdf");
     std::string digits = place.text();
     const bool shaped = digits.size() == 7 && digits[2] == ':' && digits[5] == '.';
-    if (shaped)
+    if (shaped) {
         digits = digits.substr(0, 2) + digits.substr(3, 2) + "0" + digits.substr(6);
+    }
     const std::optional<Bytes> bytes = shaped ? from_hex(digits) : std::nullopt;
-    if (bytes && (*bytes)[1] <= 0x1F && (*bytes)[2] <= 7)
+    if (bytes && (*bytes)[1] <= 0x1F && (*bytes)[2] <= 7) {
         return Bdf{(*bytes)[0], (*bytes)[1], (*bytes)[2]};
+    }
     place.complain("must be bus, device and function in hex, such as 47:00.0");
     return std::nullopt;
 }
 
 void read_pcie_place(const BoardState& board, ObjectReader& reader, DeviceConfig& config) {
-    config.where.transport = Transport::pcie;
+    config.where.transport = Transport::kPcie;
     config.where.binding_kind = 2;
     const std::optional<Bdf> bdf = read_bdf(reader);
     config.where.bdf = bdf.value_or(Bdf{});
     const Device* other = bdf ? board.pcie.find(*bdf) : nullptr;
-    if (other != nullptr)
+    if (other != nullptr) {
         reader.complain("bdf", "is in use by " + other->info().name);
+    }
     config.where.pcie_param = static_cast<uint32_t>(reader.whole("read_timeout_ms", 0, 0xFFFF, 0));
     config.transmission_unit = static_cast<size_t>(reader.whole("transmission_unit", 1, 250, 64));
 }
@@ -179,13 +195,17 @@ void read_pcie_place(const BoardState& board, ObjectReader& reader, DeviceConfig
 /// Complaints about an address that somebody else on the bus has.
 void check_address(const BoardState& board, const I2cBus& bus, const ObjectReader& reader,
                    const DeviceConfig& config) {
-    if (config.where.address == board.bmc_address)
+    if (config.where.address == board.bmc_address) {
         reader.complain("address", "is the BMC's own");
-    if (bus.find_mux(config.where.address) != nullptr)
+    }
+    if (bus.find_mux(config.where.address) != nullptr) {
         reader.complain("address", "is that of a multiplexer");
-    for (const Device* other : bus.devices())
-        if (collide(*other, config))
+    }
+    for (const Device* other : bus.devices()) {
+        if (collide(*other, config)) {
             reader.complain("address", "is in use by " + other->info().name);
+        }
+    }
 }
 
 void read_address(const BoardState& board, ObjectReader& reader, DeviceConfig& config) {
@@ -196,12 +216,14 @@ void read_address(const BoardState& board, ObjectReader& reader, DeviceConfig& c
     const std::optional<Place> mux = reader.find("mux");
     if (bus == nullptr) {
         // It may be the one that could not be read.
-        if (board.buses_whole)
+        if (board.buses_whole) {
             number.complain("is not among the board's buses");
+        }
         return;
     }
-    if (mux)
+    if (mux) {
         attempt([&] { config.path = bus->path_to(read_hop(*mux, *bus)); });
+    }
     config.where.mux = encode_mux(config.path);
     check_address(board, *bus, reader, config);
 }
@@ -222,22 +244,25 @@ void read_i2c_place(const BoardState& board, ObjectReader& reader, DeviceConfig&
 CardInfo read_card(const BoardState& board, const Place& place, const EndpointInfo& where) {
     ObjectReader reader(place);
     CardInfo card;
-    const bool placed = where.transport == Transport::pcie;
+    const bool placed = where.transport == Transport::kPcie;
     const std::optional<Bdf> bdf = placed ? where.bdf : read_bdf(reader);
     if (bdf) {
         card.bus = (*bdf)[0];
         card.device = (*bdf)[1];
-        if ((*bdf)[2] != 0)
+        if ((*bdf)[2] != 0) {
             place.complain("must be function 0 of its device");
-        if (const Device* other = board.find_card(card.bus, card.device))
+        }
+        if (const Device* other = board.find_card(card.bus, card.device)) {
             place.complain("is in the place of " + other->info().name);
+        }
     }
     card.vendor_id = static_cast<uint16_t>(reader.whole("vendor_id", 0, 0xFFFF));
     card.flags = static_cast<uint32_t>(reader.whole("flags", 0, 0xFFFFFFFF, 0));
     card.slot = static_cast<uint8_t>(reader.whole("slot", 0, 255, 0));
     reader.finish();
-    if (!bdf)
+    if (!bdf) {
         throw FileError{};
+    }
     return card;
 }
 
@@ -245,17 +270,22 @@ DeviceConfig read_device_config(const BoardState& board, std::set<std::string>& 
                                 ObjectReader& reader) {
     DeviceConfig config;
     config.where.name = reader.text("name");
-    if (config.where.name.empty() || config.where.name.find_first_of(": \t\n") != std::string::npos)
+    if (config.where.name.empty() ||
+        config.where.name.find_first_of(": \t\n") != std::string::npos) {
         reader.complain("name", "must be a word without colons");
-    if (!names.insert(config.where.name).second)
+    }
+    if (!names.insert(config.where.name).second) {
         reader.complain("name", "is the name of another device");
-    if (reader.choice("transport", {"i2c", "pcie"}, 0) == 1)
+    }
+    if (reader.choice("transport", {"i2c", "pcie"}, 0) == 1) {
         read_pcie_place(board, reader, config);
-    else
+    } else {
         read_i2c_place(board, reader, config);
+    }
     config.eid = static_cast<uint8_t>(reader.whole("eid", 0, 254, 0));
-    if (config.eid > 0 && config.eid < 8)
+    if (config.eid > 0 && config.eid < 8) {
         reader.complain("eid", "must be 0 or from 8 to 254");
+    }
     config.uuid = read_uuid(reader, config.where.name);
     config.response_us = static_cast<uint64_t>(reader.whole("response_us", 0, kLongestWaitUs, 500));
     config.lenient_eom = reader.flag("lenient_eom", true);
@@ -271,11 +301,13 @@ DeviceMaker read_type(ObjectReader& reader, std::string& type) {
     const Place place = reader.require("type");
     type = place.text();
     const auto maker = device_makers().find(type);
-    if (maker != device_makers().end())
+    if (maker != device_makers().end()) {
         return maker->second;
+    }
     std::string all;
-    for (const auto& each : device_makers())
+    for (const auto& each : device_makers()) {
         all += (all.empty() ? "" : ", ") + each.first;
+    }
     place.complain("must be one of " + all);
     return nullptr;
 }
@@ -287,26 +319,30 @@ void read_device(BoardState& board, std::set<std::string>& names, const Place& p
     const DeviceMaker maker = read_type(reader, type);
     DeviceConfig config = read_device_config(board, names, reader);
     config.where.type = type;
-    if (maker == nullptr)
+    if (maker == nullptr) {
         return;
+    }
     std::unique_ptr<Device> device = maker(reader, config, board.clock);
     reader.finish();
     I2cBus* bus = board.find_bus(config.where.bus);
-    const bool on_pcie = config.where.transport == Transport::pcie;
+    const bool on_pcie = config.where.transport == Transport::kPcie;
     // One with errors might stand in the place of another.
-    if (!reader.sound() || device == nullptr || (!on_pcie && bus == nullptr))
+    if (!reader.sound() || device == nullptr || (!on_pcie && bus == nullptr)) {
         return;
-    if (on_pcie)
+    }
+    if (on_pcie) {
         board.pcie.attach(*device);
-    else
+    } else {
         bus->attach(*device);
+    }
     board.endpoints.push_back(device->info());
     board.devices.push_back(std::move(device));
 }
 
 void read_devices(BoardState& board, const Place& devices) {
-    if (devices.node->items.size() > kMostDevices)
+    if (devices.node->items.size() > kMostDevices) {
         devices.fail("must have at most " + std::to_string(kMostDevices) + " devices");
+    }
     std::set<std::string> names;
     devices.each([&](const Place& device) { read_device(board, names, device); });
 }
@@ -323,10 +359,11 @@ std::unique_ptr<BoardState> read_board(const Place& root) {
     const Place buses = reader.require("buses");
     const size_t before = root.errors->size();
     buses.each([&](const Place& bus) { read_bus(*board, bus); });
-    if (board->buses.empty())
+    if (board->buses.empty()) {
         buses.complain("must have at least one bus");
-    else
+    } else {
         board->platform_record.default_i2c_channel = board->buses.front()->number();
+    }
     board->buses_whole = root.errors->size() == before;
     reader.within("devices", [&](const Place& devices) { read_devices(*board, devices); });
     reader.finish();

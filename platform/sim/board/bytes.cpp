@@ -32,8 +32,9 @@ void append_be32(Bytes& out, uint32_t value) {
 
 void append_whole(Bytes& out, double value, size_t width) {
     const auto bits = static_cast<uint64_t>(static_cast<int64_t>(value));
-    for (size_t i = 0; i < width; ++i)
+    for (size_t i = 0; i < width; ++i) {
         out.push_back(static_cast<uint8_t>(bits >> (8 * i)));
+    }
 }
 
 void append_real32(Bytes& out, double value) {
@@ -41,13 +42,15 @@ void append_real32(Bytes& out, double value) {
 }
 
 void put_le(Bytes& out, size_t offset, uint64_t value, size_t width) {
-    for (size_t i = 0; i < width; ++i)
+    for (size_t i = 0; i < width; ++i) {
         out[offset + i] = static_cast<uint8_t>(value >> (8 * i));
+    }
 }
 
 void put_text(Bytes& out, size_t offset, std::string_view text, size_t width) {
-    for (size_t i = 0; i < width; ++i)
+    for (size_t i = 0; i < width; ++i) {
         out[offset + i] = i < text.size() ? static_cast<uint8_t>(text[i]) : ' ';
+    }
 }
 
 uint16_t le16(ByteView bytes, size_t offset) {
@@ -71,35 +74,40 @@ uint32_t be32(ByteView bytes, size_t offset) {
 }
 
 static int digit(char c) {
-    if (c >= '0' && c <= '9')
+    if (c >= '0' && c <= '9') {
         return c - '0';
-    if (c >= 'a' && c <= 'f')
+    }
+    if (c >= 'a' && c <= 'f') {
         return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
+    }
+    if (c >= 'A' && c <= 'F') {
         return c - 'A' + 10;
+    }
     return -1;
 }
 
 std::optional<Bytes> from_hex(std::string_view text) {
-    if (text.size() % 2 != 0)
+    if (text.size() % 2 != 0) {
         return std::nullopt;
+    }
     Bytes out;
     for (size_t i = 0; i < text.size(); i += 2) {
         int high = digit(text[i]);
         int low = digit(text[i + 1]);
-        if (high < 0 || low < 0)
+        if (high < 0 || low < 0) {
             return std::nullopt;
+        }
         out.push_back(static_cast<uint8_t>(high * 16 + low));
     }
     return out;
 }
 
 std::string to_hex(ByteView bytes) {
-    static const char digits[] = "0123456789abcdef";
+    static const char kDigits[] = "0123456789abcdef";
     std::string out;
     for (uint8_t byte : bytes) {
-        out += digits[byte >> 4];
-        out += digits[byte & 15];
+        out += kDigits[byte >> 4];
+        out += kDigits[byte & 15];
     }
     return out;
 }
@@ -118,8 +126,9 @@ static constexpr std::array<uint8_t, 256> pec_table() {
     std::array<uint8_t, 256> table{};
     for (unsigned byte = 0; byte < table.size(); ++byte) {
         unsigned crc = byte;
-        for (int bit = 0; bit < 8; ++bit)
+        for (int bit = 0; bit < 8; ++bit) {
             crc = (crc & 0x80) != 0 ? (crc << 1 ^ 0x07) & 0xFF : crc << 1;
+        }
         table[byte] = static_cast<uint8_t>(crc);
     }
     return table;
@@ -128,8 +137,9 @@ static constexpr std::array<uint8_t, 256> pec_table() {
 uint8_t smbus_pec(ByteView bytes) {
     static constexpr auto kTable = pec_table();
     uint8_t crc = 0;
-    for (uint8_t byte : bytes)
+    for (uint8_t byte : bytes) {
         crc = kTable[crc ^ byte];
+    }
     return crc;
 }
 
@@ -140,8 +150,9 @@ static constexpr Crc32Table crc32_table(uint32_t polynomial) {
     Crc32Table table{};
     for (uint32_t byte = 0; byte < table.size(); ++byte) {
         uint32_t crc = byte;
-        for (int bit = 0; bit < 8; ++bit)
+        for (int bit = 0; bit < 8; ++bit) {
             crc = (crc & 1) != 0 ? crc >> 1 ^ polynomial : crc >> 1;
+        }
         table[byte] = crc;
     }
     return table;
@@ -149,8 +160,9 @@ static constexpr Crc32Table crc32_table(uint32_t polynomial) {
 
 static uint32_t reflected_crc(ByteView bytes, const Crc32Table& table) {
     uint32_t crc = ~0u;
-    for (uint8_t byte : bytes)
+    for (uint8_t byte : bytes) {
         crc = crc >> 8 ^ table[(crc ^ byte) & 0xFF];
+    }
     return ~crc;
 }
 

@@ -42,18 +42,21 @@ constexpr unsigned kPcieInterface = 257;
 constexpr uint64_t kEpochNs = Clock::kStartOfTimeS * 1'000'000'000;
 
 void pad(Bytes& out) {
-    while (out.size() % 4 != 0)
+    while (out.size() % 4 != 0) {
         out.push_back(0);
+    }
 }
 
 /// The front of a text that an option has room for, as its length has 16 bits: cut where a
 /// character begins, which is where no byte of UTF-8 goes on with one.
 std::string_view fitting(std::string_view text) {
-    if (text.size() <= kOptionMax)
+    if (text.size() <= kOptionMax) {
         return text;
+    }
     size_t end = kOptionMax;
-    while (end > 0 && (static_cast<uint8_t>(text[end]) & 0xC0) == 0x80)
+    while (end > 0 && (static_cast<uint8_t>(text[end]) & 0xC0) == 0x80) {
         --end;
+    }
     return text.substr(0, end);
 }
 
@@ -87,7 +90,7 @@ Bytes interface_description(const CaptureBus& bus) {
     append_le16(body, kLinkTypeLinuxSll2);
     append_le16(body, 0);
     append_le32(body, 0);  // packets are never cut
-    if (bus.transport == Transport::pcie) {
+    if (bus.transport == Transport::kPcie) {
         option(body, kOptionInterfaceName, "pcie");
         option(body, kOptionInterfaceDescription, "simulated PCIe vendor-defined messages");
     } else {
@@ -104,11 +107,11 @@ Bytes interface_description(const CaptureBus& bus) {
 
 Bytes linux_sll2(const Passing& passing) {
     Bytes out{kProtocolMctp >> 8, kProtocolMctp & 0xFF, 0, 0};
-    const bool on_pcie = passing.transport == Transport::pcie;
+    const bool on_pcie = passing.transport == Transport::kPcie;
     const unsigned interface = on_pcie ? kPcieInterface : passing.bus + 1u;
     append(out, Bytes{0, 0, static_cast<uint8_t>(interface >> 8), static_cast<uint8_t>(interface)});
     append(out, Bytes{kHardwareMctp >> 8, kHardwareMctp & 0xFF});
-    out.push_back(passing.direction == Direction::from_bmc ? kFromUs : kToUs);
+    out.push_back(passing.direction == Direction::kFromBmc ? kFromUs : kToUs);
     if (on_pcie) {
         const auto routing_id = static_cast<uint8_t>(passing.bdf[1] << 3 | passing.bdf[2]);
         append(out, Bytes{2, passing.bdf[0], routing_id, 0, 0, 0, 0, 0, 0});
@@ -143,11 +146,11 @@ std::FILE* open_for_writing(const std::string& path, std::string& error) {
 
 std::string comment_of(const Passing& passing) {
     std::string text =
-        passing.transport == Transport::pcie
+        passing.transport == Transport::kPcie
             ? "PCIe " + bdf_text(passing.bdf)
             : "bus " + std::to_string(passing.bus) + ", address " + hex_byte(passing.address);
     text += " (" + passing.device + "), ";
-    text += passing.direction == Direction::from_bmc ? "BMC to device" : "device to BMC";
+    text += passing.direction == Direction::kFromBmc ? "BMC to device" : "device to BMC";
     return passing.pec_good ? text : text + ", bad PEC";
 }
 
@@ -161,13 +164,15 @@ bool Capture::start(const std::string& path, const std::vector<CaptureBus>& buse
                     std::string& error) {
     stop();
     file_ = open_for_writing(path, error);
-    if (file_ == nullptr)
+    if (file_ == nullptr) {
         return false;
+    }
     failed_ = false;
     buses_ = buses;
     block(kSectionHeader, section_header());
-    for (const CaptureBus& bus : buses_)
+    for (const CaptureBus& bus : buses_) {
         block(kInterfaceDescription, interface_description(bus));
+    }
     if (std::fflush(file_) != 0 || failed_) {
         error = path + ": " + std::strerror(errno);
         stop();
@@ -177,12 +182,14 @@ bool Capture::start(const std::string& path, const std::vector<CaptureBus>& buse
 }
 
 void Capture::packet(const Passing& passing) {
-    if (file_ == nullptr)
+    if (file_ == nullptr) {
         return;
+    }
     uint32_t interface = 0;
     while (interface < buses_.size() && (buses_[interface].transport != passing.transport ||
-                                         buses_[interface].bus != passing.bus))
+                                         buses_[interface].bus != passing.bus)) {
         ++interface;
+    }
     Bytes data = linux_sll2(passing);
     append(data, passing.packet);
     const uint64_t at = kEpochNs + passing.at_ns;
@@ -197,15 +204,16 @@ void Capture::packet(const Passing& passing) {
     pad(body);
     option(body, kOptionComment, comment_of(passing));
     Bytes flags;
-    append_le32(flags, passing.direction == Direction::from_bmc ? 2 : 1);
+    append_le32(flags, passing.direction == Direction::kFromBmc ? 2 : 1);
     option(body, kOptionPacketFlags, ByteView(flags));
     option(body, kOptionEnd, ByteView{});
     block(kEnhancedPacket, body);
 }
 
 bool Capture::stop() {
-    if (file_ == nullptr)
+    if (file_ == nullptr) {
         return true;
+    }
     const bool closed = std::fclose(file_) == 0;
     file_ = nullptr;
     return closed && !failed_;
@@ -218,8 +226,9 @@ void Capture::block(uint32_t type, const Bytes& body) {
     append_le32(out, length);
     append(out, body);
     append_le32(out, length);
-    if (std::fwrite(out.data(), 1, out.size(), file_) != out.size())
+    if (std::fwrite(out.data(), 1, out.size(), file_) != out.size()) {
         failed_ = true;
+    }
 }
 
 }  // namespace sim

@@ -19,7 +19,7 @@ namespace sim {
 struct CaptureBus {
     uint8_t bus = 0;
     uint32_t clock_hz = 0;
-    Transport transport = Transport::i2c;
+    Transport transport = Transport::kI2c;
 };
 
 class Capture {

@@ -12,8 +12,9 @@ void Clock::schedule(uint64_t at_ns, std::function<void()> action) {
 }
 
 std::optional<uint64_t> Clock::next_due() const {
-    if (due_.empty())
+    if (due_.empty()) {
         return std::nullopt;
+    }
     return due_.begin()->first;
 }
 

@@ -18,12 +18,13 @@ constexpr size_t kLongestText = 400;
 size_t character_size(std::string_view text) {
     const auto lead = static_cast<uint8_t>(text[0]);
     size_t size = 1;
-    if (lead >= 0xC2 && lead <= 0xDF)
+    if (lead >= 0xC2 && lead <= 0xDF) {
         size = 2;
-    else if (lead >= 0xE0 && lead <= 0xEF)
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
         size = 3;
-    else if (lead >= 0xF0 && lead <= 0xF4)
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
         size = 4;
+    }
     auto continues = [](char byte) { return (static_cast<uint8_t>(byte) & 0xC0) == 0x80; };
     const bool whole =
         size <= text.size() && std::ranges::all_of(text.substr(1, size - 1), continues);
@@ -32,8 +33,9 @@ size_t character_size(std::string_view text) {
 
 bool is_control(std::string_view character) {
     const auto first = static_cast<uint8_t>(character[0]);
-    if (character.size() == 1)
+    if (character.size() == 1) {
         return first < 0x20 || (first >= 0x7F && first <= 0x9F);
+    }
     return first == 0xC2 && static_cast<uint8_t>(character[1]) <= 0x9F;
 }
 
@@ -43,22 +45,25 @@ std::string shown(std::string_view text, size_t longest) {
     std::string out;
     while (!text.empty()) {
         const std::string_view character = text.substr(0, character_size(text));
-        if (out.size() + character.size() > longest)
+        if (out.size() + character.size() > longest) {
             return out + "...";
+        }
         text.remove_prefix(character.size());
         if (!is_control(character)) {
             out += character;
             continue;
         }
-        for (char byte : character)
+        for (char byte : character) {
             out += "\\x" + to_hex(Bytes{static_cast<uint8_t>(byte)});
+        }
     }
     return out;
 }
 
 void ErrorList::add(const BoardError& error) {
-    if (!knows(error.key))
+    if (!knows(error.key)) {
         tell(error);
+    }
 }
 
 bool ErrorList::expect(const std::string& key) {
@@ -70,8 +75,9 @@ void ErrorList::tell(const BoardError& error) {
     const auto behind = std::ranges::upper_bound(told_, error.line, {}, &BoardError::line);
     if (told_.size() == kMostTold) {
         ++left_out_;
-        if (behind == told_.end())
+        if (behind == told_.end()) {
             return;
+        }
         told_.pop_back();
     }
     told_.insert(behind, {error.key, error.line, shown(error.text, kLongestText)});

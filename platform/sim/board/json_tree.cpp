@@ -34,8 +34,9 @@ public:
     reference operator*() const { return *at_; }
     CountingIterator& operator++() {
         progress_->last = *at_;
-        if (*at_++ == '\n')
+        if (*at_++ == '\n') {
             ++progress_->line;
+        }
         return *this;
     }
     CountingIterator operator++(int) {
@@ -53,12 +54,15 @@ private:
 
 /// The parser's message without its number and place: "[json...] ... at line 1, column 2: what".
 std::string plain_message(std::string text) {
-    for (const char* mark : {"] ", "column "})
-        if (size_t at = text.find(mark); at != std::string::npos)
+    for (const char* mark : {"] ", "column "}) {
+        if (size_t at = text.find(mark); at != std::string::npos) {
             text.erase(0, at + std::char_traits<char>::length(mark));
+        }
+    }
     const size_t digits = text.find_first_not_of("0123456789");
-    if (digits != std::string::npos && text.compare(digits, 2, ": ") == 0)
+    if (digits != std::string::npos && text.compare(digits, 2, ": ") == 0) {
         text.erase(0, digits + 2);
+    }
     return text;
 }
 
@@ -70,33 +74,34 @@ public:
 
     Node take() { return std::move(root_); }
 
-    bool null() override { return add(Node::Kind::null) != nullptr; }
+    bool null() override { return add(Node::Kind::kNull) != nullptr; }
     bool boolean(bool value) override {
-        add(Node::Kind::boolean)->boolean = value;
+        add(Node::Kind::kBoolean)->boolean = value;
         return true;
     }
     bool number_integer(number_integer_t value) override {
-        Node* node = add(Node::Kind::integer);
+        Node* node = add(Node::Kind::kInteger);
         node->integer = value;
         node->real = static_cast<double>(value);
         return true;
     }
     bool number_unsigned(number_unsigned_t value) override {
-        if (value > static_cast<number_unsigned_t>(INT64_MAX))
+        if (value > static_cast<number_unsigned_t>(INT64_MAX)) {
             return number_float(static_cast<double>(value), {});
+        }
         return number_integer(static_cast<number_integer_t>(value));
     }
     bool number_float(number_float_t value, const string_t&) override {
-        add(Node::Kind::real)->real = value;
+        add(Node::Kind::kReal)->real = value;
         return true;
     }
     bool string(string_t& value) override {
-        add(Node::Kind::string)->text = std::move(value);
+        add(Node::Kind::kString)->text = std::move(value);
         return true;
     }
     bool binary(binary_t&) override { return false; }
-    bool start_object(std::size_t) override { return open(Node::Kind::object); }
-    bool start_array(std::size_t) override { return open(Node::Kind::array); }
+    bool start_object(std::size_t) override { return open(Node::Kind::kObject); }
+    bool start_array(std::size_t) override { return open(Node::Kind::kArray); }
     bool end_object() override {
         tell_repeated_keys();
         return close();
@@ -118,9 +123,10 @@ private:
 
     Node* add(Node::Kind kind) {
         Node* node = open_.empty() ? &root_ : &open_.back()->items.emplace_back();
-        const bool is_member = !open_.empty() && open_.back()->kind == Node::Kind::object;
-        if (is_member)
+        const bool is_member = !open_.empty() && open_.back()->kind == Node::Kind::kObject;
+        if (is_member) {
             node->name = key_;
+        }
         node->kind = kind;
         node->line = is_member ? key_line_ : line_here();
         return node;
@@ -128,8 +134,9 @@ private:
     bool open(Node::Kind kind) {
         Node* node = add(kind);
         open_.push_back(node);
-        if (open_.size() > kDeepest)
+        if (open_.size() > kDeepest) {
             end(node->line, "nested too deeply");
+        }
         return true;
     }
     bool close() {
@@ -145,20 +152,23 @@ private:
     /// Sorted, since comparing each with each takes a minute for a file of a megabyte.
     void tell_repeated_keys() {
         std::vector<const Node*> members;
-        for (const Node& item : open_.back()->items)
+        for (const Node& item : open_.back()->items) {
             members.push_back(&item);
+        }
         std::ranges::stable_sort(members, {}, &Node::name);
-        for (size_t i = 1; i < members.size(); ++i)
-            if (members[i]->name == members[i - 1]->name)
+        for (size_t i = 1; i < members.size(); ++i) {
+            if (members[i]->name == members[i - 1]->name) {
                 errors_.add(
                     {path_of(*members[i]), members[i]->line, "appears twice in one object"});
+            }
+        }
     }
 
     /// Where a member of the innermost open object stands.
     std::string path_of(const Node& member) const {
         std::string path;
         for (size_t i = 1; i < open_.size(); ++i) {
-            const bool is_element = open_[i - 1]->kind == Node::Kind::array;
+            const bool is_element = open_[i - 1]->kind == Node::Kind::kArray;
             path += is_element ? "[" + std::to_string(open_[i - 1]->items.size() - 1) + "]"
                                : (path.empty() ? "" : ".") + shown(open_[i]->name, kLongestKey);
         }
@@ -174,15 +184,18 @@ private:
 };
 
 std::optional<int64_t> prefixed_hex(const std::string& text) {
-    if (text.size() < 3 || text.size() > 10 || text[0] != '0' || (text[1] | 0x20) != 'x')
+    if (text.size() < 3 || text.size() > 10 || text[0] != '0' || (text[1] | 0x20) != 'x') {
         return std::nullopt;
+    }
     std::string digits = text.substr(2);
     std::optional<Bytes> bytes = from_hex(digits.size() % 2 != 0 ? "0" + digits : digits);
-    if (!bytes)
+    if (!bytes) {
         return std::nullopt;
+    }
     int64_t value = 0;
-    for (uint8_t byte : *bytes)
+    for (uint8_t byte : *bytes) {
         value = value << 8 | byte;
+    }
     return value;
 }
 
@@ -192,15 +205,17 @@ size_t distance(const std::string& a, const std::string& b) {
     std::vector<size_t> before(b.size() + 1);
     std::vector<size_t> last(b.size() + 1);
     std::vector<size_t> now(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j)
+    for (size_t j = 0; j <= b.size(); ++j) {
         last[j] = j;
+    }
     for (size_t i = 1; i <= a.size(); ++i) {
         now[0] = i;
         for (size_t j = 1; j <= b.size(); ++j) {
             const size_t changed = last[j - 1] + (a[i - 1] != b[j - 1] ? 1 : 0);
             now[j] = std::min({last[j] + 1, now[j - 1] + 1, changed});
-            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
                 now[j] = std::min(now[j], before[j - 2] + 1);
+            }
         }
         std::swap(before, last);
         std::swap(last, now);
@@ -216,8 +231,9 @@ std::optional<std::string> meant_by(const std::string& written,
     for (const std::string& word : words) {
         // One slip in a short word, two in a longer one; with two letters all words are alike.
         const size_t slips = word.size() < 3 ? 0 : word.size() < 6 ? 1 : 2;
-        if (written.size() > word.size() + slips || written.size() + slips < word.size())
+        if (written.size() > word.size() + slips || written.size() + slips < word.size()) {
             continue;
+        }
         const size_t away = distance(written, word);
         if (away <= slips && (!nearest || away < least)) {
             nearest = word;
@@ -243,9 +259,11 @@ Node parse_json(std::string_view text, ErrorList& errors) {
 }
 
 const Node* Node::member(const std::string& key) const {
-    for (const Node& item : items)
-        if (item.name == key)
+    for (const Node& item : items) {
+        if (item.name == key) {
             return &item;
+        }
+    }
     return nullptr;
 }
 
@@ -261,14 +279,16 @@ void Place::fail(const std::string& text) const {
 std::vector<Place> Place::elements() const {
     const size_t count = length();
     std::vector<Place> places;
-    for (size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i) {
         places.push_back(element(i));
+    }
     return places;
 }
 
 size_t Place::length() const {
-    if (node->kind == Node::Kind::array)
+    if (node->kind == Node::Kind::kArray) {
         return node->items.size();
+    }
     complain("must be an array");
     return 0;
 }
@@ -279,12 +299,14 @@ Place Place::element(size_t i) const {
 
 std::optional<int64_t> Place::checked_whole(int64_t low, int64_t high) const {
     std::optional<int64_t> value;
-    if (node->kind == Node::Kind::integer)
+    if (node->kind == Node::Kind::kInteger) {
         value = node->integer;
-    else if (node->kind == Node::Kind::string)
+    } else if (node->kind == Node::Kind::kString) {
         value = prefixed_hex(node->text);
-    if (value && *value >= low && *value <= high)
+    }
+    if (value && *value >= low && *value <= high) {
         return value;
+    }
     complain("must be a whole number from " + std::to_string(low) + " to " + std::to_string(high));
     return std::nullopt;
 }
@@ -294,44 +316,50 @@ int64_t Place::whole(int64_t low, int64_t high) const {
 }
 
 double Place::number() const {
-    if (node->kind != Node::Kind::integer && node->kind != Node::Kind::real)
+    if (node->kind != Node::Kind::kInteger && node->kind != Node::Kind::kReal) {
         complain("must be a number");
-    else if (!std::isfinite(node->real))
+    } else if (!std::isfinite(node->real)) {
         complain("is out of range");
-    else
+    } else {
         return node->real;
+    }
     return 0;
 }
 
 const std::string& Place::text() const {
-    if (node->kind == Node::Kind::string)
+    if (node->kind == Node::Kind::kString) {
         return node->text;
+    }
     complain("must be a string");
     return kNoText;
 }
 
 bool Place::flag() const {
-    if (node->kind != Node::Kind::boolean)
+    if (node->kind != Node::Kind::kBoolean) {
         complain("must be true or false");
+    }
     return node->boolean;
 }
 
 Bytes Place::hex() const {
     std::optional<Bytes> bytes = from_hex(text());
-    if (!bytes)
+    if (!bytes) {
         complain("must be pairs of hex digits without separators");
+    }
     return bytes.value_or(Bytes{});
 }
 
 ObjectReader::ObjectReader(Place place)
     : place_(std::move(place)), known_before_(place_.errors->size()) {
-    if (place_.node->kind != Node::Kind::object)
+    if (place_.node->kind != Node::Kind::kObject) {
         place_.fail("must be an object");
+    }
 }
 
 ObjectReader::~ObjectReader() {
-    if (finished_)
+    if (finished_) {
         return;
+    }
     tell_unknown(false);
     tell_missing();
 }
@@ -367,10 +395,12 @@ std::optional<Place> ObjectReader::find(const std::string& key) {
 
 Place ObjectReader::require(const std::string& key) {
     std::optional<Place> found = find(key);
-    if (found)
+    if (found) {
         return *found;
-    if (place_.errors->expect(path_of(key)))
+    }
+    if (place_.errors->expect(path_of(key))) {
         missing_.push_back(key);
+    }
     return {&kNothing, path_of(key), place_.errors};
 }
 
@@ -414,8 +444,9 @@ bool ObjectReader::flag(const std::string& key, bool absent) {
 uint8_t ObjectReader::address(const std::string& key) {
     // 7-bit 0x00..0x07 and 0x78..0x7F are reserved (SMBus 3.2, appendix C).
     int64_t value = require(key).whole(0x10, 0xEE);
-    if (value % 2 != 0)
+    if (value % 2 != 0) {
         complain(key, "must be an 8-bit slave address, which is even");
+    }
     return static_cast<uint8_t>(value & ~1);
 }
 
@@ -428,19 +459,22 @@ std::optional<size_t> ObjectReader::position(const std::string& key,
     const Place place = require(key);
     const std::string& word = place.text();
     auto found = std::find(words.begin(), words.end(), word);
-    if (found != words.end())
+    if (found != words.end()) {
         return static_cast<size_t>(found - words.begin());
+    }
     std::string all;
-    for (const std::string& each : words)
+    for (const std::string& each : words) {
         all += (all.empty() ? "" : ", ") + each;
+    }
     place.complain("must be one of " + all);
     return std::nullopt;
 }
 
 size_t ObjectReader::choice(const std::string& key, const std::vector<std::string>& words) {
     const std::optional<size_t> found = position(key, words);
-    if (!found)
+    if (!found) {
         throw FileError{};
+    }
     return *found;
 }
 
@@ -460,17 +494,20 @@ void ObjectReader::finish() {
 void ObjectReader::tell_unknown(bool all) {
     size_t count = 0;
     for (const Node& member : place_.node->items) {
-        if (asked_.contains(member.name))
+        if (asked_.contains(member.name)) {
             continue;
-        if (place_.errors->full())
+        }
+        if (place_.errors->full()) {
             return;
+        }
         // An object of a million unknown keys is not worth a million comparisons with each known
         // one.
         const bool compared = count++ < ErrorList::kMostTold;
         const std::optional<std::string> meant =
             compared ? meant_by(member.name, all ? absent_ : missing_) : std::nullopt;
-        if (!meant && !all)
+        if (!meant && !all) {
             continue;
+        }
         Place{&member, path_of(member.name), place_.errors}.complain(
             meant ? "no such key; did you mean " + *meant + "?" : "no such key");
         if (meant) {
@@ -481,8 +518,9 @@ void ObjectReader::tell_unknown(bool all) {
 }
 
 void ObjectReader::tell_missing() {
-    for (const std::string& key : missing_)
+    for (const std::string& key : missing_) {
         place_.errors->tell({path_of(key), place_.node->line, "is missing"});
+    }
     missing_.clear();
 }
 

@@ -17,8 +17,8 @@
 namespace sim {
 
 struct Node {
-    enum class Kind { null, boolean, integer, real, string, array, object };
-    Kind kind = Kind::null;
+    enum class Kind { kNull, kBoolean, kInteger, kReal, kString, kArray, kObject };
+    Kind kind = Kind::kNull;
     int line = 0;  ///< of its key, or of the value where it has none
     bool boolean = false;
     int64_t integer = 0;
@@ -51,8 +51,9 @@ struct Place {
     template <typename Read>
     void each(Read read) const {
         const size_t count = length();
-        for (size_t i = 0; i < count && !errors->full(); ++i)
+        for (size_t i = 0; i < count && !errors->full(); ++i) {
             attempt([&] { read(element(i)); });
+        }
     }
     /// A whole number: a JSON number, or a string of hex digits behind "0x". @return low if it is
     /// none
@@ -93,14 +94,16 @@ public:
     /// Reads each element of an array by itself; nothing where the key is absent.
     template <typename Read>
     void each(const std::string& key, Read read) {
-        if (const std::optional<Place> found = find(key))
+        if (const std::optional<Place> found = find(key)) {
             found->each(read);
+        }
     }
     /// Reads a member by itself; nothing where the key is absent.
     template <typename Read>
     void within(const std::string& key, Read read) {
-        if (const std::optional<Place> found = find(key))
+        if (const std::optional<Place> found = find(key)) {
             attempt([&] { read(*found); });
+        }
     }
 
     int64_t whole(const std::string& key, int64_t low, int64_t high);

@@ -13,21 +13,26 @@ constexpr size_t kMostViolations = 1000;
 }
 
 const LockTable::Held* LockTable::find(const void* key) const {
-    for (const Held& held : held_)
-        if (held.lock.key == key)
+    for (const Held& held : held_) {
+        if (held.lock.key == key) {
             return &held;
+        }
+    }
     return nullptr;
 }
 
 void LockTable::violation(std::string text) {
-    if (violations_.size() < kMostViolations)
+    if (violations_.size() < kMostViolations) {
         violations_.push_back(std::move(text));
+    }
 }
 
 void LockTable::check_order(const LockName& lock) {
-    for (const Held& held : held_)
-        if (held.owner == std::this_thread::get_id() && held.lock.rank >= lock.rank)
+    for (const Held& held : held_) {
+        if (held.owner == std::this_thread::get_id() && held.lock.rank >= lock.rank) {
             violation(lock.name + " taken while " + held.lock.name + " is held");
+        }
+    }
 }
 
 bool LockTable::take(const LockName& lock, int wait_ms) {
@@ -39,10 +44,11 @@ bool LockTable::take(const LockName& lock, int wait_ms) {
     }
     check_order(lock);
     auto is_free = [&] { return find(lock.key) == nullptr; };
-    if (wait_ms < 0)
+    if (wait_ms < 0) {
         released_.wait(guard, is_free);
-    else if (!released_.wait_for(guard, std::chrono::milliseconds(wait_ms), is_free))
+    } else if (!released_.wait_for(guard, std::chrono::milliseconds(wait_ms), is_free)) {
         return false;
+    }
     held_.push_back({lock, std::this_thread::get_id()});
     return true;
 }
@@ -56,9 +62,11 @@ bool LockTable::release(const LockName& lock) {
         violation(lock.name + " released by a thread that does not hold it");
         return false;
     }
-    for (auto later = it + 1; later != held_.end(); ++later)
-        if (later->owner == self)
+    for (auto later = it + 1; later != held_.end(); ++later) {
+        if (later->owner == self) {
             violation(lock.name + " released before " + later->lock.name);
+        }
+    }
     held_.erase(it);
     released_.notify_all();
     return true;
@@ -68,8 +76,9 @@ LockReport LockTable::report() const {
     std::lock_guard guard(mutex_);
     LockReport report;
     report.violations = violations_;
-    for (const Held& held : held_)
+    for (const Held& held : held_) {
         report.held.push_back(held.lock.name);
+    }
     return report;
 }
 

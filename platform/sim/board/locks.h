@@ -15,11 +15,11 @@
 namespace sim {
 
 /// The order in which locks are to be taken; equal ranks are not taken together.
-enum class LockRank { i2c_channel, global, mpio, eid_pool, bus, other };
+enum class LockRank { kI2cChannel, kGlobal, kMpio, kEidPool, kBus, kOther };
 
 struct LockName {
     const void* key = nullptr;  ///< tells locks apart
-    LockRank rank = LockRank::other;
+    LockRank rank = LockRank::kOther;
     std::string name;
 };
 

@@ -12,18 +12,18 @@
 
 namespace sim {
 
-enum class Direction { from_bmc, to_bmc };
+enum class Direction { kFromBmc, kToBmc };
 
 /// A packet as it passed.
 struct Passing {
     uint8_t bus = 0;
     uint8_t address = 0;  ///< 8-bit slave address of the device
     std::string device;
-    Direction direction = Direction::from_bmc;
+    Direction direction = Direction::kFromBmc;
     ByteView packet;  ///< from the MCTP transport header on
     uint64_t at_ns = 0;
     bool pec_good = true;
-    Transport transport = Transport::i2c;
+    Transport transport = Transport::kI2c;
     std::array<uint8_t, 3> bdf{};  ///< of the device, on PCIe
     bool taken = true;  ///< false: on I2C nobody acknowledged it, on PCIe nobody is there
 };

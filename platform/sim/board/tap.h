@@ -18,10 +18,12 @@ public:
 
     /// What nobody took never reaches the capture: its packets are those that a device sees.
     void packet(const Passing& passing) {
-        if (passing.taken)
+        if (passing.taken) {
             capture_.packet(passing);
-        if (observer_)
+        }
+        if (observer_) {
             observer_(passing);
+        }
     }
 
 private:

@@ -34,13 +34,15 @@ Device::Device(const DeviceConfig& config, const Clock& clock, Bytes types)
       clock_(clock),
       endpoint_(config.eid, config.transmission_unit, config.lenient_eom),
       control_(endpoint_, config.eid, config.uuid, std::move(types), config.bus_owner) {
-    for (const Fault& fault : config_.faults)
+    for (const Fault& fault : config_.faults) {
         faults_.add(fault);
+    }
 }
 
 std::vector<Outgoing> Device::receive(ByteView packet) {
-    if (faults_.strike(FaultKind::lost_request) != nullptr)
+    if (faults_.strike(FaultKind::kLostRequest) != nullptr) {
         return {};
+    }
     std::optional<Message> message = endpoint_.receive(packet);
     return message ? handle(*message) : std::vector<Outgoing>{};
 }
@@ -48,8 +50,9 @@ std::vector<Outgoing> Device::receive(ByteView packet) {
 std::vector<Outgoing> Device::bmc_waits(bool& ended) {
     std::optional<Message> message = endpoint_.sender_waits();
     ended = message.has_value();
-    if (message)
+    if (message) {
         return handle(*message);
+    }
     std::vector<Outgoing> out;
     idle();
     send_initiated(out);
@@ -64,10 +67,11 @@ void Device::reset() {
 
 std::vector<Outgoing> Device::handle(const Message& message) {
     std::vector<Outgoing> out;
-    if (message.tag_owner)
+    if (message.tag_owner) {
         respond(message, out);
-    else
+    } else {
         heard(message);
+    }
     send_initiated(out);
     return out;
 }
@@ -85,10 +89,11 @@ void Device::respond(const Message& request, std::vector<Outgoing>& out) {
     requester_eid_ = request.source_eid;
     std::optional<Bytes> body;
     if (knows_not_ready(request.type, request.body) &&
-        faults_.strike(FaultKind::not_ready) != nullptr)
+        faults_.strike(FaultKind::kNotReady) != nullptr) {
         body = not_ready_answer(request.type, request.body);
-    else
+    } else {
         body = answer(request.type, request.body);
+    }
     Message response;
     response.type = request.type;
     response.source_eid = endpoint_.eid();
@@ -98,41 +103,52 @@ void Device::respond(const Message& request, std::vector<Outgoing>& out) {
         response.body = std::move(early.body);
         send_message(response, early.delay_us, out);
     }
-    if (!body)
+    if (!body) {
         return;
+    }
     response.body = std::move(*body);
     send_message(response, answer_delay_us_, out);
 }
 
 void Device::send_message(const Message& message, uint64_t delay_us, std::vector<Outgoing>& out) {
     std::vector<Bytes> packets = endpoint_.split(message);
-    for (size_t i = 0; i + 1 < packets.size(); ++i)
-        if (faults_.strike(FaultKind::reorder) != nullptr)
+    for (size_t i = 0; i + 1 < packets.size(); ++i) {
+        if (faults_.strike(FaultKind::kReorder) != nullptr) {
             std::swap(packets[i], packets[i + 1]);
-    for (Bytes& packet : packets)
+        }
+    }
+    for (Bytes& packet : packets) {
         send(std::move(packet), delay_us, out);
+    }
 }
 
 void Device::send(Bytes packet, uint64_t delay_us, std::vector<Outgoing>& out) {
-    if (faults_.strike(FaultKind::lost_response) != nullptr)
+    if (faults_.strike(FaultKind::kLostResponse) != nullptr) {
         return;
+    }
     Outgoing outgoing;
     outgoing.delay_ns = delay_us * 1000;
-    if (const Fault* late = faults_.strike(FaultKind::late))
+    if (const Fault* late = faults_.strike(FaultKind::kLate)) {
         outgoing.delay_ns += late->delay_us * 1000;
-    if (faults_.strike(FaultKind::wrong_tag) != nullptr)
+    }
+    if (faults_.strike(FaultKind::kWrongTag) != nullptr) {
         packet[3] = static_cast<uint8_t>((packet[3] & 0xF8) | ((packet[3] + 1) & 0x07));
-    if (faults_.strike(FaultKind::wrong_sequence) != nullptr)
+    }
+    if (faults_.strike(FaultKind::kWrongSequence) != nullptr) {
         packet[3] = static_cast<uint8_t>((packet[3] & 0xCF) | ((packet[3] + 0x10) & 0x30));
-    if (const Fault* truncate = faults_.strike(FaultKind::truncate))
+    }
+    if (const Fault* truncate = faults_.strike(FaultKind::kTruncate)) {
         packet.resize(packet.size() - std::min<size_t>(packet.size(), truncate->bytes));
-    if (const Fault* over_long = faults_.strike(FaultKind::over_long))
+    }
+    if (const Fault* over_long = faults_.strike(FaultKind::kOverLong)) {
         packet.resize(packet.size() + over_long->bytes, 0xEE);
-    outgoing.spoil_pec = faults_.strike(FaultKind::bad_pec) != nullptr;
+    }
+    outgoing.spoil_pec = faults_.strike(FaultKind::kBadPec) != nullptr;
     outgoing.packet = std::move(packet);
     out.push_back(outgoing);
-    if (faults_.strike(FaultKind::duplicate) != nullptr)
+    if (faults_.strike(FaultKind::kDuplicate) != nullptr) {
         out.push_back(out.back());
+    }
 }
 
 }  // namespace sim

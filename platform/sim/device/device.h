@@ -75,7 +75,7 @@ public:
     FaultSet& faults() { return faults_; }
 
     /// Whether the device answers to its address this time.
-    bool acknowledges() { return faults_.strike(FaultKind::no_ack) == nullptr; }
+    bool acknowledges() { return faults_.strike(FaultKind::kNoAck) == nullptr; }
 
     /// Takes a packet of the BMC, from the MCTP transport header on.
     std::vector<Outgoing> receive(ByteView packet);

@@ -13,9 +13,9 @@ const std::vector<std::string> kKindNames = {"no_ack",    "lost",           "dup
                                              "late",      "truncate",       "over_long", "bad_pec",
                                              "wrong_tag", "wrong_sequence", "not_ready"};
 constexpr FaultKind kKinds[] = {
-    FaultKind::no_ack,    FaultKind::lost_response,  FaultKind::duplicate, FaultKind::reorder,
-    FaultKind::late,      FaultKind::truncate,       FaultKind::over_long, FaultKind::bad_pec,
-    FaultKind::wrong_tag, FaultKind::wrong_sequence, FaultKind::not_ready};
+    FaultKind::kNoAck,    FaultKind::kLostResponse,  FaultKind::kDuplicate, FaultKind::kReorder,
+    FaultKind::kLate,     FaultKind::kTruncate,      FaultKind::kOverLong,  FaultKind::kBadPec,
+    FaultKind::kWrongTag, FaultKind::kWrongSequence, FaultKind::kNotReady};
 const std::vector<std::string> kLostNames = {"response", "request"};
 }  // namespace
 
@@ -24,14 +24,18 @@ Fault read_fault(const Place& place) {
     Fault fault;
     const size_t kind = reader.choice("kind", kKindNames);
     fault.kind = kKinds[kind];
-    if (fault.kind == FaultKind::lost_response && reader.choice("what", kLostNames, 0) == 1)
-        fault.kind = FaultKind::lost_request;
-    if (fault.kind == FaultKind::late)
+    if (fault.kind == FaultKind::kLostResponse && reader.choice("what", kLostNames, 0) == 1) {
+        fault.kind = FaultKind::kLostRequest;
+    }
+    if (fault.kind == FaultKind::kLate) {
         fault.delay_us = static_cast<uint64_t>(reader.whole("delay_us", 1, kLongestDelayUs));
-    if (fault.kind == FaultKind::truncate)
+    }
+    if (fault.kind == FaultKind::kTruncate) {
         fault.bytes = static_cast<uint64_t>(reader.whole("bytes", 1, kMostBytes, 1));
-    if (fault.kind == FaultKind::over_long)
+    }
+    if (fault.kind == FaultKind::kOverLong) {
         fault.bytes = static_cast<uint64_t>(reader.whole("bytes", 1, kMostBytes, 16));
+    }
     fault.after = static_cast<uint64_t>(reader.whole("after", 0, kManyTimes, 0));
     fault.every = static_cast<uint64_t>(reader.whole("every", 1, kManyTimes, 1));
     fault.count = static_cast<uint64_t>(reader.whole("count", 0, kManyTimes, 0));
@@ -42,8 +46,9 @@ Fault read_fault(const Place& place) {
 const Fault* FaultSet::strike(FaultKind kind) {
     const Fault* striking = nullptr;
     for (Fault& fault : faults_) {
-        if (fault.kind != kind)
+        if (fault.kind != kind) {
             continue;
+        }
         const uint64_t occasion = fault.seen++;
         const bool due = occasion >= fault.after && (occasion - fault.after) % fault.every == 0;
         const bool spent = fault.count != 0 && fault.hits >= fault.count;

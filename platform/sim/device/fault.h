@@ -11,22 +11,22 @@
 namespace sim {
 
 enum class FaultKind {
-    no_ack,          ///< the device does not acknowledge its address
-    lost_request,    ///< a packet to the device is acknowledged and forgotten
-    lost_response,   ///< a packet from the device never goes out
-    duplicate,       ///< a packet from the device goes out twice
-    reorder,         ///< a packet from the device goes out after the one that follows it
-    late,            ///< a packet from the device waits delay_us longer
-    truncate,        ///< a packet from the device lacks its last bytes
-    over_long,       ///< a packet from the device has bytes too many
-    bad_pec,         ///< a packet from the device has a wrong PEC
-    wrong_tag,       ///< a packet from the device carries the next message tag
-    wrong_sequence,  ///< a packet from the device carries the next packet sequence number
-    not_ready,       ///< a request is answered with completion code 4
+    kNoAck,          ///< the device does not acknowledge its address
+    kLostRequest,    ///< a packet to the device is acknowledged and forgotten
+    kLostResponse,   ///< a packet from the device never goes out
+    kDuplicate,      ///< a packet from the device goes out twice
+    kReorder,        ///< a packet from the device goes out after the one that follows it
+    kLate,           ///< a packet from the device waits delay_us longer
+    kTruncate,       ///< a packet from the device lacks its last bytes
+    kOverLong,       ///< a packet from the device has bytes too many
+    kBadPec,         ///< a packet from the device has a wrong PEC
+    kWrongTag,       ///< a packet from the device carries the next message tag
+    kWrongSequence,  ///< a packet from the device carries the next packet sequence number
+    kNotReady,       ///< a request is answered with completion code 4
 };
 
 struct Fault {
-    FaultKind kind = FaultKind::no_ack;
+    FaultKind kind = FaultKind::kNoAck;
     uint64_t after = 0;  ///< occasions that pass before the first
     uint64_t every = 1;  ///< then each n-th one is hit
     uint64_t count = 0;  ///< that many are hit, 0 = no limit

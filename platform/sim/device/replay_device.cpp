@@ -27,8 +27,9 @@ public:
             ObjectReader reader(place);
             const auto type = static_cast<uint8_t>(reader.whole("message_type", 0, 255));
             Bytes request = reader.require("request").hex();
-            if (request.empty())
+            if (request.empty()) {
                 reader.complain("request", "must have at least one byte");
+            }
             Bytes response = reader.require("response").hex();
             reader.finish();
             turns_[key(type, request)].responses.push_back(std::move(response));
@@ -40,8 +41,9 @@ public:
         Bytes out;
         for (const auto& [key, turn] : turns_) {
             const uint8_t type = key.first & kTypeNumber;
-            if (type != kControl && std::ranges::find(out, type) == out.end())
+            if (type != kControl && std::ranges::find(out, type) == out.end()) {
                 out.push_back(type);
+            }
         }
         return out;
     }
@@ -49,15 +51,17 @@ public:
     /// The next response to a request; null for one that was not recorded.
     const Bytes* next(uint8_t type, ByteView request) {
         auto found = turns_.find(key(type, request));
-        if (found == turns_.end())
+        if (found == turns_.end()) {
             return nullptr;
+        }
         Turn& turn = found->second;
         return &turn.responses[turn.next++ % turn.responses.size()];
     }
 
     void rewind() {
-        for (auto& each : turns_)
+        for (auto& each : turns_) {
             each.second.next = 0;
+        }
     }
 
 private:
@@ -69,8 +73,9 @@ private:
 
     static Key key(uint8_t type, ByteView request) {
         Bytes bytes(request.begin(), request.end());
-        if (has_instance(type) && !bytes.empty())
+        if (has_instance(type) && !bytes.empty()) {
             bytes[0] &= static_cast<uint8_t>(~kInstance);
+        }
         return {type, bytes};
     }
 
@@ -90,11 +95,13 @@ public:
 protected:
     std::optional<Bytes> answer(uint8_t type, ByteView request) override {
         if (const Bytes* recorded = recording_.next(type, request)) {
-            if (recorded->empty())
+            if (recorded->empty()) {
                 return std::nullopt;
+            }
             Bytes out = *recorded;
-            if (has_instance(type))
+            if (has_instance(type)) {
                 out[0] = static_cast<uint8_t>((out[0] & ~kInstance) | (request[0] & kInstance));
+            }
             return out;
         }
         // Without an EID nobody could reach the recorded part of the device.

@@ -62,10 +62,12 @@ public:
 
 protected:
     std::optional<Bytes> answer(uint8_t type, ByteView request) override {
-        if (type != kControl || request.size() < 2)
+        if (type != kControl || request.size() < 2) {
             return std::nullopt;
-        if (request[1] != kDiscoveryNotify)
+        }
+        if (request[1] != kDiscoveryNotify) {
             return answer_control(request);
+        }
         report_ = {};
         report_.notified = true;
         asked_ = 0;
@@ -76,21 +78,24 @@ protected:
     void heard(const Message& response) override {
         // The tag is the number of the question.
         const size_t number = response.tag;
-        if (number >= report_.steps.size() || response.type != kControl)
+        if (number >= report_.steps.size() || response.type != kControl) {
             return;
+        }
         OwnerStep& step = report_.steps[number];
         step.complaint =
             step.answer.empty() ? complaint_about(number, response) : "answered more than once";
         step.answer = to_hex(response.body);
-        if (number + 1 != asked_)
+        if (number + 1 != asked_) {
             return;
+        }
         if (asked_ < questions_.size()) {
             ask(pause_us_);
             return;
         }
         report_.complete = true;
-        if (step.complaint.empty())
+        if (step.complaint.empty()) {
             report_.assigned_eid = assign_;
+        }
     }
 
 private:
@@ -105,19 +110,23 @@ private:
         report_.steps.push_back({question.name, to_hex(request.body), "", ""});
         initiate(std::move(request), delay_us);
         ++asked_;
-        if (question.answer.empty())
+        if (question.answer.empty()) {
             ask(delay_us + silence_us_);
+        }
     }
 
     std::string complaint_about(size_t number, const Message& response) const {
         const Question& question = questions_[number];
-        if (question.answer.empty())
+        if (question.answer.empty()) {
             return "no answer was expected";
-        if (response.destination_eid != 0 && response.destination_eid != eid())
+        }
+        if (response.destination_eid != 0 && response.destination_eid != eid()) {
             return "the destination EID is " + hex_byte(response.destination_eid);
+        }
         if (response.source_eid != 0 &&
-            !(question.may_use_new_eid && response.source_eid == assign_))
+            !(question.may_use_new_eid && response.source_eid == assign_)) {
             return "the source EID is " + hex_byte(response.source_eid);
+        }
         Bytes expected{static_cast<uint8_t>(number & kInstance), question.request[0]};
         append(expected, question.answer);
         const Bytes& body = response.body;
@@ -140,8 +149,9 @@ private:
 
 std::unique_ptr<Device> make_bus_owner(ObjectReader& reader, DeviceConfig config,
                                        const Clock& clock) {
-    if (config.eid == 0)
+    if (config.eid == 0) {
         reader.complain("eid", "must not be 0 for a bus_owner");
+    }
     config.bus_owner = true;
     return std::make_unique<BusOwner>(reader, config, clock);
 }

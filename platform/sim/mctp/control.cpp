@@ -22,27 +22,27 @@ constexpr uint8_t kUnsupported = 0x05;
 constexpr uint8_t kTypeNotSupported = 0x80;
 
 enum Command : uint8_t {
-    set_endpoint_id_command = ControlResponder::kSetEndpointId,
-    get_endpoint_id_command = ControlResponder::kGetEndpointId,
-    get_endpoint_uuid = 0x03,
-    get_version_support_command = 0x04,
-    get_message_type_support = 0x05,
-    prepare_for_endpoint_discovery = 0x0B,
-    endpoint_discovery = 0x0C,
+    kSetEndpointIdCommand = ControlResponder::kSetEndpointId,
+    kGetEndpointIdCommand = ControlResponder::kGetEndpointId,
+    kGetEndpointUuid = 0x03,
+    kGetVersionSupportCommand = 0x04,
+    kGetMessageTypeSupport = 0x05,
+    kPrepareForEndpointDiscovery = 0x0B,
+    kEndpointDiscovery = 0x0C,
 };
 
 /// Bytes of request data behind the command code; nothing for a command that is not served.
 std::optional<size_t> data_size(uint8_t command) {
     switch (command) {
-        case set_endpoint_id_command:
+        case kSetEndpointIdCommand:
             return 2;
-        case get_version_support_command:
+        case kGetVersionSupportCommand:
             return 1;
-        case get_endpoint_id_command:
-        case get_endpoint_uuid:
-        case get_message_type_support:
-        case prepare_for_endpoint_discovery:
-        case endpoint_discovery:
+        case kGetEndpointIdCommand:
+        case kGetEndpointUuid:
+        case kGetMessageTypeSupport:
+        case kPrepareForEndpointDiscovery:
+        case kEndpointDiscovery:
             return 0;
         default:
             return std::nullopt;
@@ -60,8 +60,9 @@ ControlResponder::ControlResponder(MctpEndpoint& endpoint, uint8_t static_eid, c
       bus_owner_(bus_owner) {}
 
 std::optional<Bytes> ControlResponder::answer(ByteView request) {
-    if (request.size() < 2 || (request[0] & (kRequest | kDatagram)) != kRequest)
+    if (request.size() < 2 || (request[0] & (kRequest | kDatagram)) != kRequest) {
         return std::nullopt;
+    }
     const uint8_t command = request[1];
     const ByteView data = request.subspan(2);
     Bytes out{static_cast<uint8_t>(request[0] & kInstance), command};
@@ -72,47 +73,50 @@ std::optional<Bytes> ControlResponder::answer(ByteView request) {
         return out;
     }
     switch (command) {
-        case set_endpoint_id_command:
+        case kSetEndpointIdCommand:
             append(out, set_endpoint_id(data));
             break;
-        case get_endpoint_id_command:
+        case kGetEndpointIdCommand:
             append(out, get_endpoint_id());
             break;
-        case get_endpoint_uuid:
+        case kGetEndpointUuid:
             out.push_back(kSuccess);
             append(out, uuid_);
             break;
-        case get_version_support_command:
+        case kGetVersionSupportCommand:
             append(out, get_version_support(data));
             break;
-        case get_message_type_support:
+        case kGetMessageTypeSupport:
             out.push_back(kSuccess);
             out.push_back(static_cast<uint8_t>(types_.size()));
             append(out, types_);
             break;
-        case prepare_for_endpoint_discovery:
+        case kPrepareForEndpointDiscovery:
             discovered_ = false;
             out.push_back(kSuccess);
             break;
         default:  // Endpoint Discovery: an endpoint that has been discovered keeps silent.
-            if (discovered_)
+            if (discovered_) {
                 return std::nullopt;
+            }
             out.push_back(kSuccess);
     }
     return out;
 }
 
 Bytes ControlResponder::set_endpoint_id(ByteView data) {
-    enum Operation : uint8_t { set = 0, force = 1, reset_to_static = 2, set_discovered = 3 };
+    enum Operation : uint8_t { kSet = 0, kForce = 1, kResetToStatic = 2, kSetDiscovered = 3 };
     const uint8_t operation = data[0] & 3;
     const uint8_t eid = data[1];
-    if (operation == set || operation == force) {
-        if (eid < 8 || eid == 0xFF)
+    if (operation == kSet || operation == kForce) {
+        if (eid < 8 || eid == 0xFF) {
             return {kInvalidData};
+        }
         endpoint_.set_eid(eid);
-    } else if (operation == reset_to_static) {
-        if (static_eid_ == 0)
+    } else if (operation == kResetToStatic) {
+        if (static_eid_ == 0) {
             return {kInvalidData};
+        }
         endpoint_.set_eid(static_eid_);
     }
     discovered_ = true;
@@ -122,10 +126,11 @@ Bytes ControlResponder::set_endpoint_id(ByteView data) {
 
 Bytes ControlResponder::get_endpoint_id() const {
     // EID dynamic, or a static one in use, or a static one replaced.
-    enum EidType : uint8_t { dynamic = 0, is_static = 2, replaced = 3 };
-    EidType type = dynamic;
-    if (static_eid_ != 0)
-        type = endpoint_.eid() == static_eid_ ? is_static : replaced;
+    enum EidType : uint8_t { kDynamic = 0, kIsStatic = 2, kReplaced = 3 };
+    EidType type = kDynamic;
+    if (static_eid_ != 0) {
+        type = endpoint_.eid() == static_eid_ ? kIsStatic : kReplaced;
+    }
     constexpr uint8_t kBusOwnerOrBridge = 0x10;
     const uint8_t endpoint_type = bus_owner_ ? kBusOwnerOrBridge : 0;
     return {kSuccess, endpoint_.eid(), static_cast<uint8_t>(endpoint_type | type), 0x00};
@@ -135,11 +140,13 @@ Bytes ControlResponder::get_version_support(ByteView data) const {
     const uint8_t type = data[0];
     const bool known =
         type == 0xFF || type == 0x00 || std::ranges::find(types_, type) != types_.end();
-    if (!known)
+    if (!known) {
         return {kTypeNotSupported};
-    if (type == 0xFF || type == 0x00)
+    }
+    if (type == 0xFF || type == 0x00) {
         return {kSuccess, 1, 0xF1, 0xF3, 0xF1, 0x00};  // 1.3.1
-    return {kSuccess, 1, 0xF1, 0xF1, 0xF0, 0x00};      // 1.1.0
+    }
+    return {kSuccess, 1, 0xF1, 0xF1, 0xF0, 0x00};  // 1.1.0
 }
 
 void ControlResponder::reset() {

@@ -27,9 +27,11 @@ MctpEndpoint::MctpEndpoint(uint8_t eid, size_t unit, bool lenient_ending)
     : eid_(eid), unit_(unit), lenient_ending_(lenient_ending) {}
 
 MctpEndpoint::Assembly* MctpEndpoint::find(uint8_t source_eid, uint8_t tag_bits) {
-    for (Assembly& assembly : assemblies_)
-        if (assembly.source_eid == source_eid && assembly.tag_bits == tag_bits)
+    for (Assembly& assembly : assemblies_) {
+        if (assembly.source_eid == source_eid && assembly.tag_bits == tag_bits) {
             return &assembly;
+        }
+    }
     return nullptr;
 }
 
@@ -50,28 +52,33 @@ std::optional<Message> MctpEndpoint::finish(Assembly* assembly) {
 }
 
 std::optional<Message> MctpEndpoint::receive(ByteView packet) {
-    if (packet.size() < kHeaderSize + 1 || (packet[0] & 0x0F) != kHeaderVersion)
+    if (packet.size() < kHeaderSize + 1 || (packet[0] & 0x0F) != kHeaderVersion) {
         return std::nullopt;
+    }
     const uint8_t destination = packet[1];
-    if (destination != 0 && destination != eid_ && destination != kBroadcastEid && !accepts_all_)
+    if (destination != 0 && destination != eid_ && destination != kBroadcastEid && !accepts_all_) {
         return std::nullopt;
+    }
     const uint8_t flags = packet[3];
     ByteView payload = packet.subspan(kHeaderSize);
 
     Assembly* assembly = find(packet[2], flags & kTagBits);
     if ((flags & kStart) != 0) {
-        if (assembly != nullptr)
+        if (assembly != nullptr) {
             drop(assembly);
-        if (assemblies_.size() >= kMostAssemblies)
+        }
+        if (assemblies_.size() >= kMostAssemblies) {
             drop(&assemblies_.front());
+        }
         assembly = &assemblies_.emplace_back();
         assembly->source_eid = packet[2];
         assembly->destination_eid = destination;
         assembly->tag_bits = flags & kTagBits;
         assembly->unit = payload.size();
     } else {
-        if (assembly == nullptr)
+        if (assembly == nullptr) {
             return std::nullopt;
+        }
         // DSP0236, clause 8.8: a gap in the sequence, or a middle packet of another size, ends
         // the assembly.
         const bool in_sequence = sequence_of(flags) == ((assembly->sequence + 1) & 3);
@@ -90,11 +97,14 @@ std::optional<Message> MctpEndpoint::receive(ByteView packet) {
 }
 
 std::optional<Message> MctpEndpoint::sender_waits() {
-    if (!lenient_ending_)
+    if (!lenient_ending_) {
         return std::nullopt;
-    for (Assembly& assembly : assemblies_)
-        if (assembly.packets >= 2 && assembly.last == assembly.unit)
+    }
+    for (Assembly& assembly : assemblies_) {
+        if (assembly.packets >= 2 && assembly.last == assembly.unit) {
             return finish(&assembly);
+        }
+    }
     return std::nullopt;
 }
 
@@ -105,12 +115,15 @@ std::vector<Bytes> MctpEndpoint::split(const Message& message) const {
     for (size_t at = 0; at < all.size(); at += unit_) {
         const size_t chunk = std::min(unit_, all.size() - at);
         auto flags = static_cast<uint8_t>((packets.size() & 3) << 4 | (message.tag & 7));
-        if (message.tag_owner)
+        if (message.tag_owner) {
             flags |= kTagOwner;
-        if (at == 0)
+        }
+        if (at == 0) {
             flags |= kStart;
-        if (at + chunk == all.size())
+        }
+        if (at + chunk == all.size()) {
             flags |= kEnd;
+        }
         Bytes packet{kHeaderVersion, message.destination_eid, message.source_eid, flags};
         append(packet, ByteView(all).subspan(at, chunk));
         packets.push_back(std::move(packet));

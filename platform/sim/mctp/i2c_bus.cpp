@@ -32,8 +32,9 @@ Bytes block_write(uint8_t to, uint8_t from, const Outgoing& outgoing) {
 std::optional<ByteView> packet_of(ByteView frame) {
     const bool whole = frame.size() > kBlockHead + 1 && frame[1] == kMctpCommand &&
                        frame.size() == kBlockHead + frame[2] + 1 && frame[2] >= 1;
-    if (!whole)
+    if (!whole) {
         return std::nullopt;
+    }
     return frame.subspan(kBlockHead + 1, frame[2] - 1u);
 }
 
@@ -49,17 +50,20 @@ I2cBus::I2cBus(uint8_t number, uint32_t clock_hz, BusSurroundings around) : arou
 }
 
 const Mux* I2cBus::find_mux(uint8_t address) const {
-    for (const MuxState& state : muxes_)
-        if (state.mux.address == address)
+    for (const MuxState& state : muxes_) {
+        if (state.mux.address == address) {
             return &state.mux;
+        }
+    }
     return nullptr;
 }
 
 MuxPath I2cBus::path_to(const MuxHop& hop) const {
     MuxPath path{hop};
     for (const Mux* mux = find_mux(hop.address); mux != nullptr && mux->behind;
-         mux = find_mux(mux->behind->address))
+         mux = find_mux(mux->behind->address)) {
         path.insert(path.begin(), *mux->behind);
+    }
     return path;
 }
 
@@ -68,13 +72,16 @@ bool I2cBus::select(const MuxPath& path) {
         const Mux* mux = find_mux(hop.address);
         return mux != nullptr && hop.channel < mux->channels;
     });
-    if (!exists || (!path.empty() && path_to(path.back()) != path))
+    if (!exists || (!path.empty() && path_to(path.back()) != path)) {
         return false;
+    }
     for (MuxState& state : muxes_) {
         std::optional<uint8_t> wanted;
-        for (const MuxHop& hop : path)
-            if (hop.address == state.mux.address)
+        for (const MuxHop& hop : path) {
+            if (hop.address == state.mux.address) {
                 wanted = hop.channel;
+            }
+        }
         if (state.selected != wanted) {
             occupy(kMuxWrite);
             state.selected = wanted;
@@ -96,9 +103,11 @@ bool I2cBus::powered(const Device& device) const {
 }
 
 Device* I2cBus::find_device(uint8_t address) const {
-    for (Device* device : devices_)
-        if (device->info().address == address && connected(device->path()) && powered(*device))
+    for (Device* device : devices_) {
+        if (device->info().address == address && connected(device->path()) && powered(*device)) {
             return device;
+        }
+    }
     return nullptr;
 }
 
@@ -113,23 +122,26 @@ void I2cBus::charge(size_t bytes) {
 }
 
 void I2cBus::occupy(size_t bytes) {
-    while (free_at_ns_ > around_.clock.now_ns())
+    while (free_at_ns_ > around_.clock.now_ns()) {
         around_.clock.advance_to(free_at_ns_);
+    }
     charge(bytes);
     around_.clock.advance_to(free_at_ns_);
 }
 
 void I2cBus::count_packet(size_t packet_size) {
     ++statistics_.packets;
-    if (packet_size > MctpEndpoint::kHeaderSize)
+    if (packet_size > MctpEndpoint::kHeaderSize) {
         statistics_.payload_bytes += packet_size - MctpEndpoint::kHeaderSize;
+    }
 }
 
 /// A write that ended at the address byte.
 void I2cBus::tell_refused(uint8_t address, ByteView frame) {
     const std::optional<ByteView> packet = packet_of(frame);
-    if (!packet)
+    if (!packet) {
         return;
+    }
     Passing refused;
     refused.bus = number();
     refused.address = address;
@@ -140,8 +152,9 @@ void I2cBus::tell_refused(uint8_t address, ByteView frame) {
 }
 
 int I2cBus::write(uint8_t address, ByteView frame) {
-    if (frame.empty() || frame[0] != address)
+    if (frame.empty() || frame[0] != address) {
         return -EINVAL;
+    }
     Device* device = find_device(address);
     if (device == nullptr || !device->acknowledges()) {
         occupy(1);
@@ -149,18 +162,21 @@ int I2cBus::write(uint8_t address, ByteView frame) {
         return -ENXIO;
     }
     occupy(frame.size());
-    if (!pec_good(frame))
+    if (!pec_good(frame)) {
         return -EIO;
+    }
     const std::optional<ByteView> packet = packet_of(frame);
-    if (!packet)
+    if (!packet) {
         return 0;
+    }
     count_packet(packet->size());
-    around_.tap.packet({number(), address, device->info().name, Direction::from_bmc, *packet,
+    around_.tap.packet({number(), address, device->info().name, Direction::kFromBmc, *packet,
                         around_.clock.now_ns(), true});
     // An answer goes to the address that the request names as its source.
     std::vector<Outgoing> answer = device->receive(*packet);
-    if (frame[kBlockHead] == (around_.bmc_address | 1))
+    if (frame[kBlockHead] == (around_.bmc_address | 1)) {
         schedule(*device, answer);
+    }
     return 0;
 }
 
@@ -184,8 +200,9 @@ int I2cBus::read(Bytes& block, uint64_t limit_ns) {
     }
     const Bytes frame = std::move(queue_.front());
     queue_.pop_front();
-    if (!pec_good(frame))
+    if (!pec_good(frame)) {
         return -EBADMSG;
+    }
     block.assign(frame.begin() + 1, frame.end());
     return 0;
 }
@@ -205,8 +222,9 @@ void I2cBus::transmit(Device& device, const Bytes& frame) {
         return;
     }
     // Behind a channel that is not connected nobody hears the device; it gives up.
-    if (!connected(device.path()) || !powered(device))
+    if (!connected(device.path()) || !powered(device)) {
         return;
+    }
     charge(frame.size());
     clock.schedule(free_at_ns_, [this, &device, frame] { arrive(device, frame); });
 }
@@ -214,10 +232,11 @@ void I2cBus::transmit(Device& device, const Bytes& frame) {
 void I2cBus::arrive(const Device& device, const Bytes& frame) {
     const ByteView packet = ByteView(frame).subspan(kBlockHead + 1, frame[2] - 1u);
     count_packet(packet.size());
-    around_.tap.packet({number(), device.info().address, device.info().name, Direction::to_bmc,
+    around_.tap.packet({number(), device.info().address, device.info().name, Direction::kToBmc,
                         packet, around_.clock.now_ns(), pec_good(frame)});
-    if (queue_.size() < kQueueLimit)
+    if (queue_.size() < kQueueLimit) {
         queue_.push_back(frame);
+    }
 }
 
 }  // namespace sim

@@ -37,9 +37,9 @@ constexpr uint8_t kLastHandle = 0xFF;
 
 /// How the device answers one command, instead of properly.
 struct Step {
-    enum class Outcome { normal, refused, not_ready, no_answer };
+    enum class Outcome { kNormal, kRefused, kNotReady, kNoAnswer };
     uint8_t command = 0;
-    Outcome outcome = Outcome::normal;
+    Outcome outcome = Outcome::kNormal;
     uint8_t completion_code = 1;
     uint64_t delay_us = 0;
     uint64_t after = 0;
@@ -53,8 +53,9 @@ Step read_step(const Place& place) {
     step.command = kStepCommands[reader.choice("command", kStepNames)];
     step.outcome = static_cast<Step::Outcome>(
         reader.choice("outcome", {"normal", "refused", "not_ready", "no_answer"}, 0));
-    if (step.outcome == Step::Outcome::refused)
+    if (step.outcome == Step::Outcome::kRefused) {
         step.completion_code = static_cast<uint8_t>(reader.whole("completion_code", 1, 255, 1));
+    }
     step.delay_us = static_cast<uint64_t>(reader.whole("delay_us", 0, kLongestDelayUs, 0));
     step.after = static_cast<uint64_t>(reader.whole("after", 0, kManyTimes, 0));
     step.count = static_cast<uint64_t>(reader.whole("count", 0, kManyTimes, 0));
@@ -80,18 +81,20 @@ public:
 
 protected:
     std::optional<Bytes> answer(uint8_t type, ByteView request) override {
-        if (type != kControl || request.size() < 2)
+        if (type != kControl || request.size() < 2) {
             return std::nullopt;
+        }
         const Step step = strike(request[1]);
         delay_answer(step.delay_us);
-        if (step.outcome == Step::Outcome::no_answer)
+        if (step.outcome == Step::Outcome::kNoAnswer) {
             return std::nullopt;
+        }
         Bytes out{static_cast<uint8_t>(request[0] & kInstance), request[1]};
-        if (step.outcome == Step::Outcome::not_ready) {
+        if (step.outcome == Step::Outcome::kNotReady) {
             out.push_back(kNotReady);
             return out;
         }
-        if (step.outcome == Step::Outcome::refused) {
+        if (step.outcome == Step::Outcome::kRefused) {
             out.push_back(step.completion_code);
             return out;
         }
@@ -109,11 +112,13 @@ protected:
 private:
     Step strike(uint8_t command) {
         for (Step& step : steps_) {
-            if (step.command != command)
+            if (step.command != command) {
                 continue;
+            }
             const uint64_t occasion = step.seen++;
-            if (occasion >= step.after && (step.count == 0 || occasion < step.after + step.count))
+            if (occasion >= step.after && (step.count == 0 || occasion < step.after + step.count)) {
                 return step;
+            }
         }
         return {};
     }
@@ -137,16 +142,19 @@ private:
 
     /// Allocate Endpoint IDs (DSP0236, clause 12.10): hands the pool to the functions.
     Bytes allocate(ByteView data) {
-        enum Operation : uint8_t { allocate_pool = 0, force = 1, information = 2 };
-        if (data.size() != 3)
+        enum Operation : uint8_t { kAllocatePool = 0, kForce = 1, kInformation = 2 };
+        if (data.size() != 3) {
             return {kInvalidLength};
+        }
         const uint8_t operation = data[0] & 3;
-        if (operation > information)
+        if (operation > kInformation) {
             return {kInvalidData};
-        if (operation != information) {
+        }
+        if (operation != kInformation) {
             const unsigned last = data[2] + data[1] - 1u;
-            if (data[1] == 0 || data[2] < 8 || last > 254)
+            if (data[1] == 0 || data[2] < 8 || last > 254) {
                 return {kInvalidData};
+            }
             pool_size_ = data[1];
             first_eid_ = data[2];
             hand_out();
@@ -159,11 +167,13 @@ private:
         unsigned next = first_eid_;
         const unsigned end = next + pool_size_;
         for (Device* device : functions()) {
-            if (device->eid() != 0 && !pooled_.contains(device))
+            if (device->eid() != 0 && !pooled_.contains(device)) {
                 continue;
+            }
             pooled_.insert(device);
-            while (taken(next))
+            while (taken(next)) {
                 ++next;
+            }
             device->set_eid(next < end ? static_cast<uint8_t>(next++) : 0);
         }
     }
@@ -177,18 +187,21 @@ private:
 
     /// Get Routing Table Entries (DSP0236, clause 12.12); the handle is the number of the entry.
     Bytes routing_table(ByteView data) const {
-        if (data.size() != 1)
+        if (data.size() != 1) {
             return {kInvalidLength};
+        }
         const std::vector<Bytes> entries = table();
         const size_t begin = data[0];
-        if (begin != 0 && begin >= entries.size())
+        if (begin != 0 && begin >= entries.size()) {
             return {kInvalidData};
+        }
         const size_t end = std::min(begin + entries_per_part_, entries.size());
         const bool is_last = end == entries.size();
         Bytes out{kSuccess, is_last ? kLastHandle : static_cast<uint8_t>(end),
                   static_cast<uint8_t>(end - begin)};
-        for (size_t i = begin; i < end; ++i)
+        for (size_t i = begin; i < end; ++i) {
             append(out, entries[i]);
+        }
         return out;
     }
 
@@ -196,11 +209,14 @@ private:
         constexpr uint8_t kSingleEndpoint = 0x00;
         constexpr uint8_t kBridge = 0x80;
         std::vector<Bytes> entries;
-        if (eid() != 0)
+        if (eid() != 0) {
             entries.push_back(entry(*this, kBridge));
-        for (const Device* device : functions())
-            if (device->eid() != 0)
+        }
+        for (const Device* device : functions()) {
+            if (device->eid() != 0) {
                 entries.push_back(entry(*device, kSingleEndpoint));
+            }
+        }
         return entries;
     }
 
@@ -225,10 +241,12 @@ private:
 }  // namespace
 
 std::unique_ptr<Device> make_mpio(ObjectReader& reader, DeviceConfig config, const Clock& clock) {
-    if (config.where.transport != Transport::pcie)
+    if (config.where.transport != Transport::kPcie) {
         reader.complain("transport", "must be pcie for an mpio");
-    if (config.where.bdf != std::array<uint8_t, 3>{})
+    }
+    if (config.where.bdf != std::array<uint8_t, 3>{}) {
         reader.complain("bdf", "must be 00:00.0 for an mpio");
+    }
     config.bus_owner = true;
     return std::make_unique<Mpio>(reader, config, clock);
 }

@@ -26,16 +26,20 @@ void PcieBus::attach(Device& device) {
 }
 
 PcieBus::Function* PcieBus::find_function(const Bdf& bdf) {
-    for (const auto& function : functions_)
-        if (function->device->info().bdf == bdf)
+    for (const auto& function : functions_) {
+        if (function->device->info().bdf == bdf) {
             return function.get();
+        }
+    }
     return nullptr;
 }
 
 const Device* PcieBus::find(const Bdf& bdf) const {
-    for (const Device* device : devices_)
-        if (device->info().bdf == bdf)
+    for (const Device* device : devices_) {
+        if (device->info().bdf == bdf) {
             return device;
+        }
+    }
     return nullptr;
 }
 
@@ -45,14 +49,15 @@ bool PcieBus::powered(const Device& device) const {
 
 void PcieBus::record(const Device& device, Direction direction, const Bytes& packet) {
     ++statistics_.packets;
-    if (packet.size() > MctpEndpoint::kHeaderSize)
+    if (packet.size() > MctpEndpoint::kHeaderSize) {
         statistics_.payload_bytes += packet.size() - MctpEndpoint::kHeaderSize;
+    }
     Passing passing;
     passing.device = device.info().name;
     passing.direction = direction;
     passing.packet = packet;
     passing.at_ns = clock_.now_ns();
-    passing.transport = Transport::pcie;
+    passing.transport = Transport::kPcie;
     passing.bdf = device.info().bdf;
     tap_.packet(passing);
 }
@@ -63,7 +68,7 @@ void PcieBus::tell_lost(const PcieMessage& outgoing) {
         Passing lost;
         lost.packet = packet;
         lost.at_ns = clock_.now_ns();
-        lost.transport = Transport::pcie;
+        lost.transport = Transport::kPcie;
         lost.bdf = outgoing.bdf;
         lost.taken = false;
         tap_.packet(lost);
@@ -89,15 +94,16 @@ void PcieBus::write(PcieMessage outgoing) {
     ++statistics_.messages;
     for (const Bytes& packet : bmc_.split(outgoing.message)) {
         clock_.advance_to(clock_.now_ns() + kPacketNs);
-        record(*function->device, Direction::from_bmc, packet);
+        record(*function->device, Direction::kFromBmc, packet);
         schedule(*function, function->device->receive(packet));
     }
 }
 
 std::optional<PcieMessage> PcieBus::read(uint64_t limit_ns) {
     std::optional<PcieMessage> got = wait(limit_ns, [](const PcieMessage&) { return true; });
-    if (got && got->message.tag_owner)
+    if (got && got->message.tag_owner) {
         open_.push_back({got->bdf, got->message.tag, clock_.now_ns()});
+    }
     return got;
 }
 
@@ -146,12 +152,14 @@ void PcieBus::schedule(Function& function, const std::vector<Outgoing>& outgoing
 }
 
 void PcieBus::arrive(Function& function, const Bytes& packet) {
-    if (!powered(*function.device))
+    if (!powered(*function.device)) {
         return;
-    record(*function.device, Direction::to_bmc, packet);
+    }
+    record(*function.device, Direction::kToBmc, packet);
     std::optional<Message> message = function.to_bmc.receive(packet);
-    if (!message || queue_.size() >= kQueueLimit)
+    if (!message || queue_.size() >= kQueueLimit) {
         return;
+    }
     ++statistics_.messages;
     queue_.push_back({function.device->info().bdf, std::move(*message)});
 }

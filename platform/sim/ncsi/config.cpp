@@ -34,8 +34,9 @@ const std::vector<std::string> kFaultNames = {"codes",         "no_answer", "oth
 template <size_t size>
 std::optional<std::array<uint8_t, size>> read_bytes(ObjectReader& reader, const std::string& key) {
     const std::optional<Place> place = reader.find(key);
-    if (!place)
+    if (!place) {
         return std::nullopt;
+    }
     const Bytes bytes = place->hex();
     if (bytes.size() != size) {
         place->complain("must have " + std::to_string(size) + " bytes");
@@ -67,14 +68,14 @@ NcsiFault read_ncsi_fault(const Place& place) {
     fault.command = read_command(reader.require("command"));
     fault.at = static_cast<uint32_t>(reader.whole("at", 1, kMostTimes, 1));
     fault.count = static_cast<uint32_t>(reader.whole("count", 0, kMostTimes, 1));
-    if (fault.kind == Kind::codes) {
+    if (fault.kind == Kind::kCodes) {
         fault.response = read_code(reader, "response");
         fault.reason = read_code(reader, "reason");
-    } else if (fault.kind == Kind::other_command || fault.kind == Kind::other_channel) {
+    } else if (fault.kind == Kind::kOtherCommand || fault.kind == Kind::kOtherChannel) {
         fault.value = static_cast<uint32_t>(reader.whole("value", 0, 255));
-    } else if (fault.kind == Kind::truncate) {
+    } else if (fault.kind == Kind::kTruncate) {
         fault.value = static_cast<uint32_t>(reader.whole("length", 0, kMostBytesMore));
-    } else if (fault.kind == Kind::over_long) {
+    } else if (fault.kind == Kind::kOverLong) {
         fault.value = static_cast<uint32_t>(reader.whole("bytes", 1, kMostBytesMore));
     }
     reader.finish();
@@ -101,8 +102,9 @@ std::map<uint8_t, T> read_numbered(const Place& array, int64_t highest, Read rea
     array.each([&](const Place& place) {
         ObjectReader reader(place);
         const auto id = static_cast<uint8_t>(reader.whole("id", 0, highest));
-        if (!all.emplace(id, read(reader)).second)
+        if (!all.emplace(id, read(reader)).second) {
             reader.complain("id", "appears twice");
+        }
         reader.finish();
     });
     return all;
@@ -118,8 +120,9 @@ NcsiPackage read_package(ObjectReader& reader) {
 
 Waveform read_temperature(ObjectReader& reader) {
     Waveform waveform(reader.require("waveform"));
-    if (waveform.low() < 0 || waveform.high() > 255)
+    if (waveform.low() < 0 || waveform.high() > 255) {
         reader.complain("waveform", "must stay within 0 to 255");
+    }
     return waveform;
 }
 

@@ -17,19 +17,19 @@ namespace sim {
 
 /// The commands of NC-SI (DSP0222) and of two makers that a network controller knows.
 enum class NcsiCommand : uint8_t {
-    clear_initial_state,
-    select_package,
-    deselect_package,
-    get_link_status,
-    get_preboot_config,  ///< Broadcom
-    set_preboot_config,  ///< Broadcom
-    get_card_tlv,        ///< Mellanox
-    set_card_tlv,        ///< Mellanox
-    get_pf_mac_address,  ///< Mellanox
-    get_temperature,     ///< Mellanox
-    other,               ///< whatever else is sent
+    kClearInitialState,
+    kSelectPackage,
+    kDeselectPackage,
+    kGetLinkStatus,
+    kGetPrebootConfig,  ///< Broadcom
+    kSetPrebootConfig,  ///< Broadcom
+    kGetCardTlv,        ///< Mellanox
+    kSetCardTlv,        ///< Mellanox
+    kGetPfMacAddress,   ///< Mellanox
+    kGetTemperature,    ///< Mellanox
+    kOther,             ///< whatever else is sent
 };
-constexpr size_t kNcsiCommands = static_cast<size_t>(NcsiCommand::other) + 1;
+constexpr size_t kNcsiCommands = static_cast<size_t>(NcsiCommand::kOther) + 1;
 
 /// In place of an internal channel: the package itself (DSP0222, channel ID).
 constexpr uint8_t kNcsiWholePackage = 0x1F;
@@ -38,15 +38,15 @@ constexpr uint8_t kNcsiWholePackage = 0x1F;
 /// those to a package or channel that is not there among them.
 struct NcsiFault {
     enum class Kind {
-        codes,          ///< answers with response code and reason code, and does not act
-        no_answer,      ///< neither answers nor acts
-        other_command,  ///< the answer carries the control packet type `value`
-        other_channel,  ///< the answer carries the channel ID `value`
-        truncate,       ///< the answer is cut to `value` bytes from its header on
-        over_long,      ///< the answer has `value` bytes more behind its checksum
+        kCodes,         ///< answers with response code and reason code, and does not act
+        kNoAnswer,      ///< neither answers nor acts
+        kOtherCommand,  ///< the answer carries the control packet type `value`
+        kOtherChannel,  ///< the answer carries the channel ID `value`
+        kTruncate,      ///< the answer is cut to `value` bytes from its header on
+        kOverLong,      ///< the answer has `value` bytes more behind its checksum
     };
-    Kind kind = Kind::codes;
-    NcsiCommand command = NcsiCommand::other;
+    Kind kind = Kind::kCodes;
+    NcsiCommand command = NcsiCommand::kOther;
     uint32_t at = 1;     ///< the first request that is hit
     uint32_t count = 1;  ///< that many in a row are hit; 0: all from there on
     uint32_t value = 0;

@@ -41,15 +41,16 @@ size_t padded(size_t length) {
 /// Two's complement of the sum of 16-bit words (DSP0222, checksum).
 uint32_t checksum_of(ByteView packet) {
     uint32_t sum = 0;
-    for (size_t at = 0; at + 1 < packet.size(); at += 2)
+    for (size_t at = 0; at + 1 < packet.size(); at += 2) {
         sum += be16(packet, at);
+    }
     return ~sum + 1;
 }
 
 /// Whether a standard command may carry so many payload bytes.
 bool fits(NcsiCommand command, size_t length) {
     // Requesters exist that select a package without saying anything on hardware arbitration.
-    return length == 0 || (command == NcsiCommand::select_package && length == 4);
+    return length == 0 || (command == NcsiCommand::kSelectPackage && length == 4);
 }
 
 constexpr uint8_t kMessageType = 0x02;  // DSP0261
@@ -68,10 +69,12 @@ public:
 protected:
     std::optional<Bytes> answer(uint8_t type, ByteView request) override {
         constexpr double kMicrosecond = 1e-6;
-        if (type == 0)
+        if (type == 0) {
             return answer_control(request);
-        if (type != kMessageType)
+        }
+        if (type != kMessageType) {
             return std::nullopt;
+        }
         return controller_.answer(request, static_cast<double>(clock().now_us()) * kMicrosecond);
     }
 
@@ -91,8 +94,9 @@ NcsiPackage* NcsiController::package(uint8_t package_id) {
 
 NcsiChannel* NcsiController::channel(uint8_t package_id, uint8_t channel) {
     NcsiPackage* owner = package(package_id);
-    if (owner == nullptr)
+    if (owner == nullptr) {
         return nullptr;
+    }
     const auto found = owner->channels.find(channel);
     return found != owner->channels.end() ? &found->second : nullptr;
 }
@@ -105,8 +109,9 @@ void NcsiController::set_faults(std::vector<NcsiFault> faults) {
 void NcsiController::reset() {
     for (auto& [id, package] : packages_) {
         package.selected = false;
-        for (auto& [number, channel] : package.channels)
+        for (auto& [number, channel] : package.channels) {
             channel.initial_state = true;
+        }
     }
 }
 
@@ -143,16 +148,16 @@ std::optional<NcsiController::Request> NcsiController::take(ByteView packet) {
     request.payload = packet.subspan(kHeaderSize, length);
     switch (request.type) {
         case kClearInitialState:
-            request.command = NcsiCommand::clear_initial_state;
+            request.command = NcsiCommand::kClearInitialState;
             break;
         case kSelectPackage:
-            request.command = NcsiCommand::select_package;
+            request.command = NcsiCommand::kSelectPackage;
             break;
         case kDeselectPackage:
-            request.command = NcsiCommand::deselect_package;
+            request.command = NcsiCommand::kDeselectPackage;
             break;
         case kGetLinkStatus:
-            request.command = NcsiCommand::get_link_status;
+            request.command = NcsiCommand::kGetLinkStatus;
             break;
         case kOem:
             request.command = identify_oem(request.payload);
@@ -165,14 +170,16 @@ std::optional<NcsiController::Request> NcsiController::take(ByteView packet) {
 
 std::optional<Bytes> NcsiController::answer(ByteView packet, double seconds) {
     std::optional<Request> request = take(packet);
-    if (!request)
+    if (!request) {
         return std::nullopt;
+    }
     request->seconds = seconds;
     const NcsiCommand command = request->command;
     ++counts_[static_cast<size_t>(command)];
-    if (!is_there(*request) || strike(NcsiFault::Kind::no_answer, command) != nullptr)
+    if (!is_there(*request) || strike(NcsiFault::Kind::kNoAnswer, command) != nullptr) {
         return std::nullopt;
-    const NcsiFault* codes = strike(NcsiFault::Kind::codes, command);
+    }
+    const NcsiFault* codes = strike(NcsiFault::Kind::kCodes, command);
     const Response response =
         codes != nullptr ? Response{codes->response, codes->reason, {}} : serve(*request);
     Bytes out = compose(packet.first(kHeaderSize), response);
@@ -200,14 +207,18 @@ Bytes NcsiController::compose(ByteView request, const Response& response) const 
 
 void NcsiController::spoil(NcsiCommand command, Bytes& packet) const {
     using Kind = NcsiFault::Kind;
-    if (const NcsiFault* fault = strike(Kind::other_command, command))
+    if (const NcsiFault* fault = strike(Kind::kOtherCommand, command)) {
         packet[kType] = static_cast<uint8_t>(fault->value);
-    if (const NcsiFault* fault = strike(Kind::other_channel, command))
+    }
+    if (const NcsiFault* fault = strike(Kind::kOtherChannel, command)) {
         packet[kChannel] = static_cast<uint8_t>(fault->value);
-    if (const NcsiFault* fault = strike(Kind::truncate, command))
+    }
+    if (const NcsiFault* fault = strike(Kind::kTruncate, command)) {
         packet.resize(std::min<size_t>(packet.size(), fault->value));
-    if (const NcsiFault* fault = strike(Kind::over_long, command))
+    }
+    if (const NcsiFault* fault = strike(Kind::kOverLong, command)) {
         packet.resize(packet.size() + fault->value, 0xEE);
+    }
 }
 
 bool NcsiController::is_there(const Request& request) {
@@ -218,8 +229,9 @@ bool NcsiController::is_there(const Request& request) {
 
 /// A command to a package needs one of its channels to be out of the initial state.
 bool NcsiController::is_initialised(const Request& request) {
-    if (const NcsiChannel* found = channel(request.package_id(), request.channel()))
+    if (const NcsiChannel* found = channel(request.package_id(), request.channel())) {
         return !found->initial_state;
+    }
     return std::ranges::any_of(package(request.package_id())->channels,
                                [](const auto& each) { return !each.second.initial_state; });
 }
@@ -227,17 +239,22 @@ bool NcsiController::is_initialised(const Request& request) {
 NcsiController::Response NcsiController::serve(const Request& request) {
     const NcsiCommand command = request.command;
     const bool to_package =
-        command == NcsiCommand::select_package || command == NcsiCommand::deselect_package;
-    if (!to_package && command != NcsiCommand::clear_initial_state && !is_initialised(request))
-        return {ncsi_failed, ncsi_initialisation_required, {}};
-    if (command == NcsiCommand::other || settings_.unsupported.contains(command))
-        return {ncsi_unsupported, ncsi_unknown_command, {}};
-    if (request.type == kOem)
+        command == NcsiCommand::kSelectPackage || command == NcsiCommand::kDeselectPackage;
+    if (!to_package && command != NcsiCommand::kClearInitialState && !is_initialised(request)) {
+        return {kNcsiFailed, kNcsiInitialisationRequired, {}};
+    }
+    if (command == NcsiCommand::kOther || settings_.unsupported.contains(command)) {
+        return {kNcsiUnsupported, kNcsiUnknownCommand, {}};
+    }
+    if (request.type == kOem) {
         return serve_oem(request);
-    if (!fits(command, request.payload.size()))
-        return {ncsi_failed, ncsi_invalid_payload_length, {}};
-    if (to_package != (request.channel() == kNcsiWholePackage))
-        return {ncsi_failed, ncsi_invalid_parameter, {}};
+    }
+    if (!fits(command, request.payload.size())) {
+        return {kNcsiFailed, kNcsiInvalidPayloadLength, {}};
+    }
+    if (to_package != (request.channel() == kNcsiWholePackage)) {
+        return {kNcsiFailed, kNcsiInvalidParameter, {}};
+    }
     return to_package ? serve_package(request)
                       : serve_channel(request, *channel(request.package_id(), request.channel()));
 }
@@ -245,9 +262,10 @@ NcsiController::Response NcsiController::serve(const Request& request) {
 /// One package is selected at a time.
 NcsiController::Response NcsiController::serve_package(const Request& request) {
     NcsiPackage& addressed = *package(request.package_id());
-    if (request.command == NcsiCommand::select_package) {
-        for (auto& [id, other] : packages_)
+    if (request.command == NcsiCommand::kSelectPackage) {
+        for (auto& [id, other] : packages_) {
             other.selected = false;
+        }
         addressed.selected = true;
     } else {
         addressed.selected = false;
@@ -257,7 +275,7 @@ NcsiController::Response NcsiController::serve_package(const Request& request) {
 
 NcsiController::Response NcsiController::serve_channel(const Request& request,
                                                        NcsiChannel& channel) {
-    if (request.command == NcsiCommand::clear_initial_state) {
+    if (request.command == NcsiCommand::kClearInitialState) {
         channel.initial_state = false;
         return {};
     }
@@ -271,8 +289,9 @@ NcsiController::Response NcsiController::serve_channel(const Request& request,
 std::unique_ptr<Device> make_ncsi_device(ObjectReader& reader, DeviceConfig config,
                                          const Clock& clock) {
     NcsiConfig controller = read_ncsi(reader.require("controller"));
-    if (!reader.sound())
+    if (!reader.sound()) {
         return nullptr;
+    }
     return std::make_unique<NcsiDevice>(std::move(controller), config, clock);
 }
 

@@ -13,7 +13,7 @@ namespace sim {
 
 /// A set command that has changed bits which it had to carry over as they were.
 struct NcsiForeignChange {
-    NcsiCommand command = NcsiCommand::other;
+    NcsiCommand command = NcsiCommand::kOther;
     uint8_t channel_id = 0;  ///< as in the request
     Bytes before;            ///< PrebootConfig or CardTlv
     Bytes after;
@@ -61,7 +61,7 @@ private:
         uint8_t type = 0;
         uint8_t channel_id = 0;
         ByteView payload;
-        NcsiCommand command = NcsiCommand::other;
+        NcsiCommand command = NcsiCommand::kOther;
         double seconds = 0;  ///< when it came
 
         uint8_t package_id() const { return channel_id >> 5; }
@@ -104,18 +104,18 @@ private:
 
 /// Response codes (DSP0222, table of response codes).
 enum NcsiResponseCode : uint16_t {
-    ncsi_completed = 0x0000,
-    ncsi_failed = 0x0001,
-    ncsi_unsupported = 0x0003,
+    kNcsiCompleted = 0x0000,
+    kNcsiFailed = 0x0001,
+    kNcsiUnsupported = 0x0003,
 };
 
 /// Reason codes (DSP0222, table of reason codes).
 enum NcsiReasonCode : uint16_t {
-    ncsi_no_error = 0x0000,
-    ncsi_initialisation_required = 0x0001,
-    ncsi_invalid_parameter = 0x0002,
-    ncsi_invalid_payload_length = 0x0005,
-    ncsi_unknown_command = 0x7FFF,
+    kNcsiNoError = 0x0000,
+    kNcsiInitialisationRequired = 0x0001,
+    kNcsiInvalidParameter = 0x0002,
+    kNcsiInvalidPayloadLength = 0x0005,
+    kNcsiUnknownCommand = 0x7FFF,
 };
 
 }  // namespace sim

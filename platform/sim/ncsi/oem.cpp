@@ -29,33 +29,35 @@ struct Shape {
 constexpr Shape kShapes[] = {
     {16,
      kBroadcom,
-     NcsiCommand::get_preboot_config,
+     NcsiCommand::kGetPrebootConfig,
      false,
      {0x00, 0x1C, 0x00, 0x04, 0, 0, 0, 0, 0, 0, 0, 0x05, kAny, kAny, kAny, kAny}},
     {20,
      kBroadcom,
-     NcsiCommand::set_preboot_config,
+     NcsiCommand::kSetPrebootConfig,
      false,
      {0x00, 0x1D, 0x00, 0x04, 0, 0, 0, 0, 0, 0, 0, 0x01, kAny, kAny, kAny, kAny}},
     {16,
      kMellanox,
-     NcsiCommand::get_card_tlv,
+     NcsiCommand::kGetCardTlv,
      true,
      {0x00, 0x00, 0x23, 0, 0, 0, 0, 0, 0x03, 0, 0x02, 0x21, kAny, kAny, kAny, kAny}},
     {20,
      kMellanox,
-     NcsiCommand::set_card_tlv,
+     NcsiCommand::kSetCardTlv,
      true,
      {0x00, 0x01, 0x23, 0, 0, 0, kAny, 0, 0x03, 0, 0x02, 0x21, kAny, kAny, kAny, kAny}},
-    {8, kMellanox, NcsiCommand::get_pf_mac_address, false, {0x00, 0x00, 0x00, 0x00}},
-    {8, kMellanox, NcsiCommand::get_temperature, false, {0x00, 0x13, 0x02, kAny}},
+    {8, kMellanox, NcsiCommand::kGetPfMacAddress, false, {0x00, 0x00, 0x00, 0x00}},
+    {8, kMellanox, NcsiCommand::kGetTemperature, false, {0x00, 0x13, 0x02, kAny}},
 };
 
 /// Whether the first bytes behind the manufacturer ID are those of the shape.
 bool matches(const Shape& shape, ByteView payload, size_t count) {
-    for (size_t i = 0; i < count; ++i)
-        if (shape.expected[i] != kAny && shape.expected[i] != payload[kManufacturerSize + i])
+    for (size_t i = 0; i < count; ++i) {
+        if (shape.expected[i] != kAny && shape.expected[i] != payload[kManufacturerSize + i]) {
             return false;
+        }
+    }
     return true;
 }
 
@@ -79,42 +81,49 @@ Bytes head_of(ByteView payload, size_t length) {
 }  // namespace
 
 NcsiCommand NcsiController::identify_oem(ByteView payload) {
-    if (payload.size() < kManufacturerSize + kDecisive)
-        return NcsiCommand::other;
-    for (const Shape& shape : kShapes)
-        if (be32(payload, 0) == shape.manufacturer && matches(shape, payload, kDecisive))
+    if (payload.size() < kManufacturerSize + kDecisive) {
+        return NcsiCommand::kOther;
+    }
+    for (const Shape& shape : kShapes) {
+        if (be32(payload, 0) == shape.manufacturer && matches(shape, payload, kDecisive)) {
             return shape.command;
-    return NcsiCommand::other;
+        }
+    }
+    return NcsiCommand::kOther;
 }
 
 void NcsiController::watch(const Request& request, ByteView before, ByteView after,
                            ByteView carried_over) {
     bool changed = false;
-    for (size_t i = 0; i < before.size(); ++i)
+    for (size_t i = 0; i < before.size(); ++i) {
         changed |= ((before[i] ^ after[i]) & carried_over[i]) != 0;
-    if (changed)
+    }
+    if (changed) {
         foreign_changes_.push_back({request.command,
                                     request.channel_id,
                                     {before.begin(), before.end()},
                                     {after.begin(), after.end()}});
+    }
 }
 
 NcsiController::Response NcsiController::serve_oem(const Request& request) {
     const Shape& shape = *std::ranges::find(kShapes, request.command, &Shape::command);
-    if (request.payload.size() != shape.length)
-        return {ncsi_failed, ncsi_invalid_payload_length, {}};
+    if (request.payload.size() != shape.length) {
+        return {kNcsiFailed, kNcsiInvalidPayloadLength, {}};
+    }
     const bool to_package = request.channel() == kNcsiWholePackage;
     if (to_package != shape.to_package ||
-        !matches(shape, request.payload, shape.length - kManufacturerSize))
-        return {ncsi_failed, ncsi_invalid_parameter, {}};
+        !matches(shape, request.payload, shape.length - kManufacturerSize)) {
+        return {kNcsiFailed, kNcsiInvalidParameter, {}};
+    }
     switch (request.command) {
-        case NcsiCommand::get_preboot_config:
-        case NcsiCommand::set_preboot_config:
+        case NcsiCommand::kGetPrebootConfig:
+        case NcsiCommand::kSetPrebootConfig:
             return serve_preboot(request);
-        case NcsiCommand::get_card_tlv:
-        case NcsiCommand::set_card_tlv:
+        case NcsiCommand::kGetCardTlv:
+        case NcsiCommand::kSetCardTlv:
             return serve_card_tlv(request);
-        case NcsiCommand::get_pf_mac_address:
+        case NcsiCommand::kGetPfMacAddress:
             return get_pf_mac_address(request);
         default:
             return get_temperature(request);
@@ -124,10 +133,11 @@ NcsiController::Response NcsiController::serve_oem(const Request& request) {
 NcsiController::Response NcsiController::serve_preboot(const Request& request) {
     std::optional<PrebootConfig>& config =
         channel(request.package_id(), request.channel())->preboot;
-    if (!config)
-        return {ncsi_unsupported, ncsi_unknown_command, {}};
-    Response response{ncsi_completed, ncsi_no_error, head_of(request.payload, kPrebootHead)};
-    if (request.command == NcsiCommand::get_preboot_config) {
+    if (!config) {
+        return {kNcsiUnsupported, kNcsiUnknownCommand, {}};
+    }
+    Response response{kNcsiCompleted, kNcsiNoError, head_of(request.payload, kPrebootHead)};
+    if (request.command == NcsiCommand::kGetPrebootConfig) {
         append(response.data, *config);
         return response;
     }
@@ -140,10 +150,11 @@ NcsiController::Response NcsiController::serve_preboot(const Request& request) {
 
 NcsiController::Response NcsiController::serve_card_tlv(const Request& request) {
     std::optional<CardTlv>& tlv = package(request.package_id())->card_tlv;
-    if (!tlv)
-        return {ncsi_unsupported, ncsi_unknown_command, {}};
-    Response response{ncsi_completed, ncsi_no_error, {}};
-    if (request.command == NcsiCommand::get_card_tlv) {
+    if (!tlv) {
+        return {kNcsiUnsupported, kNcsiUnknownCommand, {}};
+    }
+    Response response{kNcsiCompleted, kNcsiNoError, {}};
+    if (request.command == NcsiCommand::kGetCardTlv) {
         response.data = head_of(request.payload, kTlvHead);
         response.data[kTlvFirst] = tlv->front();
         append(response.data, ByteView(*tlv).subspan(1));
@@ -161,9 +172,10 @@ NcsiController::Response NcsiController::serve_card_tlv(const Request& request) 
 NcsiController::Response NcsiController::get_pf_mac_address(const Request& request) {
     constexpr size_t kAnswerSize = 16;
     const std::optional<MacAddress>& mac = channel(request.package_id(), request.channel())->mac;
-    if (!mac)
-        return {ncsi_unsupported, ncsi_unknown_command, {}};
-    Response response{ncsi_completed, ncsi_no_error, head_of(request.payload, kShortHead)};
+    if (!mac) {
+        return {kNcsiUnsupported, kNcsiUnknownCommand, {}};
+    }
+    Response response{kNcsiCompleted, kNcsiNoError, head_of(request.payload, kShortHead)};
     append(response.data, *mac);
     response.data.resize(kAnswerSize);
     return response;
@@ -172,12 +184,14 @@ NcsiController::Response NcsiController::get_pf_mac_address(const Request& reque
 NcsiController::Response NcsiController::get_temperature(const Request& request) {
     constexpr size_t kSensorIndex = 7;
     constexpr size_t kReservedSize = 3;
-    if (settings_.temperatures.empty())
-        return {ncsi_unsupported, ncsi_unknown_command, {}};
+    if (settings_.temperatures.empty()) {
+        return {kNcsiUnsupported, kNcsiUnknownCommand, {}};
+    }
     const auto sensor = settings_.temperatures.find(request.payload[kSensorIndex]);
-    if (sensor == settings_.temperatures.end())
-        return {ncsi_failed, ncsi_invalid_parameter, {}};
-    Response response{ncsi_completed, ncsi_no_error, head_of(request.payload, kShortHead)};
+    if (sensor == settings_.temperatures.end()) {
+        return {kNcsiFailed, kNcsiInvalidParameter, {}};
+    }
+    Response response{kNcsiCompleted, kNcsiNoError, head_of(request.payload, kShortHead)};
     response.data.resize(response.data.size() + kReservedSize);
     response.data.push_back(static_cast<uint8_t>(std::lround(sensor->second.at(request.seconds))));
     return response;

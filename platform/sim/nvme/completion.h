@@ -12,31 +12,31 @@ namespace sim {
 /// Status field of a completion queue entry: status code type in bits 15 to 8, status code below
 /// (NVMe, status code definitions).
 enum class NvmeStatus : uint16_t {
-    success = 0x000,
-    invalid_opcode = 0x001,
-    invalid_field = 0x002,
-    invalid_namespace = 0x00B,
-    sanitize_failed = 0x01C,
-    sanitize_in_progress = 0x01D,
-    prohibited_by_lockdown = 0x023,
-    invalid_firmware_slot = 0x106,
-    invalid_firmware_image = 0x107,
-    invalid_log_page = 0x109,
-    invalid_format = 0x10A,
-    feature_not_saveable = 0x10D,
-    feature_not_changeable = 0x10E,
-    overlapping_range = 0x114,
-    insufficient_capacity = 0x115,
-    namespace_id_unavailable = 0x116,
-    already_attached = 0x118,
-    not_attached = 0x11A,
-    controller_list_invalid = 0x11C,
-    prohibition_not_supported = 0x128,
+    kSuccess = 0x000,
+    kInvalidOpcode = 0x001,
+    kInvalidField = 0x002,
+    kInvalidNamespace = 0x00B,
+    kSanitizeFailed = 0x01C,
+    kSanitizeInProgress = 0x01D,
+    kProhibitedByLockdown = 0x023,
+    kInvalidFirmwareSlot = 0x106,
+    kInvalidFirmwareImage = 0x107,
+    kInvalidLogPage = 0x109,
+    kInvalidFormat = 0x10A,
+    kFeatureNotSaveable = 0x10D,
+    kFeatureNotChangeable = 0x10E,
+    kOverlappingRange = 0x114,
+    kInsufficientCapacity = 0x115,
+    kNamespaceIdUnavailable = 0x116,
+    kAlreadyAttached = 0x118,
+    kNotAttached = 0x11A,
+    kControllerListInvalid = 0x11C,
+    kProhibitionNotSupported = 0x128,
 };
 
 /// What a command comes to.
 struct NvmeCompletion {
-    NvmeStatus status = NvmeStatus::success;
+    NvmeStatus status = NvmeStatus::kSuccess;
     uint32_t dword0 = 0;
     Bytes data;          ///< what it reads, as far as it is not zeros
     uint64_t total = 0;  ///< bytes of what it reads

@@ -41,8 +41,9 @@ T whole(ObjectReader& reader, const std::string& key, int64_t low, int64_t high,
 std::string read_ascii(const Place& place, size_t longest) {
     const std::string& text = place.text();
     auto printable = [](char c) { return c >= ' ' && c <= '~'; };
-    if (text.size() <= longest && std::ranges::all_of(text, printable))
+    if (text.size() <= longest && std::ranges::all_of(text, printable)) {
         return text;
+    }
     place.complain("must have at most " + std::to_string(longest) + " ASCII characters");
     return "";
 }
@@ -58,27 +59,28 @@ NvmeFault read_nvme_fault(const Place& place) {
     ObjectReader reader(place);
     NvmeFault fault;
     fault.kind = static_cast<Kind>(reader.choice("kind", kFaultNames));
-    fault.set = reader.choice("set", {"management", "admin"}) == 1 ? NvmeCommandSet::admin
-                                                                   : NvmeCommandSet::management;
+    fault.set = reader.choice("set", {"management", "admin"}) == 1 ? NvmeCommandSet::kAdmin
+                                                                   : NvmeCommandSet::kManagement;
     fault.opcode = static_cast<uint8_t>(reader.whole("opcode", 0, 255));
     fault.at = whole(reader, "at", 1, kMostTimes, fault.at);
     fault.count = whole(reader, "count", 0, kMostTimes, fault.count);
-    if (fault.kind == Kind::status) {
+    if (fault.kind == Kind::kStatus) {
         fault.value = static_cast<uint32_t>(reader.whole("value", 1, 255));
         if (fault.value == kInvalidParameter) {
             fault.byte = whole(reader, "byte", 0, 0xFFFF, fault.byte);
             fault.bit = whole(reader, "bit", 0, 7, fault.bit);
         }
-    } else if (fault.kind == Kind::completion) {
+    } else if (fault.kind == Kind::kCompletion) {
         fault.sct = static_cast<uint8_t>(reader.whole("sct", 0, 7));
         fault.value = static_cast<uint32_t>(reader.whole("sc", 0, 255));
-        if (fault.set != NvmeCommandSet::admin)
+        if (fault.set != NvmeCommandSet::kAdmin) {
             reader.complain("set", "must be admin");
-    } else if (fault.kind == Kind::truncate) {
+        }
+    } else if (fault.kind == Kind::kTruncate) {
         fault.value = static_cast<uint32_t>(reader.whole("length", 0, kMostBytes));
-    } else if (fault.kind == Kind::over_long) {
+    } else if (fault.kind == Kind::kOverLong) {
         fault.value = static_cast<uint32_t>(reader.whole("bytes", 1, kMostBytes));
-    } else if (fault.kind == Kind::more_processing) {
+    } else if (fault.kind == Kind::kMoreProcessing) {
         fault.value = static_cast<uint32_t>(reader.whole("answers", 1, 1000));
     }
     reader.finish();
@@ -89,7 +91,7 @@ NvmePort read_port(const Place& place) {
     ObjectReader reader(place);
     NvmePort port;
     port.type = static_cast<NvmePortType>(reader.choice("type", {"inactive", "pcie", "smbus"}));
-    const bool smbus = port.type == NvmePortType::smbus;
+    const bool smbus = port.type == NvmePortType::kSmbus;
     port.largest_unit = static_cast<uint16_t>(reader.whole(
         "largest_unit", kSmallestUnit, kLargestUnit, smbus ? kLargestUnit : kSmallestUnit));
     if (smbus) {
@@ -103,8 +105,8 @@ NvmePort read_port(const Place& place) {
 void read_ports(ObjectReader& reader, NvmeConfig& config) {
     const std::optional<Place> ports = reader.find("ports");
     if (!ports) {
-        config.ports = {{NvmePortType::pcie},
-                        {NvmePortType::smbus, static_cast<uint16_t>(kLargestUnit)}};
+        config.ports = {{NvmePortType::kPcie},
+                        {NvmePortType::kSmbus, static_cast<uint16_t>(kLargestUnit)}};
         return;
     }
     ports->each([&](const Place& port) {
@@ -130,13 +132,15 @@ void read_controllers(ObjectReader& reader, NvmeConfig& config) {
         controller.id = static_cast<uint16_t>(each.whole("id", 0, kLastController));
         controller.port =
             whole<uint8_t>(each, "port", 0, static_cast<int64_t>(config.ports.size()) - 1, 0);
-        if (!config.controllers.emplace(controller.id, controller).second)
+        if (!config.controllers.emplace(controller.id, controller).second) {
             each.complain("id", "appears twice");
+        }
         each.finish();
     });
-    if (config.controllers.empty() || config.controllers.size() > kMostControllers)
+    if (config.controllers.empty() || config.controllers.size() > kMostControllers) {
         controllers->complain("must have 1 to " + std::to_string(kMostControllers) +
                               " controllers");
+    }
 }
 
 void read_smart(NvmeSmart& smart, const Place& place) {
@@ -156,8 +160,9 @@ void read_smart(NvmeSmart& smart, const Place& place) {
         {"unsafe_shutdowns", &smart.unsafe_shutdowns},
         {"media_errors", &smart.media_errors},
     };
-    for (const auto& [key, count] : counts)
+    for (const auto& [key, count] : counts) {
         *count = whole(reader, key, 0, kAnyCount, *count);
+    }
     reader.finish();
 }
 
@@ -192,15 +197,18 @@ void read_features(ObjectReader& reader, NvmeConfig& config) {
         const auto id = static_cast<uint8_t>(each.whole("id", 0, 255));
         NvmeFeature feature;
         feature.initial.value = whole(each, "value", 0, 0xFFFFFFFF, feature.initial.value);
-        if (const std::optional<Place> data = each.find("data"))
+        if (const std::optional<Place> data = each.find("data")) {
             feature.initial.data = data->hex();
-        if (feature.initial.data.size() > 4096 || feature.initial.data.size() % 4 != 0)
+        }
+        if (feature.initial.data.size() > 4096 || feature.initial.data.size() % 4 != 0) {
             each.complain("data", "must have up to 4096 bytes, a multiple of 4");
+        }
         feature.current = feature.initial;
         feature.changeable = each.flag("changeable", feature.changeable);
         feature.saveable = each.flag("saveable", feature.changeable);
-        if (!config.features.emplace(id, feature).second)
+        if (!config.features.emplace(id, feature).second) {
             each.complain("id", "appears twice");
+        }
         each.finish();
     });
 }
@@ -213,13 +221,15 @@ NvmeNamespace read_namespace(ObjectReader& reader, const NvmeConfig& config) {
     space.used = whole<uint64_t>(reader, "used", 0, static_cast<int64_t>(space.blocks), 0);
     const std::optional<Place> attached = reader.find("controllers");
     if (!attached) {
-        for (const auto& [id, controller] : config.controllers)
+        for (const auto& [id, controller] : config.controllers) {
             space.controllers.insert(id);
+        }
     } else {
         attached->each([&](const Place& place) {
             const auto id = static_cast<uint16_t>(place.whole(0, kLastController));
-            if (!config.controllers.contains(id))
+            if (!config.controllers.contains(id)) {
                 place.fail("is not among the drive's controllers");
+            }
             space.controllers.insert(id);
         });
     }
@@ -234,8 +244,9 @@ void read_namespaces(ObjectReader& reader, NvmeConfig& config) {
     if (!namespaces) {
         NvmeNamespace space;
         space.blocks = config.capacity >> kNvmeFormats[0];
-        for (const auto& [id, controller] : config.controllers)
+        for (const auto& [id, controller] : config.controllers) {
             space.controllers.insert(id);
+        }
         space.sharing = space.controllers.size() > 1 ? 1 : 0;
         config.namespaces.emplace(1, space);
         return;
@@ -245,10 +256,12 @@ void read_namespaces(ObjectReader& reader, NvmeConfig& config) {
         ObjectReader each(place);
         const auto id = static_cast<uint32_t>(each.whole("id", 1, config.most_namespaces));
         const NvmeNamespace space = read_namespace(each, config);
-        if (!config.namespaces.emplace(id, space).second)
+        if (!config.namespaces.emplace(id, space).second) {
             each.complain("id", "appears twice");
-        if (space.bytes() > left)
+        }
+        if (space.bytes() > left) {
             each.complain("blocks", "is more than what the drive has left");
+        }
         left -= std::min(left, space.bytes());
         each.finish();
     });
@@ -264,13 +277,15 @@ void read_firmware_slots(NvmeFirmwareConfig& firmware, ObjectReader& reader) {
             firmware.slots.push_back(revision.empty() ? std::nullopt
                                                       : std::optional<std::string>(revision));
         });
-        if (firmware.slots.empty() || firmware.slots.size() > kMostSlots)
+        if (firmware.slots.empty() || firmware.slots.size() > kMostSlots) {
             slots->fail("must have 1 to " + std::to_string(kMostSlots) + " slots");
+        }
     }
     firmware.active =
         whole(reader, "active", 1, static_cast<int64_t>(firmware.slots.size()), firmware.active);
-    if (!firmware.slots[firmware.active - 1u])
+    if (!firmware.slots[firmware.active - 1u]) {
         reader.fail("active", "is an empty slot");
+    }
 }
 
 void read_nvme_firmware(NvmeFirmwareConfig& firmware, const Place& place) {
@@ -285,28 +300,33 @@ void read_nvme_firmware(NvmeFirmwareConfig& firmware, const Place& place) {
 void read_vpd(ObjectReader& reader, NvmeConfig& config) {
     constexpr int64_t kLargestVpd = 65'535;
     constexpr int64_t kUsualVpd = 256;
-    if (const std::optional<Place> vpd = reader.find("vpd"))
+    if (const std::optional<Place> vpd = reader.find("vpd")) {
         config.vpd = vpd->hex();
+    }
     const auto filled = static_cast<int64_t>(config.vpd.size());
-    if (filled > kLargestVpd)
+    if (filled > kLargestVpd) {
         reader.complain("vpd", "must have at most 65535 bytes");
+    }
     config.vpd.resize(static_cast<size_t>(reader.whole("vpd_size", std::max<int64_t>(filled, 1),
                                                        kLargestVpd, std::max(filled, kUsualVpd))),
                       0xFF);
-    if (reader.find("vpd_writes"))
+    if (reader.find("vpd_writes")) {
         config.settings.vpd_writes =
             static_cast<uint32_t>(reader.whole("vpd_writes", 0, kMostTimes));
+    }
 }
 
 void read_temperatures(ObjectReader& reader, NvmeConfig& config) {
     NvmeSettings& settings = config.settings;
     reader.within("temperature", [&](const Place& waveform) {
         config.temperature = Waveform(waveform);
-        if (config.temperature->low() < -100 || config.temperature->high() > 200)
+        if (config.temperature->low() < -100 || config.temperature->high() > 200) {
             waveform.complain("must stay within -100 to 200");
+        }
     });
-    if (!config.temperature)
+    if (!config.temperature) {
         settings.temperature = 35;
+    }
     settings.warning_temperature =
         whole(reader, "warning_temperature", -100, 200, settings.warning_temperature);
     settings.critical_temperature =
@@ -319,14 +339,16 @@ void read_drive_behaviour(ObjectReader& reader, NvmeSettings& settings) {
     settings.subsystem_status =
         whole(reader, "subsystem_status", 0, 255, settings.subsystem_status);
     settings.sanitize_seconds = reader.number("sanitize_s", settings.sanitize_seconds);
-    if (settings.sanitize_seconds < 0 || settings.sanitize_seconds > 1e6)
+    if (settings.sanitize_seconds < 0 || settings.sanitize_seconds > 1e6) {
         reader.complain("sanitize_s", "must be from 0 to 1000000 seconds");
+    }
     settings.sanitize_fails = reader.flag("sanitize_fails", settings.sanitize_fails);
     reader.each("vendor_commands", [&](const Place& place) {
         ObjectReader each(place);
         const auto opcode = static_cast<uint8_t>(each.whole("opcode", 0xC0, 0xFF));
-        if (!settings.vendor.emplace(opcode, each.require("data").hex()).second)
+        if (!settings.vendor.emplace(opcode, each.require("data").hex()).second) {
             each.complain("opcode", "appears twice");
+        }
         each.finish();
     });
     reader.each("faults",
@@ -346,10 +368,11 @@ void read_names(ObjectReader& reader, NvmeConfig& config) {
     config.device_id = whole<uint16_t>(reader, "device_id", 0, 0xFFFF, 0x0001);
     if (const std::optional<Place> ieee = reader.find("ieee")) {
         const Bytes bytes = ieee->hex();
-        if (bytes.size() == config.ieee.size())
+        if (bytes.size() == config.ieee.size()) {
             std::ranges::copy(bytes, config.ieee.begin());
-        else
+        } else {
             ieee->complain("must have 3 bytes");
+        }
     }
 }
 

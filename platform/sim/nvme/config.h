@@ -18,22 +18,22 @@
 namespace sim {
 
 /// The sets that a command belongs to, as the NVMe-MI message type names them.
-enum class NvmeCommandSet : uint8_t { management = 1, admin = 2 };
+enum class NvmeCommandSet : uint8_t { kManagement = 1, kAdmin = 2 };
 
 /// One thing that a drive does wrong. The requests of an opcode are counted from 1, those with a
 /// wrong integrity check left out.
 struct NvmeFault {
     enum class Kind {
-        status,           ///< answers with a response message status, and does not act
-        completion,       ///< answers an admin command with a status of NVMe, and does not act
-        no_answer,        ///< neither answers nor acts
-        bad_check,        ///< the answer's message integrity check is wrong
-        truncate,         ///< the answer is cut to `value` bytes, from behind the message type on
-        over_long,        ///< the answer has `value` bytes more before its integrity check
-        more_processing,  ///< `value` answers that ask for more time come before the answer
+        kStatus,          ///< answers with a response message status, and does not act
+        kCompletion,      ///< answers an admin command with a status of NVMe, and does not act
+        kNoAnswer,        ///< neither answers nor acts
+        kBadCheck,        ///< the answer's message integrity check is wrong
+        kTruncate,        ///< the answer is cut to `value` bytes, from behind the message type on
+        kOverLong,        ///< the answer has `value` bytes more before its integrity check
+        kMoreProcessing,  ///< `value` answers that ask for more time come before the answer
     };
-    Kind kind = Kind::status;
-    NvmeCommandSet set = NvmeCommandSet::management;
+    Kind kind = Kind::kStatus;
+    NvmeCommandSet set = NvmeCommandSet::kManagement;
     uint8_t opcode = 0;
     uint32_t at = 1;     ///< the first request that is hit
     uint32_t count = 1;  ///< that many in a row are hit; 0: all from there on
@@ -43,10 +43,10 @@ struct NvmeFault {
     uint8_t sct = 0;    ///< completion: status code type
 };
 
-enum class NvmePortType : uint8_t { inactive = 0, pcie = 1, smbus = 2 };
+enum class NvmePortType : uint8_t { kInactive = 0, kPcie = 1, kSmbus = 2 };
 
 struct NvmePort {
-    NvmePortType type = NvmePortType::pcie;
+    NvmePortType type = NvmePortType::kPcie;
     uint16_t largest_unit = 64;     ///< the largest MCTP transmission unit
     uint16_t unit = 64;             ///< the one in use
     uint8_t frequency = 1;          ///< SMBus: 1 100 kHz, 2 400 kHz, 3 1 MHz

@@ -50,9 +50,9 @@ class NvmeDevice : public Device {
 public:
     NvmeDevice(NvmeConfig drive, const DeviceConfig& config, const Clock& clock)
         : Device(config, clock, {kMessageType}),
-          drive_(std::move(drive), config.where.transport == Transport::pcie
-                                       ? NvmePortType::pcie
-                                       : NvmePortType::smbus) {}
+          drive_(std::move(drive), config.where.transport == Transport::kPcie
+                                       ? NvmePortType::kPcie
+                                       : NvmePortType::kSmbus) {}
 
     void reset() override {
         Device::reset();
@@ -62,17 +62,21 @@ public:
 
 protected:
     std::optional<Bytes> answer(uint8_t type, ByteView request) override {
-        if (type == 0)
+        if (type == 0) {
             return answer_control(request);
-        if (type != (kMessageType | kWithCheck))
+        }
+        if (type != (kMessageType | kWithCheck)) {
             return std::nullopt;
+        }
         std::optional<NvmeAnswer> answer =
             drive_.answer(request, static_cast<double>(clock().now_us()) * kMicrosecond);
         set_transmission_unit(drive_.transmission_unit());
-        if (!answer)
+        if (!answer) {
             return std::nullopt;
-        for (Bytes& more : answer->in_advance)
+        }
+        for (Bytes& more : answer->in_advance) {
             answer_in_advance(std::move(more), drive_.settings().processing_us);
+        }
         return std::move(answer->body);
     }
 
@@ -89,7 +93,7 @@ NvmeDrive::NvmeDrive(NvmeConfig config, NvmePortType own_port)
       firmware_(config_.firmware),
       namespaces_(config_) {
     last_health_ = health();
-    mark(nvme_ready);
+    mark(kNvmeReady);
 }
 
 uint64_t NvmeDrive::count(NvmeCommandSet set, uint8_t opcode) const {
@@ -103,34 +107,40 @@ void NvmeDrive::set_faults(std::vector<NvmeFault> faults) {
 }
 
 size_t NvmeDrive::transmission_unit() const {
-    for (const NvmePort& port : config_.ports)
-        if (port.type == own_port_ && port.unit != NvmePort{}.unit)
+    for (const NvmePort& port : config_.ports) {
+        if (port.type == own_port_ && port.unit != NvmePort{}.unit) {
             return port.unit;
+        }
+    }
     return 0;
 }
 
 void NvmeDrive::power_cycle() {
     ++config_.smart.power_cycles;
     lockdown_ = {};
-    for (auto& [id, controller] : config_.controllers)
+    for (auto& [id, controller] : config_.controllers) {
         controller.changed = 0;
+    }
     begin_anew();
 }
 
 void NvmeDrive::subsystem_reset() {
     ++resets_;
     begin_anew();
-    mark(nvme_subsystem_reset | nvme_status_changed);
+    mark(kNvmeSubsystemReset | kNvmeStatusChanged);
 }
 
 void NvmeDrive::begin_anew() {
-    if (firmware_.reset())
-        mark(nvme_firmware_activated);
-    for (NvmePort& port : config_.ports)
+    if (firmware_.reset()) {
+        mark(kNvmeFirmwareActivated);
+    }
+    for (NvmePort& port : config_.ports) {
         port.unit = NvmePort{}.unit;
-    for (auto& [id, feature] : config_.features)
+    }
+    for (auto& [id, feature] : config_.features) {
         feature.current = feature.saved ? *feature.saved : feature.initial;
-    mark(nvme_ready);
+    }
+    mark(kNvmeReady);
 }
 
 const NvmeFault* NvmeDrive::strike(NvmeFault::Kind kind, NvmeCommandSet set, uint8_t opcode) const {
@@ -159,18 +169,19 @@ std::optional<ByteView> NvmeDrive::take(ByteView body) {
 }
 
 NvmeDrive::Response NvmeDrive::invalid_parameter(uint16_t byte, uint8_t bit) {
-    return {nvme_invalid_parameter, static_cast<uint32_t>(byte << 8 | bit), {}};
+    return {kNvmeInvalidParameter, static_cast<uint32_t>(byte << 8 | bit), {}};
 }
 
 /// What a request gets instead of being acted upon.
 std::optional<NvmeDrive::Response> NvmeDrive::faulty(NvmeCommandSet set, uint8_t opcode) const {
     using Kind = NvmeFault::Kind;
-    if (const NvmeFault* fault = strike(Kind::status, set, opcode)) {
-        if (fault->value == nvme_invalid_parameter)
+    if (const NvmeFault* fault = strike(Kind::kStatus, set, opcode)) {
+        if (fault->value == kNvmeInvalidParameter) {
             return invalid_parameter(fault->byte, fault->bit);
+        }
         return Response{static_cast<NvmeMessageStatus>(fault->value), 0, {}};
     }
-    if (const NvmeFault* fault = strike(Kind::completion, set, opcode)) {
+    if (const NvmeFault* fault = strike(Kind::kCompletion, set, opcode)) {
         Response response;
         response.data.resize(8);
         append_le32(response.data, static_cast<uint32_t>(fault->sct) << 25 | fault->value << 17);
@@ -182,45 +193,53 @@ std::optional<NvmeDrive::Response> NvmeDrive::faulty(NvmeCommandSet set, uint8_t
 std::optional<NvmeAnswer> NvmeDrive::answer(ByteView body, double seconds) {
     using Kind = NvmeFault::Kind;
     const std::optional<ByteView> request = take(body);
-    if (!request)
+    if (!request) {
         return std::nullopt;
+    }
     now_ = seconds;
     const uint8_t kind = (*request)[kKind];
     const uint8_t opcode = (*request)[kOpcode];
     const NvmeCommandSet set = set_of(kind);
     ++counts_[{set, opcode}];
-    if (strike(Kind::no_answer, set, opcode) != nullptr)
+    if (strike(Kind::kNoAnswer, set, opcode) != nullptr) {
         return std::nullopt;
+    }
     std::optional<Response> response = faulty(set, opcode);
-    if (!response && set == NvmeCommandSet::management)
+    if (!response && set == NvmeCommandSet::kManagement) {
         response = manage(*request);
-    else if (!response && set == NvmeCommandSet::admin)
+    } else if (!response && set == NvmeCommandSet::kAdmin) {
         response = admin(*request);
-    else if (!response)
-        response = Response{nvme_invalid_opcode, 0, {}};
-    if (response->silent)
+    } else if (!response) {
+        response = Response{kNvmeInvalidOpcode, 0, {}};
+    }
+    if (response->silent) {
         return std::nullopt;
-    if (const NvmeFault* fault = strike(Kind::over_long, set, opcode))
+    }
+    if (const NvmeFault* fault = strike(Kind::kOverLong, set, opcode)) {
         response->data.insert(response->data.end(), fault->value, 0xEE);
+    }
 
     NvmeAnswer answer;
-    const NvmeFault* more = strike(Kind::more_processing, set, opcode);
+    const NvmeFault* more = strike(Kind::kMoreProcessing, set, opcode);
     const auto units = static_cast<uint32_t>((settings_.processing_us + 99'999) / 100'000);
     answer.in_advance.assign(more != nullptr ? more->value : settings_.more_processing,
-                             compose(kind, nvme_more_processing, units << 8, {}));
+                             compose(kind, kNvmeMoreProcessing, units << 8, {}));
     answer.body = compose(kind, response->status, response->management, response->data);
-    if (strike(Kind::bad_check, set, opcode) != nullptr)
+    if (strike(Kind::kBadCheck, set, opcode) != nullptr) {
         answer.body.back() ^= 0xFF;
-    if (const NvmeFault* fault = strike(Kind::truncate, set, opcode))
+    }
+    if (const NvmeFault* fault = strike(Kind::kTruncate, set, opcode)) {
         answer.body.resize(std::min<size_t>(answer.body.size(), fault->value));
+    }
     return answer;
 }
 
 std::unique_ptr<Device> make_nvme_device(ObjectReader& reader, DeviceConfig config,
                                          const Clock& clock) {
     NvmeConfig drive = read_nvme(reader.require("drive"));
-    if (!reader.sound())
+    if (!reader.sound()) {
         return nullptr;
+    }
     return std::make_unique<NvmeDevice>(std::move(drive), config, clock);
 }
 

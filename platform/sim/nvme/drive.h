@@ -26,14 +26,14 @@ struct NvmeAnswer {
 
 /// Response message status (NVMe-MI, response message status values).
 enum NvmeMessageStatus : uint8_t {
-    nvme_success = 0x00,
-    nvme_more_processing = 0x01,
-    nvme_invalid_opcode = 0x03,
-    nvme_invalid_parameter = 0x04,
-    nvme_invalid_command_size = 0x05,
-    nvme_invalid_data_size = 0x06,
-    nvme_access_denied = 0x07,
-    nvme_vpd_updates_exceeded = 0x20,
+    kNvmeSuccess = 0x00,
+    kNvmeMoreProcessing = 0x01,
+    kNvmeInvalidOpcode = 0x03,
+    kNvmeInvalidParameter = 0x04,
+    kNvmeInvalidCommandSize = 0x05,
+    kNvmeInvalidDataSize = 0x06,
+    kNvmeAccessDenied = 0x07,
+    kNvmeVpdUpdatesExceeded = 0x20,
 };
 
 /**
@@ -89,7 +89,7 @@ private:
     };
     /// Response message status, management response and data.
     struct Response {
-        NvmeMessageStatus status = nvme_success;
+        NvmeMessageStatus status = kNvmeSuccess;
         uint32_t management = 0;  ///< 24 bits
         Bytes data;
         bool silent = false;
@@ -176,15 +176,15 @@ private:
 
 /// Bits of the composite controller status and, from 4 to 7, of a controller's (NVMe-MI).
 enum NvmeChange : uint16_t {
-    nvme_ready = 1u << 0,
-    nvme_subsystem_reset = 1u << 4,
-    nvme_namespaces_changed = 1u << 6,
-    nvme_firmware_activated = 1u << 7,
-    nvme_status_changed = 1u << 8,
-    nvme_temperature_changed = 1u << 9,
-    nvme_used_changed = 1u << 10,
-    nvme_spare_changed = 1u << 11,
-    nvme_warning_changed = 1u << 12,
+    kNvmeReady = 1u << 0,
+    kNvmeSubsystemReset = 1u << 4,
+    kNvmeNamespacesChanged = 1u << 6,
+    kNvmeFirmwareActivated = 1u << 7,
+    kNvmeStatusChanged = 1u << 8,
+    kNvmeTemperatureChanged = 1u << 9,
+    kNvmeUsedChanged = 1u << 10,
+    kNvmeSpareChanged = 1u << 11,
+    kNvmeWarningChanged = 1u << 12,
 };
 
 }  // namespace sim

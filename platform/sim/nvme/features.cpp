@@ -5,7 +5,7 @@
 namespace sim {
 
 namespace {
-enum Select : uint32_t { select_current = 0, select_default = 1, select_saved = 2, select_can = 3 };
+enum Select : uint32_t { kSelectCurrent = 0, kSelectDefault = 1, kSelectSaved = 2, kSelectCan = 3 };
 constexpr uint32_t kSave = 1u << 31;
 }  // namespace
 
@@ -17,9 +17,10 @@ const NvmeFeature* NvmeDrive::feature(uint8_t id) const {
 NvmeCompletion NvmeDrive::get_features(const NvmeAdminCommand& command) const {
     const NvmeFeature* found = feature(static_cast<uint8_t>(command.dwords[10]));
     const uint32_t select = command.dwords[10] >> 8 & 7;
-    if (found == nullptr || select > select_can)
-        return NvmeStatus::invalid_field;
-    if (select == select_can) {
+    if (found == nullptr || select > kSelectCan) {
+        return NvmeStatus::kInvalidField;
+    }
+    if (select == kSelectCan) {
         constexpr uint32_t kSaveable = 1u << 0;
         constexpr uint32_t kChangeable = 1u << 2;
         NvmeCompletion completion;
@@ -28,10 +29,11 @@ NvmeCompletion NvmeDrive::get_features(const NvmeAdminCommand& command) const {
         return completion;
     }
     const NvmeFeatureValue* value = &found->initial;
-    if (select == select_current)
+    if (select == kSelectCurrent) {
         value = &found->current;
-    else if (select == select_saved && found->saved)
+    } else if (select == kSelectSaved && found->saved) {
         value = &*found->saved;
+    }
     NvmeCompletion completion(value->data, value->data.size());
     completion.dword0 = value->value;
     return completion;
@@ -39,21 +41,26 @@ NvmeCompletion NvmeDrive::get_features(const NvmeAdminCommand& command) const {
 
 NvmeCompletion NvmeDrive::set_features(const NvmeAdminCommand& command) {
     const auto found = config_.features.find(static_cast<uint8_t>(command.dwords[10]));
-    if (found == config_.features.end())
-        return NvmeStatus::invalid_field;
+    if (found == config_.features.end()) {
+        return NvmeStatus::kInvalidField;
+    }
     NvmeFeature& feature = found->second;
     const bool save = (command.dwords[10] & kSave) != 0;
-    if (!feature.changeable)
-        return NvmeStatus::feature_not_changeable;
-    if (save && !feature.saveable)
-        return NvmeStatus::feature_not_saveable;
-    if (command.data.size() != feature.initial.data.size())
-        return NvmeStatus::invalid_field;
+    if (!feature.changeable) {
+        return NvmeStatus::kFeatureNotChangeable;
+    }
+    if (save && !feature.saveable) {
+        return NvmeStatus::kFeatureNotSaveable;
+    }
+    if (command.data.size() != feature.initial.data.size()) {
+        return NvmeStatus::kInvalidField;
+    }
     // A feature that is data has no value in its command dword.
     feature.current = {feature.initial.data.empty() ? command.dwords[11] : feature.initial.value,
                        Bytes(command.data.begin(), command.data.end())};
-    if (save)
+    if (save) {
         feature.saved = feature.current;
+    }
     return {};
 }
 

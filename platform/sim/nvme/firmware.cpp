@@ -20,10 +20,10 @@ constexpr uint64_t kMostPadding = 3;
 
 /// Commit actions (NVMe, Firmware Commit, dword 10).
 enum CommitAction : uint8_t {
-    replace_only = 0,
-    replace_and_activate_at_reset = 1,
-    activate_at_reset = 2,
-    activate_at_once = 3,
+    kReplaceOnly = 0,
+    kReplaceAndActivateAtReset = 1,
+    kActivateAtReset = 2,
+    kActivateAtOnce = 3,
 };
 
 }  // namespace
@@ -33,8 +33,9 @@ NvmeFirmware::NvmeFirmware(NvmeFirmwareConfig config)
       first_read_only_(config.first_read_only),
       immediate_(config.immediate),
       expected_(std::move(config.expected)) {
-    for (std::optional<std::string>& revision : config.slots)
+    for (std::optional<std::string>& revision : config.slots) {
         slots_.push_back({std::move(revision), {}});
+    }
     activate(active_);
 }
 
@@ -50,9 +51,11 @@ uint8_t NvmeFirmware::capabilities() const {
 Bytes NvmeFirmware::log() const {
     Bytes page(kLogSize);
     page[0] = static_cast<uint8_t>(active_ | next_ << 4);
-    for (size_t i = 0; i < slots_.size(); ++i)
-        if (slots_[i].revision)
+    for (size_t i = 0; i < slots_.size(); ++i) {
+        if (slots_[i].revision) {
             put_text(page, kLogRevisions + i * kRevisionSize, *slots_[i].revision, kRevisionSize);
+        }
+    }
     return page;
 }
 
@@ -61,8 +64,9 @@ bool NvmeFirmware::overlaps(uint64_t offset, ByteView data) const {
     const uint64_t end = offset + data.size();
     return std::ranges::any_of(pieces_, [&](const auto& piece) {
         const auto [from, to] = piece;
-        if (end <= from || offset >= to)
+        if (end <= from || offset >= to) {
             return false;
+        }
         const bool inside = offset >= from && end <= to;
         // The same again is a repetition of a command whose response was lost.
         return !inside ||
@@ -71,11 +75,13 @@ bool NvmeFirmware::overlaps(uint64_t offset, ByteView data) const {
 }
 
 NvmeStatus NvmeFirmware::download(uint64_t offset, ByteView data) {
-    if (offset + data.size() > kLargestImage)
-        return NvmeStatus::invalid_field;
+    if (offset + data.size() > kLargestImage) {
+        return NvmeStatus::kInvalidField;
+    }
     if (overlaps(offset, data)) {
-        if (offset != 0)
-            return NvmeStatus::overlapping_range;
+        if (offset != 0) {
+            return NvmeStatus::kOverlappingRange;
+        }
         download_.clear();  // the host begins anew
         pieces_.clear();
     }
@@ -83,77 +89,91 @@ NvmeStatus NvmeFirmware::download(uint64_t offset, ByteView data) {
     download_.resize(std::max<size_t>(download_.size(), end));
     std::ranges::copy(data, download_.begin() + static_cast<std::ptrdiff_t>(offset));
     auto after = pieces_.upper_bound(offset);
-    if (after != pieces_.begin() && std::prev(after)->second >= offset)
+    if (after != pieces_.begin() && std::prev(after)->second >= offset) {
         after = std::prev(after);
-    else
+    } else {
         after = pieces_.emplace_hint(after, offset, end);
+    }
     after->second = std::max(after->second, end);
     for (auto next = std::next(after); next != pieces_.end() && next->first <= after->second;
-         next = pieces_.erase(next))
+         next = pieces_.erase(next)) {
         after->second = std::max(after->second, next->second);
-    return NvmeStatus::success;
+    }
+    return NvmeStatus::kSuccess;
 }
 
 /// Nothing where the download is not whole or is no image.
 std::optional<std::string> NvmeFirmware::revision_of_download() {
     const bool whole = pieces_.size() == 1 && pieces_.begin()->first == 0;
     if (!whole || download_.size() < kHeaderSize ||
-        !std::ranges::equal(kMagic, ByteView(download_).first(kMagic.size())))
+        !std::ranges::equal(kMagic, ByteView(download_).first(kMagic.size()))) {
         return std::nullopt;
+    }
     if (expected_.given()) {
         const uint64_t size = expected_.size();
         const bool long_enough =
             download_.size() >= size && download_.size() <= size + kMostPadding;
-        if (!long_enough || expected_.difference(0, ByteView(download_).first(size)))
+        if (!long_enough || expected_.difference(0, ByteView(download_).first(size))) {
             return std::nullopt;
+        }
     }
     std::string revision(download_.begin() + kMagic.size(), download_.begin() + kHeaderSize);
     auto printable = [](char c) { return c >= ' ' && c <= '~'; };
-    if (!std::ranges::all_of(revision, printable))
+    if (!std::ranges::all_of(revision, printable)) {
         return std::nullopt;
+    }
     revision.erase(revision.find_last_not_of(' ') + 1);
     return revision.empty() ? std::nullopt : std::optional(revision);
 }
 
 /// The slot for an image where the host leaves the choice to the drive.
 uint8_t NvmeFirmware::choose_slot() const {
-    for (size_t number = first_read_only_ ? 2 : 1; number <= slots_.size(); ++number)
-        if (number != active_)
+    for (size_t number = first_read_only_ ? 2 : 1; number <= slots_.size(); ++number) {
+        if (number != active_) {
             return static_cast<uint8_t>(number);
+        }
+    }
     return active_;
 }
 
 NvmeStatus NvmeFirmware::replace(uint8_t number) {
-    if (number == 1 && first_read_only_)
-        return NvmeStatus::invalid_firmware_slot;
+    if (number == 1 && first_read_only_) {
+        return NvmeStatus::kInvalidFirmwareSlot;
+    }
     std::optional<std::string> revision = revision_of_download();
     pieces_.clear();
     Bytes image = std::exchange(download_, {});
-    if (!revision)
-        return NvmeStatus::invalid_firmware_image;
+    if (!revision) {
+        return NvmeStatus::kInvalidFirmwareImage;
+    }
     slots_[number - 1u] = {std::move(revision), std::move(image)};
-    return NvmeStatus::success;
+    return NvmeStatus::kSuccess;
 }
 
 NvmeStatus NvmeFirmware::commit(uint8_t slot, uint8_t action) {
-    if (action > activate_at_once || (action == activate_at_once && !immediate_))
-        return NvmeStatus::invalid_field;
-    if (slot > slots_.size())
-        return NvmeStatus::invalid_firmware_slot;
-    const bool replaces = action == replace_only || action == replace_and_activate_at_reset ||
-                          (action == activate_at_once && !download_.empty());
+    if (action > kActivateAtOnce || (action == kActivateAtOnce && !immediate_)) {
+        return NvmeStatus::kInvalidField;
+    }
+    if (slot > slots_.size()) {
+        return NvmeStatus::kInvalidFirmwareSlot;
+    }
+    const bool replaces = action == kReplaceOnly || action == kReplaceAndActivateAtReset ||
+                          (action == kActivateAtOnce && !download_.empty());
     const uint8_t number = slot != 0 ? slot : replaces ? choose_slot() : active_;
-    if (replaces)
-        if (const NvmeStatus status = replace(number); status != NvmeStatus::success)
+    if (replaces) {
+        if (const NvmeStatus status = replace(number); status != NvmeStatus::kSuccess) {
             return status;
-    if (!slots_[number - 1u].revision)
-        return NvmeStatus::invalid_firmware_image;
-    if (action == replace_and_activate_at_reset || action == activate_at_reset) {
+        }
+    }
+    if (!slots_[number - 1u].revision) {
+        return NvmeStatus::kInvalidFirmwareImage;
+    }
+    if (action == kReplaceAndActivateAtReset || action == kActivateAtReset) {
         next_ = number;
-    } else if (action == activate_at_once) {
+    } else if (action == kActivateAtOnce) {
         activate(number);
     }
-    return NvmeStatus::success;
+    return NvmeStatus::kSuccess;
 }
 
 bool NvmeFirmware::reset() {

@@ -11,14 +11,14 @@ constexpr uint32_t kVersion = 0x00020000;
 
 /// Controller or namespace structure.
 enum Structure : uint8_t {
-    namespace_structure = 0x00,
-    controller_structure = 0x01,
-    active_list = 0x02,
-    descriptor_list = 0x03,
-    allocated_list = 0x10,
-    allocated_structure = 0x11,
-    attached_controllers = 0x12,
-    controller_list = 0x13,
+    kNamespaceStructure = 0x00,
+    kControllerStructure = 0x01,
+    kActiveList = 0x02,
+    kDescriptorList = 0x03,
+    kAllocatedList = 0x10,
+    kAllocatedStructure = 0x11,
+    kAttachedControllers = 0x12,
+    kControllerList = 0x13,
 };
 
 // Optional admin command support.
@@ -29,8 +29,9 @@ constexpr uint16_t kLockdown = 1u << 10;
 
 Bytes list_of(const std::vector<uint32_t>& ids) {
     Bytes out;
-    for (uint32_t id : ids)
+    for (uint32_t id : ids) {
         append_le32(out, id);
+    }
     out.resize(kSize);
     return out;
 }
@@ -49,10 +50,11 @@ uint8_t endpoints_of(const std::vector<NvmePort>& ports) {
     constexpr uint8_t kSmbus = 0x01;
     constexpr uint8_t kPcie = 0x02;
     uint8_t out = 0;
-    for (const NvmePort& port : ports)
-        out |= port.type == NvmePortType::pcie    ? kPcie
-               : port.type == NvmePortType::smbus ? kSmbus
-                                                  : 0;
+    for (const NvmePort& port : ports) {
+        out |= port.type == NvmePortType::kPcie    ? kPcie
+               : port.type == NvmePortType::kSmbus ? kSmbus
+                                                   : 0;
+    }
     return out;
 }
 
@@ -62,34 +64,36 @@ NvmeCompletion NvmeDrive::identify(const NvmeAdminCommand& command) {
     const auto structure = static_cast<uint8_t>(command.dwords[10]);
     const auto from = static_cast<uint16_t>(command.dwords[10] >> 16);
     const uint32_t id = command.namespace_id();
-    const bool lists = structure == active_list || structure == allocated_list;
-    if (lists && id >= kNvmeEveryNamespace - 1)
-        return NvmeStatus::invalid_namespace;
+    const bool lists = structure == kActiveList || structure == kAllocatedList;
+    if (lists && id >= kNvmeEveryNamespace - 1) {
+        return NvmeStatus::kInvalidNamespace;
+    }
     Bytes out;
     switch (structure) {
-        case namespace_structure:
-        case allocated_structure:
-        case descriptor_list:
-            return identify_namespace(command, structure == allocated_structure);
-        case controller_structure:
+        case kNamespaceStructure:
+        case kAllocatedStructure:
+        case kDescriptorList:
+            return identify_namespace(command, structure == kAllocatedStructure);
+        case kControllerStructure:
             out = identify_controller(command.controller);
             break;
-        case active_list:
+        case kActiveList:
             out = list_of(namespaces_.list(id, command.controller));
             break;
-        case allocated_list:
+        case kAllocatedList:
             out = list_of(namespaces_.list(id, std::nullopt));
             break;
-        case attached_controllers:
-            if (!namespaces_.names(id))
-                return NvmeStatus::invalid_namespace;
+        case kAttachedControllers:
+            if (!namespaces_.names(id)) {
+                return NvmeStatus::kInvalidNamespace;
+            }
             out = list_controllers(from, id);
             break;
-        case controller_list:
+        case kControllerList:
             out = list_controllers(from, 0);
             break;
         default:
-            return NvmeStatus::invalid_field;
+            return NvmeStatus::kInvalidField;
     }
     out.resize(kSize);
     return {std::move(out), kSize};
@@ -100,18 +104,22 @@ NvmeCompletion NvmeDrive::identify_namespace(const NvmeAdminCommand& command, bo
     constexpr uint8_t kEui64Type = 1;
     constexpr uint8_t kEui64Size = 8;
     const uint32_t id = command.namespace_id();
-    const bool descriptors = (command.dwords[10] & 0xFF) == descriptor_list;
-    if (id == kNvmeEveryNamespace && !descriptors)
+    const bool descriptors = (command.dwords[10] & 0xFF) == kDescriptorList;
+    if (id == kNvmeEveryNamespace && !descriptors) {
         return {describe(id, {}), kSize};
-    if (!namespaces_.names(id))
-        return NvmeStatus::invalid_namespace;
+    }
+    if (!namespaces_.names(id)) {
+        return NvmeStatus::kInvalidNamespace;
+    }
     const NvmeNamespace* space = namespaces_.find(id);
     const bool there =
         space != nullptr && (allocated || space->controllers.contains(command.controller));
-    if (!there)
-        return descriptors ? NvmeCompletion(NvmeStatus::invalid_field) : NvmeCompletion({}, kSize);
-    if (!descriptors)
+    if (!there) {
+        return descriptors ? NvmeCompletion(NvmeStatus::kInvalidField) : NvmeCompletion({}, kSize);
+    }
+    if (!descriptors) {
         return {describe(id, *space), kSize};
+    }
     Bytes out{kEui64Type, kEui64Size, 0, 0};
     append(out, eui64(config_, id));
     return {std::move(out), kSize};
@@ -128,12 +136,14 @@ Bytes NvmeDrive::describe(uint32_t id, const NvmeNamespace& space) const {
     out[26] = space.format;
     out[30] = space.sharing;
     put_le(out, 48, space.bytes(), 8);
-    for (size_t i = 0; i < kNvmeFormats.size(); ++i)
+    for (size_t i = 0; i < kNvmeFormats.size(); ++i) {
         out[kFormats + 4 * i + 2] = kNvmeFormats[i];
+    }
     if (id != kNvmeEveryNamespace) {
         const Bytes name = eui64(config_, id);
-        for (size_t i = 0; i < name.size(); ++i)
+        for (size_t i = 0; i < name.size(); ++i) {
             out[120 + i] = name[i];
+        }
     }
     return out;
 }
@@ -149,8 +159,9 @@ Bytes NvmeDrive::identify_controller(uint16_t controller) const {
     put_text(out, 4, config_.serial, 20);
     put_text(out, 24, config_.model, 40);
     put_text(out, 64, firmware_.revision(), 8);
-    for (size_t i = 0; i < config_.ieee.size(); ++i)
+    for (size_t i = 0; i < config_.ieee.size(); ++i) {
         out[73 + i] = config_.ieee[config_.ieee.size() - 1 - i];
+    }
     out[76] = config_.controllers.size() > 1 ? 0x02 : 0x00;  // several controllers
     put_le(out, 78, controller, 2);
     put_le(out, 80, kVersion, 4);
@@ -172,8 +183,9 @@ Bytes NvmeDrive::identify_controller(uint16_t controller) const {
     put_le(out, 516, namespaces_.most(), 4);
     put_le(out, 520, 0x001C, 2);  // optional commands: dataset management, write zeroes, save
     out[525] = 0x01;              // volatile write cache
-    for (size_t i = 0; i < config_.nqn.size(); ++i)
+    for (size_t i = 0; i < config_.nqn.size(); ++i) {
         out[kNqn + i] = static_cast<uint8_t>(config_.nqn[i]);
+    }
     return out;
 }
 
@@ -185,8 +197,9 @@ Bytes NvmeDrive::list_controllers(uint16_t from, uint32_t attached_to) const {
     for (const auto& [id, controller] : config_.controllers) {
         const bool listed = attached_to == 0 || (space != namespaces_.all().end() &&
                                                  space->second.controllers.contains(id));
-        if (id < from || !listed)
+        if (id < from || !listed) {
             continue;
+        }
         append_le16(out, id);
         ++count;
     }

@@ -7,10 +7,10 @@ namespace sim {
 namespace {
 
 enum LogPage : uint8_t {
-    error_page = 0x01,
-    smart_page = 0x02,
-    firmware_page = 0x03,
-    sanitize_page = 0x81,
+    kErrorPage = 0x01,
+    kSmartPage = 0x02,
+    kFirmwarePage = 0x03,
+    kSanitizePage = 0x81,
 };
 
 constexpr size_t kErrorSize = 64;
@@ -26,17 +26,19 @@ void NvmeDrive::note_error(const NvmeAdminCommand& command, NvmeStatus status) {
     Bytes entry(kErrorSize);
     put_le(entry, 0, ++error_count_, 8);
     put_le(entry, 12, static_cast<uint64_t>(status) << 1, 2);
-    put_le(entry, 14, status == NvmeStatus::invalid_field ? kDword10 : kNoLocation, 2);
+    put_le(entry, 14, status == NvmeStatus::kInvalidField ? kDword10 : kNoLocation, 2);
     put_le(entry, 24, command.namespace_id(), 4);
     errors_.push_front(std::move(entry));
-    if (errors_.size() > kMostErrors)
+    if (errors_.size() > kMostErrors) {
         errors_.pop_back();
+    }
 }
 
 Bytes NvmeDrive::error_log() const {
     Bytes page;
-    for (const Bytes& entry : errors_)
+    for (const Bytes& entry : errors_) {
         append(page, entry);
+    }
     page.resize(kErrorSize * kMostErrors);
     return page;
 }
@@ -69,13 +71,13 @@ Bytes NvmeDrive::smart_log() const {
 /// Nothing for a page that there is not.
 std::optional<Bytes> NvmeDrive::log_page(uint8_t id) const {
     switch (id) {
-        case error_page:
+        case kErrorPage:
             return error_log();
-        case smart_page:
+        case kSmartPage:
             return smart_log();
-        case firmware_page:
+        case kFirmwarePage:
             return firmware_.log();
-        case sanitize_page:
+        case kSanitizePage:
             return media_.log(now_, settings_.sanitize_seconds);
         default:
             return std::nullopt;
@@ -85,14 +87,17 @@ std::optional<Bytes> NvmeDrive::log_page(uint8_t id) const {
 NvmeCompletion NvmeDrive::get_log_page(const NvmeAdminCommand& command) const {
     constexpr uint32_t kUpperCount = 0xFFFF;
     const uint32_t id = command.namespace_id();
-    if (id != 0 && id != kNvmeEveryNamespace && !namespaces_.names(id))
-        return NvmeStatus::invalid_namespace;
+    if (id != 0 && id != kNvmeEveryNamespace && !namespaces_.names(id)) {
+        return NvmeStatus::kInvalidNamespace;
+    }
     const std::optional<Bytes> page = log_page(static_cast<uint8_t>(command.dwords[10]));
-    if (!page)
-        return NvmeStatus::invalid_log_page;
+    if (!page) {
+        return NvmeStatus::kInvalidLogPage;
+    }
     const uint64_t from = command.dwords[12] | static_cast<uint64_t>(command.dwords[13]) << 32;
-    if (from % 4 != 0 || from > page->size())
-        return NvmeStatus::invalid_field;
+    if (from % 4 != 0 || from > page->size()) {
+        return NvmeStatus::kInvalidField;
+    }
     const uint64_t dwords = uint64_t{1} + (command.dwords[10] >> 16) +
                             (static_cast<uint64_t>(command.dwords[11] & kUpperCount) << 16);
     return {Bytes(page->begin() + static_cast<std::ptrdiff_t>(from), page->end()), dwords * 4};

@@ -20,28 +20,28 @@ constexpr uint16_t kDword0Byte = 8;
 constexpr uint16_t kDword1Byte = 12;
 
 enum Opcode : uint8_t {
-    read_data_structure_command = 0x00,
-    subsystem_health_command = 0x01,
-    controller_health_command = 0x02,
-    configuration_set_command = 0x03,
-    configuration_get_command = 0x04,
-    vpd_read_command = 0x05,
-    vpd_write_command = 0x06,
-    reset_command = 0x07,
+    kReadDataStructureCommand = 0x00,
+    kSubsystemHealthCommand = 0x01,
+    kControllerHealthCommand = 0x02,
+    kConfigurationSetCommand = 0x03,
+    kConfigurationGetCommand = 0x04,
+    kVpdReadCommand = 0x05,
+    kVpdWriteCommand = 0x06,
+    kResetCommand = 0x07,
 };
 
 enum Configuration : uint8_t {
-    smbus_frequency = 0x01,
-    health_status_change = 0x02,
-    transmission_unit_size = 0x03,
+    kSmbusFrequency = 0x01,
+    kHealthStatusChange = 0x02,
+    kTransmissionUnitSize = 0x03,
 };
 
 enum DataStructure : uint8_t {
-    subsystem_structure = 0,
-    port_structure = 1,
-    controller_list_structure = 2,
-    controller_structure = 3,
-    optional_commands_structure = 4,
+    kSubsystemStructure = 0,
+    kPortStructure = 1,
+    kControllerListStructure = 2,
+    kControllerStructure = 3,
+    kOptionalCommandsStructure = 4,
 };
 
 constexpr size_t kStructureSize = 32;
@@ -53,15 +53,15 @@ uint8_t byte_of(uint32_t dword, int number) {
 /// Commands that a drive need not have: message type and opcode (NVMe-MI, optionally supported
 /// command list).
 constexpr std::array<std::pair<NvmeCommandSet, uint8_t>, 9> kOptional = {{
-    {NvmeCommandSet::management, vpd_write_command},
-    {NvmeCommandSet::admin, 0x09},
-    {NvmeCommandSet::admin, 0x0D},
-    {NvmeCommandSet::admin, 0x10},
-    {NvmeCommandSet::admin, 0x11},
-    {NvmeCommandSet::admin, 0x15},
-    {NvmeCommandSet::admin, 0x24},
-    {NvmeCommandSet::admin, 0x80},
-    {NvmeCommandSet::admin, 0x84},
+    {NvmeCommandSet::kManagement, kVpdWriteCommand},
+    {NvmeCommandSet::kAdmin, 0x09},
+    {NvmeCommandSet::kAdmin, 0x0D},
+    {NvmeCommandSet::kAdmin, 0x10},
+    {NvmeCommandSet::kAdmin, 0x11},
+    {NvmeCommandSet::kAdmin, 0x15},
+    {NvmeCommandSet::kAdmin, 0x24},
+    {NvmeCommandSet::kAdmin, 0x80},
+    {NvmeCommandSet::kAdmin, 0x84},
 }};
 
 /// Degrees Celsius as a subsystem health data structure has them.
@@ -83,76 +83,87 @@ NvmeDrive::Health NvmeDrive::health() const {
     const NvmeSmart& smart = config_.smart;
     const double celsius = temperature();
     uint8_t warning = smart.critical_warning;
-    if (smart.available_spare < smart.spare_threshold)
+    if (smart.available_spare < smart.spare_threshold) {
         warning |= 1u << 0;
-    if (celsius >= settings_.warning_temperature)
+    }
+    if (celsius >= settings_.warning_temperature) {
         warning |= 1u << 1;
+    }
     const double kelvin = std::max(std::floor(celsius) + kCelsiusToKelvin, 0.0);
     return {static_cast<uint16_t>(kelvin), smart.percentage_used, smart.available_spare, warning};
 }
 
 void NvmeDrive::mark(uint16_t change) {
-    for (auto& [id, controller] : config_.controllers)
+    for (auto& [id, controller] : config_.controllers) {
         controller.changed |= change;
+    }
 }
 
 /// Turns what is not as it was into change flags.
 void NvmeDrive::watch_health() {
     const Health now = health();
     uint16_t change = 0;
-    if (now.kelvin != last_health_.kelvin)
-        change |= nvme_temperature_changed;
-    if (now.used != last_health_.used)
-        change |= nvme_used_changed;
-    if (now.spare != last_health_.spare)
-        change |= nvme_spare_changed;
-    if (now.warning != last_health_.warning)
-        change |= nvme_warning_changed;
+    if (now.kelvin != last_health_.kelvin) {
+        change |= kNvmeTemperatureChanged;
+    }
+    if (now.used != last_health_.used) {
+        change |= kNvmeUsedChanged;
+    }
+    if (now.spare != last_health_.spare) {
+        change |= kNvmeSpareChanged;
+    }
+    if (now.warning != last_health_.warning) {
+        change |= kNvmeWarningChanged;
+    }
     last_health_ = now;
     mark(change);
-    for (uint16_t id : namespaces_.take_changed())
-        config_.controllers.at(id).changed |= nvme_namespaces_changed | nvme_status_changed;
+    for (uint16_t id : namespaces_.take_changed()) {
+        config_.controllers.at(id).changed |= kNvmeNamespacesChanged | kNvmeStatusChanged;
+    }
 }
 
 NvmeDrive::Response NvmeDrive::manage(ByteView body) {
-    if (body.size() < kRequestSize)
-        return {nvme_invalid_command_size, 0, {}};
+    if (body.size() < kRequestSize) {
+        return {kNvmeInvalidCommandSize, 0, {}};
+    }
     Request request;
     request.opcode = body[kOpcode];
     request.dword0 = le32(body, kDword0);
     request.dword1 = le32(body, kDword1);
     request.data = body.subspan(kRequestSize);
-    if (lockdown_.management.contains(request.opcode))
-        return {nvme_access_denied, 0, {}};
-    if (request.opcode != vpd_write_command && !request.data.empty())
-        return {
-            request.opcode <= reset_command ? nvme_invalid_data_size : nvme_invalid_opcode, 0, {}};
+    if (lockdown_.management.contains(request.opcode)) {
+        return {kNvmeAccessDenied, 0, {}};
+    }
+    if (request.opcode != kVpdWriteCommand && !request.data.empty()) {
+        return {request.opcode <= kResetCommand ? kNvmeInvalidDataSize : kNvmeInvalidOpcode, 0, {}};
+    }
     return serve(request);
 }
 
 NvmeDrive::Response NvmeDrive::serve(const Request& request) {
     switch (request.opcode) {
-        case read_data_structure_command:
+        case kReadDataStructureCommand:
             return read_data_structure(request);
-        case subsystem_health_command:
+        case kSubsystemHealthCommand:
             return poll_subsystem_health(request);
-        case controller_health_command:
+        case kControllerHealthCommand:
             return poll_controller_health(request);
-        case configuration_set_command:
+        case kConfigurationSetCommand:
             return configuration_set(request);
-        case configuration_get_command:
+        case kConfigurationGetCommand:
             return configuration_get(request);
-        case vpd_read_command:
+        case kVpdReadCommand:
             return vpd_read(request);
-        case vpd_write_command:
+        case kVpdWriteCommand:
             return vpd_write(request);
-        case reset_command:
-            if (byte_of(request.dword0, 3) != 0)
+        case kResetCommand:
+            if (byte_of(request.dword0, 3) != 0) {
                 return invalid_parameter(kDword0Byte + 3);
+            }
             subsystem_reset();
-            return {nvme_success, 0, {}, true};
+            return {kNvmeSuccess, 0, {}, true};
         default:
-            return {nvme_invalid_opcode, 0, {}};
+            return {kNvmeInvalidOpcode, 0, {}};
     }
 }
 
@@ -160,7 +171,7 @@ Bytes NvmeDrive::port_information(const NvmePort& port) const {
     Bytes out(kStructureSize);
     out[0] = static_cast<uint8_t>(port.type);
     put_le(out, 2, port.largest_unit, 2);
-    if (port.type == NvmePortType::pcie) {
+    if (port.type == NvmePortType::kPcie) {
         constexpr uint8_t kPayload256 = 1;
         constexpr uint8_t kSpeedsToGen4 = 0x0F;
         constexpr uint8_t kGen4 = 4;
@@ -170,7 +181,7 @@ Bytes NvmeDrive::port_information(const NvmePort& port) const {
         out[10] = kGen4;
         out[11] = kLanes;
         out[12] = kLanes;
-    } else if (port.type == NvmePortType::smbus) {
+    } else if (port.type == NvmePortType::kSmbus) {
         constexpr uint8_t kVpdAddress = 0xA6;
         constexpr uint8_t kEndpointAddress = 0x3A;
         out[8] = kVpdAddress;
@@ -198,37 +209,40 @@ NvmeDrive::Response NvmeDrive::read_data_structure(const Request& request) const
     const uint8_t port = byte_of(request.dword0, 2);
     Bytes out;
     switch (byte_of(request.dword0, 3)) {
-        case subsystem_structure:
+        case kSubsystemStructure:
             out.resize(kStructureSize);
             out[0] = static_cast<uint8_t>(config_.ports.size() - 1);
             out[1] = kMajor;
             out[2] = kMinor;
             break;
-        case port_structure:
-            if (port >= config_.ports.size())
+        case kPortStructure:
+            if (port >= config_.ports.size()) {
                 return invalid_parameter(kDword0Byte + 2);
+            }
             out = port_information(config_.ports[port]);
             break;
-        case controller_list_structure:
+        case kControllerListStructure:
             out = list_controllers(controller, 0);
             break;
-        case controller_structure: {
+        case kControllerStructure: {
             const auto found = config_.controllers.find(controller);
-            if (found == config_.controllers.end())
+            if (found == config_.controllers.end()) {
                 return invalid_parameter(kDword0Byte);
+            }
             out = controller_information(found->second);
             break;
         }
-        case optional_commands_structure:
+        case kOptionalCommandsStructure:
             append_le16(out, static_cast<uint16_t>(kOptional.size()));
-            for (const auto& [set, opcode] : kOptional)
+            for (const auto& [set, opcode] : kOptional) {
                 append(out, Bytes{static_cast<uint8_t>(static_cast<uint8_t>(set) << 3), opcode});
+            }
             break;
         default:
             return invalid_parameter(kDword0Byte + 3);
     }
     const auto length = static_cast<uint32_t>(out.size());
-    return {nvme_success, length, std::move(out)};
+    return {kNvmeSuccess, length, std::move(out)};
 }
 
 NvmeDrive::Response NvmeDrive::poll_subsystem_health(const Request& request) {
@@ -237,15 +251,16 @@ NvmeDrive::Response NvmeDrive::poll_subsystem_health(const Request& request) {
     uint16_t changed = 0;
     for (auto& [id, controller] : config_.controllers) {
         changed |= controller.changed;
-        if ((request.dword1 & kClear) != 0)
+        if ((request.dword1 & kClear) != 0) {
             controller.changed = 0;
+        }
     }
     // Warnings are inverted here: a bit that is 0 warns.
     Bytes out{settings_.subsystem_status, static_cast<uint8_t>(~last_health_.warning),
               composite_temperature(temperature()), last_health_.used};
     append_le16(out, changed);
     append_le16(out, 0);
-    return {nvme_success, 0, std::move(out)};
+    return {kNvmeSuccess, 0, std::move(out)};
 }
 
 NvmeDrive::Response NvmeDrive::poll_controller_health(const Request& request) {
@@ -264,46 +279,54 @@ NvmeDrive::Response NvmeDrive::poll_controller_health(const Request& request) {
         const bool wanted = (request.dword0 & kAll) != 0 || (controller.changed & selected) != 0;
         const bool included =
             (request.dword0 & kFunctions) != 0 && id >= static_cast<uint16_t>(request.dword0);
-        if (!wanted || !included || entries == most)
+        if (!wanted || !included || entries == most) {
             continue;
+        }
         ++entries;
         append_le16(out, id);
-        append_le16(out, static_cast<uint16_t>(nvme_ready | (controller.changed & kLatched)));
+        append_le16(out, static_cast<uint16_t>(kNvmeReady | (controller.changed & kLatched)));
         append_le16(out, last_health_.kelvin);
         append(out, Bytes{last_health_.used, last_health_.spare, last_health_.warning});
         append(out, Bytes(kReserved));
-        if ((request.dword1 & kClear) != 0)
+        if ((request.dword1 & kClear) != 0) {
             controller.changed = 0;
+        }
     }
-    return {nvme_success, entries << 16, std::move(out)};
+    return {kNvmeSuccess, entries << 16, std::move(out)};
 }
 
 NvmeDrive::Response NvmeDrive::configuration_set(const Request& request) {
     const uint8_t id = byte_of(request.dword0, 0);
     const uint8_t number = byte_of(request.dword0, 3);
-    if (id == health_status_change) {
+    if (id == kHealthStatusChange) {
         watch_health();
-        for (auto& [controller_id, controller] : config_.controllers)
+        for (auto& [controller_id, controller] : config_.controllers) {
             controller.changed &= static_cast<uint16_t>(~request.dword1);
+        }
         return {};
     }
-    if (id != smbus_frequency && id != transmission_unit_size)
+    if (id != kSmbusFrequency && id != kTransmissionUnitSize) {
         return invalid_parameter(kDword0Byte);
-    if (number >= config_.ports.size())
+    }
+    if (number >= config_.ports.size()) {
         return invalid_parameter(kDword0Byte + 3);
+    }
     NvmePort& port = config_.ports[number];
-    if (id == smbus_frequency) {
+    if (id == kSmbusFrequency) {
         const uint8_t frequency = byte_of(request.dword0, 1) & 0x0F;
-        if (port.type != NvmePortType::smbus)
+        if (port.type != NvmePortType::kSmbus) {
             return invalid_parameter(kDword0Byte + 3);
-        if (frequency < 1 || frequency > port.highest_frequency)
+        }
+        if (frequency < 1 || frequency > port.highest_frequency) {
             return invalid_parameter(kDword0Byte + 1);
+        }
         port.frequency = frequency;
         return {};
     }
     const auto unit = static_cast<uint16_t>(request.dword1);
-    if (unit < NvmePort{}.unit || unit > port.largest_unit)
+    if (unit < NvmePort{}.unit || unit > port.largest_unit) {
         return invalid_parameter(kDword1Byte);
+    }
     port.unit = unit;
     return {};
 }
@@ -311,43 +334,54 @@ NvmeDrive::Response NvmeDrive::configuration_set(const Request& request) {
 NvmeDrive::Response NvmeDrive::configuration_get(const Request& request) const {
     const uint8_t id = byte_of(request.dword0, 0);
     const uint8_t number = byte_of(request.dword0, 3);
-    if (id == health_status_change)
+    if (id == kHealthStatusChange) {
         return {};
-    if (id != smbus_frequency && id != transmission_unit_size)
+    }
+    if (id != kSmbusFrequency && id != kTransmissionUnitSize) {
         return invalid_parameter(kDword0Byte);
-    if (number >= config_.ports.size())
+    }
+    if (number >= config_.ports.size()) {
         return invalid_parameter(kDword0Byte + 3);
+    }
     const NvmePort& port = config_.ports[number];
-    if (id == transmission_unit_size)
-        return {nvme_success, port.unit, {}};
-    if (port.type != NvmePortType::smbus)
+    if (id == kTransmissionUnitSize) {
+        return {kNvmeSuccess, port.unit, {}};
+    }
+    if (port.type != NvmePortType::kSmbus) {
         return invalid_parameter(kDword0Byte + 3);
-    return {nvme_success, port.frequency, {}};
+    }
+    return {kNvmeSuccess, port.frequency, {}};
 }
 
 NvmeDrive::Response NvmeDrive::vpd_read(const Request& request) const {
     const auto offset = static_cast<uint16_t>(request.dword0);
     const auto length = static_cast<uint16_t>(request.dword1);
-    if (offset >= config_.vpd.size())
+    if (offset >= config_.vpd.size()) {
         return invalid_parameter(kDword0Byte);
-    if (length > config_.vpd.size() - offset || length > 4096)
+    }
+    if (length > config_.vpd.size() - offset || length > 4096) {
         return invalid_parameter(kDword1Byte);
+    }
     const ByteView there = ByteView(config_.vpd).subspan(offset, length);
-    return {nvme_success, 0, Bytes(there.begin(), there.end())};
+    return {kNvmeSuccess, 0, Bytes(there.begin(), there.end())};
 }
 
 NvmeDrive::Response NvmeDrive::vpd_write(const Request& request) {
     const auto offset = static_cast<uint16_t>(request.dword0);
     const auto length = static_cast<uint16_t>(request.dword1);
-    if (length != request.data.size())
-        return {nvme_invalid_data_size, 0, {}};
-    if (offset >= config_.vpd.size())
+    if (length != request.data.size()) {
+        return {kNvmeInvalidDataSize, 0, {}};
+    }
+    if (offset >= config_.vpd.size()) {
         return invalid_parameter(kDword0Byte);
-    if (length > config_.vpd.size() - offset)
+    }
+    if (length > config_.vpd.size() - offset) {
         return invalid_parameter(kDword1Byte);
+    }
     if (settings_.vpd_writes) {
-        if (*settings_.vpd_writes == 0)
-            return {nvme_vpd_updates_exceeded, 0, {}};
+        if (*settings_.vpd_writes == 0) {
+            return {kNvmeVpdUpdatesExceeded, 0, {}};
+        }
         --*settings_.vpd_writes;
     }
     std::ranges::copy(request.data, config_.vpd.begin() + offset);

@@ -12,7 +12,7 @@ namespace {
 constexpr uint32_t kAction = 0x07;
 constexpr uint32_t kUnrestricted = 0x08;
 constexpr uint32_t kPasses = 0xF0;
-enum Action : uint32_t { exit_failure = 1, block_erase = 2, overwrite = 3, crypto_erase = 4 };
+enum Action : uint32_t { kExitFailure = 1, kBlockErase = 2, kOverwrite = 3, kCryptoErase = 4 };
 
 constexpr size_t kLogSize = 512;
 constexpr uint16_t kComplete = 0xFFFF;
@@ -31,21 +31,23 @@ double NvmeMedia::progress(double seconds) const {
 }
 
 NvmeMedia::State NvmeMedia::state(double seconds) const {
-    if (!started_)
-        return State::never;
-    if (progress(seconds) < 1)
-        return State::in_progress;
-    return fails_ ? State::failed : State::done;
+    if (!started_) {
+        return State::kNever;
+    }
+    if (progress(seconds) < 1) {
+        return State::kInProgress;
+    }
+    return fails_ ? State::kFailed : State::kDone;
 }
 
 NvmeStatus NvmeMedia::gate(double seconds) const {
     switch (state(seconds)) {
-        case State::in_progress:
-            return NvmeStatus::sanitize_in_progress;
-        case State::failed:
-            return NvmeStatus::sanitize_failed;
+        case State::kInProgress:
+            return NvmeStatus::kSanitizeInProgress;
+        case State::kFailed:
+            return NvmeStatus::kSanitizeFailed;
         default:
-            return NvmeStatus::success;
+            return NvmeStatus::kSuccess;
     }
 }
 
@@ -53,25 +55,28 @@ NvmeStatus NvmeMedia::sanitize(const NvmeAdminCommand& command, double seconds, 
                                bool fails) {
     const uint32_t dword = command.dwords[10];
     const uint32_t action = dword & kAction;
-    if (action < exit_failure || action > crypto_erase)
-        return NvmeStatus::invalid_field;
+    if (action < kExitFailure || action > kCryptoErase) {
+        return NvmeStatus::kInvalidField;
+    }
     const State now = state(seconds);
-    if (now == State::in_progress)
-        return NvmeStatus::sanitize_in_progress;
+    if (now == State::kInProgress) {
+        return NvmeStatus::kSanitizeInProgress;
+    }
     // A failed operation in restricted mode is only made good by another one in that mode.
-    const bool restricted = now == State::failed && (command_ & kUnrestricted) == 0;
-    if (restricted && (action == exit_failure || (dword & kUnrestricted) != 0))
-        return NvmeStatus::sanitize_failed;
-    if (action == exit_failure) {
-        started_ = started_ && now != State::failed;
-        return NvmeStatus::success;
+    const bool restricted = now == State::kFailed && (command_ & kUnrestricted) == 0;
+    if (restricted && (action == kExitFailure || (dword & kUnrestricted) != 0)) {
+        return NvmeStatus::kSanitizeFailed;
+    }
+    if (action == kExitFailure) {
+        started_ = started_ && now != State::kFailed;
+        return NvmeStatus::kSuccess;
     }
     started_ = true;
     command_ = dword;
     start_ = seconds;
     duration_ = duration;
     fails_ = fails;
-    return NvmeStatus::success;
+    return NvmeStatus::kSuccess;
 }
 
 Bytes NvmeMedia::log(double seconds, double duration) const {
@@ -80,17 +85,20 @@ Bytes NvmeMedia::log(double seconds, double duration) const {
     const State now = state(seconds);
     const double part = started_ ? progress(seconds) : 1;
     auto status = static_cast<uint16_t>(now);
-    if ((command_ & kAction) == overwrite && started_)
+    if ((command_ & kAction) == kOverwrite && started_) {
         status |= static_cast<uint16_t>(static_cast<uint32_t>(part * passes_of(command_)) << 3);
-    if (now == State::done)
+    }
+    if (now == State::kDone) {
         status |= kGlobalDataErased;
+    }
     Bytes page(kLogSize);
     const auto steps = static_cast<uint16_t>(std::min(part * 65536, 65535.0));
-    put_le(page, 0, now == State::in_progress ? steps : kComplete, 2);
+    put_le(page, 0, now == State::kInProgress ? steps : kComplete, 2);
     put_le(page, 2, status, 2);
     put_le(page, 4, started_ ? command_ : 0, 4);
-    for (size_t i = 0; i < kEstimates; ++i)
+    for (size_t i = 0; i < kEstimates; ++i) {
         put_le(page, kFirstEstimate + 4 * i, static_cast<uint32_t>(duration), 4);
+    }
     return page;
 }
 

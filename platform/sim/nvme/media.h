@@ -9,7 +9,7 @@ namespace sim {
 
 class NvmeMedia {
 public:
-    enum class State : uint8_t { never = 0, done = 1, in_progress = 2, failed = 3 };
+    enum class State : uint8_t { kNever = 0, kDone = 1, kInProgress = 2, kFailed = 3 };
 
     State state(double seconds) const;
     /// Whether the drive may be sanitized, formatted and updated.

@@ -24,11 +24,13 @@ constexpr uint8_t kFormatBits = 0x0F;
 std::optional<std::set<uint16_t>> read_list(ByteView data) {
     constexpr uint16_t kMost = 2047;
     const uint16_t count = le16(data, 0);
-    if (count == 0 || count > kMost)
+    if (count == 0 || count > kMost) {
         return std::nullopt;
+    }
     std::set<uint16_t> list;
-    for (size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i) {
         list.insert(le16(data, 2 + 2 * i));
+    }
     return list;
 }
 
@@ -36,8 +38,9 @@ std::optional<std::set<uint16_t>> read_list(ByteView data) {
 
 NvmeNamespaces::NvmeNamespaces(const NvmeConfig& config)
     : namespaces_(config.namespaces), capacity_(config.capacity), most_(config.most_namespaces) {
-    for (const auto& [id, controller] : config.controllers)
+    for (const auto& [id, controller] : config.controllers) {
         controllers_.insert(id);
+    }
 }
 
 NvmeNamespace* NvmeNamespaces::find(uint32_t id) {
@@ -47,99 +50,115 @@ NvmeNamespace* NvmeNamespaces::find(uint32_t id) {
 
 uint64_t NvmeNamespaces::unallocated() const {
     uint64_t left = capacity_;
-    for (const auto& [id, space] : namespaces_)
+    for (const auto& [id, space] : namespaces_) {
         left -= space.bytes();
+    }
     return left;
 }
 
 std::vector<uint32_t> NvmeNamespaces::list(uint32_t above,
                                            std::optional<uint16_t> controller) const {
     std::vector<uint32_t> ids;
-    for (const auto& [id, space] : namespaces_)
-        if (id > above && (!controller || space.controllers.contains(*controller)))
+    for (const auto& [id, space] : namespaces_) {
+        if (id > above && (!controller || space.controllers.contains(*controller))) {
             ids.push_back(id);
+        }
+    }
     return ids;
 }
 
 NvmeCompletion NvmeNamespaces::manage(const NvmeAdminCommand& command) {
-    enum Select : uint32_t { select_create = 0, select_delete = 1 };
+    enum Select : uint32_t { kSelectCreate = 0, kSelectDelete = 1 };
     switch (command.dwords[10] & kSelect) {
-        case select_create:
+        case kSelectCreate:
             return create(command.data);
-        case select_delete:
+        case kSelectDelete:
             return remove(command.namespace_id());
         default:
-            return NvmeStatus::invalid_field;
+            return NvmeStatus::kInvalidField;
     }
 }
 
 NvmeCompletion NvmeNamespaces::create(ByteView data) {
-    if (data.size() != kDataSize)
-        return NvmeStatus::invalid_field;
+    if (data.size() != kDataSize) {
+        return NvmeStatus::kInvalidField;
+    }
     NvmeNamespace space;
     space.blocks = le64(data, kSize);
     space.format = data[kFormat] & kFormatBits;
     space.sharing = data[kSharing] & 1;
-    if (space.format >= kNvmeFormats.size())
-        return NvmeStatus::invalid_format;
+    if (space.format >= kNvmeFormats.size()) {
+        return NvmeStatus::kInvalidFormat;
+    }
     // A capacity below the size would be thin provisioning, and protection needs metadata.
-    if (space.blocks == 0 || le64(data, kCapacity) != space.blocks || data[kProtection] != 0)
-        return NvmeStatus::invalid_field;
-    if (space.blocks > unallocated() >> kNvmeFormats[space.format])
-        return NvmeStatus::insufficient_capacity;
-    for (uint32_t id = 1; id <= most_; ++id)
+    if (space.blocks == 0 || le64(data, kCapacity) != space.blocks || data[kProtection] != 0) {
+        return NvmeStatus::kInvalidField;
+    }
+    if (space.blocks > unallocated() >> kNvmeFormats[space.format]) {
+        return NvmeStatus::kInsufficientCapacity;
+    }
+    for (uint32_t id = 1; id <= most_; ++id) {
         if (namespaces_.emplace(id, space).second) {
             NvmeCompletion completion;
             completion.dword0 = id;
             return completion;
         }
-    return NvmeStatus::namespace_id_unavailable;
+    }
+    return NvmeStatus::kNamespaceIdUnavailable;
 }
 
 NvmeStatus NvmeNamespaces::remove(uint32_t id) {
     if (id == kNvmeEveryNamespace) {
-        for (const auto& [each, space] : namespaces_)
+        for (const auto& [each, space] : namespaces_) {
             changed_.insert(space.controllers.begin(), space.controllers.end());
+        }
         namespaces_.clear();
-        return NvmeStatus::success;
+        return NvmeStatus::kSuccess;
     }
     const NvmeNamespace* space = find(id);
-    if (space == nullptr)
-        return names(id) ? NvmeStatus::invalid_field : NvmeStatus::invalid_namespace;
+    if (space == nullptr) {
+        return names(id) ? NvmeStatus::kInvalidField : NvmeStatus::kInvalidNamespace;
+    }
     changed_.insert(space->controllers.begin(), space->controllers.end());
     namespaces_.erase(id);
-    return NvmeStatus::success;
+    return NvmeStatus::kSuccess;
 }
 
 NvmeStatus NvmeNamespaces::attach(const NvmeAdminCommand& command) {
-    enum Select : uint32_t { select_attach = 0, select_detach = 1 };
+    enum Select : uint32_t { kSelectAttach = 0, kSelectDetach = 1 };
     const uint32_t select = command.dwords[10] & kSelect;
     NvmeNamespace* space = find(command.namespace_id());
-    if (space == nullptr)
-        return names(command.namespace_id()) ? NvmeStatus::invalid_field
-                                             : NvmeStatus::invalid_namespace;
-    if (select > select_detach || (!command.data.empty() && command.data.size() != kDataSize))
-        return NvmeStatus::invalid_field;
+    if (space == nullptr) {
+        return names(command.namespace_id()) ? NvmeStatus::kInvalidField
+                                             : NvmeStatus::kInvalidNamespace;
+    }
+    if (select > kSelectDetach || (!command.data.empty() && command.data.size() != kDataSize)) {
+        return NvmeStatus::kInvalidField;
+    }
     // Requesters exist that send no list; they mean the controller that they talk to.
     const std::optional<std::set<uint16_t>> list =
         command.data.empty() ? std::set<uint16_t>{command.controller} : read_list(command.data);
-    if (!list)
-        return NvmeStatus::controller_list_invalid;
-    for (uint16_t id : *list) {
-        if (!controllers_.contains(id))
-            return NvmeStatus::controller_list_invalid;
-        if (space->controllers.contains(id) != (select == select_detach))
-            return select == select_detach ? NvmeStatus::not_attached
-                                           : NvmeStatus::already_attached;
+    if (!list) {
+        return NvmeStatus::kControllerListInvalid;
     }
     for (uint16_t id : *list) {
-        if (select == select_attach)
+        if (!controllers_.contains(id)) {
+            return NvmeStatus::kControllerListInvalid;
+        }
+        if (space->controllers.contains(id) != (select == kSelectDetach)) {
+            return select == kSelectDetach ? NvmeStatus::kNotAttached
+                                           : NvmeStatus::kAlreadyAttached;
+        }
+    }
+    for (uint16_t id : *list) {
+        if (select == kSelectAttach) {
             space->controllers.insert(id);
-        else
+        } else {
             space->controllers.erase(id);
+        }
         changed_.insert(id);
     }
-    return NvmeStatus::success;
+    return NvmeStatus::kSuccess;
 }
 
 NvmeStatus NvmeNamespaces::format(const NvmeAdminCommand& command) {
@@ -147,27 +166,32 @@ NvmeStatus NvmeNamespaces::format(const NvmeAdminCommand& command) {
     constexpr uint32_t kLastErase = 2;
     const uint32_t settings = command.dwords[10];
     const auto format = static_cast<uint8_t>(settings & kFormatBits);
-    if (format >= kNvmeFormats.size() || (settings & kMetadataAndProtection) != 0)
-        return NvmeStatus::invalid_format;
-    if ((settings >> 9 & 7) > kLastErase)
-        return NvmeStatus::invalid_field;
+    if (format >= kNvmeFormats.size() || (settings & kMetadataAndProtection) != 0) {
+        return NvmeStatus::kInvalidFormat;
+    }
+    if ((settings >> 9 & 7) > kLastErase) {
+        return NvmeStatus::kInvalidField;
+    }
     const uint32_t id = command.namespace_id();
-    if (id != kNvmeEveryNamespace && find(id) == nullptr)
-        return names(id) ? NvmeStatus::invalid_field : NvmeStatus::invalid_namespace;
+    if (id != kNvmeEveryNamespace && find(id) == nullptr) {
+        return names(id) ? NvmeStatus::kInvalidField : NvmeStatus::kInvalidNamespace;
+    }
     for (auto& [each, space] : namespaces_) {
-        if (id != kNvmeEveryNamespace && id != each)
+        if (id != kNvmeEveryNamespace && id != each) {
             continue;
+        }
         space.blocks = space.bytes() >> kNvmeFormats[format];
         space.format = format;
         space.used = 0;
         changed_.insert(space.controllers.begin(), space.controllers.end());
     }
-    return NvmeStatus::success;
+    return NvmeStatus::kSuccess;
 }
 
 void NvmeNamespaces::erase() {
-    for (auto& [id, space] : namespaces_)
+    for (auto& [id, space] : namespaces_) {
         space.used = 0;
+    }
 }
 
 std::set<uint16_t> NvmeNamespaces::take_changed() {

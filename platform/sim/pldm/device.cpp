@@ -40,10 +40,11 @@ Bytes pldm_reply(uint8_t code, ByteView data) {
 }
 
 uint8_t pldm_transfer_flag(bool first, bool last) {
-    enum : uint8_t { start = 0, middle = 1, end = 4, start_and_end = 5 };
-    if (last)
-        return first ? start_and_end : end;
-    return first ? start : middle;
+    enum : uint8_t { kStart = 0, kMiddle = 1, kEnd = 4, kStartAndEnd = 5 };
+    if (last) {
+        return first ? kStartAndEnd : kEnd;
+    }
+    return first ? kStart : kMiddle;
 }
 
 PldmDevice::PldmDevice(ObjectReader& reader, const DeviceConfig& config, const Clock& clock)
@@ -52,97 +53,110 @@ PldmDevice::PldmDevice(ObjectReader& reader, const DeviceConfig& config, const C
       tid_(initial_tid_) {
     read_sensors(reader, numeric_, state_);
     std::vector<SensorInfo> sensors;
-    for (const NumericSensor& sensor : numeric_)
+    for (const NumericSensor& sensor : numeric_) {
         sensors.push_back(sensor.info());
-    for (const StateSensor& sensor : state_)
+    }
+    for (const StateSensor& sensor : state_) {
         sensors.push_back(sensor.info());
+    }
     describe_sensors(std::move(sensors));
     pdrs_ = PdrRepository(reader, numeric_, state_);
     reader.within("fru", [&](const Place& place) { fru_.emplace(place); });
     reader.within("firmware", [&](const Place& place) {
         FirmwareConfig config = read_firmware(place);
-        if (reader.sound())
+        if (reader.sound()) {
             firmware_.emplace(std::move(config));
+        }
     });
 
     types_ = {{0, kBaseVersion, base_commands()}, {2, kPlatformVersion, platform_commands()}};
-    if (fru_)
+    if (fru_) {
         types_.push_back({4, kFruVersion, fru_commands()});
-    if (firmware_)
+    }
+    if (firmware_) {
         types_.push_back({kFirmwareUpdate, kFirmwareVersion, firmware_commands()});
+    }
 }
 
 void PldmDevice::reset() {
     Device::reset();
     tid_ = initial_tid_;
-    for (NumericSensor& sensor : numeric_)
+    for (NumericSensor& sensor : numeric_) {
         sensor.reset();
-    for (StateSensor& sensor : state_)
+    }
+    for (StateSensor& sensor : state_) {
         sensor.reset();
-    if (firmware_)
+    }
+    if (firmware_) {
         firmware_->reset();
+    }
 }
 
 std::span<const PldmDevice::Command> PldmDevice::base_commands() {
-    static constexpr std::array<Command, 5> commands{{
+    static constexpr std::array<Command, 5> kCommands{{
         {0x01, 1, 1, &PldmDevice::set_tid},
         {0x02, 0, 0, &PldmDevice::get_tid},
         {0x03, 6, 6, &PldmDevice::get_pldm_version},
         {0x04, 0, 0, &PldmDevice::get_pldm_types},
         {0x05, 5, 5, &PldmDevice::get_pldm_commands},
     }};
-    return commands;
+    return kCommands;
 }
 
 std::span<const PldmDevice::Command> PldmDevice::fru_commands() {
-    static constexpr std::array<Command, 2> commands{{
+    static constexpr std::array<Command, 2> kCommands{{
         {0x01, 0, 0, &PldmDevice::get_fru_record_table_metadata},
         {0x02, 5, 5, &PldmDevice::get_fru_record_table},
     }};
-    return commands;
+    return kCommands;
 }
 
 std::span<const PldmDevice::Command> PldmDevice::firmware_commands() {
     // A version string of up to 255 bytes ends the three that have one.
-    static constexpr std::array<Command, 11> commands{{
-        {fw_query_device_identifiers, 0, 0,
+    static constexpr std::array<Command, 11> kCommands{{
+        {kFwQueryDeviceIdentifiers, 0, 0,
          &PldmDevice::serve_firmware<&Firmware::query_device_identifiers>},
-        {fw_get_firmware_parameters, 0, 0,
+        {kFwGetFirmwareParameters, 0, 0,
          &PldmDevice::serve_firmware<&Firmware::get_firmware_parameters>},
-        {fw_request_update, 11, 266, &PldmDevice::serve_firmware<&Firmware::request_update>},
-        {fw_get_device_meta_data, 5, 5,
-         &PldmDevice::serve_firmware<&Firmware::get_device_meta_data>},
-        {fw_pass_component_table, 12, 267,
+        {kFwRequestUpdate, 11, 266, &PldmDevice::serve_firmware<&Firmware::request_update>},
+        {kFwGetDeviceMetaData, 5, 5, &PldmDevice::serve_firmware<&Firmware::get_device_meta_data>},
+        {kFwPassComponentTable, 12, 267,
          &PldmDevice::serve_firmware<&Firmware::pass_component_table>},
-        {fw_update_component, 19, 274, &PldmDevice::serve_firmware<&Firmware::update_component>},
-        {fw_get_meta_data, 5, 5, &PldmDevice::serve_firmware<&Firmware::get_meta_data>},
-        {fw_activate_firmware, 1, 1, &PldmDevice::serve_firmware<&Firmware::activate_firmware>},
-        {fw_get_status, 0, 0, &PldmDevice::serve_firmware<&Firmware::get_status>},
-        {fw_cancel_update_component, 0, 0,
+        {kFwUpdateComponent, 19, 274, &PldmDevice::serve_firmware<&Firmware::update_component>},
+        {kFwGetMetaData, 5, 5, &PldmDevice::serve_firmware<&Firmware::get_meta_data>},
+        {kFwActivateFirmware, 1, 1, &PldmDevice::serve_firmware<&Firmware::activate_firmware>},
+        {kFwGetStatus, 0, 0, &PldmDevice::serve_firmware<&Firmware::get_status>},
+        {kFwCancelUpdateComponent, 0, 0,
          &PldmDevice::serve_firmware<&Firmware::cancel_update_component>},
-        {fw_cancel_update, 0, 0, &PldmDevice::serve_firmware<&Firmware::cancel_update>},
+        {kFwCancelUpdate, 0, 0, &PldmDevice::serve_firmware<&Firmware::cancel_update>},
     }};
-    return commands;
+    return kCommands;
 }
 
 const PldmDevice::Type* PldmDevice::find_type(uint8_t number) const {
-    for (const Type& type : types_)
-        if (type.number == number)
+    for (const Type& type : types_) {
+        if (type.number == number) {
             return &type;
+        }
+    }
     return nullptr;
 }
 
 std::optional<Bytes> PldmDevice::answer(uint8_t type, ByteView request) {
-    if (type == kControl)
+    if (type == kControl) {
         return answer_control(request);
-    if (type != kPldm || request.size() < kHeaderSize)
+    }
+    if (type != kPldm || request.size() < kHeaderSize) {
         return std::nullopt;
+    }
     // Responses, datagrams and later header versions get no answer.
-    if ((request[0] & (kRequest | kDatagram)) != kRequest || (request[1] & ~kTypeBits) != 0)
+    if ((request[0] & (kRequest | kDatagram)) != kRequest || (request[1] & ~kTypeBits) != 0) {
         return std::nullopt;
+    }
     Bytes out{static_cast<uint8_t>(request[0] & kInstance), request[1], request[2]};
-    if (firmware_ && request[1] == kFirmwareUpdate)
+    if (firmware_ && request[1] == kFirmwareUpdate) {
         return answer_firmware(request, std::move(out));
+    }
     append(out, dispatch(request[1], request[2], request.subspan(kHeaderSize)));
     return out;
 }
@@ -151,8 +165,9 @@ std::optional<Bytes> PldmDevice::answer_firmware(ByteView request, Bytes header)
     const uint8_t command = request[2];
     update_agent_ = requester_eid();
     const Firmware::Verdict verdict = firmware_->begin(command, clock().now_us());
-    if (verdict.silent)
+    if (verdict.silent) {
         return std::nullopt;
+    }
     append(header, verdict.code ? pldm_reply(*verdict.code)
                                 : dispatch(kFirmwareUpdate, command, request.subspan(kHeaderSize)));
     firmware_->finish(command, header);
@@ -161,21 +176,24 @@ std::optional<Bytes> PldmDevice::answer_firmware(ByteView request, Bytes header)
 }
 
 void PldmDevice::heard(const Message& response) {
-    if (!firmware_ || response.type != kPldm)
+    if (!firmware_ || response.type != kPldm) {
         return;
+    }
     firmware_->heard(response.body, clock().now_us());
     send_firmware_request(firmware_->next_request(clock().now_us()), 0);
 }
 
 void PldmDevice::idle() {
-    if (firmware_)
+    if (firmware_) {
         send_firmware_request(firmware_->repetition(clock().now_us()), 0);
+    }
 }
 
 void PldmDevice::send_firmware_request(std::optional<Firmware::Request> request,
                                        uint64_t delay_us) {
-    if (!request)
+    if (!request) {
         return;
+    }
     Message message;
     message.type = kPldm;
     message.body = std::move(request->message);
@@ -186,35 +204,41 @@ void PldmDevice::send_firmware_request(std::optional<Firmware::Request> request,
 
 Bytes PldmDevice::dispatch(uint8_t type, uint8_t command, ByteView data) {
     const Type* found = find_type(type);
-    if (found == nullptr)
-        return pldm_reply(pldm_invalid_type);
+    if (found == nullptr) {
+        return pldm_reply(kPldmInvalidType);
+    }
     for (const Command& each : found->commands) {
-        if (each.code != command)
+        if (each.code != command) {
             continue;
-        if (data.size() < each.shortest || data.size() > each.longest)
-            return pldm_reply(pldm_invalid_length);
+        }
+        if (data.size() < each.shortest || data.size() > each.longest) {
+            return pldm_reply(kPldmInvalidLength);
+        }
         return (this->*each.serve)(data);
     }
-    return pldm_reply(pldm_unsupported_command);
+    return pldm_reply(kPldmUnsupportedCommand);
 }
 
 Bytes PldmDevice::set_tid(ByteView data) {
-    if (data[0] == 0 || data[0] == 0xFF)
-        return pldm_reply(pldm_invalid_data);
+    if (data[0] == 0 || data[0] == 0xFF) {
+        return pldm_reply(kPldmInvalidData);
+    }
     tid_ = data[0];
-    return pldm_reply(pldm_success);
+    return pldm_reply(kPldmSuccess);
 }
 
 Bytes PldmDevice::get_tid(ByteView) {
-    return pldm_reply(pldm_success, Bytes{tid_});
+    return pldm_reply(kPldmSuccess, Bytes{tid_});
 }
 
 Bytes PldmDevice::get_pldm_version(ByteView data) {
-    if (data[4] != pldm_get_first_part)
+    if (data[4] != kPldmGetFirstPart) {
         return pldm_reply(kInvalidTransferFlag);
+    }
     const Type* type = find_type(data[5]);
-    if (type == nullptr)
+    if (type == nullptr) {
         return pldm_reply(kTypeNotInRequest);
+    }
     Bytes version;
     append_le32(version, type->version);
     Bytes out;
@@ -222,29 +246,33 @@ Bytes PldmDevice::get_pldm_version(ByteView data) {
     out.push_back(pldm_transfer_flag(true, true));
     append(out, version);
     append_le32(out, crc32(version));
-    return pldm_reply(pldm_success, out);
+    return pldm_reply(kPldmSuccess, out);
 }
 
 Bytes PldmDevice::get_pldm_types(ByteView) {
     Bytes bitmap(8);
-    for (const Type& type : types_)
+    for (const Type& type : types_) {
         bitmap[type.number / 8u] |= static_cast<uint8_t>(1u << type.number % 8u);
-    return pldm_reply(pldm_success, bitmap);
+    }
+    return pldm_reply(kPldmSuccess, bitmap);
 }
 
 Bytes PldmDevice::get_pldm_commands(ByteView data) {
     const Type* type = find_type(data[0]);
-    if (type == nullptr)
+    if (type == nullptr) {
         return pldm_reply(kTypeNotInRequest);
+    }
     // Version 0 asks for the commands of whatever version there is: requesters exist that never
     // ask for the version first.
     const uint32_t version = le32(data, 1);
-    if (version != 0 && version != type->version)
+    if (version != 0 && version != type->version) {
         return pldm_reply(kVersionNotInRequest);
+    }
     Bytes bitmap(32);
-    for (const Command& command : type->commands)
+    for (const Command& command : type->commands) {
         bitmap[command.code / 8u] |= static_cast<uint8_t>(1u << command.code % 8u);
-    return pldm_reply(pldm_success, bitmap);
+    }
+    return pldm_reply(kPldmSuccess, bitmap);
 }
 
 std::unique_ptr<Device> make_pldm_device(ObjectReader& reader, DeviceConfig config,

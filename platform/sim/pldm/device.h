@@ -17,18 +17,18 @@ namespace sim {
 
 /// Completion codes that every PLDM type knows (DSP0240, table 3).
 enum PldmCode : uint8_t {
-    pldm_success = 0x00,
-    pldm_invalid_data = 0x02,
-    pldm_invalid_length = 0x03,
-    pldm_unsupported_command = 0x05,
-    pldm_invalid_type = 0x20,
+    kPldmSuccess = 0x00,
+    kPldmInvalidData = 0x02,
+    kPldmInvalidLength = 0x03,
+    kPldmUnsupportedCommand = 0x05,
+    kPldmInvalidType = 0x20,
 };
 
 /// What a command function gives back: completion code and what follows it.
 Bytes pldm_reply(uint8_t code, ByteView data = {});
 
 /// transferOperationFlag of multipart transfers.
-enum PldmOperation : uint8_t { pldm_get_next_part = 0, pldm_get_first_part = 1 };
+enum PldmOperation : uint8_t { kPldmGetNextPart = 0, kPldmGetFirstPart = 1 };
 /// transferFlag of a part.
 uint8_t pldm_transfer_flag(bool first, bool last);
 

@@ -42,8 +42,9 @@ constexpr uint8_t kProgressUnknown = 0x65;
 /// A version string at the end of a request: type, length and text from an offset on. Nothing where
 /// the length is not that of the text.
 std::optional<FirmwareVersion> version_at(ByteView data, size_t offset, size_t text_at) {
-    if (data.size() != text_at + data[offset + 1])
+    if (data.size() != text_at + data[offset + 1]) {
         return std::nullopt;
+    }
     FirmwareVersion version;
     version.type = data[offset];
     version.text.assign(data.begin() + static_cast<std::ptrdiff_t>(text_at), data.end());
@@ -89,18 +90,21 @@ void Firmware::set_faults(std::vector<FirmwareFault> faults) {
 
 const FirmwareFault* Firmware::strike(Kind kind, uint8_t command) const {
     for (const FirmwareFault& fault : settings_.faults) {
-        if (fault.kind != kind || fault.command != command)
+        if (fault.kind != kind || fault.command != command) {
             continue;
+        }
         const uint64_t number = count(command);
-        if (number >= fault.at && (fault.count == 0 || number < uint64_t{fault.at} + fault.count))
+        if (number >= fault.at && (fault.count == 0 || number < uint64_t{fault.at} + fault.count)) {
             return &fault;
+        }
     }
     return nullptr;
 }
 
 void Firmware::count_message(uint8_t command) {
-    if (command < kCommands)
+    if (command < kCommands) {
         ++counts_[command];
+    }
 }
 
 void Firmware::enter(FirmwareState state) {
@@ -110,59 +114,68 @@ void Firmware::enter(FirmwareState state) {
 }
 
 void Firmware::end_update(uint8_t reason) {
-    enter(FirmwareState::idle);
+    enter(FirmwareState::kIdle);
     reason_ = reason;
 }
 
 void Firmware::check_idle(uint64_t now_us) {
-    if (updating() && settings_.idle_us != 0 && now_us - last_heard_us_ >= settings_.idle_us)
-        end_update(static_cast<uint8_t>(fw_timeout_learn + static_cast<uint8_t>(state_) - 1));
+    if (updating() && settings_.idle_us != 0 && now_us - last_heard_us_ >= settings_.idle_us) {
+        end_update(static_cast<uint8_t>(kFwTimeoutLearn + static_cast<uint8_t>(state_) - 1));
+    }
 }
 
 void Firmware::reset() {
-    end_update(fw_initialized);
-    previous_ = FirmwareState::idle;
+    end_update(kFwInitialized);
+    previous_ = FirmwareState::kIdle;
     dead_ = stalled_ = false;
-    if (!settings_.activates_at_once)
+    if (!settings_.activates_at_once) {
         activate();
+    }
 }
 
 Firmware::Verdict Firmware::begin(uint8_t command, uint64_t now_us) {
-    if (dead_)
+    if (dead_) {
         return {true, {}};
+    }
     check_idle(now_us);
     last_heard_us_ = now_us;
     count_message(command);
-    if (strike(Kind::dead, command) != nullptr) {
+    if (strike(Kind::kDead, command) != nullptr) {
         dead_ = true;
         return {true, {}};
     }
-    if (strike(Kind::stall, command) != nullptr)
+    if (strike(Kind::kStall, command) != nullptr) {
         stalled_ = true;
-    if (strike(Kind::reset, command) != nullptr)
-        end_update(fw_initialized);
-    if (strike(Kind::no_answer, command) != nullptr)
+    }
+    if (strike(Kind::kReset, command) != nullptr) {
+        end_update(kFwInitialized);
+    }
+    if (strike(Kind::kNoAnswer, command) != nullptr) {
         return {true, {}};
-    if (const FirmwareFault* fault = strike(Kind::completion_code, command))
+    }
+    if (const FirmwareFault* fault = strike(Kind::kCompletionCode, command)) {
         return {false, static_cast<uint8_t>(fault->value)};
+    }
     return {};
 }
 
 void Firmware::finish(uint8_t command, Bytes& answer) const {
-    if (const FirmwareFault* fault = strike(Kind::other_command, command))
+    if (const FirmwareFault* fault = strike(Kind::kOtherCommand, command)) {
         answer[2] = static_cast<uint8_t>(fault->value);
-    if (const FirmwareFault* fault = strike(Kind::truncate, command))
+    }
+    if (const FirmwareFault* fault = strike(Kind::kTruncate, command)) {
         answer.resize(std::min<size_t>(answer.size(), fault->length));
+    }
 }
 
 // ---- What the device is -------------------------------------------------------------------------
 
 Bytes Firmware::query_device_identifiers(ByteView) {
-    return pldm_reply(pldm_success, settings_.identifiers);
+    return pldm_reply(kPldmSuccess, settings_.identifiers);
 }
 
 Bytes Firmware::get_firmware_parameters(ByteView) {
-    return pldm_reply(pldm_success, settings_.parameters ? *settings_.parameters : parameters());
+    return pldm_reply(kPldmSuccess, settings_.parameters ? *settings_.parameters : parameters());
 }
 
 Bytes Firmware::parameters() const {
@@ -190,16 +203,19 @@ Bytes Firmware::parameters() const {
 // ---- The beginning of an update -----------------------------------------------------------------
 
 Bytes Firmware::request_update(ByteView data) {
-    if (updating())
+    if (updating()) {
         return pldm_reply(kAlreadyInUpdateMode);
+    }
     const std::optional<FirmwareVersion> offered = version_at(data, 9, 11);
-    if (!offered)
-        return pldm_reply(pldm_invalid_length);
+    if (!offered) {
+        return pldm_reply(kPldmInvalidLength);
+    }
     const uint32_t max_transfer = le32(data, 0);
     const uint8_t outstanding_requests = data[6];
-    if (max_transfer < PiecePlan::kShortest || outstanding_requests == 0)
-        return pldm_reply(pldm_invalid_data);
-    enter(FirmwareState::learn_components);
+    if (max_transfer < PiecePlan::kShortest || outstanding_requests == 0) {
+        return pldm_reply(kPldmInvalidData);
+    }
+    enter(FirmwareState::kLearnComponents);
     max_transfer_ = max_transfer;
     offered_ = *offered;
     table_begun_ = false;
@@ -214,37 +230,44 @@ Bytes Firmware::request_update(ByteView data) {
     Bytes out;
     append_le16(out, settings_.claimed_metadata_length.value_or(length));
     out.push_back(fetch_package_data_ ? 1 : 0);
-    return pldm_reply(pldm_success, out);
+    return pldm_reply(kPldmSuccess, out);
 }
 
 Bytes Firmware::get_device_meta_data(ByteView data) {
-    if (!updating())
+    if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
-    if (state_ != FirmwareState::learn_components)
+    }
+    if (state_ != FirmwareState::kLearnComponents) {
         return pldm_reply(kInvalidState);
-    if (settings_.metadata.empty())
+    }
+    if (settings_.metadata.empty()) {
         return pldm_reply(kNoDeviceMetadata);
+    }
     const uint32_t handle = le32(data, 0);
-    if (data[4] > pldm_get_first_part)
+    if (data[4] > kPldmGetFirstPart) {
         return pldm_reply(kInvalidOperationFlag);
-    const bool first = data[4] == pldm_get_first_part;
-    if (!first && handle != metadata_handle_)
+    }
+    const bool first = data[4] == kPldmGetFirstPart;
+    if (!first && handle != metadata_handle_) {
         return pldm_reply(kInvalidTransferHandle);
-    return metadata_part(first ? 0 : handle, fw_get_device_meta_data);
+    }
+    return metadata_part(first ? 0 : handle, kFwGetDeviceMetaData);
 }
 
 // Agents exist that ask the device for metadata by this command too. They get the first part.
 Bytes Firmware::get_meta_data(ByteView) {
-    if (!updating())
+    if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
-    if (settings_.metadata.empty())
+    }
+    if (settings_.metadata.empty()) {
         return pldm_reply(kNoDeviceMetadata);
-    return metadata_part(0, fw_get_meta_data);
+    }
+    return metadata_part(0, kFwGetMetaData);
 }
 
 /// A part; its handle is where it stands in the metadata.
 Bytes Firmware::metadata_part(uint32_t handle, uint8_t command) {
-    const bool endless = strike(Kind::endless, command) != nullptr;
+    const bool endless = strike(Kind::kEndless, command) != nullptr;
     const ByteView all = settings_.metadata;
     const size_t at = endless ? handle % all.size() : std::min<size_t>(handle, all.size());
     size_t length = settings_.metadata_part_size != 0 ? settings_.metadata_part_size : ~0u;
@@ -253,44 +276,52 @@ Bytes Firmware::metadata_part(uint32_t handle, uint8_t command) {
     metadata_handle_ = handle + static_cast<uint32_t>(length);
     Bytes out;
     append_le32(out, last ? 0 : metadata_handle_);
-    if (handle == 0)
+    if (handle == 0) {
         out.push_back(last ? kStartAndEnd : kStart);
-    else
+    } else {
         out.push_back(last ? kEnd : kMiddle);
+    }
     append(out, all.subspan(at, length));
-    return pldm_reply(pldm_success, out);
+    return pldm_reply(kPldmSuccess, out);
 }
 
 // ---- Components ---------------------------------------------------------------------------------
 
 std::optional<size_t> Firmware::find_component(uint16_t classification, uint16_t identifier,
                                                uint8_t index) const {
-    for (size_t i = 0; i < components_.size(); ++i)
+    for (size_t i = 0; i < components_.size(); ++i) {
         if (components_[i].classification == classification &&
-            components_[i].identifier == identifier && components_[i].index == index)
+            components_[i].identifier == identifier && components_[i].index == index) {
             return i;
+        }
+    }
     return std::nullopt;
 }
 
 /// Why a comparison stamp speaks against an update that is not forced.
 uint8_t Firmware::objection(size_t component, uint32_t stamp) const {
     const uint32_t mine = components_[component].active.stamp;
-    if (!settings_.only_newer || stamp > mine)
+    if (!settings_.only_newer || stamp > mine) {
         return kNoObjection;
+    }
     return stamp == mine ? kStampIdentical : kStampLower;
 }
 
 Bytes Firmware::pass_component_table(ByteView data) {
-    if (!updating())
+    if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
-    if (state_ != FirmwareState::learn_components)
+    }
+    if (state_ != FirmwareState::kLearnComponents) {
         return pldm_reply(kInvalidState);
-    if (!version_at(data, 10, 12))
-        return pldm_reply(pldm_invalid_length);
+    }
+    if (!version_at(data, 10, 12)) {
+        return pldm_reply(kPldmInvalidLength);
+    }
     const uint8_t flag = data[0];
     const bool begins = flag == kStart || flag == kStartAndEnd;
-    if ((!begins && flag != kMiddle && flag != kEnd) || begins == table_begun_)
-        return pldm_reply(pldm_invalid_data);
+    if ((!begins && flag != kMiddle && flag != kEnd) || begins == table_begun_) {
+        return pldm_reply(kPldmInvalidData);
+    }
 
     table_begun_ = true;
     uint8_t code = kNotSupported;
@@ -298,21 +329,26 @@ Bytes Firmware::pass_component_table(ByteView data) {
         transfers_[*found].passed = true;
         code = objection(*found, le32(data, 6));
     }
-    if (const FirmwareFault* fault = strike(Kind::refuse_component, fw_pass_component_table))
+    if (const FirmwareFault* fault = strike(Kind::kRefuseComponent, kFwPassComponentTable)) {
         code = static_cast<uint8_t>(fault->value);
-    if (flag == kEnd || flag == kStartAndEnd)
-        enter(FirmwareState::ready_xfer);
-    return pldm_reply(pldm_success, Bytes{static_cast<uint8_t>(code != kNoObjection), code});
+    }
+    if (flag == kEnd || flag == kStartAndEnd) {
+        enter(FirmwareState::kReadyXfer);
+    }
+    return pldm_reply(kPldmSuccess, Bytes{static_cast<uint8_t>(code != kNoObjection), code});
 }
 
 Bytes Firmware::update_component(ByteView data) {
-    if (!updating())
+    if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
-    if (state_ != FirmwareState::ready_xfer)
+    }
+    if (state_ != FirmwareState::kReadyXfer) {
         return pldm_reply(kInvalidState);
+    }
     std::optional<FirmwareVersion> version = version_at(data, 17, 19);
-    if (!version)
-        return pldm_reply(pldm_invalid_length);
+    if (!version) {
+        return pldm_reply(kPldmInvalidLength);
+    }
     version->stamp = le32(data, 5);
     const uint32_t flags = le32(data, 13);
     uint8_t code = kNotSupported;
@@ -325,7 +361,7 @@ Bytes Firmware::update_component(ByteView data) {
         transfers_[*found].tried = true;
     }
     bool refused = code != kNoObjection;
-    if (const FirmwareFault* fault = strike(Kind::refuse_component, fw_update_component)) {
+    if (const FirmwareFault* fault = strike(Kind::kRefuseComponent, kFwUpdateComponent)) {
         refused = true;
         code = static_cast<uint8_t>(fault->value);
     }
@@ -336,7 +372,7 @@ Bytes Firmware::update_component(ByteView data) {
     Bytes out{static_cast<uint8_t>(refused), code};
     append_le32(out, refused ? 0 : flags & kForceUpdate);
     append_le16(out, refused ? 0 : settings_.time_before_request);
-    return pldm_reply(pldm_success, out);
+    return pldm_reply(kPldmSuccess, out);
 }
 
 void Firmware::start_transfer(size_t component, ByteView data) {
@@ -350,89 +386,105 @@ void Firmware::start_transfer(size_t component, ByteView data) {
                       settings_.seed, settings_.full_last_piece);
     turn_ = refusals_ = 0;
     transfer_failure_.reset();
-    enter(FirmwareState::download);
+    enter(FirmwareState::kDownload);
 }
 
 // ---- The end of an update -----------------------------------------------------------------------
 
 bool Firmware::self_contained() const {
-    for (size_t i = 0; i < components_.size(); ++i)
-        if (applied(transfers_[i]) && (components_[i].activation_methods & kSelfContained) != 0)
+    for (size_t i = 0; i < components_.size(); ++i) {
+        if (applied(transfers_[i]) && (components_[i].activation_methods & kSelfContained) != 0) {
             return true;
+        }
+    }
     return false;
 }
 
 void Firmware::activate() {
-    for (FirmwareComponent& component : components_)
-        if (component.pending)
+    for (FirmwareComponent& component : components_) {
+        if (component.pending) {
             component.active = *std::exchange(component.pending, std::nullopt);
-    if (pending_)
+        }
+    }
+    if (pending_) {
         active_ = *std::exchange(pending_, std::nullopt);
+    }
 }
 
 Bytes Firmware::activate_firmware(ByteView data) {
-    if (!updating())
+    if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
-    if (state_ != FirmwareState::ready_xfer)
+    }
+    if (state_ != FirmwareState::kReadyXfer) {
         return pldm_reply(kInvalidState);
+    }
     // A boolean that some agents send as 2.
-    if (data[0] > 2)
-        return pldm_reply(pldm_invalid_data);
+    if (data[0] > 2) {
+        return pldm_reply(kPldmInvalidData);
+    }
     auto left_out = [](const FirmwareTransfer& each) { return each.passed && !each.tried; };
-    if (std::ranges::any_of(transfers_, left_out))
+    if (std::ranges::any_of(transfers_, left_out)) {
         return pldm_reply(kIncompleteUpdate);
-    if (std::ranges::none_of(transfers_, applied))
+    }
+    if (std::ranges::none_of(transfers_, applied)) {
         return pldm_reply(kActivationNotRequired);
-    if (data[0] != 0 && !self_contained())
+    }
+    if (data[0] != 0 && !self_contained()) {
         return pldm_reply(kSelfContainedNotPermitted);
-    enter(FirmwareState::activate);
-    if (data[0] != 0 || settings_.activates_at_once)
+    }
+    enter(FirmwareState::kActivate);
+    if (data[0] != 0 || settings_.activates_at_once) {
         activate();
-    end_update(fw_activated);
+    }
+    end_update(kFwActivated);
     Bytes out;
     append_le16(out, data[0] != 0 ? settings_.activation_time : 0);
-    return pldm_reply(pldm_success, out);
+    return pldm_reply(kPldmSuccess, out);
 }
 
 Bytes Firmware::get_status(ByteView) {
-    enum : uint8_t { in_progress = 0, failed = 2, nothing = 3 };
-    const bool busy = state_ >= FirmwareState::download && state_ <= FirmwareState::apply;
-    const uint8_t aux = !busy ? nothing : failed_ ? failed : in_progress;
+    enum : uint8_t { kInProgress = 0, kFailed = 2, kNothing = 3 };
+    const bool busy = state_ >= FirmwareState::kDownload && state_ <= FirmwareState::kApply;
+    const uint8_t aux = !busy ? kNothing : failed_ ? kFailed : kInProgress;
     uint8_t percent = kProgressUnknown;
     uint32_t flags = 0;
     if (busy) {
         const FirmwareTransfer& transfer = transfers_[current_];
         flags = transfer.option_flags & kForceUpdate;
-        if (state_ == FirmwareState::download && transfer.image_size != 0)
+        if (state_ == FirmwareState::kDownload && transfer.image_size != 0) {
             percent = static_cast<uint8_t>(transfer.bytes * 100 / transfer.image_size);
+        }
     }
-    constexpr uint8_t generic_error = 0x0A;
+    constexpr uint8_t kGenericError = 0x0A;
     Bytes out{static_cast<uint8_t>(state_),
               static_cast<uint8_t>(previous_),
               aux,
-              aux == failed ? generic_error : uint8_t{0},
+              aux == kFailed ? kGenericError : uint8_t{0},
               percent,
               reason_};
     append_le32(out, flags);
-    return pldm_reply(pldm_success, out);
+    return pldm_reply(kPldmSuccess, out);
 }
 
 Bytes Firmware::cancel_update_component(ByteView) {
-    if (!updating())
+    if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
-    if (state_ != FirmwareState::download && state_ != FirmwareState::verify &&
-        state_ != FirmwareState::apply)
+    }
+    if (state_ != FirmwareState::kDownload && state_ != FirmwareState::kVerify &&
+        state_ != FirmwareState::kApply) {
         return pldm_reply(kInvalidState);
-    enter(FirmwareState::ready_xfer);
-    return pldm_reply(pldm_success);
+    }
+    enter(FirmwareState::kReadyXfer);
+    return pldm_reply(kPldmSuccess);
 }
 
 Bytes Firmware::cancel_update(ByteView) {
-    if (!updating())
+    if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
-    end_update(fw_cancelled);
+    }
+    end_update(kFwCancelled);
     // Every component works on: no indication, and a bitmap of 64 zeros.
-    return pldm_reply(pldm_success, Bytes(1 + 8));
+    return pldm_reply(kPldmSuccess, Bytes(1 + 8));
 }
 
 }  // namespace sim

@@ -16,21 +16,21 @@ namespace sim {
 
 /// States of a firmware device, by their numbers in GetStatus (DSP0267).
 enum class FirmwareState : uint8_t {
-    idle = 0,
-    learn_components = 1,
-    ready_xfer = 2,
-    download = 3,
-    verify = 4,
-    apply = 5,
-    activate = 6,
+    kIdle = 0,
+    kLearnComponents = 1,
+    kReadyXfer = 2,
+    kDownload = 3,
+    kVerify = 4,
+    kApply = 5,
+    kActivate = 6,
 };
 
 /// Why a firmware device is idle, by the numbers of GetStatus (DSP0267). A time-out is 3 and more.
 enum FirmwareReason : uint8_t {
-    fw_initialized = 0,
-    fw_activated = 1,
-    fw_cancelled = 2,
-    fw_timeout_learn = 3,
+    kFwInitialized = 0,
+    kFwActivated = 1,
+    kFwCancelled = 2,
+    kFwTimeoutLearn = 3,
 };
 
 /// What became of a component in the last update that named it.
@@ -149,7 +149,7 @@ private:
     void enter(FirmwareState state);
     void end_update(uint8_t reason);
     void check_idle(uint64_t now_us);
-    bool updating() const { return state_ != FirmwareState::idle; }
+    bool updating() const { return state_ != FirmwareState::kIdle; }
 
     Bytes parameters() const;
     Bytes metadata_part(uint32_t handle, uint8_t command);
@@ -174,9 +174,9 @@ private:
     std::vector<FirmwareTransfer> transfers_;  ///< as components_
     std::vector<ReceivedImage> images_;        ///< as components_
 
-    FirmwareState state_ = FirmwareState::idle;
-    FirmwareState previous_ = FirmwareState::idle;
-    uint8_t reason_ = fw_initialized;
+    FirmwareState state_ = FirmwareState::kIdle;
+    FirmwareState previous_ = FirmwareState::kIdle;
+    uint8_t reason_ = kFwInitialized;
     bool dead_ = false;
     bool stalled_ = false;
     std::array<uint64_t, kCommands> counts_{};

@@ -37,30 +37,33 @@ constexpr Name kDescriptors[] = {
 };
 
 constexpr Name kCommands[] = {
-    {"query_device_identifiers", fw_query_device_identifiers},
-    {"get_firmware_parameters", fw_get_firmware_parameters},
-    {"request_update", fw_request_update},
-    {"get_package_data", fw_get_package_data},
-    {"get_device_meta_data", fw_get_device_meta_data},
-    {"pass_component_table", fw_pass_component_table},
-    {"update_component", fw_update_component},
-    {"request_firmware_data", fw_request_firmware_data},
-    {"transfer_complete", fw_transfer_complete},
-    {"verify_complete", fw_verify_complete},
-    {"apply_complete", fw_apply_complete},
-    {"get_meta_data", fw_get_meta_data},
-    {"activate_firmware", fw_activate_firmware},
-    {"get_status", fw_get_status},
-    {"cancel_update_component", fw_cancel_update_component},
-    {"cancel_update", fw_cancel_update},
+    {"query_device_identifiers", kFwQueryDeviceIdentifiers},
+    {"get_firmware_parameters", kFwGetFirmwareParameters},
+    {"request_update", kFwRequestUpdate},
+    {"get_package_data", kFwGetPackageData},
+    {"get_device_meta_data", kFwGetDeviceMetaData},
+    {"pass_component_table", kFwPassComponentTable},
+    {"update_component", kFwUpdateComponent},
+    {"request_firmware_data", kFwRequestFirmwareData},
+    {"transfer_complete", kFwTransferComplete},
+    {"verify_complete", kFwVerifyComplete},
+    {"apply_complete", kFwApplyComplete},
+    {"get_meta_data", kFwGetMetaData},
+    {"activate_firmware", kFwActivateFirmware},
+    {"get_status", kFwGetStatus},
+    {"cancel_update_component", kFwCancelUpdateComponent},
+    {"cancel_update", kFwCancelUpdate},
 };
 
 /// A number, or one of the names for it.
 uint16_t named(const Place& place, std::span<const Name> names, int64_t high) {
-    if (place.node->kind == Node::Kind::string)
-        for (const Name& name : names)
-            if (place.node->text == name.text)
+    if (place.node->kind == Node::Kind::kString) {
+        for (const Name& name : names) {
+            if (place.node->text == name.text) {
                 return name.number;
+            }
+        }
+    }
     return static_cast<uint16_t>(place.whole(0, high));
 }
 
@@ -84,7 +87,7 @@ Bytes hex_or_nothing(ObjectReader& reader, const std::string& key) {
 /// "1.2.3", or an object with all there is to a version.
 FirmwareVersion read_version(const Place& place) {
     FirmwareVersion version;
-    if (place.node->kind == Node::Kind::string) {
+    if (place.node->kind == Node::Kind::kString) {
         version.text = place.text();
     } else {
         ObjectReader reader(place);
@@ -92,12 +95,14 @@ FirmwareVersion read_version(const Place& place) {
         version.type = static_cast<uint8_t>(reader.whole("type", 0, 255, 1));
         version.stamp = dword(reader, "stamp");
         version.date = reader.text("date", version.date);
-        if (version.date.size() != 8)
+        if (version.date.size() != 8) {
             reader.complain("date", "must have 8 characters");
+        }
         reader.finish();
     }
-    if (version.text.size() > 255)
+    if (version.text.size() > 255) {
         place.complain("must have at most 255 bytes of text");
+    }
     return version;
 }
 
@@ -122,8 +127,9 @@ Bytes read_descriptor(const Place& place) {
 
 Bytes read_identifiers(ObjectReader& reader) {
     if (const std::optional<Place> raw = reader.find("identifiers_hex")) {
-        if (reader.find("descriptors"))
+        if (reader.find("descriptors")) {
             reader.complain("descriptors", "cannot stand beside identifiers_hex");
+        }
         return raw->hex();
     }
     Bytes all;
@@ -132,8 +138,9 @@ Bytes read_identifiers(ObjectReader& reader) {
         ++count;
         append(all, read_descriptor(descriptor));
     });
-    if (count > 255)
+    if (count > 255) {
         reader.complain("descriptors", "must have at most 255 elements");
+    }
     Bytes out;
     append_le32(out, static_cast<uint32_t>(all.size()));
     out.push_back(static_cast<uint8_t>(count));
@@ -158,11 +165,13 @@ FirmwareComponent read_component(const Place& place) {
 
 void read_metadata(ObjectReader& reader, FirmwareSettings& settings) {
     settings.metadata = hex_or_nothing(reader, "metadata");
-    if (settings.metadata.size() > kAnyWord)
+    if (settings.metadata.size() > kAnyWord) {
         reader.complain("metadata", "must have at most 65535 bytes");
+    }
     settings.metadata_part_size = dword(reader, "metadata_part_size");
-    if (reader.find("claimed_metadata_length"))
+    if (reader.find("claimed_metadata_length")) {
         settings.claimed_metadata_length = word(reader, "claimed_metadata_length");
+    }
 }
 
 void read_behaviour(ObjectReader& reader, FirmwareSettings& settings) {
@@ -199,32 +208,28 @@ struct FaultShape {
 
 /// In the order of FirmwareFault::Kind.
 const std::vector<FaultShape>& fault_shapes() {
-    static const std::vector<FaultShape> shapes = {
+    static const std::vector<FaultShape> kShapes = {
         {"completion_code", {}, 255, false, false},
         {"no_answer", {}, -1, false, false},
         {"other_command", {}, 255, false, false},
         {"truncate", {}, -1, true, false},
-        {"refuse_component", {fw_pass_component_table, fw_update_component}, 255, false, false},
-        {"result",
-         {fw_transfer_complete, fw_verify_complete, fw_apply_complete},
-         255,
-         false,
-         false},
+        {"refuse_component", {kFwPassComponentTable, kFwUpdateComponent}, 255, false, false},
+        {"result", {kFwTransferComplete, kFwVerifyComplete, kFwApplyComplete}, 255, false, false},
         {"stall", {}, -1, false, false},
         {"dead", {}, -1, false, false},
         {"reset", {}, -1, false, false},
-        {"ask", {fw_request_firmware_data}, -1, true, true},
-        {"repeat", {fw_request_firmware_data}, -1, false, false},
+        {"ask", {kFwRequestFirmwareData}, -1, true, true},
+        {"repeat", {kFwRequestFirmwareData}, -1, false, false},
         {"endless",
-         {fw_request_firmware_data, fw_get_package_data, fw_get_device_meta_data},
+         {kFwRequestFirmwareData, kFwGetPackageData, kFwGetDeviceMetaData},
          -1,
          false,
          false},
-        {"handle", {fw_get_package_data}, kAnyDword, false, false},
-        {"flag", {fw_get_package_data}, 255, false, false},
+        {"handle", {kFwGetPackageData}, kAnyDword, false, false},
+        {"flag", {kFwGetPackageData}, 255, false, false},
         {"send_instead", {}, 255, false, false},
     };
-    return shapes;
+    return kShapes;
 }
 
 }  // namespace
@@ -234,35 +239,42 @@ ExpectedImage read_expected(ObjectReader& reader) {
     const std::optional<Place> file = reader.find("expect_file");
     const int64_t offset = reader.whole("expect_offset", 0, kAnyDword, 0);
     const uint32_t size = dword(reader, "expect_size");
-    if (bytes && file)
+    if (bytes && file) {
         reader.complain("expect_file", "cannot stand beside expect_hex");
-    if (file)
+    }
+    if (file) {
         return ExpectedImage::file(file->text(), static_cast<uint64_t>(offset), size);
+    }
     return bytes ? ExpectedImage(bytes->hex()) : ExpectedImage();
 }
 
 FirmwareFault read_firmware_fault(const Place& place) {
     ObjectReader reader(place);
     std::vector<std::string> names;
-    for (const FaultShape& shape : fault_shapes())
+    for (const FaultShape& shape : fault_shapes()) {
         names.emplace_back(shape.name);
+    }
     FirmwareFault fault;
     const size_t kind = reader.choice("kind", names);
     const FaultShape& shape = fault_shapes()[kind];
     fault.kind = static_cast<FirmwareFault::Kind>(kind);
     fault.command = read_command(reader.require("command"));
-    if (!shape.commands.empty() && std::ranges::count(shape.commands, fault.command) == 0)
+    if (!shape.commands.empty() && std::ranges::count(shape.commands, fault.command) == 0) {
         reader.complain("command", "does not go with that kind");
+    }
     fault.at = static_cast<uint32_t>(reader.whole("at", 1, kMostTimes, 1));
     fault.count = static_cast<uint32_t>(reader.whole("count", 0, kMostTimes, 1));
-    if (fault.kind == FirmwareFault::Kind::send_instead)
+    if (fault.kind == FirmwareFault::Kind::kSendInstead) {
         fault.value = read_command(reader.require("value"));
-    else if (shape.highest_value >= 0)
+    } else if (shape.highest_value >= 0) {
         fault.value = static_cast<uint32_t>(reader.whole("value", 0, shape.highest_value));
-    if (shape.has_offset)
+    }
+    if (shape.has_offset) {
         fault.offset = static_cast<uint32_t>(reader.whole("offset", 0, kAnyDword));
-    if (shape.has_length)
+    }
+    if (shape.has_length) {
         fault.length = static_cast<uint32_t>(reader.whole("length", 0, kAnyDword));
+    }
     reader.finish();
     return fault;
 }
@@ -271,15 +283,17 @@ FirmwareConfig read_firmware(const Place& place) {
     ObjectReader reader(place);
     FirmwareConfig config;
     config.settings.identifiers = read_identifiers(reader);
-    if (const std::optional<Place> raw = reader.find("parameters_hex"))
+    if (const std::optional<Place> raw = reader.find("parameters_hex")) {
         config.settings.parameters = raw->hex();
+    }
     reader.within("active", [&](const Place& active) { config.active = read_version(active); });
     config.pending = read_pending(reader);
     reader.each("components", [&](const Place& component) {
         config.components.push_back(read_component(component));
     });
-    if (config.components.size() > kAnyWord)
+    if (config.components.size() > kAnyWord) {
         reader.complain("components", "must have at most 65535 elements");
+    }
     read_metadata(reader, config.settings);
     read_behaviour(reader, config.settings);
     reader.each("faults", [&](const Place& fault) {

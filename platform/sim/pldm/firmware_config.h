@@ -15,45 +15,45 @@ namespace sim {
 
 /// Commands of PLDM type 5 (DSP0267, table of commands). The agent sends those without a mark.
 enum FirmwareCommand : uint8_t {
-    fw_query_device_identifiers = 0x01,
-    fw_get_firmware_parameters = 0x02,
-    fw_request_update = 0x10,
-    fw_get_package_data = 0x11,  ///< the device sends it
-    fw_get_device_meta_data = 0x12,
-    fw_pass_component_table = 0x13,
-    fw_update_component = 0x14,
-    fw_request_firmware_data = 0x15,  ///< the device sends it
-    fw_transfer_complete = 0x16,      ///< the device sends it
-    fw_verify_complete = 0x17,        ///< the device sends it
-    fw_apply_complete = 0x18,         ///< the device sends it
-    fw_get_meta_data = 0x19,
-    fw_activate_firmware = 0x1A,
-    fw_get_status = 0x1B,
-    fw_cancel_update_component = 0x1C,
-    fw_cancel_update = 0x1D,
+    kFwQueryDeviceIdentifiers = 0x01,
+    kFwGetFirmwareParameters = 0x02,
+    kFwRequestUpdate = 0x10,
+    kFwGetPackageData = 0x11,  ///< the device sends it
+    kFwGetDeviceMetaData = 0x12,
+    kFwPassComponentTable = 0x13,
+    kFwUpdateComponent = 0x14,
+    kFwRequestFirmwareData = 0x15,  ///< the device sends it
+    kFwTransferComplete = 0x16,     ///< the device sends it
+    kFwVerifyComplete = 0x17,       ///< the device sends it
+    kFwApplyComplete = 0x18,        ///< the device sends it
+    kFwGetMetaData = 0x19,
+    kFwActivateFirmware = 0x1A,
+    kFwGetStatus = 0x1B,
+    kFwCancelUpdateComponent = 0x1C,
+    kFwCancelUpdate = 0x1D,
 };
 
 /// One thing that a firmware device does wrong. The messages of a command are counted from 1, those
 /// of the device without its repetitions of an unanswered one.
 struct FirmwareFault {
     enum class Kind {
-        completion_code,   ///< the request is answered with `value` and not acted upon
-        no_answer,         ///< the request is not answered and not acted upon
-        other_command,     ///< the answer carries the command code `value`
-        truncate,          ///< the message is cut to `length` bytes from its PLDM header on
-        refuse_component,  ///< PassComponentTable, UpdateComponent: response 1 with code `value`
-        result,            ///< Transfer-, Verify-, ApplyComplete: reports the result `value`
-        stall,             ///< the device does not send this request, and none any more
-        dead,              ///< nor does it answer anything of this type from this message on
-        reset,             ///< the device forgets its update before it acts on or sends this
-        ask,               ///< RequestFirmwareData: asks for `offset` and `length`, in between
-        repeat,            ///< RequestFirmwareData: asks for the same piece again afterwards
-        endless,           ///< a sequence of parts or pieces has no end
-        handle,            ///< GetPackageData: carries the transfer handle `value`
-        flag,              ///< GetPackageData: carries the operation flag `value`
-        send_instead,      ///< the device sends its request `value` in between
+        kCompletionCode,   ///< the request is answered with `value` and not acted upon
+        kNoAnswer,         ///< the request is not answered and not acted upon
+        kOtherCommand,     ///< the answer carries the command code `value`
+        kTruncate,         ///< the message is cut to `length` bytes from its PLDM header on
+        kRefuseComponent,  ///< PassComponentTable, UpdateComponent: response 1 with code `value`
+        kResult,           ///< Transfer-, Verify-, ApplyComplete: reports the result `value`
+        kStall,            ///< the device does not send this request, and none any more
+        kDead,             ///< nor does it answer anything of this type from this message on
+        kReset,            ///< the device forgets its update before it acts on or sends this
+        kAsk,              ///< RequestFirmwareData: asks for `offset` and `length`, in between
+        kRepeat,           ///< RequestFirmwareData: asks for the same piece again afterwards
+        kEndless,          ///< a sequence of parts or pieces has no end
+        kHandle,           ///< GetPackageData: carries the transfer handle `value`
+        kFlag,             ///< GetPackageData: carries the operation flag `value`
+        kSendInstead,      ///< the device sends its request `value` in between
     };
-    Kind kind = Kind::completion_code;
+    Kind kind = Kind::kCompletionCode;
     uint8_t command = 0;
     uint32_t at = 1;     ///< the first message that is hit
     uint32_t count = 1;  ///< that many in a row are hit; 0: all from there on
@@ -91,7 +91,7 @@ struct FirmwareSettings {
     uint32_t metadata_part_size = 0;  ///< 0: as much as MaximumTransferSize allows
     std::optional<uint16_t> claimed_metadata_length;
     uint32_t transfer_size = 0;  ///< of a piece, 0 or too much: MaximumTransferSize
-    PieceOrder order = PieceOrder::ascending;
+    PieceOrder order = PieceOrder::kAscending;
     uint32_t seed = 0;
     bool full_last_piece = false;
     bool keep_image = true;

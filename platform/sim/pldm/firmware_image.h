@@ -12,7 +12,7 @@
 namespace sim {
 
 /// Which piece of an image comes when.
-enum class PieceOrder { ascending, descending, interleaved, random };
+enum class PieceOrder { kAscending, kDescending, kInterleaved, kRandom };
 
 /// The pieces that an image is asked for in; costs the same for one and for a million of them.
 class PiecePlan {
@@ -41,7 +41,7 @@ private:
     uint32_t size_ = 0;
     uint32_t piece_ = kShortest;
     uint32_t count_ = 0;
-    PieceOrder order_ = PieceOrder::ascending;
+    PieceOrder order_ = PieceOrder::kAscending;
     bool full_last_ = false;
     uint64_t stride_ = 1;  ///< random: a step without a common divisor with the count
     uint64_t start_ = 0;

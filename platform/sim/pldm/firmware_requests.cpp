@@ -29,21 +29,23 @@ constexpr size_t kMostPackageData = 0xFFFF;
 
 /// What the device would send now.
 std::optional<uint8_t> Firmware::wanted() {
-    if (dead_ || stalled_ || failed_ || outstanding_)
+    if (dead_ || stalled_ || failed_ || outstanding_) {
         return std::nullopt;
+    }
     switch (state_) {
-        case FirmwareState::learn_components:
-            return fetch_package_data_ ? std::optional<uint8_t>(fw_get_package_data) : std::nullopt;
-        case FirmwareState::download:
+        case FirmwareState::kLearnComponents:
+            return fetch_package_data_ ? std::optional<uint8_t>(kFwGetPackageData) : std::nullopt;
+        case FirmwareState::kDownload:
             if (turn_ == plan_.count() && turn_ != 0 &&
-                strike(Kind::endless, fw_request_firmware_data) != nullptr)
+                strike(Kind::kEndless, kFwRequestFirmwareData) != nullptr) {
                 turn_ = 0;
-            return turn_ < plan_.count() && !transfer_failure_ ? fw_request_firmware_data
-                                                               : fw_transfer_complete;
-        case FirmwareState::verify:
-            return fw_verify_complete;
-        case FirmwareState::apply:
-            return fw_apply_complete;
+            }
+            return turn_ < plan_.count() && !transfer_failure_ ? kFwRequestFirmwareData
+                                                               : kFwTransferComplete;
+        case FirmwareState::kVerify:
+            return kFwVerifyComplete;
+        case FirmwareState::kApply:
+            return kFwApplyComplete;
         default:
             return std::nullopt;
     }
@@ -51,16 +53,19 @@ std::optional<uint8_t> Firmware::wanted() {
 
 std::optional<Firmware::Request> Firmware::next_request(uint64_t now_us) {
     const std::optional<uint8_t> command = wanted();
-    if (!command)
+    if (!command) {
         return std::nullopt;
+    }
     count_message(*command);
-    dead_ = strike(Kind::dead, *command) != nullptr;
-    stalled_ = strike(Kind::stall, *command) != nullptr;
-    if (strike(Kind::reset, *command) != nullptr)
-        end_update(fw_initialized);
-    if (dead_ || stalled_ || !updating())
+    dead_ = strike(Kind::kDead, *command) != nullptr;
+    stalled_ = strike(Kind::kStall, *command) != nullptr;
+    if (strike(Kind::kReset, *command) != nullptr) {
+        end_update(kFwInitialized);
+    }
+    if (dead_ || stalled_ || !updating()) {
         return std::nullopt;
-    const FirmwareFault* instead = strike(Kind::send_instead, *command);
+    }
+    const FirmwareFault* instead = strike(Kind::kSendInstead, *command);
     outstanding_ = instead != nullptr ? compose(static_cast<uint8_t>(instead->value), true)
                                       : compose(*command, false);
     outstanding_->sent_us = now_us;
@@ -70,8 +75,9 @@ std::optional<Firmware::Request> Firmware::next_request(uint64_t now_us) {
 std::optional<Firmware::Request> Firmware::repetition(uint64_t now_us) {
     check_idle(now_us);
     if (dead_ || stalled_ || !outstanding_ || outstanding_->repetitions >= settings_.retries ||
-        now_us - outstanding_->sent_us < settings_.retry_us + settings_.request_us)
+        now_us - outstanding_->sent_us < settings_.retry_us + settings_.request_us) {
         return std::nullopt;
+    }
     ++outstanding_->repetitions;
     ++repeated_;
     outstanding_->sent_us = now_us;
@@ -80,12 +86,15 @@ std::optional<Firmware::Request> Firmware::repetition(uint64_t now_us) {
 
 /// The result that the device reports by a command.
 uint8_t Firmware::result_of(uint8_t command) {
-    if (const FirmwareFault* fault = strike(Kind::result, command))
+    if (const FirmwareFault* fault = strike(Kind::kResult, command)) {
         return static_cast<uint8_t>(fault->value);
-    if (command == fw_transfer_complete)
+    }
+    if (command == kFwTransferComplete) {
         return transfer_failure_.value_or(0);
-    if (command != fw_verify_complete)
+    }
+    if (command != kFwVerifyComplete) {
         return 0;
+    }
     const FirmwareComponent& component = components_[current_];
     const bool right = !component.expected.given() ||
                        (component.expected.size() == transfers_[current_].image_size &&
@@ -101,58 +110,65 @@ Firmware::Outstanding Firmware::compose(uint8_t command, bool extra) {
     request.tag = tag_;
     Bytes& message = request.message;
     message = {static_cast<uint8_t>(kRequest | instance_), kFirmwareUpdate, command};
-    if (command == fw_get_package_data) {
-        const FirmwareFault* handle = strike(Kind::handle, command);
-        const FirmwareFault* flag = strike(Kind::flag, command);
+    if (command == kFwGetPackageData) {
+        const FirmwareFault* handle = strike(Kind::kHandle, command);
+        const FirmwareFault* flag = strike(Kind::kFlag, command);
         append_le32(message, handle != nullptr ? handle->value : package_handle_);
-        const uint32_t proper = package_data_begun_ ? pldm_get_next_part : pldm_get_first_part;
+        const uint32_t proper = package_data_begun_ ? kPldmGetNextPart : kPldmGetFirstPart;
         message.push_back(static_cast<uint8_t>(flag != nullptr ? flag->value : proper));
-    } else if (command == fw_request_firmware_data) {
-        const FirmwareFault* ask = strike(Kind::ask, command);
-        if (ask != nullptr)
+    } else if (command == kFwRequestFirmwareData) {
+        const FirmwareFault* ask = strike(Kind::kAsk, command);
+        if (ask != nullptr) {
             request.piece = {ask->offset, ask->length};
-        else if (turn_ < plan_.count())
+        } else if (turn_ < plan_.count()) {
             request.piece = plan_.at(turn_);
+        }
         request.extra = extra || ask != nullptr;
         append_le32(message, request.piece.offset);
         append_le32(message, request.piece.length);
     } else {
         request.result = result_of(command);
         message.push_back(request.result);
-        if (command == fw_apply_complete)
+        if (command == kFwApplyComplete) {
             append_le16(message, 0);  // ComponentActivationMethodsModification
+        }
     }
-    if (const FirmwareFault* fault = strike(Kind::truncate, command))
+    if (const FirmwareFault* fault = strike(Kind::kTruncate, command)) {
         message.resize(std::min<size_t>(message.size(), fault->length));
+    }
     instance_ = (instance_ + 1) & kInstance;
     tag_ = (tag_ + 1) & 7;
     return request;
 }
 
 void Firmware::heard(ByteView answer, uint64_t now_us) {
-    if (dead_ || !outstanding_ || answer.size() <= kHeader)
+    if (dead_ || !outstanding_ || answer.size() <= kHeader) {
         return;
+    }
     const Bytes& asked = outstanding_->message;
     const bool fits = asked.size() >= kHeader && (answer[0] ^ asked[0]) == kRequest &&
                       answer[1] == asked[1] && answer[2] == asked[2];
-    if (!fits)
+    if (!fits) {
         return;
+    }
     last_heard_us_ = now_us;
     last_answer_ = answer[kHeader];
     const Outstanding request = *std::exchange(outstanding_, std::nullopt);
-    if (request.extra)
+    if (request.extra) {
         return;
+    }
     const ByteView data = answer.subspan(kHeader + 1);
-    if (request.command == fw_get_package_data)
+    if (request.command == kFwGetPackageData) {
         heard_package_data(data);
-    else if (request.command == fw_request_firmware_data)
+    } else if (request.command == kFwRequestFirmwareData) {
         heard_piece(request, data);
-    else
+    } else {
         heard_complete(request);
+    }
 }
 
 void Firmware::heard_package_data(ByteView data) {
-    if (*last_answer_ != pldm_success || data.size() < kPackagePartHead) {
+    if (*last_answer_ != kPldmSuccess || data.size() < kPackagePartHead) {
         fetch_package_data_ = false;
         return;
     }
@@ -162,27 +178,30 @@ void Firmware::heard_package_data(ByteView data) {
     append(package_data_,
            part.first(std::min(part.size(), kMostPackageData - package_data_.size())));
     const bool last = (data[4] & kLastPart) != 0;
-    fetch_package_data_ = !last || strike(Kind::endless, fw_get_package_data) != nullptr;
+    fetch_package_data_ = !last || strike(Kind::kEndless, kFwGetPackageData) != nullptr;
 }
 
 void Firmware::heard_piece(const Outstanding& request, ByteView data) {
     const PiecePlan::Piece& piece = request.piece;
-    const bool whole = *last_answer_ == pldm_success && data.size() == piece.length;
+    const bool whole = *last_answer_ == kPldmSuccess && data.size() == piece.length;
     if (!whole) {
         // A piece of the wrong length is asked for again, like one that the agent is not ready for.
-        const bool later = *last_answer_ == pldm_success || *last_answer_ == kRetryRequestFwData;
-        if (!later || ++refusals_ >= kMostRefusals)
+        const bool later = *last_answer_ == kPldmSuccess || *last_answer_ == kRetryRequestFwData;
+        if (!later || ++refusals_ >= kMostRefusals) {
             transfer_failure_ = kGenericError;
+        }
         return;
     }
     refusals_ = 0;
     images_[current_].take(piece.offset, data, components_[current_].expected);
-    if (strike(Kind::repeat, fw_request_firmware_data) != nullptr)
+    if (strike(Kind::kRepeat, kFwRequestFirmwareData) != nullptr) {
         return;
+    }
     ++turn_;
     FirmwareTransfer& transfer = transfers_[current_];
-    if (transfer.bytes >= transfer.image_size)
+    if (transfer.bytes >= transfer.image_size) {
         return;  // it is asking for everything once more
+    }
     ++transfer.pieces;
     transfer.bytes += std::min(piece.length, transfer.image_size - piece.offset);
 }
@@ -191,23 +210,24 @@ void Firmware::heard_piece(const Outstanding& request, ByteView data) {
 void Firmware::heard_complete(const Outstanding& request) {
     FirmwareTransfer& transfer = transfers_[current_];
     const bool success =
-        request.result == 0 || (request.command == fw_apply_complete && request.result == 1);
-    if (request.command == fw_transfer_complete)
+        request.result == 0 || (request.command == kFwApplyComplete && request.result == 1);
+    if (request.command == kFwTransferComplete) {
         transfer.transfer_result = request.result;
-    else if (request.command == fw_verify_complete)
+    } else if (request.command == kFwVerifyComplete) {
         transfer.verify_result = request.result;
-    else
+    } else {
         transfer.apply_result = request.result;
-    if (!success || *last_answer_ != pldm_success) {
+    }
+    if (!success || *last_answer_ != kPldmSuccess) {
         failed_ = true;
-    } else if (request.command == fw_transfer_complete) {
-        enter(FirmwareState::verify);
-    } else if (request.command == fw_verify_complete) {
-        enter(FirmwareState::apply);
+    } else if (request.command == kFwTransferComplete) {
+        enter(FirmwareState::kVerify);
+    } else if (request.command == kFwVerifyComplete) {
+        enter(FirmwareState::kApply);
     } else {
         components_[current_].pending = transfer.version;
         pending_ = offered_;
-        enter(FirmwareState::ready_xfer);
+        enter(FirmwareState::kReadyXfer);
     }
 }
 

@@ -17,7 +17,7 @@ constexpr uint8_t kInvalidRecordHandle = 0x82;
 constexpr uint8_t kInvalidChangeNumber = 0x83;
 
 /// PDRType.
-enum PdrType : uint8_t { numeric_sensor = 2, state_sensor = 4, sensor_auxiliary_names = 6 };
+enum PdrType : uint8_t { kNumericSensor = 2, kStateSensor = 4, kSensorAuxiliaryNames = 6 };
 
 constexpr uint8_t kHeaderVersion = 1;
 constexpr size_t kHeaderSize = 10;
@@ -63,17 +63,19 @@ PdrRepository::PdrRepository(ObjectReader& reader, const std::vector<NumericSens
         for (const auto& sensor : sensors) {
             const SensorInfo& info = sensor.info();
             const bool has_names = names && !info.name.empty();
-            if (!sensor.has_record())
+            if (!sensor.has_record()) {
                 continue;
+            }
             add(type, describe(sensor, has_names), 0, 0);
-            if (has_names)
-                add_names(reader, info, type == state_sensor ? info.composite_count : 1);
+            if (has_names) {
+                add_names(reader, info, type == kStateSensor ? info.composite_count : 1);
+            }
         }
     };
     // Of a sensor that is wrong there is no record.
     if (reader.sound()) {
-        describe_all(numeric, numeric_sensor);
-        describe_all(state, state_sensor);
+        describe_all(numeric, kNumericSensor);
+        describe_all(state, kStateSensor);
     }
     reader.each("pdrs", [&](const Place& place) { add_from_file(place); });
 }
@@ -87,8 +89,9 @@ void PdrRepository::add(uint8_t type, ByteView data, uint16_t change_number, siz
     append_le16(record.bytes, static_cast<uint16_t>(data.size()));
     append(record.bytes, data);
     record.part_size = part_size;
-    if (!records_.empty())
+    if (!records_.empty()) {
         record.start = records_.back().start + static_cast<uint32_t>(records_.back().bytes.size());
+    }
     records_.push_back(std::move(record));
 }
 
@@ -101,26 +104,30 @@ void PdrRepository::add_names(ObjectReader& reader, const SensorInfo& info, size
     for (size_t i = 0; i < count; ++i) {
         append(out, Bytes{1, 'e', 'n', 0});  // one string, and its language
         for (char letter : info.name) {
-            if (letter < 0x20 || letter > 0x7E)
+            if (letter < 0x20 || letter > 0x7E) {
                 return reader.complain("auxiliary_names", "needs sensor names in printable ASCII");
+            }
             append(out, Bytes{0, static_cast<uint8_t>(letter)});  // UTF-16, big-endian
         }
         append(out, Bytes{0, 0});
     }
-    if (out.size() > kLongestData)
+    if (out.size() > kLongestData) {
         return reader.complain("auxiliary_names", "needs shorter sensor names");
-    add(sensor_auxiliary_names, out, 0, 0);
+    }
+    add(kSensorAuxiliaryNames, out, 0, 0);
 }
 
 void PdrRepository::add_from_file(const Place& place) {
     ObjectReader reader(place);
     const auto type = static_cast<uint8_t>(reader.whole("type", 0, 255));
     Bytes data;
-    if (std::optional<Place> hex = reader.find("hex"))
+    if (std::optional<Place> hex = reader.find("hex")) {
         data = hex->hex();
+    }
     const size_t size = kHeaderSize + data.size();
-    if (data.size() > kLongestData)
+    if (data.size() > kLongestData) {
         reader.complain("hex", "must have at most 65535 bytes");
+    }
     const auto length =
         static_cast<size_t>(reader.whole("length", static_cast<int64_t>(size),
                                          kHeaderSize + kLongestData, static_cast<int64_t>(size)));
@@ -128,8 +135,9 @@ void PdrRepository::add_from_file(const Place& place) {
     const auto change_number = static_cast<uint16_t>(reader.whole("change_number", 0, 0xFFFF, 0));
     const auto part_size = static_cast<size_t>(reader.whole("part_size", 0, 0xFFFF, 0));
     reader.finish();
-    if (!records_.empty() && records_.back().start + records_.back().bytes.size() > kMostBytes)
+    if (!records_.empty() && records_.back().start + records_.back().bytes.size() > kMostBytes) {
         place.fail("is more than the repository holds, " + std::to_string(kMostBytes) + " bytes");
+    }
     add(type, data, change_number, part_size);
 }
 
@@ -154,35 +162,42 @@ Bytes PdrRepository::info() const {
     append_le32(out, static_cast<uint32_t>(size));
     append_le32(out, static_cast<uint32_t>(largest));
     out.push_back(0);  // transfer handles stay valid
-    return pldm_reply(pldm_success, out);
+    return pldm_reply(kPldmSuccess, out);
 }
 
 Bytes PdrRepository::get(ByteView data) const {
     const size_t position = find(le32(data, 0));
     const uint8_t operation = data[8];
     const size_t asked = le16(data, 9);
-    if (operation > pldm_get_first_part)
+    if (operation > kPldmGetFirstPart) {
         return pldm_reply(kInvalidOperationFlag);
-    if (position >= records_.size())
+    }
+    if (position >= records_.size()) {
         return pldm_reply(kInvalidRecordHandle);
-    if (asked == 0)
-        return pldm_reply(pldm_invalid_data);
+    }
+    if (asked == 0) {
+        return pldm_reply(kPldmInvalidData);
+    }
     const Record& record = records_[position];
     size_t at = 0;
-    if (operation == pldm_get_next_part) {
+    if (operation == kPldmGetNextPart) {
         // A transfer handle counts the bytes of the repository in front of its part.
         const uint32_t handle = le32(data, 4);
-        if (handle <= record.start || handle - record.start >= record.bytes.size())
+        if (handle <= record.start || handle - record.start >= record.bytes.size()) {
             return pldm_reply(kInvalidTransferHandle);
-        if (le16(data, 11) != le16(record.bytes, 6))
+        }
+        if (le16(data, 11) != le16(record.bytes, 6)) {
             return pldm_reply(kInvalidChangeNumber);
+        }
         at = handle - record.start;
     }
     const size_t rest = record.bytes.size() - at;
     size_t size = std::min(rest, asked);
-    for (size_t most : {record.part_size, part_size_})
-        if (most != 0)
+    for (size_t most : {record.part_size, part_size_}) {
+        if (most != 0) {
             size = std::min(size, most);
+        }
+    }
     const bool last = size == rest;
     Bytes out;
     append_le32(out, handle_at(position + 1));
@@ -190,18 +205,20 @@ Bytes PdrRepository::get(ByteView data) const {
     out.push_back(pldm_transfer_flag(at == 0, last));
     append_le16(out, static_cast<uint16_t>(size));
     append(out, ByteView(record.bytes).subspan(at, size));
-    if (last && at != 0)
+    if (last && at != 0) {
         out.push_back(smbus_pec(record.bytes));  // transferCRC has the polynomial of the PEC
-    return pldm_reply(pldm_success, out);
+    }
+    return pldm_reply(kPldmSuccess, out);
 }
 
 Bytes PdrRepository::signature() const {
     Bytes all;
-    for (const Record& record : records_)
+    for (const Record& record : records_) {
         append(all, record.bytes);
+    }
     Bytes out;
     append_le32(out, crc32(all));
-    return pldm_reply(pldm_success, out);
+    return pldm_reply(kPldmSuccess, out);
 }
 
 }  // namespace sim

@@ -14,13 +14,13 @@ namespace {
 
 /// presentState of a numeric sensor.
 enum NumericState : uint8_t {
-    normal = 1,
-    lower_warning = 5,
-    lower_critical = 6,
-    lower_fatal = 7,
-    upper_warning = 8,
-    upper_critical = 9,
-    upper_fatal = 10,
+    kNormal = 1,
+    kLowerWarning = 5,
+    kLowerCritical = 6,
+    kLowerFatal = 7,
+    kUpperWarning = 8,
+    kUpperCritical = 9,
+    kUpperFatal = 10,
 };
 
 const std::vector<std::string> kOperationalStates = {"enabled",        "disabled", "unavailable",
@@ -39,8 +39,9 @@ std::pair<double, double> split_time(double seconds, double period_s) {
 
 double read_period(ObjectReader& reader, std::optional<double> absent) {
     const double period = absent ? reader.number("period_s", *absent) : reader.number("period_s");
-    if (period < 0.001 || period > 1e9)
+    if (period < 0.001 || period > 1e9) {
         reader.complain("period_s", "must be from 0.001 to 1000000000 seconds");
+    }
     return period;
 }
 
@@ -49,26 +50,29 @@ double read_period(ObjectReader& reader, std::optional<double> absent) {
 Waveform::Waveform(const Place& place) {
     ObjectReader reader(place);
     shape_ = static_cast<Shape>(reader.choice("shape", {"constant", "sine", "ramp", "steps"}));
-    if (shape_ == Shape::constant) {
+    if (shape_ == Shape::kConstant) {
         low_ = high_ = reader.number("value");
-    } else if (shape_ == Shape::steps) {
+    } else if (shape_ == Shape::kSteps) {
         const Place values = reader.require("values");
         values.each([&](const Place& value) { values_.push_back(value.number()); });
-        if (values_.empty())
+        if (values_.empty()) {
             values.fail("must have at least one value");
+        }
         low_ = *std::ranges::min_element(values_);
         high_ = *std::ranges::max_element(values_);
     } else {
         low_ = reader.number("min");
         high_ = reader.number("max");
-        if (low_ > high_)
+        if (low_ > high_) {
             reader.complain("max", "must not be below min");
+        }
     }
-    if (shape_ != Shape::constant) {
+    if (shape_ != Shape::kConstant) {
         period_s_ = read_period(reader, std::nullopt);
         phase_ = reader.number("phase", 0);
-        if (phase_ < 0 || phase_ > 1)
+        if (phase_ < 0 || phase_ > 1) {
             reader.complain("phase", "must be from 0 to 1");
+        }
     }
     reader.finish();
 }
@@ -76,11 +80,11 @@ Waveform::Waveform(const Place& place) {
 double Waveform::at(double seconds) const {
     const double part = split_time(seconds + phase_ * period_s_, period_s_).second;
     switch (shape_) {
-        case Shape::sine:
+        case Shape::kSine:
             return low_ + (high_ - low_) * (1 + std::sin(2 * std::numbers::pi * part)) / 2;
-        case Shape::ramp:
+        case Shape::kRamp:
             return low_ + (high_ - low_) * part;
-        case Shape::steps: {
+        case Shape::kSteps: {
             const auto step = static_cast<size_t>(part * static_cast<double>(values_.size()));
             return values_[std::min(step, values_.size() - 1)];
         }
@@ -94,8 +98,9 @@ NumericSensor::NumericSensor(ObjectReader& reader, SensorInfo info)
     info_.unit = reader.text("unit", "");
     info_.is_signed = reader.flag("signed", false);
     info_.data_size = static_cast<uint8_t>(reader.whole("data_size", 1, 4, 4));
-    if (info_.data_size == 3)
+    if (info_.data_size == 3) {
         reader.complain("data_size", "must be 1, 2 or 4");
+    }
     info_.resolution = reader.number("resolution", 1);
     if (info_.resolution <= 0) {
         reader.complain("resolution", "must be above 0");
@@ -105,7 +110,7 @@ NumericSensor::NumericSensor(ObjectReader& reader, SensorInfo info)
     const Place waveform = reader.require("waveform");
     attempt([&] { waveform_.emplace(waveform); });
     initial_state_ = operational_state_ = read_operational_state(reader);
-    event_enable_ = reader.flag("events", false) ? events_disabled : no_event_generation;
+    event_enable_ = reader.flag("events", false) ? kEventsDisabled : kNoEventGeneration;
     if (waveform_) {
         check(reader, "waveform", waveform_->low());
         check(reader, "waveform", waveform_->high());
@@ -130,28 +135,31 @@ double NumericSensor::count_of(double value) const {
 void NumericSensor::check(const ObjectReader& reader, const char* key, double value) const {
     const double count = count_of(value);
     // A size or a resolution that is wrong itself is nothing to measure by.
-    if (reader.sound() && (count < lowest_count() || count > highest_count()))
+    if (reader.sound() && (count < lowest_count() || count > highest_count())) {
         reader.complain(key, "does not fit the sensor's data_size and resolution");
+    }
 }
 
 void NumericSensor::read_thresholds(ObjectReader& reader) {
-    static const char* const names[] = {"upper_warning", "upper_critical", "upper_fatal",
-                                        "lower_warning", "lower_critical", "lower_fatal"};
+    static const char* const kNames[] = {"upper_warning", "upper_critical", "upper_fatal",
+                                         "lower_warning", "lower_critical", "lower_fatal"};
     reader.within("thresholds", [&](const Place& place) {
         ObjectReader limits(place);
-        for (size_t i = 0; i < thresholds_.size(); ++i)
-            if (std::optional<Place> limit = limits.find(names[i])) {
+        for (size_t i = 0; i < thresholds_.size(); ++i) {
+            if (std::optional<Place> limit = limits.find(kNames[i])) {
                 thresholds_[i] = limit->number();
                 check(reader, "thresholds", *thresholds_[i]);
             }
+        }
         limits.finish();
     });
 }
 
 void NumericSensor::set_enable(uint8_t state, uint8_t event_enable) {
     operational_state_ = state;
-    if (generates_events() && event_enable != 0)
+    if (generates_events() && event_enable != 0) {
         event_enable_ = event_enable;
+    }
 }
 
 uint8_t NumericSensor::data_size_code() const {
@@ -161,15 +169,17 @@ uint8_t NumericSensor::data_size_code() const {
 }
 
 uint8_t NumericSensor::state_at(double value) const {
-    static const NumericState upper[] = {upper_warning, upper_critical, upper_fatal};
-    static const NumericState lower[] = {lower_warning, lower_critical, lower_fatal};
+    static const NumericState kUpper[] = {kUpperWarning, kUpperCritical, kUpperFatal};
+    static const NumericState kLower[] = {kLowerWarning, kLowerCritical, kLowerFatal};
     for (size_t i = 3; i-- > 0;) {
-        if (thresholds_[i] && value >= *thresholds_[i])
-            return upper[i];
-        if (thresholds_[i + 3] && value <= *thresholds_[i + 3])
-            return lower[i];
+        if (thresholds_[i] && value >= *thresholds_[i]) {
+            return kUpper[i];
+        }
+        if (thresholds_[i + 3] && value <= *thresholds_[i + 3]) {
+            return kLower[i];
+        }
     }
-    return normal;
+    return kNormal;
 }
 
 void NumericSensor::append_count(Bytes& out, double count) const {
@@ -179,8 +189,9 @@ void NumericSensor::append_count(Bytes& out, double count) const {
 Bytes NumericSensor::reading(double seconds) {
     const double value = waveform_->at(seconds);
     const uint8_t state = state_at(value);
-    if (state != present_state_)
+    if (state != present_state_) {
         previous_state_ = std::exchange(present_state_, state);
+    }
     Bytes out{data_size_code(), operational_state_, event_enable_, state, previous_state_, state};
     append_count(out, count_of(value));
     return out;
@@ -188,15 +199,17 @@ Bytes NumericSensor::reading(double seconds) {
 
 Bytes NumericSensor::thresholds() const {
     Bytes out{data_size_code()};
-    for (const std::optional<double>& threshold : thresholds_)
+    for (const std::optional<double>& threshold : thresholds_) {
         append_count(out, threshold ? count_of(*threshold) : 0);
+    }
     return out;
 }
 
 void NumericSensor::reset() {
     operational_state_ = initial_state_;
-    if (generates_events())
-        event_enable_ = events_disabled;
+    if (generates_events()) {
+        event_enable_ = kEventsDisabled;
+    }
     present_state_ = previous_state_ = 0;
 }
 
@@ -208,20 +221,23 @@ StateSensor::StateSensor(ObjectReader& reader, SensorInfo info)
         ObjectReader one(place);
         Composite composite;
         composite.state_set = static_cast<uint16_t>(one.whole("state_set", 1, 0xFFFF));
-        if (composites_.empty())
+        if (composites_.empty()) {
             info_.state_set = composite.state_set;
+        }
         one.require("states").each([&](const Place& state) {
             composite.states.push_back(static_cast<uint8_t>(state.whole(0, 255)));
         });
-        if (composite.states.empty())
+        if (composite.states.empty()) {
             one.complain("states", "must have at least one state");
+        }
         composite.period_s = read_period(one, 60.0);
         composite.initial_state = composite.operational_state = read_operational_state(one);
         one.finish();
         composites_.push_back(std::move(composite));
     });
-    if (composites_.empty() || composites_.size() > 8)
+    if (composites_.empty() || composites_.size() > 8) {
         list.complain("must have 1 to 8 composite sensors");
+    }
     info_.composite_count = static_cast<uint8_t>(composites_.size());
 }
 
@@ -242,8 +258,9 @@ Bytes StateSensor::reading(double seconds) const {
 }
 
 void StateSensor::reset() {
-    for (Composite& composite : composites_)
+    for (Composite& composite : composites_) {
         composite.operational_state = composite.initial_state;
+    }
 }
 
 void read_sensors(ObjectReader& reader, std::vector<NumericSensor>& numeric,
@@ -252,16 +269,18 @@ void read_sensors(ObjectReader& reader, std::vector<NumericSensor>& numeric,
     reader.each("sensors", [&](const Place& place) {
         ObjectReader one(place);
         SensorInfo info;
-        info.kind = one.choice("kind", {"numeric", "state"}) == 0 ? SensorInfo::Kind::numeric
-                                                                  : SensorInfo::Kind::state;
+        info.kind = one.choice("kind", {"numeric", "state"}) == 0 ? SensorInfo::Kind::kNumeric
+                                                                  : SensorInfo::Kind::kState;
         info.id = static_cast<uint16_t>(one.whole("id", 0, 0xFFFF));
-        if (!taken.insert({info.kind, info.id}).second)
+        if (!taken.insert({info.kind, info.id}).second) {
             one.complain("id", "is the identifier of another sensor");
+        }
         info.name = one.text("name", "");
-        if (info.kind == SensorInfo::Kind::numeric)
+        if (info.kind == SensorInfo::Kind::kNumeric) {
             numeric.emplace_back(one, info);
-        else
+        } else {
             state.emplace_back(one, info);
+        }
         one.finish();
     });
 }

@@ -25,8 +25,8 @@ public:
     double high() const { return high_; }
 
 private:
-    enum class Shape { constant, sine, ramp, steps };
-    Shape shape_ = Shape::constant;
+    enum class Shape { kConstant, kSine, kRamp, kSteps };
+    Shape shape_ = Shape::kConstant;
     double low_ = 0;
     double high_ = 0;
     double period_s_ = 1;
@@ -35,11 +35,11 @@ private:
 };
 
 /// sensorOperationalState (DSP0248, GetSensorReading).
-enum OperationalState : uint8_t { sensor_enabled = 0, sensor_disabled = 1, sensor_unavailable = 2 };
+enum OperationalState : uint8_t { kSensorEnabled = 0, kSensorDisabled = 1, kSensorUnavailable = 2 };
 constexpr uint8_t kLastOperationalState = 7;
 
 /// sensorEventMessageEnable in answers; in requests 0 means "no change" instead.
-enum EventEnable : uint8_t { no_event_generation = 0, events_disabled = 1, events_enabled = 2 };
+enum EventEnable : uint8_t { kNoEventGeneration = 0, kEventsDisabled = 1, kEventsEnabled = 2 };
 
 /// What a sensor monitors (DSP0249, entity identification).
 struct Entity {
@@ -62,7 +62,7 @@ public:
     bool has_record() const { return has_record_; }
     /// The fields of its record from baseUnit on.
     Bytes description() const;
-    bool generates_events() const { return event_enable_ != no_event_generation; }
+    bool generates_events() const { return event_enable_ != kNoEventGeneration; }
     void set_enable(uint8_t state, uint8_t event_enable);
 
     /// The fields of a GetSensorReading answer behind its completion code.
@@ -98,9 +98,9 @@ private:
     /// Upper warning, critical, fatal, then lower ones, as on the wire.
     std::array<std::optional<double>, 6> thresholds_;
     std::array<std::optional<double>, 3> normal_;  ///< nominal, highest, lowest
-    uint8_t initial_state_ = sensor_enabled;
-    uint8_t operational_state_ = sensor_enabled;
-    uint8_t event_enable_ = no_event_generation;
+    uint8_t initial_state_ = kSensorEnabled;
+    uint8_t operational_state_ = kSensorEnabled;
+    uint8_t event_enable_ = kNoEventGeneration;
     uint8_t present_state_ = 0;   ///< as of the last reading, 0 = unknown
     uint8_t previous_state_ = 0;  ///< the one that it was entered from
 };
@@ -128,8 +128,8 @@ private:
         uint16_t state_set = 0;
         std::vector<uint8_t> states;
         double period_s = 60;
-        uint8_t initial_state = sensor_enabled;
-        uint8_t operational_state = sensor_enabled;
+        uint8_t initial_state = kSensorEnabled;
+        uint8_t operational_state = kSensorEnabled;
     };
 
     SensorInfo info_;

@@ -51,26 +51,32 @@ void NumericSensor::read_units(ObjectReader& reader) {
     unit_modifier_ = static_cast<int8_t>(reader.whole("unit_modifier", -30, 30, 0));
     hysteresis_ = reader.number("hysteresis", 0);
     const bool fits_counts = std::round(hysteresis_ / info_.resolution) <= highest_count();
-    if (hysteresis_ < 0 || (reader.sound() && !fits_counts))
+    if (hysteresis_ < 0 || (reader.sound() && !fits_counts)) {
         reader.complain("hysteresis", "does not fit the sensor's data_size and resolution");
+    }
 }
 
 void NumericSensor::read_range(ObjectReader& reader) {
     range_format_ = reader.choice("range_format", kRangeFormats, kReal32);
-    static const char* const names[] = {"nominal", "max", "min"};
+    static const char* const kNames[] = {"nominal", "max", "min"};
     reader.within("normal", [&](const Place& place) {
         ObjectReader values(place);
-        for (size_t i = 0; i < normal_.size(); ++i)
-            if (std::optional<Place> value = values.find(names[i]))
+        for (size_t i = 0; i < normal_.size(); ++i) {
+            if (std::optional<Place> value = values.find(kNames[i])) {
                 normal_[i] = value->number();
+            }
+        }
         values.finish();
     });
-    if (range_format_ == kReal32)
+    if (range_format_ == kReal32) {
         return;
+    }
     auto check_all = [&](const char* key, const auto& values) {
-        for (const std::optional<double>& value : values)
-            if (value && !fits(range_value(*value), range_format_))
+        for (const std::optional<double>& value : values) {
+            if (value && !fits(range_value(*value), range_format_)) {
                 reader.fail(key, "does not fit the sensor's range_format");
+            }
+        }
     };
     check_all("normal", normal_);
     check_all("thresholds", thresholds_);
@@ -82,10 +88,11 @@ double NumericSensor::range_value(double value) const {
 
 void NumericSensor::append_range(Bytes& out, const std::optional<double>& value) const {
     const double number = value ? range_value(*value) : 0;
-    if (range_format_ == kReal32)
+    if (range_format_ == kReal32) {
         append_real32(out, number);
-    else
+    } else {
         append_whole(out, std::round(number), size_t{1} << (range_format_ / 2));
+    }
 }
 
 Bytes NumericSensor::description() const {
@@ -99,8 +106,9 @@ Bytes NumericSensor::description() const {
     append_le16(out, 0);  // tolerances
     append_count(out, std::round(hysteresis_ / info_.resolution));
     uint8_t supported = 0;
-    for (size_t i = 0; i < thresholds_.size(); ++i)
+    for (size_t i = 0; i < thresholds_.size(); ++i) {
         supported |= static_cast<uint8_t>((thresholds_[i] ? 1u : 0u) << i);
+    }
     out.push_back(supported);
     out.push_back(0);       // thresholds and hysteresis never change
     append_real32(out, 0);  // a change of state takes no time
@@ -115,11 +123,13 @@ Bytes NumericSensor::description() const {
         {&thresholds_[4], 0x10}, {&thresholds_[2], 0x20}, {&thresholds_[5], 0x40}};
     out.push_back(static_cast<uint8_t>(range_format_));
     uint8_t present = 0;
-    for (const auto& [value, bit] : range)
+    for (const auto& [value, bit] : range) {
         present |= value->has_value() ? bit : uint8_t{0};
+    }
     out.push_back(present);
-    for (const auto& [value, bit] : range)
+    for (const auto& [value, bit] : range) {
         append_range(out, *value);
+    }
     return out;
 }
 
@@ -128,8 +138,9 @@ Bytes StateSensor::description() const {
     for (const Composite& composite : composites_) {
         append_le16(out, composite.state_set);
         Bytes possible(*std::ranges::max_element(composite.states) / 8u + 1u);
-        for (uint8_t state : composite.states)
+        for (uint8_t state : composite.states) {
             possible[state / 8u] |= static_cast<uint8_t>(1u << state % 8u);
+        }
         out.push_back(static_cast<uint8_t>(possible.size()));
         append(out, possible);
     }

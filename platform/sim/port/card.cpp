@@ -15,8 +15,9 @@ constexpr uint8_t kPcieBinding = 2;
 
 /// What both bindings take from a card.
 void fill_context(mctp_ctx* ctx, uint8_t binding_kind, const plt_card_info* card) {
-    if (ctx == nullptr || card == nullptr)
+    if (ctx == nullptr || card == nullptr) {
         return;
+    }
     ctx->binding_kind = binding_kind;
     ctx->bus = card->i2c_channel != 0 ? card->i2c_channel : platform.default_i2c_channel;
     ctx->slave_addr = card->slave_addr;
@@ -30,12 +31,14 @@ void fill_context(mctp_ctx* ctx, uint8_t binding_kind, const plt_card_info* card
 
 int PCIEDeviceMux(uint8_t bus, uint8_t device, plt_card_info* card) {
     sim::BoardState* board = sim::in_use();
-    if (board == nullptr || card == nullptr)
+    if (board == nullptr || card == nullptr) {
         return -ENODEV;
+    }
     std::lock_guard guard(board->mutex);
     const sim::Device* found = board->find_card(bus, device);
-    if (found == nullptr)
+    if (found == nullptr) {
         return -ENODEV;
+    }
     // A device on PCIe has no I2C route: all three are zero.
     const sim::EndpointInfo& where = found->info();
     card->i2c_channel = where.bus;

@@ -20,8 +20,9 @@ Bytes frame_of(const plt_i2c_request& request) {
 
 int write_frame(const plt_i2c_request& request, const Bytes& frame) {
     sim::BoardState* board = sim::in_use();
-    if (board == nullptr)
+    if (board == nullptr) {
         return -ENODEV;
+    }
     std::lock_guard guard(board->mutex);
     sim::I2cBus* bus = board->find_bus(request.bus);
     return bus != nullptr ? bus->write(request.slave_addr, frame) : -ENODEV;
@@ -30,32 +31,37 @@ int write_frame(const plt_i2c_request& request, const Bytes& frame) {
 }  // namespace
 
 int PltMCTPI2C_MasterWriteWithPEC_NoMutex(plt_i2c_request request) {
-    if (request.write_data == nullptr)
+    if (request.write_data == nullptr) {
         return -EINVAL;
+    }
     Bytes frame = frame_of(request);
     frame.push_back(sim::smbus_pec(frame));
     return write_frame(request, frame);
 }
 
 int PltMCTPI2C_MasterWrite_NoMutex(plt_i2c_request request) {
-    if (request.write_data == nullptr)
+    if (request.write_data == nullptr) {
         return -EINVAL;
+    }
     return write_frame(request, frame_of(request));
 }
 
 int PltMCTPI2C_SlaveReadWithPEC_NoMutex(plt_i2c_request request, uint32_t param) {
     sim::BoardState* board = sim::in_use();
-    if (board == nullptr || request.read_buffer == nullptr)
+    if (board == nullptr || request.read_buffer == nullptr) {
         return -ENODEV;
+    }
     std::lock_guard guard(board->mutex);
     sim::I2cBus* bus = board->find_bus(request.bus);
-    if (bus == nullptr)
+    if (bus == nullptr) {
         return -ENODEV;
+    }
     const uint64_t wait_ms = (param & 0xFFFF) != 0 ? param & 0xFFFF : kDefaultWaitMs;
     Bytes block;
     const int result = bus->read(block, wait_ms * kNsPerMs);
-    if (result != 0)
+    if (result != 0) {
         return result;
+    }
     // A block has at most 255 + 3 bytes, which always fits PLT_I2C_READ_BUFFER_SIZE.
     std::ranges::copy(block, request.read_buffer);
     return static_cast<int>(block.size());
@@ -63,8 +69,9 @@ int PltMCTPI2C_SlaveReadWithPEC_NoMutex(plt_i2c_request request, uint32_t param)
 
 int SetI2CMux(const plt_i2c_request* request, const void* mux) {
     sim::BoardState* board = sim::in_use();
-    if (board == nullptr || request == nullptr || mux == nullptr)
+    if (board == nullptr || request == nullptr || mux == nullptr) {
         return -ENODEV;
+    }
     std::lock_guard guard(board->mutex);
     sim::I2cBus* bus = board->find_bus(request->bus);
     const auto path = sim::decode_mux(static_cast<const uint8_t*>(mux));
@@ -73,8 +80,9 @@ int SetI2CMux(const plt_i2c_request* request, const void* mux) {
 
 int GetBMCCtrAdd(uint8_t* address) {
     const sim::BoardState* board = sim::in_use();
-    if (board == nullptr || address == nullptr)
+    if (board == nullptr || address == nullptr) {
         return -ENODEV;
+    }
     *address = board->bmc_address;
     return 0;
 }

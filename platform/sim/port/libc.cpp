@@ -30,8 +30,9 @@ sim::I2cBus* queue_at(const sim::BoardState& board, std::string_view path) {
         const int length = std::snprintf(expected, sizeof expected,
                                          "/sys/bus/i2c/devices/%d-00%02x/mctp-slave-mqueue",
                                          bus->number(), board.bmc_address >> 1);
-        if (path == std::string_view(expected, static_cast<size_t>(length)))
+        if (path == std::string_view(expected, static_cast<size_t>(length))) {
             return bus.get();
+        }
     }
     return nullptr;
 }
@@ -39,20 +40,23 @@ sim::I2cBus* queue_at(const sim::BoardState& board, std::string_view path) {
 }  // namespace
 
 extern "C" int usleep(useconds_t useconds) {
-    if (sim::in_use() == nullptr)
+    if (sim::in_use() == nullptr) {
         return next<int (*)(useconds_t)>("usleep")(useconds);
+    }
     sim::Board::current()->advance_us(useconds);
     return 0;
 }
 
 extern "C" time_t time(time_t* timer) noexcept {
-    if (sim::in_use() == nullptr)
+    if (sim::in_use() == nullptr) {
         return next<time_t (*)(time_t*)>("time")(timer);
-    constexpr uint64_t us_per_s = 1'000'000;
+    }
+    constexpr uint64_t kUsPerS = 1'000'000;
     const auto now =
-        static_cast<time_t>(sim::Clock::kStartOfTimeS + sim::Board::current()->now_us() / us_per_s);
-    if (timer != nullptr)
+        static_cast<time_t>(sim::Clock::kStartOfTimeS + sim::Board::current()->now_us() / kUsPerS);
+    if (timer != nullptr) {
         *timer = now;
+    }
     return now;
 }
 
@@ -60,13 +64,15 @@ extern "C" int access(const char* name, int type) noexcept {
     sim::BoardState* board = sim::in_use();
     if (board != nullptr && std::string_view(name).starts_with(sim::kOwnFiles)) {
         std::lock_guard guard(board->mutex);
-        if (board->files.contains(std::string_view(name)))
+        if (board->files.contains(std::string_view(name))) {
             return 0;
+        }
         errno = ENOENT;
         return -1;
     }
-    if (board != nullptr && queue_at(*board, name) != nullptr)
+    if (board != nullptr && queue_at(*board, name) != nullptr) {
         return 0;
+    }
     return next<int (*)(const char*, int)>("access")(name, type);
 }
 

@@ -18,16 +18,18 @@ constexpr uint64_t kNsPerMs = 1'000'000;
 std::optional<sim::PcieMessage> outgoing_of(const plt_pcie_request& request) {
     const bool addressable = request.bus <= 0xFF && request.device <= 0x1F &&
                              request.function <= 7 && request.dest_eid <= 0xFF;
-    if (!addressable || request.length < 1 || request.length > sizeof request.message)
+    if (!addressable || request.length < 1 || request.length > sizeof request.message) {
         return std::nullopt;
+    }
     sim::PcieMessage out;
-    if (request.routing == PLT_PCIE_ROUTE_BY_ID)
+    if (request.routing == PLT_PCIE_ROUTE_BY_ID) {
         out.bdf = {static_cast<uint8_t>(request.bus), static_cast<uint8_t>(request.device),
                    static_cast<uint8_t>(request.function)};
-    else if (request.routing == PLT_PCIE_ROUTE_TO_ROOT_COMPLEX)
+    } else if (request.routing == PLT_PCIE_ROUTE_TO_ROOT_COMPLEX) {
         out.bdf = sim::PcieBus::kRootComplex;
-    else
+    } else {
         return std::nullopt;
+    }
     out.message.type = request.message[0];
     out.message.body.assign(request.message + 1, request.message + request.length);
     out.message.source_eid = request.src_eid;
@@ -39,8 +41,9 @@ std::optional<sim::PcieMessage> outgoing_of(const plt_pcie_request& request) {
 /// Puts a received message into the record. @return false where it has no room for it
 bool store(const sim::PcieMessage& received, plt_pcie_request& request) {
     const sim::Bytes& body = received.message.body;
-    if (body.size() >= sizeof request.message)
+    if (body.size() >= sizeof request.message) {
         return false;
+    }
     request.message[0] = received.message.type;
     std::ranges::copy(body, request.message + 1);
     request.length = static_cast<uint32_t>(body.size() + 1);
@@ -62,14 +65,16 @@ int transact(sim::PcieBus& pcie, plt_pcie_request& request) {
         return received && store(*received, request) ? kSuccess : kFailure;
     }
     std::optional<sim::PcieMessage> outgoing = outgoing_of(request);
-    if (!outgoing)
+    if (!outgoing) {
         return kFailure;
+    }
     if (request.operation == PLT_PCIE_WRITE) {
         pcie.write(std::move(*outgoing));
         return kSuccess;
     }
-    if (request.operation != PLT_PCIE_WRITE_READ)
+    if (request.operation != PLT_PCIE_WRITE_READ) {
         return kFailure;
+    }
     received = pcie.exchange(std::move(*outgoing), wait_ms * kNsPerMs);
     return received && store(*received, request) ? kSuccess : kFailure;
 }
@@ -78,11 +83,13 @@ int transact(sim::PcieBus& pcie, plt_pcie_request& request) {
 
 int PltMCTP_WriteRead(plt_pcie_request* request) {
     sim::BoardState* board = sim::in_use();
-    if (board == nullptr || request == nullptr)
+    if (board == nullptr || request == nullptr) {
         return kFailure;
+    }
     // Without a session the board's only one is meant.
-    if (request->session != nullptr && request->session != &board->pcie)
+    if (request->session != nullptr && request->session != &board->pcie) {
         return kFailure;
+    }
     std::lock_guard guard(board->mutex);
     return board->pcie.devices().empty() ? kFailure : transact(board->pcie, *request);
 }
@@ -90,11 +97,13 @@ int PltMCTP_WriteRead(plt_pcie_request* request) {
 // The driver is there on every board, with or without devices behind it.
 int libmctp_pcie_open(plt_pcie_session* session) {
     sim::BoardState* board = sim::in_use();
-    if (session == nullptr)
+    if (session == nullptr) {
         return -EINVAL;
+    }
     session->handle = nullptr;
-    if (board == nullptr)
+    if (board == nullptr) {
         return -ENODEV;
+    }
     std::lock_guard guard(board->mutex);
     if (board->pcie_open_fails) {
         ++board->pcie_sessions.refused;
@@ -107,15 +116,17 @@ int libmctp_pcie_open(plt_pcie_session* session) {
 }
 
 void libmctp_pcie_close(plt_pcie_session* session) {
-    if (session == nullptr)
+    if (session == nullptr) {
         return;
+    }
     sim::BoardState* board = sim::in_use();
     if (board != nullptr) {
         std::lock_guard guard(board->mutex);
-        if (session->handle == &board->pcie && board->pcie_sessions.open > 0)
+        if (session->handle == &board->pcie && board->pcie_sessions.open > 0) {
             --board->pcie_sessions.open;
-        else
+        } else {
             ++board->pcie_sessions.stray_closes;
+        }
     }
     session->handle = nullptr;
 }

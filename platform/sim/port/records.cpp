@@ -39,16 +39,18 @@ BoardState* in_use() {
 }
 
 void publish_records(const Board& board) {
-    if (Board::current() == &board)
+    if (Board::current() == &board) {
         platform = Board::current()->state().platform_record;
+    }
 }
 
 }  // namespace sim
 
 int GlobalParaInit(plt_parameters* parameters) {
     const sim::BoardState* board = sim::in_use();
-    if (board == nullptr || parameters == nullptr)
+    if (board == nullptr || parameters == nullptr) {
         return 0;
+    }
     parameters->i2c_channel = 0;
     parameters->bmc_eid = board->bmc_eid;
     return 1;

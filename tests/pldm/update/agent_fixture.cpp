@@ -122,6 +122,6 @@ int32_t fw_update_state_fn(pldm_fw_update_ctx* ctx) {
         return 0;
     }
     using Function = int32_t (*)(pldm_fw_update_ctx*);
-    static const auto own = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "fw_update_state_fn"));
-    return own(ctx);
+    static const auto kOwn = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "fw_update_state_fn"));
+    return kOwn(ctx);
 }
