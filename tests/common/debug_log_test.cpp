@@ -315,8 +315,11 @@ TEST_F(DebugLog, TwoProcessesDoNotMixMessagesLongerThanABuffer) {
 TEST_F(DebugLog, TwoProcessesThatRotateKeepMessagesWhole) {
     touch(DEBUG_LOG_FILE_MARKER);
     write_from_two_processes(100, 4999);
-    count_whole(lines(DEBUG_LOG_FILE), 4999);
-    EXPECT_FALSE(count_whole(lines(DEBUG_LOG_FILE_ROTATED), 4999).empty());
+    const std::map<char, int> current = count_whole(lines(DEBUG_LOG_FILE), 4999);
+    const std::map<char, int> rotated = count_whole(lines(DEBUG_LOG_FILE_ROTATED), 4999);
+    // Both may rotate at one time, and the second one then has next to nothing to rotate: which of
+    // the two files holds messages is not certain, that one of them does is.
+    EXPECT_FALSE(current.empty() && rotated.empty());
     EXPECT_LE(entries(), 3u);
 }
 
