@@ -22,35 +22,27 @@ enum Command : uint8_t {
     kGetPldmCommands = 0x05,
 };
 
-/// A request that is nothing but a header, and its answer; the answer's command must match.
+/// Sends a request that is nothing but a header. The answer's command must match.
 /// @param function  the exported function, for its messages
 /// @param call      its name in the mismatch message
-int32_t query(pldm_ctx* ctx, Command command, std::span<uint8_t> response, const char* function,
-              const char* call) {
+PldmAnswer exchange_header(pldm_ctx* ctx, Command command, std::span<uint8_t> room,
+                           const char* function, const char* call) {
     if (ctx == nullptr) {
         std::printf("[%s] Null ptr error.\n", function);
-        return -1;
+        return {};
     }
     if (ctx->transfer_op == nullptr) {
-        return -1;
+        return {};
     }
-    std::array<uint8_t, PLDM_HEADER_SIZE> request;
-    pldm_request_init(request.data());
-    request[kPldmCommand] = command;
-    const int32_t result = pldm_exchange(*ctx, request, response);
-    if (result < 0) {
-        debug_log("[%s] PLDM tx failed (%d)\n", function, result);
-        return result;
+    PldmRequest request(PLDM_TYPE_BASE, command);
+    PldmAnswer answer = exchange(*ctx, request, room);
+    if (answer.result < 0) {
+        debug_log("[%s] PLDM tx failed (%d)\n", function, answer.result);
+    } else if (answer.header.command != command) {
+        debug_log("call %s, reqCode[%d] respCode[%d]\n", call, command, answer.header.command);
+        answer.result = -1;
     }
-    if (response[kPldmCommand] != command) {
-        debug_log("call %s, reqCode[%d] respCode[%d]\n", call, command, response[kPldmCommand]);
-        return -1;
-    }
-    if (response[kPldmCompletionCode] == PLDM_CC_SUCCESS &&
-        !pldm_response_has(*ctx, response.size())) {
-        return too_short(*ctx, function);
-    }
-    return 0;
+    return answer;
 }
 
 const char* type_name(unsigned type) {
@@ -82,39 +74,31 @@ struct VersionPart {
 int32_t get_version_part(pldm_ctx& ctx, uint8_t type, uint32_t handle, uint8_t operation,
                          std::span<uint8_t> room, VersionPart& part) {
     constexpr size_t kResponseSize = 17;
-    constexpr size_t kVersionEnd = 13;  // the CRC-32 behind it is not needed
-    std::array<uint8_t, 9> request;
-    pldm_request_init(request.data());
-    request[kPldmCommand] = kGetPldmVersion;
-    WireWriter(request).skip(PLDM_HEADER_SIZE).le32(handle).u8(operation).u8(type);
+    PldmRequest request(PLDM_TYPE_BASE, kGetPldmVersion);
+    request.fields.le32(handle).u8(operation).u8(type);
     std::memset(room.data(), 0, room.size());
-    const int32_t result = pldm_exchange(ctx, request, room.first(kResponseSize));
-    if (result < 0) {
-        return result;
-    }
-    if (!pldm_response_has(ctx, kVersionEnd)) {
-        return too_short(ctx, "pldm_get_version");
-    }
-    WireReader reader(room);
-    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
-    part.next_handle = reader.le32();
-    part.transfer_flag = reader.u8();
-    part.version = reader.le32();
-    return 0;
+    PldmAnswer answer = exchange(ctx, request, room.first(kResponseSize));
+    part.next_handle = answer.body.le32();
+    part.transfer_flag = answer.body.u8();
+    part.version = answer.body.le32();  // the CRC-32 behind it is not needed
+    return finish(answer, "pldm_get_version");
 }
 
 }  // namespace
 
 int32_t pldm_get_tid(pldm_ctx* ctx) {
-    std::array<uint8_t, 5> response{};
-    const int32_t result = query(ctx, kGetTid, response, "pldm_get_tid", "get tid");
+    constexpr const char* kFunction = "pldm_get_tid";
+    std::array<uint8_t, 5> room{};
+    PldmAnswer answer = exchange_header(ctx, kGetTid, room, kFunction, "get tid");
+    if (answer.result >= 0 && answer.header.completion != PLDM_CC_SUCCESS) {
+        return answer.header.completion;
+    }
+    const uint8_t tid = answer.body.u8();
+    const int32_t result = finish(answer, kFunction);
     if (result < 0) {
         return result;
     }
-    if (response[kPldmCompletionCode] != PLDM_CC_SUCCESS) {
-        return response[kPldmCompletionCode];
-    }
-    ctx->tid = response[PLDM_RESPONSE_HEADER_SIZE];
+    ctx->tid = tid;
     std::printf("get tid: %d\n", ctx->tid);
     return 0;
 }
@@ -122,7 +106,7 @@ int32_t pldm_get_tid(pldm_ctx* ctx) {
 int32_t pldm_get_version(pldm_ctx* ctx, uint8_t type) {
     constexpr size_t kRoom = 25;
     constexpr int kPassesMax = 7;
-    if (ctx == nullptr || ctx->transfer_op == nullptr) {
+    if (!can_exchange(ctx)) {
         return -1;
     }
     const auto room = allocate_bytes(kRoom);
@@ -151,41 +135,43 @@ int32_t pldm_get_version(pldm_ctx* ctx, uint8_t type) {
 }
 
 int32_t pldm_get_type(pldm_ctx* ctx) {
-    std::array<uint8_t, 12> response{};
-    const int32_t result = query(ctx, kGetPldmTypes, response, "pldm_get_type", "get type");
+    constexpr const char* kFunction = "pldm_get_type";
+    std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE + sizeof ctx->pldm_types> room{};
+    PldmAnswer answer = exchange_header(ctx, kGetPldmTypes, room, kFunction, "get type");
+    const uint8_t first = answer.body.u8();
+    const std::span<const uint8_t> others = answer.body.bytes(sizeof ctx->pldm_types - 1);
+    const uint8_t completion = answer.header.completion;
+    // An answer that is no success may end earlier; its types are shown nevertheless.
+    const int32_t result =
+        completion == PLDM_CC_SUCCESS ? finish(answer, kFunction) : answer.result;
     if (result < 0) {
         return result;
     }
-    const uint8_t first = response[PLDM_RESPONSE_HEADER_SIZE];
-    debug_log("%s, PLDM type support list: 0x%x\n", "pldm_get_type", first);
+    debug_log("%s, PLDM type support list: 0x%x\n", kFunction, first);
     print_types(first);
-    if (response[kPldmCompletionCode] != PLDM_CC_SUCCESS) {
-        return response[kPldmCompletionCode];
+    if (completion != PLDM_CC_SUCCESS) {
+        return completion;
     }
-    std::memcpy(ctx->pldm_types, response.data() + PLDM_RESPONSE_HEADER_SIZE,
-                sizeof ctx->pldm_types);
+    WireWriter(ctx->pldm_types).u8(first).bytes(others);
     return 0;
 }
 
 int32_t pldm_get_commands(pldm_ctx* ctx) {
-    if (ctx == nullptr || ctx->transfer_op == nullptr) {
+    constexpr uint32_t kAnyVersion = 0;
+    if (!can_exchange(ctx)) {
         return -1;
     }
-    std::array<uint8_t, 8> request{};  // PLDM type 0 at version 0
-    std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE + sizeof ctx->base_commands> response{};
-    pldm_request_init(request.data());
-    request[kPldmCommand] = kGetPldmCommands;
-    std::printf("verion len : %d\n", static_cast<int>(response.size()));
-    const int32_t result = pldm_exchange(*ctx, request, response);
-    if (result < 0) {
-        return result;
+    std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE + sizeof ctx->base_commands> room{};
+    std::printf("verion len : %d\n", static_cast<int>(room.size()));
+    PldmRequest request(PLDM_TYPE_BASE, kGetPldmCommands);
+    request.fields.u8(PLDM_TYPE_BASE).le32(kAnyVersion);
+    PldmAnswer answer = exchange(*ctx, request, room);
+    const std::span<const uint8_t> commands = answer.body.bytes(sizeof ctx->base_commands);
+    const int32_t result = finish(answer, "pldm_get_commands");
+    if (result == 0) {
+        WireWriter(ctx->base_commands).bytes(commands);
     }
-    if (!pldm_response_has(*ctx, response.size())) {
-        return too_short(*ctx, "pldm_get_commands");
-    }
-    std::memcpy(ctx->base_commands, response.data() + PLDM_RESPONSE_HEADER_SIZE,
-                sizeof ctx->base_commands);
-    return 0;
+    return result;
 }
 
 int32_t pldm_discovery(pldm_ctx* ctx) {

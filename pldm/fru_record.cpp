@@ -15,29 +15,26 @@ using namespace sideband;
 
 namespace {
 
-constexpr uint32_t kRecordHeaderSize = 5;  // set identifier, type, number of fields, encoding
-constexpr uint32_t kFieldHeaderSize = 2;   // type, length
-
-/// Copies the field at a position.
-/// @param position  advanced behind the field
+/// Reads a field and copies its value.
 /// @return false if the table ends before the field, or memory does
-bool parse_field(const uint8_t* table, uint32_t length, uint32_t& position, pldm_fru_field& field) {
-    if (isBufOverFlow(position, length) != 0 || isBufOverFlow(position + 1, length) != 0) {
+bool parse_field(WireReader& table, pldm_fru_field& field) {
+    const uint8_t type = table.u8();
+    const uint8_t length = table.u8();
+    if (!table.ok()) {
         return false;
     }
-    field.type = table[position];
-    field.length = table[position + 1];
-    const uint8_t* value = table + position + kFieldHeaderSize;
-    position += kFieldHeaderSize + field.length;
-    if (isBufOverFlow(position - 1, length) != 0) {
+    field.type = type;
+    field.length = length;
+    const std::span<const uint8_t> value = table.bytes(length);
+    if (!table.ok()) {
         return false;
     }
-    auto copy = allocate_bytes(size_t{field.length} + 1);  // and a NUL
+    auto copy = allocate_bytes(value.size() + 1);  // and a NUL
     if (copy == nullptr) {
         std::printf("Fail- memory alloc fial\n");
         return false;
     }
-    std::memcpy(copy.get(), value, field.length);
+    std::memcpy(copy.get(), value.data(), value.size());
     field.value = reinterpret_cast<char*>(copy.release());
     return true;
 }
@@ -53,15 +50,17 @@ int32_t pldm_parse_record_table(const uint8_t* table, pldm_fru_record* record, u
         return PLDM_ERROR_ARGUMENT;
     }
     *record = {};
-    if (length < kRecordHeaderSize) {
+    WireReader reader({table, length});
+    pldm_fru_record header{};
+    header.set_identifier = reader.le16();
+    header.type = reader.u8();
+    header.number_of_fields = reader.u8();
+    header.encoding_type = reader.u8();
+    if (!reader.ok()) {
         debug_log("[%s][%d] Fail- FRU length fail\n", "pldm_parse_record_table", 442);
         return PLDM_ERROR_ARGUMENT;
     }
-    WireReader reader({table, kRecordHeaderSize});
-    record->set_identifier = reader.le16();
-    record->type = reader.u8();
-    record->number_of_fields = reader.u8();
-    record->encoding_type = reader.u8();
+    *record = header;
     if (record->number_of_fields == 0) {
         return PLDM_ERROR_ARGUMENT;
     }
@@ -71,9 +70,8 @@ int32_t pldm_parse_record_table(const uint8_t* table, pldm_fru_record* record, u
         std::printf("Fail to alloc memory for FRU fields\n");
         return PLDM_ERROR_ARGUMENT;
     }
-    uint32_t position = kRecordHeaderSize;
     for (unsigned i = 0; i < record->number_of_fields; ++i) {
-        if (!parse_field(table, length, position, record->fields[i])) {
+        if (!parse_field(reader, record->fields[i])) {
             return PLDM_ERROR_ARGUMENT;  // what was allocated stays in the record
         }
     }

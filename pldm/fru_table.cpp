@@ -28,67 +28,62 @@ constexpr const char* kFixedReader = "pldm_get_FRU_record_table_MX";
 
 // ---- Metadata ----
 
-using MetadataResponse = std::array<uint8_t, 22>;
-constexpr size_t kTableLengthOffset = 10;
-constexpr size_t kTableLengthEnd = 14;  // what is behind the length is not needed
+/// Room for the answer.
+using MetadataRoom = std::array<uint8_t, 22>;
 
 /// @param announcement  printed before the exchange
-/// @return the result of transfer_op
-int32_t exchange_metadata(pldm_ctx& ctx, const char* announcement, MetadataResponse& response) {
-    std::array<uint8_t, PLDM_HEADER_SIZE> request;
-    pldm_FRU_request_init(request.data());
-    request[kPldmCommand] = kGetFruRecordTableMetadata;
+PldmAnswer exchange_metadata(pldm_ctx& ctx, const char* announcement, MetadataRoom& room) {
+    PldmRequest request(PLDM_TYPE_FRU, kGetFruRecordTableMetadata);
     print_line(announcement);
-    const int32_t result = pldm_exchange(ctx, request, response);
+    const PldmAnswer answer = exchange(ctx, request, room);
     print_line("call get FRU record table metadata");
-    return result;
+    return answer;
 }
 
-/// @return false if the answer ends before the length
-bool table_length_of(const pldm_ctx& ctx, const MetadataResponse& response, const char* function,
-                     uint32_t& length) {
-    if (!pldm_response_has(ctx, kTableLengthEnd)) {
-        too_short(ctx, function);
-        return false;
+/// @return 0 or a negative result, with which the length is left alone
+int32_t take_table_length(PldmAnswer& answer, const char* function, uint32_t& length) {
+    answer.body.skip(6);  // versions of the FRU data, the largest size of the table
+    const uint32_t told = answer.body.le32();  // what is behind it is not needed
+    const int32_t result = finish(answer, function);
+    if (result == 0) {
+        length = told;
     }
-    WireReader reader(response);
-    reader.skip(kTableLengthOffset);
-    length = reader.le32();
-    return true;
+    return result;
 }
 
 // ---- Table ----
 
-/// GetFRURecordTable: header, completion code, next handle and flag, then table data.
-constexpr size_t kFlagEnd = 9;
+/// GetFRURecordTable response in front of its data.
+constexpr size_t kPartHeaderSize = PLDM_RESPONSE_HEADER_SIZE + 5;
+
+/// What is in front of the data of a part.
+struct PartHeader {
+    uint32_t next_handle;
+    bool is_last;
+
+    explicit PartHeader(WireReader& body) {
+        next_handle = body.le32();
+        is_last = is_last_part(body.u8());
+    }
+};
 
 class TableRequest {
 public:
-    TableRequest() {
-        pldm_FRU_request_init(bytes_.data());
-        bytes_[kPldmCommand] = kGetFruRecordTable;
-        ask(0, kGetFirstPart);
-    }
+    TableRequest() { request_.fields.le32(0).u8(kGetFirstPart); }
 
-    /// Asks for the part behind the one in this response.
-    void ask_next(std::span<const uint8_t> response) {
-        WireReader reader(response);
-        reader.skip(PLDM_RESPONSE_HEADER_SIZE);
-        ask(reader.le32(), kGetNextPart);
-    }
+    void ask_next(uint32_t handle) { request_.clear_fields().le32(handle).u8(kGetNextPart); }
 
-    std::span<uint8_t> bytes() { return bytes_; }
+    PldmAnswer exchange_with(pldm_ctx& ctx, std::span<uint8_t> room) {
+        return exchange(ctx, request_, room);
+    }
 
 private:
-    void ask(uint32_t handle, uint8_t operation) {
-        WireWriter(bytes_).skip(PLDM_HEADER_SIZE).le32(handle).u8(operation);
-    }
-
-    std::array<uint8_t, 8> bytes_;
+    PldmRequest request_{PLDM_TYPE_FRU, kGetFruRecordTable};
 };
 
-bool is_last(std::span<const uint8_t> response) {
-    return is_last_part(response[kFlagEnd - 1]);
+/// Bytes of data in a part, as the device has sent them.
+int data_length(const PldmAnswer& answer) {
+    return answer.length - static_cast<int>(kPartHeaderSize);
 }
 
 /// Says of the first part of a table that carries more than is taken of it that the table is wrong.
@@ -96,17 +91,17 @@ class SurplusReport {
 public:
     explicit SurplusReport(const char* function) : function_(function) {}
 
-    /// @param response   with a part that is not the last one, in all its room
+    /// @param answer     with a part that is not the last one
     /// @param remaining  bytes of the table that are to come behind what is taken of the part
-    void look(const pldm_ctx& ctx, std::span<const uint8_t> response, size_t remaining) {
-        constexpr size_t kTaken = kFlagEnd + PLDM_FRU_PART_SIZE;
+    void look(const PldmAnswer& answer, size_t remaining) {
+        constexpr int32_t kTaken = kPartHeaderSize + PLDM_FRU_PART_SIZE;
         // With nothing to come, pad bytes and the checksum are all that may be behind it.
-        if (said_ || remaining == 0 || !pldm_response_exceeds(ctx, kTaken, response.size())) {
+        if (said_ || remaining == 0 || !answer.length_known || answer.length <= kTaken) {
             return;
         }
         said_ = true;
         debug_log("%s, part of %d bytes is not the last: those behind %d are lost\n", function_,
-                  ctx.response_length - static_cast<int>(kFlagEnd), PLDM_FRU_PART_SIZE);
+                  data_length(answer), PLDM_FRU_PART_SIZE);
     }
 
 private:
@@ -114,37 +109,33 @@ private:
     bool said_ = false;
 };
 
-/// Prints the name of a completion code that ends the transfer. The other ones do not.
-bool ends_transfer(uint8_t code) {
+/// The name of a completion code that ends the transfer; null for the other ones, which do not.
+const char* ending_code_name(uint8_t code) {
     switch (code) {
         case PLDM_FRU_CC_INVALID_DATA_TRANSFER_HANDLE:
-            print_line("PLDM_FRU_INVALID_DATA_TRANSFER_HANDLE");
-            return true;
+            return "PLDM_FRU_INVALID_DATA_TRANSFER_HANDLE";
         case PLDM_FRU_CC_INVALID_TRANSFER_OPERATION_FLAG:
-            print_line("PLDM_FRU_INVALID_TRANSFER_OPERATION_FLAG");
-            return true;
+            return "PLDM_FRU_INVALID_TRANSFER_OPERATION_FLAG";
         case PLDM_FRU_CC_TABLE_UNAVAILABLE:
             // Misspelt on the consoles of deployed firmware, and matched there.
-            print_line("PLDM_FRU_DATA_STRUCT_TABLE_UNAVALIABLE");
-            return true;
+            return "PLDM_FRU_DATA_STRUCT_TABLE_UNAVALIABLE";
         default:
-            return false;
+            return nullptr;
     }
 }
 
 /// Asks for the metadata, and judges the length that they tell.
 /// @return 0 or a negative result
 int32_t learn_table_length(pldm_ctx& ctx, uint32_t expected, uint32_t& length) {
-    MetadataResponse response{};
-    const int32_t result =
-        exchange_metadata(ctx, "start to send get PLDM metadata message", response);
-    if (result < 0) {
+    MetadataRoom room{};
+    PldmAnswer answer = exchange_metadata(ctx, "start to send get PLDM metadata message", room);
+    if (answer.result < 0) {
         print_line("Fail - can't get the record table metadata");
-        return result;
     }
     // The completion code is deliberately not looked at.
-    if (!table_length_of(ctx, response, kReader, length)) {
-        return -1;
+    const int32_t result = take_table_length(answer, kReader, length);
+    if (result < 0) {
+        return result;
     }
     if (expected != 0 && expected != length) {
         return PLDM_ERROR_ARGUMENT;
@@ -160,22 +151,19 @@ int32_t learn_table_length(pldm_ctx& ctx, uint32_t expected, uint32_t& length) {
 /// Takes the data of one part.
 /// @param rest  the part of the table that is still to come; cut to what is to come after this
 /// @return 0, PLDM_ERROR_ARGUMENT if the part is shorter than it must be
-int32_t take_part(const pldm_ctx& ctx, std::span<const uint8_t> response,
-                  std::span<uint8_t>& rest) {
+int32_t take_part(PldmAnswer& answer, bool last, std::span<uint8_t>& rest) {
     const auto remaining = static_cast<int>(rest.size());
-    const bool last = is_last(response);
     if (last) {
         std::printf("dump tmp_buf1, tem_len = %d\n", remaining);
     } else {
         std::printf("dump tmp_buf2, tem_len = %d, maxlen = %d\n", remaining, PLDM_FRU_PART_SIZE);
     }
     const size_t size = last ? rest.size() : std::min<size_t>(rest.size(), PLDM_FRU_PART_SIZE);
-    if (!pldm_response_has(ctx, kFlagEnd + size)) {
-        too_short(ctx, kReader);
+    const std::span<const uint8_t> data = answer.body.bytes(size);
+    if (finish(answer, kReader) < 0) {
         return PLDM_ERROR_ARGUMENT;
     }
-    // The response has room for the whole table.
-    std::memcpy(rest.data(), response.data() + kFlagEnd, size);
+    WireWriter(rest).bytes(data);
     if (!last && size != 0 && size < PLDM_FRU_PART_SIZE) {
         std::printf("dump tmp_buf3, tem_len = %d, maxlen = %d\n", remaining, PLDM_FRU_PART_SIZE);
     }
@@ -200,29 +188,26 @@ int32_t read_parts(pldm_ctx& ctx, std::span<uint8_t> table) {
     TableRequest request;
     SurplusReport surplus(kReader);
     for (std::span<uint8_t> rest = table;;) {
-        const int32_t result = pldm_exchange(ctx, request.bytes(), response);
-        if (result < 0) {
+        PldmAnswer answer = request.exchange_with(ctx, response);
+        if (answer.result < 0) {
             std::printf("%s-%d command fail\n", kReader, 216);
-            return result;
+            return answer.result;
         }
-        const uint8_t code = response[kPldmCompletionCode];
-        if (ends_transfer(code)) {
+        const uint8_t code = answer.header.completion;
+        if (const char* name = ending_code_name(code)) {
+            print_line(name);
             return code;
         }
-        if (!pldm_response_has(ctx, kFlagEnd)) {
-            too_short(ctx, kReader);
+        const PartHeader part(answer.body);
+        if (finish(answer, kReader) < 0 || take_part(answer, part.is_last, rest) < 0) {
             return PLDM_ERROR_ARGUMENT;
-        }
-        const int32_t taken = take_part(ctx, response, rest);
-        if (taken < 0) {
-            return taken;
         }
         // Each part takes some of the rest, so a device that never ends cannot keep this up.
         if (rest.empty()) {
             return code;
         }
-        surplus.look(ctx, response, rest.size());
-        request.ask_next(response);
+        surplus.look(answer, rest.size());
+        request.ask_next(part.next_handle);
     }
 }
 
@@ -232,69 +217,58 @@ constexpr const char* kRule = "===================================";
 
 /// One exchange of the reader for answers of one size, framed by its lines.
 /// @param ended  set if the transfer cannot go on
-/// @return the result of transfer_op
-int32_t exchange_fixed_part(pldm_ctx& ctx, TableRequest& request, std::span<uint8_t> response,
-                            bool& ended) {
+PldmAnswer exchange_fixed_part(pldm_ctx& ctx, TableRequest& request, std::span<uint8_t> room,
+                               bool& ended) {
     ended = true;
-    std::memset(response.data(), 0, response.size());
+    std::memset(room.data(), 0, room.size());
     print_line("====== pldm_get_FRU_record_table_M1 Req =====");
     print_line(kRule);
-    const int32_t result = pldm_exchange(ctx, request.bytes(), response);
-    if (result < 0) {
+    const PldmAnswer answer = request.exchange_with(ctx, room);
+    if (answer.result < 0) {
         console_log("%s command fail\n", kFixedReader);
-        return result;
+        return answer;
     }
-    switch (response[kPldmCompletionCode]) {
-        case PLDM_FRU_CC_INVALID_TRANSFER_OPERATION_FLAG:
-            console_log("PLDM_FRU_INVALID_TRANSFER_OPERATION_FLAG\n");
-            return result;
-        case PLDM_FRU_CC_TABLE_UNAVAILABLE:
-            console_log("PLDM_FRU_DATA_STRUCT_TABLE_UNAVALIABLE\n");
-            return result;
-        case PLDM_FRU_CC_INVALID_DATA_TRANSFER_HANDLE:
-            console_log("PLDM_FRU_INVALID_DATA_TRANSFER_HANDLE\n");
-            return result;
-        default:
-            break;
+    const uint8_t code = answer.header.completion;
+    if (const char* name = ending_code_name(code)) {
+        console_log("%s\n", name);
+        return answer;
     }
     print_line("====== pldm_get_FRU_record_table_M1 Resp =====");
     print_line(kRule);
-    std::printf("%s resp.h.completion =%d\n", kFixedReader, response[kPldmCompletionCode]);
+    std::printf("%s resp.h.completion =%d\n", kFixedReader, code);
     ended = false;
-    return result;
+    return answer;
 }
 
-/// Copies what the last part brings; the response is zero behind its end.
-void take_last_fixed_part(const pldm_ctx& ctx, std::span<const uint8_t> response,
-                          std::span<uint8_t> rest, size_t length) {
+/// Copies what the last part brings.
+void take_last_fixed_part(const PldmAnswer& answer, std::span<uint8_t> rest, size_t length) {
     if (rest.size() > PLDM_FRU_PART_SIZE) {
         console_log("len fail tmp_len =%d, data_len =%d\n", static_cast<int>(rest.size()),
                     static_cast<int>(length - rest.size()));
         return;
     }
-    if (!pldm_response_has(ctx, kFlagEnd + rest.size())) {
-        debug_log("%s, last part of %d bytes: %d are wanted\n", kFixedReader,
-                  ctx.response_length - static_cast<int>(kFlagEnd), static_cast<int>(rest.size()));
+    const std::span<const uint8_t> data = answer.body.rest();
+    if (data.size() < rest.size()) {
+        debug_log("%s, last part of %d bytes: %d are wanted\n", kFixedReader, data_length(answer),
+                  static_cast<int>(rest.size()));
     }
-    std::memcpy(rest.data(), response.data() + kFlagEnd, rest.size());
+    WireWriter(rest).bytes(data.first(std::min(data.size(), rest.size())));
     std::printf("tmp_len =%d, data_len =%d\n", 0, static_cast<int>(length));
 }
 
 /// Copies a part that is not the last one, or what of it there is room for.
 /// @param rest  empty afterwards if there will be no other part
-void take_fixed_part(std::span<const uint8_t> response, std::span<uint8_t>& rest, size_t length) {
-    const size_t size = std::min<size_t>(rest.size(), PLDM_FRU_PART_SIZE);
-    std::memcpy(rest.data(), response.data() + kFlagEnd, size);
-    if (size < PLDM_FRU_PART_SIZE) {
-        print_line("=============Warning==============");
-        std::printf("dump tmp_buf3, tem_len = %d, maxlen = %d\n", static_cast<int>(size),
-                    PLDM_FRU_PART_SIZE);
-    }
-    rest = rest.subspan(size);
-    if (size == PLDM_FRU_PART_SIZE) {
+void take_fixed_part(std::span<const uint8_t> data, std::span<uint8_t>& rest, size_t length) {
+    WireWriter(rest).bytes(data);
+    rest = rest.subspan(data.size());
+    if (data.size() == PLDM_FRU_PART_SIZE) {
         std::printf("tmp_len =%d, data_len =%d\n", static_cast<int>(rest.size()),
                     static_cast<int>(length - rest.size()));
+        return;
     }
+    print_line("=============Warning==============");
+    std::printf("dump tmp_buf3, tem_len = %d, maxlen = %d\n", static_cast<int>(data.size()),
+                PLDM_FRU_PART_SIZE);
 }
 
 /// @return 0 or a negative result: what pldm_get_FRU_fields() prints, or why not
@@ -324,18 +298,16 @@ int32_t pldm_get_FRU_record_table_metadata(pldm_ctx* ctx, uint32_t* table_length
     if (!can_exchange(ctx) || table_length == nullptr) {
         return -1;
     }
-    MetadataResponse response{};
-    const int32_t result = exchange_metadata(*ctx, "start to send PLDM message", response);
-    if (result < 0) {
+    MetadataRoom room{};
+    PldmAnswer answer = exchange_metadata(*ctx, "start to send PLDM message", room);
+    if (answer.result < 0) {
         print_line("failed to get record table metadata!!");
-        return result;
+        return answer.result;
     }
-    if (response[kPldmCompletionCode] != PLDM_CC_SUCCESS) {
-        return response[kPldmCompletionCode];
+    if (answer.header.completion != PLDM_CC_SUCCESS) {
+        return answer.header.completion;
     }
-    return table_length_of(*ctx, response, "pldm_get_FRU_record_table_metadata", *table_length)
-               ? 0
-               : -1;
+    return take_table_length(answer, "pldm_get_FRU_record_table_metadata", *table_length);
 }
 
 int32_t pldm_get_FRU_record_table(pldm_ctx* ctx, uint8_t* destination, uint32_t expected_length) {
@@ -354,31 +326,31 @@ int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination, int32_
     const auto size = static_cast<size_t>(length);
     std::span<uint8_t> rest(destination, size);
     std::memset(destination, 0, size);
-    std::array<uint8_t, 64> response;
+    std::array<uint8_t, 64> room;
     TableRequest request;
     SurplusReport surplus(kFixedReader);
     do {
         bool ended = false;
-        const int32_t result = exchange_fixed_part(*ctx, request, response, ended);
+        PldmAnswer answer = exchange_fixed_part(*ctx, request, room, ended);
         if (ended) {
-            return result;
+            return answer.result;
         }
-        const bool last = is_last(response);
-        const size_t needed = last ? 0 : std::min<size_t>(rest.size(), PLDM_FRU_PART_SIZE);
-        if (!pldm_response_has(*ctx, kFlagEnd + needed)) {
-            too_short(*ctx, kFixedReader);
+        const PartHeader part(answer.body);
+        const size_t wanted = part.is_last ? 0 : std::min<size_t>(rest.size(), PLDM_FRU_PART_SIZE);
+        const std::span<const uint8_t> data = answer.body.bytes(wanted);
+        if (finish(answer, kFixedReader) < 0) {
             return -1;
         }
-        if (last) {
-            take_last_fixed_part(*ctx, response, rest, size);
-            return result;
+        if (part.is_last) {
+            take_last_fixed_part(answer, rest, size);
+            return answer.result;
         }
-        take_fixed_part(response, rest, size);
+        take_fixed_part(data, rest, size);
         if (rest.empty()) {
-            return result;
+            return answer.result;
         }
-        surplus.look(*ctx, response, rest.size());
-        request.ask_next(response);
+        surplus.look(answer, rest.size());
+        request.ask_next(part.next_handle);
     } while (true);
 }
 

@@ -2,7 +2,9 @@
 // The PLDM header and the three message operations with their retries (DSP0240, clause 8).
 #include <sideband/debug_log.h>
 #include <sideband/pldm.h>
+#include <sideband/pldm_monitor.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "common/sleep.h"
@@ -14,6 +16,7 @@ namespace {
 
 constexpr uint8_t kInstanceIdMask = 0x1F;
 constexpr uint8_t kRequestBit = 0x80;
+constexpr uint8_t kTypeMask = 0x3F;
 
 constexpr uint32_t kRetryPauseUs = 100000;
 /// ActivateFirmware takes long; the code alone decides, whatever the PLDM type.
@@ -25,15 +28,19 @@ int attempts_for(uint8_t command) {
 }
 
 int32_t start_request(uint8_t* request, uint8_t type) {
-    request[0] = kRequestBit;
-    request[1] = type;
-    request[2] = 0;
+    WireWriter writer({request, PLDM_HEADER_SIZE});
+    PldmHeader{.request = true, .type = type}.write_to(writer);
     return 0;
+}
+
+void stamp_instance_id(uint8_t& first_byte, uint8_t instance_id) {
+    first_byte =
+        static_cast<uint8_t>((first_byte & ~kInstanceIdMask) | (instance_id & kInstanceIdMask));
 }
 
 /// The completion code, also of an answer that did not come: the buffer is looked at as it is.
 uint8_t completion_code(const uint8_t* response, int32_t capacity) {
-    return capacity > static_cast<int32_t>(kPldmCompletionCode) ? response[kPldmCompletionCode] : 0;
+    return PldmHeader::of({response, static_cast<size_t>(std::max(capacity, 0))}).completion;
 }
 
 int32_t judge(pldm_ctx& ctx, uint8_t command, int32_t length, uint8_t completion) {
@@ -54,30 +61,68 @@ int32_t judge(pldm_ctx& ctx, uint8_t command, int32_t length, uint8_t completion
 
 namespace sideband {
 
-int32_t pldm_exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8_t> response) {
-    const auto capacity = static_cast<int32_t>(response.size());
+PldmHeader PldmHeader::of(std::span<const uint8_t> message) {
+    WireReader reader(message);
+    PldmHeader header;
+    const uint8_t first = reader.u8();
+    header.request = (first & kRequestBit) != 0;
+    header.instance_id = first & kInstanceIdMask;
+    header.type = reader.u8() & kTypeMask;
+    header.command = reader.u8();
+    header.completion = reader.u8();
+    return header;
+}
+
+void PldmHeader::write_to(WireWriter& writer) const {
+    writer.u8((request ? kRequestBit : uint8_t{0}) | instance_id).u8(type).u8(command);
+}
+
+PldmRequest::PldmRequest(uint8_t type, uint8_t command) {
+    PldmHeader{.request = true, .type = type, .command = command}.write_to(fields);
+}
+
+void PldmRequest::add_string(uint8_t type, uint8_t length, const char* characters) {
+    fields.u8(type).u8(length).bytes({reinterpret_cast<const uint8_t*>(characters), length});
+}
+
+WireWriter& PldmRequest::clear_fields() {
+    fields = WireWriter(room_);
+    return fields.skip(PLDM_HEADER_SIZE);
+}
+
+PldmAnswer exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8_t> room) {
+    const auto capacity = static_cast<int32_t>(room.size());
     // An operation other than pldm_transfer that does not know better has filled the response.
     ctx.response_length = capacity;
-    return ctx.transfer_op(&ctx, static_cast<uint32_t>(request.size()), capacity, request.data(),
-                           response.data());
+    PldmAnswer answer;
+    answer.result = ctx.transfer_op(&ctx, static_cast<uint32_t>(request.size()), capacity,
+                                    request.data(), room.data());
+    answer.length = ctx.response_length;
+    answer.length_known = ctx.transfer_op == pldm_transfer || answer.length < capacity;
+    const auto came = room.first(static_cast<size_t>(std::clamp(answer.length, 0, capacity)));
+    answer.header = PldmHeader::of(came);
+    answer.body = WireReader(came);
+    answer.body.skip(PLDM_RESPONSE_HEADER_SIZE);
+    return answer;
 }
 
-bool pldm_response_has(const pldm_ctx& ctx, size_t length) {
-    return ctx.response_length >= static_cast<int32_t>(length);
-}
-
-bool pldm_response_exceeds(const pldm_ctx& ctx, size_t length, size_t capacity) {
-    const bool known = ctx.transfer_op == pldm_transfer || !pldm_response_has(ctx, capacity);
-    return known && pldm_response_has(ctx, length + 1);
-}
-
-int32_t too_short(const pldm_ctx& ctx, const char* function) {
-    debug_log("%s, response of %d bytes is too short\n", function, ctx.response_length);
+int32_t finish(const PldmAnswer& answer, const char* function) {
+    if (answer.result < 0) {
+        return answer.result;
+    }
+    if (answer.body.ok()) {
+        return 0;
+    }
+    debug_log("%s, response of %d bytes is too short\n", function, answer.length);
     return -1;
 }
 
 void print_line(const char* text) {
     std::printf("%s\n", text);
+}
+
+void print_bytes(std::span<const uint8_t> bytes) {
+    dump_packet(bytes.data(), static_cast<int32_t>(bytes.size()));
 }
 
 }  // namespace sideband
@@ -99,9 +144,11 @@ int32_t pldm_fw_update_request_init(uint8_t* request) {
 }
 
 void pldm_fw_update_response_init(uint8_t* response, const uint8_t* request) {
-    response[0] = request[0] & kInstanceIdMask;
-    response[1] = PLDM_TYPE_FW_UPDATE;
-    response[2] = request[2];
+    const PldmHeader asked = PldmHeader::of({request, PLDM_HEADER_SIZE});
+    WireWriter writer({response, PLDM_HEADER_SIZE});
+    PldmHeader{
+        .instance_id = asked.instance_id, .type = PLDM_TYPE_FW_UPDATE, .command = asked.command}
+        .write_to(writer);
 }
 
 int32_t pldm_recv(pldm_ctx* ctx, int32_t capacity, uint8_t* buffer) {
@@ -118,7 +165,7 @@ int32_t pldm_send(pldm_ctx* ctx, uint32_t length, const uint8_t* message, uint8_
     if (message == nullptr || ctx == nullptr || length < PLDM_HEADER_SIZE) {
         return -1;
     }
-    const uint8_t command = message[kPldmCommand];
+    const uint8_t command = PldmHeader::of({message, length}).command;
     const int limit = attempts_for(command);
     for (int attempt = 0; attempt < limit; ++attempt) {
         // Read anew each time: another layer may have put another endpoint in place meanwhile.
@@ -147,15 +194,14 @@ int32_t pldm_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_c
     if (ctx->mctp == nullptr || ctx->mctp->xfer == nullptr || request_length < PLDM_HEADER_SIZE) {
         return -1;
     }
-    request[0] = static_cast<uint8_t>((request[0] & ~kInstanceIdMask) |
-                                      (ctx->instance_id & kInstanceIdMask));
-    const int limit = attempts_for(request[kPldmCommand]);
+    stamp_instance_id(*request, ctx->instance_id);
+    const int limit = attempts_for(PldmHeader::of({request, request_length}).command);
     for (int attempt = 0; attempt < limit; ++attempt) {
         mctp_ctx* mctp = ctx->mctp;
         if (mctp == nullptr || mctp->xfer == nullptr) {
             return -1;
         }
-        const uint8_t command = request[kPldmCommand];
+        const uint8_t command = PldmHeader::of({request, request_length}).command;
         ctx->last_command = command;
         const int32_t length =
             mctp->xfer(mctp, request_length, response_capacity, request, response);

@@ -5,15 +5,29 @@
 
 #include <sideband/pldm.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
+#include "common/wire.h"
+
 namespace sideband {
 
-/// Offsets in a PLDM message (DSP0240, table 1).
-inline constexpr size_t kPldmCommand = 2;
-inline constexpr size_t kPldmCompletionCode = 3;
+/// The header of a message (DSP0240, table 1), and the completion code behind that of a response.
+struct PldmHeader {
+    bool request = false;  ///< Rq
+    uint8_t instance_id = 0;
+    uint8_t type = 0;
+    uint8_t command = 0;
+    uint8_t completion = 0;
+
+    /// Reads the header of a message; what the message is too short for is 0.
+    static PldmHeader of(std::span<const uint8_t> message);
+
+    /// Writes the header, without the completion code.
+    void write_to(WireWriter& writer) const;
+};
 
 /// TransferOperationFlag and TransferFlag of what comes or goes in parts, the same in DSP0240,
 /// DSP0248, DSP0257 and DSP0267.
@@ -31,28 +45,62 @@ inline bool is_last_part(uint8_t transfer_flag) {
     return transfer_flag == kTransferEnd || transfer_flag == kTransferStartAndEnd;
 }
 
-/// Calls the context's transfer_op. The context must have one.
-/// @return its result
-int32_t pldm_exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8_t> response);
+/// A request: a header, and what is written into its fields.
+class PldmRequest {
+public:
+    PldmRequest(uint8_t type, uint8_t command);
+    PldmRequest(const PldmRequest&) = delete;
+    PldmRequest& operator=(const PldmRequest&) = delete;
+
+    /// Adds type, length and characters of a string.
+    void add_string(uint8_t type, uint8_t length, const char* characters);
+
+    /// Drops the fields. The header stays as the last exchange has left it.
+    WireWriter& clear_fields();
+
+    /// The request as far as it is written.
+    std::span<uint8_t> bytes() { return std::span(room_).first(fields.written()); }
+
+    WireWriter fields{room_};  ///< stands behind what has been written
+
+private:
+    /// The longest request is UpdateComponent with the longest string (DSP0267).
+    std::array<uint8_t, 22 + 255> room_;
+};
+
+/// What came back.
+struct PldmAnswer {
+    int32_t result = -1;        ///< of transfer_op
+    int32_t length = 0;         ///< response_length as transfer_op has left it
+    bool length_known = false;  ///< false: an operation that does not know it has left the capacity
+    PldmHeader header;          ///< zeros if none came
+    WireReader body{{}};        ///< what is behind the completion code, as far as it came
+};
 
 /// Whether commands can be sent over the context.
 inline bool can_exchange(const pldm_ctx* ctx) {
     return ctx != nullptr && ctx->transfer_op != nullptr;
 }
 
-/// Whether the last response had at least length bytes. transfer_op tells success, not length.
-bool pldm_response_has(const pldm_ctx& ctx, size_t length);
+/// Calls the context's transfer_op. The context must have one.
+/// @param room  for the response; all of it is offered to the operation
+PldmAnswer exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8_t> room);
 
-/// Whether the length of the last response is known to go beyond this one. An operation other than
-/// pldm_transfer that has left it at the capacity knows nothing.
-/// @param capacity  room for the response
-bool pldm_response_exceeds(const pldm_ctx& ctx, size_t length, size_t capacity);
+inline PldmAnswer exchange(pldm_ctx& ctx, PldmRequest& request, std::span<uint8_t> room) {
+    return exchange(ctx, request.bytes(), room);
+}
 
-/// Reports that the last response is too short. @return -1
-int32_t too_short(const pldm_ctx& ctx, const char* function);
+/// Tells how a command has ended whose answer has been read, and reports an answer that was too
+/// short for that. transfer_op tells success, not length.
+/// @param function  the exported function, for the report
+/// @return 0; the negative result of transfer_op; -1 if the answer was too short
+int32_t finish(const PldmAnswer& answer, const char* function);
 
 /// Prints a line to standard output.
 void print_line(const char* text);
+
+/// Prints bytes to standard output as dump_packet() does.
+void print_bytes(std::span<const uint8_t> bytes);
 
 }  // namespace sideband
 

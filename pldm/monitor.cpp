@@ -12,7 +12,6 @@
 #include "common/memory.h"
 #include "common/wire.h"
 #include "pldm/message.h"
-#include "pldm/monitor.h"
 
 using namespace sideband;
 
@@ -32,11 +31,6 @@ constexpr uint8_t kEventGenerationNotSupported = 0x82;
 /// Deliberately not per sensor.
 int not_enabled_readings;
 constexpr int kNotEnabledReadingsMax = 10;
-
-/// Starts a request: header, command, sensor ID. The writer stands behind them.
-WireWriter start_request(std::span<uint8_t> request, Command command, uint16_t sensor_id) {
-    return monitor_request(request, command).le16(sensor_id);
-}
 
 constexpr const char* kRequestEnd = "===================================";
 constexpr const char* kResponseEnd = "====================================";
@@ -72,50 +66,31 @@ bool count_reading(uint8_t operational_state) {
     return before < kNotEnabledReadingsMax;
 }
 
-/// GetStateSensorReadings: completion code, composite sensor count, then four bytes a sensor.
-constexpr size_t kStateFieldsOffset = 5;
+/// GetStateSensorReadings response: composite sensor count, then four bytes a sensor.
 constexpr size_t kStateResponseSize =
-    kStateFieldsOffset + PLDM_COMPOSITE_SENSORS_MAX * sizeof(pldm_state_reading);
+    PLDM_RESPONSE_HEADER_SIZE + 1 + PLDM_COMPOSITE_SENSORS_MAX * sizeof(pldm_state_reading);
 
-int32_t exchange_state_readings(pldm_ctx& ctx, uint16_t sensor_id, std::span<uint8_t> response) {
-    std::array<uint8_t, 7> request;
-    start_request(request, kGetStateSensorReadings, sensor_id).u8(0).u8(0);  // no rearm, reserved
-    return pldm_exchange(ctx, request, response);
+PldmAnswer exchange_state_readings(pldm_ctx& ctx, uint16_t sensor_id, std::span<uint8_t> room) {
+    PldmRequest request(PLDM_TYPE_MONITOR, kGetStateSensorReadings);
+    request.fields.le16(sensor_id).u8(0).u8(0);  // no rearm, reserved
+    return exchange(ctx, request, room);
 }
 
-pldm_state_reading state_field(std::span<const uint8_t> response, size_t index) {
-    WireReader reader(response);
-    reader.skip(kStateFieldsOffset + index * sizeof(pldm_state_reading));
-    pldm_state_reading reading{};
-    reading.sensor_operational_state = reader.u8();
-    reading.present_state = reader.u8();
-    reading.previous_state = reader.u8();
-    reading.event_state = reader.u8();
+pldm_state_reading read_state(WireReader& body) {
+    pldm_state_reading reading;
+    reading.sensor_operational_state = body.u8();
+    reading.present_state = body.u8();
+    reading.previous_state = body.u8();
+    reading.event_state = body.u8();
     return reading;
 }
 
-/// Fields that the answer claims and a response has room for.
-size_t claimed_fields(std::span<const uint8_t> response) {
-    return std::min<size_t>(response[kStateFieldsOffset - 1], PLDM_COMPOSITE_SENSORS_MAX);
-}
-
-bool has_field(const pldm_ctx& ctx, size_t index) {
-    return pldm_response_has(ctx, kStateFieldsOffset + (index + 1) * sizeof(pldm_state_reading));
+/// How many readings are looked at of those that an answer claims to have.
+unsigned readings_among(uint8_t claimed) {
+    return std::min<unsigned>(claimed, PLDM_COMPOSITE_SENSORS_MAX);
 }
 
 }  // namespace
-
-namespace sideband {
-
-WireWriter monitor_request(std::span<uint8_t> request, uint8_t command) {
-    pldm_monitor_request_init(request.data());
-    request[kPldmCommand] = command;
-    WireWriter writer(request);
-    writer.skip(PLDM_HEADER_SIZE);
-    return writer;
-}
-
-}  // namespace sideband
 
 void dump_packet(const uint8_t* buffer, int32_t length) {
     if (buffer == nullptr) {
@@ -135,57 +110,53 @@ int32_t pldm_set_numeric_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_
     if (!can_exchange(ctx)) {
         return PLDM_ERROR_ARGUMENT;
     }
-    std::array<uint8_t, 7> request;
-    std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE> response{};
-    start_request(request, kSetNumericSensorEnable, sensor_id)
-        .u8(operational_state)
-        .u8(event_enable);
+    PldmRequest request(PLDM_TYPE_MONITOR, kSetNumericSensorEnable);
+    request.fields.le16(sensor_id).u8(operational_state).u8(event_enable);
+    std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE> room{};
     print_line("====== set numeric sensor enable Req =====");
     print_line(kRequestEnd);
-    const int32_t result = pldm_exchange(*ctx, request, response);
-    if (result < 0) {
-        return result;
+    const PldmAnswer answer = exchange(*ctx, request, room);
+    if (answer.result < 0) {
+        return answer.result;
     }
     print_line("====== set numeric sensor enable Resp =====");
     print_line(kResponseEnd);
-    if (response[kPldmCompletionCode] != PLDM_CC_SUCCESS) {
-        return result;
+    if (answer.header.completion != PLDM_CC_SUCCESS) {
+        return answer.result;
     }
     print_line("pldm set numeric sensor enable success");
     return 0;
 }
 
 int32_t pldm_get_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, uint32_t* reading) {
-    constexpr size_t kReadingOffset = 10;
     if (!can_exchange(ctx) || reading == nullptr) {
         return PLDM_ERROR_ARGUMENT;
     }
-    std::array<uint8_t, 6> request;
-    std::array<uint8_t, 14> response{};
-    start_request(request, kGetSensorReading, sensor_id).u8(0);  // no rearm
+    PldmRequest request(PLDM_TYPE_MONITOR, kGetSensorReading);
+    request.fields.le16(sensor_id).u8(0);  // no rearm
+    std::array<uint8_t, 14> room{};
     print_line("====== get Sensor reading Req =====");
-    dump_packet(request.data(), static_cast<int32_t>(request.size()));
+    print_bytes(request.bytes());
     print_line(kRequestEnd);
-    const int32_t result = pldm_exchange(*ctx, request, response);
-    if (result < 0) {
-        return result;
+    PldmAnswer answer = exchange(*ctx, request, room);
+    if (answer.result < 0) {
+        return answer.result;
     }
     print_line("====== get Sensor reading Resp =====");
-    dump_packet(response.data(), static_cast<int32_t>(response.size()));
+    print_bytes(room);
     print_line(kResponseEnd);
 
-    WireReader reader(response);
-    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
-    const uint8_t data_size = reader.u8();
-    const uint8_t operational_state = reader.u8();
-    reader.skip(4);  // event message enable, present, previous and event state
-    if (!pldm_response_has(*ctx, kReadingOffset + reading_width(data_size))) {
-        return too_short(*ctx, "pldm_get_sensor_reading");
-    }
-    if (!count_reading(operational_state)) {
+    const uint8_t data_size = answer.body.u8();
+    const uint8_t operational_state = answer.body.u8();
+    answer.body.skip(4);  // event message enable, present, previous and event state
+    // What comes behind a narrow reading is a part of the result, what does not come is 0.
+    std::array<uint8_t, sizeof *reading> bytes{};
+    WireWriter(bytes).bytes(answer.body.rest());
+    answer.body.skip(reading_width(data_size));
+    if (finish(answer, "pldm_get_sensor_reading") < 0 || !count_reading(operational_state)) {
         return -1;
     }
-    *reading = reader.le32();
+    *reading = WireReader(bytes).le32();
     return 0;
 }
 
@@ -197,31 +168,33 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
     const size_t length = (size_t{count} + 3) * 2;
     console_log("pldm_set_state_sensor_enable req_len =%d\n", static_cast<int>(length));
     // Deliberately never released: a transfer operation may hold on to the request.
-    uint8_t* request = allocate_bytes(length).release();
-    if (request == nullptr) {
+    uint8_t* block = allocate_bytes(length).release();
+    if (block == nullptr) {
         return PLDM_ERROR_ARGUMENT;
     }
-    WireWriter writer =
-        start_request({request, length}, kSetStateSensorEnables, sensor_id).u8(count);
     if (count > PLDM_COMPOSITE_SENSORS_MAX) {
         console_log("invaild stats count: %d\n", count);
         return -1;
     }
+    PldmRequest request(PLDM_TYPE_MONITOR, kSetStateSensorEnables);
+    request.fields.le16(sensor_id).u8(count);
     for (unsigned i = 0; i < count; ++i) {
-        writer.u8(operational_state).u8(event_enable);
+        request.fields.u8(operational_state).u8(event_enable);
     }
+    const std::span<uint8_t> kept(block, length);
+    WireWriter(kept).bytes(request.bytes());
     std::printf("====== set state sensor enable Req: len %d=====\n", static_cast<int>(length));
-    dump_packet(request, static_cast<int32_t>(length));
+    print_bytes(kept);
     print_line(kRequestEnd);
-    std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE> response{};
-    const int32_t result = pldm_exchange(*ctx, {request, length}, response);
-    if (result < 0) {
-        return result;
+    std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE> room{};
+    const PldmAnswer answer = exchange(*ctx, kept, room);
+    if (answer.result < 0) {
+        return answer.result;
     }
     print_line("====== set state sensor enable Resp =====");
-    dump_packet(response.data(), static_cast<int32_t>(response.size()));
+    print_bytes(room);
     print_line(kResponseEnd);
-    switch (response[kPldmCompletionCode]) {
+    switch (answer.header.completion) {
         case PLDM_CC_SUCCESS:
             console_log("pldm set state sensor enable success\n");
             return 0;
@@ -234,11 +207,12 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
                 "PLDM_MONITOR_EVENT_GENERATION_NOT_SUPPORTED\n");
             return -1;
         default:
-            return result;
+            return answer.result;
     }
 }
 
 int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, pldm_state_reading* out) {
+    constexpr const char* kFunction = "pldm_get_state_sensor_reading";
     if (out == nullptr || !can_exchange(ctx)) {
         return -1;
     }
@@ -246,32 +220,32 @@ int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, pldm_st
     if (room == nullptr) {
         return -1;
     }
-    const std::span<uint8_t> response(room.get(), kStateResponseSize);
     print_line("====== get State reading Req =====");
     print_line(kRequestEnd);
-    const int32_t result = exchange_state_readings(*ctx, sensor_id, response);
-    if (result != 0) {
-        return result;
+    PldmAnswer answer = exchange_state_readings(*ctx, sensor_id, {room.get(), kStateResponseSize});
+    if (answer.result != 0) {
+        return answer.result;
     }
-    if (!pldm_response_has(*ctx, kStateFieldsOffset)) {
-        return too_short(*ctx, "pldm_get_state_sensor_reading");
+    const uint8_t count = answer.body.u8();
+    if (finish(answer, kFunction) < 0) {
+        return -1;
     }
     print_line("====== get State reading Resp =====");
     print_line(kResponseEnd);
-    std::printf("compositeSensorCount = %d\n", response[kStateFieldsOffset - 1]);
-    for (size_t i = 0; i < claimed_fields(response); ++i) {
-        if (!has_field(*ctx, i)) {
-            return too_short(*ctx, "pldm_get_state_sensor_reading");
+    std::printf("compositeSensorCount = %d\n", count);
+    for (unsigned left = readings_among(count); left > 0; --left) {
+        const pldm_state_reading reading = read_state(answer.body);
+        if (finish(answer, kFunction) < 0) {
+            return -1;
         }
-        const pldm_state_reading field = state_field(response, i);
-        if (field.sensor_operational_state == PLDM_SENSOR_ENABLED) {
-            out->present_state = field.present_state;
-            out->previous_state = field.previous_state;
-            out->event_state = field.event_state;
-            break;
+        if (reading.sensor_operational_state == PLDM_SENSOR_ENABLED) {
+            out->present_state = reading.present_state;
+            out->previous_state = reading.previous_state;
+            out->event_state = reading.event_state;
+            return 0;
         }
     }
-    return result;
+    return 0;
 }
 
 int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx, uint16_t sensor_id,
@@ -289,19 +263,19 @@ int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx, uint16_t sensor
         debug_log("%s, malloc() fail\n", kFunction);
         return PLDM_ERROR_ARGUMENT;
     }
-    const std::span<uint8_t> response(room.get(), kStateResponseSize);
-    const int32_t result = exchange_state_readings(*ctx, sensor_id, response);
-    if (result < 0) {
-        debug_log("%s, transfer() fail (%d)\n", kFunction, result);
-        return result;
+    PldmAnswer answer = exchange_state_readings(*ctx, sensor_id, {room.get(), kStateResponseSize});
+    if (answer.result < 0) {
+        debug_log("%s, transfer() fail (%d)\n", kFunction, answer.result);
+        return answer.result;
     }
-    if (index >= claimed_fields(response) || !has_field(*ctx, index)) {
+    const unsigned count = readings_among(answer.body.u8());
+    answer.body.skip(index * sizeof(pldm_state_reading));
+    const pldm_state_reading reading = read_state(answer.body);
+    // Quietly: an answer that ends in front of the reading does not have it.
+    if (index >= count || !answer.body.ok() ||
+        reading.sensor_operational_state != PLDM_SENSOR_ENABLED) {
         return PLDM_SENSOR_NOT_FOUND;
     }
-    const pldm_state_reading field = state_field(response, index);
-    if (field.sensor_operational_state != PLDM_SENSOR_ENABLED) {
-        return PLDM_SENSOR_NOT_FOUND;
-    }
-    *out = field;
-    return response[kPldmCompletionCode];
+    *out = reading;
+    return answer.header.completion;
 }

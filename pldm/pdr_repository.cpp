@@ -10,7 +10,6 @@
 #include "common/memory.h"
 #include "common/wire.h"
 #include "pldm/message.h"
-#include "pldm/monitor.h"
 #include "pldm/pdr.h"
 
 using namespace sideband;
@@ -22,8 +21,9 @@ enum Command : uint8_t {
     kGetPdr = 0x51,
 };
 
+constexpr const char* kReader = "pldm_get_pdr";
 constexpr int kPartsMax = 7;
-constexpr size_t kPartDataOffset = 15;
+constexpr size_t kPartDataOffset = PLDM_RESPONSE_HEADER_SIZE + 11;
 constexpr size_t kPartResponseSize = kPartDataOffset + PLDM_PDR_PART_SIZE;
 
 /// What a request for a part needs to know of the part before.
@@ -37,10 +37,15 @@ struct Position {
 struct Part {
     uint32_t next_record;
     uint32_t next_transfer;
-    uint8_t flag;
+    bool is_last;
     uint16_t count;
 
-    bool is_last() const { return is_last_part(flag); }
+    explicit Part(WireReader& body) {
+        next_record = body.le32();
+        next_transfer = body.le32();
+        is_last = is_last_part(body.u8());
+        count = body.le16();
+    }
 };
 
 /// Reports a completion code that the transfer operation has passed through. @return the code
@@ -57,46 +62,38 @@ int32_t refused(uint8_t code) {
     if (code >= kFirst && code - kFirst < static_cast<int>(std::size(kNames))) {
         debug_log("%s\n", kNames[code - kFirst]);
     } else {
-        debug_log("%s, rc=%d\n", "pldm_get_pdr", code);
+        debug_log("%s, rc=%d\n", kReader, code);
     }
     return code;
 }
 
 /// One pass of GetPDR.
-/// @return 0, a negative result or a completion code
-int32_t get_part(pldm_ctx& ctx, uint32_t record_handle, const Position& at,
-                 std::span<uint8_t> response, Part& part) {
-    std::array<uint8_t, 16> request;
-    monitor_request(request, kGetPdr)
-        .le32(record_handle)
+PldmAnswer exchange_part(pldm_ctx& ctx, uint32_t record_handle, const Position& at,
+                         std::span<uint8_t> room) {
+    PldmRequest request(PLDM_TYPE_MONITOR, kGetPdr);
+    request.fields.le32(record_handle)
         .le32(at.transfer_handle)
         .u8(at.operation)
         .le16(PLDM_PDR_PART_SIZE)
         .le16(at.change_number);
-    std::memset(response.data(), 0, response.size());
-    const int32_t result = pldm_exchange(ctx, request, response);
-    if (result < 0) {
-        debug_log("%s, rc=%d\n", "pldm_get_pdr", result);
-        return result;
-    }
-    if (response[kPldmCompletionCode] != PLDM_CC_SUCCESS) {
-        return refused(response[kPldmCompletionCode]);
-    }
-    if (!pldm_response_has(ctx, kPartDataOffset)) {
-        return too_short(ctx, "pldm_get_pdr");
-    }
-    WireReader reader(response);
-    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
-    part.next_record = reader.le32();
-    part.next_transfer = reader.le32();
-    part.flag = reader.u8();
-    part.count = reader.le16();
-    return 0;
+    std::memset(room.data(), 0, room.size());
+    return exchange(ctx, request, room);
 }
 
-/// recordChangeNumber of the common header, with which the first part's data begin.
-uint16_t change_number(std::span<const uint8_t> response) {
-    WireReader reader(response.subspan(kPartDataOffset));
+/// @return 0, a negative result or a completion code
+int32_t judge(const PldmAnswer& answer) {
+    if (answer.result < 0) {
+        debug_log("%s, rc=%d\n", kReader, answer.result);
+        return answer.result;
+    }
+    return answer.header.completion == PLDM_CC_SUCCESS ? 0 : refused(answer.header.completion);
+}
+
+/// recordChangeNumber of the common header, with which the first part's data begin. Zeros stand for
+/// what did not come of it.
+/// @param room  of the first part
+uint16_t change_number(std::span<const uint8_t> room) {
+    WireReader reader(room.subspan(kPartDataOffset));
     reader.skip(offsetof(pldm_pdr_header, record_change_number));
     return reader.le16();
 }
@@ -122,10 +119,14 @@ int32_t read_record(pldm_ctx& ctx, uint32_t& handle, const PartRoom& room, Recor
     const std::span<uint8_t> response(room.get(), kPartResponseSize);
     Position at;
     for (int pass = 0; pass < kPartsMax; ++pass) {
-        Part part{};
-        const int32_t result = get_part(ctx, handle, at, response, part);
+        PldmAnswer answer = exchange_part(ctx, handle, at, response);
+        const int32_t result = judge(answer);
         if (result != 0) {
             return result;
+        }
+        const Part part(answer.body);
+        if (finish(answer, kReader) < 0) {
+            return -1;
         }
         if (pass == 0) {
             at.change_number = change_number(response);
@@ -135,12 +136,12 @@ int32_t read_record(pldm_ctx& ctx, uint32_t& handle, const PartRoom& room, Recor
         if (part.count > PLDM_PDR_PART_SIZE || part.count > rest.size()) {
             return 0;
         }
-        if (!pldm_response_has(ctx, kPartDataOffset + part.count)) {
-            return too_short(ctx, "pldm_get_pdr");
+        WireWriter(rest).bytes(answer.body.bytes(part.count));
+        if (finish(answer, kReader) < 0) {
+            return -1;
         }
-        std::memcpy(rest.data(), response.data() + kPartDataOffset, part.count);
         record.received += part.count;
-        if (part.is_last()) {
+        if (part.is_last) {
             handle = part.next_record;
             record.whole = true;
             return 0;
@@ -156,34 +157,31 @@ int32_t read_record(pldm_ctx& ctx, uint32_t& handle, const PartRoom& room, Recor
 
 int32_t pldm_get_pdr_repository_info(pldm_ctx* ctx, uint32_t* record_count) {
     constexpr const char* kFunction = "pldm_get_pdr_repository_info";
-    constexpr size_t kRecordCountOffset = 31;
     if (!can_exchange(ctx) || record_count == nullptr) {
         return PLDM_ERROR_ARGUMENT;
     }
-    std::array<uint8_t, PLDM_HEADER_SIZE> request;
-    std::array<uint8_t, 44> response{};
-    monitor_request(request, kGetPdrRepositoryInfo);
+    PldmRequest request(PLDM_TYPE_MONITOR, kGetPdrRepositoryInfo);
+    std::array<uint8_t, 44> room{};
     print_line("====== get pdr repo Req =====");
-    dump_packet(request.data(), static_cast<int32_t>(request.size()));
+    print_bytes(request.bytes());
     print_line("=============================");
-    const int32_t result = pldm_exchange(*ctx, request, response);
-    if (result < 0) {
+    PldmAnswer answer = exchange(*ctx, request, room);
+    if (answer.result < 0) {
         debug_log("%s, PLDM_MONITOR_GET_PDR_REPOSITORY_INFO fail\n", kFunction);
-        return result;
+        return answer.result;
     }
-    if (response[kPldmCompletionCode] != PLDM_CC_SUCCESS) {
-        return response[kPldmCompletionCode];
+    if (answer.header.completion != PLDM_CC_SUCCESS) {
+        return answer.header.completion;
     }
-    // What follows the count is not needed.
-    if (!pldm_response_has(*ctx, kRecordCountOffset + sizeof *record_count)) {
-        return too_short(*ctx, kFunction);
+    answer.body.skip(27);                       // state, times of update
+    const uint32_t count = answer.body.le32();  // what is behind it is not needed
+    if (finish(answer, kFunction) < 0) {
+        return -1;
     }
-    WireReader reader(response);
-    reader.skip(kRecordCountOffset);
-    *record_count = reader.le32();
-    std::printf("record_count = %d\n", static_cast<int>(*record_count));
+    *record_count = count;
+    std::printf("record_count = %d\n", static_cast<int>(count));
     print_line("====== get pdr repo Resp =====");
-    dump_packet(response.data(), static_cast<int32_t>(response.size()));
+    print_bytes(room);
     print_line("==============================");
     return 0;
 }

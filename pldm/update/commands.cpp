@@ -18,7 +18,6 @@ namespace {
 
 // ---- RequestUpdate ----
 
-constexpr size_t kRequestUpdateSize = 14;
 constexpr uint8_t kOutstandingTransferRequests = 1;
 
 void warn_of_record(unsigned index, const pldm_device_record& record) {
@@ -29,28 +28,27 @@ void warn_of_record(unsigned index, const pldm_device_record& record) {
                 Printable(record.image_version_string).text());
 }
 
-int32_t exchange_request_update(pldm_fw_update_ctx& ctx, const pldm_device_record& record,
-                                std::span<uint8_t> response) {
-    StringRequest<kRequestUpdateSize> room;
-    WireWriter writer = start_fw_request(room, kRequestUpdate);
-    writer.le32(ctx.max_transfer_size)
+PldmAnswer exchange_request_update(pldm_fw_update_ctx& ctx, const pldm_device_record& record,
+                                   std::span<uint8_t> room) {
+    PldmRequest request(PLDM_TYPE_FW_UPDATE, kRequestUpdate);
+    request.fields.le32(ctx.max_transfer_size)
         .le16(ctx.component_num)
         .u8(kOutstandingTransferRequests)
         .le16(ctx.package_data_len);
-    const std::span<uint8_t> request =
-        add_string(room, writer, record.component_image_set_ver_string_type,
-                   record.component_image_set_ver_string_len, record.image_version_string);
-    return pldm_exchange(ctx.pldm, request, response);
+    request.add_string(record.component_image_set_ver_string_type,
+                       record.component_image_set_ver_string_len, record.image_version_string);
+    return exchange(ctx.pldm, request, room);
 }
 
-int32_t start_update(pldm_fw_update_ctx& ctx, std::span<const uint8_t> response) {
-    if (!pldm_response_has(ctx.pldm, response.size())) {
-        return too_short(ctx.pldm, "pldm_request_firmware_update");
+int32_t start_update(pldm_fw_update_ctx& ctx, PldmAnswer& answer) {
+    const uint16_t metadata_length = answer.body.le16();
+    const uint8_t will_ask_for_package_data = answer.body.u8();
+    const int32_t result = finish(answer, "pldm_request_firmware_update");
+    if (result < 0) {
+        return result;
     }
-    WireReader reader(response);
-    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
-    ctx.fd_metadata_len = reader.le16();
-    ctx.fd_will_send_pkg_data = reader.u8();
+    ctx.fd_metadata_len = metadata_length;
+    ctx.fd_will_send_pkg_data = will_ask_for_package_data;
     ctx.state = kStateLearnComponents;
     fw_update_state_fn(&ctx);
     return 0;
@@ -58,13 +56,14 @@ int32_t start_update(pldm_fw_update_ctx& ctx, std::span<const uint8_t> response)
 
 // ---- GetDeviceMetaData ----
 
-constexpr size_t kMetaDataHeaderSize = 9;
+/// GetDeviceMetaData response in front of its data.
+constexpr size_t kMetaDataHeaderSize = PLDM_RESPONSE_HEADER_SIZE + 5;
 
-int32_t exchange_multipart(pldm_fw_update_ctx& ctx, FwCommand command, uint32_t handle,
-                           uint8_t operation, std::span<uint8_t> response) {
-    std::array<uint8_t, 8> request;
-    start_fw_request(request, command).le32(handle).u8(operation);
-    return pldm_exchange(ctx.pldm, request, response);
+PldmAnswer exchange_multipart(pldm_fw_update_ctx& ctx, FwCommand command, uint32_t handle,
+                              uint8_t operation, std::span<uint8_t> room) {
+    PldmRequest request(PLDM_TYPE_FW_UPDATE, command);
+    request.fields.le32(handle).u8(operation);
+    return exchange(ctx.pldm, request, room);
 }
 
 bool ends_metadata(uint8_t completion) {
@@ -84,29 +83,23 @@ bool ends_metadata(uint8_t completion) {
 /// @param handle  of this part; receives that of the next one
 /// @return whether there is a next one
 bool get_metadata_part(pldm_fw_update_ctx& ctx, uint32_t& handle, uint8_t operation,
-                       std::span<uint8_t> response) {
-    std::memset(response.data(), 0, response.size());
-    const int32_t result = exchange_multipart(ctx, kGetDeviceMetaData, handle, operation, response);
-    if (ends_metadata(fw_completion(ctx, response)) || result < 0) {
+                       std::span<uint8_t> room) {
+    std::memset(room.data(), 0, room.size());
+    PldmAnswer answer = exchange_multipart(ctx, kGetDeviceMetaData, handle, operation, room);
+    if (ends_metadata(answer.header.completion)) {
         return false;
     }
-    if (!pldm_response_has(ctx.pldm, kMetaDataHeaderSize)) {
-        too_short(ctx.pldm, "pldm_get_device_metadata");
-        return false;
-    }
-    WireReader reader(response);
-    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
-    handle = reader.le32();
-    return !is_last_part(reader.u8());
+    handle = answer.body.le32();
+    const bool last = is_last_part(answer.body.u8());
+    return finish(answer, "pldm_get_device_metadata") == 0 && !last;
 }
 
 // ---- UpdateComponent ----
 
-constexpr size_t kUpdateComponentSize = 22;
 constexpr uint16_t kDefaultDataWait = 90;
 
-int32_t exchange_update_component(pldm_fw_update_ctx& ctx, const pldm_update_component& element,
-                                  std::span<uint8_t> response) {
+PldmAnswer exchange_update_component(pldm_fw_update_ctx& ctx, const pldm_update_component& element,
+                                     std::span<uint8_t> room) {
     constexpr uint8_t kForceUpdate = 1;
     const Component component(element.image);
     const auto index = static_cast<uint8_t>(element.classification_index);
@@ -119,34 +112,30 @@ int32_t exchange_update_component(pldm_fw_update_ctx& ctx, const pldm_update_com
         "component_comparison_stamp : %x,\ncomponent_size : %x,\n",
         component.classification, component.identifier, index, component.comparison_stamp,
         component.size);
-    StringRequest<kUpdateComponentSize> room;
-    WireWriter writer = start_fw_request(room, kUpdateComponent);
-    writer.le16(component.classification)
+    PldmRequest request(PLDM_TYPE_FW_UPDATE, kUpdateComponent);
+    request.fields.le16(component.classification)
         .le16(component.identifier)
         .u8(index)
         .le32(component.comparison_stamp)
         .le32(component.size)
         .le32(options);
-    const std::span<uint8_t> request = add_string(room, writer, component.version_type,
-                                                  component.version_length, component.version);
-    return pldm_exchange(ctx.pldm, request, response);
+    request.add_string(component.version_type, component.version_length, component.version);
+    return exchange(ctx.pldm, request, room);
 }
 
 /// Acts on what the device thinks of a component.
-int32_t judge_component(pldm_fw_update_ctx& ctx, unsigned index,
-                        std::span<const uint8_t> response) {
+int32_t judge_component(pldm_fw_update_ctx& ctx, unsigned index, PldmAnswer& answer) {
     constexpr uint8_t kCanBeUpdated = 0;
     constexpr uint8_t kWillNotBeUpdated = 1;
-    if (!pldm_response_has(ctx.pldm, response.size())) {
+    const uint8_t compatibility = answer.body.u8();
+    const uint8_t code = answer.body.u8();
+    answer.body.skip(4);  // update options that the device has enabled
+    const uint16_t wait = answer.body.le16();
+    const int32_t result = finish(answer, "pldm_update_component_table");
+    if (result < 0) {
         ctx.pldm.completion_code = PLDM_FW_MARK_UPDATE_COMPONENT;
-        return too_short(ctx.pldm, "pldm_update_component_table");
+        return result;
     }
-    WireReader reader(response);
-    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
-    const uint8_t compatibility = reader.u8();
-    const uint8_t code = reader.u8();
-    reader.skip(4);  // update options that the device has enabled
-    const uint16_t wait = reader.le16();
     if (compatibility == kCanBeUpdated) {
         ctx.req_fw_data_wait = wait != 0 ? wait : kDefaultDataWait;
         ctx.state = kStateDownload;
@@ -191,17 +180,17 @@ bool refuses_activation(uint8_t completion) {
 // ---- CancelUpdateComponent, CancelUpdate ----
 
 /// Sends a cancel command until the device is not busy in background, three times at most.
-int32_t cancel(pldm_fw_update_ctx& ctx, FwCommand command, std::span<uint8_t> response) {
+int32_t cancel(pldm_fw_update_ctx& ctx, FwCommand command, std::span<uint8_t> room) {
     constexpr int kAttempts = 3;
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
-        std::memset(response.data(), 0, response.size());
-        const int32_t result = exchange_fw_command(ctx, command, response);
-        const uint8_t completion = fw_completion(ctx, response);
-        if (completion == kNotInUpdateMode) {
+        std::memset(room.data(), 0, room.size());
+        PldmRequest request(PLDM_TYPE_FW_UPDATE, command);
+        const PldmAnswer answer = exchange(ctx.pldm, request, room);
+        if (answer.header.completion == kNotInUpdateMode) {
             return -1;
         }
-        if (completion != kBusyInBackground) {
-            return result;
+        if (answer.header.completion != kBusyInBackground) {
+            return answer.result;
         }
         if (attempt < kAttempts) {
             sleep_us(kFwPauseUs);
@@ -213,8 +202,8 @@ int32_t cancel(pldm_fw_update_ctx& ctx, FwCommand command, std::span<uint8_t> re
 }  // namespace
 
 int32_t sideband::exchange_cancel_component(pldm_fw_update_ctx& ctx) {
-    std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE> response;
-    return cancel(ctx, kCancelUpdateComponent, response);
+    std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE> room;
+    return cancel(ctx, kCancelUpdateComponent, room);
 }
 
 void sideband::skip_component(pldm_fw_update_ctx& ctx) {
@@ -238,9 +227,9 @@ int32_t pldm_request_firmware_update(pldm_fw_update_ctx* ctx) {
         // Deployed consoles show this for every record but the first, right or wrong.
         warn_of_record(ctx->record_index, record);
     }
-    std::array<uint8_t, 7> response{};
-    const int32_t result = exchange_request_update(*ctx, record, response);
-    switch (fw_completion(*ctx, response)) {
+    std::array<uint8_t, 7> room{};
+    PldmAnswer answer = exchange_request_update(*ctx, record, room);
+    switch (answer.header.completion) {
         case kAlreadyInUpdateMode:
             print_line("in update mode!");
             pldm_cancel_update(ctx);
@@ -254,7 +243,7 @@ int32_t pldm_request_firmware_update(pldm_fw_update_ctx* ctx) {
             fw_update_state_fn(ctx);
             return 0;
         default:
-            return result < 0 ? result : start_update(*ctx, response);
+            return start_update(*ctx, answer);
     }
 }
 
@@ -264,14 +253,14 @@ int32_t pldm_get_device_metadata(pldm_fw_update_ctx* ctx, uint16_t len) {
         return -1;
     }
     const size_t size = kMetaDataHeaderSize + len;
-    const auto response = allocate_bytes(size);
-    if (response == nullptr) {
+    const auto room = allocate_bytes(size);
+    if (room == nullptr) {
         return -1;
     }
     uint32_t handle = 0;
     uint8_t operation = kGetFirstPart;
     for (int round = 0; round < kRoundsMax; ++round) {
-        if (!get_metadata_part(*ctx, handle, operation, {response.get(), size})) {
+        if (!get_metadata_part(*ctx, handle, operation, {room.get(), size})) {
             return 0;
         }
         operation = kGetNextPart;
@@ -289,24 +278,17 @@ int32_t pldm_update_component_table(pldm_fw_update_ctx* ctx, uint8_t index) {
         debug_log("%s, no component %d\n", "pldm_update_component_table", index);
         return -1;
     }
-    std::array<uint8_t, 12> response{};
-    const int32_t result = exchange_update_component(*ctx, *element, response);
-    if (fw_completion(*ctx, response) == kNotInUpdateMode) {
-        return -1;
-    }
-    if (result < 0) {
-        ctx->pldm.completion_code = PLDM_FW_MARK_UPDATE_COMPONENT;
-        return result;
-    }
-    return judge_component(*ctx, index, response);
+    std::array<uint8_t, 12> room{};
+    PldmAnswer answer = exchange_update_component(*ctx, *element, room);
+    return answer.header.completion == kNotInUpdateMode ? -1 : judge_component(*ctx, index, answer);
 }
 
 int32_t pldm_get_meta_data(pldm_fw_update_ctx* ctx, uint8_t* buf, uint16_t len) {
     if (!can_exchange(ctx) || buf == nullptr) {
         return -1;
     }
-    const int32_t result = exchange_multipart(*ctx, kGetMetaData, 0, kGetNextPart, {buf, len});
-    return std::min(result, 0);
+    const PldmAnswer answer = exchange_multipart(*ctx, kGetMetaData, 0, kGetNextPart, {buf, len});
+    return std::min(answer.result, 0);
 }
 
 int32_t pldm_activate_firmware(pldm_fw_update_ctx* ctx) {
@@ -321,49 +303,42 @@ int32_t pldm_activate_firmware(pldm_fw_update_ctx* ctx) {
         debug_log("%s, no component\n", "pldm_activate_firmware");
         return -1;
     }
-    std::array<uint8_t, 4> request;
-    std::array<uint8_t, 6> response{};
-    start_fw_request(request, kActivateFirmware)
-        .u8(Component(element->image).activation_method & kSelfContained);
-    const int32_t result = pldm_exchange(ctx->pldm, request, response);
-    const uint8_t completion = fw_completion(*ctx, response);
+    PldmRequest request(PLDM_TYPE_FW_UPDATE, kActivateFirmware);
+    request.fields.u8(Component(element->image).activation_method & kSelfContained);
+    std::array<uint8_t, 6> room{};
+    PldmAnswer answer = exchange(ctx->pldm, request, room);
+    const uint8_t completion = answer.header.completion;
     std::printf("activate fw completion code: %x\n", completion);
     if (refuses_activation(completion)) {
         return -1;
     }
-    if (result < 0) {
-        return result;
+    const uint16_t activation_time = answer.body.le16();
+    const int32_t result = finish(answer, "pldm_activate_firmware");
+    if (result == 0) {
+        std::printf("activation time: %x\n", activation_time);
     }
-    if (!pldm_response_has(ctx->pldm, response.size())) {
-        return too_short(ctx->pldm, "pldm_activate_firmware");
-    }
-    WireReader reader(response);
-    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
-    std::printf("activation time: %x\n", reader.le16());
-    return 0;
+    return result;
 }
 
 int32_t pldm_get_status(pldm_fw_update_ctx* ctx) {
     if (!can_exchange(ctx)) {
         return -1;
     }
-    std::array<uint8_t, 14> response{};
-    const int32_t result = exchange_fw_command(*ctx, kGetStatus, response);
+    PldmRequest request(PLDM_TYPE_FW_UPDATE, kGetStatus);
+    std::array<uint8_t, 14> room{};
+    PldmAnswer answer = exchange(ctx->pldm, request, room);
+    WireReader fields(answer.body.bytes(room.size() - PLDM_RESPONSE_HEADER_SIZE));
+    const int32_t result = finish(answer, "pldm_get_status");
     if (result < 0) {
         return result;
     }
-    if (!pldm_response_has(ctx->pldm, response.size())) {
-        return too_short(ctx->pldm, "pldm_get_status");
-    }
-    WireReader reader(response);
-    reader.skip(PLDM_RESPONSE_HEADER_SIZE);
-    std::printf("state: %d\n", reader.u8());
-    std::printf("pre state: %d\n", reader.u8());
-    std::printf("aux state: %d\n", reader.u8());
-    std::printf("aux state status: %d\n", reader.u8());
-    std::printf("percentage: %d\n", reader.u8());
-    std::printf("reason_code : %d\n", reader.u8());
-    std::printf("update option flags %d\n", reader.u8());
+    std::printf("state: %d\n", fields.u8());
+    std::printf("pre state: %d\n", fields.u8());
+    std::printf("aux state: %d\n", fields.u8());
+    std::printf("aux state status: %d\n", fields.u8());
+    std::printf("percentage: %d\n", fields.u8());
+    std::printf("reason_code : %d\n", fields.u8());
+    std::printf("update option flags %d\n", fields.u8());
     return 0;
 }
 
@@ -383,8 +358,8 @@ int32_t pldm_cancel_update(pldm_fw_update_ctx* ctx) {
     if (!can_exchange(ctx)) {
         return -1;
     }
-    std::array<uint8_t, 13> response;
-    const int32_t result = cancel(*ctx, kCancelUpdate, response);
+    std::array<uint8_t, 13> room;
+    const int32_t result = cancel(*ctx, kCancelUpdate, room);
     if (result < 0) {
         return result;
     }

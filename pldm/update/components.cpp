@@ -71,31 +71,26 @@ void order(std::span<pldm_update_component> list) {
 
 // ---- PassComponentTable ----
 
-constexpr size_t kPassComponentSize = 15;
-
 /// @return whether the device has accepted the component
 bool pass_component(pldm_fw_update_ctx& ctx, const pldm_update_component& element, uint8_t flag) {
     const Component component(element.image);
-    StringRequest<kPassComponentSize> room;
-    std::array<uint8_t, 6> response{};
-    WireWriter writer = start_fw_request(room, kPassComponentTable);
-    writer.u8(flag)
+    PldmRequest request(PLDM_TYPE_FW_UPDATE, kPassComponentTable);
+    request.fields.u8(flag)
         .le16(component.classification)
         .le16(component.identifier)
         .u8(static_cast<uint8_t>(element.classification_index))
         .le32(component.comparison_stamp);
-    const int32_t result = pldm_exchange(ctx.pldm,
-                                         add_string(room, writer, component.version_type,
-                                                    component.version_length, component.version),
-                                         response);
-    if (fw_completion(ctx, response) == kNotInUpdateMode) {
+    request.add_string(component.version_type, component.version_length, component.version);
+    std::array<uint8_t, 6> room{};
+    const PldmAnswer answer = exchange(ctx.pldm, request, room);
+    if (answer.header.completion == kNotInUpdateMode) {
         return false;
     }
-    if (result < 0) {
+    if (answer.result < 0) {
         ctx.pldm.completion_code = PLDM_FW_MARK_PASS_COMPONENT_TABLE;
     }
     // What the device thinks of the component it says again in UpdateComponent, which counts.
-    return result != -1;
+    return answer.result != -1;
 }
 
 }  // namespace

@@ -14,10 +14,6 @@ using namespace sideband;
 
 namespace {
 
-/// QueryDeviceIdentifiers response: descriptor count and first descriptor.
-constexpr size_t kDescriptorCount = 8;
-constexpr size_t kFirstDescriptor = 9;
-
 typedef void (*Print)(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 
 void print_out(const char* format, ...) SIDEBAND_PRINTF(1, 2);
@@ -43,15 +39,13 @@ void show_descriptor(Print print, const Descriptor& descriptor) {
     show_value(print, descriptor);
 }
 
-void show_response(const uint8_t* response) {
-    size_t at = kFirstDescriptor;
-    for (unsigned left = response[kDescriptorCount]; left > 0; --left) {
-        if (at + PLDM_DESCRIPTOR_HEADER_SIZE > PLDM_FW_UPDATE_RESPONSE_SIZE) {
-            return;
-        }
-        const Descriptor descriptor(response + at);
-        at += descriptor.size();
-        if (at > PLDM_FW_UPDATE_RESPONSE_SIZE) {
+/// @param response  to QueryDeviceIdentifiers
+void show_response(std::span<const uint8_t> response) {
+    WireReader reader(response);
+    reader.skip(PLDM_RESPONSE_HEADER_SIZE + 4);  // and the bytes of all descriptors
+    for (unsigned left = reader.u8(); left > 0; --left) {
+        const Descriptor descriptor(reader);
+        if (!reader.ok()) {
             return;
         }
         show_descriptor(debug_log, descriptor);
@@ -89,9 +83,13 @@ const char* show_desc_id_string(uint16_t type) {
     }
 }
 
+void sideband::print(const Descriptor& descriptor) {
+    show_descriptor(print_out, descriptor);
+}
+
 int32_t pldm_parse_record_descriptors(const uint8_t* descriptor) {
     if (descriptor != nullptr) {
-        show_descriptor(print_out, Descriptor(descriptor));
+        print(Descriptor(descriptor));
     }
     return 0;
 }
@@ -111,17 +109,11 @@ void plds_show_descriptot(const uint8_t* package_descriptor, const uint8_t* devi
         show_value(debug_log, descriptor);
     }
     if (response != nullptr) {
-        show_response(response);
+        show_response({response, PLDM_FW_UPDATE_RESPONSE_SIZE});
     }
 }
 
-int32_t pldm_compare_descriptors(const uint8_t* package_descriptor,
-                                 const uint8_t* device_descriptor) {
-    if (package_descriptor == nullptr || device_descriptor == nullptr) {
-        return 1;
-    }
-    const Descriptor wanted(package_descriptor);
-    const Descriptor found(device_descriptor);
+int32_t sideband::compare(const Descriptor& wanted, const Descriptor& found) {
     if (wanted.type != found.type || wanted.value.size() != found.value.size()) {
         return 1;
     }
@@ -135,4 +127,12 @@ int32_t pldm_compare_descriptors(const uint8_t* package_descriptor,
         return 1;
     }
     return std::memcmp(wanted.value.data(), found.value.data(), wanted.value.size());
+}
+
+int32_t pldm_compare_descriptors(const uint8_t* package_descriptor,
+                                 const uint8_t* device_descriptor) {
+    if (package_descriptor == nullptr || device_descriptor == nullptr) {
+        return 1;
+    }
+    return compare(Descriptor(package_descriptor), Descriptor(device_descriptor));
 }

@@ -5,7 +5,6 @@
 
 #include <sideband/pldm_fw_update.h>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -66,17 +65,10 @@ enum FwState : uint8_t {
     kStateActivate = 6,
 };
 
-/// Largest string of a PLDM message: its length is one byte.
-inline constexpr size_t kFwStringMax = 255;
-
 /// What RequestFirmwareData may ask for at least (DSP0267, baseline transfer size).
 inline constexpr uint32_t kTransferSizeMin = 32;
 
 inline constexpr uint32_t kFwPauseUs = 1000000;
-
-/// A request in front of its string: what is fixed, and room for the longest string.
-template <size_t FixedSize>
-using StringRequest = std::array<uint8_t, FixedSize + kFwStringMax>;
 
 /// A component image information entry.
 struct Component {
@@ -89,9 +81,10 @@ struct Component {
     uint32_t size;
     uint8_t version_type;
     uint8_t version_length;
-    const uint8_t* version;
+    const char* version;
 
-    explicit Component(const uint8_t* entry) : version(entry + PLDM_COMPONENT_IMAGE_SIZE) {
+    explicit Component(const uint8_t* entry)
+        : version(reinterpret_cast<const char*>(entry + PLDM_COMPONENT_IMAGE_SIZE)) {
         WireReader reader({entry, PLDM_COMPONENT_IMAGE_SIZE});
         classification = reader.le16();
         identifier = reader.le16();
@@ -109,22 +102,6 @@ struct Component {
 inline bool can_exchange(const pldm_fw_update_ctx* ctx) {
     return ctx != nullptr && can_exchange(&ctx->pldm);
 }
-
-/// Starts a request: header and command. The writer stands behind them.
-WireWriter start_fw_request(std::span<uint8_t> request, FwCommand command);
-
-/// Puts type, length and characters of a string behind what was written.
-/// @return the request, as long as it has become
-std::span<uint8_t> add_string(std::span<uint8_t> request, WireWriter& writer, uint8_t type,
-                              uint8_t length, const void* characters);
-
-/// Sends a request that is a header only.
-/// @param response  room for the response, zeroed
-int32_t exchange_fw_command(pldm_fw_update_ctx& ctx, FwCommand command,
-                            std::span<uint8_t> response);
-
-/// The completion code of the last response; 0 where none came.
-uint8_t fw_completion(const pldm_fw_update_ctx& ctx, std::span<const uint8_t> response);
 
 /// TransferFlag of a part.
 uint8_t transfer_flag(bool first, bool last);

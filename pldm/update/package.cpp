@@ -47,7 +47,7 @@ constexpr size_t kCopiesMax = size_t{4} * 0x10000;
 /// said why then.
 class Parser {
 public:
-    Parser(Bytes file, pldm_fw_update_ctx& ctx) : file_(file), ctx_(ctx) {}
+    Parser(Bytes file, pldm_fw_update_ctx& ctx) : file_(file), reader_(file), ctx_(ctx) {}
 
     bool parse() {
         return read_identifier() && read_header() && read_records() && read_components() &&
@@ -70,14 +70,14 @@ private:
 
     /// The next bytes, which may lie behind the limit, but not behind the end of the file.
     bool take(size_t count, Bytes& bytes);
-    /// Whether a position is inside the header; reaching its end is allowed.
-    bool inside(size_t position) const;
-    bool check(size_t position) const;
+    /// Whether what has been read is inside the header; reaching its end is allowed.
+    bool check() const;
     bool count_copy(size_t size);
+    size_t position() const { return file_.size() - reader_.remaining(); }
 
     Bytes file_;
+    WireReader reader_;
     pldm_fw_update_ctx& ctx_;
-    size_t position_ = 0;
     size_t bitmap_size_ = 0;
     size_t copied_ = 0;
     int32_t limit_ = 0;  ///< where the checksum is in a well-formed header
@@ -102,20 +102,12 @@ char* text_of(Bytes bytes) {
 }
 
 bool Parser::take(size_t count, Bytes& bytes) {
-    if (count > file_.size() - position_) {
-        return refuse();
-    }
-    bytes = file_.subspan(position_, count);
-    position_ += count;
-    return true;
+    bytes = reader_.bytes(count);
+    return reader_.ok() || refuse();
 }
 
-bool Parser::inside(size_t position) const {
-    return position <= file_.size() && static_cast<int64_t>(position) <= limit_;
-}
-
-bool Parser::check(size_t position) const {
-    return inside(position) || refuse();
+bool Parser::check() const {
+    return static_cast<int64_t>(position()) <= limit_ || refuse();
 }
 
 bool Parser::count_copy(size_t size) {
@@ -177,7 +169,7 @@ bool Parser::read_records() {
     ctx_.device_record_num = count[0];
     ctx_.records =
         static_cast<pldm_device_record*>(std::calloc(count[0], sizeof(pldm_device_record)));
-    if (ctx_.records == nullptr || !check(position_)) {
+    if (ctx_.records == nullptr || !check()) {
         return false;
     }
     for (unsigned i = 0; i < count[0]; ++i) {
@@ -226,7 +218,7 @@ bool Parser::read_record(unsigned index) {
         return false;
     }
     pldm_device_record& record = ctx_.records[index];
-    const size_t start = position_;
+    const WireReader start = reader_;
     uint8_t type = 0;
     uint8_t length = 0;
     if (!read_record_header(record, type, length) || !read_bitmap(record) ||
@@ -236,8 +228,9 @@ bool Parser::read_record(unsigned index) {
     }
     print_record(index, record);
     // Deliberately by the stated length, not by the sizes walked: records may be padded.
-    position_ = start + record.record_len;
-    return check(position_);
+    Bytes whole;
+    reader_ = start;
+    return take(record.record_len, whole) && check();
 }
 
 bool Parser::read_record_header(pldm_device_record& record, uint8_t& type, uint8_t& length) {
@@ -265,15 +258,14 @@ bool Parser::read_record_header(pldm_device_record& record, uint8_t& type, uint8
 
 bool Parser::read_bitmap(pldm_device_record& record) {
     std::printf("Applicable components: ");
-    const size_t end = position_ + bitmap_size_;
-    if (!check(end)) {
+    Bytes bitmap;
+    if (!take(bitmap_size_, bitmap) || !check()) {
         return false;
     }
     // An update knows 32 components at most: bytes beyond the fourth are left out on purpose.
-    for (size_t i = 0; i < std::min<size_t>(bitmap_size_, 4); ++i) {
-        record.applicable_components |= static_cast<uint32_t>(file_[position_ + i]) << (8 * i);
-    }
-    position_ = end;
+    std::array<uint8_t, 4> known{};
+    WireWriter(known).bytes(bitmap.first(std::min(bitmap.size(), known.size())));
+    record.applicable_components = WireReader(known).le32();
     std::printf("\n");
     return true;
 }
@@ -290,27 +282,23 @@ bool Parser::read_set_version(pldm_device_record& record, uint8_t type, uint8_t 
     }
     record.component_image_set_ver_string_type = type;
     record.component_image_set_ver_string_len = length;
-    return check(position_);
+    return check();
 }
 
 bool Parser::read_descriptors(pldm_device_record& record) {
-    const size_t start = position_;
+    const size_t start = position();
     for (unsigned i = 0; i < record.desc_num; ++i) {
         std::printf("**************record desc %u**************\n", i);
-        Bytes part;
-        if (!take(PLDM_DESCRIPTOR_HEADER_SIZE, part)) {
-            return false;
+        const Descriptor descriptor(reader_);
+        if (!reader_.ok()) {
+            return refuse();
         }
-        const uint8_t* descriptor = part.data();
-        if (!take(Descriptor(descriptor).value.size(), part)) {
-            return false;
-        }
-        pldm_parse_record_descriptors(descriptor);
-        if (!check(position_)) {
+        print(descriptor);
+        if (!check()) {
             return false;
         }
     }
-    const Bytes descriptors = file_.subspan(start, position_ - start);
+    const Bytes descriptors = file_.subspan(start, position() - start);
     if (!count_copy(descriptors.size())) {
         return false;
     }
@@ -321,10 +309,10 @@ bool Parser::read_descriptors(pldm_device_record& record) {
 bool Parser::read_package_data(pldm_device_record& record) {
     ctx_.package_data_len = record.package_data_len;
     std::printf("firmware package data: ");
-    if (!check(position_ + record.package_data_len) || !count_copy(record.package_data_len)) {
+    Bytes data;
+    if (!take(record.package_data_len, data) || !check() || !count_copy(data.size())) {
         return false;
     }
-    const Bytes data = file_.subspan(position_, record.package_data_len);
     record.package_data = copy_of(data, 1);  // An update does without where memory is out.
     dump_packet(data.data(), record.package_data_len);
     return true;
@@ -339,7 +327,7 @@ bool Parser::read_components() {
     std::printf("component image count %d\n", count);
     ctx_.component_num = count;
     ctx_.component_images = static_cast<uint8_t**>(std::calloc(count, sizeof(uint8_t*)));
-    if (ctx_.component_images == nullptr || (count == 0 && !check(position_))) {
+    if (ctx_.component_images == nullptr || (count == 0 && !check())) {
         return false;
     }
     for (unsigned i = 0; i < count; ++i) {
@@ -353,20 +341,20 @@ bool Parser::read_components() {
 
 /// Keeps an entry whose bytes are all in the file, also where the header ends inside it.
 bool Parser::read_component(uint8_t*& copy) {
-    const size_t start = position_;
+    const size_t start = position();
     Bytes part;
     if (!take(PLDM_COMPONENT_IMAGE_SIZE, part) || !take(part.back(), part)) {
         return false;
     }
-    copy = copy_of(file_.subspan(start, position_ - start), 1);
-    return copy != nullptr && check(position_);
+    copy = copy_of(file_.subspan(start, position() - start), 1);
+    return copy != nullptr && check();
 }
 
 bool Parser::compare_checksum() {
     // The stored checksum is expected behind the last entry, wherever the header size points.
-    if (file_.size() >= position_ + kChecksumSize && file_.size() >= static_cast<size_t>(limit_) &&
-        WireReader(file_.subspan(position_, kChecksumSize)).le32() ==
-            crc32(0, file_.first(static_cast<size_t>(limit_)))) {
+    const uint32_t stored = reader_.le32();
+    if (reader_.ok() && file_.size() >= static_cast<size_t>(limit_) &&
+        stored == crc32(0, file_.first(static_cast<size_t>(limit_)))) {
         return true;
     }
     std::puts("checksum checking failed.");

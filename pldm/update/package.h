@@ -13,11 +13,18 @@
 
 namespace sideband {
 
-/// A descriptor whose bytes are all there.
+/// A descriptor.
 struct Descriptor {
-    uint16_t type = 0;
+    uint16_t type;
     std::span<const uint8_t> value;
 
+    /// Reads the next one. If it is not all there the reader is not ok() any more.
+    explicit Descriptor(WireReader& reader) {
+        type = reader.le16();
+        value = reader.bytes(reader.le16());
+    }
+
+    /// @param bytes  of a descriptor that is all there, whatever its length says
     explicit Descriptor(const uint8_t* bytes) {
         WireReader reader({bytes, PLDM_DESCRIPTOR_HEADER_SIZE});
         type = reader.le16();
@@ -27,6 +34,12 @@ struct Descriptor {
     /// Bytes to the next descriptor.
     size_t size() const { return PLDM_DESCRIPTOR_HEADER_SIZE + value.size(); }
 };
+
+/// pldm_parse_record_descriptors()
+void print(const Descriptor& descriptor);
+
+/// pldm_compare_descriptors()
+int32_t compare(const Descriptor& wanted, const Descriptor& found);
 
 /// Releases what pldm_parse_file() has put into the context and what points into it.
 void release_package(pldm_fw_update_ctx& ctx);
@@ -45,7 +58,7 @@ struct MappedFile {
 static_assert(sizeof(FileStamp) == sizeof(pldm_fw_update_ctx::package_stamp));
 
 /// Opens and maps a regular file; close_pldm_file() undoes it. Says on standard output what failed.
-/// @return false where nothing is open
+/// @return false if nothing is open
 bool map_file(const char* path, MappedFile& file);
 
 }  // namespace sideband

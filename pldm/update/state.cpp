@@ -41,8 +41,8 @@ uint64_t messages_max(const pldm_fw_update_ctx& ctx) {
 
 /// Answers a request.
 /// @return whether another one is waited for
-bool serve(pldm_fw_update_ctx& ctx, const uint8_t* request) {
-    switch (request[kPldmCommand]) {
+bool serve(pldm_fw_update_ctx& ctx, uint8_t command, const uint8_t* request) {
+    switch (command) {
         case kGetPackageData: {
             print_line("------------PLDM_FW_UPDATE_GET_PACKAGE_DATA ---------------");
             const int32_t result = pldm_get_package_data(&ctx, request);
@@ -105,9 +105,10 @@ void serve_device(pldm_fw_update_ctx& ctx) {
         }
         --left;
         last = time(nullptr);
-        ctx.pldm.last_command = message[kPldmCommand];
+        const uint8_t command = PldmHeader::of({message.get(), kMessageSize}).command;
+        ctx.pldm.last_command = command;
         ctx.req_fw_data_wait = kDataWait;
-        if (!serve(ctx, message.get())) {
+        if (!serve(ctx, command, message.get())) {
             return;
         }
     }
