@@ -29,9 +29,8 @@ PldmAnswer exchange_header(pldm_ctx* ctx, Command command, std::span<uint8_t> ro
                            const char* function, const char* call) {
     if (ctx == nullptr) {
         std::printf("[%s] Null ptr error.\n", function);
-        return {};
     }
-    if (ctx->transfer_op == nullptr) {
+    if (!can_exchange(ctx)) {
         return {};
     }
     PldmRequest request(PLDM_TYPE_BASE, command);
@@ -138,8 +137,10 @@ int32_t pldm_get_type(pldm_ctx* ctx) {
     constexpr const char* kFunction = "pldm_get_type";
     std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE + sizeof ctx->pldm_types> room{};
     PldmAnswer answer = exchange_header(ctx, kGetPldmTypes, room, kFunction, "get type");
-    const uint8_t first = answer.body.u8();
-    const std::span<const uint8_t> others = answer.body.bytes(sizeof ctx->pldm_types - 1);
+    std::array<uint8_t, sizeof ctx->pldm_types> types;
+    for (uint8_t& eight : types) {
+        eight = answer.body.u8();
+    }
     const uint8_t completion = answer.header.completion;
     // An answer that is no success may end earlier; its types are shown nevertheless.
     const int32_t result =
@@ -147,12 +148,12 @@ int32_t pldm_get_type(pldm_ctx* ctx) {
     if (result < 0) {
         return result;
     }
-    debug_log("%s, PLDM type support list: 0x%x\n", kFunction, first);
-    print_types(first);
+    debug_log("%s, PLDM type support list: 0x%x\n", kFunction, types[0]);
+    print_types(types[0]);
     if (completion != PLDM_CC_SUCCESS) {
         return completion;
     }
-    WireWriter(ctx->pldm_types).u8(first).bytes(others);
+    std::memcpy(ctx->pldm_types, types.data(), types.size());
     return 0;
 }
 
@@ -169,7 +170,7 @@ int32_t pldm_get_commands(pldm_ctx* ctx) {
     const std::span<const uint8_t> commands = answer.body.bytes(sizeof ctx->base_commands);
     const int32_t result = finish(answer, "pldm_get_commands");
     if (result == 0) {
-        WireWriter(ctx->base_commands).bytes(commands);
+        std::memcpy(ctx->base_commands, commands.data(), sizeof ctx->base_commands);
     }
     return result;
 }

@@ -16,7 +16,6 @@ namespace {
 
 constexpr uint8_t kInstanceIdMask = 0x1F;
 constexpr uint8_t kRequestBit = 0x80;
-constexpr uint8_t kTypeMask = 0x3F;
 
 constexpr uint32_t kRetryPauseUs = 100000;
 /// ActivateFirmware takes long; the code alone decides, whatever the PLDM type.
@@ -27,9 +26,12 @@ int attempts_for(uint8_t command) {
     return command == kPatientCommand ? kPatientAttempts : 1;
 }
 
+void write_header(uint8_t* to, uint8_t first, uint8_t type, uint8_t command) {
+    WireWriter({to, PLDM_HEADER_SIZE}).u8(first).u8(type).u8(command);
+}
+
 int32_t start_request(uint8_t* request, uint8_t type) {
-    WireWriter writer({request, PLDM_HEADER_SIZE});
-    PldmHeader{.request = true, .type = type}.write_to(writer);
+    write_header(request, kRequestBit, type, 0);
     return 0;
 }
 
@@ -40,7 +42,7 @@ void stamp_instance_id(uint8_t& first_byte, uint8_t instance_id) {
 
 /// The completion code, also of an answer that did not come: the buffer is looked at as it is.
 uint8_t completion_code(const uint8_t* response, int32_t capacity) {
-    return PldmHeader::of({response, static_cast<size_t>(std::max(capacity, 0))}).completion;
+    return header_of({response, static_cast<size_t>(std::max(capacity, 0))}).completion;
 }
 
 int32_t judge(pldm_ctx& ctx, uint8_t command, int32_t length, uint8_t completion) {
@@ -61,24 +63,19 @@ int32_t judge(pldm_ctx& ctx, uint8_t command, int32_t length, uint8_t completion
 
 namespace sideband {
 
-PldmHeader PldmHeader::of(std::span<const uint8_t> message) {
+PldmHeader header_of(std::span<const uint8_t> message) {
     WireReader reader(message);
     PldmHeader header;
-    const uint8_t first = reader.u8();
-    header.request = (first & kRequestBit) != 0;
-    header.instance_id = first & kInstanceIdMask;
-    header.type = reader.u8() & kTypeMask;
+    header.instance_id = reader.u8() & kInstanceIdMask;
+    reader.skip(1);  // the PLDM type
     header.command = reader.u8();
     header.completion = reader.u8();
     return header;
 }
 
-void PldmHeader::write_to(WireWriter& writer) const {
-    writer.u8((request ? kRequestBit : uint8_t{0}) | instance_id).u8(type).u8(command);
-}
-
 PldmRequest::PldmRequest(uint8_t type, uint8_t command) {
-    PldmHeader{.request = true, .type = type, .command = command}.write_to(fields);
+    write_header(room_.data(), kRequestBit, type, command);
+    fields.skip(PLDM_HEADER_SIZE);
 }
 
 void PldmRequest::add_string(uint8_t type, uint8_t length, const char* characters) {
@@ -94,13 +91,15 @@ PldmAnswer exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8_t
     const auto capacity = static_cast<int32_t>(room.size());
     // An operation other than pldm_transfer that does not know better has filled the response.
     ctx.response_length = capacity;
+    const int32_t result = ctx.transfer_op(&ctx, static_cast<uint32_t>(request.size()), capacity,
+                                           request.data(), room.data());
+    const int32_t length = ctx.response_length;
     PldmAnswer answer;
-    answer.result = ctx.transfer_op(&ctx, static_cast<uint32_t>(request.size()), capacity,
-                                    request.data(), room.data());
-    answer.length = ctx.response_length;
-    answer.length_known = ctx.transfer_op == pldm_transfer || answer.length < capacity;
-    const auto came = room.first(static_cast<size_t>(std::clamp(answer.length, 0, capacity)));
-    answer.header = PldmHeader::of(came);
+    answer.result = result;
+    answer.length = length;
+    answer.length_known = ctx.transfer_op == pldm_transfer || length < capacity;
+    const auto came = room.first(static_cast<size_t>(std::clamp(length, 0, capacity)));
+    answer.header = header_of(came);
     answer.body = WireReader(came);
     answer.body.skip(PLDM_RESPONSE_HEADER_SIZE);
     return answer;
@@ -144,11 +143,8 @@ int32_t pldm_fw_update_request_init(uint8_t* request) {
 }
 
 void pldm_fw_update_response_init(uint8_t* response, const uint8_t* request) {
-    const PldmHeader asked = PldmHeader::of({request, PLDM_HEADER_SIZE});
-    WireWriter writer({response, PLDM_HEADER_SIZE});
-    PldmHeader{
-        .instance_id = asked.instance_id, .type = PLDM_TYPE_FW_UPDATE, .command = asked.command}
-        .write_to(writer);
+    const PldmHeader asked = header_of({request, PLDM_HEADER_SIZE});
+    write_header(response, asked.instance_id, PLDM_TYPE_FW_UPDATE, asked.command);
 }
 
 int32_t pldm_recv(pldm_ctx* ctx, int32_t capacity, uint8_t* buffer) {
@@ -165,7 +161,7 @@ int32_t pldm_send(pldm_ctx* ctx, uint32_t length, const uint8_t* message, uint8_
     if (message == nullptr || ctx == nullptr || length < PLDM_HEADER_SIZE) {
         return -1;
     }
-    const uint8_t command = PldmHeader::of({message, length}).command;
+    const uint8_t command = header_of({message, length}).command;
     const int limit = attempts_for(command);
     for (int attempt = 0; attempt < limit; ++attempt) {
         // Read anew each time: another layer may have put another endpoint in place meanwhile.
@@ -195,13 +191,13 @@ int32_t pldm_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_c
         return -1;
     }
     stamp_instance_id(*request, ctx->instance_id);
-    const int limit = attempts_for(PldmHeader::of({request, request_length}).command);
+    const int limit = attempts_for(header_of({request, request_length}).command);
     for (int attempt = 0; attempt < limit; ++attempt) {
         mctp_ctx* mctp = ctx->mctp;
         if (mctp == nullptr || mctp->xfer == nullptr) {
             return -1;
         }
-        const uint8_t command = PldmHeader::of({request, request_length}).command;
+        const uint8_t command = header_of({request, request_length}).command;
         ctx->last_command = command;
         const int32_t length =
             mctp->xfer(mctp, request_length, response_capacity, request, response);

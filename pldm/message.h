@@ -14,20 +14,15 @@
 
 namespace sideband {
 
-/// The header of a message (DSP0240, table 1), and the completion code behind that of a response.
+/// What is read of the header of a message (DSP0240, table 1), and the completion code that a
+/// response has behind it. What the message is too short for is 0.
 struct PldmHeader {
-    bool request = false;  ///< Rq
     uint8_t instance_id = 0;
-    uint8_t type = 0;
     uint8_t command = 0;
     uint8_t completion = 0;
-
-    /// Reads the header of a message; what the message is too short for is 0.
-    static PldmHeader of(std::span<const uint8_t> message);
-
-    /// Writes the header, without the completion code.
-    void write_to(WireWriter& writer) const;
 };
+
+PldmHeader header_of(std::span<const uint8_t> message);
 
 /// TransferOperationFlag and TransferFlag of what comes or goes in parts, the same in DSP0240,
 /// DSP0248, DSP0257 and DSP0267.

@@ -149,14 +149,12 @@ int32_t pldm_get_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, uint32_t* rea
     const uint8_t data_size = answer.body.u8();
     const uint8_t operational_state = answer.body.u8();
     answer.body.skip(4);  // event message enable, present, previous and event state
-    // What comes behind a narrow reading is a part of the result, what does not come is 0.
-    std::array<uint8_t, sizeof *reading> bytes{};
-    WireWriter(bytes).bytes(answer.body.rest());
     answer.body.skip(reading_width(data_size));
     if (finish(answer, "pldm_get_sensor_reading") < 0 || !count_reading(operational_state)) {
         return -1;
     }
-    *reading = WireReader(bytes).le32();
+    // What comes behind a narrow reading is a part of the result, zeros stand for what does not.
+    *reading = WireReader(std::span(room).last(sizeof *reading)).le32();
     return 0;
 }
 
@@ -182,7 +180,7 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
         request.fields.u8(operational_state).u8(event_enable);
     }
     const std::span<uint8_t> kept(block, length);
-    WireWriter(kept).bytes(request.bytes());
+    std::memcpy(block, request.bytes().data(), length);
     std::printf("====== set state sensor enable Req: len %d=====\n", static_cast<int>(length));
     print_bytes(kept);
     print_line(kRequestEnd);

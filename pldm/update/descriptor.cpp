@@ -39,6 +39,17 @@ void show_descriptor(Print print, const Descriptor& descriptor) {
     show_value(print, descriptor);
 }
 
+/// Shows the descriptor of one side of a comparison, unless it is null.
+void show_side(const char* name, const uint8_t* bytes) {
+    if (bytes == nullptr) {
+        return;
+    }
+    const Descriptor descriptor(bytes);
+    debug_log("%s type: %x\n", name, descriptor.type);
+    debug_log("%s val = ", name);
+    show_value(debug_log, descriptor);
+}
+
 /// @param response  to QueryDeviceIdentifiers
 void show_response(std::span<const uint8_t> response) {
     WireReader reader(response);
@@ -53,6 +64,14 @@ void show_response(std::span<const uint8_t> response) {
 }
 
 }  // namespace
+
+Descriptor::Descriptor(WireReader& reader)
+    : type(reader.le16()), value(reader.bytes(reader.le16())) {}
+
+Descriptor::Descriptor(const uint8_t* bytes) {
+    WireReader reader({bytes, PLDM_DESCRIPTOR_HEADER_SIZE + UINT16_MAX});
+    *this = Descriptor(reader);
+}
 
 const char* show_desc_id_string(uint16_t type) {
     switch (type) {
@@ -96,18 +115,8 @@ int32_t pldm_parse_record_descriptors(const uint8_t* descriptor) {
 
 void plds_show_descriptot(const uint8_t* package_descriptor, const uint8_t* device_descriptor,
                           const uint8_t* response) {
-    if (package_descriptor != nullptr) {
-        const Descriptor descriptor(package_descriptor);
-        debug_log("Image desc type: %x\n", descriptor.type);
-        debug_log("Image desc val = ");
-        show_value(debug_log, descriptor);
-    }
-    if (device_descriptor != nullptr) {
-        const Descriptor descriptor(device_descriptor);
-        debug_log("FD desc1 type: %x\n", descriptor.type);
-        debug_log("FD desc1 val = ");
-        show_value(debug_log, descriptor);
-    }
+    show_side("Image desc", package_descriptor);
+    show_side("FD desc1", device_descriptor);
     if (response != nullptr) {
         show_response({response, PLDM_FW_UPDATE_RESPONSE_SIZE});
     }

@@ -19,17 +19,9 @@ struct Descriptor {
     std::span<const uint8_t> value;
 
     /// Reads the next one. If it is not all there the reader is not ok() any more.
-    explicit Descriptor(WireReader& reader) {
-        type = reader.le16();
-        value = reader.bytes(reader.le16());
-    }
-
+    explicit Descriptor(WireReader& reader);
     /// @param bytes  of a descriptor that is all there, whatever its length says
-    explicit Descriptor(const uint8_t* bytes) {
-        WireReader reader({bytes, PLDM_DESCRIPTOR_HEADER_SIZE});
-        type = reader.le16();
-        value = {bytes + PLDM_DESCRIPTOR_HEADER_SIZE, reader.le16()};
-    }
+    explicit Descriptor(const uint8_t* bytes);
 
     /// Bytes to the next descriptor.
     size_t size() const { return PLDM_DESCRIPTOR_HEADER_SIZE + value.size(); }

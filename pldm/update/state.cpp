@@ -105,7 +105,7 @@ void serve_device(pldm_fw_update_ctx& ctx) {
         }
         --left;
         last = time(nullptr);
-        const uint8_t command = PldmHeader::of({message.get(), kMessageSize}).command;
+        const uint8_t command = header_of({message.get(), kMessageSize}).command;
         ctx.pldm.last_command = command;
         ctx.req_fw_data_wait = kDataWait;
         if (!serve(ctx, command, message.get())) {
