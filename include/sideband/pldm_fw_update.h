@@ -53,8 +53,8 @@ typedef struct pldm_device_record {
     uint8_t component_image_set_ver_string_len;
     char* image_version_string; /**< ComponentImageSetVersionString, NUL-terminated */
     /**
-     * FirmwareDevicePackageData and a NUL behind it. May be null in a package that was parsed
-     * with success, where memory ran out: look before use.
+     * FirmwareDevicePackageData and a NUL behind it. Null if memory ran out, even in a package
+     * that was parsed with success: look before use.
      */
     uint8_t* package_data;
     uint8_t* descriptors; /**< the record's descriptors one behind the other, as in the file */
@@ -62,8 +62,10 @@ typedef struct pldm_device_record {
 
 /** One component of a running update. */
 typedef struct pldm_update_component {
-    uint32_t classification_index; /**< as the device reported it for this component */
-    uint8_t* image; /**< an entry of component_images; null where it is not for the device */
+    /** As the device has reported it for this component. */
+    uint32_t classification_index;
+    /** An entry of component_images; null if it is not for the device. */
+    uint8_t* image;
 } pldm_update_component;
 
 /**
@@ -71,8 +73,10 @@ typedef struct pldm_update_component {
  * the functions below allocate is released by pldm_free_ctx_resource().
  */
 typedef struct pldm_fw_update_ctx {
-    uint8_t state;                 /**< 0 idle, 1 learn components, 2 ready to transfer, 3 download,
-                                        4 verify, 5 apply, 6 activate */
+    /**
+     * 0 idle, 1 learn components, 2 ready to transfer, 3 download, 4 verify, 5 apply, 6 activate.
+     */
+    uint8_t state;
     uint8_t fd_will_send_pkg_data; /**< FDWillSendGetPackageDataCommand of RequestUpdate */
     uint8_t component_index;       /**< index into update_list of the current component */
     uint8_t record_index;          /**< index of the device record that is used */
@@ -89,8 +93,8 @@ typedef struct pldm_fw_update_ctx {
     pldm_ctx pldm;                 /**< the terminus; its completion_code tells which step failed */
     char* active_version_string;   /**< of the device's active image set, NUL-terminated */
     char* pending_version_string;  /**< of the device's pending image set, NUL-terminated */
-    char* package_version_string;  /**< PackageVersionString, NUL-terminated; null where memory
-                                        ran out */
+    /** PackageVersionString, NUL-terminated; null if memory ran out. */
+    char* package_version_string;
     /**
      * A copy of each component image information entry, exactly as in the file (DSP0267,
      * component image information area), with a NUL behind its version string.
@@ -100,10 +104,10 @@ typedef struct pldm_fw_update_ctx {
     uint8_t** fd_component_params;      /**< component parameter table entries of the device */
     pldm_device_record* matched_record; /**< the entry of records that matched the device */
     pldm_update_component* update_list; /**< component_num entries */
-    void* pcie_session;        /**< open PCIe session, null for none; see mctp_ctx.pcie_session */
-    size_t package_size;       /**< bytes of the package file that was parsed; 0: none was */
-    uint64_t package_stamp[7]; /**< its device, inode, size and times of last modification and
-                                    last change of state */
+    void* pcie_session;  /**< open PCIe session, null for none; see mctp_ctx.pcie_session */
+    size_t package_size; /**< bytes of the package file that was parsed; 0: none was */
+    /** Its device, inode, size and times of last modification and last change of state. */
+    uint64_t package_stamp[7];
 } pldm_fw_update_ctx;
 
 /* ---- The package file ------------------------------------------------------------------------ */
@@ -123,7 +127,7 @@ typedef struct pldm_fw_update_ctx {
  *
  * @param path  of a regular file, or a symbolic link to one; anything else in its place is refused
  *              at once. Is kept, not copied: it must live as long as the context is used
- * @return 0; -1 where an argument is null, the file cannot be read, the header is malformed, its
+ * @return 0; -1 if an argument is null, the file cannot be read, the header is malformed, its
  *         checksum is wrong or memory ran out. What was read until then stays in the context, a
  *         component image information entry that the header ends in among it; entries that were
  *         not reached, or that the file ends in, are null
@@ -136,7 +140,7 @@ SIDEBAND_EXPORT int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ct
  * @param addr  receives the address of the mapping
  * @param len   receives the file's size in bytes
  * @return the descriptor, to be given back with the mapping by close_pldm_file(); -1 on failure or
- *         where an argument is null: nothing is stored then, and nothing stays open
+ *         if an argument is null: nothing is stored then, and nothing stays open
  */
 SIDEBAND_EXPORT int32_t open_pldm_file(const char* path, void** addr, size_t* len);
 
@@ -161,7 +165,7 @@ SIDEBAND_EXPORT int32_t pldm_parse_component_image(const void* ignored, const ui
 /**
  * Releases all that the context holds on the heap and sets the pointers to null: the package, the
  * update list, the device's parameters and version strings. The terminus and package_file stay.
- * @return 0, also where ctx is null
+ * @return 0, even if ctx is null
  */
 SIDEBAND_EXPORT int32_t pldm_free_ctx_resource(pldm_fw_update_ctx* ctx);
 
@@ -187,19 +191,19 @@ SIDEBAND_EXPORT void plds_show_descriptot(const uint8_t* package_descriptor,
                                           const uint8_t* response);
 
 /**
- * Compares a package's descriptor with a device's. They match where type, length and value are
- * equal; a PCI revision ID of one byte also where the device's revision is the higher one.
- * @return 0 where they match; not 0 otherwise and where one is null
+ * Compares a package's descriptor with a device's. They match if type, length and value are
+ * equal; a PCI revision ID of one byte also if the device's revision is the higher one.
+ * @return 0 if they match; not 0 otherwise and if one is null
  */
 SIDEBAND_EXPORT int32_t pldm_compare_descriptors(const uint8_t* package_descriptor,
                                                  const uint8_t* device_descriptor);
 
 /* ---- The agent's requests (DSP0267, PLDM for firmware update commands) ----------------------- */
 /*
- * All take a context whose terminus is bound, and return -1 without any message where the context
- * is null or its terminus has no transfer_op. Where an exchange fails they return its negative
+ * All take a context whose terminus is bound, and return -1 without any message if the context
+ * is null or its terminus has no transfer_op. If an exchange fails they return its negative
  * result, and pldm.completion_code has the device's code or PLDM_CC_RETRIES_EXHAUSTED, unless a
- * failure mark is named below. -1 also where memory runs out or an answer is too short.
+ * failure mark is named below. -1 also if memory runs out or an answer is too short.
  *
  * Those that "go on" set the state and call fw_update_state_fn(), so that the rest of the update
  * has been tried when they return; their result is about their own step only.
@@ -218,7 +222,7 @@ SIDEBAND_EXPORT int32_t pldm_compare_descriptors(const uint8_t* package_descript
  * first without a match is reported. A record without descriptors matches every device that
  * answers.
  * @param record  with descriptors as pldm_parse_file() leaves them
- * @return 0 where it is; -1 where it is not, or record is null; else see above
+ * @return 0 if it is; -1 if it is not, or record is null; else see above
  */
 SIDEBAND_EXPORT int32_t pldm_query_device_identifiers(pldm_fw_update_ctx* ctx,
                                                       const pldm_device_record* record);
@@ -226,8 +230,8 @@ SIDEBAND_EXPORT int32_t pldm_query_device_identifiers(pldm_fw_update_ctx* ctx,
 /**
  * GetFirmwareParameters (0x02): fills active_version_string, pending_version_string,
  * fd_components_num and fd_component_params, and prints them; what was there is released.
- * @return 0, also where the component table does not end inside the response or memory ran out
- *         while it was copied: see pldm_parse_firmware_para(); -1 where the answer is to another
+ * @return 0, even if the component table does not end inside the response or memory ran out
+ *         while it was copied: see pldm_parse_firmware_para(); -1 if the answer is to another
  *         command; else see above
  */
 SIDEBAND_EXPORT int32_t pldm_get_firmware_parameters(pldm_fw_update_ctx* ctx);
@@ -237,19 +241,19 @@ SIDEBAND_EXPORT int32_t pldm_get_firmware_parameters(pldm_fw_update_ctx* ctx);
  * are null in fd_component_params; one that passes the end of the response is all zeros.
  * @param response  from its PLDM header on
  * @param length    bytes at response
- * @return 0; -1 where an argument is null, the response ends early or memory ran out. The version
+ * @return 0; -1 if an argument is null, the response ends early or memory ran out. The version
  *         strings and the entries in front of the failure are kept
  */
 SIDEBAND_EXPORT int32_t pldm_parse_firmware_para(pldm_fw_update_ctx* ctx, const uint8_t* response,
                                                  int32_t length);
 
 /**
- * RequestUpdate (0x10): offers the package to the device and, where it accepts, goes on in state 1
+ * RequestUpdate (0x10): offers the package to the device and, if it accepts, goes on in state 1
  * with fd_metadata_len and fd_will_send_pkg_data as it answered. The version string is that of the
  * record at record_index; any record but the first is remarked upon on standard output. A device
  * that asks to be asked again (0x8E) is given a second, and the update goes on in its state.
- * @return 0; -2 where the device was in update mode already (0x81) and CancelUpdate has been sent;
- *         -1 where it is unable to initiate an update (0x8A, mark 0x56) or there is no such record;
+ * @return 0; -2 if the device was in update mode already (0x81) and CancelUpdate has been sent;
+ *         -1 if it is unable to initiate an update (0x8A, mark 0x56) or there is no such record;
  *         else see above
  */
 SIDEBAND_EXPORT int32_t pldm_request_firmware_update(pldm_fw_update_ctx* ctx);
@@ -257,17 +261,17 @@ SIDEBAND_EXPORT int32_t pldm_request_firmware_update(pldm_fw_update_ctx* ctx);
 /**
  * GetDeviceMetaData (0x12): has the device send its metadata, in up to seven parts, and drops it.
  * @param len  bytes of metadata that one part may have
- * @return 0, whether all, some or none of it came; -1 where memory ran out or the context is not
+ * @return 0, whether all, some or none of it came; -1 if memory ran out or the context is not
  *         usable
  */
 SIDEBAND_EXPORT int32_t pldm_get_device_metadata(pldm_fw_update_ctx* ctx, uint16_t len);
 
 /**
- * UpdateComponent (0x14): offers an element of update_list and, where the device takes it, goes on
- * in state 3 with req_fw_data_wait as it answered, or 90 seconds. Asks for a forced update where
+ * UpdateComponent (0x14): offers an element of update_list and, if the device takes it, goes on
+ * in state 3 with req_fw_data_wait as it answered, or 90 seconds. Asks for a forced update if
  * the package's ComponentOptions or pldm_force_update_flag do.
  * @param index  into update_list
- * @return 0; -1 where the list has no component there, the device refuses it or is not in update
+ * @return 0; -1 if the list has no component there, the device refuses it or is not in update
  *         mode (0x80); else see above, with mark 0x14
  */
 SIDEBAND_EXPORT int32_t pldm_update_component_table(pldm_fw_update_ctx* ctx, uint8_t index);
@@ -276,14 +280,14 @@ SIDEBAND_EXPORT int32_t pldm_update_component_table(pldm_fw_update_ctx* ctx, uin
  * GetMetaData (0x19): the first part of the device's metadata.
  * @param buf  receives the response from its PLDM header on
  * @param len  room at buf in bytes
- * @return 0; -1 where buf is null; else see above
+ * @return 0; -1 if buf is null; else see above
  */
 SIDEBAND_EXPORT int32_t pldm_get_meta_data(pldm_fw_update_ctx* ctx, uint8_t* buf, uint16_t len);
 
 /**
- * ActivateFirmware (0x1A): the request byte is 2 where the first component of update_list wants
+ * ActivateFirmware (0x1A): the request byte is 2 if the first component of update_list wants
  * self-contained activation, else 0.
- * @return 0; -1 where update_list has no component, or for the codes 0x80, 0x84, 0x85, 0x8B and
+ * @return 0; -1 if update_list has no component, or for the codes 0x80, 0x84, 0x85, 0x8B and
  *         0x8C; else see above
  */
 SIDEBAND_EXPORT int32_t pldm_activate_firmware(pldm_fw_update_ctx* ctx);
@@ -295,7 +299,7 @@ SIDEBAND_EXPORT int32_t pldm_get_status(pldm_fw_update_ctx* ctx);
  * CancelUpdateComponent (0x1C): skips the current component and goes on in state 2 with the next
  * one, unless component_index is 255: it counts no further. A device that is busy in background
  * (0x86) is asked up to three times, a second apart.
- * @return 0; -1 where the device stays busy or is not in update mode (0x80); else see above
+ * @return 0; -1 if the device stays busy or is not in update mode (0x80); else see above
  */
 SIDEBAND_EXPORT int32_t pldm_cancel_update_component(pldm_fw_update_ctx* ctx);
 
@@ -305,7 +309,7 @@ SIDEBAND_EXPORT int32_t pldm_cancel_update(pldm_fw_update_ctx* ctx);
 /* ---- The agent's answers to the device's requests (DSP0267) ---------------------------------- */
 /*
  * Each takes a request of the device from its PLDM header on, in a buffer of at least
- * PLDM_FW_UPDATE_REQUEST_SIZE bytes, and answers it through send_op. -1 without an answer where an
+ * PLDM_FW_UPDATE_REQUEST_SIZE bytes, and answers it through send_op. -1 without an answer if an
  * argument is null, the terminus has no send_op or memory runs out. Some progress is kept for the
  * process: there is one update at a time.
  */
@@ -316,8 +320,8 @@ SIDEBAND_EXPORT int32_t pldm_cancel_update(pldm_fw_update_ctx* ctx);
 /**
  * GetPackageData (0x11): the next part of the first device record's package data, at most
  * max_transfer_size bytes of it. package_data_len bytes are sent in all, padded with zeros.
- * @return 1 when the last part has been sent; otherwise the result of send_op; -1 where the answer
- *         was an error: 0x88 where the device has not announced the command, 0x8F where there is no
+ * @return 1 when the last part has been sent; otherwise the result of send_op; -1 if the answer
+ *         was an error: 0x88 if the device has not announced the command, 0x8F if there is no
  *         package data, 0x90 for another handle than that of the next part, 0x91 for a flag that is
  *         not GetFirstPart in the first and GetNextPart in the other requests. The next request is
  *         then a first one again
@@ -334,8 +338,8 @@ SIDEBAND_EXPORT int32_t pldm_get_package_data(pldm_fw_update_ctx* ctx, const uin
  * included: one that is replaced, written to, touched or given other permissions ends the
  * update of the component, since the device would get a mixture of two images. A context that was
  * not filled by pldm_parse_file() (package_size 0) takes the file as it is for each request.
- * @return the result of send_op; -1 without an answer where the file cannot be opened or mapped, or
- *         there is no such component; -1 where the answer was an error: 0x01 (ERROR) where the file
+ * @return the result of send_op; -1 without an answer if the file cannot be opened or mapped, or
+ *         there is no such component; -1 if the answer was an error: 0x01 (ERROR) if the file
  *         has changed or cannot be read, 0x82 for a piece that ends more than max_transfer_size
  *         behind the end of the file, 0x83 for one of less than 32 or more than max_transfer_size
  *         bytes
@@ -343,11 +347,11 @@ SIDEBAND_EXPORT int32_t pldm_get_package_data(pldm_fw_update_ctx* ctx, const uin
 SIDEBAND_EXPORT int32_t pldm_request_fw_data(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
 /**
- * TransferComplete (0x16): goes to state 4 where the device reports success, whatever the state
- * was. Otherwise, and where the answer cannot be sent, sets mark 0x57 and cancels the component;
+ * TransferComplete (0x16): goes to state 4 if the device reports success, whatever the state
+ * was. Otherwise, and if the answer cannot be sent, sets mark 0x57 and cancels the component;
  * see pldm_cancel_update_component(). The mark stands whatever becomes of the cancel and of what
  * goes on behind it, unless a later step sets one of its own.
- * @return 0; -1 where the component was given up
+ * @return 0; -1 if the component was given up
  */
 SIDEBAND_EXPORT int32_t pldm_transfer_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
@@ -355,7 +359,7 @@ SIDEBAND_EXPORT int32_t pldm_transfer_complete(pldm_fw_update_ctx* ctx, const ui
 SIDEBAND_EXPORT int32_t pldm_verify_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
 /**
- * ApplyComplete (0x18): goes on in the same state with the next component where the device reports
+ * ApplyComplete (0x18): goes on in the same state with the next component if the device reports
  * success (0 or 1), unless component_index is 255: it counts no further. Otherwise as
  * pldm_transfer_complete(), with mark 0x59.
  */
@@ -375,11 +379,11 @@ SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8
  * again, so that the rest of the update has been tried when the outermost call returns. It is
  * nested a few levels deep for each component, which takes less than 1 KiB of stack each.
  *
- *  1 learn components   serves GetPackageData where the device has announced it, fetches the
+ *  1 learn components   serves GetPackageData if the device has announced it, fetches the
  *                       device's metadata, builds update_list from matched_record and orders it,
  *                       sends PassComponentTable (0x13) for each component, goes on in state 2.
- *                       Stops where the device reports no classification index for a component,
- *                       where it accepts none, without a matched_record, without components or
+ *                       Stops if the device reports no classification index for a component,
+ *                       if it accepts none, without a matched_record, without components or
  *                       with more than PLDM_FW_COMPONENTS_MAX
  *  2 ready to transfer  pldm_update_component_table() for component_index; a component that the
  *                       device does not take is skipped. Stops with more than
@@ -399,7 +403,7 @@ SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8
  * bounds that is the number of messages:
  *
  *  state 1   4096 + 4 for each byte of package_data_len: 266,236 at most
- *  state 3   4096 + 4 for each 32 bytes of the component, as far as they are in the package where
+ *  state 3   4096 + 4 for each 32 bytes of the component, as far as they are in the package if
  *            package_size tells its size: 4096 for a component of less than 32 bytes, 135,168 for
  *            one of 1 MiB, some 537 million for the largest
  *
@@ -407,7 +411,7 @@ SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8
  * half with a component of less than 32 bytes, and for 844 days with one of 1 MiB. State 3 is
  * entered at most once for each component in the list. The library has no other end for it: a
  * service that cannot wait runs the update in a process that it can end.
- * @return 0, whatever became of the update: pldm.completion_code and state tell; -1 where ctx is
+ * @return 0, whatever became of the update: pldm.completion_code and state tell; -1 if ctx is
  *         null
  */
 SIDEBAND_EXPORT int32_t fw_update_state_fn(pldm_fw_update_ctx* ctx);
@@ -439,7 +443,7 @@ SIDEBAND_EXPORT extern const pldm_fw_device pldm_gpu_fw_table[];
 SIDEBAND_EXPORT extern const uint32_t pldm_gpu_fw_table_num; /**< rows: 1 */
 
 /**
- * Not 0: every UpdateComponent asks for a forced update; 0: where the package asks for one. Set
+ * Not 0: every UpdateComponent asks for a forced update; 0: if the package asks for one. Set
  * by pldm_nic_update(), read for each request, without a lock.
  */
 SIDEBAND_EXPORT extern int pldm_force_update_flag;
@@ -447,7 +451,7 @@ SIDEBAND_EXPORT extern int pldm_force_update_flag;
 /** For other users; null unless they set it, not used here. */
 SIDEBAND_EXPORT extern void* file_buf;
 
-/** @return index of the first row for the vendor, -1 where there is none */
+/** @return index of the first row for the vendor, -1 if there is none */
 SIDEBAND_EXPORT int32_t pldm_get_nic_fw_index(uint16_t vendor_id);
 SIDEBAND_EXPORT int32_t pldm_get_gpu_fw_index(uint16_t vendor_id);
 
@@ -478,9 +482,9 @@ typedef struct pldm_card_location {
 
 /**
  * Brings up the terminus and sees that it can be updated: pldm_terminus_init(), pldm_discovery()
- * and support of PLDM type 5. The terminus stays bound, also where it cannot.
+ * and support of PLDM type 5. The terminus stays bound, even if it cannot.
  * @param mctp  a prototype, as for pldm_terminus_init()
- * @return 0; PLDM_ERROR_ARGUMENT where an argument is null, or with PLDM_FW_MARK_NO_FW_UPDATE;
+ * @return 0; PLDM_ERROR_ARGUMENT if an argument is null, or with PLDM_FW_MARK_NO_FW_UPDATE;
  *         the result of the step that failed, with PLDM_FW_MARK_TERMINUS
  */
 SIDEBAND_EXPORT int32_t pldm_fw_update_init(pldm_fw_update_ctx* ctx, const mctp_ctx* mctp);
@@ -498,7 +502,7 @@ SIDEBAND_EXPORT int32_t pldm_fw_update_init(pldm_fw_update_ctx* ctx, const mctp_
  *                  gone, then the binding set-up fills it, see MCTP_binding_SMBUS()
  * @param card      vendor_id and flags from the caller, who also fills in what PCIEDeviceMux() and
  *                  the binding set-up want of the rest
- * @return 0 where a device record matches;
+ * @return 0 if a device record matches;
  *         -1 GlobalParaInit() failed, a lock was refused or an argument is null;
  *         -2 the host is not powered on;
  *         -3 the device table has no such vendor;
@@ -513,7 +517,7 @@ SIDEBAND_EXPORT int32_t pldm_check_GPU_firmware_image(const char* path, pldm_fw_
 
 /**
  * As pldm_check_GPU_firmware_image(), for a network card.
- * @return 0 where a device record matches or the package has none; -1 otherwise
+ * @return 0 if a device record matches or the package has none; -1 otherwise
  */
 SIDEBAND_EXPORT int32_t pldm_check_firmware_image(const char* path, pldm_fw_update_ctx* ctx,
                                                   const pldm_card_location* location,
@@ -531,7 +535,7 @@ SIDEBAND_EXPORT int32_t pldm_check_firmware_image(const char* path, pldm_fw_upda
  *                 the rest zeroed or as pldm_check_firmware_image() has left it
  * @param ignored  not looked at
  * @param flags    PLDM_FW_FLAG_...
- * @return result of the last RequestUpdate, or of the last CancelUpdate that failed; -1 where none
+ * @return result of the last RequestUpdate, or of the last CancelUpdate that failed; -1 if none
  *         was sent, as with PLDM_FW_FLAG_QUERY
  */
 SIDEBAND_EXPORT int32_t pldm_nic_update(const char* path, pldm_fw_update_ctx* ctx, void* ignored,
@@ -540,7 +544,7 @@ SIDEBAND_EXPORT int32_t pldm_nic_update(const char* path, pldm_fw_update_ctx* ct
 /**
  * Releases all that the context holds: pldm_free_ctx_resource() and pldm_terminus_deinit(). A PCIe
  * session stays open.
- * @return 0; -1 where ctx is null
+ * @return 0; -1 if ctx is null
  */
 SIDEBAND_EXPORT int32_t pldm_free_ua_resource(pldm_fw_update_ctx* ctx);
 

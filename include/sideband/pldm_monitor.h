@@ -211,8 +211,10 @@ typedef struct SIDEBAND_PACKED pldm_state_sensor_pdr {
     uint8_t sensor_init;
     uint8_t sensor_auxiliary_names_pdr; /**< not 0: there is an auxiliary names PDR */
     uint8_t composite_sensor_count;
-    /** One entry a composite sensor: stateSetID (2 bytes), possibleStatesSize (1), as many bytes
-        of possibleStates. A device decides what stands here: walk it with bounds. */
+    /**
+     * One entry a composite sensor: stateSetID (2 bytes), possibleStatesSize (1), as many bytes of
+     * possibleStates. A device decides what stands here: walk it with bounds.
+     */
     uint8_t entries[PLDM_PDR_STATE_ENTRIES_SIZE];
 } pldm_state_sensor_pdr;
 
@@ -399,8 +401,10 @@ SIDEBAND_STATIC_ASSERT(sizeof(pldm_state_set) == 34, "state set");
 /** Entries of STATE_TABLE. */
 #define PLDM_STATE_SETS 8
 
-/** The state sets that have a name. A service may write names of its own, before any other thread
-    prints. */
+/**
+ * The state sets that have a name. A service may write names of its own, before any other thread
+ * prints.
+ */
 SIDEBAND_EXPORT extern pldm_state_set STATE_TABLE[PLDM_STATE_SETS];
 /** The number of entries, for callers that have no header: PLDM_STATE_SETS. */
 SIDEBAND_EXPORT extern const uint32_t pldm_state_state_num;

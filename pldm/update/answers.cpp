@@ -101,8 +101,8 @@ int32_t refuse_package_data(pldm_fw_update_ctx& ctx, const uint8_t* req, uint32_
     return -1;
 }
 
-/// Copies package data of the first record; zeros where it has none. The length that the device
-/// was told is that of the record that was parsed last.
+/// Copies package data of the first record; behind its end the zeros of the target stay. The length
+/// that the device was told is that of the record that was parsed last.
 void copy_package_data(const pldm_device_record& record, size_t offset, std::span<uint8_t> target) {
     if (offset < record.package_data_len) {
         std::memcpy(target.data(), record.package_data + offset,
@@ -177,9 +177,9 @@ public:
         return stamp_of(file_.descriptor, now) && now == file_.stamp;
     }
 
-    /// Copies bytes of the file; those behind its end are left as they are. By reading: where
+    /// Copies bytes of the file; those behind its end are left as they are. By reading: if
     /// somebody cuts the file meanwhile, an access to the mapping would end the process.
-    /// @return false where bytes that were there when the file was opened cannot be had
+    /// @return false if bytes that were there when the file was opened cannot be had
     bool copy(uint64_t position, std::span<uint8_t> target) const {
         if (position >= file_.size) {
             return true;
@@ -201,7 +201,7 @@ struct Piece {
     uint32_t copied;  ///< how much of it is taken from the file
 };
 
-/// The completion code for a piece; fills copied where that is 0. Deliberately measured against the
+/// The completion code for a piece; fills copied if that is 0. Deliberately measured against the
 /// whole file, not against the component: devices ask for padding behind their component.
 uint8_t judge_piece(const pldm_fw_update_ctx& ctx, size_t file_size, Piece& piece) {
     const uint64_t end = uint64_t{piece.offset} + piece.length;

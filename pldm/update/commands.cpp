@@ -154,7 +154,7 @@ int32_t judge_component(pldm_fw_update_ctx& ctx, unsigned index, PldmAnswer& ans
 
 // ---- ActivateFirmware ----
 
-/// The first component of the update that is for the device; null where none is.
+/// The first component of the update that is for the device; null if none is.
 const pldm_update_component* first_component(const pldm_fw_update_ctx& ctx) {
     for (size_t i = 0; i < ctx.component_num; ++i) {
         if (const auto* element = update_element(ctx, i)) {

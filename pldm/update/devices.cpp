@@ -48,7 +48,7 @@ bool nic_wants_smbus(uint32_t flags) {
     return (flags & (PLT_CARD_NIC_SMBUS | PLT_CARD_NIC_PCIE)) == PLT_CARD_NIC_SMBUS;
 }
 
-/// Reaches the card over the binding that it wants, or over the other one where it has only that.
+/// Reaches the card over the binding that it wants, or over the other one if it has only that.
 void set_binding_up(const pldm_fw_device& device, bool wants_smbus, const plt_card_info& card,
                     pldm_fw_update_ctx& ctx, mctp_ctx& mctp) {
     const bool smbus =

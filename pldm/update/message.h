@@ -111,7 +111,7 @@ void report_percentage(pldm_fw_update_ctx& ctx, uint8_t percentage);
 
 /// Fills the update list with what the matched record marks as applicable, in the order in which
 /// the device is to get it.
-/// @return false where there is nothing to update, or the device does not know a component
+/// @return false if there is nothing to update, or the device does not know a component
 bool build_update_list(pldm_fw_update_ctx& ctx);
 
 /// Sends PassComponentTable for the components of the update list.
@@ -119,7 +119,7 @@ bool build_update_list(pldm_fw_update_ctx& ctx);
 bool pass_component_table(pldm_fw_update_ctx& ctx);
 
 /// Moves on to the next component.
-/// @return false where the current one is the last that an index counts
+/// @return false if the current one is the last that an index counts
 bool advance_component(pldm_fw_update_ctx& ctx);
 
 /// Sends CancelUpdateComponent.
@@ -128,7 +128,7 @@ int32_t exchange_cancel_component(pldm_fw_update_ctx& ctx);
 /// Goes on with the component behind the one that was cancelled.
 void skip_component(pldm_fw_update_ctx& ctx);
 
-/// The element of the update list; null where the list has none at this index or it carries no
+/// The element of the update list; null if the list has none at this index or it carries no
 /// component for the device.
 const pldm_update_component* update_element(const pldm_fw_update_ctx& ctx, size_t index);
 

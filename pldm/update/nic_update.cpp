@@ -144,7 +144,7 @@ private:
         }
     }
 
-    /// Requests the update once, and where the device is in update mode makes it leave that.
+    /// Requests the update once, and makes a device that is in update mode already leave it.
     /// @return whether to request it again
     bool request_update() {
         constexpr int32_t kInUpdateMode = -2;

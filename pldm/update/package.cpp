@@ -43,7 +43,7 @@ constexpr size_t kReach = 0x20000;
 /// may overlap, and could together be five hundred times as large as the file.
 constexpr size_t kCopiesMax = size_t{4} * 0x10000;
 
-/// Reads a package header front to back into a context. Each step is false where it failed; it has
+/// Reads a package header front to back into a context. Each step is false if it failed; it has
 /// said why then.
 class Parser {
 public:
@@ -156,7 +156,7 @@ bool Parser::read_header() {
         return false;
     }
     std::printf("ver string: %s\n", Printable(version).text());
-    ctx_.package_version_string = text_of(version);  // An update does without where memory is out.
+    ctx_.package_version_string = text_of(version);  // An update does without if memory is out.
     return true;
 }
 
@@ -313,7 +313,7 @@ bool Parser::read_package_data(pldm_device_record& record) {
     if (!take(record.package_data_len, data) || !check() || !count_copy(data.size())) {
         return false;
     }
-    record.package_data = copy_of(data, 1);  // An update does without where memory is out.
+    record.package_data = copy_of(data, 1);  // An update does without if memory is out.
     dump_packet(data.data(), record.package_data_len);
     return true;
 }
@@ -339,7 +339,7 @@ bool Parser::read_components() {
     return true;
 }
 
-/// Keeps an entry whose bytes are all in the file, also where the header ends inside it.
+/// Keeps an entry whose bytes are all in the file, even if the header ends inside it.
 bool Parser::read_component(uint8_t*& copy) {
     const size_t start = position();
     Bytes part;

@@ -24,7 +24,7 @@ constexpr int kWaits = 6;
 
 /// Most messages that the device gets to send in one loop: four times those that the data takes in
 /// its smallest pieces, and some more. What a component claims to have behind the end of the file
-/// does not count, where the file's size is known.
+/// does not count if the file's size is known.
 uint64_t messages_max(const pldm_fw_update_ctx& ctx) {
     constexpr uint64_t kSpare = 4096;
     constexpr uint64_t kTries = 4;
@@ -77,7 +77,7 @@ bool serve(pldm_fw_update_ctx& ctx, uint8_t command, const uint8_t* request) {
 }
 
 /// Whether the device has been silent for too long.
-/// @param last  time of its last message; set back where the clock was
+/// @param last  time of its last message; set back if the clock was
 bool is_silent(const pldm_fw_update_ctx& ctx, time_t& last) {
     const time_t now = time(nullptr);
     if (now < last) {
