@@ -66,6 +66,25 @@ bool count_reading(uint8_t operational_state) {
     return before < kNotEnabledReadingsMax;
 }
 
+/// The result of SetStateSensorEnables, with its line for the console.
+int32_t judge_enables(const PldmAnswer& answer) {
+    switch (answer.header.completion) {
+        case PLDM_CC_SUCCESS:
+            console_log("pldm set state sensor enable success\n");
+            return 0;
+        case kInvalidSensorId:
+            console_log("pldm set state sensor enable fail: PLDM_MONITOR_INVALID_SENSOR_ID\n");
+            return -1;
+        case kEventGenerationNotSupported:
+            console_log(
+                "pldm set state sensor enable fail: "
+                "PLDM_MONITOR_EVENT_GENERATION_NOT_SUPPORTED\n");
+            return -1;
+        default:
+            return answer.result;
+    }
+}
+
 /// GetStateSensorReadings response: composite sensor count, then four bytes a sensor.
 constexpr size_t kStateResponseSize =
     PLDM_RESPONSE_HEADER_SIZE + 1 + PLDM_COMPOSITE_SENSORS_MAX * sizeof(pldm_state_reading);
@@ -192,21 +211,7 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
     print_line("====== set state sensor enable Resp =====");
     print_bytes(room);
     print_line(kResponseEnd);
-    switch (answer.header.completion) {
-        case PLDM_CC_SUCCESS:
-            console_log("pldm set state sensor enable success\n");
-            return 0;
-        case kInvalidSensorId:
-            console_log("pldm set state sensor enable fail: PLDM_MONITOR_INVALID_SENSOR_ID\n");
-            return -1;
-        case kEventGenerationNotSupported:
-            console_log(
-                "pldm set state sensor enable fail: "
-                "PLDM_MONITOR_EVENT_GENERATION_NOT_SUPPORTED\n");
-            return -1;
-        default:
-            return answer.result;
-    }
+    return judge_enables(answer);
 }
 
 int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, pldm_state_reading* out) {
