@@ -190,6 +190,7 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
         return PLDM_ERROR_ARGUMENT;
     }
     if (count > PLDM_COMPOSITE_SENSORS_MAX) {
+        // NOLINTNEXTLINE(clang-analyzer-unix.Malloc)
         console_log("invaild stats count: %d\n", count);
         return -1;
     }
