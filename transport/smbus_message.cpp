@@ -13,24 +13,16 @@
 #include "common/lock.h"
 #include "common/memory.h"
 #include "common/sleep.h"
+#include "common/wire.h"
+#include "transport/packet.h"
 #include "transport/smbus_message.h"
 
 namespace sideband {
 namespace {
 
-/// MCTP transport header (DSP0236, clause 8.1): version, destination, source, flags.
-constexpr int32_t kTransportHeaderSize = 4;
-constexpr uint8_t kHeaderVersion = 1;
-constexpr uint8_t kFlagSom = 0x80;
-constexpr uint8_t kFlagEom = 0x40;
-constexpr uint8_t kFlagTagOwner = 0x08;
-constexpr uint8_t kTagMask = 0x07;
-constexpr uint8_t kSequenceMask = 0x03;
-constexpr int kSequenceShift = 4;
-
 /// The tag of the next request.
 uint8_t next_tag(uint8_t tag) {
-    return static_cast<uint8_t>((tag + 1) & kTagMask);
+    return static_cast<uint8_t>((tag + 1) & PacketHeader::kTagMask);
 }
 
 /// Room in front of a packet for the binding's own header.
@@ -38,7 +30,7 @@ constexpr int32_t kPhysicalHeaderSize = 4;
 /// 4 physical header, 4 transport header, payload, and the byte in which the software-PEC binding
 /// stores its PEC.
 constexpr size_t kSendBufferSize =
-    kPhysicalHeaderSize + kTransportHeaderSize + MCTP_UNIT_SIZE_MAX + 1;
+    kPhysicalHeaderSize + PacketHeader::kSize + MCTP_UNIT_SIZE_MAX + 1;
 /// The most that is ever asked for is 4 + 1 + MCTP_UNIT_SIZE_MAX = 125 bytes.
 constexpr size_t kReceiveBufferSize = 128;
 /// A device that sends nothing but packets to be dropped must not hold the bus for ever. There are
@@ -59,12 +51,6 @@ lx_mutex& bus_mutex(const mctp_ctx& ctx) {
     return at_p_St_GlobalVar->bus_mutex[ctx.bus];
 }
 
-/// Flags of a message's first packet, sequence number 0.
-uint8_t first_flags(uint8_t tag, uint8_t tag_owner, bool is_last) {
-    return static_cast<uint8_t>(kFlagSom | (is_last ? kFlagEom : 0) |
-                                (tag_owner != 0 ? kFlagTagOwner : 0) | (tag & kTagMask));
-}
-
 /// What follows the type byte of an outgoing message, in wire order: body, integrity check.
 class OutgoingBytes {
 public:
@@ -72,10 +58,7 @@ public:
         : body_(body), check_length_(integrity_check ? kIntegrityCheckSize : 0) {
         if (integrity_check) {
             uint32_t crc = crc32c_update(kCrc32cInitial, {&type, 1});
-            crc = crc32c_final(crc32c_update(crc, body));
-            for (size_t i = 0; i < kIntegrityCheckSize; ++i) {
-                check_[i] = static_cast<uint8_t>(crc >> (8 * i));
-            }
+            WireWriter(check_).le32(crc32c_final(crc32c_update(crc, body)));
         }
     }
 
@@ -109,7 +92,7 @@ public:
           next_(buffer),
           room_(capacity),
           capacity_(capacity),
-          payload_offset_(kTransportHeaderSize + (type_byte == TypeByte::deliver ? 0 : 1)) {}
+          payload_offset_(PacketHeader::kSize + (type_byte == TypeByte::deliver ? 0 : 1)) {}
 
     /// Reads packets until the message is complete or the buffer full.
     /// @return body bytes stored, or -1
@@ -122,9 +105,6 @@ public:
     }
 
 private:
-    static constexpr size_t kFlagsOffset = 3;
-    static constexpr uint8_t kSequenceBits = kSequenceMask << kSequenceShift;
-
     int32_t assemble() {
         int dropped_in_a_row = 0;
         while (dropped_in_a_row < kDroppedPacketsMax) {
@@ -135,9 +115,12 @@ private:
             if (length < 0) {
                 return -1;
             }
-            if (!accept(packet.data(), length, wanted) || !store(packet.data(), length)) {
+            WireReader reader(packet);
+            const PacketHeader header = PacketHeader::read(reader);
+            if (!accept(header, packet.data(), length, wanted) ||
+                !store(header, packet.data(), length)) {
                 ++dropped_in_a_row;
-            } else if ((packet[kFlagsOffset] & kFlagEom) != 0 || room_ == 0) {
+            } else if (header.eom() || room_ == 0) {
                 return capacity_ - room_;
             } else {
                 dropped_in_a_row = 0;  // There is progress: at least one byte has been stored.
@@ -148,22 +131,22 @@ private:
         return -1;
     }
 
-    bool is_first() const { return header_length_ != kTransportHeaderSize; }
+    bool is_first() const { return header_length_ != PacketHeader::kSize; }
 
-    /// Whether the flags continue the message.
-    bool is_expected(uint8_t flags) const {
-        const int difference = flags ^ expected_;
+    /// Whether a packet continues the message.
+    bool is_expected(PacketHeader header) const {
+        const int difference = header.flags ^ expected_.flags;
         // The sequence of an end packet is deliberately not checked.
-        return (difference & (kTagMask | kSequenceBits)) == 0 ||
-               ((flags & kFlagEom) != 0 && (difference & kTagMask) == 0);
+        return (difference & (PacketHeader::kTagMask | PacketHeader::kSequenceMask)) == 0 ||
+               (header.eom() && (difference & PacketHeader::kTagMask) == 0);
     }
 
     /// Checks length, tag, sequence and start flag. A packet that is not accepted is gone, with a
     /// trace.
-    bool accept(const uint8_t* packet, int32_t length, int32_t wanted);
-    bool store(const uint8_t* packet, int32_t length);
+    bool accept(PacketHeader header, const uint8_t* packet, int32_t length, int32_t wanted);
+    bool store(PacketHeader header, const uint8_t* packet, int32_t length);
 
-    bool refuse_tag(const uint8_t* packet, int32_t length);
+    bool refuse_tag(PacketHeader header, const uint8_t* packet, int32_t length);
     bool refuse_length(const uint8_t* packet, int32_t length, int32_t wanted);
 
     /// Whether the next dropped packet leaves more of a trace than its count.
@@ -186,8 +169,8 @@ private:
 
     /// What follows is no first packet any more: its header has no type byte.
     void go_on() {
-        header_length_ = kTransportHeaderSize;
-        payload_offset_ = kTransportHeaderSize;
+        header_length_ = PacketHeader::kSize;
+        payload_offset_ = PacketHeader::kSize;
     }
 
     mctp_ctx& ctx_;
@@ -195,39 +178,37 @@ private:
     int32_t room_;   ///< bytes left there
     int32_t capacity_;
     /// The first packet carries the message type byte as well.
-    int32_t header_length_ = kTransportHeaderSize + 1;
+    int32_t header_length_ = PacketHeader::kSize + 1;
     /// Where the bytes to be delivered begin: behind the type byte, unless that is wanted too.
     int32_t payload_offset_;
-    /// Tag and sequence of the next packet, in their places in the flags byte.
-    uint8_t expected_ = 0;
+    PacketHeader expected_;  ///< tag and sequence of the next packet
+
     uint32_t dropped_ = 0;  ///< packets of the whole receive
 };
 
-bool Reassembly::accept(const uint8_t* packet, int32_t length, int32_t wanted) {
-    const uint8_t flags = packet[kFlagsOffset];
-    const bool starts = (flags & kFlagSom) != 0;
-    if (length < header_length_ || (is_first() && !starts)) {
+bool Reassembly::accept(PacketHeader header, const uint8_t* packet, int32_t length,
+                        int32_t wanted) {
+    if (length < header_length_ || (is_first() && !header.som())) {
         return drop(packet, length);
     }
     // A packet with TO set belongs to an endpoint's own request and is taken whatever its tag.
-    if (((flags ^ ctx_.tag) & kTagMask) != 0 && (flags & kFlagTagOwner) == 0) {
-        return refuse_tag(packet, length);
+    if (header.tag() != (ctx_.tag & PacketHeader::kTagMask) && !header.tag_owner()) {
+        return refuse_tag(header, packet, length);
     }
-    if (starts) {
+    if (header.som()) {
         // In the middle of a message too: what was stored stays, and the payload, type byte
         // included, goes behind it.
-        ctx_.binding_eids[0] = packet[2];
-        expected_ = static_cast<uint8_t>((expected_ & kSequenceBits) | (flags & kTagMask));
-    } else if (!is_expected(flags)) {
+        ctx_.binding_eids[0] = header.source;
+        expected_.flags = (expected_.flags & PacketHeader::kSequenceMask) | header.tag();
+    } else if (!is_expected(header)) {
         return drop(packet, length);
     }
     return length <= wanted || refuse_length(packet, length, wanted);
 }
 
-bool Reassembly::refuse_tag(const uint8_t* packet, int32_t length) {
+bool Reassembly::refuse_tag(PacketHeader header, const uint8_t* packet, int32_t length) {
     if (reports()) {
-        debug_log("MCTP request tag is %d but response tag is %d\n", ctx_.tag,
-                  packet[kFlagsOffset] & kTagMask);
+        debug_log("MCTP request tag is %d but response tag is %d\n", ctx_.tag, header.tag());
     }
     return drop(packet, length);
 }
@@ -240,60 +221,71 @@ bool Reassembly::refuse_length(const uint8_t* packet, int32_t length, int32_t wa
     return drop(packet, length);
 }
 
-bool Reassembly::store(const uint8_t* packet, int32_t length) {
-    const uint8_t flags = packet[kFlagsOffset];
-    const int32_t header = payload_offset_;
+bool Reassembly::store(PacketHeader header, const uint8_t* packet, int32_t length) {
+    const int32_t offset = payload_offset_;
     go_on();
-    ctx_.tag = flags & kTagMask;
-    if (length == header) {
+    ctx_.tag = header.tag();
+    if (length == offset) {
         return drop(packet, length);
     }
-    const int32_t payload = std::min(length - header, room_);
-    std::memcpy(next_, packet + header, static_cast<size_t>(payload));
+    expected_.flags = header.flags;
+    expected_.advance();
+    const int32_t payload = std::min(length - offset, room_);
+    std::memcpy(next_, packet + offset, static_cast<size_t>(payload));
     next_ += payload;
     room_ -= payload;
-    constexpr unsigned kNextSequence = 1u << kSequenceShift;
-    expected_ = (flags + kNextSequence) & (kTagMask | kSequenceBits);
     return true;
+}
+
+bool can_send(const mctp_ctx& ctx, size_t length, const uint8_t* body) {
+    return unit_size_usable(ctx) && ctx.binding != nullptr && ctx.binding->write != nullptr &&
+           (body != nullptr || length == 0);
+}
+
+/// The header of a message's first packet.
+PacketHeader first_header(const mctp_ctx& ctx, uint8_t tag_owner, bool is_last) {
+    const int flags = PacketHeader::kSom | (is_last ? PacketHeader::kEom : 0) |
+                      (tag_owner != 0 ? PacketHeader::kTagOwner : 0) |
+                      (ctx.tag & PacketHeader::kTagMask);
+    return {
+        .destination = ctx.dest_eid, .source = ctx.src_eid, .flags = static_cast<uint8_t>(flags)};
 }
 
 int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t tag_owner,
                      bool integrity_check) {
-    if (!unit_size_usable(ctx) || ctx.binding == nullptr || ctx.binding->write == nullptr ||
-        (body == nullptr && length != 0)) {
+    if (!can_send(ctx, length, body)) {
         return -1;
     }
     OutgoingBytes bytes(ctx.msg_type, {body, length}, integrity_check);
     const size_t unit = ctx.unit_size;
-    size_t type_bytes = 1;  // The first packet begins with the type byte.
-    size_t remaining = type_bytes + bytes.remaining();
-    uint8_t flags = first_flags(ctx.tag, tag_owner, unit >= remaining);
-
+    size_t type_size = 1;  // The first packet begins with the type byte.
+    size_t remaining = type_size + bytes.remaining();
+    PacketHeader header = first_header(ctx, tag_owner, unit >= remaining);
     std::array<uint8_t, kSendBufferSize> frame{};
-    uint8_t* packet = frame.data() + kPhysicalHeaderSize;
-    packet[0] = kHeaderVersion;
-    packet[1] = ctx.dest_eid;
-    packet[2] = ctx.src_eid;
-    packet[kTransportHeaderSize] = ctx.msg_type;
+    WireWriter start(frame);
+    header.write(start.skip(kPhysicalHeaderSize));
+    start.u8(ctx.msg_type);
     ctx.tx_seq = 0;
     while (remaining != 0) {
         // Strictly greater: a last packet of exactly unit_size bytes goes out without EOM, unless
         // it is the only one. Deployed devices rely on it.
         if (unit > remaining) {
-            flags |= kFlagEom;
+            header.flags |= PacketHeader::kEom;
         }
         const size_t chunk = std::min(unit, remaining);
-        packet[3] = static_cast<uint8_t>(flags | (ctx.tx_seq & kSequenceMask) << kSequenceShift);
-        bytes.take(packet + kTransportHeaderSize + type_bytes, chunk - type_bytes);
+        // All else of the header stays as it is.
+        WireWriter writer(frame);
+        writer.skip(kPhysicalHeaderSize + PacketHeader::kFlagsOffset).u8(header.flags);
+        bytes.take(frame.data() + writer.skip(type_size).written(), chunk - type_size);
         const int32_t result = ctx.binding->write(
-            &ctx.section, static_cast<int32_t>(chunk) + kTransportHeaderSize, frame.data());
+            &ctx.section, PacketHeader::kSize + static_cast<int32_t>(chunk), frame.data());
         // Only the end packet's failure counts: a device that lost an earlier one does not answer.
-        if (result < 0 && (flags & kFlagEom) != 0) {
+        if (result < 0 && header.eom()) {
             return -1;
         }
-        flags &= static_cast<uint8_t>(~kFlagSom);
+        header.advance();
         ++ctx.tx_seq;
-        type_bytes = 0;
+        type_size = 0;
         remaining -= chunk;
     }
     return 0;
