@@ -28,7 +28,7 @@ public:
         return from != nullptr ? std::span(from, count) : std::span<const uint8_t>();
     }
     /// What has not been read, in place.
-    std::span<const uint8_t> rest() const { return bytes_.subspan(position_); }
+    std::span<const uint8_t> rest() const { return bytes_; }
 
     /// Copies bytes out; the target is zeroed if they are not all there.
     void copy(std::span<uint8_t> target) {
@@ -45,7 +45,7 @@ public:
 
     void skip(size_t count) { take(count); }
 
-    size_t remaining() const { return bytes_.size() - position_; }
+    size_t remaining() const { return bytes_.size(); }
     bool ok() const { return ok_; }
 
 private:
@@ -54,8 +54,8 @@ private:
             ok_ = false;
             return nullptr;
         }
-        const uint8_t* at = bytes_.data() + position_;
-        position_ += count;
+        const uint8_t* at = bytes_.data();
+        bytes_ = bytes_.subspan(count);
         return at;
     }
 
@@ -77,8 +77,7 @@ private:
         return value;
     }
 
-    std::span<const uint8_t> bytes_;
-    size_t position_ = 0;
+    std::span<const uint8_t> bytes_;  ///< what has not been read
     bool ok_ = true;
 };
 

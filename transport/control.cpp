@@ -3,6 +3,7 @@
 #include <sideband/mctp.h>
 #include <sideband/platform.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <span>
@@ -12,26 +13,30 @@
 
 using namespace sideband;
 
-namespace sideband {
+namespace sideband::control {
 namespace {
-
-using namespace control;
 
 constexpr int kTries = 3;
 constexpr uint32_t kNotReadyPauseUs = 50000;
+/// Most data of a request here.
+constexpr size_t kRequestDataMax = 3;
+
+Answer no_answer() {
+    return {-1, WireReader({})};
+}
 
 /// Sends until the endpoint is ready, three times at most.
-/// @return bytes received, at least kResponseHeaderSize, or -1
-int32_t exchange_until_ready(mctp_ctx& ctx, std::span<const uint8_t> request,
-                             std::span<uint8_t> response) {
+/// @return bytes received, at least kResponseSize, or -1
+int32_t transfer_until_ready(mctp_ctx& ctx, std::span<const uint8_t> request,
+                             std::span<uint8_t> room) {
     int32_t received = 0;
     for (int tries = 0; tries < kTries; ++tries) {
         received = ctx.xfer(&ctx, static_cast<uint32_t>(request.size()),
-                            static_cast<int32_t>(response.size()), request.data(), response.data());
-        if (received < kResponseHeaderSize) {
+                            static_cast<int32_t>(room.size()), request.data(), room.data());
+        if (received < static_cast<int32_t>(kResponseSize)) {
             return -1;
         }
-        if (response[2] != kCompletionNotReady) {
+        if (room[kCompletionOffset] != kCompletionNotReady) {
             break;
         }
         sleep_us(kNotReadyPauseUs);
@@ -39,64 +44,71 @@ int32_t exchange_until_ready(mctp_ctx& ctx, std::span<const uint8_t> request,
     return received;
 }
 
-}  // namespace
-
-int32_t control::control_request(mctp_ctx* ctx, std::span<uint8_t> request,
-                                 std::span<uint8_t> response, int32_t minimum) {
-    if (ctx == nullptr || ctx->xfer == nullptr) {
-        return -1;
-    }
-    request[0] = static_cast<uint8_t>((request[0] & ~kInstanceIdMask) |
-                                      (ctx->instance_id & kInstanceIdMask));
-    ++ctx->instance_id;
-    const int32_t received = exchange_until_ready(*ctx, request, response);
-    if (received < 0) {
-        return -1;
-    }
-    // After the last try "not ready" is deliberately taken for an answer: some endpoints never say
-    // anything else.
-    const uint8_t completion = response[2];
-    if (completion == kCompletionSuccess ? received < minimum : completion != kCompletionNotReady) {
-        return -1;
-    }
-    const bool same_instance = (response[0] & kInstanceIdMask) == (request[0] & kInstanceIdMask);
-    return response[1] == request[1] && same_instance ? received : -1;
-}
-
-namespace {
-
 /// A command without request data whose answer holds nothing but a completion code.
-int32_t plain_request(mctp_ctx* ctx, Command command) {
-    std::array<uint8_t, 2> request{kRequestBit, command};
-    std::array<uint8_t, kResponseHeaderSize> response{};
-    return control_request(ctx, request, response) < 0 ? -1 : 0;
+int32_t plain_command(mctp_ctx* ctx, Command command) {
+    std::array<uint8_t, kResponseSize> room{};
+    return finish(exchange(ctx, {command}, room));
 }
 
 }  // namespace
 
-int32_t read_routing_table(mctp_ctx* ctx, uint8_t entry_handle, uint8_t* table) {
-    constexpr int32_t kEntriesOffset = 5;
-    std::array<uint8_t, 3> request{kRequestBit, kGetRoutingTableEntries, entry_handle};
-    std::array<uint8_t, MCTP_ROUTING_TABLE_RESPONSE_SIZE> response{};
-    const int32_t received = control_request(ctx, request, response, kEntriesOffset);
+Answer exchange(mctp_ctx* ctx, const Request& request, std::span<uint8_t> room) {
+    if (ctx == nullptr || ctx->xfer == nullptr) {
+        return no_answer();
+    }
+    const Header sent{true, Header::instance_of(ctx->instance_id), request.command};
+    ++ctx->instance_id;
+    std::array<uint8_t, Header::kSize + kRequestDataMax> bytes;
+    WireWriter writer(bytes);
+    sent.write(writer);
+    writer.bytes(request.data);
+    const int32_t received =
+        transfer_until_ready(*ctx, std::span(bytes).first(writer.written()), room);
     if (received < 0) {
+        return no_answer();
+    }
+    WireReader reader(room);
+    const Header header = Header::read(reader);
+    const uint8_t completion = reader.u8();
+    // After the last try "not ready" is deliberately taken for an answer, with zeros for what did
+    // not come: some endpoints never say anything else.
+    const bool is_answer = completion == kCompletionSuccess || completion == kCompletionNotReady;
+    if (!is_answer || header.command != sent.command || header.instance_id != sent.instance_id) {
+        return no_answer();
+    }
+    if (completion == kCompletionSuccess) {
+        reader = WireReader(reader.rest().first(
+            std::min(static_cast<size_t>(received), room.size()) - kResponseSize));
+    }
+    return {received, reader};
+}
+
+int32_t finish(const Answer& answer) {
+    return answer.result >= 0 && answer.data.ok() ? 0 : -1;
+}
+
+int32_t read_routing_table(mctp_ctx* ctx, uint8_t entry_handle, RoutingTable room) {
+    constexpr size_t kHandleAndCount = 2;
+    std::memset(room.data(), 0, room.size());
+    Answer answer = exchange(ctx, {kGetRoutingTableEntries, {&entry_handle, 1}}, room);
+    answer.data.skip(kHandleAndCount);
+    if (finish(answer) < 0) {
         console_log("[%s] failed\n", "mctp_get_routing_table_entries");
         return -1;
     }
-    std::memcpy(table, response.data(), response.size());
-    return received;
+    return answer.result;
 }
 
-}  // namespace sideband
+}  // namespace sideband::control
 
 using namespace sideband::control;
 
 int32_t mctp_set_endpoint_id(mctp_ctx* ctx, uint8_t eid) {
     constexpr uint8_t kOperationSetEid = 0;
-    std::array<uint8_t, 4> request{kRequestBit, kSetEndpointId, kOperationSetEid, eid};
-    std::array<uint8_t, 6> response;
-    response.fill(0xFF);
-    if (control_request(ctx, request, response) < 0) {
+    const std::array<uint8_t, 2> data{kOperationSetEid, eid};
+    std::array<uint8_t, 6> room;
+    room.fill(0xFF);
+    if (finish(exchange(ctx, {kSetEndpointId, data}, room)) < 0) {
         return -1;
     }
     ctx->dest_eid = eid;  // what was asked for, not what the endpoint echoed
@@ -104,34 +116,34 @@ int32_t mctp_set_endpoint_id(mctp_ctx* ctx, uint8_t eid) {
 }
 
 int32_t mctp_get_endpoint_id(mctp_ctx* ctx) {
-    constexpr int32_t kEidEnd = 4;
-    std::array<uint8_t, 2> request{kRequestBit, kGetEndpointId};
-    std::array<uint8_t, 6> response{};
-    if (control_request(ctx, request, response, kEidEnd) < 0) {
+    std::array<uint8_t, 6> room{};
+    Answer answer = exchange(ctx, {kGetEndpointId}, room);
+    const uint8_t eid = answer.data.u8();
+    if (finish(answer) < 0) {
         return -1;
     }
-    ctx->dest_eid = response[3];
-    return ctx->dest_eid;
+    ctx->dest_eid = eid;
+    return eid;
 }
 
 int32_t mctp_get_endpoint_uuid(mctp_ctx* ctx) {
-    std::array<uint8_t, 2> request{kRequestBit, kGetEndpointUuid};
-    std::array<uint8_t, kResponseHeaderSize + sizeof ctx->uuid> response{};
-    if (control_request(ctx, request, response, static_cast<int32_t>(response.size())) < 0) {
+    std::array<uint8_t, kResponseSize + sizeof ctx->uuid> room{};
+    Answer answer = exchange(ctx, {kGetEndpointUuid}, room);
+    const auto uuid = answer.data.bytes(sizeof ctx->uuid);
+    if (finish(answer) < 0) {
         console_log("fail to get mctp UUID\n");
         return -1;
     }
-    std::memcpy(ctx->uuid, response.data() + kResponseHeaderSize, sizeof ctx->uuid);
+    std::memcpy(ctx->uuid, uuid.data(), sizeof ctx->uuid);
     ctx->uuid_end = 0;
     return 0;
 }
 
 int32_t mctp_allocate_endpoint_ids(mctp_ctx* ctx, uint8_t operation, uint8_t pool_size,
                                    uint8_t starting_eid) {
-    std::array<uint8_t, 5> request{kRequestBit, kAllocateEndpointIds, operation, pool_size,
-                                   starting_eid};
-    std::array<uint8_t, 6> response{};
-    if (control_request(ctx, request, response) < 0) {
+    const std::array<uint8_t, 3> data{operation, pool_size, starting_eid};
+    std::array<uint8_t, 6> room{};
+    if (finish(exchange(ctx, {kAllocateEndpointIds, data}, room)) < 0) {
         console_log("[%s] failed\n", "mctp_allocate_endpoint_ids");
         return -1;
     }
@@ -139,16 +151,18 @@ int32_t mctp_allocate_endpoint_ids(mctp_ctx* ctx, uint8_t operation, uint8_t poo
 }
 
 int32_t mctp_get_routing_table_entries(mctp_ctx* ctx, uint8_t entry_handle, uint8_t* table) {
-    if (table == nullptr) {
+    std::array<uint8_t, MCTP_ROUTING_TABLE_RESPONSE_SIZE> room;
+    if (table == nullptr || read_routing_table(ctx, entry_handle, room) < 0) {
         return -1;
     }
-    return read_routing_table(ctx, entry_handle, table) < 0 ? -1 : 0;
+    std::memcpy(table, room.data(), room.size());
+    return 0;
 }
 
 int32_t mctp_prepare_for_endpoint_discovery(mctp_ctx* ctx) {
-    return plain_request(ctx, kPrepareForEndpointDiscovery);
+    return plain_command(ctx, kPrepareForEndpointDiscovery);
 }
 
 int32_t mctp_endpoint_discovery(mctp_ctx* ctx) {
-    return plain_request(ctx, kEndpointDiscovery);
+    return plain_command(ctx, kEndpointDiscovery);
 }

@@ -8,15 +8,13 @@
 #include <cstdint>
 #include <span>
 
+#include "common/wire.h"
+
 namespace sideband::control {
 
-inline constexpr uint8_t kRequestBit = 0x80;
-inline constexpr uint8_t kInstanceIdMask = 0x1F;
 inline constexpr uint8_t kCompletionSuccess = 0x00;
 inline constexpr uint8_t kCompletionInvalidData = 0x02;
 inline constexpr uint8_t kCompletionNotReady = 0x04;
-/// Header and completion code.
-inline constexpr int32_t kResponseHeaderSize = 3;
 
 enum Command : uint8_t {
     kSetEndpointId = 0x01,
@@ -30,22 +28,61 @@ enum Command : uint8_t {
     kDiscoveryNotify = 0x0D,
 };
 
-/// The request routine that all commands share: instance ID, exchange, checks.
-/// @param request  bit 7 of byte 0 set, command in byte 1
-/// @param minimum  bytes that a successful response must have
+/// The header of a control message, behind the message type (DSP0236, clause 11.1).
+struct Header {
+    static constexpr size_t kSize = 2;
+
+    bool is_request;
+    uint8_t instance_id;  ///< 0 to 31
+    uint8_t command;
+
+    static Header read(WireReader& reader) {
+        const uint8_t first = reader.u8();
+        return {(first & kRequest) != 0, instance_of(first), reader.u8()};
+    }
+
+    /// The instance ID of the first byte, and of a counter.
+    static uint8_t instance_of(uint8_t byte) { return byte & 0x1F; }
+
+    void write(WireWriter& writer) const {
+        const int first = (is_request ? kRequest : 0) | instance_id;
+        writer.u8(static_cast<uint8_t>(first)).u8(command);
+    }
+
+private:
+    static constexpr uint8_t kRequest = 0x80;
+};
+
+/// Bytes of a response in front of its data: header and completion code.
+inline constexpr size_t kResponseSize = Header::kSize + 1;
+inline constexpr size_t kCompletionOffset = Header::kSize;
+
+/// A command and its data.
+struct Request {
+    Command command;
+    std::span<const uint8_t> data = {};
+};
+
+/// What came back.
+struct Answer {
+    int32_t result;   ///< bytes received; -1 on failure
+    WireReader data;  ///< what is behind the completion code
+};
+
+/// Sends a request, again if the endpoint is not ready, and takes the response to it.
+/// @param room  for the whole response, as much as is asked for; what does not come stays in it
+Answer exchange(mctp_ctx* ctx, const Request& request, std::span<uint8_t> room);
+
+/// The end of a command. @return 0; -1 for a failure, and if more was read than came
+int32_t finish(const Answer& answer);
+
+using RoutingTable = std::span<uint8_t, MCTP_ROUTING_TABLE_RESPONSE_SIZE>;
+
+/// Get Routing Table Entries.
+/// @param room  receives the whole response if the result is not -1, zeros behind what came
 /// @return bytes received, or -1
-int32_t control_request(mctp_ctx* ctx, std::span<uint8_t> request, std::span<uint8_t> response,
-                        int32_t minimum = kResponseHeaderSize);
+int32_t read_routing_table(mctp_ctx* ctx, uint8_t entry_handle, RoutingTable room);
 
 }  // namespace sideband::control
-
-namespace sideband {
-
-/// Get Routing Table Entries with the number of bytes that the endpoint really sent.
-/// @param table  MCTP_ROUTING_TABLE_RESPONSE_SIZE bytes
-/// @return bytes received, or -1
-int32_t read_routing_table(mctp_ctx* ctx, uint8_t entry_handle, uint8_t* table);
-
-}  // namespace sideband
 
 #endif

@@ -4,6 +4,7 @@
 #include <sideband/mctp.h>
 #include <sideband/platform.h>
 
+#include <algorithm>
 #include <array>
 #include <span>
 
@@ -66,10 +67,12 @@ RoutingEntry read_entry(WireReader& reader) {
     return entry;
 }
 
-Lookup look_up(std::span<const uint8_t> table, mctp_ctx& target) {
-    constexpr size_t kCountOffset = 4;
-    WireReader reader(table);
-    reader.skip(kCountOffset);
+/// Looks through one response.
+/// @param handle  receives that of the next entries
+Lookup look_up(std::span<const uint8_t> response, mctp_ctx& target, uint8_t& handle) {
+    WireReader reader(response);
+    reader.skip(control::kResponseSize);
+    handle = reader.u8();
     const unsigned count = reader.u8();
     if (!reader.ok()) {
         return Lookup::malformed;
@@ -154,22 +157,19 @@ int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* target) {
     uint8_t handle = 0;
     for (int requests = 0; requests < kTableRequestsMax && handle != kTableEnd; ++requests) {
         std::array<uint8_t, MCTP_ROUTING_TABLE_RESPONSE_SIZE> table;
-        const int32_t received = read_routing_table(owner, handle, table.data());
+        const int32_t received = control::read_routing_table(owner, handle, table);
         if (received < 0) {
             debug_log("fail in mctp_get_routing_table_entries\n");
             return -1;
         }
-        const size_t size = static_cast<size_t>(received) < table.size()
-                                ? static_cast<size_t>(received)
-                                : table.size();
-        const Lookup result = look_up({table.data(), size}, *target);
+        const size_t size = std::min(static_cast<size_t>(received), table.size());
+        const Lookup result = look_up(std::span(table).first(size), *target, handle);
         if (result == Lookup::found) {
             return 0;
         }
         if (result == Lookup::malformed) {
             break;
         }
-        handle = table[3];
     }
     debug_log("[%s] B/D/F: %02X/%02X/%02X, EID not find\n", "get_eid_from_routing_table", bdf[0],
               bdf[1], bdf[2]);

@@ -6,6 +6,8 @@
 #include <array>
 #include <cstring>
 
+#include "common/wire.h"
+#include "transport/control.h"
 #include "transport/pcie_message.h"
 
 using namespace sideband;
@@ -22,18 +24,15 @@ bool build_message(const mctp_ctx& ctx, uint32_t length, const uint8_t* body,
     if (length >= message.size() || (body == nullptr && length != 0)) {
         return false;
     }
-    message[0] = ctx.msg_type;
-    if (length != 0) {
-        std::memcpy(message.data() + 1, body, length);
-    }
+    WireWriter(message).u8(ctx.msg_type).bytes({body, length});
     return true;
 }
 
 /// Get Routing Table Entries and Discovery Notify are for the bus owner (DSP0238, clause 6.7).
 bool is_for_root_complex(uint32_t length, const uint8_t* body) {
-    constexpr uint8_t kGetRoutingTableEntries = 0x0A;
-    constexpr uint8_t kDiscoveryNotify = 0x0D;
-    return length >= 2 && (body[1] == kGetRoutingTableEntries || body[1] == kDiscoveryNotify);
+    WireReader reader({body, length});
+    const uint8_t command = control::Header::read(reader).command;
+    return command == control::kGetRoutingTableEntries || command == control::kDiscoveryNotify;
 }
 
 /// Reads one message with its type byte. The binding delivers whatever came, however small the

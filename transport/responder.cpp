@@ -3,7 +3,6 @@
 // 12).
 #include <sideband/mctp.h>
 
-#include <algorithm>
 #include <array>
 #include <cstring>
 #include <span>
@@ -25,13 +24,12 @@ constexpr uint8_t kLastEid = 254;
 constexpr uint8_t kNullEid = 0x00;
 constexpr uint8_t kBroadcastEid = 0xFF;
 
-/// Offsets in a received message, which begins with its type byte.
-constexpr size_t kType = 0;
-constexpr size_t kInstance = 1;
-constexpr size_t kCommand = 2;
-constexpr size_t kData = 3;
-
-using Message = std::array<uint8_t, kMessageRoom>;
+/// A message as it came. Of a short one the missing bytes count as zero.
+struct Message {
+    uint8_t type;
+    Header header;
+    WireReader data;
+};
 
 enum class Outcome { go_on, assigned, failed };
 
@@ -50,8 +48,8 @@ public:
     Responder(mctp_ctx& ctx, uint8_t former_eid) : ctx_(ctx), former_eid_(former_eid) {}
 
     /// Answers one control message.
-    Outcome answer(const Message& message) {
-        switch (message[kCommand]) {
+    Outcome answer(Message& message) {
+        switch (message.header.command) {
             case kSetEndpointId:
                 return set_endpoint_id(message);
             case kGetEndpointId: {
@@ -59,7 +57,7 @@ public:
                 return send(message, {0x00, ctx_.src_eid, kBusOwnerDynamicEid, 0x00});
             }
             case kGetVendorDefinedMessageSupport:
-                if (message[kData] != 0) {
+                if (message.data.u8() != 0) {
                     return send(message, {kCompletionInvalidData});
                 }
                 return send(message, {0x00, 0xFF, 0x00, 0x03, 0x1A, 0x00, 0x01});
@@ -98,8 +96,9 @@ private:
         return route;
     }
 
-    Outcome set_endpoint_id(const Message& message) {
-        const uint8_t eid = message[kData + 1];
+    Outcome set_endpoint_id(Message& message) {
+        message.data.skip(1);  // the operation
+        const uint8_t eid = message.data.u8();
         uint8_t completion = kCompletionInvalidData;
         uint8_t echoed = 0;
         if (eid >= kFirstEid && eid <= kLastEid) {
@@ -116,15 +115,15 @@ private:
         return Outcome::assigned;
     }
 
-    /// @param tail  what follows instance ID and command code
+    /// @param tail  what follows the header
     Outcome send(const Message& message, std::initializer_list<uint8_t> tail) {
-        std::array<uint8_t, 11> response{};
-        response[0] = message[kInstance] & kInstanceIdMask;
-        response[1] = message[kCommand];
-        std::copy(tail.begin(), tail.end(), response.begin() + 2);
+        std::array<uint8_t, 11> response;
+        WireWriter writer(response);
+        Header{false, message.header.instance_id, message.header.command}.write(writer);
+        writer.bytes({tail.begin(), tail.size()});
         const AddressedTo peer(&ctx_, requester());
         const int32_t result =
-            ctx_.send(&ctx_, static_cast<uint32_t>(2 + tail.size()), response.data(), 0);
+            ctx_.send(&ctx_, static_cast<uint32_t>(writer.written()), response.data(), 0);
         return result < 0 ? Outcome::failed : Outcome::go_on;
     }
 
@@ -135,16 +134,24 @@ private:
 
 /// Announces the BMC. @return whether the answer already says which EID it has
 bool notify_owner(mctp_ctx& ctx) {
-    std::array<uint8_t, 2> request{kRequestBit, kDiscoveryNotify};
-    std::array<uint8_t, kResponseHeaderSize> response{};
+    std::array<uint8_t, kResponseSize> room{};
     // A matching answer repeats the command code, so that this is not met in practice; bus owners
     // that answer with 0 there are the reason for it.
-    return control_request(&ctx, request, response) >= 0 && response[1] == 0 &&
-           ctx.binding_eids[1] != 0;
+    if (finish(exchange(&ctx, {kDiscoveryNotify}, room)) < 0) {
+        return false;
+    }
+    WireReader reader(room);
+    return Header::read(reader).command == 0 && ctx.binding_eids[1] != 0;
+}
+
+Message parse(std::span<const uint8_t> bytes) {
+    WireReader reader(bytes);
+    // In this order: members of a braced list are evaluated as they stand.
+    return {reader.u8(), Header::read(reader), reader};
 }
 
 bool is_control(int32_t length, const Message& message) {
-    return length > 0 && (message[kType] & ~MCTP_MSG_TYPE_INTEGRITY_CHECK) == 0;
+    return length > 0 && (message.type & ~MCTP_MSG_TYPE_INTEGRITY_CHECK) == MCTP_MSG_TYPE_CONTROL;
 }
 
 int32_t respond_until_assigned(mctp_ctx& ctx, uint8_t former_eid) {
@@ -154,11 +161,12 @@ int32_t respond_until_assigned(mctp_ctx& ctx, uint8_t former_eid) {
     for (;;) {
         std::memset(ctx.pcie_bdf, 0, sizeof ctx.pcie_bdf);
         ctx.binding_eids[1] = 0;
-        Message message{};
-        const int32_t length = ctx.recv(&ctx, static_cast<int32_t>(message.size()), message.data());
+        std::array<uint8_t, kMessageRoom> bytes{};
+        const int32_t length = ctx.recv(&ctx, static_cast<int32_t>(bytes.size()), bytes.data());
         if (length < 0) {
             return 0;
         }
+        Message message = parse(bytes);
         if (!is_control(length, message)) {
             if (++ignored == kIgnoredMessagesMax) {
                 return 0;

@@ -27,10 +27,11 @@ uint8_t next_tag(uint8_t tag) {
 
 /// Room in front of a packet for the binding's own header.
 constexpr int32_t kPhysicalHeaderSize = 4;
+constexpr size_t kFlagsPlace = kPhysicalHeaderSize + PacketHeader::kFlagsOffset;
+constexpr size_t kPayloadPlace = kPhysicalHeaderSize + PacketHeader::kSize;
 /// 4 physical header, 4 transport header, payload, and the byte in which the software-PEC binding
 /// stores its PEC.
-constexpr size_t kSendBufferSize =
-    kPhysicalHeaderSize + PacketHeader::kSize + MCTP_UNIT_SIZE_MAX + 1;
+constexpr size_t kSendBufferSize = kPayloadPlace + MCTP_UNIT_SIZE_MAX + 1;
 /// The most that is ever asked for is 4 + 1 + MCTP_UNIT_SIZE_MAX = 125 bytes.
 constexpr size_t kReceiveBufferSize = 128;
 /// A device that sends nothing but packets to be dropped must not hold the bus for ever. There are
@@ -273,10 +274,8 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
             header.flags |= PacketHeader::kEom;
         }
         const size_t chunk = std::min(unit, remaining);
-        // All else of the header stays as it is.
-        WireWriter writer(frame);
-        writer.skip(kPhysicalHeaderSize + PacketHeader::kFlagsOffset).u8(header.flags);
-        bytes.take(frame.data() + writer.skip(type_size).written(), chunk - type_size);
+        frame[kFlagsPlace] = header.flags;  // All else of the header stays as it is.
+        bytes.take(frame.data() + kPayloadPlace + type_size, chunk - type_size);
         const int32_t result = ctx.binding->write(
             &ctx.section, PacketHeader::kSize + static_cast<int32_t>(chunk), frame.data());
         // Only the end packet's failure counts: a device that lost an earlier one does not answer.
