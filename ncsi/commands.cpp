@@ -12,15 +12,13 @@ using namespace sideband;
 
 namespace {
 
+/// Bytes that are asked for where nothing but the codes is wanted: codes and checksum.
 constexpr int32_t kStatusCapacity = 24;
-constexpr int32_t kLinkStatusCapacity = 36;
 
-/// Sends a command without payload.
-/// @param needed  bytes that the response has to have
-int32_t command(ncsi_channel& channel, uint8_t type, uint8_t channel_id, int32_t capacity,
-                size_t needed, ncsi::Response& response) {
-    ncsi::Request request(type, channel_id, 0);
-    return ncsi::transfer(channel, request, capacity, response, needed);
+/// A command without payload whose response holds nothing but the codes.
+int32_t plain_command(ncsi_channel& channel, uint8_t type, uint8_t channel_id) {
+    ncsi::Request request(type, channel_id);
+    return finish(exchange(channel, request, kStatusCapacity));
 }
 
 uint8_t channel_id_of(unsigned package, unsigned channel) {
@@ -31,9 +29,7 @@ uint8_t channel_id_of(unsigned package, unsigned channel) {
 bool discover(ncsi_ctx& ctx, unsigned package, unsigned number) {
     const uint8_t id = channel_id_of(package, number);
     ncsi_channel& channel = ctx.channels[number];
-    ncsi::Response response{};
-    if (command(channel, NCSI_CLEAR_INITIAL_STATE, id, kStatusCapacity, ncsi::kResponsePayload,
-                response) < 0) {
+    if (plain_command(channel, NCSI_CLEAR_INITIAL_STATE, id) < 0) {
         std::printf("clear init state failed. channel_id:%02x\n", id);
         return false;
     }
@@ -45,15 +41,13 @@ bool discover(ncsi_ctx& ctx, unsigned package, unsigned number) {
 
 int32_t address_package(ncsi_channel* channel, uint8_t type, uint32_t package_id,
                         const char* failure) {
-    if (!ncsi::can_transfer(channel)) {
+    if (!ncsi::can_exchange(channel)) {
         return -1;
     }
     int32_t result = -1;
     // More has no room in a channel ID: the rest would name another package.
     if (package_id < NCSI_PACKAGES) {
-        ncsi::Response response{};
-        result = command(*channel, type, channel_id_of(package_id, ncsi::kWholePackage),
-                         kStatusCapacity, ncsi::kResponsePayload, response);
+        result = plain_command(*channel, type, channel_id_of(package_id, ncsi::kWholePackage));
     }
     if (result < 0) {
         console_log(failure, static_cast<int>(package_id));
@@ -64,12 +58,11 @@ int32_t address_package(ncsi_channel* channel, uint8_t type, uint32_t package_id
 }  // namespace
 
 int32_t ncsi_request_init(uint8_t* header) {
-    constexpr size_t kRevision = 1;
     if (header == nullptr) {
         return -1;
     }
     std::memset(header, 0, NCSI_HEADER_SIZE);
-    header[kRevision] = 1;
+    ncsi::Header{}.write({header, NCSI_HEADER_SIZE});
     return 0;
 }
 
@@ -94,10 +87,9 @@ int32_t ncsi_oem_discovery(ncsi_ctx* ctx) {
         return -1;
     }
     for (unsigned number = 0; number < NCSI_CHANNELS; ++number) {
-        ncsi::Request request(NCSI_CLEAR_INITIAL_STATE, channel_id_of(0, number), 0);
-        ncsi::Response response{};
+        ncsi::Request request(NCSI_CLEAR_INITIAL_STATE, channel_id_of(0, number));
         if (ctx->oem_transfer(ctx, request.size(), kStatusCapacity, request.data(),
-                              response.data()) >= 0) {
+                              request.room().data()) >= 0) {
             return 0;
         }
         std::puts("clear init state failed.");
@@ -106,26 +98,28 @@ int32_t ncsi_oem_discovery(ncsi_ctx* ctx) {
 }
 
 int32_t ncsi_get_link_status(ncsi_channel* channel) {
-    // The link status is big-endian: its most significant byte comes first.
-    constexpr size_t kHighByte = ncsi::kResponsePayload;
-    constexpr size_t kLowByte = kHighByte + 3;
-    constexpr uint8_t kLinkUp = 0x01;
-    constexpr uint8_t kSpeedMask = 0x0F;
-    constexpr uint8_t kAutonegDone = 0x40;
-    if (!ncsi::can_transfer(channel)) {
+    constexpr int32_t kLinkStatusCapacity = 36;
+    constexpr uint32_t kLinkUp = 1u << 0;
+    constexpr unsigned kSpeedShift = 1;
+    constexpr uint32_t kSpeedMask = 0x0F;
+    constexpr uint32_t kAutonegDone = 1u << 6;
+    constexpr unsigned kExtendedSpeedShift = 24;
+    if (!ncsi::can_exchange(channel)) {
         return -1;
     }
-    ncsi::Response response{};
-    const int32_t result = command(*channel, NCSI_GET_LINK_STATUS, channel->channel_id,
-                                   kLinkStatusCapacity, kLowByte + 1, response);
+    ncsi::Request request(NCSI_GET_LINK_STATUS, channel->channel_id);
+    ncsi::Answer answer = exchange(*channel, request, kLinkStatusCapacity);
+    const uint32_t status = answer.body.be32();
+    const int32_t result = finish(answer);
     if (result < 0) {
         std::puts("get link status failed.");
         return result;
     }
-    const uint8_t low = response[kLowByte];
-    channel->link_up = low & kLinkUp;
-    channel->speed = response[kHighByte] != 0 ? response[kHighByte] : low >> 1 & kSpeedMask;
-    channel->autoneg_done = (low & kAutonegDone) != 0 ? 1 : 0;
+    const uint32_t extended_speed = status >> kExtendedSpeedShift;
+    const uint32_t speed = status >> kSpeedShift & kSpeedMask;
+    channel->link_up = (status & kLinkUp) != 0 ? 1 : 0;
+    channel->speed = static_cast<uint8_t>(extended_speed != 0 ? extended_speed : speed);
+    channel->autoneg_done = (status & kAutonegDone) != 0 ? 1 : 0;
     return result;
 }
 

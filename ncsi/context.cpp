@@ -44,7 +44,7 @@ int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
         std::puts("can't alloc m_ctx");
         return -1;
     }
-    install(*ctx, ncsi::exchange);
+    install(*ctx, ncsi::transfer);
     if (mctp_init2(endpoint.get()) < 0) {
         std::puts("mctp discover failed");
         return -1;
@@ -70,8 +70,8 @@ int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp) {
     }
     release_owned(*ctx, mctp);
     ctx->mctp = mctp;
-    ctx->oem_transfer = ncsi::exchange_locked;
-    install(*ctx, ncsi::exchange_by_oem);
+    ctx->oem_transfer = ncsi::transfer_locked;
+    install(*ctx, ncsi::transfer_by_oem);
     mctp->skip_discovery = 1;
     mctp->i2c_delay_us = 0;
     if (mctp_init2(mctp) < 0) {

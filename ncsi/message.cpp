@@ -18,6 +18,9 @@ constexpr uint32_t kAlignment = 4;
 constexpr uint32_t kChecksumSize = 4;
 /// A request that with its padding and checksum is still a length for the MCTP layer.
 constexpr uint32_t kRequestLengthMax = INT32_MAX - 2 * kAlignment;
+constexpr uint8_t kManagementController = 0;
+constexpr uint8_t kRevision = 1;
+constexpr size_t kIidOffset = 3;
 /// Waiting time of the platform's slave read, in milliseconds: the controller takes its time.
 constexpr uint32_t kClearInitialStateWait = 500;
 
@@ -44,7 +47,7 @@ uint32_t complete(ncsi_ctx& ctx, uint32_t length, uint8_t* request) {
     if (ctx.iid == 0) {
         ctx.iid = 1;
     }
-    request[kIid] = ctx.iid;
+    request[kIidOffset] = ctx.iid;
     // Between payload and checksum stands what the caller left there; a checksum of 0 means that
     // none was computed (DSP0222, checksum).
     std::memset(request + padded(length), 0, kChecksumSize);
@@ -58,24 +61,30 @@ int32_t padded_capacity(int32_t capacity) {
 
 /// Exchanges over the endpoint.
 /// @return its result, which never is more than there is room for, whatever the endpoint says
-int32_t exchange_over(mctp_ctx& mctp, uint32_t length, int32_t capacity, const uint8_t* request,
+int32_t transfer_over(mctp_ctx& mctp, uint32_t length, int32_t capacity, const uint8_t* request,
                       uint8_t* response) {
     const int32_t room = padded_capacity(capacity);
     return std::min(mctp.xfer(&mctp, length, room, request, response), room);
 }
 
+uint8_t type_of(const uint8_t* packet) {
+    return Header::read({packet, NCSI_HEADER_SIZE}).type;
+}
+
 /// Looks at a response. What did not come of it counts as zero. Its channel ID is not asked for:
 /// there are controllers that answer the command of a package with that of a channel.
 int32_t judge(const uint8_t* request, const uint8_t* response, int32_t length) {
-    std::array<uint8_t, kResponsePayload> head{};
+    std::array<uint8_t, kResponseSize> head{};
     const size_t received = std::min(static_cast<size_t>(length), head.size());
     std::memcpy(head.data(), response, received);
-    if (head[kType] != (request[kType] | kResponseBit)) {
-        std::printf("the command code in the response(%x) is not right.", head[kType]);
+    const uint8_t type = type_of(head.data());
+    if (type != (type_of(request) | kResponseBit)) {
+        std::printf("the command code in the response(%x) is not right.", type);
         return -1;
     }
-    const uint16_t code = be16_at(head, kResponseCode);
-    const uint16_t reason = be16_at(head, kReasonCode);
+    WireReader codes{std::span(head).subspan(NCSI_HEADER_SIZE)};
+    const uint16_t code = codes.be16();
+    const uint16_t reason = codes.be16();
     if (code == 0 && reason == 0 && received == head.size()) {
         return 0;
     }
@@ -86,7 +95,50 @@ int32_t judge(const uint8_t* request, const uint8_t* response, int32_t length) {
 
 }  // namespace
 
-int32_t exchange(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,
+Header Header::read(std::span<const uint8_t> packet) {
+    WireReader reader(packet);
+    reader.skip(kIidOffset);
+    // In this order: members of a braced list are evaluated as they stand.
+    return {reader.u8(), reader.u8(), reader.u8(), reader.be16()};
+}
+
+void Header::write(std::span<uint8_t> packet) const {
+    WireWriter writer(packet);
+    writer.u8(kManagementController).u8(kRevision).skip(1);
+    writer.u8(iid).u8(type).u8(channel_id).be16(payload_length);
+}
+
+Request::Request(uint8_t type, uint8_t channel_id, uint8_t payload_length)
+    : payload_length_(payload_length) {
+    Header{.type = type, .channel_id = channel_id, .payload_length = payload_length}.write(bytes_);
+}
+
+Answer exchange(ncsi_channel& channel, Request& request, int32_t capacity) {
+    ncsi_ctx& ctx = *channel.ctx;
+    const auto room = request.room();
+    // An operation that does not know better has filled the response.
+    ctx.response_length = capacity;
+    const int32_t result =
+        ctx.transfer(&channel, request.size(), capacity, request.data(), room.data());
+    // Of a failed exchange too, whatever has come of it.
+    WireReader codes(room.subspan(NCSI_HEADER_SIZE));
+    const bool unsupported =
+        codes.be16() == NCSI_RESPONSE_UNSUPPORTED && codes.be16() == NCSI_REASON_UNSUPPORTED;
+    const int32_t length = std::clamp(ctx.response_length, 0, capacity);
+    WireReader body(room.first(static_cast<size_t>(length)));
+    body.skip(kResponseSize);
+    return {result, ctx.response_length, unsupported, body};
+}
+
+int32_t finish(const Answer& answer) {
+    if (answer.result >= 0 && !answer.body.ok()) {
+        debug_log("%s, response of %d bytes is too short\n", "ncsi", answer.length);
+        return -1;
+    }
+    return answer.result;
+}
+
+int32_t transfer(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,
                  uint8_t* request, uint8_t* response) {
     if (channel == nullptr || !is_usable(channel->ctx, request, response)) {
         return -1;
@@ -97,16 +149,16 @@ int32_t exchange(ncsi_channel* channel, uint32_t request_length, int32_t respons
         return -1;
     }
     mctp_ctx& mctp = *ctx.mctp;
-    if (request[kType] == NCSI_CLEAR_INITIAL_STATE) {
+    if (type_of(request) == NCSI_CLEAR_INITIAL_STATE) {
         mctp.route = kClearInitialStateWait;
     }
-    ctx.response_length = exchange_over(mctp, length, response_capacity, request, response);
+    ctx.response_length = transfer_over(mctp, length, response_capacity, request, response);
     mctp.route = 0;
     ++ctx.iid;
     return ctx.response_length < 1 ? -1 : judge(request, response, ctx.response_length);
 }
 
-int32_t exchange_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response_capacity,
+int32_t transfer_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response_capacity,
                         uint8_t* request, uint8_t* response) {
     if (!is_usable(ctx, request, response)) {
         return -1;
@@ -125,32 +177,18 @@ int32_t exchange_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response
         if (!global) {
             return -1;
         }
-        ctx->response_length = exchange_over(mctp, length, response_capacity, request, response);
+        ctx->response_length = transfer_over(mctp, length, response_capacity, request, response);
     }
     return ctx->response_length < 1 ? -1 : judge(request, response, ctx->response_length);
 }
 
-int32_t exchange_by_oem(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,
+int32_t transfer_by_oem(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,
                         uint8_t* request, uint8_t* response) {
     if (channel == nullptr || channel->ctx == nullptr || channel->ctx->oem_transfer == nullptr) {
         return -1;
     }
     ncsi_ctx* const ctx = channel->ctx;
     return ctx->oem_transfer(ctx, request_length, response_capacity, request, response);
-}
-
-int32_t transfer(ncsi_channel& channel, Request& request, int32_t capacity, Response& response,
-                 size_t needed) {
-    ncsi_ctx& ctx = *channel.ctx;
-    // An operation that does not know better has filled the response.
-    ctx.response_length = capacity;
-    const int32_t result =
-        ctx.transfer(&channel, request.size(), capacity, request.data(), response.data());
-    if (result >= 0 && ctx.response_length < static_cast<int32_t>(needed)) {
-        debug_log("%s, response of %d bytes is too short\n", "ncsi", ctx.response_length);
-        return -1;
-    }
-    return result;
 }
 
 }  // namespace sideband::ncsi

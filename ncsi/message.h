@@ -10,72 +10,75 @@
 #include <cstdint>
 #include <span>
 
+#include "common/wire.h"
+
 namespace sideband::ncsi {
 
-// Offsets in a control packet.
-inline constexpr size_t kIid = 3;
-inline constexpr size_t kType = 4;
-inline constexpr size_t kChannel = 5;
-inline constexpr size_t kPayloadLength = 7;
-inline constexpr size_t kResponseCode = 16;
-inline constexpr size_t kReasonCode = 18;
-/// Response and reason code end here.
-inline constexpr size_t kResponsePayload = 20;
+/// The header of a control packet (DSP0222, control packet header).
+struct Header {
+    uint8_t iid = 0;
+    uint8_t type = 0;
+    uint8_t channel_id = 0;
+    uint16_t payload_length = 0;  ///< 12 bits
+
+    static Header read(std::span<const uint8_t> packet);
+    void write(std::span<uint8_t> packet) const;
+};
+
+/// Bytes of a response in front of its data: header, response and reason code.
+inline constexpr size_t kResponseSize = NCSI_HEADER_SIZE + 4;
 
 inline constexpr uint8_t kResponseBit = 0x80;
 /// In place of an internal channel: the package itself.
 inline constexpr uint8_t kWholePackage = 0x1F;
 inline constexpr unsigned kPackageShift = 5;
 
-/// Room for the longest request here, padding and checksum field included.
-inline constexpr size_t kRequestRoom = 80;
-/// Room for the longest response here, padded.
-inline constexpr size_t kResponseRoom = 84;
-
-/// A request under construction: header, then payload.
+/// A request under construction, header, then payload, and the room for its response. Both areas
+/// have room for the longest one, padding and checksum included.
 class Request {
 public:
-    Request(uint8_t type, uint8_t channel_id, uint8_t payload_length) {
-        ncsi_request_init(bytes_.data());
-        bytes_[kType] = type;
-        bytes_[kChannel] = channel_id;
-        bytes_[kPayloadLength] = payload_length;
-    }
+    Request(uint8_t type, uint8_t channel_id, uint8_t payload_length = 0);
+
+    /// Writes the payload, which is zeros so far.
+    WireWriter payload() { return WireWriter({bytes_.data() + NCSI_HEADER_SIZE, payload_length_}); }
 
     uint8_t* data() { return bytes_.data(); }
-    std::span<uint8_t> payload() {
-        return std::span(bytes_).subspan(NCSI_HEADER_SIZE, bytes_[kPayloadLength]);
-    }
-    uint32_t size() const { return NCSI_HEADER_SIZE + uint32_t{bytes_[kPayloadLength]}; }
+    uint32_t size() const { return NCSI_HEADER_SIZE + uint32_t{payload_length_}; }
+    std::span<uint8_t> room() { return room_; }
 
 private:
-    std::array<uint8_t, kRequestRoom> bytes_{};
+    uint8_t payload_length_;
+    std::array<uint8_t, 80> bytes_{};
+    std::array<uint8_t, 84> room_{};
 };
 
-using Response = std::array<uint8_t, kResponseRoom>;
+/// What came back.
+struct Answer {
+    int32_t result;    ///< of the transfer operation
+    int32_t length;    ///< bytes of the response, as the operation says
+    bool unsupported;  ///< the controller does not know the command; the result is no success then
+    WireReader body;   ///< what is behind the codes
+};
 
 /// Whether commands can be sent over the channel's context.
-inline bool can_transfer(const ncsi_channel* channel) {
+inline bool can_exchange(const ncsi_channel* channel) {
     return channel != nullptr && channel->ctx != nullptr && channel->ctx->transfer != nullptr;
 }
 
-/// Calls the transfer operation of the channel's context, which must have one.
-/// @return its result; -1 also where the response has fewer bytes than are needed
-int32_t transfer(ncsi_channel& channel, Request& request, int32_t capacity, Response& response,
-                 size_t needed);
+/// Sends a command by the transfer operation of the channel's context, which must have one.
+/// @param capacity  bytes that are asked for, a multiple of four
+Answer exchange(ncsi_channel& channel, Request& request, int32_t capacity);
 
-/// A big-endian number of 16 bits.
-inline uint16_t be16_at(std::span<const uint8_t> bytes, size_t offset) {
-    return static_cast<uint16_t>(bytes[offset] << 8 | bytes[offset + 1]);
-}
+/// The end of a command. @return the result; -1 also if more was read than came
+int32_t finish(const Answer& answer);
 
 /// The operations that ncsi_init() and ncsi_oem_init() install. The last one leads the commands of
-/// a channel to the context's exchange under locks.
-int32_t exchange(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,
+/// a channel to the context's transfer under locks.
+int32_t transfer(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,
                  uint8_t* request, uint8_t* response);
-int32_t exchange_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response_capacity,
+int32_t transfer_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response_capacity,
                         uint8_t* request, uint8_t* response);
-int32_t exchange_by_oem(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,
+int32_t transfer_by_oem(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,
                         uint8_t* request, uint8_t* response);
 
 }  // namespace sideband::ncsi

@@ -5,48 +5,44 @@
 #include <cstdio>
 #include <iterator>
 
-#include "common/wire.h"
 #include "ncsi/message.h"
 
 using namespace sideband;
 
 namespace {
 
-bool is_unsupported(const ncsi::Response& response) {
-    return ncsi::be16_at(response, ncsi::kResponseCode) == NCSI_RESPONSE_UNSUPPORTED &&
-           ncsi::be16_at(response, ncsi::kReasonCode) == NCSI_REASON_UNSUPPORTED;
-}
-
-/// Says that a "get" failed. @return whether the controller does not support it
-bool report_failure(const char* function, const char* what, const ncsi::Response& response) {
-    const bool unsupported = is_unsupported(response);
+/// Says that a "get" failed.
+void report_failure(const char* function, const char* what, bool unsupported) {
     std::printf("[%s] %s command %s\n", function, what, unsupported ? "unsupported!" : "failed.");
-    return unsupported;
 }
 
 // ---- Broadcom ----
 
 constexpr const char* kGetPreboot = "get preboot server config";
 
-/// Bytes of the response that the set command carries over, and that hold the setting.
-constexpr size_t kPrebootCarried = 32;
-constexpr size_t kPrebootFlags = 34;
-constexpr size_t kPrebootValue = 35;
-/// Bits 4 to 6 beside flag and value belong to the controller.
-constexpr uint8_t kPrebootForeign = 0x70;
+/// What the set command carries over, and the setting with what stands beside it.
+struct Preboot {
+    uint8_t carried;
+    uint16_t setting;
+};
 
-int32_t get_preboot(ncsi_channel& channel, const char* function, ncsi::Response& response) {
-    constexpr int32_t kCapacity = 40;
+constexpr unsigned kPrebootFlagShift = 15;
+/// These bits beside flag and value belong to the controller.
+constexpr uint16_t kPrebootForeign = 0x7000;
+constexpr uint16_t kPrebootValue = 0x0FFF;
+
+int32_t get_preboot(ncsi_channel& channel, const char* function, Preboot& preboot) {
     ncsi::Request request(NCSI_OEM_COMMAND, channel.channel_id, 16);
-    WireWriter(request.payload())
-        .be32(NCSI_MANUFACTURER_BROADCOM)
-        .be16(0x001C)
-        .be16(0x0004)
-        .skip(7)
-        .u8(0x05);
-    const int32_t result = ncsi::transfer(channel, request, kCapacity, response, kPrebootValue + 1);
-    if (result < 0 && report_failure(function, kGetPreboot, response)) {
-        channel.oem_valid = 0;
+    request.payload().be32(NCSI_MANUFACTURER_BROADCOM).be16(0x001C).be16(0x0004).skip(7).u8(0x05);
+    ncsi::Answer answer = exchange(channel, request, 40);
+    answer.body.skip(12);
+    preboot.carried = answer.body.u8();
+    answer.body.skip(1);
+    preboot.setting = answer.body.be16();
+    const int32_t result = finish(answer);
+    if (result < 0) {
+        report_failure(function, kGetPreboot, answer.unsupported);
+        channel.oem_valid = answer.unsupported ? 0 : channel.oem_valid;
     }
     return result;
 }
@@ -55,33 +51,42 @@ int32_t get_preboot(ncsi_channel& channel, const char* function, ncsi::Response&
 
 constexpr const char* kGetTlv = "get card tlv information";
 
-constexpr size_t kTlvCarried = 30;
+/// What the set command carries over, and the setting with what stands beside it.
+struct Tlv {
+    uint8_t carried;
+    uint8_t flags;
+    uint8_t foreign;
+    uint16_t value;
+};
+
 constexpr uint8_t kTlvCarriedMask = 0xF1;
-constexpr size_t kTlvFlags = 36;
 constexpr uint8_t kTlvFlag = 0x40;
-/// Bits 0 to 2 and 5 beside the flag belong to the controller.
+constexpr unsigned kTlvFlagShift = 6;
+/// These bits beside the flag belong to the controller.
 constexpr uint8_t kTlvForeign = 0x27;
-constexpr size_t kTlvForeignByte = 37;
-constexpr size_t kTlvValue = 38;
 
 uint8_t package_of(const ncsi_channel& channel) {
     return channel.channel_id | ncsi::kWholePackage;
 }
 
-int32_t get_tlv(ncsi_channel& channel, ncsi::Response& response) {
-    constexpr int32_t kCapacity = 44;
+/// @param unsupported  receives whether the controller says so
+int32_t get_tlv(ncsi_channel& channel, Tlv& tlv, bool& unsupported) {
     ncsi::Request request(NCSI_OEM_COMMAND, package_of(channel), 16);
-    WireWriter(request.payload())
-        .be32(NCSI_MANUFACTURER_MELLANOX)
-        .be32(0x00002300)
-        .be32(0)
-        .be32(0x03000221);
-    return ncsi::transfer(channel, request, kCapacity, response, kTlvValue + 2);
+    request.payload().be32(NCSI_MANUFACTURER_MELLANOX).be32(0x00002300).be32(0).be32(0x03000221);
+    ncsi::Answer answer = exchange(channel, request, 44);
+    answer.body.skip(10);
+    tlv.carried = answer.body.u8();
+    answer.body.skip(5);
+    tlv.flags = answer.body.u8();
+    tlv.foreign = answer.body.u8();
+    tlv.value = answer.body.be16();
+    unsupported = answer.unsupported;
+    return finish(answer);
 }
 
-void print_bytes(const ncsi::Response& response, size_t first, size_t count) {
-    for (size_t i = first; i < first + count; ++i) {
-        std::printf(" %x", response[i]);
+void print_bytes(std::span<const uint8_t> bytes) {
+    for (const uint8_t byte : bytes) {
+        std::printf(" %x", byte);
     }
     std::puts("");
 }
@@ -122,47 +127,44 @@ int32_t ncsi_oem_mx_entry(ncsi_channel* channel, uint32_t command) {
 }
 
 int32_t ncsi_oem_brcm_get_preboot_server_config(ncsi_channel* channel) {
-    if (!ncsi::can_transfer(channel)) {
+    if (!ncsi::can_exchange(channel)) {
         return -1;
     }
-    ncsi::Response response{};
+    Preboot preboot;
     const int32_t result =
-        get_preboot(*channel, "ncsi_oem_brcm_get_preboot_server_config", response);
+        get_preboot(*channel, "ncsi_oem_brcm_get_preboot_server_config", preboot);
     if (result >= 0) {
         channel->oem_valid = 1;
-        channel->oem_flag = response[kPrebootFlags] >> 7;
-        channel->oem_value = ncsi::be16_at(response, kPrebootFlags) & 0x0FFF;
+        channel->oem_flag = static_cast<uint8_t>(preboot.setting >> kPrebootFlagShift);
+        channel->oem_value = preboot.setting & kPrebootValue;
     }
     return result;
 }
 
 int32_t ncsi_oem_brcm_set_preboot_server_config(ncsi_channel* channel) {
     constexpr const char* kFunction = "ncsi_oem_brcm_set_preboot_server_config";
-    constexpr int32_t kCapacity = 36;
-    if (!ncsi::can_transfer(channel)) {
+    if (!ncsi::can_exchange(channel)) {
         return -1;
     }
-    ncsi::Response response{};
-    int32_t result = get_preboot(*channel, kFunction, response);
+    Preboot preboot;
+    int32_t result = get_preboot(*channel, kFunction, preboot);
     if (result < 0) {
         return result;
     }
-    const auto flags =
-        static_cast<uint8_t>(channel->oem_flag << 7 | (response[kPrebootFlags] & kPrebootForeign) |
-                             (channel->oem_value >> 8 & 0x0F));
+    const auto setting = static_cast<uint16_t>(channel->oem_flag << kPrebootFlagShift |
+                                               (preboot.setting & kPrebootForeign) |
+                                               (channel->oem_value & kPrebootValue));
     ncsi::Request request(NCSI_OEM_COMMAND, channel->channel_id, 20);
-    WireWriter(request.payload())
+    request.payload()
         .be32(NCSI_MANUFACTURER_BROADCOM)
         .be16(0x001D)
         .be16(0x0004)
         .skip(7)
         .u8(0x01)
-        .u8(response[kPrebootCarried])
+        .u8(preboot.carried)
         .u8(0)
-        .u8(flags)
-        .u8(static_cast<uint8_t>(channel->oem_value));
-    response = {};
-    result = ncsi::transfer(*channel, request, kCapacity, response, ncsi::kResponsePayload);
+        .be16(setting);
+    result = finish(exchange(*channel, request, 36));
     if (result < 0) {
         std::printf("[%s] set preboot server config command failed.\n", kFunction);
     }
@@ -170,50 +172,49 @@ int32_t ncsi_oem_brcm_set_preboot_server_config(ncsi_channel* channel) {
 }
 
 int32_t ncsi_oem_mx_get_card_tlv_info(ncsi_channel* channel) {
-    if (!ncsi::can_transfer(channel)) {
+    if (!ncsi::can_exchange(channel)) {
         return -1;
     }
-    ncsi::Response response{};
-    const int32_t result = get_tlv(*channel, response);
+    Tlv tlv;
+    bool unsupported = false;
+    const int32_t result = get_tlv(*channel, tlv, unsupported);
     if (result < 0) {
-        if (report_failure("ncsi_oem_mx_get_card_tlv_info", kGetTlv, response)) {
-            channel->oem_valid = 0;
-        }
+        report_failure("ncsi_oem_mx_get_card_tlv_info", kGetTlv, unsupported);
+        channel->oem_valid = unsupported ? 0 : channel->oem_valid;
         return result;
     }
     channel->oem_valid = 1;
-    channel->oem_flag = (response[kTlvFlags] & kTlvFlag) != 0 ? 1 : 0;
-    channel->oem_value = ncsi::be16_at(response, kTlvValue);
+    channel->oem_flag = (tlv.flags & kTlvFlag) != 0 ? 1 : 0;
+    channel->oem_value = tlv.value;
     return result;
 }
 
 int32_t ncsi_oem_mx_set_card_tlv_info(ncsi_channel* channel) {
     constexpr const char* kFunction = "ncsi_oem_mx_set_card_tlv_info";
-    constexpr int32_t kCapacity = 32;
-    if (!ncsi::can_transfer(channel)) {
+    if (!ncsi::can_exchange(channel)) {
         return -1;
     }
-    ncsi::Response response{};
-    int32_t result = get_tlv(*channel, response);
+    Tlv tlv;
+    bool unsupported = false;
+    int32_t result = get_tlv(*channel, tlv, unsupported);
     if (result < 0) {
         std::printf("[%s] %s command failed.\n", kFunction, kGetTlv);
         return result;
     }
-    const auto flags = static_cast<uint8_t>((response[kTlvFlags] & kTlvForeign) |
-                                            (channel->oem_flag << 6 & kTlvFlag));
+    const auto flags = static_cast<uint8_t>((tlv.flags & kTlvForeign) |
+                                            (channel->oem_flag << kTlvFlagShift & kTlvFlag));
     ncsi::Request request(NCSI_OEM_COMMAND, package_of(*channel), 20);
-    WireWriter(request.payload())
+    request.payload()
         .be32(NCSI_MANUFACTURER_MELLANOX)
         .be32(0x00012300)
         .be16(0)
-        .u8(response[kTlvCarried] & kTlvCarriedMask)
+        .u8(tlv.carried & kTlvCarriedMask)
         .u8(0)
         .be32(0x03000221)
         .u8(flags)
-        .u8(response[kTlvForeignByte])
+        .u8(tlv.foreign)
         .be16(channel->oem_value);
-    response = {};
-    result = ncsi::transfer(*channel, request, kCapacity, response, ncsi::kResponsePayload);
+    result = finish(exchange(*channel, request, 32));
     if (result < 0) {
         std::printf("[%s] set card tlv information command failed.\n", kFunction);
     }
@@ -222,42 +223,42 @@ int32_t ncsi_oem_mx_set_card_tlv_info(ncsi_channel* channel) {
 
 int32_t ncsi_oem_mx_get_pf_mac_address(ncsi_channel* channel) {
     constexpr const char* kFunction = "ncsi_oem_mx_get_pf_mac_address";
-    constexpr int32_t kCapacity = 40;
     constexpr size_t kShown = 16;
-    constexpr size_t kMac = 28;
+    constexpr size_t kMac = 8;
     constexpr size_t kMacSize = 6;
-    if (!ncsi::can_transfer(channel)) {
+    if (!ncsi::can_exchange(channel)) {
         return -1;
     }
     ncsi::Request request(NCSI_OEM_COMMAND, channel->channel_id, 8);
-    WireWriter(request.payload()).be32(NCSI_MANUFACTURER_MELLANOX);
-    ncsi::Response response{};
-    const int32_t result =
-        ncsi::transfer(*channel, request, kCapacity, response, ncsi::kResponsePayload + kShown);
+    request.payload().be32(NCSI_MANUFACTURER_MELLANOX);
+    ncsi::Answer answer = exchange(*channel, request, 40);
+    const auto shown = answer.body.bytes(kShown);
+    const int32_t result = finish(answer);
     if (result < 0) {
-        report_failure(kFunction, "get pf mac address", response);
+        report_failure(kFunction, "get pf mac address", answer.unsupported);
         return result;
     }
     std::printf("[%s] get pf mac address resp:\n", kFunction);
-    print_bytes(response, ncsi::kResponsePayload, kShown);
+    print_bytes(shown);
     std::printf("[%s] mac address:\n", kFunction);
-    print_bytes(response, kMac, kMacSize);
+    print_bytes(shown.subspan(kMac, kMacSize));
     return result;
 }
 
 int32_t ncsi_oem_mx_get_temperature(ncsi_channel* channel) {
-    constexpr int32_t kCapacity = 36;
-    constexpr size_t kTemperature = 31;
-    if (!ncsi::can_transfer(channel)) {
+    constexpr size_t kInFront = 11;
+    if (!ncsi::can_exchange(channel)) {
         return -1;
     }
     ncsi::Request request(NCSI_OEM_COMMAND, channel->channel_id, 8);
-    WireWriter(request.payload())
+    request.payload()
         .be32(NCSI_MANUFACTURER_MELLANOX)
         .be16(0x0013)
         .u8(0x02)
         .u8(channel->sensor_index);
-    ncsi::Response response{};
-    const int32_t result = ncsi::transfer(*channel, request, kCapacity, response, kTemperature + 1);
-    return result < 0 ? result : response[kTemperature];
+    ncsi::Answer answer = exchange(*channel, request, 36);
+    answer.body.skip(kInFront);
+    const uint8_t temperature = answer.body.u8();
+    const int32_t result = finish(answer);
+    return result < 0 ? result : temperature;
 }
