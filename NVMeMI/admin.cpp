@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // NVMe admin commands tunnelled through NVMe-MI (NVMe base specification; NVMe-MI).
-#include <sideband/debug_log.h>
 #include <sideband/nvme_mi.h>
 #include <sideband/platform.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 
@@ -31,28 +31,25 @@ constexpr uint32_t kNamespaceDelete = 1;
 /// The file that log readers know the commands by.
 constexpr char kSource[] = "NVMeMI/nvme";
 
-/// Sends a command without data of its own.
-int32_t send(nvmemi_ctx* ctx, const nvme::AdminCommand& command, size_t data_capacity,
-             nvme::AdminResponse& response) {
-    if (command.dlen > NVME_ADMIN_DATA_MAX) {
-        debug_log("%s, %u bytes of data are too many\n", "nvme admin", command.dlen);
-        return -1;
-    }
-    std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE> request{};
-    nvme::encode(command, request);
-    return nvme::exchange(ctx, request, data_capacity, response);
+/// Room for a response with as many data as one can have.
+using Room = std::array<uint8_t, NVME_ADMIN_RESPONSE_SIZE + NVME_ADMIN_DATA_MAX>;
+
+/// As much of the room as data are wanted. More than there can be is not sent.
+std::span<uint8_t> room_for(Room& room, uint32_t length) {
+    return std::span(room).first(NVME_ADMIN_RESPONSE_SIZE +
+                                 std::min<uint32_t>(length, NVME_ADMIN_DATA_MAX));
 }
 
-/// Sends a command that moves no data at all.
-int32_t send(nvmemi_ctx* ctx, const nvme::AdminCommand& command) {
-    nvme::AdminResponse response;
-    return send(ctx, command, 0, response);
+/// A command that moves no data at all.
+int32_t plain_command(nvmemi_ctx* ctx, const nvme::AdminCommand& command) {
+    std::array<uint8_t, NVME_ADMIN_RESPONSE_SIZE> room{};
+    return finish(nvme::exchange(ctx, command, room));
 }
 
 /// Copies the data of a response. What there is no room for is lost.
 /// @return bytes copied
-uint32_t copy_data(const nvme::AdminResponse& response, uint8_t* data, uint32_t room) {
-    const auto bytes = response.data().first(std::min<size_t>(response.data().size(), room));
+uint32_t copy_data(nvme::AdminAnswer& answer, uint8_t* data, uint32_t room) {
+    const auto bytes = answer.body.bytes(std::min<size_t>(answer.body.remaining(), room));
     if (data != nullptr && !bytes.empty()) {
         std::memcpy(data, bytes.data(), bytes.size());
     }
@@ -76,13 +73,11 @@ void copy_dwords_11_to_14(nvme::AdminCommand& command, const nvme_admin_req& req
     command.cdw14 = req.cdw14;
 }
 
-/// Sends a command that reads data.
-/// @param capacity  room for data in the response
-int32_t read(nvmemi_ctx* ctx, const nvme::AdminCommand& command, uint32_t capacity,
-             nvme::AdminResponse& response, uint8_t* data, uint32_t* received) {
-    const int32_t result = send(ctx, command, capacity, response);
+/// The end of a command that reads data.
+int32_t finish_read(nvme::AdminAnswer answer, uint8_t* data, uint32_t room, uint32_t* received) {
+    const int32_t result = finish(answer);
     if (result == 0) {
-        const uint32_t copied = copy_data(response, data, command.dlen);
+        const uint32_t copied = copy_data(answer, data, room);
         if (received != nullptr) {
             *received = copied;
         }
@@ -91,8 +86,8 @@ int32_t read(nvmemi_ctx* ctx, const nvme::AdminCommand& command, uint32_t capaci
 }
 
 /// Whether the controller has completed the command, successfully or not.
-bool is_completed(const nvme::AdminResponse& response) {
-    return response.stage == nvme::Stage::failed || response.stage == nvme::Stage::done;
+bool is_completed(const nvme::AdminAnswer& answer) {
+    return answer.stage == nvme::Stage::failed || answer.stage == nvme::Stage::done;
 }
 
 }  // namespace
@@ -110,10 +105,11 @@ int32_t nvme_get_log_page(nvme_admin_req* req, uint16_t cntlid, uint32_t length,
         command.cdw9 = length;
         command.cdw15 = req->nsid;
     }
-    nvme::AdminResponse response;
-    const int32_t result = read(req->ctx, command, NVME_ADMIN_DATA_MAX, response, data, received);
-    if (is_completed(response)) {
-        std::printf("MORE=%d\n", static_cast<int>(NVME_COMPLETION_MORE(response.dword3)));
+    Room room{};
+    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room);
+    const int32_t result = finish_read(answer, data, length, received);
+    if (is_completed(answer)) {
+        std::printf("MORE=%d\n", static_cast<int>(NVME_COMPLETION_MORE(answer.dword3)));
     }
     return result;
 }
@@ -132,11 +128,12 @@ int32_t nvme_identify(nvme_admin_req* req, uint32_t length, uint8_t passthrough,
     } else {
         console_log("[%s:%d] Doing Direct NVMe-MI\n", kSource, __LINE__);
     }
-    nvme::AdminResponse response;
-    const int32_t result = read(req->ctx, command, length, response, data, received);
-    if (is_completed(response)) {
-        const size_t arrived = response.data().size();
-        std::printf("M:%d, read_len=%d\n", static_cast<int>(NVME_COMPLETION_MORE(response.dword3)),
+    Room room{};
+    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room_for(room, length));
+    const int32_t result = finish_read(answer, data, length, received);
+    if (is_completed(answer)) {
+        const size_t arrived = answer.body.remaining();
+        std::printf("M:%d, read_len=%d\n", static_cast<int>(NVME_COMPLETION_MORE(answer.dword3)),
                     static_cast<int>(arrived));
         if (arrived == 0) {
             std::puts("no NVMe-MI payload received");
@@ -182,11 +179,12 @@ int32_t nvme_admin_get_set_feature(nvme_admin_req* req, uint8_t opcode,
     nvme::AdminCommand command = command_of(*req, opcode, req->dlen);
     copy_dwords_11_to_14(command, *req);
     command.cdw15 = req->cdw15;
-    nvme::AdminResponse response;
-    const int32_t status = send(req->ctx, command, NVME_ADMIN_DATA_MAX, response);
+    Room room{};
+    nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room);
+    const int32_t status = finish(answer);
     if (status == 0 && result != nullptr) {
-        result->dword0 = response.dword0;
-        copy_data(response, result->data, result->data_length);
+        result->dword0 = answer.dword0;
+        copy_data(answer, result->data, result->data_length);
     }
     return status;
 }
@@ -196,69 +194,71 @@ int32_t nvme_namespace_mgmt_create(nvmemi_ctx* ctx, uint16_t cntlid, const uint8
     if (data == nullptr) {
         return -1;
     }
-    std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE + NVME_ADMIN_DATA_MAX> request{};
-    nvme::encode({.opcode = kNamespaceManagement, .cntlid = cntlid, .dlen = NVME_ADMIN_DATA_MAX},
-                 request);
-    std::memcpy(request.data() + NVME_ADMIN_REQUEST_SIZE, data, NVME_ADMIN_DATA_MAX);
-    nvme::AdminResponse response;
-    const int32_t result = nvme::exchange(ctx, request, 0, response);
+    std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE + NVME_ADMIN_DATA_MAX> bytes{};
+    std::memcpy(bytes.data() + NVME_ADMIN_REQUEST_SIZE, data, NVME_ADMIN_DATA_MAX);
+    const nvme::AdminCommand command{
+        .opcode = kNamespaceManagement, .cntlid = cntlid, .dlen = NVME_ADMIN_DATA_MAX};
+    std::array<uint8_t, NVME_ADMIN_RESPONSE_SIZE> room{};
+    const nvme::AdminAnswer answer = nvme::exchange(ctx, nvme::encode(command, bytes), room);
+    const int32_t result = finish(answer);
     if (result == 0 && nsid != nullptr) {
-        *nsid = response.dword0;
+        *nsid = answer.dword0;
     }
     return result;
 }
 
 int32_t nvme_namespace_mgmt_delete(nvmemi_ctx* ctx, uint16_t cntlid, uint32_t nsid) {
-    return send(ctx, {.opcode = kNamespaceManagement,
-                      .cntlid = cntlid,
-                      .nsid = nsid,
-                      .cdw10 = kNamespaceDelete});
+    return plain_command(ctx, {.opcode = kNamespaceManagement,
+                               .cntlid = cntlid,
+                               .nsid = nsid,
+                               .cdw10 = kNamespaceDelete});
 }
 
 int32_t nvme_fw_image_commit(nvmemi_ctx* ctx, uint16_t cntlid, uint8_t slot, uint8_t action) {
     constexpr uint32_t kMask = 0x7;
     constexpr unsigned kActionShift = 3;
-    return send(ctx, {.opcode = kFirmwareCommit,
-                      .cntlid = cntlid,
-                      .cdw10 = (action & kMask) << kActionShift | (slot & kMask)});
+    return plain_command(ctx, {.opcode = kFirmwareCommit,
+                               .cntlid = cntlid,
+                               .cdw10 = (action & kMask) << kActionShift | (slot & kMask)});
 }
 
 int32_t nvme_namespace_mgmt_attachment(nvmemi_ctx* ctx, uint16_t cntlid, uint32_t nsid,
                                        uint8_t select) {
     constexpr uint32_t kSelectMask = 0x0F;
-    return send(ctx, {.opcode = kNamespaceAttachment,
-                      .cntlid = cntlid,
-                      .nsid = nsid,
-                      .cdw10 = select & kSelectMask});
+    return plain_command(ctx, {.opcode = kNamespaceAttachment,
+                               .cntlid = cntlid,
+                               .nsid = nsid,
+                               .cdw10 = select & kSelectMask});
 }
 
 int32_t nvme_lockdown_set(const nvme_lockdown_param* param) {
     if (param == nullptr) {
         return -1;
     }
-    return send(param->ctx, {.opcode = kLockdown,
-                             .cntlid = param->cntlid,
-                             .nsid = param->nsid,
-                             .cdw10 = param->cdw10,
-                             .cdw14 = param->cdw14});
+    return plain_command(param->ctx, {.opcode = kLockdown,
+                                      .cntlid = param->cntlid,
+                                      .nsid = param->nsid,
+                                      .cdw10 = param->cdw10,
+                                      .cdw14 = param->cdw14});
 }
 
 int32_t nvme_format_nvm(nvmemi_ctx* ctx, uint16_t cntlid, uint32_t nsid, const uint32_t* cdw10) {
     if (cdw10 == nullptr) {
         return -1;
     }
-    return send(ctx, {.opcode = kFormatNvm, .cntlid = cntlid, .nsid = nsid, .cdw10 = *cdw10});
+    return plain_command(ctx,
+                         {.opcode = kFormatNvm, .cntlid = cntlid, .nsid = nsid, .cdw10 = *cdw10});
 }
 
 int32_t nvme_sanitize_set(const nvme_sanitize_param* param) {
     if (param == nullptr) {
         return -1;
     }
-    return send(param->ctx, {.opcode = kSanitize,
-                             .cntlid = param->cntlid,
-                             .nsid = param->nsid,
-                             .cdw10 = param->cdw10,
-                             .cdw11 = param->cdw11});
+    return plain_command(param->ctx, {.opcode = kSanitize,
+                                      .cntlid = param->cntlid,
+                                      .nsid = param->nsid,
+                                      .cdw10 = param->cdw10,
+                                      .cdw11 = param->cdw11});
 }
 
 int32_t nvme_get_pd_info(nvme_admin_req* req, uint32_t length, uint8_t* data, uint32_t* received) {
@@ -268,8 +268,9 @@ int32_t nvme_get_pd_info(nvme_admin_req* req, uint32_t length, uint8_t* data, ui
     nvme::AdminCommand command = command_of(*req, req->opcode, length);
     command.cdw12 = req->cdw12;
     command.cdw14 = req->cdw14;
-    nvme::AdminResponse response;
-    return read(req->ctx, command, length, response, data, received);
+    Room room{};
+    return finish_read(nvme::exchange(req->ctx, command, room_for(room, length)), data, length,
+                       received);
 }
 
 int32_t nvme_mrvl_read_cmd(nvme_admin_req* req, uint32_t length, uint8_t* data,
@@ -281,12 +282,13 @@ int32_t nvme_mrvl_read_cmd(nvme_admin_req* req, uint32_t length, uint8_t* data,
     command.cdw12 = req->cdw12;
     command.cdw13 = req->cdw13;
     command.cdw14 = req->cdw14;
-    nvme::AdminResponse response;
-    const int32_t result = read(req->ctx, command, length, response, data, received);
-    if (response.stage == nvme::Stage::failed) {
-        std::printf("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(response.dword3),
-                    NVME_COMPLETION_SC(response.dword3));
-    } else if (response.stage == nvme::Stage::no_response) {
+    Room room{};
+    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room_for(room, length));
+    const int32_t result = finish_read(answer, data, length, received);
+    if (answer.stage == nvme::Stage::failed) {
+        std::printf("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(answer.dword3),
+                    NVME_COMPLETION_SC(answer.dword3));
+    } else if (result < 0) {
         std::puts("fail to nvme_admin_cmd");
     }
     return result;

@@ -105,7 +105,6 @@ int32_t request_with_retries(nvmemi_ctx* ctx, uint32_t request_length, uint32_t 
 namespace {
 
 constexpr uint16_t kUnitSize = 64;
-constexpr uint8_t kMessageType = MCTP_MSG_TYPE_NVME_MI;
 /// The last argument of the platform's slave read: its meaning is the platform's own.
 constexpr uint32_t kReadParameter = 0x001203E8;
 
@@ -127,7 +126,7 @@ int32_t initialise(nvmemi_ctx* ctx, const mctp_ctx* config, uint32_t read_parame
         return -1;
     }
     endpoint->unit_size = kUnitSize;
-    endpoint->msg_type = kMessageType;
+    endpoint->msg_type = MCTP_MSG_TYPE_NVME_MI;
     endpoint->skip_discovery = 1;
     endpoint->route = read_parameter;
     return bring_up(endpoint);

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 
 #include "NVMeMI/message.h"
@@ -51,7 +52,7 @@ void set_update_status(uint8_t update_status) {
     __atomic_store_n(&at_p_St_GlobalVar->nvme_fw_update_status, update_status, __ATOMIC_RELAXED);
 }
 
-int32_t finish(uint8_t update_status, int32_t result) {
+int32_t conclude(uint8_t update_status, int32_t result) {
     set_update_status(update_status);
     return result;
 }
@@ -96,38 +97,37 @@ Piece piece_of(const Transfer& transfer, uint32_t index) {
 
 /// Sends one piece, and leaves in the update status why it did not work.
 int32_t send_piece(const Transfer& transfer, const Piece& piece) {
-    Request request{};
+    Request bytes{};
     const nvme::AdminCommand command{.opcode = kFirmwareImageDownload,
                                      .cntlid = transfer.cntlid,
                                      .dlen = piece.dwords * kDword,
                                      .cdw10 = piece.dwords - 1,
                                      .cdw11 = piece.offset / kDword};
-    nvme::encode(command, request);
-    const auto data = std::span(request).subspan(NVME_ADMIN_REQUEST_SIZE, piece.length);
+    const auto data = std::span(bytes).subspan(NVME_ADMIN_REQUEST_SIZE, piece.length);
     if (!read_image(transfer, piece.offset, data)) {
-        return finish(NVME_FW_DOWNLOAD_UNREADABLE, -1);
+        return conclude(NVME_FW_DOWNLOAD_UNREADABLE, -1);
     }
     const uint32_t length = NVME_ADMIN_REQUEST_SIZE + piece.length + piece.padding;
     log_place();
     console_log("tx_size=%d, num_dw=%d offset=%d, DW10=%ld, dW11=%ld\n", static_cast<int>(length),
                 static_cast<int>(piece.dwords), static_cast<int>(piece.offset),
                 static_cast<long>(command.cdw10), static_cast<long>(command.cdw11));
-    nvme::AdminResponse response;
-    const int32_t result =
-        nvme::tunnel(transfer.ctx, std::span(request).first(length), 0, response);
-    if (response.stage == nvme::Stage::done) {
+    std::array<uint8_t, NVME_ADMIN_RESPONSE_SIZE> room{};
+    const nvme::AdminAnswer answer =
+        nvme::exchange(transfer.ctx, nvme::encode(command, std::span(bytes).first(length)), room);
+    if (answer.stage == nvme::Stage::done) {
         return 0;
     }
     log_place();
-    nvme::report(response);
-    switch (response.stage) {
+    const int32_t result = finish(answer);
+    switch (answer.stage) {
         case nvme::Stage::refused:
-            return finish(NVME_FW_DOWNLOAD_RESPONSE_ERROR, result);
+            return conclude(NVME_FW_DOWNLOAD_RESPONSE_ERROR, result);
         case nvme::Stage::failed:
-            return finish(NVME_FW_DOWNLOAD_COMMAND, result);
+            return conclude(NVME_FW_DOWNLOAD_COMMAND, result);
         default:
-            console_log("nvme_admin_cmd failed. resp.status=%d\n", response.bytes[nvme::kStatus]);
-            return finish(NVME_FW_DOWNLOAD_EXCHANGE, -1);
+            console_log("nvme_admin_cmd failed. resp.status=%d\n", room[nvme::kStatus]);
+            return conclude(NVME_FW_DOWNLOAD_EXCHANGE, -1);
     }
 }
 
@@ -170,21 +170,21 @@ bool is_chunk_size(uint32_t chunk_size) {
 int32_t nvme_fw_image_download(nvmemi_ctx* ctx, uint16_t cntlid, const char* path,
                                uint32_t chunk_size, uint32_t task_id) {
     if (path == nullptr) {
-        return finish(NVME_FW_DOWNLOAD_NO_PATH, -1);
+        return conclude(NVME_FW_DOWNLOAD_NO_PATH, -1);
     }
     if (!is_chunk_size(chunk_size)) {
-        return finish(NVME_FW_DOWNLOAD_COMMAND, -1);
+        return conclude(NVME_FW_DOWNLOAD_COMMAND, -1);
     }
     // Without waiting, as open_regular() does; what opens but is no file has an outcome of its own.
     const File file(open(path, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file) {
         debug_log("%s, can't open %s\n", "nvme_fw_image_download", Printable(path).text());
-        return finish(NVME_FW_DOWNLOAD_NO_FILE, -1);
+        return conclude(NVME_FW_DOWNLOAD_NO_FILE, -1);
     }
     FileStamp stamp;
     if (!is_image(file, stamp)) {
         debug_log("%s, %s is no image file\n", "nvme_fw_image_download", Printable(path).text());
-        return finish(NVME_FW_DOWNLOAD_UNREADABLE, -1);
+        return conclude(NVME_FW_DOWNLOAD_UNREADABLE, -1);
     }
     const auto size = static_cast<uint32_t>(stamp.size);
     log_place();

@@ -9,7 +9,6 @@
 
 #include "NVMeMI/message.h"
 #include "common/memory.h"
-#include "common/wire.h"
 
 using namespace sideband;
 
@@ -30,8 +29,7 @@ constexpr uint8_t kHealthStatusChange = 2;
 constexpr uint8_t kTransmissionUnitSize = 3;
 
 constexpr uint8_t kFrequencyMask = 0x0F;
-/// Bytes in front of the management response.
-constexpr size_t kManagementResponse = nvme::kStatus + 1;
+constexpr size_t kManagementResponseSize = 3;
 constexpr char kConfigurationFailure[] = "fail to get NVMe-MI config";
 
 using ShortResponse = std::array<uint8_t, NVMEMI_RESPONSE_SIZE>;
@@ -45,41 +43,13 @@ bool is_usable(const nvmemi_ctx* ctx, bool has_arguments = true) {
     return has_arguments;
 }
 
-/// Exchanges a management command and looks at the response. Says what failed.
-/// @param needed   bytes that a response has where its status is success
-/// @param failure  what to print where the exchange failed
-/// @param arrived  receives the bytes of the response
-int32_t exchange(nvmemi_ctx* ctx, std::span<uint8_t> request, std::span<uint8_t> response,
-                 size_t needed, const char* failure, size_t& arrived) {
-    arrived = nvme::exchange(ctx, request, response);
-    if (arrived == nvme::kNoResponse) {
-        std::puts(failure);
-        return -1;
-    }
-    const int32_t status = nvme::judge_status(response.first(arrived), nvme::Outlet::output);
-    if (status == 0 && arrived < needed) {
-        debug_log("%s, response of %zu bytes is too short\n", "nvmemi", arrived);
-        return -1;
-    }
-    return status;
-}
-
-/// As above, for a request without data.
-int32_t send(nvmemi_ctx* ctx, const nvme::Command& command, std::span<uint8_t> response,
-             size_t needed, const char* failure, size_t& arrived) {
-    std::array<uint8_t, NVMEMI_REQUEST_SIZE> request{};
-    nvme::encode(command, request);
-    return exchange(ctx, request, response, needed, failure, arrived);
-}
-
-/// As above, for a response of which nothing but the status is wanted.
-int32_t send(nvmemi_ctx* ctx, const nvme::Command& command, const char* failure) {
+/// A command without data of whose response nothing but the status is wanted.
+int32_t plain_command(nvmemi_ctx* ctx, const nvme::Command& command, const char* failure) {
     if (!is_usable(ctx)) {
         return -1;
     }
-    ShortResponse response{};
-    size_t arrived = 0;
-    return send(ctx, command, response, 0, failure, arrived);
+    ShortResponse room{};
+    return finish(nvme::exchange(ctx, command, room), failure);
 }
 
 /// Dword 0 of the configuration commands.
@@ -89,22 +59,13 @@ uint32_t configuration(uint8_t identifier, uint8_t port = 0, uint8_t frequency =
     return uint32_t{port} << kPortShift | uint32_t{frequency} << kFrequencyShift | identifier;
 }
 
-/// Reads a setting of a port, which is the beginning of the management response.
-/// @param size  bytes of it
-int32_t get_setting(nvmemi_ctx* ctx, uint8_t identifier, uint8_t port, size_t size,
-                    uint16_t& value) {
-    ShortResponse response{};
-    size_t arrived = 0;
-    const int32_t status =
-        send(ctx, {.opcode = kConfigurationGet, .nmd0 = configuration(identifier, port)}, response,
-             kManagementResponse + size, kConfigurationFailure, arrived);
-    WireReader reader(response);
-    reader.skip(kManagementResponse);
-    value = reader.le16();
-    return status;
+/// Configuration Get of a setting of a port, which is the beginning of the management response.
+nvme::Answer get_setting(nvmemi_ctx* ctx, uint8_t identifier, uint8_t port, ShortResponse& room) {
+    return nvme::exchange(
+        ctx, {.opcode = kConfigurationGet, .nmd0 = configuration(identifier, port)}, room);
 }
 
-/// Whether a data structure has a size that its type allows. Says so where not.
+/// Whether a data structure has a size that its type allows. Says so if not.
 bool is_structure(uint8_t type, uint16_t length) {
     constexpr int kFixedSize = 32;
     if (type > NVMEMI_DTYP_OPTIONAL_COMMANDS) {
@@ -128,27 +89,23 @@ int32_t nvmemi_read_nvmemi_data_structure(nvmemi_ctx* ctx, const uint32_t* nmd0,
     if (!is_usable(ctx, nmd0 != nullptr && data != nullptr && length != nullptr)) {
         return -1;
     }
-    std::array<uint8_t, NVMEMI_RESPONSE_MAX> response{};
-    size_t arrived = 0;
-    const int32_t status =
-        send(ctx, {.opcode = kReadDataStructure, .nmd0 = *nmd0}, response, NVMEMI_RESPONSE_SIZE,
-             "fail to send nvmemi data structure command", arrived);
+    std::array<uint8_t, NVMEMI_RESPONSE_MAX> room{};
+    nvme::Answer answer = nvme::exchange(ctx, {.opcode = kReadDataStructure, .nmd0 = *nmd0}, room);
+    const uint16_t size = answer.body.le16();
+    answer.body.skip(1);
+    const int32_t status = finish(answer, "fail to send nvmemi data structure command");
     if (status != 0) {
         return status;
     }
-    WireReader reader({response.data(), arrived});
-    reader.skip(kManagementResponse);
-    const uint16_t size = reader.le16();
     if (!is_structure(static_cast<uint8_t>(*nmd0 >> kTypeShift), size)) {
         return -1;
     }
-    reader.skip(1);
-    if (size > reader.remaining() || size > capacity) {
+    if (size > answer.body.remaining() || size > capacity) {
         debug_log("%s, data structure of %d bytes: %zu came, room for %u\n", "nvmemi", size,
-                  reader.remaining(), capacity);
+                  answer.body.remaining(), capacity);
         return -1;
     }
-    reader.copy({data, size});
+    answer.body.copy({data, size});
     *length = size;
     return 0;
 }
@@ -158,15 +115,17 @@ int32_t nvmemi_nvm_subsystem_health_status_poll(nvmemi_ctx* ctx, const uint32_t*
     if (!is_usable(ctx, nmd1 != nullptr && out != nullptr)) {
         return -1;
     }
-    std::array<uint8_t, NVMEMI_RESPONSE_SIZE + sizeof(nvme_subsystem_health)> response{};
-    size_t arrived = 0;
-    const int32_t status = send(ctx, {.opcode = kSubsystemHealthPoll, .nmd1 = *nmd1}, response,
-                                response.size(), "fail to poll NVM subsystem health", arrived);
+    std::array<uint8_t, NVMEMI_RESPONSE_SIZE + sizeof(nvme_subsystem_health)> room{};
+    nvme::Answer answer =
+        nvme::exchange(ctx, {.opcode = kSubsystemHealthPoll, .nmd1 = *nmd1}, room);
+    WireReader& body = answer.body;
+    body.skip(kManagementResponseSize);
+    // In this order: members of a braced list are evaluated as they stand.
+    const nvme_subsystem_health health{body.u8(), body.u8(),   body.u8(),
+                                       body.u8(), body.le16(), body.le16()};
+    const int32_t status = finish(answer, "fail to poll NVM subsystem health");
     if (status == 0) {
-        WireReader reader(response);
-        reader.skip(NVMEMI_RESPONSE_SIZE);
-        // In this order: members of a braced list are evaluated as they stand.
-        *out = {reader.u8(), reader.u8(), reader.u8(), reader.u8(), reader.le16(), reader.le16()};
+        *out = health;
     }
     return status;
 }
@@ -176,35 +135,33 @@ int32_t nvmemi_controller_health_status_poll(
     nvme_controller_health entries[NVMEMI_CONTROLLERS_MAX]) {
     constexpr size_t kEntrySize = 16;
     constexpr size_t kEntryReserved = 7;
-    constexpr size_t kEntryCount = 6;
     if (!is_usable(ctx,
                    nmd0 != nullptr && nmd1 != nullptr && count != nullptr && entries != nullptr)) {
         return -1;
     }
-    std::array<uint8_t, NVMEMI_RESPONSE_SIZE + NVMEMI_CONTROLLERS_MAX * kEntrySize> response{};
-    size_t arrived = 0;
-    const int32_t status =
-        send(ctx, {.opcode = kControllerHealthPoll, .nmd0 = *nmd0, .nmd1 = *nmd1}, response,
-             NVMEMI_RESPONSE_SIZE, "fail to poll controller health", arrived);
+    std::array<uint8_t, NVMEMI_RESPONSE_SIZE + NVMEMI_CONTROLLERS_MAX * kEntrySize> room{};
+    nvme::Answer answer =
+        nvme::exchange(ctx, {.opcode = kControllerHealthPoll, .nmd0 = *nmd0, .nmd1 = *nmd1}, room);
+    WireReader& body = answer.body;
+    body.skip(2);
+    const uint8_t reported = body.u8();
+    const int32_t status = finish(answer, "fail to poll controller health");
     if (status != 0) {
         return status;
     }
-    const uint8_t reported = response[kEntryCount];
     if (reported > NVMEMI_CONTROLLERS_MAX) {
         std::printf("Response entries (%d) should not greater than MAX_NVME_CONTROLLER=%d.\n",
                     reported, NVMEMI_CONTROLLERS_MAX);
         return -1;
     }
-    if (arrived < NVMEMI_RESPONSE_SIZE + reported * kEntrySize) {
-        debug_log("%s, %zu bytes do not hold %d controllers\n", "nvmemi", arrived, reported);
+    if (body.remaining() < reported * kEntrySize) {
+        debug_log("%s, %zu bytes do not hold %d controllers\n", "nvmemi", answer.message.size(),
+                  reported);
         return -1;
     }
-    WireReader reader(response);
-    reader.skip(NVMEMI_RESPONSE_SIZE);
     for (nvme_controller_health& entry : std::span(entries, reported)) {
-        entry = {reader.le16(), reader.le16(), reader.le16(),
-                 reader.u8(),   reader.u8(),   reader.u8()};
-        reader.skip(kEntryReserved);
+        entry = {body.le16(), body.le16(), body.le16(), body.u8(), body.u8(), body.u8()};
+        body.skip(kEntryReserved);
     }
     *count = reported;
     return 0;
@@ -218,7 +175,7 @@ int32_t nvmemi_config_set_smbus_freq(nvmemi_ctx* ctx, uint8_t port, uint8_t freq
         std::printf("invalid freq (%x)\n", frequency);
         return -1;
     }
-    return send(
+    return plain_command(
         ctx, {.opcode = kConfigurationSet, .nmd0 = configuration(kSmbusFrequency, port, frequency)},
         kConfigurationFailure);
 }
@@ -227,26 +184,28 @@ int32_t nvmemi_config_set_health_status_change(nvmemi_ctx* ctx, const uint32_t* 
     if (!is_usable(ctx, changes != nullptr)) {
         return -1;
     }
-    return send(
+    return plain_command(
         ctx,
         {.opcode = kConfigurationSet, .nmd0 = configuration(kHealthStatusChange), .nmd1 = *changes},
         kConfigurationFailure);
 }
 
 int32_t nvmemi_config_set_mctp_tx_unit_size(nvmemi_ctx* ctx, uint8_t port, uint16_t size) {
-    return send(ctx,
-                {.opcode = kConfigurationSet,
-                 .nmd0 = configuration(kTransmissionUnitSize, port),
-                 .nmd1 = size},
-                kConfigurationFailure);
+    return plain_command(ctx,
+                         {.opcode = kConfigurationSet,
+                          .nmd0 = configuration(kTransmissionUnitSize, port),
+                          .nmd1 = size},
+                         kConfigurationFailure);
 }
 
 int32_t nvmemi_config_get_smbus_freq(nvmemi_ctx* ctx, uint8_t port, uint8_t* frequency) {
     if (!is_usable(ctx, frequency != nullptr)) {
         return -1;
     }
-    uint16_t value = 0;
-    const int32_t status = get_setting(ctx, kSmbusFrequency, port, sizeof(uint8_t), value);
+    ShortResponse room{};
+    nvme::Answer answer = get_setting(ctx, kSmbusFrequency, port, room);
+    const uint8_t value = answer.body.u8();
+    const int32_t status = finish(answer, kConfigurationFailure);
     if (status == 0) {
         *frequency = value & kFrequencyMask;
     }
@@ -254,16 +213,19 @@ int32_t nvmemi_config_get_smbus_freq(nvmemi_ctx* ctx, uint8_t port, uint8_t* fre
 }
 
 int32_t nvmemi_config_get_health_status_change(nvmemi_ctx* ctx) {
-    return send(ctx, {.opcode = kConfigurationGet, .nmd0 = configuration(kHealthStatusChange)},
-                kConfigurationFailure);
+    return plain_command(ctx,
+                         {.opcode = kConfigurationGet, .nmd0 = configuration(kHealthStatusChange)},
+                         kConfigurationFailure);
 }
 
 int32_t nvmemi_config_get_mctp_tx_unit_size(nvmemi_ctx* ctx, uint8_t port, uint16_t* size) {
     if (!is_usable(ctx, size != nullptr)) {
         return -1;
     }
-    uint16_t value = 0;
-    const int32_t status = get_setting(ctx, kTransmissionUnitSize, port, sizeof(uint16_t), value);
+    ShortResponse room{};
+    nvme::Answer answer = get_setting(ctx, kTransmissionUnitSize, port, room);
+    const uint16_t value = answer.body.le16();
+    const int32_t status = finish(answer, kConfigurationFailure);
     if (status == 0) {
         *size = value;
     }
@@ -275,16 +237,18 @@ int32_t nvmemi_vpd_read(nvmemi_ctx* ctx, uint16_t offset, uint16_t length, uint8
         return -1;
     }
     const size_t size = NVMEMI_RESPONSE_SIZE + size_t{length};
-    const auto buffer = allocate_bytes(size);
-    if (buffer == nullptr) {
+    const auto room = allocate_bytes(size);
+    if (room == nullptr) {
         std::puts("fail to allocate buffer");
         return -1;
     }
-    size_t arrived = 0;
-    const int32_t status = send(ctx, {.opcode = kVpdRead, .nmd0 = offset, .nmd1 = length},
-                                {buffer.get(), size}, size, "fail to read VPD", arrived);
+    nvme::Answer answer = nvme::exchange(ctx, {.opcode = kVpdRead, .nmd0 = offset, .nmd1 = length},
+                                         {room.get(), size});
+    answer.body.skip(kManagementResponseSize);
+    const auto vpd = answer.body.bytes(length);
+    const int32_t status = finish(answer, "fail to read VPD");
     if (status == 0) {
-        std::memcpy(data, buffer.get() + NVMEMI_RESPONSE_SIZE, length);
+        std::memcpy(data, vpd.data(), length);
     }
     return status;
 }
@@ -303,13 +267,13 @@ int32_t nvmemi_vpd_write(nvmemi_ctx* ctx, const uint8_t* data, uint16_t offset, 
         std::puts("fail to allocate buffer");
         return -1;
     }
-    nvme::encode({.opcode = kVpdWrite, .nmd0 = offset, .nmd1 = length}, {request.get(), size});
     std::memcpy(request.get() + NVMEMI_REQUEST_SIZE, data, length);
-    ShortResponse response{};
-    size_t arrived = 0;
-    return exchange(ctx, {request.get(), size}, response, 0, "fail to write VPD", arrived);
+    ShortResponse room{};
+    const nvme::Command command{.opcode = kVpdWrite, .nmd0 = offset, .nmd1 = length};
+    return finish(nvme::exchange(ctx, nvme::encode(command, {request.get(), size}), room),
+                  "fail to write VPD");
 }
 
 int32_t nvmemi_reset(nvmemi_ctx* ctx) {
-    return send(ctx, {.opcode = kReset}, "send reset command; no response as expected");
+    return plain_command(ctx, {.opcode = kReset}, "send reset command; no response as expected");
 }

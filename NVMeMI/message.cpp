@@ -6,10 +6,10 @@
 #include <sideband/platform.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 
 #include "common/crc.h"
-#include "common/wire.h"
 
 using namespace sideband;
 
@@ -25,9 +25,9 @@ constexpr uint8_t kAdminCommand = 2 << 3;
 /// command goes to command slot 0.
 constexpr uint8_t kAdminTypeMask = 0x86;
 
-/// Sets the message type of the context and sends a request over it.
+/// Sets the message type of the context and sends the bytes of a request over it.
 /// @return what the operation says; -1 for every failure
-int32_t call(nvmemi_ctx* ctx, std::span<uint8_t> request, std::span<uint8_t> response) {
+int32_t transfer(nvmemi_ctx* ctx, std::span<uint8_t> request, std::span<uint8_t> response) {
     if (ctx == nullptr || ctx->mctp == nullptr || ctx->mi_request == nullptr) {
         return -1;
     }
@@ -38,8 +38,11 @@ int32_t call(nvmemi_ctx* ctx, std::span<uint8_t> request, std::span<uint8_t> res
     return std::max(result, -1);
 }
 
+/// Where an error is reported: admin commands use the console, management commands the output.
+enum class Outlet { console, output };
+
 /// Reports a status that is not success.
-void report_status(std::span<const uint8_t> response, Outlet outlet) {
+void report_status(std::span<const uint8_t> message, Outlet outlet) {
     // Name and line are part of the texts that log readers match; they are not this call's place.
     static constexpr char kInvalidParameter[] =
         "[%s:%d] Invalid parameter at request byte %#x, bit %d\n";
@@ -47,7 +50,7 @@ void report_status(std::span<const uint8_t> response, Outlet outlet) {
     static constexpr char kName[] = "print_resp_error";
     constexpr int kConsoleLine = 58;
     constexpr int kOutputLine = 48;
-    WireReader reader(response);
+    WireReader reader(message);
     reader.skip(kStatus);
     const uint8_t status = reader.u8();
     const uint8_t bit = reader.u8() & 0x07;
@@ -63,37 +66,39 @@ void report_status(std::span<const uint8_t> response, Outlet outlet) {
     }
 }
 
-/// @return 0; the status; -1 where the response has none
-int32_t status_of(std::span<const uint8_t> response) {
-    if (response.size() <= kStatus) {
-        debug_log("%s, response of %zu bytes has no status\n", "nvmemi", response.size());
-        return -1;
+/// Looks at the status of what came.
+/// @param result  of the transfer
+Answer judge(std::span<const uint8_t> room, int32_t result) {
+    if (result < 0) {
+        return {Stage::failed_exchange, -1, {}, WireReader({})};
     }
-    return response[kStatus];
+    const auto message = room.first(body_length(room, result));
+    WireReader reader(message);
+    reader.skip(kStatus);
+    const uint8_t status = reader.u8();
+    if (!reader.ok()) {
+        debug_log("%s, response of %zu bytes has no status\n", "nvmemi", message.size());
+        return {Stage::malformed, -1, message, reader};
+    }
+    return {status == NVMEMI_STATUS_SUCCESS ? Stage::done : Stage::refused, status, message,
+            reader};
 }
 
-int32_t judge(AdminResponse& response) {
-    const auto bytes = std::span(response.bytes).first(response.length);
-    const int32_t status = status_of(bytes);
-    if (status != 0) {
-        response.stage = status > 0 ? Stage::refused : Stage::no_response;
-        return status;
+/// Looks at the completion of a successful response.
+void judge_completion(AdminAnswer& answer) {
+    answer.body.skip(NVMEMI_RESPONSE_SIZE - kStatus - 1);
+    answer.dword0 = answer.body.le32();
+    answer.body.skip(sizeof(uint32_t));
+    answer.dword3 = answer.body.le32();
+    if (!answer.body.ok()) {
+        debug_log("%s, response of %zu bytes has no completion\n", "nvme admin",
+                  answer.message.size());
+        answer.stage = Stage::malformed;
+        answer.result = -1;
+    } else if (NVME_COMPLETION_SC(answer.dword3) != 0) {
+        answer.stage = Stage::failed;
+        answer.result = static_cast<int32_t>(answer.dword3);
     }
-    WireReader reader(bytes);
-    reader.skip(NVMEMI_RESPONSE_SIZE);
-    response.dword0 = reader.le32();
-    reader.skip(sizeof(uint32_t));
-    response.dword3 = reader.le32();
-    if (!reader.ok()) {
-        debug_log("%s, response of %zu bytes has no completion\n", "nvme admin", response.length);
-        return -1;
-    }
-    if (NVME_COMPLETION_SC(response.dword3) != 0) {
-        response.stage = Stage::failed;
-        return static_cast<int32_t>(response.dword3);
-    }
-    response.stage = Stage::done;
-    return 0;
 }
 
 }  // namespace
@@ -110,82 +115,94 @@ size_t body_length(std::span<const uint8_t> room, int32_t result) {
     return check == crc32c_final(crc32c_update(crc, body.first(length))) ? length : body.size();
 }
 
-size_t exchange(nvmemi_ctx* ctx, std::span<uint8_t> request, std::span<uint8_t> response) {
-    const int32_t result = call(ctx, request, response);
-    return result < 0 ? kNoResponse : body_length(response, result);
-}
-
-int32_t judge_status(std::span<const uint8_t> response, Outlet outlet) {
-    const int32_t status = status_of(response);
-    if (status > NVMEMI_STATUS_SUCCESS) {
-        report_status(response, outlet);
-    }
-    return status;
-}
-
-void encode(const Command& command, std::span<uint8_t> request) {
-    WireWriter writer(request);
+Request encode(const Command& command, std::span<uint8_t> bytes) {
+    WireWriter writer(bytes);
     writer.u8(kManagementCommand).skip(2).u8(command.opcode).skip(3);
     writer.le32(command.nmd0).le32(command.nmd1);
+    return {bytes};
 }
 
-void encode(const AdminCommand& command, std::span<uint8_t> request) {
+AdminRequest encode(const AdminCommand& command, std::span<uint8_t> bytes) {
     constexpr size_t kDwords2To5 = 16;
     // Message type bits and command flags are filled in by nvme_admin_cmd().
-    WireWriter writer(request);
+    WireWriter writer(bytes);
     writer.skip(3).u8(command.opcode).skip(1).le16(command.cntlid).le32(command.nsid);
     writer.skip(kDwords2To5).le32(command.dofst).le32(command.dlen).skip(4).le32(command.cdw9);
     writer.le32(command.cdw10).le32(command.cdw11).le32(command.cdw12);
     writer.le32(command.cdw13).le32(command.cdw14).le32(command.cdw15);
+    return {bytes};
 }
 
-int32_t tunnel(nvmemi_ctx* ctx, std::span<uint8_t> request, size_t data_capacity,
-               AdminResponse& response) {
-    const auto room = std::span(response.bytes).first(NVME_ADMIN_RESPONSE_SIZE + data_capacity);
+Answer exchange(nvmemi_ctx* ctx, Request request, std::span<uint8_t> room) {
+    return judge(room, transfer(ctx, request.bytes, room));
+}
+
+Answer exchange(nvmemi_ctx* ctx, const Command& command, std::span<uint8_t> room) {
+    std::array<uint8_t, NVMEMI_REQUEST_SIZE> bytes{};
+    return exchange(ctx, encode(command, bytes), room);
+}
+
+AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, std::span<uint8_t> room) {
     const int32_t result =
-        nvme_admin_cmd(ctx, static_cast<uint32_t>(request.size()),
-                       static_cast<uint32_t>(room.size()), request.data(), room.data());
-    if (result < 0) {
+        nvme_admin_cmd(ctx, static_cast<uint32_t>(request.bytes.size()),
+                       static_cast<uint32_t>(room.size()), request.bytes.data(), room.data());
+    AdminAnswer answer{judge(room, result), 0, 0};
+    if (answer.stage == Stage::done) {
+        judge_completion(answer);
+    }
+    return answer;
+}
+
+AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, std::span<uint8_t> room) {
+    if (command.dlen > NVME_ADMIN_DATA_MAX) {
+        debug_log("%s, %u bytes of data are too many\n", "nvme admin", command.dlen);
+        return {judge(room, -1), 0, 0};
+    }
+    std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE> bytes{};
+    return exchange(ctx, encode(command, bytes), room);
+}
+
+int32_t finish(const Answer& answer, const char* failure) {
+    if (answer.stage == Stage::failed_exchange) {
+        std::puts(failure);
+    } else if (answer.stage == Stage::refused) {
+        report_status(answer.message, Outlet::output);
+    } else if (answer.stage == Stage::done && !answer.body.ok()) {
+        debug_log("%s, response of %zu bytes is too short\n", "nvmemi", answer.message.size());
         return -1;
     }
-    response.length = body_length(room, result);
-    return judge(response);
+    return answer.result;
 }
 
-void report(const AdminResponse& response) {
-    if (response.stage == Stage::refused) {
-        report_status(std::span(response.bytes).first(response.length), Outlet::console);
-    } else if (response.stage == Stage::failed) {
-        console_log("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(response.dword3),
-                    NVME_COMPLETION_SC(response.dword3));
+int32_t finish(const AdminAnswer& answer) {
+    if (answer.stage == Stage::refused) {
+        report_status(answer.message, Outlet::console);
+    } else if (answer.stage == Stage::failed) {
+        console_log("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(answer.dword3),
+                    NVME_COMPLETION_SC(answer.dword3));
     }
-}
-
-int32_t exchange(nvmemi_ctx* ctx, std::span<uint8_t> request, size_t data_capacity,
-                 AdminResponse& response) {
-    const int32_t result = tunnel(ctx, request, data_capacity, response);
-    report(response);
-    return result;
+    return answer.result;
 }
 
 }  // namespace sideband::nvme
 
 int32_t nvme_admin_cmd(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,
                        uint8_t* request, uint8_t* response) {
-    constexpr size_t kCommandFlags = 4;
-    constexpr size_t kDataOffset = 27;
+    constexpr size_t kBeforeData = 26;
     constexpr uint8_t kLengthValid = 1 << 0;
     constexpr uint8_t kOffsetValid = 1 << 1;
     if (request == nullptr || request_length < NVME_ADMIN_REQUEST_SIZE || response == nullptr) {
         return -1;
     }
     WireReader reader({request, request_length});
-    reader.skip(kDataOffset);
+    const uint8_t type_bits = reader.u8();
+    reader.skip(kBeforeData);
     const uint32_t offset = reader.le32();
     const uint32_t length = reader.le32();
-    request[kCommandFlags] =
-        static_cast<uint8_t>((length != 0 ? kLengthValid : 0) | (offset != 0 ? kOffsetValid : 0));
-    request[nvme::kTypeBits] =
-        (request[nvme::kTypeBits] & nvme::kAdminTypeMask) | nvme::kAdminCommand;
-    return nvme::call(ctx, {request, request_length}, {response, response_capacity});
+    const int flags = (length != 0 ? kLengthValid : 0) | (offset != 0 ? kOffsetValid : 0);
+    WireWriter({request, request_length})
+        .u8((type_bits & nvme::kAdminTypeMask) | nvme::kAdminCommand)
+        .skip(3)
+        .u8(static_cast<uint8_t>(flags));
+    return nvme::transfer(ctx, {request, request_length}, {response, response_capacity});
 }
