@@ -48,8 +48,8 @@ int32_t plain_command(nvmemi_ctx* ctx, const nvme::AdminCommand& command) {
 
 /// Copies the data of a response. What there is no room for is lost.
 /// @return bytes copied
-uint32_t copy_data(nvme::AdminAnswer& answer, uint8_t* data, uint32_t room) {
-    const auto bytes = answer.body.bytes(std::min<size_t>(answer.body.remaining(), room));
+uint32_t copy_data(const nvme::AdminAnswer& answer, uint8_t* data, uint32_t room) {
+    const auto bytes = answer.body.rest().first(std::min<size_t>(answer.body.remaining(), room));
     if (data != nullptr && !bytes.empty()) {
         std::memcpy(data, bytes.data(), bytes.size());
     }
@@ -74,7 +74,8 @@ void copy_dwords_11_to_14(nvme::AdminCommand& command, const nvme_admin_req& req
 }
 
 /// The end of a command that reads data.
-int32_t finish_read(nvme::AdminAnswer answer, uint8_t* data, uint32_t room, uint32_t* received) {
+int32_t finish_read(const nvme::AdminAnswer& answer, uint8_t* data, uint32_t room,
+                    uint32_t* received) {
     const int32_t result = finish(answer);
     if (result == 0) {
         const uint32_t copied = copy_data(answer, data, room);
@@ -180,7 +181,7 @@ int32_t nvme_admin_get_set_feature(nvme_admin_req* req, uint8_t opcode,
     copy_dwords_11_to_14(command, *req);
     command.cdw15 = req->cdw15;
     Room room{};
-    nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room);
+    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room);
     const int32_t status = finish(answer);
     if (status == 0 && result != nullptr) {
         result->dword0 = answer.dword0;
@@ -269,8 +270,8 @@ int32_t nvme_get_pd_info(nvme_admin_req* req, uint32_t length, uint8_t* data, ui
     command.cdw12 = req->cdw12;
     command.cdw14 = req->cdw14;
     Room room{};
-    return finish_read(nvme::exchange(req->ctx, command, room_for(room, length)), data, length,
-                       received);
+    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room_for(room, length));
+    return finish_read(answer, data, length, received);
 }
 
 int32_t nvme_mrvl_read_cmd(nvme_admin_req* req, uint32_t length, uint8_t* data,

@@ -71,14 +71,15 @@ uint8_t type_of(const uint8_t* packet) {
     return Header::read({packet, NCSI_HEADER_SIZE}).type;
 }
 
-/// Looks at a response. What did not come of it counts as zero. Its channel ID is not asked for:
-/// there are controllers that answer the command of a package with that of a channel.
-int32_t judge(const uint8_t* request, const uint8_t* response, int32_t length) {
+/// Looks at the response to a request of a type. What did not come of it counts as zero. Its
+/// channel ID is not asked for: there are controllers that answer the command of a package with
+/// that of a channel.
+int32_t judge(uint8_t sent, const uint8_t* response, int32_t length) {
     std::array<uint8_t, kResponseSize> head{};
     const size_t received = std::min(static_cast<size_t>(length), head.size());
     std::memcpy(head.data(), response, received);
     const uint8_t type = type_of(head.data());
-    if (type != (type_of(request) | kResponseBit)) {
+    if (type != (sent | kResponseBit)) {
         std::printf("the command code in the response(%x) is not right.", type);
         return -1;
     }
@@ -149,13 +150,14 @@ int32_t transfer(ncsi_channel* channel, uint32_t request_length, int32_t respons
         return -1;
     }
     mctp_ctx& mctp = *ctx.mctp;
-    if (type_of(request) == NCSI_CLEAR_INITIAL_STATE) {
+    const uint8_t type = type_of(request);
+    if (type == NCSI_CLEAR_INITIAL_STATE) {
         mctp.route = kClearInitialStateWait;
     }
     ctx.response_length = transfer_over(mctp, length, response_capacity, request, response);
     mctp.route = 0;
     ++ctx.iid;
-    return ctx.response_length < 1 ? -1 : judge(request, response, ctx.response_length);
+    return ctx.response_length < 1 ? -1 : judge(type, response, ctx.response_length);
 }
 
 int32_t transfer_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response_capacity,
@@ -179,7 +181,7 @@ int32_t transfer_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response
         }
         ctx->response_length = transfer_over(mctp, length, response_capacity, request, response);
     }
-    return ctx->response_length < 1 ? -1 : judge(request, response, ctx->response_length);
+    return ctx->response_length < 1 ? -1 : judge(type_of(request), response, ctx->response_length);
 }
 
 int32_t transfer_by_oem(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,

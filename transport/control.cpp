@@ -16,6 +16,7 @@ using namespace sideband;
 namespace sideband::control {
 namespace {
 
+constexpr uint8_t kRequestBit = 0x80;
 constexpr int kTries = 3;
 constexpr uint32_t kNotReadyPauseUs = 50000;
 /// Most data of a request here.
@@ -47,21 +48,31 @@ int32_t transfer_until_ready(mctp_ctx& ctx, std::span<const uint8_t> request,
 /// A command without request data whose answer holds nothing but a completion code.
 int32_t plain_command(mctp_ctx* ctx, Command command) {
     std::array<uint8_t, kResponseSize> room{};
-    return finish(exchange(ctx, {command}, room));
+    return finish(exchange(ctx, command, {}, room));
 }
 
 }  // namespace
 
-Answer exchange(mctp_ctx* ctx, const Request& request, std::span<uint8_t> room) {
+Header Header::read(WireReader& reader) {
+    const uint8_t first = reader.u8();
+    return {(first & kRequestBit) != 0, instance_of(first), reader.u8()};
+}
+
+void Header::write(WireWriter& writer) const {
+    writer.u8((is_request ? kRequestBit : 0) | instance_id).u8(command);
+}
+
+Answer exchange(mctp_ctx* ctx, Command command, std::span<const uint8_t> data,
+                std::span<uint8_t> room) {
     if (ctx == nullptr || ctx->xfer == nullptr) {
         return no_answer();
     }
-    const Header sent{true, Header::instance_of(ctx->instance_id), request.command};
+    const Header sent{true, Header::instance_of(ctx->instance_id), command};
     ++ctx->instance_id;
     std::array<uint8_t, Header::kSize + kRequestDataMax> bytes;
     WireWriter writer(bytes);
     sent.write(writer);
-    writer.bytes(request.data);
+    writer.bytes(data);
     const int32_t received =
         transfer_until_ready(*ctx, std::span(bytes).first(writer.written()), room);
     if (received < 0) {
@@ -90,7 +101,7 @@ int32_t finish(const Answer& answer) {
 int32_t read_routing_table(mctp_ctx* ctx, uint8_t entry_handle, RoutingTable room) {
     constexpr size_t kHandleAndCount = 2;
     std::memset(room.data(), 0, room.size());
-    Answer answer = exchange(ctx, {kGetRoutingTableEntries, {&entry_handle, 1}}, room);
+    Answer answer = exchange(ctx, kGetRoutingTableEntries, {&entry_handle, 1}, room);
     answer.data.skip(kHandleAndCount);
     if (finish(answer) < 0) {
         console_log("[%s] failed\n", "mctp_get_routing_table_entries");
@@ -108,7 +119,7 @@ int32_t mctp_set_endpoint_id(mctp_ctx* ctx, uint8_t eid) {
     const std::array<uint8_t, 2> data{kOperationSetEid, eid};
     std::array<uint8_t, 6> room;
     room.fill(0xFF);
-    if (finish(exchange(ctx, {kSetEndpointId, data}, room)) < 0) {
+    if (finish(exchange(ctx, kSetEndpointId, data, room)) < 0) {
         return -1;
     }
     ctx->dest_eid = eid;  // what was asked for, not what the endpoint echoed
@@ -117,7 +128,7 @@ int32_t mctp_set_endpoint_id(mctp_ctx* ctx, uint8_t eid) {
 
 int32_t mctp_get_endpoint_id(mctp_ctx* ctx) {
     std::array<uint8_t, 6> room{};
-    Answer answer = exchange(ctx, {kGetEndpointId}, room);
+    Answer answer = exchange(ctx, kGetEndpointId, {}, room);
     const uint8_t eid = answer.data.u8();
     if (finish(answer) < 0) {
         return -1;
@@ -128,7 +139,7 @@ int32_t mctp_get_endpoint_id(mctp_ctx* ctx) {
 
 int32_t mctp_get_endpoint_uuid(mctp_ctx* ctx) {
     std::array<uint8_t, kResponseSize + sizeof ctx->uuid> room{};
-    Answer answer = exchange(ctx, {kGetEndpointUuid}, room);
+    Answer answer = exchange(ctx, kGetEndpointUuid, {}, room);
     const auto uuid = answer.data.bytes(sizeof ctx->uuid);
     if (finish(answer) < 0) {
         console_log("fail to get mctp UUID\n");
@@ -143,7 +154,7 @@ int32_t mctp_allocate_endpoint_ids(mctp_ctx* ctx, uint8_t operation, uint8_t poo
                                    uint8_t starting_eid) {
     const std::array<uint8_t, 3> data{operation, pool_size, starting_eid};
     std::array<uint8_t, 6> room{};
-    if (finish(exchange(ctx, {kAllocateEndpointIds, data}, room)) < 0) {
+    if (finish(exchange(ctx, kAllocateEndpointIds, data, room)) < 0) {
         console_log("[%s] failed\n", "mctp_allocate_endpoint_ids");
         return -1;
     }

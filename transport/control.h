@@ -36,32 +36,16 @@ struct Header {
     uint8_t instance_id;  ///< 0 to 31
     uint8_t command;
 
-    static Header read(WireReader& reader) {
-        const uint8_t first = reader.u8();
-        return {(first & kRequest) != 0, instance_of(first), reader.u8()};
-    }
+    static Header read(WireReader& reader);
+    void write(WireWriter& writer) const;
 
     /// The instance ID of the first byte, and of a counter.
     static uint8_t instance_of(uint8_t byte) { return byte & 0x1F; }
-
-    void write(WireWriter& writer) const {
-        const int first = (is_request ? kRequest : 0) | instance_id;
-        writer.u8(static_cast<uint8_t>(first)).u8(command);
-    }
-
-private:
-    static constexpr uint8_t kRequest = 0x80;
 };
 
 /// Bytes of a response in front of its data: header and completion code.
 inline constexpr size_t kResponseSize = Header::kSize + 1;
 inline constexpr size_t kCompletionOffset = Header::kSize;
-
-/// A command and its data.
-struct Request {
-    Command command;
-    std::span<const uint8_t> data = {};
-};
 
 /// What came back.
 struct Answer {
@@ -70,8 +54,10 @@ struct Answer {
 };
 
 /// Sends a request, again if the endpoint is not ready, and takes the response to it.
+/// @param data  of the request, three bytes at most
 /// @param room  for the whole response, as much as is asked for; what does not come stays in it
-Answer exchange(mctp_ctx* ctx, const Request& request, std::span<uint8_t> room);
+Answer exchange(mctp_ctx* ctx, Command command, std::span<const uint8_t> data,
+                std::span<uint8_t> room);
 
 /// The end of a command. @return 0; -1 for a failure, and if more was read than came
 int32_t finish(const Answer& answer);

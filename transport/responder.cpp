@@ -137,7 +137,7 @@ bool notify_owner(mctp_ctx& ctx) {
     std::array<uint8_t, kResponseSize> room{};
     // A matching answer repeats the command code, so that this is not met in practice; bus owners
     // that answer with 0 there are the reason for it.
-    if (finish(exchange(&ctx, {kDiscoveryNotify}, room)) < 0) {
+    if (finish(exchange(&ctx, kDiscoveryNotify, {}, room)) < 0) {
         return false;
     }
     WireReader reader(room);
