@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "NVMeMI/message.h"
@@ -115,9 +114,7 @@ int32_t initialise(nvmemi_ctx* ctx, const mctp_ctx* config, uint32_t read_parame
     }
     // First: the prototype may be the endpoint that is released.
     mctp_ctx* const endpoint = create_endpoint(*config).release();
-    if (ctx->mctp == endpoint_of(ctx->owned)) {
-        release(ctx->owned);
-    }
+    release_former(ctx->owned, ctx->mctp);
     own(ctx->owned, endpoint);
     ctx->mctp = endpoint;
     ctx->mi_request = nvme::request_with_retries;
@@ -144,9 +141,7 @@ int32_t nvmemi_init_for_MARV(nvmemi_ctx* ctx, const mctp_ctx* config) {
 
 int32_t nvmemi_deinit(nvmemi_ctx* ctx) {
     if (ctx != nullptr) {
-        std::free(ctx->mctp);
-        ctx->mctp = nullptr;
-        ctx->owned = {};
+        release_current(ctx->owned, ctx->mctp);
     }
     return 0;
 }

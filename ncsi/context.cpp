@@ -3,7 +3,6 @@
 #include <sideband/ncsi.h>
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "ncsi/message.h"
 #include "transport/mctp.h"
@@ -11,16 +10,6 @@
 using namespace sideband;
 
 namespace {
-
-/// Frees the endpoint of an earlier ncsi_init(), if the context still has it and it is not to stay.
-void release_owned(ncsi_ctx& ctx, const mctp_ctx* kept = nullptr) {
-    const mctp_ctx* const owned = endpoint_of(ctx.owned);
-    if (owned != ctx.mctp) {
-        ctx.owned = {};
-    } else if (owned != kept) {
-        release(ctx.owned);
-    }
-}
 
 /// Gives the commands of the channel records their way out.
 void install(ncsi_ctx& ctx, ncsi_transfer_op transfer) {
@@ -38,7 +27,7 @@ int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
     }
     // First: the prototype may be the endpoint that is released.
     EndpointPtr endpoint = create_endpoint(*config);
-    release_owned(*ctx);
+    release_former(ctx->owned, ctx->mctp);
     ctx->mctp = nullptr;
     if (endpoint == nullptr) {
         std::puts("can't alloc m_ctx");
@@ -57,9 +46,7 @@ int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
 
 int32_t ncsi_deinit(ncsi_ctx* ctx) {
     if (ctx != nullptr) {
-        std::free(ctx->mctp);
-        ctx->mctp = nullptr;
-        ctx->owned = {};
+        release_current(ctx->owned, ctx->mctp);
     }
     return 0;
 }
@@ -68,7 +55,7 @@ int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp) {
     if (ctx == nullptr || mctp == nullptr) {
         return -1;
     }
-    release_owned(*ctx, mctp);
+    release_former(ctx->owned, ctx->mctp, mctp);
     ctx->mctp = mctp;
     ctx->oem_transfer = ncsi::transfer_locked;
     install(*ctx, ncsi::transfer_by_oem);

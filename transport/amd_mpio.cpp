@@ -9,7 +9,7 @@
 #include "common/lock.h"
 #include "common/sleep.h"
 #include "transport/amd_mpio.h"
-#include "transport/pcie_message.h"
+#include "transport/mctp.h"
 
 using namespace sideband;
 
@@ -52,10 +52,7 @@ void _init_amd_mpio_ctx(mctp_ctx* mpio) {
     mpio->pcie_bdf[1] = 0;
     mpio->pcie_bdf[2] = 0;
     mpio->binding_kind = MCTP_BINDING_KIND_PCIE;
-    mpio->recv = pcie_recv;
-    mpio->send = pcie_send;
-    mpio->xfer = pcie_xfer;
-    mpio->binding = &pcie_mctp_binding;
+    install_operations(*mpio);
 }
 
 int32_t init_amd_mpio_if_need(mctp_ctx* mpio) {

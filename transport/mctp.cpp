@@ -50,6 +50,21 @@ void release(mctp_owned& owned) {
     }
 }
 
+void release_former(mctp_owned& owned, const mctp_ctx* current, const mctp_ctx* kept) {
+    const mctp_ctx* const endpoint = endpoint_of(owned);
+    if (endpoint != current) {
+        owned = {};
+    } else if (endpoint != kept) {
+        release(owned);
+    }
+}
+
+void release_current(mctp_owned& owned, mctp_ctx*& current) {
+    std::free(current);
+    current = nullptr;
+    owned = {};
+}
+
 namespace {
 
 struct Operations {
@@ -79,6 +94,13 @@ const Operations* operations_for(uint8_t binding_kind) {
     }
 }
 
+void install(mctp_ctx& ctx, const Operations& operations) {
+    ctx.recv = operations.recv;
+    ctx.send = operations.send;
+    ctx.xfer = operations.xfer;
+    ctx.binding = operations.binding;
+}
+
 int32_t initialise(mctp_ctx& ctx, const Operations* operations) {
     if (ctx.unit_size == 0) {
         ctx.unit_size = MCTP_UNIT_SIZE_DEFAULT;
@@ -86,10 +108,7 @@ int32_t initialise(mctp_ctx& ctx, const Operations* operations) {
     if (operations == nullptr) {
         return -1;
     }
-    ctx.recv = operations->recv;
-    ctx.send = operations->send;
-    ctx.xfer = operations->xfer;
-    ctx.binding = operations->binding;
+    install(ctx, *operations);
     if (ctx.skip_discovery != 0) {
         return 0;
     }
@@ -98,6 +117,15 @@ int32_t initialise(mctp_ctx& ctx, const Operations* operations) {
 }
 
 }  // namespace
+
+bool install_operations(mctp_ctx& ctx) {
+    const Operations* const operations = operations_for(ctx.binding_kind);
+    if (operations != nullptr) {
+        install(ctx, *operations);
+    }
+    return operations != nullptr;
+}
+
 }  // namespace sideband
 
 int32_t mctp_init2(mctp_ctx* ctx) {

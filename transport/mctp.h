@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Endpoints that the library allocates for the contexts of the layers above.
+// Endpoints: what a binding kind has for them, and those that the library allocates for the
+// contexts of the layers above.
 #ifndef SIDEBAND_TRANSPORT_MCTP_H
 #define SIDEBAND_TRANSPORT_MCTP_H
 
@@ -8,6 +9,10 @@
 #include "common/memory.h"
 
 namespace sideband {
+
+/// Installs operations and binding of the context's binding kind.
+/// @return false for an unknown kind: nothing is installed
+bool install_operations(mctp_ctx& ctx);
 
 using EndpointPtr = HeapPtr<mctp_ctx>;
 
@@ -21,6 +26,12 @@ mctp_ctx* endpoint_of(const mctp_owned& owned);
 void own(mctp_owned& owned, mctp_ctx* endpoint);
 /// Frees the endpoint that is owned, if there is one.
 void release(mctp_owned& owned);
+/// As release(), of a context that gets another endpoint in place of the current one. What is owned
+/// but is not the current one is not the library's to free any more.
+/// @param kept  not freed
+void release_former(mctp_owned& owned, const mctp_ctx* current, const mctp_ctx* kept = nullptr);
+/// Frees the current endpoint of a context, whoever allocated it.
+void release_current(mctp_owned& owned, mctp_ctx*& current);
 
 }  // namespace sideband
 
