@@ -29,7 +29,7 @@ bool wants_time(const Area& area) {
     return area[kStatus] == NVMEMI_STATUS_MORE_PROCESSING_REQUIRED;
 }
 
-/// Reads over PCIe, where the stock receive does not say how much came. An integrity check that
+/// Reads over PCIe, whose stock receive does not say how much came. An integrity check that
 /// there is no room for is left out, as over SMBus; what else is too long shows in the result.
 int32_t receive_pcie(mctp_ctx& mctp, int32_t room, Area& area) {
     const int32_t received =

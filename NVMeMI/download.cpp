@@ -24,7 +24,7 @@ constexpr uint32_t kDword = 4;
 /// Room for the longest piece; the padding of one that is no multiple of four comes on top.
 using Request = std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE + NVME_ADMIN_DATA_MAX + kDword>;
 
-/// Where and how to an image goes.
+/// How an image is sent, and to whom.
 struct Transfer {
     nvmemi_ctx* ctx;
     uint16_t cntlid;

@@ -16,7 +16,7 @@ namespace sideband::nvme {
 // Offsets in a message body.
 inline constexpr size_t kStatus = 3;
 
-/// Bytes of a message body in front of its integrity check, where it has one: the transport
+/// Bytes of a message body in front of its integrity check, if it has one: the transport
 /// delivers it as part of the body, if there is room for it.
 /// @param result  bytes received, not believed beyond the room
 size_t body_length(std::span<const uint8_t> room, int32_t result);

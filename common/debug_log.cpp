@@ -83,7 +83,7 @@ void append_to_file(const char* text) {
 
 /// @param caller_errno  what %m stands for, whatever was called meanwhile
 void report_to_system_and_file(int caller_errno, const char* format, va_list arguments) {
-    // Nearly every message fits; a longer one is cut only where the heap is exhausted.
+    // Nearly every message fits; a longer one is cut only if the heap is exhausted.
     char room[256];
     va_list again;
     va_copy(again, arguments);

@@ -42,7 +42,7 @@ private:
 /// Opens what a path names without waiting for anybody: a FIFO in a file's place would hold the
 /// caller, with its locks, until somebody comes to its other end. Closed on exec.
 /// @param flags  O_RDONLY, O_RDWR, ...
-/// @return the descriptor; negative where nothing can be opened or it is no regular file
+/// @return the descriptor; negative if nothing can be opened or it is no regular file
 int open_regular(const char* path, int flags, mode_t mode = 0);
 
 /// Tells a file from another one in its place, and from itself after a change. The time of the last
@@ -59,11 +59,11 @@ struct FileStamp {
     bool operator==(const FileStamp&) const = default;
 };
 
-/// @return false where the system does not tell
+/// @return false if the system does not tell
 bool stamp_of(int descriptor, FileStamp& stamp);
 
 /// Reads from a position of a file, however the system divides it up.
-/// @return bytes read: fewer than wanted where the file ends before
+/// @return bytes read: fewer than wanted if the file ends before
 size_t read_file(int descriptor, uint64_t position, std::span<uint8_t> target);
 
 }  // namespace sideband

@@ -7,7 +7,7 @@
 
 namespace sideband {
 
-/// Takes the mutex with an infinite wait; false where the platform did not grant it.
+/// Takes the mutex with an infinite wait; false if the platform did not grant it.
 class MutexGuard {
 public:
     explicit MutexGuard(lx_mutex& mutex)
@@ -26,8 +26,8 @@ private:
     lx_mutex* held_;
 };
 
-/// Takes the mutex of an I2C channel with an infinite wait, where it is wanted; false where the
-/// platform did not grant it.
+/// Takes the mutex of an I2C channel with an infinite wait, if it is wanted; false if the platform
+/// did not grant it.
 class ChannelGuard {
 public:
     explicit ChannelGuard(uint8_t channel, bool wanted = true)

@@ -19,7 +19,7 @@ struct FreeDeleter {
 template <typename T>
 using HeapPtr = std::unique_ptr<T, FreeDeleter>;
 
-/// A zeroed buffer; null where the allocation failed.
+/// A zeroed buffer; null if the allocation failed.
 inline HeapPtr<uint8_t[]> allocate_bytes(size_t size) {
     return HeapPtr<uint8_t[]>(static_cast<uint8_t*>(std::calloc(1, size)));
 }

@@ -12,7 +12,7 @@ using namespace sideband;
 
 namespace {
 
-/// Bytes that are asked for where nothing but the codes is wanted: codes and checksum.
+/// Bytes that are asked for if nothing but the codes is wanted: codes and checksum.
 constexpr int32_t kStatusCapacity = 24;
 
 /// A command without payload whose response holds nothing but the codes.

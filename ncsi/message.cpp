@@ -35,7 +35,7 @@ bool is_usable(const ncsi_ctx* ctx, const uint8_t* request, const uint8_t* respo
 }
 
 /// Completes a request in its place.
-/// @return bytes to send; 0 where it has no header
+/// @return bytes to send; 0 if it has no header
 uint32_t complete(ncsi_ctx& ctx, uint32_t length, uint8_t* request) {
     if (length < NCSI_HEADER_SIZE) {
         std::puts("the length of ncsi request is not enough!");

@@ -51,7 +51,7 @@ void log_entry(const RoutingEntry& entry) {
     }
 }
 
-/// Reads one entry (DSP0236, table 26); the reader stays failed where the entry runs past its end.
+/// Reads one entry (DSP0236, table 26); the reader stays failed if the entry runs past its end.
 RoutingEntry read_entry(WireReader& reader) {
     RoutingEntry entry{};
     reader.skip(1);  // EID range size

@@ -18,7 +18,7 @@ namespace {
 /// A message with its type byte first, in a record's room: no message over PCIe is larger.
 using MessageBuffer = std::array<uint8_t, PLT_PCIE_MESSAGE_SIZE>;
 
-/// Puts the type byte before a body. @return false where no record holds the message
+/// Puts the type byte before a body. @return false if no record holds the message
 bool build_message(const mctp_ctx& ctx, uint32_t length, const uint8_t* body,
                    MessageBuffer& message) {
     if (length >= message.size() || (body == nullptr && length != 0)) {

@@ -31,7 +31,7 @@ SIDEBAND_BEGIN_DECLS
 #define MCTP_MSG_TYPE_NVME_MI 0x04
 #define MCTP_MSG_TYPE_INTEGRITY_CHECK 0x80
 
-/** mctp_ctx.unit_size where the caller leaves 0. */
+/** mctp_ctx.unit_size if the caller leaves 0. */
 #define MCTP_UNIT_SIZE_DEFAULT 96
 /** Largest mctp_ctx.unit_size that the SMBus bindings can carry; a larger one fails every call. */
 #define MCTP_UNIT_SIZE_MAX 120
@@ -157,7 +157,7 @@ struct mctp_section {
 
 /**
  * One MCTP endpoint. Allocated, zeroed and owned by the caller, who fills the members marked
- * "caller" above, and src_eid and dest_eid where known, before mctp_init2().
+ * "caller" above, and src_eid and dest_eid if known, before mctp_init2().
  */
 struct mctp_ctx {
     uint8_t src_eid;        /**< the BMC's EID: source of every packet sent */
@@ -230,7 +230,7 @@ SIDEBAND_EXPORT extern const mctp_binding pcie_mctp_binding;
 /**
  * Installs operations and binding by ctx->binding_kind, then, unless skip_discovery is set,
  * runs mctp_discovery() with msg_type 0.
- * @return 0 on success; -1 for an unknown binding kind (nothing is installed) and where
+ * @return 0 on success; -1 for an unknown binding kind (nothing is installed) and if
  *         discovery fails (the operations stay installed)
  */
 SIDEBAND_EXPORT int32_t mctp_init2(mctp_ctx* ctx);
@@ -321,7 +321,7 @@ SIDEBAND_EXPORT int32_t mctp_allocate_endpoint_ids(mctp_ctx* ctx, uint8_t operat
  * @param table         receives MCTP_ROUTING_TABLE_RESPONSE_SIZE bytes: control header (2),
  *                      completion code, next entry handle (0xFF: no more), entry count, entries.
  *                      Bytes that the endpoint did not send are 0
- * @return 0, -1 on failure or where table is null
+ * @return 0, -1 on failure or if table is null
  */
 SIDEBAND_EXPORT int32_t mctp_get_routing_table_entries(mctp_ctx* ctx, uint8_t entry_handle,
                                                        uint8_t* table);
@@ -355,13 +355,13 @@ SIDEBAND_EXPORT int32_t get_bmc_by_owner(mctp_ctx* ctx);
 /**
  * A receive operation for SMBus contexts that delivers the message with its type byte. Locks the
  * bus as the stock receive of the context's binding kind does.
- * @return bytes stored, the type byte included; 0 where there is no buffer; -1 on failure
+ * @return bytes stored, the type byte included; 0 if there is no buffer; -1 on failure
  */
 SIDEBAND_EXPORT int32_t mctp_smbus_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
 
 /**
  * A receive operation for PCIe contexts that delivers the message with its type byte.
- * @return bytes stored, the type byte included; -1 on failure and where the message is longer
+ * @return bytes stored, the type byte included; -1 on failure and if the message is longer
  *         than the buffer
  */
 SIDEBAND_EXPORT int32_t mctp_pcie_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
@@ -380,7 +380,7 @@ SIDEBAND_EXPORT int32_t mctp_discovery(mctp_ctx* ctx);
 /**
  * Assigns the next EID of the pool to the endpoint, under the EID-pool mutex: 16 first, and 16
  * again after 255. A failure leaves the pool as it was.
- * @return the EID, 1 to 255; -1 on failure or where ctx is null
+ * @return the EID, 1 to 255; -1 on failure or if ctx is null
  */
 SIDEBAND_EXPORT int32_t mctp_assign_eid(mctp_ctx* ctx);
 
@@ -388,7 +388,7 @@ SIDEBAND_EXPORT int32_t mctp_assign_eid(mctp_ctx* ctx);
  * Finds a PCIe endpoint in the routing table of its bus owner, by target->pcie_bdf.
  * @param owner   initialised context of the bus owner
  * @param target  its dest_eid receives the EID of the first entry that matches
- * @return 0 when found; -1 when not, on a failed request, or where an entry runs past its answer
+ * @return 0 when found; -1 when not, on a failed request, or if an entry runs past its answer
  */
 SIDEBAND_EXPORT int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* target);
 
@@ -404,7 +404,7 @@ SIDEBAND_EXPORT int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* ta
 SIDEBAND_EXPORT void _init_amd_mpio_ctx(mctp_ctx* mpio);
 
 /**
- * Brings the MPIO up where plt_global_sec_var.mpio_state says so, under the MPIO mutex. Success
+ * Brings the MPIO up if plt_global_sec_var.mpio_state says so, under the MPIO mutex. Success
  * puts the MPIO's EID into the state word and creates MCTP_MPIO_READY_MARKER; failure clears the
  * state word.
  * @return 0 when done now, done earlier or not wanted; -1 on failure

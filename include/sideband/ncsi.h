@@ -42,8 +42,8 @@ typedef struct ncsi_channel ncsi_channel;
  * @param request_length     bytes at request, NCSI_HEADER_SIZE or more; there is room for that
  *                           length padded to a multiple of four, and for four bytes more
  * @param response_capacity  bytes wanted; the room at response is that padded to a multiple of four
- * @param response           keeps what was received, also where the result is -1
- * @return 0 for response and reason code 0 in at least 20 bytes, which is where the two end; -1
+ * @param response           keeps what was received, also if the result is -1
+ * @return 0 for response and reason code 0 in at least 20 bytes: the two end there; -1
  *         otherwise. The response must have the type of the request; its channel ID is not asked
  *         for: there are controllers that answer the command of a package with that of a channel.
  *         What is refused of request or response is told on standard output; a failed endpoint or
@@ -89,11 +89,11 @@ SIDEBAND_EXPORT int32_t ncsi_request_init(uint8_t* header);
 
 /**
  * Creates an endpoint, brings it up and looks for the controller's channels. The context owns the
- * endpoint until ncsi_deinit(), also where no channel was found. What an earlier ncsi_init() has
+ * endpoint until ncsi_deinit(), also if no channel was found. What an earlier ncsi_init() has
  * allocated is freed first; an endpoint that was lent or put into ctx->mctp by hand is not.
  * @param config  a prototype whose configuration members (see mctp_ctx) are copied, the addressing
  *                of the bus among them; message type and counters are not
- * @return the result of ncsi_discovery(); -1 where an argument is null, memory ran out or
+ * @return the result of ncsi_discovery(); -1 if an argument is null, memory ran out or
  *         mctp_init2() failed: the context has no endpoint then
  */
 SIDEBAND_EXPORT int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config);
@@ -112,13 +112,13 @@ SIDEBAND_EXPORT int32_t ncsi_deinit(ncsi_ctx* ctx);
  * ctx->iid. A channel_id is the caller's to fill in, unless ncsi_discovery() does. What an earlier
  * ncsi_init() has allocated is freed, unless it is the endpoint that is lent.
  * @param mctp  filled by the caller, msg_type among it; must live as long as the context is used
- * @return 0; -1 where an argument is null or mctp_init2() failed
+ * @return 0; -1 if an argument is null or mctp_init2() failed
  */
 SIDEBAND_EXPORT int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp);
 
 /* ---- Commands (DSP0222) ---------------------------------------------------------------------- */
 /*
- * All return what the context's transfer has returned: 0 or -1 where it is the library's. Beside
+ * All return what the context's transfer has returned: 0 or -1 if it is the library's. Beside
  * what that prints, a failure is printed to standard output, that of Select and Deselect Package
  * goes to console_log(), and that of ncsi_oem_mx_get_temperature() is not told. A response with
  * fewer bytes than a command reads is a failure, said to debug_log(). A null record, and one
@@ -128,7 +128,7 @@ SIDEBAND_EXPORT int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp);
 /**
  * Sends Clear Initial State to the channels of one package after the other. The channels of the
  * first package that answers are recorded; the records of the others stay as they are.
- * @return 0 where one has answered; -1 where none of all did, or ctx has no transfer
+ * @return 0 if one has answered; -1 if none of all did, or ctx has no transfer
  */
 SIDEBAND_EXPORT int32_t ncsi_discovery(ncsi_ctx* ctx);
 
@@ -140,7 +140,7 @@ SIDEBAND_EXPORT int32_t ncsi_oem_discovery(ncsi_ctx* ctx);
 
 /**
  * Get Link Status: fills link_up, autoneg_done and speed. The latter is the extended speed and
- * duplex (bits 31 to 24 of the link status) where the controller gives one, else bits 4 to 1.
+ * duplex (bits 31 to 24 of the link status) if the controller gives one, else bits 4 to 1.
  * @return 0; -1 on failure, with the record as it was
  */
 SIDEBAND_EXPORT int32_t ncsi_get_link_status(ncsi_channel* channel);
@@ -173,7 +173,7 @@ SIDEBAND_EXPORT extern const uint8_t ncsi_oem_brcm_cmd_tbl_size; /**< entries: 2
 SIDEBAND_EXPORT extern const ncsi_oem_cmd ncsi_oem_mx_cmd_tbl[];
 SIDEBAND_EXPORT extern const uint8_t ncsi_oem_mx_cmd_tbl_size; /**< entries: 4 */
 
-/** Runs the handler of a command number. @return its result; -1 where no entry has the number */
+/** Runs the handler of a command number. @return its result; -1 if no entry has the number */
 SIDEBAND_EXPORT int32_t ncsi_oem_brcm_entry(ncsi_channel* channel, uint32_t command);
 /** As ncsi_oem_brcm_entry(); only the low byte of the number counts. */
 SIDEBAND_EXPORT int32_t ncsi_oem_mx_entry(ncsi_channel* channel, uint32_t command);

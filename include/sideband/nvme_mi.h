@@ -50,9 +50,9 @@ typedef struct nvmemi_ctx nvmemi_ctx;
  * @param request_length     bytes at request
  * @param response_capacity  room at response; more than NVMEMI_RESPONSE_MAX bytes never arrive
  * @param request            message body without the MCTP message type byte
- * @param response           receives the body; untouched where the result is -1
+ * @param response           receives the body; untouched if the result is -1
  * @return bytes stored at response, an integrity check among them as far as there is room; -1
- *         where three exchanges or three reads failed, or more came than there is room for
+ *         if three exchanges or three reads failed, or more came than there is room for
  */
 typedef int32_t (*nvmemi_request_op)(nvmemi_ctx* ctx, uint32_t request_length,
                                      uint32_t response_capacity, uint8_t* request,
@@ -68,13 +68,13 @@ struct nvmemi_ctx {
 /* ---- Life ------------------------------------------------------------------------------------ */
 
 /**
- * Creates an endpoint with packets of 64 bytes and known EIDs: nothing is sent. Where the binding
+ * Creates an endpoint with packets of 64 bytes and known EIDs: nothing is sent. If the binding
  * fails, the endpoint stays allocated all the same: nvmemi_deinit() frees it, as does the next
  * nvmemi_init() or nvmemi_init_for_MARV(). An endpoint that was put into ctx->mctp by hand is not
  * freed by these two.
  * @param config  a prototype whose configuration members (see mctp_ctx) are copied, the addressing
  *                of the bus among them, but not unit_size, skip_discovery and route
- * @return the result of mctp_init2(); -1 also where an argument is null or memory ran out
+ * @return the result of mctp_init2(); -1 also if an argument is null or memory ran out
  */
 SIDEBAND_EXPORT int32_t nvmemi_init(nvmemi_ctx* ctx, const mctp_ctx* config);
 
@@ -87,11 +87,10 @@ SIDEBAND_EXPORT int32_t nvmemi_init_for_MARV(nvmemi_ctx* ctx, const mctp_ctx* co
 /** Frees the endpoint, whoever allocated it. @return 0, also for null */
 SIDEBAND_EXPORT int32_t nvmemi_deinit(nvmemi_ctx* ctx);
 
-/* ---- Management commands (NVMe-MI, Management Interface Command Set) ---------------------------
- */
+/* ---- Management commands (NVMe-MI, Management Interface Command Set) ------------------------- */
 /*
- * All return 0 on success, the response message status (1 to 255) where it is not success, and -1
- * where an argument is null, data of no length among them, the exchange failed or the response was
+ * All return 0 on success, the response message status (1 to 255) if it is not success, and -1
+ * if an argument is null, data of no length among them, the exchange failed or the response was
  * malformed. What they fill stays as it was unless the result is 0.
  *
  * Failures are printed to standard output: a null ctx, no memory, a failed exchange, a status, a
@@ -108,7 +107,7 @@ SIDEBAND_EXPORT int32_t nvmemi_deinit(nvmemi_ctx* ctx);
 /**
  * Configuration Get, SMBus/I2C Frequency.
  * @param port       port identifier
- * @param frequency  receives NVMEMI_SMBUS_..., 0 where the port is none of SMBus
+ * @param frequency  receives NVMEMI_SMBUS_..., 0 if the port is none of SMBus
  */
 SIDEBAND_EXPORT int32_t nvmemi_config_get_smbus_freq(nvmemi_ctx* ctx, uint8_t port,
                                                      uint8_t* frequency);
@@ -169,9 +168,9 @@ typedef struct nvme_controller_health {
 } nvme_controller_health;
 
 /** Dword 0 of the controller poll: first controller, most entries less one, which functions. */
-#define NVMEMI_CONTROLLER_POLL_SCTLID(id) ((uint32_t)(id)&0xFFFFu)
+#define NVMEMI_CONTROLLER_POLL_SCTLID(id) (0xFFFFu & (uint32_t)(id))
 #define NVMEMI_CONTROLLER_POLL_MAXRENT(entries_less_one) \
-    (((uint32_t)(entries_less_one)&0xFFu) << 16)
+    ((0xFFu & (uint32_t)(entries_less_one)) << 16)
 #define NVMEMI_CONTROLLER_POLL_INCF 0x01000000u
 #define NVMEMI_CONTROLLER_POLL_INCPF 0x02000000u
 #define NVMEMI_CONTROLLER_POLL_INCVF 0x04000000u
@@ -183,7 +182,7 @@ typedef struct nvme_controller_health {
  * @param nmd1     dword 1: which changes select a controller; bit 31 clears the changed flags
  * @param count    receives the number of entries, 0 to NVMEMI_CONTROLLERS_MAX
  * @param entries  room for NVMEMI_CONTROLLERS_MAX; those behind count stay as they were
- * @return also -1 where the endpoint reports more entries than that
+ * @return also -1 if the endpoint reports more entries than that
  */
 SIDEBAND_EXPORT int32_t nvmemi_controller_health_status_poll(
     nvmemi_ctx* ctx, const uint32_t* nmd0, const uint32_t* nmd1, uint8_t* count,
@@ -197,9 +196,9 @@ SIDEBAND_EXPORT int32_t nvmemi_controller_health_status_poll(
 #define NVMEMI_DTYP_OPTIONAL_COMMANDS 4 /**< number (u16), then as many pairs: type, opcode */
 
 /** Dword 0 of Read NVMe-MI Data Structure. */
-#define NVMEMI_DS(dtyp, port, controller)                              \
-    (((uint32_t)(dtyp)&0xFFu) << 24 | ((uint32_t)(port)&0xFFu) << 16 | \
-     ((uint32_t)(controller)&0xFFFFu))
+#define NVMEMI_DS(dtyp, port, controller)                                  \
+    ((0xFFu & (uint32_t)(dtyp)) << 24 | (0xFFu & (uint32_t)(port)) << 16 | \
+     (0xFFFFu & (uint32_t)(controller)))
 
 /**
  * Read NVMe-MI Data Structure.
@@ -207,8 +206,8 @@ SIDEBAND_EXPORT int32_t nvmemi_controller_health_status_poll(
  * @param data      receives the structure as it came, little-endian
  * @param capacity  room at data in bytes
  * @param length    receives the bytes of the structure
- * @return also -1 where the type is none of the above (it is asked for all the same), where a
- *         structure of fixed size has another one, and where it is longer than what arrived or
+ * @return also -1 if the type is none of the above (it is asked for all the same), if a
+ *         structure of fixed size has another one, and if it is longer than what arrived or
  *         than capacity
  */
 SIDEBAND_EXPORT int32_t nvmemi_read_nvmemi_data_structure(nvmemi_ctx* ctx, const uint32_t* nmd0,
@@ -216,15 +215,15 @@ SIDEBAND_EXPORT int32_t nvmemi_read_nvmemi_data_structure(nvmemi_ctx* ctx, const
                                                           uint16_t* length);
 
 /**
- * Reset of the NVM subsystem. Sent again where no answer comes, up to three times.
- * @return -1 where the endpoint did not answer, which is what one expects of it
+ * Reset of the NVM subsystem. Sent again if no answer comes, up to three times.
+ * @return -1 if the endpoint did not answer, which is what one expects of it
  */
 SIDEBAND_EXPORT int32_t nvmemi_reset(nvmemi_ctx* ctx);
 
 /**
  * VPD Read.
  * @param data  receives length bytes from offset on
- * @return also -1 where fewer came; one to three fewer are not noticed: the integrity check behind
+ * @return also -1 if fewer came; one to three fewer are not noticed: the integrity check behind
  *         them is as long as what is missing
  */
 SIDEBAND_EXPORT int32_t nvmemi_vpd_read(nvmemi_ctx* ctx, uint16_t offset, uint16_t length,
@@ -237,12 +236,11 @@ SIDEBAND_EXPORT int32_t nvmemi_vpd_read(nvmemi_ctx* ctx, uint16_t offset, uint16
 SIDEBAND_EXPORT int32_t nvmemi_vpd_write(nvmemi_ctx* ctx, const uint8_t* data, uint16_t offset,
                                          uint16_t length);
 
-/* ---- Admin commands (NVMe-MI, NVM Express Admin Command Set; NVMe base specification) ----------
- */
+/* ---- Admin commands (NVMe-MI, NVM Express Admin Command Set; NVMe base specification) -------- */
 /*
- * All return 0 on success; the response message status (1 to 255) where it is not success; dword 3
- * of the completion queue entry where its status code is not 0 (see NVME_COMPLETION_SC(); with
- * "do not retry" set it is negative); and -1 where an argument is null, the exchange failed, the
+ * All return 0 on success; the response message status (1 to 255) if it is not success; dword 3
+ * of the completion queue entry if its status code is not 0 (see NVME_COMPLETION_SC(); with
+ * "do not retry" set it is negative); and -1 if an argument is null, the exchange failed, the
  * response was malformed or there was more than NVME_ADMIN_DATA_MAX bytes of data to move: nothing
  * is sent then. Unless the result is 0, what they fill stays as it was.
  *
@@ -271,7 +269,7 @@ typedef struct nvme_admin_req {
 /** What a feature command has given. */
 typedef struct nvme_feature_result {
     uint32_t dword0;      /**< written: dword 0 of the completion queue entry */
-    uint32_t data_length; /**< caller: room at data; 0 where no data are wanted */
+    uint32_t data_length; /**< caller: room at data; 0 if no data are wanted */
     uint8_t* data;        /**< caller: receives as many data as came and there is room for; bytes
                                behind them stay as they were. Null: no data are stored */
 } nvme_feature_result;
@@ -294,7 +292,7 @@ SIDEBAND_EXPORT int32_t nvme_admin_cmd(nvmemi_ctx* ctx, uint32_t request_length,
 #define NVME_FEATURE_CAPABILITIES 3
 
 /**
- * Get Features (0x0A). Sets req->cdw10, also where sel is refused.
+ * Get Features (0x0A). Sets req->cdw10, also if sel is refused.
  * @param fid     feature identifier
  * @param sel     NVME_FEATURE_...; -1, nothing sent, for a larger one
  * @param result  may be null
@@ -384,9 +382,9 @@ SIDEBAND_EXPORT int32_t nvme_format_nvm(nvmemi_ctx* ctx, uint16_t cntlid, uint32
  * Dword 10 of Sanitize: action, allow unrestricted exit, overwrite passes (0: 16), invert the
  * pattern between passes, no deallocate after sanitize.
  */
-#define NVME_SANITIZE_SANACT(action) ((uint32_t)(action)&0x7u)
+#define NVME_SANITIZE_SANACT(action) (0x7u & (uint32_t)(action))
 #define NVME_SANITIZE_AUSE 0x008u
-#define NVME_SANITIZE_OWPASS(passes) (((uint32_t)(passes)&0xFu) << 4)
+#define NVME_SANITIZE_OWPASS(passes) ((0xFu & (uint32_t)(passes)) << 4)
 #define NVME_SANITIZE_OIPBP 0x100u
 #define NVME_SANITIZE_NDAS 0x200u
 /** Sanitize actions. */
@@ -408,10 +406,10 @@ typedef struct nvme_sanitize_param {
 SIDEBAND_EXPORT int32_t nvme_sanitize_set(const nvme_sanitize_param* param);
 
 /** Dword 10 of Lockdown: scope, prohibit, interface, opcode or feature identifier. */
-#define NVME_LOCKDOWN_SCP(scope) ((uint32_t)(scope)&0xFu)
+#define NVME_LOCKDOWN_SCP(scope) (0xFu & (uint32_t)(scope))
 #define NVME_LOCKDOWN_PRHBT 0x10u
-#define NVME_LOCKDOWN_IFC(interfaces) (((uint32_t)(interfaces)&0x3u) << 5)
-#define NVME_LOCKDOWN_OFI(identifier) (((uint32_t)(identifier)&0xFFu) << 8)
+#define NVME_LOCKDOWN_IFC(interfaces) ((0x3u & (uint32_t)(interfaces)) << 5)
+#define NVME_LOCKDOWN_OFI(identifier) ((0xFFu & (uint32_t)(identifier)) << 8)
 /** Scopes: what the identifier is. */
 #define NVME_LOCKDOWN_ADMIN_OPCODE 0
 #define NVME_LOCKDOWN_FEATURE 2
@@ -421,7 +419,7 @@ SIDEBAND_EXPORT int32_t nvme_sanitize_set(const nvme_sanitize_param* param);
 #define NVME_LOCKDOWN_BOTH 1
 #define NVME_LOCKDOWN_MANAGEMENT 2
 /** Dword 14 of Lockdown. */
-#define NVME_LOCKDOWN_UUID_INDEX(index) ((uint32_t)(index)&0x7Fu)
+#define NVME_LOCKDOWN_UUID_INDEX(index) (0x7Fu & (uint32_t)(index))
 
 /** Parameters of nvme_lockdown_set(). */
 typedef struct nvme_lockdown_param {

@@ -86,7 +86,7 @@ typedef struct plt_platform {
     uint32_t flags;              /**< board flags; bit 5 is PLT_FLAG_STANDBY_DEVICES */
     uint16_t identifier;         /**< board identifier, e.g. PLT_IDENTIFIER_TURIN */
     uint8_t standby_option;      /**< 1: I2C devices may be powered in standby; else never */
-    uint8_t default_i2c_channel; /**< channel used where a context names channel 0 */
+    uint8_t default_i2c_channel; /**< channel used if a context names channel 0 */
 } plt_platform;
 
 /** One mutex for each value that an 8-bit bus number can take. */
@@ -340,7 +340,7 @@ int PCIEDeviceMux(uint8_t bus, uint8_t device, plt_card_info* card);
  *                         meaning that it has for mctp_init2(): unit_size 96, the EID looked up
  * @param setup_parameter  the device table's value (100 for NICs, 206 for the GPU); the port
  *                         defines its meaning
- * @param card             as PCIEDeviceMux() has left it, also where that failed
+ * @param card             as PCIEDeviceMux() has left it, also if that failed
  */
 void MCTP_binding_SMBUS(struct mctp_ctx* ctx, uint8_t setup_parameter, const plt_card_info* card);
 
@@ -387,7 +387,7 @@ void console_log(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 
 /**
  * Reports the progress of a task: percent is 0 to 100. No lock held. It need not grow: a PLDM
- * update reports 10 to 95 for the transfer, then 97 and 98, and in front of that up to 100 where a
+ * update reports 10 to 95 for the transfer, then 97 and 98, and in front of that up to 100 if a
  * device that was in update mode already has been made to leave it.
  */
 void TaskServiceUpdateTaskPercentage(uint32_t task_id, uint8_t percent);
