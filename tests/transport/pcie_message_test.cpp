@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "support/scripted_platform.h"
+#include "transport/pcie_fixture.h"
 
 namespace {
 
@@ -17,74 +17,7 @@ using test::Guarded;
 using test::hex;
 using test::port;
 using test::operator+;
-using Lines = std::vector<std::string>;
-
-class MctpPcie : public test::PlatformTest {
-protected:
-    MctpPcie() {
-        ctx.src_eid = 0x08;
-        ctx.dest_eid = 0x4A;
-        ctx.pcie_bdf[0] = 0x41;
-        ctx.pcie_bdf[1] = 0x02;
-        ctx.pcie_bdf[2] = 0x03;
-        ctx.binding_kind = MCTP_BINDING_KIND_PCIE;
-        ctx.pcie_param = 0xCAFE1234;
-        ctx.pcie_session = &ctx;
-        ctx.skip_discovery = 1;
-        EXPECT_EQ(mctp_init2(&ctx), 0);
-        ctx.msg_type = 1;
-    }
-
-    void TearDown() override {
-        EXPECT_EQ(port().trace_of({"lock", "unlock"}), Lines()) << "PCIe takes no lock";
-        EXPECT_EQ(libc.allocations(), 0);
-        PlatformTest::TearDown();
-    }
-
-    int32_t send(const Bytes& body) {
-        return ctx.send(&ctx, static_cast<uint32_t>(body.size()), body.data(), 1);
-    }
-
-    int32_t xfer(const Bytes& request, int32_t capacity) {
-        Guarded buffer(static_cast<size_t>(capacity));
-        int32_t result = ctx.xfer(&ctx, static_cast<uint32_t>(request.size()), capacity,
-                                  request.data(), buffer.data());
-        EXPECT_TRUE(buffer.intact());
-        response = buffer.head(static_cast<size_t>(std::max(result, 0)));
-        EXPECT_TRUE(buffer.untouched_from(static_cast<size_t>(std::max(result, 0))));
-        return result;
-    }
-
-    int32_t receive(int32_t capacity, Guarded& buffer) {
-        return ctx.recv(&ctx, capacity, buffer.data());
-    }
-
-    /// What the platform answers: its result, the message, and the length it claims.
-    static void answer(const Bytes& message, int result = 1) {
-        answer_length(message, static_cast<uint32_t>(message.size()), result);
-    }
-    static void answer_length(const Bytes& message, uint32_t length, int result = 1) {
-        port().on_pcie = [message, length, result](plt_pcie_request& request) {
-            std::copy_n(message.begin(), std::min<size_t>(message.size(), PLT_PCIE_MESSAGE_SIZE),
-                        request.message);
-            request.length = length;
-            request.src_eid = 0x91;
-            request.dest_eid = 0x92;
-            request.tag = 0x93;
-            request.bus = 0x94;
-            request.device = 0x95;
-            request.function = 0x96;
-            return result;
-        };
-    }
-
-    static Bytes message(const plt_pcie_request& request) {
-        return Bytes(request.message, request.message + request.length);
-    }
-
-    mctp_ctx ctx{};
-    Bytes response;
-};
+using test::MctpPcie;
 
 // ---- Send ----
 
@@ -386,62 +319,6 @@ TEST_F(MctpPcie, OperationsWithoutABindingFail) {
         EXPECT_EQ(ctx.xfer(&ctx, 1, 64, buffer.data(), buffer.data()), -1);
     }
     EXPECT_EQ(port().pcie_requests.size(), 0u);
-}
-
-// ---- The binding itself ----
-
-TEST_F(MctpPcie, RequestRecordIsZeroWhereNothingIsSaid) {
-    EXPECT_EQ(send(hex("80 02")), 0);
-    const plt_pcie_request& request = port().pcie_requests[0];
-    EXPECT_TRUE(std::all_of(request.message + 3, std::end(request.message),
-                            [](uint8_t byte) { return byte == 0; }));
-    for (uint8_t byte : request.reserved_1061) {
-        EXPECT_EQ(byte, 0);
-    }
-    EXPECT_EQ(request.reserved_1074[0] | request.reserved_1074[1], 0);
-}
-
-TEST_F(MctpPcie, BindingTransferCutsAReplyOf20BytesToARoomOf10) {
-    answer(test::counting(20));
-    Guarded buffer(10);
-    const Bytes request = hex("01 80 02");
-    EXPECT_EQ(pcie_mctp_binding.transfer(&ctx.section, 3, 10, request.data(), buffer.data()), 10);
-    EXPECT_EQ(buffer.head(10), test::counting(10));
-    EXPECT_TRUE(buffer.intact());
-}
-
-TEST_F(MctpPcie, BindingReadStoresWhateverCameHoweverLittleWasWanted) {
-    for (const size_t size : {20u, 1036u}) {
-        answer(test::counting(size));
-        Guarded buffer(1036);
-        EXPECT_EQ(pcie_mctp_binding.read(&ctx.section, 8, buffer.data()),
-                  static_cast<int32_t>(size));
-        EXPECT_EQ(buffer.head(size), test::counting(size));
-        EXPECT_TRUE(buffer.untouched_from(size));
-        EXPECT_TRUE(buffer.intact());
-    }
-}
-
-TEST_F(MctpPcie, BindingReadThatThePlatformFailsLeavesTheBufferAlone) {
-    answer(hex("01 80 02"), 0);
-    Guarded buffer(1036);
-    EXPECT_EQ(pcie_mctp_binding.read(&ctx.section, 1036, buffer.data()), -1);
-    EXPECT_TRUE(buffer.untouched_from(0));
-    EXPECT_EQ(ctx.pcie_bdf[0], 0x41);
-}
-
-TEST_F(MctpPcie, BindingRefusesLengthsThatNoRecordHolds) {
-    Bytes request = test::counting(8);
-    Guarded buffer(64);
-    for (int32_t length : {-1, 1037, INT32_MAX}) {
-        EXPECT_EQ(pcie_mctp_binding.write(&ctx.section, length, request.data()), 0);
-        EXPECT_EQ(
-            pcie_mctp_binding.transfer(&ctx.section, length, 64, request.data(), buffer.data()),
-            -1);
-    }
-    EXPECT_EQ(pcie_mctp_binding.transfer(&ctx.section, 3, -1, request.data(), buffer.data()), -1);
-    EXPECT_EQ(port().pcie_requests.size(), 0u);
-    EXPECT_TRUE(buffer.untouched_from(0));
 }
 
 }  // namespace
