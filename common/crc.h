@@ -19,6 +19,12 @@ inline uint32_t crc32c_final(uint32_t crc) {
     return ~crc;
 }
 
+/// The integrity check of a message (DSP0236, message type; NVMe-MI over MCTP): over type byte and
+/// body.
+inline uint32_t integrity_check(uint8_t type, std::span<const uint8_t> body) {
+    return crc32c_final(crc32c_update(crc32c_update(kCrc32cInitial, {&type, 1}), body));
+}
+
 /// The CRC-32 of ISO-HDLC and IEEE 802.3 (reflected: 0xEDB88320), continued from crc; 0 to start.
 uint32_t crc32(uint32_t crc, std::span<const uint8_t> bytes);
 

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "common/clock.h"
 #include "common/file.h"
 #include "common/memory.h"
 
@@ -23,12 +24,6 @@ namespace {
 
 bool exists(const char* path) {
     return access(path, F_OK) == 0;
-}
-
-int64_t monotonic_ms() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
 /// Any process that can open the log can keep the lock for ever, and the caller may hold a bus

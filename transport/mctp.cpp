@@ -8,6 +8,7 @@
 #include "transport/mctp.h"
 #include "transport/pcie_message.h"
 #include "transport/smbus_message.h"
+#include "transport/socket_message.h"
 
 using namespace sideband;
 
@@ -89,6 +90,12 @@ const Operations* operations_for(uint8_t binding_kind) {
             return &kPcie;
         case MCTP_BINDING_KIND_SL8_SMBUS:
             return &kSl8Smbus;
+#ifdef SIDEBAND_SOCKET
+        case MCTP_BINDING_KIND_SOCKET: {
+            static constexpr Operations kSocket{socket_recv, socket_send, socket_xfer, nullptr};
+            return &kSocket;
+        }
+#endif
         default:
             return nullptr;
     }
@@ -113,7 +120,8 @@ int32_t initialise(mctp_ctx& ctx, const Operations* operations) {
         return 0;
     }
     ctx.msg_type = MCTP_MSG_TYPE_CONTROL;
-    return mctp_discovery(&ctx);
+    // The EIDs that the kernel routes to are given out by whoever owns the bus.
+    return ctx.binding_kind == MCTP_BINDING_KIND_SOCKET ? 0 : mctp_discovery(&ctx);
 }
 
 }  // namespace

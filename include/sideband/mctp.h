@@ -19,11 +19,31 @@ SIDEBAND_BEGIN_DECLS
 #define MCTP_BINDING_KIND_PCIE 2
 /** mctp_ctx.binding_kind: SMBus/I2C, PEC in software. */
 #define MCTP_BINDING_KIND_SL8_SMBUS 3
+/**
+ * mctp_ctx.binding_kind: the MCTP sockets of a Linux kernel (AF_MCTP), which reach the endpoint
+ * over whatever bus the kernel knows. A library that was built without them (Meson option socket)
+ * takes it for unknown. The caller fills binding_kind, pcie_param with the number of the network
+ * (0: the kernel's default one), dest_eid, and route with the milliseconds to wait (low 16 bits).
+ *
+ * EIDs belong to whoever owns the bus. mctp_init2() asks nobody and assigns nothing: it installs
+ * the operations, binding stays null, and the result is 0 for any endpoint, there or not. Set
+ * skip_discovery, or msg_type becomes 0. Control messages work as over every other binding, so that
+ * mctp_get_endpoint_id() tells whether somebody is there; mctp_discovery() is not meant for it, nor
+ * are get_bmc_by_owner() and mctp_init2_with_i2c_delay().
+ *
+ * The kernel splits and reassembles: unit_size and i2c_delay_us have no meaning. A process needs
+ * CAP_NET_RAW, and CAP_NET_BIND_SERVICE to update firmware. A call of the kernel that fails leaves
+ * one line with its cause in console_log().
+ */
+#define MCTP_BINDING_KIND_SOCKET 0x40
+/** Milliseconds that the sockets wait where the low 16 bits of mctp_ctx.route are 0. */
+#define MCTP_SOCKET_WAIT_DEFAULT_MS 5000
 
 /**
  * Message types (DSP0239). Bit 7 of the type byte stands for a message integrity check (CRC-32C,
- * little-endian, behind the body): sending over MCTP_BINDING_KIND_SMBUS appends it, the other
- * bindings do not, and no receive checks one: it is delivered as the end of the body.
+ * little-endian, behind the body): sending over MCTP_BINDING_KIND_SMBUS and _SOCKET appends it, the
+ * other bindings do not, and no receive but that of _SOCKET checks one: it is delivered as the end
+ * of the body.
  */
 #define MCTP_MSG_TYPE_CONTROL 0x00
 #define MCTP_MSG_TYPE_PLDM 0x01
@@ -58,9 +78,22 @@ typedef struct mctp_binding mctp_binding;
  * is wrong, a line of their own; then one line, "[mctp recv] %u more packets dropped", counts the
  * rest on standard output and in debug_log().
  *
+ * Sockets: waits for what else answers the last request of the context, and, with msg_type PLDM,
+ * for a request of the endpoint, as devices send while their firmware is updated. A message passes
+ * only if sender, network, type and tag are right, and its integrity check, which may not be
+ * missing where msg_type has bit 7; others are dropped, the first of a wait with a line in
+ * debug_log(). One with a check is at most 4,224 bytes long.
+ *
+ * Requests of a device come to the one socket in the machine that is bound to PLDM. The library
+ * binds one in front of RequestUpdate (or UpdateComponent, or in this call, if there is none), and
+ * closes it behind ActivateFirmware and CancelUpdate, or with the first request that a process
+ * sends a minute after it was used. Where another process has one, all of these fail. A process
+ * updates one endpoint at a time.
+ *
  * @param length  room at buffer in bytes. PCIe: the type byte counts too, a body has length - 1
  * @param buffer  receives the message body without its type byte
- * @return SMBus: body bytes stored, 0 if there is no buffer, -1 on failure.
+ * @return SMBus, sockets: body bytes stored (what is too long is cut), 0 if there is no buffer, -1
+ *         on failure, sockets: which leaves the buffer as it was.
  *         PCIe: 0 on success; -1 on failure, without room, and for a message longer than length
  */
 typedef int32_t (*mctp_recv_op)(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
@@ -75,6 +108,10 @@ typedef int32_t (*mctp_recv_op)(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
  * PCIe: a body whose second byte is 0x0A or 0x0D, whatever the message type, is routed to the root
  * complex, all else by ID; the tag is pcie_tag as it stands.
  *
+ * Sockets: what the kernel refuses fails, its queues being full among it. A request gets a tag that
+ * no other exchange with the endpoint has; an answer goes with the tag of the last message
+ * received, and there are answers to PLDM requests only.
+ *
  * @param length     bytes at body
  * @param body       message body without the type byte, which comes from mctp_ctx.msg_type
  * @param tag_owner  1 for a request, 0 for a response: the TO bit (DSP0236, table 1)
@@ -86,10 +123,12 @@ typedef int32_t (*mctp_send_op)(mctp_ctx* ctx, uint32_t length, const uint8_t* b
 /**
  * Sends a request and receives its response, as mctp_send_op and mctp_recv_op do, the bus mutex
  * held from the first packet to the last (but see mctp_init2_with_i2c_delay()). Over PCIe every
- * request is routed by ID, and no mutex is taken.
+ * request is routed by ID, and no mutex is taken. Nor is one over sockets: exchanges of several
+ * threads, with one endpoint too, do not wait for each other, but a process can have no more than
+ * 64 in six seconds that are not answered. What answers a request later than it waited is dropped.
  * @param response_length  room at response in bytes, over PCIe too without the type byte. Below 1,
- *                         SMBus: the request is sent, nothing is read, the result is 0. PCIe: 0
- *                         sends and gives 0 if an answer came; below 0 sends nothing and gives -1
+ *                         SMBus, sockets: the request is sent, nothing is read, the result is 0.
+ * PCIe: 0 sends and gives 0 if an answer came; below 0 sends nothing and gives -1
  * @return body bytes stored; -1 on failure. PCIe: -2 when the platform's transfer fails, -1 when
  *         it returned nothing
  */
@@ -120,13 +159,16 @@ SIDEBAND_STATIC_ASSERT(sizeof(mctp_route) == 52, "bus owner route");
  *  pcie_bdf          caller: PCIe bus, device, function of the endpoint
  *  binding_kind      caller: MCTP_BINDING_KIND_...
  *  route             PCIe: routing type of the message (0 to the root complex, 2 by ID), written
- *                    by the library. SMBus: caller, last argument of the platform's slave read
+ *                    by the library. SMBus: caller, last argument of the platform's slave read.
+ *                    Sockets: caller, the low 16 bits are the milliseconds that a receive waits, 0
+ *                    for MCTP_SOCKET_WAIT_DEFAULT_MS
  *  pcie_tag          tag of the PCIe record: an exchange writes all 8 bits of tag into it, what the
  *                    platform returns overwrites it, and send uses it as it stands
- *  binding           installed by mctp_init2()
+ *  binding           installed by mctp_init2(); null over sockets
  *  unit_size         caller: message bytes in a packet after the 4-byte transport header, 1 to
  *                    MCTP_UNIT_SIZE_MAX; mctp_init2() replaces 0 by MCTP_UNIT_SIZE_DEFAULT
- *  pcie_param        caller: handed through to the PCIe platform call
+ *  pcie_param        caller: handed through to the PCIe platform call. Sockets: number of the
+ *                    network; the library replaces 0 by that of the first message received
  *  pcie_session      caller: session of libmctp_pcie_open()
  *  skip_discovery    caller: non-zero when both EIDs are already known
  *  i2c_delay_us      caller: microseconds between the request and the first read, 0 = none
@@ -170,7 +212,8 @@ struct mctp_ctx {
     uint8_t tag;            /**< tag of the last request. SMBus: counted modulo 8, the low three
                                  bits go on the wire, and a receive overwrites it with the tag of
                                  the message it took. PCIe: see pcie_tag; counted up to 0x80,
-                                 from there on it stays */
+                                 from there on it stays. Sockets: that of the last request, or of
+                                 the last message received */
     uint8_t instance_id;    /**< control-message counter; the low five bits go on the wire */
     SIDEBAND_ANONYMOUS union {
         SIDEBAND_ANONYMOUS struct { MCTP_SECTION_MEMBERS };

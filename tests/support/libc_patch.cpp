@@ -2,10 +2,7 @@
 // Substitutes libc underneath libsideband.so as shipped, by rewriting its global offset table.
 #include "support/libc_patch.h"
 
-#include <dlfcn.h>
-#include <elf.h>
 #include <fcntl.h>
-#include <link.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -19,6 +16,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "support/offset_table.h"
 #include "support/scripted_platform.h"
 
 #ifdef __SANITIZE_ADDRESS__
@@ -270,223 +268,38 @@ void patched_free(void* block) {
     std::free(block);
 }
 
-struct Substitute {
-    const char* name;
-    void* function;
-    void* original;
-};
-
-template <typename Function>
-void* address_of(Function* function) {
-    return reinterpret_cast<void*>(function);
-}
-
 // The 64 bit names are what large-file builds of the library refer to.
 Substitute substitutes[] = {
-    {"usleep", address_of(patched_usleep), nullptr},
-    {"time", address_of(patched_time), nullptr},
-    {"__time64", address_of(patched_time), nullptr},
-    {"system", address_of(patched_system), nullptr},
-    {"access", address_of(patched_access), nullptr},
-    {"fopen", address_of(patched_fopen), nullptr},
-    {"fopen64", address_of(patched_fopen), nullptr},
-    {"fdopen", address_of(patched_fdopen), nullptr},
-    {"rename", address_of(patched_rename), nullptr},
-    {"unlink", address_of(patched_unlink), nullptr},
-    {"remove", address_of(patched_unlink), nullptr},
-    {"fileno", address_of(patched_fileno), nullptr},
-    {"flock", address_of(patched_flock), nullptr},
-    {"fstat", address_of(patched_fstat), nullptr},
-    {"fstat64", address_of(patched_fstat), nullptr},
-    {"__fstat64_time64", address_of(patched_fstat), nullptr},
-    {"fflush", address_of(patched_fflush), nullptr},
-    {"fclose", address_of(patched_fclose), nullptr},
-    {"open", address_of(patched_open), nullptr},
-    {"open64", address_of(patched_open), nullptr},
-    {"close", address_of(patched_close), nullptr},
-    {"mmap", address_of(patched_mmap), nullptr},
-    {"mmap64", address_of(patched_mmap), nullptr},
-    {"munmap", address_of(patched_munmap), nullptr},
-    {"pread", address_of(patched_pread), nullptr},
-    {"pread64", address_of(patched_pread), nullptr},
-    {"malloc", address_of(patched_malloc), nullptr},
-    {"calloc", address_of(patched_calloc), nullptr},
-    {"realloc", address_of(patched_realloc), nullptr},
-    {"free", address_of(patched_free), nullptr},
+    {"usleep", address_of(patched_usleep)},   {"time", address_of(patched_time)},
+    {"__time64", address_of(patched_time)},   {"system", address_of(patched_system)},
+    {"access", address_of(patched_access)},   {"fopen", address_of(patched_fopen)},
+    {"fopen64", address_of(patched_fopen)},   {"fdopen", address_of(patched_fdopen)},
+    {"rename", address_of(patched_rename)},   {"unlink", address_of(patched_unlink)},
+    {"remove", address_of(patched_unlink)},   {"fileno", address_of(patched_fileno)},
+    {"flock", address_of(patched_flock)},     {"fstat", address_of(patched_fstat)},
+    {"fstat64", address_of(patched_fstat)},   {"__fstat64_time64", address_of(patched_fstat)},
+    {"fflush", address_of(patched_fflush)},   {"fclose", address_of(patched_fclose)},
+    {"open", address_of(patched_open)},       {"open64", address_of(patched_open)},
+    {"close", address_of(patched_close)},     {"mmap", address_of(patched_mmap)},
+    {"mmap64", address_of(patched_mmap)},     {"munmap", address_of(patched_munmap)},
+    {"pread", address_of(patched_pread)},     {"pread64", address_of(patched_pread)},
+    {"malloc", address_of(patched_malloc)},   {"calloc", address_of(patched_calloc)},
+    {"realloc", address_of(patched_realloc)}, {"free", address_of(patched_free)},
 };
-
-// ---- The global offset table ----
-
-#if defined(__LP64__)
-constexpr auto relocation_type(ElfW(Xword) info) {
-    return ELF64_R_TYPE(info);
-}
-constexpr auto relocation_symbol(ElfW(Xword) info) {
-    return ELF64_R_SYM(info);
-}
-#else
-constexpr auto relocation_type(ElfW(Word) info) {
-    return ELF32_R_TYPE(info);
-}
-constexpr auto relocation_symbol(ElfW(Word) info) {
-    return ELF32_R_SYM(info);
-}
-#endif
-
-/// Whether a relocation stores the plain address of its symbol.
-bool stores_address(uintmax_t type) {
-#if defined(__x86_64__)
-    return type == R_X86_64_JUMP_SLOT || type == R_X86_64_GLOB_DAT || type == R_X86_64_64;
-#elif defined(__arm__)
-    return type == R_ARM_JUMP_SLOT || type == R_ARM_GLOB_DAT || type == R_ARM_ABS32;
-#elif defined(__aarch64__)
-    return type == R_AARCH64_JUMP_SLOT || type == R_AARCH64_GLOB_DAT || type == R_AARCH64_ABS64;
-#else
-#error "teach stores_address() this machine's relocation types"
-#endif
-}
-
-/// What the dynamic section of the library says about itself.
-struct Tables {
-    uintptr_t base = 0;
-    const ElfW(Sym) * symbols = nullptr;
-    const char* strings = nullptr;
-    uintptr_t relocations[3] = {};  ///< DT_RELA, DT_REL, DT_JMPREL
-    size_t sizes[3] = {};
-    bool plt_has_addends = false;
-};
-
-uintptr_t absolute(const Tables& tables, uintptr_t value) {
-    return value < tables.base ? tables.base + value : value;
-}
-
-void read_dynamic(Tables& tables, const ElfW(Dyn) * entry) {
-    for (; entry->d_tag != DT_NULL; entry++) {
-        uintptr_t value = entry->d_un.d_val;
-        switch (entry->d_tag) {
-            case DT_SYMTAB:
-                tables.symbols = reinterpret_cast<const ElfW(Sym)*>(absolute(tables, value));
-                break;
-            case DT_STRTAB:
-                tables.strings = reinterpret_cast<const char*>(absolute(tables, value));
-                break;
-            case DT_RELA:
-                tables.relocations[0] = absolute(tables, value);
-                break;
-            case DT_RELASZ:
-                tables.sizes[0] = value;
-                break;
-            case DT_REL:
-                tables.relocations[1] = absolute(tables, value);
-                break;
-            case DT_RELSZ:
-                tables.sizes[1] = value;
-                break;
-            case DT_JMPREL:
-                tables.relocations[2] = absolute(tables, value);
-                break;
-            case DT_PLTRELSZ:
-                tables.sizes[2] = value;
-                break;
-            case DT_PLTREL:
-                tables.plt_has_addends = value == DT_RELA;
-                break;
-            default:
-                break;
-        }
-    }
-}
-
-int find_library(dl_phdr_info* info, size_t, void* result) {
-    if (info->dlpi_name == nullptr || strstr(info->dlpi_name, "libsideband.so") == nullptr) {
-        return 0;
-    }
-    auto* tables = static_cast<Tables*>(result);
-    tables->base = info->dlpi_addr;
-    for (int i = 0; i < info->dlpi_phnum; i++) {
-        if (info->dlpi_phdr[i].p_type == PT_DYNAMIC) {
-            uintptr_t address = info->dlpi_addr + info->dlpi_phdr[i].p_vaddr;
-            read_dynamic(*tables, reinterpret_cast<const ElfW(Dyn)*>(address));
-        }
-    }
-    return 1;
-}
-
-[[noreturn]] void give_up(const char* why) {
-    std::fprintf(stderr, "libc patch: %s\n", why);
-    std::abort();
-}
-
-void store(uintptr_t slot, void* value) {
-    auto page_size = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    uintptr_t page = slot & ~(page_size - 1);
-    // The loader has made the table read-only (relro); it stays writable once patched.
-    if (mprotect(reinterpret_cast<void*>(page), page_size, PROT_READ | PROT_WRITE) != 0) {
-        give_up("mprotect failed");
-    }
-    *reinterpret_cast<void**>(slot) = value;
-}
-
-enum class Direction { kPatch, kRestore };
-
-void apply(uintptr_t slot, const char* name, Direction direction) {
-    for (Substitute& substitute : substitutes) {
-        if (strcmp(substitute.name, name) != 0) {
-            continue;
-        }
-        if (direction == Direction::kPatch) {
-            substitute.original = dlsym(RTLD_DEFAULT, name);
-            if (substitute.original == nullptr) {
-                give_up(name);
-            }
-            store(slot, substitute.function);
-        } else {
-            store(slot, substitute.original);
-        }
-    }
-}
-
-template <typename Relocation>
-void walk(const Tables& tables, uintptr_t start, size_t size, Direction direction) {
-    auto* relocations = reinterpret_cast<const Relocation*>(start);
-    for (size_t i = 0; i < size / sizeof(Relocation); i++) {
-        if (!stores_address(relocation_type(relocations[i].r_info))) {
-            continue;
-        }
-        const ElfW(Sym)& symbol = tables.symbols[relocation_symbol(relocations[i].r_info)];
-        if (symbol.st_shndx == SHN_UNDEF) {
-            apply(tables.base + relocations[i].r_offset, tables.strings + symbol.st_name,
-                  direction);
-        }
-    }
-}
-
-void rewrite(Direction direction) {
-    Tables tables;
-    if (dl_iterate_phdr(find_library, &tables) == 0 || tables.symbols == nullptr) {
-        give_up("libsideband.so is not loaded");
-    }
-    walk<ElfW(Rela)>(tables, tables.relocations[0], tables.sizes[0], direction);
-    walk<ElfW(Rel)>(tables, tables.relocations[1], tables.sizes[1], direction);
-    if (tables.plt_has_addends) {
-        walk<ElfW(Rela)>(tables, tables.relocations[2], tables.sizes[2], direction);
-    } else {
-        walk<ElfW(Rel)>(tables, tables.relocations[2], tables.sizes[2], direction);
-    }
-}
 
 }  // namespace
 
 LibcPatch::LibcPatch() {
     if (active != nullptr) {
-        give_up("two at once");
+        std::fprintf(stderr, "libc patch: two at once\n");
+        std::abort();
     }
     active = this;
-    rewrite(Direction::kPatch);
+    patch_offsets(substitutes);
 }
 
 LibcPatch::~LibcPatch() {
-    rewrite(Direction::kRestore);
+    restore_offsets(substitutes);
     active = nullptr;
 }
 
