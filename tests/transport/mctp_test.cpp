@@ -85,6 +85,17 @@ TEST_F(MctpInit, UnknownKindInstallsNothing) {
     }
 }
 
+TEST_F(MctpInit, SocketsAreAnUnknownKindWhereTheyAreLeftOut) {
+    mctp_ctx ctx = known_endpoint(MCTP_BINDING_KIND_SOCKET);
+#ifdef SIDEBAND_SOCKET
+    EXPECT_EQ(mctp_init2(&ctx), 0);
+#else
+    EXPECT_EQ(mctp_init2(&ctx), -1);
+    EXPECT_EQ(ctx.xfer, nullptr);
+#endif
+    EXPECT_EQ(ctx.unit_size, 96);
+}
+
 TEST_F(MctpInit, NoContextFails) {
     EXPECT_EQ(mctp_init2(nullptr), -1);
     EXPECT_EQ(mctp_init2_with_i2c_delay(nullptr), -1);
