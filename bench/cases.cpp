@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The measured exchanges over both SMBus bindings, and what else is measured.
+// The measured exchanges over both SMBus bindings and sockets, and what else is measured.
 #include "bench/cases.h"
 
 #include <sideband/mctp.h>
@@ -10,6 +10,9 @@
 #include <cstring>
 
 #include "bench/memory_platform.h"
+#ifdef SIDEBAND_SOCKET
+#include "bench/memory_socket.h"
+#endif
 
 namespace bench {
 namespace {
@@ -113,6 +116,18 @@ bool verify_small_in() {
                       kSensorResponse.begin() + 1);
 }
 
+#ifdef SIDEBAND_SOCKET
+void prepare_socket_sensor() {
+    prepare_sensor<MCTP_BINDING_KIND_SOCKET>();
+    prepare_socket_answer(kSensorResponse.data(), kSensorResponse.size());
+}
+
+void prepare_socket_large() {
+    prepare_large<MCTP_BINDING_KIND_SOCKET>();
+    prepare_socket_answer(sent.data(), sent.size());
+}
+#endif
+
 constexpr uint8_t kHardware = MCTP_BINDING_KIND_SMBUS;
 constexpr uint8_t kSoftware = MCTP_BINDING_KIND_SL8_SMBUS;
 
@@ -127,6 +142,10 @@ constexpr Case kCases[] = {
     {"message-4096-in/software-pec", prepare_large<kSoftware>, run_large_in, verify_large},
     {"receive-packet/hardware-pec", prepare_sensor<kHardware>, run_small_in, verify_small_in},
     {"receive-packet/software-pec", prepare_sensor<kSoftware>, run_small_in, verify_small_in},
+#ifdef SIDEBAND_SOCKET
+    {"sensor/socket", prepare_socket_sensor, run_sensor, verify_sensor},
+    {"message-4096/socket", prepare_socket_large, run_large_exchange, verify_large},
+#endif
     {"package", prepare_package, run_package, verify_package, kPackageAllocations},
 };
 
