@@ -3,14 +3,12 @@
 #include "transport/socket_message.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sideband/debug_log.h>
 #include <sideband/platform.h>
 #include <sideband/pldm.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -23,6 +21,7 @@
 #include "common/clock.h"
 #include "common/crc.h"
 #include "common/wire.h"
+#include "transport/socket_table.h"
 
 namespace sideband {
 namespace {
@@ -100,159 +99,6 @@ bool report(const mctp_ctx& ctx, const char* call) {
     return false;
 }
 
-// ---- Who owns the sockets ----
-
-/*
- * Every request goes out on a socket of its own. A tag belongs to its socket, and the kernel gives
- * the lowest free one to the next request: if a socket were closed right behind its exchange, an
- * answer that comes late or twice would pass for that of the next request. So they are kept: one
- * that was answered until its context has sent the next request, which therefore has another tag;
- * one that was not, for as long as the kernel itself reserves a tag for an answer.
- *
- * A context has no end that the library is told of. The sockets are the process's therefore, in a
- * table that does not grow, and whoever sends a request closes those whose time is over. A child of
- * fork() has its own table over the same sockets, and opens others for what it sends.
- *
- * One more socket receives what devices ask for while their firmware is updated: the listener. The
- * kernel gives a message type to one socket only, so that it is open no longer than that takes.
- */
-
-enum class Use : uint8_t { free, busy, kept };
-
-struct Socket {
-    Use use;
-    bool answered;
-    uint8_t eid;
-    uint8_t tag;  ///< as sent: its value is known where kTagKept is set
-    int descriptor;
-    uint32_t network;
-    const mctp_ctx* owner;  ///< null: nobody is interested in an answer any more
-    int64_t until;          ///< closed after that, while it is kept
-};
-
-constexpr size_t kSocketsMax = 64;
-/// As long as Linux keeps a tag for an answer.
-constexpr int64_t kKeptMs = 6000;
-/// Between two messages of a device that is being updated, at most.
-constexpr int64_t kListenerKeptMs = 60000;
-
-// What follows is guarded by the mutex, but for the sockets that are busy: they belong to who uses
-// them, apart from the member that says so.
-pthread_mutex_t table_mutex = PTHREAD_MUTEX_INITIALIZER;
-Socket sockets[kSocketsMax];
-Socket listener;
-
-class TableLock {
-public:
-    TableLock() { pthread_mutex_lock(&table_mutex); }
-    ~TableLock() { pthread_mutex_unlock(&table_mutex); }
-    TableLock(const TableLock&) = delete;
-    TableLock& operator=(const TableLock&) = delete;
-};
-
-void close_socket(Socket& socket) {
-    if (socket.descriptor >= 0) {
-        close(socket.descriptor);
-    }
-    socket.use = Use::free;
-}
-
-void close_if_over(Socket& socket, int64_t now) {
-    if (socket.use == Use::kept && socket.until <= now) {
-        close_socket(socket);
-    }
-}
-
-/// A socket in the hands of one thread. It is closed with its scope, unless it is kept.
-class Held {
-public:
-    /// @param socket  busy; or null
-    explicit Held(Socket* socket) : socket_(socket) {}
-    ~Held() {
-        if (socket_ == nullptr) {
-            return;
-        }
-        const TableLock lock;
-        if (kept_for_ == 0) {
-            close_socket(*socket_);
-        } else {
-            socket_->until = monotonic_ms() + kept_for_;
-            socket_->use = Use::kept;
-        }
-    }
-    Held(const Held&) = delete;
-    Held& operator=(const Held&) = delete;
-
-    explicit operator bool() const { return socket_ != nullptr; }
-    Socket& operator*() const { return *socket_; }
-    Socket* get() const { return socket_; }
-
-    void keep() { kept_for_ = socket_ == &listener ? kListenerKeptMs : kKeptMs; }
-
-private:
-    Socket* socket_;
-    int64_t kept_for_ = 0;
-};
-
-Socket* claim(Socket& socket) {
-    if (socket.use == Use::free) {
-        socket.descriptor = -1;
-    }
-    socket.use = Use::busy;
-    return &socket;
-}
-
-/// A place in the table for a request: a free one, or that of the socket that was answered longest
-/// ago.
-/// @return null where all of them wait for answers
-Socket* claim_place() {
-    const int64_t now = monotonic_ms();
-    const TableLock lock;
-    Socket* oldest = nullptr;
-    Socket* free_place = nullptr;
-    close_if_over(listener, now);
-    for (Socket& socket : sockets) {
-        close_if_over(socket, now);
-        if (socket.use == Use::free) {
-            free_place = &socket;
-        } else if (socket.use == Use::kept && socket.answered &&
-                   (oldest == nullptr || socket.until < oldest->until)) {
-            oldest = &socket;
-        }
-    }
-    if (free_place == nullptr && oldest != nullptr) {
-        close_socket(*oldest);
-        free_place = oldest;
-    }
-    return free_place != nullptr ? claim(*free_place) : nullptr;
-}
-
-/// The socket of a context's last request, if more may come on it.
-/// @param also_answered  an answer may announce another one, as those of NVMe-MI do
-Socket* claim_last(const mctp_ctx& ctx, bool also_answered) {
-    const TableLock lock;
-    for (Socket& socket : sockets) {
-        if (socket.use == Use::kept && socket.owner == &ctx && socket.eid == ctx.dest_eid &&
-            socket.network == ctx.pcie_param && (also_answered || !socket.answered)) {
-            return claim(socket);
-        }
-    }
-    return nullptr;
-}
-
-/// Puts a context's earlier requests behind it, now that there is another one with a tag.
-void retire_earlier(const mctp_ctx& ctx) {
-    const TableLock lock;
-    for (Socket& socket : sockets) {
-        if (socket.use == Use::kept && socket.owner == &ctx) {
-            socket.owner = nullptr;
-            if (socket.answered) {
-                close_socket(socket);
-            }
-        }
-    }
-}
-
 bool open_socket(const mctp_ctx& ctx, Socket& socket) {
     socket.descriptor = ::socket(kFamily, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     return socket.descriptor >= 0 || report(ctx, "socket");
@@ -262,15 +108,6 @@ bool open_socket(const mctp_ctx& ctx, Socket& socket) {
 
 bool is_pldm(const mctp_ctx& ctx) {
     return (ctx.msg_type & ~MCTP_MSG_TYPE_INTEGRITY_CHECK) == MCTP_MSG_TYPE_PLDM;
-}
-
-/// @param opened_by  only if it is open, and for this context; null: in any case
-/// @return null, also while another thread has it
-Socket* claim_listener(const mctp_ctx* opened_by = nullptr) {
-    const TableLock lock;
-    const bool wanted =
-        opened_by == nullptr || (listener.use == Use::kept && listener.owner == opened_by);
-    return wanted && listener.use != Use::busy ? claim(listener) : nullptr;
 }
 
 /// Opens and binds the listener, unless it is. To any network and any of the BMC's EIDs: that is
@@ -435,7 +272,7 @@ Socket* place_for(const mctp_ctx& ctx) {
     Socket* const place = claim_place();
     if (place == nullptr) {
         console_log("[%s] EID %d of network %u: %zu requests wait for their answers\n", kName,
-                    ctx.dest_eid, ctx.pcie_param, kSocketsMax);
+                    ctx.dest_eid, ctx.pcie_param, kRequestsMax);
     }
     return place;
 }
@@ -518,7 +355,8 @@ int32_t Reception::wait() {
             return -1;
         }
         for (size_t i = 0; ready > 0 && i < std::size(from); ++i) {
-            const int32_t result = polled[i].revents != 0 ? read_one(*from[i]) : kNothing;
+            const bool speaks = from[i] != nullptr && polled[i].revents != 0;
+            const int32_t result = speaks ? read_one(*from[i]) : kNothing;
             if (result != kNothing) {
                 return result;
             }

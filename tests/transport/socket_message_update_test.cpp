@@ -186,6 +186,20 @@ TEST_F(SocketUpdate, AnswersAndRequestsAreReceivedAlikeAfterASend) {
     EXPECT_EQ(ctx.tag, 6);
 }
 
+TEST_F(SocketUpdate, TheDefaultNetworkIsThatOfARequestToo) {
+    EXPECT_EQ(xfer(kRequestUpdate), 4);
+    ctx.pcie_param = 0;
+    kernel.on_send = [this](const SentDatagram& message) {
+        ask(6);
+        kernel.deliver(kernel.answer_to(message, kDone), 20);
+    };
+    EXPECT_EQ(send(kUpdateComponent), 0);
+    EXPECT_EQ(recv(), 11);
+    EXPECT_EQ(ctx.pcie_param, 1u);
+    EXPECT_EQ(recv(), 4) << "the answer is still waited for";
+    EXPECT_EQ(answer, kDone);
+}
+
 TEST_F(SocketUpdate, AnotherProcessThatHasTheTypeFailsItBeforeTheDeviceKnows) {
     kernel.foreign_bindings = {1};
     EXPECT_EQ(xfer(kRequestUpdate), -1);
