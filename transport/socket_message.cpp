@@ -142,7 +142,7 @@ bool have_listener(const mctp_ctx& ctx, Held& held) {
 }
 
 /// What a request is to the update of a device's firmware (DSP0267, command codes).
-enum class Step { none, begin, transfer, end };
+enum class Step { kNone, kBegin, kTransfer, kEnd };
 
 Step step_of(const mctp_ctx& ctx, std::span<const uint8_t> body) {
     constexpr uint8_t kTypeMask = 0x3F;
@@ -152,18 +152,18 @@ Step step_of(const mctp_ctx& ctx, std::span<const uint8_t> body) {
     constexpr uint8_t kCancelUpdate = 0x1D;
     if (!is_pldm(ctx) || body.size() < PLDM_HEADER_SIZE ||
         (body[1] & kTypeMask) != PLDM_TYPE_FW_UPDATE) {
-        return Step::none;
+        return Step::kNone;
     }
     switch (body[2]) {
         case kRequestUpdate:
-            return Step::begin;
+            return Step::kBegin;
         case kUpdateComponent:
-            return Step::transfer;
+            return Step::kTransfer;
         case kActivateFirmware:
         case kCancelUpdate:
-            return Step::end;
+            return Step::kEnd;
         default:
-            return Step::none;
+            return Step::kNone;
     }
 }
 
@@ -175,7 +175,7 @@ void stop_listening() {
 /// Opens the listener in front of a request that lets the device ask: it may do so right behind its
 /// answer. What earlier updates have left there goes when another one begins.
 bool listen_from(const mctp_ctx& ctx, Step step) {
-    if (step == Step::begin) {
+    if (step == Step::kBegin) {
         stop_listening();
     }
     Held held(claim_listener());
@@ -247,7 +247,7 @@ bool transmit_request(mctp_ctx& ctx, Socket& socket, std::span<const uint8_t> bo
 
 bool send_request(mctp_ctx& ctx, Socket& socket, std::span<const uint8_t> body) {
     const Step step = step_of(ctx, body);
-    if ((step == Step::begin || step == Step::transfer) && !listen_from(ctx, step)) {
+    if ((step == Step::kBegin || step == Step::kTransfer) && !listen_from(ctx, step)) {
         return false;
     }
     socket.answered = false;
@@ -261,7 +261,7 @@ bool send_request(mctp_ctx& ctx, Socket& socket, std::span<const uint8_t> body) 
     if (!transmit_request(ctx, socket, body)) {
         return false;
     }
-    if (step == Step::end) {
+    if (step == Step::kEnd) {
         stop_listening();
     }
     return true;
