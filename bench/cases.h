@@ -11,7 +11,7 @@ namespace bench {
 struct Case {
     const char* name;
     void (*prepare)();         ///< sets the endpoint and the device's answer up
-    bool (*run)();             ///< one exchange; false where its result is not the right one
+    bool (*run)();             ///< one exchange; false if its result is not the right one
     bool (*verify)();          ///< whether the bytes that arrived are those that the device sent
     uint64_t allocations = 0;  ///< heap blocks that it takes, and gives back
 };

@@ -16,7 +16,7 @@ int list_cases() {
     return 0;
 }
 
-/// @return allocations of count exchanges, or -1 where one failed
+/// @return allocations of count exchanges, or -1 if one failed
 long long repeat(const bench::Case& one, unsigned long count) {
     const uint64_t before = bench::allocations();
     bool good = true;

@@ -193,7 +193,7 @@ uint64_t framing(uint64_t body) {
     return (body + 1 + kUnit - 1) / kUnit * kPacket + 1;
 }
 
-/// What one piece of an image takes, beside its bytes, where nothing is sent twice or in vain.
+/// What one piece of an image takes, beside its bytes, if nothing is sent twice or in vain.
 uint64_t standard_bytes(uint32_t piece) {
     constexpr uint64_t kRequest = 3 + 4 + 4;  // PLDM header, offset, length (DSP0267)
     constexpr uint64_t kResponse = 3 + 1;     // PLDM header, completion code

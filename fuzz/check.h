@@ -36,7 +36,7 @@ public:
     uint8_t* data() { return bytes_.data() + kGuard; }
     size_t size() const { return bytes_.size() - 2 * kGuard; }
 
-    /// Fails where a guard byte has changed.
+    /// Fails if a guard byte has changed.
     void check() const;
     /// Whether no byte from an offset on has been written.
     bool untouched_from(size_t offset) const;

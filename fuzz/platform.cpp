@@ -24,7 +24,7 @@ constexpr uint8_t kSom = 0x80;
 constexpr uint8_t kTagOwner = 0x08;
 constexpr uint8_t kTagMask = 0x07;
 
-/// What a slave read left behind; said again where the device is endless.
+/// What a slave read left behind; said again if the device is endless.
 struct Block {
     int result = -1;
     uint8_t bytes[PLT_I2C_READ_BUFFER_SIZE] = {};

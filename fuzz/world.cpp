@@ -193,7 +193,7 @@ void run_terminus(const uint8_t* bytes, size_t size, std::span<const TerminusCal
 
 }  // namespace fuzz
 
-// Time costs nothing, nothing is run, and no file exists but where the input says so.
+// Time costs nothing, nothing is run, and no file exists unless the input says so.
 
 extern "C" int usleep(useconds_t /*microseconds*/) {
     ++fuzz::world().sleeps;

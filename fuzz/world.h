@@ -23,7 +23,7 @@ namespace fuzz {
  *
  *   flags, length, [what the flags ask for], bytes
  *
- * Once the input is used up the device is silent, or, where endless is set, says the last thing
+ * Once the input is used up the device is silent, or, if endless is set, says the last thing
  * over and over.
  */
 struct World {

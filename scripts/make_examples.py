@@ -38,7 +38,7 @@ def component(version, location):
 
 
 def package(version=b"22.41.1000", name=b"NIC-22.41.1000"):
-    head_size = len(IDENTIFIER) + 3  # up to the rest, where the header's size is known
+    head_size = len(IDENTIFIER) + 3  # up to the rest, when the header's size is known
     rest = RELEASED + struct.pack("<HBB", 8, ASCII, len(name)) + name
     rest += b"\x01" + record(version) + struct.pack("<H", 1)
     size = head_size + len(rest) + len(component(version, 0)) + 4

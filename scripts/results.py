@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Counts what `meson test` ran in a build directory: test cases, one by one where they are known.
+"""Counts what `meson test` ran in a build directory: test cases, one by one if they are known.
 
 usage: results.py [--total FILE] BUILD_DIRECTORY
 
@@ -21,7 +21,7 @@ def log_of(build, suffix):
 
 
 def gtest_cases(build, entry):
-    """(case, outcome, reason) of one GoogleTest program; empty where it left no report."""
+    """(case, outcome, reason) of one GoogleTest program; empty if it left no report."""
     report = log_of(build, ".junit.xml")
     if not report:
         return []
@@ -44,7 +44,7 @@ def gtest_cases(build, entry):
 
 
 def program_cases(build, record):
-    """The cases of one entry of the test log; the entry itself where it has none."""
+    """The cases of one entry of the test log; the entry itself if it has none."""
     name, result = record["name"].split(" / ")[-1], record["result"]
     cases = gtest_cases(build, record["name"])
     if not cases:

@@ -16,7 +16,7 @@ if works; then
     exit 0
 fi
 
-# A tshark of the system is as good where it knows MCTP.
+# A tshark of the system is as good if it knows MCTP.
 if command -v tshark >/dev/null && tshark -G protocols 2>/dev/null | grep -q $'\tmctp\t'; then
     mkdir -p "$folder"
     ln -sf "$(command -v tshark)" "$wrapper"

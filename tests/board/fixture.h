@@ -33,7 +33,7 @@ private:
     test::Capture capture_;
 };
 
-/// Initialises a context for the MPIO and brings it up where that is needed. @return the result
+/// Initialises a context for the MPIO and brings it up if that is needed. @return the result
 int32_t bring_mpio_up(mctp_ctx& mpio);
 
 class BoardRun : public ::testing::Test {

@@ -52,7 +52,7 @@ protected:
     pldm_fru_record record{};
 };
 
-/// Lengths around the part size, where pad bytes and checksum need a part of their own or not.
+/// Lengths around the part size, at which pad bytes and checksum need a part of their own or not.
 constexpr size_t kRests[] = {0, 30, 37, 38, 39, 42, 92, 93, 100, 400};
 
 TEST_F(FruOverSmbus, ComesWholeInPartsOfAnyForm) {

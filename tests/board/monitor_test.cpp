@@ -24,7 +24,7 @@ protected:
         ASSERT_EQ(mctp_pldm_register(&mctp, &terminus), 0);
     }
 
-    /// Reads one record. @return its bytes; handle is the next one's where the record came whole
+    /// Reads one record. @return its bytes; handle is the next one's if the record came whole
     Bytes read(uint32_t& handle, uint32_t capacity = PLDM_PDR_PART_SIZE) {
         // What arrives is recognised by what the buffer held before.
         Bytes first(capacity, 0x00);

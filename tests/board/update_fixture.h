@@ -17,10 +17,10 @@ namespace board_test {
 
 enum class Binding { kSmbus, kPcie };
 
-/// What a service sees of one check and the update that follows where it passes.
+/// What a service sees of one check and the update that follows if it passes.
 struct UpdateReport {
     int32_t check = 0;
-    int32_t update = 0;  ///< 1 where there was none
+    int32_t update = 0;  ///< 1 if there was none
     uint8_t mark = 0;    ///< pldm.completion_code
     uint8_t state = 0;
     std::string out;  ///< standard output

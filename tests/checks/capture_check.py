@@ -5,7 +5,7 @@
 usage: capture_check.py SIDEBAND_SIM
 
 tshark is taken from the environment variable SIDEBAND_TSHARK, else from the path. Exit status 77
-where there is none that knows MCTP, 1 where anything is malformed or read differently.
+if there is none that knows MCTP, 1 if anything is malformed or read differently.
 """
 import json
 import os
@@ -225,7 +225,7 @@ def shown_states(seen):
 
 
 class Tool:
-    """The tool, run under the emulator where there is one."""
+    """The tool, run under the emulator if there is one."""
 
     def __init__(self, program, scratch):
         self.command = shlex.split(os.environ.get("MESON_EXE_WRAPPER", "")) + [program]

@@ -29,7 +29,7 @@ class Dissection:
         return None if field is None else field.get("showname", "").split(": ", 1)[-1]
 
     def number(self, name):
-        """The first value of a field as a number; None where there is none."""
+        """The first value of a field as a number; None if there is none."""
         values = self.numbers(name)
         return values[0] if values else None
 
@@ -49,7 +49,7 @@ class Dissection:
 
 
 def find():
-    """The tshark to use, or None where there is none that knows MCTP."""
+    """The tshark to use, or None if there is none that knows MCTP."""
     tshark = os.environ.get("SIDEBAND_TSHARK") or shutil.which("tshark")
     if not tshark:
         return None

@@ -15,7 +15,7 @@ WARNINGS = ("-Wall", "-Wextra", "-Wpedantic", "-Werror")
 
 
 def compiles(compiler, include, header, language, standard):
-    """None where the header compiles, else what the compiler said."""
+    """None if the header compiles, else what the compiler said."""
     # Included twice: a header must stand a second inclusion too.
     source = f"#include <{header}>\n#include <{header}>\n"
     command = [*compiler, "-x", language, f"-std={standard}", *WARNINGS, f"-I{include}",

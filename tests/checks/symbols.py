@@ -41,7 +41,7 @@ class Library:
         return re.findall(rf"\({tag}\).*\[(.*)\]", self._run("--dynamic"))
 
     def symbols(self, which):
-        """(name, version, bind, section) of every named symbol; version empty where it has none."""
+        """(name, version, bind, section) of every named symbol; version empty if it has none."""
         rows = []
         for line in self._run(which).splitlines():
             fields = line.split()

@@ -25,7 +25,7 @@ public:
 
     explicit Endpoint(Handler handler);
     /// Gives these answers in turn, then none. A response's first byte gets the request's low five
-    /// bits (the instance ID of control and PLDM messages) where copy_instance is set.
+    /// bits (the instance ID of control and PLDM messages) if copy_instance is set.
     explicit Endpoint(std::vector<Bytes> answers, bool copy_instance = true);
     ~Endpoint();
     Endpoint(const Endpoint&) = delete;

@@ -22,7 +22,7 @@ namespace test {
  * itself do not. One at a time. What is substituted:
  *
  *  usleep           recorded in sleeps and in the port's trace; takes no time
- *  time             gives now, where that is set
+ *  time             gives now, if that is set
  *  system           recorded in commands and the trace; returns system_result
  *  access, fopen, open, rename, unlink
  *                   paths under /nv and /sys/bus/i2c/devices are looked up under root. While root

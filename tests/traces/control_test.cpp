@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Recorded MCTP control messages: each recorded request as it was, then the library's command
-// where it has one, compared with the reading of the bytes that came with the record.
+// if it has one, compared with the reading of the bytes that came with the record.
 //
 // Some records hold one side alone. A response without its request answers the request that the
 // library sends. A request without its response is one that the library must send in the same
@@ -51,7 +51,7 @@ Bytes bare_request(const Record& record) {
     return {0x80, record.response.at(1)};
 }
 
-/// The request through the context's own operation: the recorded one where there is one.
+/// The request through the context's own operation: the recorded one if there is one.
 /// @return the response as it was delivered
 Bytes exchange_as_recorded(const Record& record) {
     const Bytes request = record.request.empty() ? bare_request(record) : record.request;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Recorded NVMe-MI messages: each recorded request with its integrity check, through the context's
-// own operation; then the library's command, where it sends the same one.
+// own operation; then the library's command, if it sends the same one.
 //
 // Most records hold the request alone. The device knows no other, so that an answer means that it
 // was sent as recorded; the answer is put together here. One record holds a response alone, which

@@ -11,7 +11,7 @@ namespace test {
 /// GetPDRRepositoryInfo.
 void check_repository_info(const Record& record);
 
-/// GetPDR. The library asks for 128 bytes where most of the recorded requests asked for 192: the
+/// GetPDR. The library asks for 128 bytes although most of the recorded requests asked for 192: the
 /// device gives the recorded answer to the library's request.
 void check_pdr(const Record& record);
 

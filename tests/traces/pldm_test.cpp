@@ -2,7 +2,7 @@
 // Recorded PLDM exchanges: the recorded request as it was, then the library's own command, whose
 // result is compared with the reading of the bytes that came with the record.
 //
-// The device answers the library's request with the recorded response even where the recorded
+// The device answers the library's request with the recorded response even if the recorded
 // request was another one: sensors were rearmed (GetSensorReading with rearm 1, state sensors with
 // 0x1f), commands were asked for another type or version, parts of PDRs were asked for that are
 // longer than the library's, a request had two bytes too many. The answer has the same form in all

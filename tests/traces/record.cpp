@@ -17,7 +17,7 @@ using nlohmann::json;
 
 constexpr const char* kFile = SIDEBAND_DATA_DIR "/traces.json";
 
-/// Command codes and, for PLDM, types: needed where a record starts behind them.
+/// Command codes and, for PLDM, types: needed if a record starts behind them.
 struct CommandCode {
     std::string_view protocol;
     std::string_view command;

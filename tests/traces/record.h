@@ -22,7 +22,7 @@ struct Record {
     std::string id;
     std::string protocol;
     std::string command;
-    Bytes request;  ///< empty where only the other side was recorded
+    Bytes request;  ///< empty if only the other side was recorded
     Bytes response;
     nlohmann::json request_says;   ///< the reading of the bytes that came with the record
     nlohmann::json response_says;  ///< of a FRU record table: of the table
@@ -37,7 +37,7 @@ bool have_records();
 std::string absence();
 
 /// The recorded exchanges of a protocol, "PLDM", "MCTP control" or "NVMe-MI", whose command is in
-/// the table of commands that the tests cover. Empty where there is no folder.
+/// the table of commands that the tests cover. Empty if there is no folder.
 std::vector<Record> records_of(std::string_view protocol);
 
 /// The records of one command that is not in that table: those that begin with their message, and

@@ -42,7 +42,7 @@ private:
     int fd_;
 };
 
-/// Why a file is not even looked into; nothing where it can be.
+/// Why a file is not even looked into; nothing if it can be.
 std::optional<std::string> objection(const File& file) {
     struct stat status {};
     if (file.fd() < 0 || fstat(file.fd(), &status) != 0) {
@@ -57,7 +57,7 @@ std::optional<std::string> objection(const File& file) {
     return std::nullopt;
 }
 
-/// @return why the text could not be read whole; nothing where it was
+/// @return why the text could not be read whole; nothing if it was
 std::optional<std::string> read_file(const std::string& path, std::string& text) {
     const File file(path);
     if (std::optional<std::string> reason = objection(file)) {

@@ -37,7 +37,7 @@ struct SensorInfo {
     uint16_t id = 0;
     enum class Kind { kNumeric, kState } kind = Kind::kNumeric;
     std::string name;
-    std::string unit;             ///< numeric: e.g. "degC"; empty where the board file has none
+    std::string unit;             ///< numeric: e.g. "degC"; empty if the board file has none
     uint8_t composite_count = 1;  ///< state: composite sensors
     uint16_t state_set = 0;       ///< state: state set of the first composite sensor (DSP0249)
     double resolution = 1.0;      ///< numeric: units a count, until PDRs are read
@@ -92,8 +92,8 @@ struct PcieSessions {
 struct OwnerStep {
     std::string name;
     std::string request;    ///< message body in hex
-    std::string answer;     ///< likewise; empty where none came
-    std::string complaint;  ///< what is wrong with the answer; empty where nothing is
+    std::string answer;     ///< likewise; empty if none came
+    std::string complaint;  ///< what is wrong with the answer; empty if nothing is
 };
 
 /// What a bus owner saw of the BMC since the last Discovery Notify.
@@ -128,7 +128,7 @@ public:
     /// The board file that is compiled in.
     static std::string_view built_in_file();
 
-    /// @return null, with error filled, where the text is malformed
+    /// @return null, with error filled, if the text is malformed
     static std::unique_ptr<Board> parse(std::string_view text, BoardError& error);
 
     /// The longest board file, in bytes.
@@ -161,11 +161,11 @@ public:
     PcieSessions pcie_sessions() const;
     void set_pcie_open_fails(bool fails);
 
-    /// The firmware device of a PLDM terminus, see pldm_firmware.h; null where the device has none.
+    /// The firmware device of a PLDM terminus, see pldm_firmware.h; null if the device has none.
     Firmware* firmware(const std::string& device);
-    /// The network controller that a device is, see ncsi/controller.h; null where it is none.
+    /// The network controller that a device is, see ncsi/controller.h; null if it is none.
     NcsiController* ncsi(const std::string& device);
-    /// The NVMe drive that a device is, see nvme/drive.h; null where it is none.
+    /// The NVMe drive that a device is, see nvme/drive.h; null if it is none.
     NvmeDrive* nvme(const std::string& device);
     /// What a service knows of a device that is an add-in card: all but the route, which
     /// PCIEDeviceMux() fills in. Nothing for any other device.
@@ -196,7 +196,7 @@ public:
 
     /// Starts a pcapng capture of all that passes. @return false with error filled on failure
     bool start_capture(const std::string& path, std::string& error);
-    /// Ends it. @return false where a write had failed
+    /// Ends it. @return false if a write had failed
     bool stop_capture();
 
     /// Tells somebody of every packet from now on, also of one that nobody takes; null for nobody.

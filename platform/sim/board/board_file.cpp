@@ -163,7 +163,7 @@ bool collide(const Device& device, const DeviceConfig& config) {
            std::equal(a.begin(), a.begin() + shorter, b.begin());
 }
 
-/// Bus, device and function: "47:00.0". Nothing where they are told to be wrong.
+/// Bus, device and function: "47:00.0". Nothing if they are told to be wrong.
 std::optional<Bdf> read_bdf(ObjectReader& reader) {
     const Place place = reader.require("bdf");
     std::string digits = place.text();
@@ -296,7 +296,7 @@ DeviceConfig read_device_config(const BoardState& board, std::set<std::string>& 
     return config;
 }
 
-/// The maker of a type of device; null where the type is told to be wrong.
+/// The maker of a type of device; null if the type is told to be wrong.
 DeviceMaker read_type(ObjectReader& reader, std::string& type) {
     const Place place = reader.require("type");
     type = place.text();

@@ -40,7 +40,7 @@ uint64_t le64(ByteView bytes, size_t offset);
 uint16_t be16(ByteView bytes, size_t offset);
 uint32_t be32(ByteView bytes, size_t offset);
 
-/// Hex digits, two a byte, no separators. Nothing where the text is anything else.
+/// Hex digits, two a byte, no separators. Nothing if the text is anything else.
 std::optional<Bytes> from_hex(std::string_view text);
 std::string to_hex(ByteView bytes);
 /// "0x3a"

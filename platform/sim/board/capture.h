@@ -33,7 +33,7 @@ public:
     /// Appends a packet; does nothing while no capture runs.
     void packet(const Passing& passing);
 
-    /// @return false where a write had failed
+    /// @return false if a write had failed
     bool stop();
 
 private:

@@ -8,10 +8,10 @@
 
 namespace sim {
 
-/// The board in use; null where there is none.
+/// The board in use; null if there is none.
 BoardState* in_use();
 
-/// Copies a board's platform record out where that board is the one in use.
+/// Copies a board's platform record out if that board is the one in use.
 void publish_records(const Board& board);
 
 }  // namespace sim

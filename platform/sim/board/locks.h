@@ -26,9 +26,9 @@ struct LockName {
 class LockTable {
 public:
     /// Waits for a lock; wait_ms below 0 means for ever.
-    /// @return false on time-out, and at once where the thread holds the lock already
+    /// @return false on time-out, and at once if the thread holds the lock already
     bool take(const LockName& lock, int wait_ms);
-    /// @return false where the thread does not hold the lock
+    /// @return false if the thread does not hold the lock
     bool release(const LockName& lock);
 
     LockReport report() const;

@@ -81,7 +81,7 @@ public:
     std::vector<Outgoing> receive(ByteView packet);
 
     /// The BMC waits for a packet, and none has come.
-    /// @param ended  set where that completed a message whose last packet had no end mark
+    /// @param ended  set if that completed a message whose last packet had no end mark
     std::vector<Outgoing> bmc_waits(bool& ended);
 
     /// Power was lost and is back.
@@ -108,7 +108,7 @@ public:
 protected:
     /// Answers the body of a request.
     /// @param type  message type byte
-    /// @return nothing where the device does not answer
+    /// @return nothing if the device does not answer
     virtual std::optional<Bytes> answer(uint8_t type, ByteView request) = 0;
 
     /// Takes the answer to a request that the device had sent.
@@ -170,7 +170,7 @@ private:
     std::vector<Initiated> initiated_;
 };
 
-/// Makes a device of one type from the keys of its own. @return null where they are told to be
+/// Makes a device of one type from the keys of its own. @return null if they are told to be
 /// wrong
 using DeviceMaker = std::unique_ptr<Device> (*)(ObjectReader& reader, DeviceConfig config,
                                                 const Clock& clock);

@@ -46,7 +46,7 @@ public:
     void clear() { faults_.clear(); }
 
     /// An occasion for faults of one kind.
-    /// @return a fault that strikes now; null where none does
+    /// @return a fault that strikes now; null if none does
     const Fault* strike(FaultKind kind);
 
 private:

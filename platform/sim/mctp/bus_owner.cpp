@@ -99,7 +99,7 @@ protected:
     }
 
 private:
-    /// Sends the next question, and the one after it where nobody may answer the first.
+    /// Sends the next question, and the one after it if nobody may answer the first.
     void ask(uint64_t delay_us) {
         const Question& question = questions_[asked_];
         Message request;

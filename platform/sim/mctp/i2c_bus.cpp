@@ -28,7 +28,7 @@ Bytes block_write(uint8_t to, uint8_t from, const Outgoing& outgoing) {
     return frame;
 }
 
-/// The MCTP packet in a block write; nothing where it is none.
+/// The MCTP packet in a block write; nothing if it is none.
 std::optional<ByteView> packet_of(ByteView frame) {
     const bool whole = frame.size() > kBlockHead + 1 && frame[1] == kMctpCommand &&
                        frame.size() == kBlockHead + frame[2] + 1 && frame[2] >= 1;

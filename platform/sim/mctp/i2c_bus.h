@@ -16,7 +16,7 @@
 
 namespace sim {
 
-/// A multiplexer on a bus, with the one in front of it where there is one.
+/// A multiplexer on a bus, with the one in front of it if there is one.
 struct Mux {
     uint8_t address = 0;
     uint8_t channels = 0;
@@ -46,12 +46,12 @@ public:
     void attach(Device& device) { devices_.push_back(&device); }
     const std::vector<Device*>& devices() const { return devices_; }
 
-    /// Connects exactly the given channels. @return false where the path does not exist
+    /// Connects exactly the given channels. @return false if the path does not exist
     bool select(const MuxPath& path);
 
     /// Writes a block to a device.
     /// @param frame  from the destination address to the PEC
-    /// @return 0, or a negative errno value where an acknowledge was missing
+    /// @return 0, or a negative errno value if an acknowledge was missing
     int write(uint8_t address, ByteView frame);
 
     /// Waits for a block that a device writes to the BMC.

@@ -30,7 +30,7 @@ const std::vector<std::string> kCommandNames = {"clear_initial_state",
 const std::vector<std::string> kFaultNames = {"codes",         "no_answer", "other_command",
                                               "other_channel", "truncate",  "over_long"};
 
-/// So many bytes in hex; nothing where the key is absent.
+/// So many bytes in hex; nothing if the key is absent.
 template <size_t size>
 std::optional<std::array<uint8_t, size>> read_bytes(ObjectReader& reader, const std::string& key) {
     const std::optional<Place> place = reader.find(key);

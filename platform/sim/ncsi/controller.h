@@ -29,7 +29,7 @@ public:
 
     // ---- For tests --------------------------------------------------------------------------
 
-    /// Null where there is none.
+    /// Null if there is none.
     NcsiPackage* package(uint8_t package_id);
     NcsiChannel* channel(uint8_t package_id, uint8_t channel);
 
@@ -49,7 +49,7 @@ public:
     // ---- For the device ---------------------------------------------------------------------
 
     /// Answers a control packet. @param packet  from its header on
-    /// @return likewise; nothing where nobody answers
+    /// @return likewise; nothing if nobody answers
     std::optional<Bytes> answer(ByteView packet, double seconds);
 
     /// Power was lost and is back: the channels are in their initial state.

@@ -54,7 +54,7 @@ public:
     NvmeMedia& media() { return media_; }
     ByteView vpd() const { return config_.vpd; }
     std::vector<NvmePort>& ports() { return config_.ports; }
-    /// Null where there is none.
+    /// Null if there is none.
     const NvmeFeature* feature(uint8_t id) const;
 
     /// Requests of an opcode since the faults were set, those without an answer among them.
@@ -71,7 +71,7 @@ public:
     // ---- For the device ---------------------------------------------------------------------
 
     /// Answers a message of type 4 with an integrity check. @param body  from behind its type on
-    /// @return nothing where nobody answers
+    /// @return nothing if nobody answers
     std::optional<NvmeAnswer> answer(ByteView body, double seconds);
 
     /// Power was lost and is back.

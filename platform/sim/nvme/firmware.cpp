@@ -102,7 +102,7 @@ NvmeStatus NvmeFirmware::download(uint64_t offset, ByteView data) {
     return NvmeStatus::kSuccess;
 }
 
-/// Nothing where the download is not whole or is no image.
+/// Nothing if the download is not whole or is no image.
 std::optional<std::string> NvmeFirmware::revision_of_download() {
     const bool whole = pieces_.size() == 1 && pieces_.begin()->first == 0;
     if (!whole || download_.size() < kHeaderSize ||
@@ -126,7 +126,7 @@ std::optional<std::string> NvmeFirmware::revision_of_download() {
     return revision.empty() ? std::nullopt : std::optional(revision);
 }
 
-/// The slot for an image where the host leaves the choice to the drive.
+/// The slot for an image if the host leaves the choice to the drive.
 uint8_t NvmeFirmware::choose_slot() const {
     for (size_t number = first_read_only_ ? 2 : 1; number <= slots_.size(); ++number) {
         if (number != active_) {

@@ -18,7 +18,7 @@ class NvmeFirmware {
 public:
     struct Slot {
         std::optional<std::string> revision;  ///< nothing: empty
-        Bytes image;                          ///< as it was downloaded; empty where it was not
+        Bytes image;                          ///< as it was downloaded; empty if it was not
     };
 
     /// An image begins with these eight characters and its revision in eight more.
@@ -28,7 +28,7 @@ public:
 
     // ---- For tests --------------------------------------------------------------------------
 
-    /// @param number  from 1; null where there is none
+    /// @param number  from 1; null if there is none
     const Slot* slot(uint8_t number) const;
     uint8_t active() const { return active_; }
     /// The slot that will be active after a reset; 0: the same as now.

@@ -20,7 +20,7 @@ constexpr size_t kSharing = 30;
 constexpr uint32_t kSelect = 0x0F;
 constexpr uint8_t kFormatBits = 0x0F;
 
-/// A list of controllers (NVMe, controller list). Nothing where it is none.
+/// A list of controllers (NVMe, controller list). Nothing if it is none.
 std::optional<std::set<uint16_t>> read_list(ByteView data) {
     constexpr uint16_t kMost = 2047;
     const uint16_t count = le16(data, 0);

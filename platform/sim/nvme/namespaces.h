@@ -17,7 +17,7 @@ class NvmeNamespaces {
 public:
     explicit NvmeNamespaces(const NvmeConfig& config);
 
-    /// Null where no namespace has the ID.
+    /// Null if no namespace has the ID.
     NvmeNamespace* find(uint32_t id);
     const std::map<uint32_t, NvmeNamespace>& all() const { return namespaces_; }
     uint32_t most() const { return most_; }

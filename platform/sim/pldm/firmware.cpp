@@ -39,7 +39,7 @@ constexpr uint8_t kForceUpdate = 0x01;    // UpdateOptionFlags
 constexpr uint8_t kSelfContained = 0x02;  // activation methods
 constexpr uint8_t kProgressUnknown = 0x65;
 
-/// A version string at the end of a request: type, length and text from an offset on. Nothing where
+/// A version string at the end of a request: type, length and text from an offset on. Nothing if
 /// the length is not that of the text.
 std::optional<FirmwareVersion> version_at(ByteView data, size_t offset, size_t text_at) {
     if (data.size() != text_at + data[offset + 1]) {

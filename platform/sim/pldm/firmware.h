@@ -42,7 +42,7 @@ struct FirmwareTransfer {
     uint32_t pieces = 0;        ///< that came, each place in the image counted once
     uint64_t bytes = 0;         ///< in them, without padding
     FirmwareVersion version;    ///< from UpdateComponent
-    /// What the device reported; nothing where it did not get so far.
+    /// What the device reported; nothing if it did not get so far.
     std::optional<uint8_t> transfer_result;
     std::optional<uint8_t> verify_result;
     std::optional<uint8_t> apply_result;
@@ -66,7 +66,7 @@ public:
     const std::optional<FirmwareVersion>& pending() const { return pending_; }
     const std::vector<FirmwareComponent>& components() const { return components_; }
     const FirmwareTransfer& transfer(size_t component) const { return transfers_.at(component); }
-    /// The image of a component as it came; empty where it is not kept.
+    /// The image of a component as it came; empty if it is not kept.
     ByteView image(size_t component) const { return images_.at(component).bytes(); }
     /// Where it first differed from what was expected.
     std::optional<uint64_t> first_difference(size_t component) const {
@@ -96,7 +96,7 @@ public:
         std::optional<uint8_t> code;  ///< this completion code, and nothing else
     };
     Verdict begin(uint8_t command, uint64_t now_us);
-    /// Spoils the answer where a fault says so. @param answer  from its PLDM header on
+    /// Spoils the answer if a fault says so. @param answer  from its PLDM header on
     void finish(uint8_t command, Bytes& answer) const;
 
     /// The requests of the agent: data behind the header in, completion code and data out.
@@ -118,9 +118,9 @@ public:
         uint8_t tag = 0;
         uint64_t delay_us = 0;
     };
-    /// The next one, where one is due and none is unanswered.
+    /// The next one, if one is due and none is unanswered.
     std::optional<Request> next_request(uint64_t now_us);
-    /// The unanswered one again, where the agent has been silent for too long.
+    /// The unanswered one again, if the agent has been silent for too long.
     std::optional<Request> repetition(uint64_t now_us);
     /// Takes the agent's answer. @param answer  from its PLDM header on
     void heard(ByteView answer, uint64_t now_us);

@@ -86,7 +86,7 @@ struct FirmwareSettings {
     Bytes identifiers;                ///< answer to QueryDeviceIdentifiers behind its code
     std::optional<Bytes> parameters;  ///< likewise GetFirmwareParameters, instead of the true one
     uint32_t capabilities = 0;        ///< CapabilitiesDuringUpdate
-    bool get_package_data = false;    ///< fetch package data where there are any
+    bool get_package_data = false;    ///< fetch package data if there are any
     Bytes metadata;
     uint32_t metadata_part_size = 0;  ///< 0: as much as MaximumTransferSize allows
     std::optional<uint16_t> claimed_metadata_length;

@@ -57,10 +57,10 @@ public:
     static ExpectedImage file(const std::string& path, uint64_t offset, uint32_t size);
 
     bool given() const { return given_; }
-    /// Bytes of the image; 0 where the file cannot be read.
+    /// Bytes of the image; 0 if the file cannot be read.
     uint64_t size() const;
     /// @param at  where the data stand in the image
-    /// @return how many bytes of the data are right; nothing where all are
+    /// @return how many bytes of the data are right; nothing if all are
     std::optional<size_t> difference(uint64_t at, ByteView data);
 
 private:
@@ -83,7 +83,7 @@ public:
     void take(uint32_t offset, ByteView data, ExpectedImage& expected);
 
     uint32_t size() const { return size_; }
-    /// Empty where the bytes are not held.
+    /// Empty if the bytes are not held.
     ByteView bytes() const { return bytes_; }
     /// The lowest offset at which a byte was not as expected.
     std::optional<uint64_t> first_difference() const { return first_difference_; }

@@ -19,7 +19,7 @@ constexpr uint8_t kNoEventGeneration = 0x82;
 constexpr uint8_t kDisableEvents = 1;
 constexpr uint8_t kLastEventEnable = 4;
 
-/// Whether a requester may set a state and event enable, and the completion code where not.
+/// Whether a requester may set a state and event enable, and the completion code if not.
 uint8_t check_enable(uint8_t state, uint8_t event_enable, bool generates_events) {
     if (state > kSensorUnavailable) {
         return kInvalidOperationalState;

@@ -36,7 +36,7 @@ private:
     void add(uint8_t type, ByteView data, uint16_t change_number, size_t part_size);
     void add_names(ObjectReader& reader, const SensorInfo& info, size_t count);
     void add_from_file(const Place& place);
-    /// @return the position of the record that has a handle, the number of records where none has
+    /// @return the position of the record that has a handle, the number of records if none has
     size_t find(uint32_t handle) const;
     uint32_t handle_at(size_t position) const;
 

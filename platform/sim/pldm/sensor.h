@@ -75,7 +75,7 @@ private:
     void read_units(ObjectReader& reader);
     void read_thresholds(ObjectReader& reader);
     void read_range(ObjectReader& reader);
-    /// Fails where a reading cannot express a value.
+    /// Fails if a reading cannot express a value.
     void check(const ObjectReader& reader, const char* key, double value) const;
     double lowest_count() const;
     double highest_count() const;

@@ -38,7 +38,7 @@ std::optional<sim::PcieMessage> outgoing_of(const plt_pcie_request& request) {
     return out;
 }
 
-/// Puts a received message into the record. @return false where it has no room for it
+/// Puts a received message into the record. @return false if it has no room for it
 bool store(const sim::PcieMessage& received, plt_pcie_request& request) {
     const sim::Bytes& body = received.message.body;
     if (body.size() >= sizeof request.message) {

@@ -267,7 +267,7 @@ TEST(BoardErrors, ComeFromAFaultAsWell) {
               "f:1: delay_us: is missing");
 }
 
-/// Ends the test program where an open() or a read() waits for ever.
+/// Ends the test program if an open() or a read() waits for ever.
 class Alarm {
 public:
     Alarm() { alarm(10); }

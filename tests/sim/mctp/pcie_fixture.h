@@ -9,7 +9,7 @@
 
 namespace sim_test {
 
-/// What is wrong with a list of devices: "KEY: TEXT"; empty where nothing is.
+/// What is wrong with a list of devices: "KEY: TEXT"; empty if nothing is.
 inline std::string error_of(const std::string& devices) {
     sim::BoardError error;
     return sim::Board::parse(board_with(devices), error) ? "" : error.key + ": " + error.text;
@@ -43,7 +43,7 @@ protected:
     }
 
     /// One control message to the function 00:00.0 and its answer, both without their type byte;
-    /// "nothing" where none came.
+    /// "nothing" if none came.
     static std::string ask_root_complex(std::string_view request) {
         plt_pcie_request record = to(0, 0, 0, "00 " + std::string(request));
         return PltMCTP_WriteRead(&record) == 1 ? message_of(record).substr(3) : "nothing";

@@ -130,7 +130,7 @@ TEST_F(NcsiChannels, LossOfPowerBringsTheInitialStateBack) {
     EXPECT_TRUE(channel(0, 0).initial_state);
     EXPECT_FALSE(device->package(0)->selected);
     EXPECT_EQ(device->package(0)->card_tlv, (sim::CardTlv{0x00, 0x40, 0x00, 0x12, 0x34}))
-        << "kept where it outlasts power";
+        << "kept if it outlasts power";
 }
 
 TEST_F(NcsiChannels, SelectAndDeselectPackage) {

@@ -51,7 +51,7 @@ protected:
         }
     }
 
-    /// Waits for a message: all of it from its type on; empty where none comes.
+    /// Waits for a message: all of it from its type on; empty if none comes.
     static sim::Bytes receive_message() {
         sim::Bytes message;
         for (bool last = false; !last;) {

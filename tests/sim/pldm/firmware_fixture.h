@@ -51,7 +51,7 @@ protected:
     /// The same with metadata.
     void open_with_metadata() { open_device(kTwoComponents + R"(, "metadata": "010203")"); }
 
-    /// The device's next request from its PLDM header on; "error N" where none comes.
+    /// The device's next request from its PLDM header on; "error N" if none comes.
     std::string asked() {
         const std::string packet = receive(3);
         if (packet.starts_with("error")) {
