@@ -44,7 +44,7 @@ struct AdminCommand {
     const char* logged = "";  ///< in front of everything else, the line taken out
     const char* done = "";    ///< printed after a response of 19 bytes
     const char* failed = "";  ///< printed after a status code of 2, type 1
-    const char* lost = "";    ///< printed where there was no usable response
+    const char* lost = "";    ///< printed if there was no usable response
     bool sends_structure = false;
 };
 

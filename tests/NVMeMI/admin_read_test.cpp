@@ -30,7 +30,7 @@ struct Reader {
     bool whole_area;      ///< the response may have 4096 bytes of data, whatever was asked for
     const char* printed;  ///< in front of the number of bytes that came
     bool prints_length;
-    const char* lost = "";  ///< printed where nothing was exchanged
+    const char* lost = "";  ///< printed if nothing was exchanged
 };
 
 constexpr Reader kReaders[] = {

@@ -47,7 +47,7 @@ protected:
         EXPECT_TRUE(response.untouched_from(result < 0 ? 0 : static_cast<size_t>(result)));
         return result;
     }
-    /// Exchanges where these are the answers.
+    /// Exchanges with these as the answers.
     int32_t exchange_for(std::initializer_list<MctpAnswer> answers, uint32_t capacity = 64) {
         start_over();
         endpoint.answers = answers;

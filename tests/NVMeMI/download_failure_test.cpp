@@ -56,7 +56,7 @@ Texts until_second_piece(const Texts& behind) {
 
 class NvmeDownloadFailure : public test::DownloadTest {
 protected:
-    /// Downloads an image of three pieces where the second one gets this answer.
+    /// Downloads an image of three pieces if the second one gets this answer.
     Outcome download_with(const std::vector<MctpAnswer>& second) {
         start_over();
         port().progress.clear();

@@ -226,7 +226,7 @@ TEST_F(NvmeDownload, EveryPercentageFrom0To100IsReported) {
 
 // ---- The file ----
 
-/// How a file is open in this process, or -1 where it is not.
+/// How a file is open in this process, or -1 if it is not.
 int access_mode_of(const std::string& path) {
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
         std::error_code closed;

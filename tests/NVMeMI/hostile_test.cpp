@@ -54,12 +54,12 @@ protected:
         EXPECT_LE(endpoint.calls.size(), 6u);
         return result;
     }
-    /// The command where this is the answer, as far as there is room for it.
+    /// The command with this as the answer, as far as there is room for it.
     int32_t exchange_with(const Bytes& body) {
         return exchange(
             {MctpAnswer::of(cut(body, std::min<size_t>(body.size(), command().capacity)))});
     }
-    /// The command over SMBus packets where these blocks are read.
+    /// The command over SMBus packets when these blocks are read.
     int32_t exchange_blocks(std::vector<test::SlaveRead> blocks) {
         port().reset();
         port().reads.assign(blocks.begin(), blocks.end());
@@ -72,7 +72,7 @@ protected:
         other_.mctp = &mctp;
         return other_;
     }
-    /// A good response with its integrity check in blocks, where the request had this tag.
+    /// A good response with its integrity check in blocks, if the request had this tag.
     std::vector<test::SlaveRead> good_blocks(uint8_t tag = 1) const {
         std::vector<test::SlaveRead> blocks;
         for (const Bytes& one :

@@ -40,7 +40,7 @@ struct MiCommand {
     uint32_t capacity;    ///< room that the exchange is given
     Bytes response;       ///< a good one, without integrity check
     size_t needed;        ///< bytes without which a response of status 0 is refused
-    const char* failure;  ///< what is printed where the exchange fails
+    const char* failure;  ///< what is printed if the exchange fails
     int allocations = 0;
 };
 

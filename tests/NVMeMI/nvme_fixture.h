@@ -61,7 +61,7 @@ protected:
     NvmeSmbusTest();
     ~NvmeSmbusTest() override;
 
-    /// A call's result and output where the drive answers with these in turn, integrity check
+    /// A call's result and output if the drive answers with these in turn, integrity check
     /// included, then keeps silent.
     Outcome exchange(std::initializer_list<Bytes> responses, const std::function<int32_t()>& call);
     /// What went out in the last exchange: whole MCTP packets as hex.

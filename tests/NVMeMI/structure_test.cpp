@@ -28,7 +28,7 @@ Bytes le16(size_t value) {
 
 class MiStructure : public test::NvmeTest {
 protected:
-    /// Reads a structure where the response says that it has this length, and has this many bytes.
+    /// Reads a structure whose response says that it has this length, and has this many bytes.
     Outcome read(uint8_t type, size_t says, size_t has, uint32_t capacity = 5120) {
         start_over();
         room = Guarded(capacity);
@@ -163,7 +163,7 @@ TEST_F(MiStructure, NullArgumentsAreRefusedWithoutAnExchange) {
 
 class MiVpd : public test::NvmeTest {
 protected:
-    /// Reads this many bytes where so many come.
+    /// Reads this many bytes when so many come.
     int32_t read(uint16_t length, size_t comes) {
         start_over();
         room = Guarded(length);

@@ -86,7 +86,7 @@ TEST_F(DebugLogIntruder, ALockThatIsReleasedInTimeIsTaken) {
     EXPECT_EQ(tries, 3) << "two tries, and the release";
 }
 
-/// Write calls of this process so far; empty where the system does not count them.
+/// Write calls of this process so far; empty if the system does not count them.
 std::optional<long> write_calls() {
     std::ifstream counters("/proc/self/io");
     for (std::string line; std::getline(counters, line);) {

@@ -48,7 +48,7 @@ protected:
         }
     }
 
-    /// Discovery on a board where these channels answer.
+    /// Discovery on a board on which these channels answer.
     Outcome discover(const std::set<uint8_t>& present) {
         start_over();
         for (unsigned package = 0; package < 8; package++) {
@@ -62,7 +62,7 @@ protected:
         return test::run([&] { return ncsi_discovery(&ctx); });
     }
 
-    /// What was asked and printed, up to and with a package, where these channels answer.
+    /// What was asked and printed, up to and with a package, if these channels answer.
     void expect_sweep(const Outcome& outcome, unsigned last_package,
                       const std::set<uint8_t>& present) {
         Texts requests;
@@ -195,7 +195,7 @@ TEST_F(NcsiDiscovery, AContextWithoutTransferIsRefused) {
 
 class NcsiOemDiscovery : public NcsiDiscovery {
 protected:
-    /// Discovery on a board where this channel of package 0 answers; 8: none.
+    /// Discovery on a board on which this channel of package 0 answers; 8: none.
     Outcome oem_discover(uint8_t first) {
         start_over();
         endpoint.answers.assign(first, MctpAnswer::failure());

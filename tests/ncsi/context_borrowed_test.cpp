@@ -103,7 +103,7 @@ protected:
         channel.sensor_index = 9;
     }
 
-    /// A call's result and output where the controller answers with these payloads in turn.
+    /// A call's result and output if the controller answers with these payloads in turn.
     Outcome call(const Command& command) {
         const Endpoint controller(
             [&, next = size_t{0}](uint8_t type, const Bytes& sent) mutable -> std::optional<Bytes> {

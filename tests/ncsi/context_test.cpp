@@ -32,7 +32,7 @@ Endpoint::Handler channel_alone(uint8_t channel) {
     };
 }
 
-/// What discovery prints where only channel 5 of package 0 answers.
+/// What discovery prints if only channel 5 of package 0 answers.
 constexpr const char* kChannel5 =
     "clear init state failed. channel_id:00\n"
     "clear init state failed. channel_id:01\n"

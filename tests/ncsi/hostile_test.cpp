@@ -27,7 +27,7 @@ struct Command {
     uint8_t channel;              ///< that is addressed
     std::vector<Bytes> payloads;  ///< of its responses in turn
     std::vector<size_t> needed;   ///< bytes without which each response is refused
-    int32_t good;                 ///< result where they are good
+    int32_t good;                 ///< result if they are good
     int32_t (*call)(ncsi_channel*);
     bool locks = false;  ///< goes through the exchange under locks
 

@@ -79,7 +79,7 @@ protected:
     Outcome exchange(const Bytes& content = request_of(16), int32_t capacity = 24) {
         return NcsiExchangeTest::exchange(GetParam().exchange, content, capacity);
     }
-    /// Exchanges where this is the answer.
+    /// Exchanges with this as the answer.
     Outcome exchange_for(MctpAnswer reply) {
         start_over();
         endpoint.answers = {std::move(reply)};

@@ -25,7 +25,7 @@ Bytes ncsi_response(uint8_t type, uint8_t channel, const Bytes& payload = {}, ui
 /// "Command is not supported".
 Bytes ncsi_unsupported(uint8_t type, uint8_t channel);
 
-/// The line that the exchange prints where codes or length of a response are no success.
+/// The line that the exchange prints if codes or length of a response are no success.
 std::string not_successful(uint16_t code, uint16_t reason, int32_t length);
 
 /// Fixture: a context with both transfer operations, bound to a fake endpoint of bus 3.

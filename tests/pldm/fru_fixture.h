@@ -26,7 +26,7 @@ class FruTest : public PldmTest {
 protected:
     using Texts = std::vector<std::string>;
 
-    /// What pldm_transfer prints where no answer came.
+    /// What pldm_transfer prints if no answer came.
     static constexpr const char* kXferFailed =
         "do retrying to xfer PLDM messages - 0\nfailed to xfer PLDM messages\n";
 

@@ -60,7 +60,7 @@ struct Command {
     size_t needed;             ///< bytes without which the answer is refused
     std::vector<int> results;  ///< of answers that are not good; 0 beside them
     int allocations;           ///< what a good answer takes
-    int32_t no_memory;         ///< result where one of them fails
+    int32_t no_memory;         ///< result if one of them fails
     std::function<int32_t(Caller&)> call;
     unsigned traits = 0;
 
@@ -205,7 +205,7 @@ protected:
         return result;
     }
 
-    /// The command over SMBus, where this block is all that the device writes.
+    /// The command over SMBus, if this block is all that the device writes.
     void offer_block(const Bytes& block);
 
     Bytes good_block() const {

@@ -19,7 +19,7 @@ using test::pdr_answer;
 
 class PdrHostile : public test::PdrRepository {
 protected:
-    /// The log is off but where its messages count: what is printed is read all the same.
+    /// The log is off unless its messages count: what is printed is read all the same.
     PdrHostile() { libc.present.clear(); }
 
     /// Does with a decoded record what depends on its contents, in memory of exactly its size.

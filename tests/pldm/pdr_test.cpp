@@ -36,7 +36,7 @@ int32_t decode_numeric(const Bytes& raw, Guarded& out) {
     return result;
 }
 
-/// What a record of numeric_pdr() must look like, where it was filled with fill before.
+/// What a record of numeric_pdr() must look like, if it was filled with fill before.
 Bytes decoded(uint8_t data_size, uint8_t range_format, uint8_t fill) {
     Bytes record = test::numeric_pdr(data_size, range_format);
     record.resize(45);

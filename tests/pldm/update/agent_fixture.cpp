@@ -14,7 +14,7 @@ namespace test {
 FwUpdateTest* FwUpdateTest::recorder_;
 int32_t FwUpdateTest::exchange_result_;
 
-/// -1 where no recorder lives.
+/// -1 if no recorder lives.
 int32_t record_state(pldm_fw_update_ctx* ctx) {
     FwUpdateTest* const recorder = FwUpdateTest::recorder_;
     if (recorder == nullptr) {

@@ -283,7 +283,7 @@ TEST_F(PldmRequestFirmwareData, APieceThatPassesTheEndOfTheFileTakesTheRestOfThe
     set_component(0, 0x1234);
     EXPECT_EQ(ask_for(256, 64).result, 0);  // 300 % 64 = 44
     EXPECT_EQ(sent(), answer(256, 44, 64));
-    // Even where the file has more, or less.
+    // Even if the file has more, or less.
     EXPECT_EQ(ask_for(240, 64).result, 0);
     EXPECT_EQ(sent(), answer(240, 44, 64));
     EXPECT_EQ(ask_for(280, 64).result, 0);

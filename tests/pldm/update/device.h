@@ -40,7 +40,7 @@ public:
     std::deque<std::string> asks;
     /// What it asks after each UpdateComponent that it takes, in place of asks.
     std::deque<Texts> loads;
-    std::function<std::string()> asks_always;  ///< where set, gives its requests once asks is empty
+    std::function<std::string()> asks_always;  ///< if set, gives its requests once asks is empty
     int64_t wait = 60;                         ///< seconds of a receive without a message
     int failing_send = 0;                      ///< the n-th answer from now cannot be sent
     std::function<void()> on_receive;          ///< runs at the start of each receive

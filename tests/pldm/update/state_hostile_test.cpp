@@ -48,7 +48,7 @@ protected:
         set_components({kComponent});
     }
 
-    /// The command where this is all that ever comes.
+    /// The command when this is all that ever comes.
     int32_t offer(const MctpAnswer& answer) {
         endpoint.answers.assign(10, answer);
         ctx.component_index = 0;

@@ -17,7 +17,7 @@ std::string offered(const std::string& number, const std::string& stamp) {
            ",\ncomponent_comparison_stamp : " + stamp + ",\ncomponent_size : 28,\n";
 }
 
-/// What follows where the device refuses a component of update_package().
+/// What follows if the device refuses a component of update_package().
 std::string skipped(const std::string& index) {
     return "Component will no be updated, response code: 0x6,\n"
            "Give up component image index = " +

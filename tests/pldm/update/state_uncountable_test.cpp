@@ -36,7 +36,7 @@ protected:
     template <typename Call>
     void expect_end(uint8_t state, int32_t result, const Call& call) {
         for (const uint16_t count : {0, 1, 255, 256, 300, 65535}) {
-            // Where the count is larger than the list, there is no list.
+            // If the count is larger than the list, there is no list.
             pldm_update_component* const list = ctx.update_list;
             ctx.update_list = count > kMany ? nullptr : list;
             for (const uint8_t index : {0, 1, 253, 254, 255}) {
