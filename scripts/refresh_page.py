@@ -4,7 +4,7 @@
 
 usage: refresh_page.py TOOL PAGE
 
-They run in a folder with the files of make_examples.py. Where the page leaves lines out ("..."), as many
+They run in a folder with the files of make_examples.py. If the page leaves lines out ("..."), as many
 lines as before stay in front of them and behind. A command may fail only if the page shows an error;
 otherwise the page stays as it is and the exit status is 1.
 """

@@ -31,7 +31,7 @@ struct Record {
 /// For the test runner's messages.
 void PrintTo(const Record& record, std::ostream* stream);
 
-/// Whether the folder with recorded traffic is there. Where it is not, tests skip and say so.
+/// Whether the folder with recorded traffic is there. If it is not, tests skip and say so.
 bool have_records();
 /// What a skipped test says.
 std::string absence();

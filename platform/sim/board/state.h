@@ -88,7 +88,7 @@ std::array<uint8_t, 48> encode_mux(const MuxPath& path);
 /// @return nothing for bytes that are no such setting
 std::optional<MuxPath> decode_mux(const uint8_t* setting);
 
-/// Makes a board from a parsed file. Where the place's errors have something, it is not one to use.
+/// Makes a board from a parsed file. If the place's errors have something, it is not one to use.
 /// @throws FileError
 std::unique_ptr<BoardState> read_board(const Place& root);
 
