@@ -72,34 +72,37 @@ std::optional<Bytes> ControlResponder::answer(ByteView request) {
         out.push_back(size ? kInvalidLength : kUnsupported);
         return out;
     }
+    const std::optional<Bytes> result = execute(command, data);
+    if (!result) {
+        return std::nullopt;
+    }
+    append(out, *result);
+    return out;
+}
+
+std::optional<Bytes> ControlResponder::execute(uint8_t command, ByteView data) {
+    Bytes out{kSuccess};
     switch (command) {
         case kSetEndpointIdCommand:
-            append(out, set_endpoint_id(data));
-            break;
+            return set_endpoint_id(data);
         case kGetEndpointIdCommand:
-            append(out, get_endpoint_id());
-            break;
+            return get_endpoint_id();
         case kGetEndpointUuid:
-            out.push_back(kSuccess);
             append(out, uuid_);
             break;
         case kGetVersionSupportCommand:
-            append(out, get_version_support(data));
-            break;
+            return get_version_support(data);
         case kGetMessageTypeSupport:
-            out.push_back(kSuccess);
             out.push_back(static_cast<uint8_t>(types_.size()));
             append(out, types_);
             break;
         case kPrepareForEndpointDiscovery:
             discovered_ = false;
-            out.push_back(kSuccess);
             break;
         default:  // Endpoint Discovery: an endpoint that has been discovered keeps silent.
             if (discovered_) {
                 return std::nullopt;
             }
-            out.push_back(kSuccess);
     }
     return out;
 }
@@ -126,10 +129,10 @@ Bytes ControlResponder::set_endpoint_id(ByteView data) {
 
 Bytes ControlResponder::get_endpoint_id() const {
     // EID dynamic, or a static one in use, or a static one replaced.
-    enum EidType : uint8_t { kDynamic = 0, kIsStatic = 2, kReplaced = 3 };
+    enum EidType : uint8_t { kDynamic = 0, kStatic = 2, kReplaced = 3 };
     EidType type = kDynamic;
     if (static_eid_ != 0) {
-        type = endpoint_.eid() == static_eid_ ? kIsStatic : kReplaced;
+        type = endpoint_.eid() == static_eid_ ? kStatic : kReplaced;
     }
     constexpr uint8_t kBusOwnerOrBridge = 0x10;
     const uint8_t endpoint_type = bus_owner_ ? kBusOwnerOrBridge : 0;

@@ -32,6 +32,8 @@ public:
     void reset();
 
 private:
+    /// @return what follows the command code; nothing if there is no answer
+    std::optional<Bytes> execute(uint8_t command, ByteView data);
     Bytes set_endpoint_id(ByteView data);
     Bytes get_endpoint_id() const;
     Bytes get_version_support(ByteView data) const;

@@ -39,6 +39,22 @@ void MctpEndpoint::drop(const Assembly* assembly) {
     assemblies_.erase(assemblies_.begin() + (assembly - assemblies_.data()));
 }
 
+MctpEndpoint::Assembly* MctpEndpoint::begin(ByteView packet) {
+    const uint8_t tag_bits = packet[3] & kTagBits;
+    if (const Assembly* unfinished = find(packet[2], tag_bits)) {
+        drop(unfinished);
+    }
+    if (assemblies_.size() >= kMostAssemblies) {
+        drop(&assemblies_.front());
+    }
+    Assembly& assembly = assemblies_.emplace_back();
+    assembly.source_eid = packet[2];
+    assembly.destination_eid = packet[1];
+    assembly.tag_bits = tag_bits;
+    assembly.unit = packet.size() - kHeaderSize;
+    return &assembly;
+}
+
 std::optional<Message> MctpEndpoint::finish(Assembly* assembly) {
     Message message;
     message.type = assembly->bytes[0];
@@ -60,25 +76,13 @@ std::optional<Message> MctpEndpoint::receive(ByteView packet) {
         return std::nullopt;
     }
     const uint8_t flags = packet[3];
-    ByteView payload = packet.subspan(kHeaderSize);
+    const ByteView payload = packet.subspan(kHeaderSize);
 
-    Assembly* assembly = find(packet[2], flags & kTagBits);
-    if ((flags & kStart) != 0) {
-        if (assembly != nullptr) {
-            drop(assembly);
-        }
-        if (assemblies_.size() >= kMostAssemblies) {
-            drop(&assemblies_.front());
-        }
-        assembly = &assemblies_.emplace_back();
-        assembly->source_eid = packet[2];
-        assembly->destination_eid = destination;
-        assembly->tag_bits = flags & kTagBits;
-        assembly->unit = payload.size();
-    } else {
-        if (assembly == nullptr) {
-            return std::nullopt;
-        }
+    Assembly* assembly = (flags & kStart) != 0 ? begin(packet) : find(packet[2], flags & kTagBits);
+    if (assembly == nullptr) {
+        return std::nullopt;
+    }
+    if ((flags & kStart) == 0) {
         // DSP0236, clause 8.8: a gap in the sequence, or a middle packet of another size, ends
         // the assembly.
         const bool in_sequence = sequence_of(flags) == ((assembly->sequence + 1) & 3);

@@ -66,6 +66,8 @@ private:
 
     Assembly* find(uint8_t source_eid, uint8_t tag_bits);
     void drop(const Assembly* assembly);
+    /// Begins the message of a first packet, in the place of an unfinished one of its tag.
+    Assembly* begin(ByteView packet);
     std::optional<Message> finish(Assembly* assembly);
 
     uint8_t eid_;

@@ -125,6 +125,23 @@ const NcsiFault* NcsiController::strike(NcsiFault::Kind kind, NcsiCommand comman
     return found != settings_.faults.end() ? &*found : nullptr;
 }
 
+NcsiCommand NcsiController::identify(uint8_t type, ByteView payload) {
+    switch (type) {
+        case kClearInitialState:
+            return NcsiCommand::kClearInitialState;
+        case kSelectPackage:
+            return NcsiCommand::kSelectPackage;
+        case kDeselectPackage:
+            return NcsiCommand::kDeselectPackage;
+        case kGetLinkStatus:
+            return NcsiCommand::kGetLinkStatus;
+        case kOem:
+            return identify_oem(payload);
+        default:
+            return NcsiCommand::kOther;
+    }
+}
+
 std::optional<NcsiController::Request> NcsiController::take(ByteView packet) {
     if (packet.size() < kHeaderSize || packet[kRevision] != kThisRevision ||
         (packet[kType] & kResponse) != 0) {
@@ -146,25 +163,7 @@ std::optional<NcsiController::Request> NcsiController::take(ByteView packet) {
     request.type = packet[kType];
     request.channel_id = packet[kChannel];
     request.payload = packet.subspan(kHeaderSize, length);
-    switch (request.type) {
-        case kClearInitialState:
-            request.command = NcsiCommand::kClearInitialState;
-            break;
-        case kSelectPackage:
-            request.command = NcsiCommand::kSelectPackage;
-            break;
-        case kDeselectPackage:
-            request.command = NcsiCommand::kDeselectPackage;
-            break;
-        case kGetLinkStatus:
-            request.command = NcsiCommand::kGetLinkStatus;
-            break;
-        case kOem:
-            request.command = identify_oem(request.payload);
-            break;
-        default:
-            break;
-    }
+    request.command = identify(request.type, request.payload);
     return request;
 }
 

@@ -74,6 +74,7 @@ private:
         Bytes data;
     };
 
+    static NcsiCommand identify(uint8_t type, ByteView payload);
     static NcsiCommand identify_oem(ByteView payload);
 
     std::optional<Request> take(ByteView packet);

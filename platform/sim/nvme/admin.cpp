@@ -116,11 +116,8 @@ Bytes part_of(const NvmeCompletion& completion, uint32_t offset, uint32_t length
 
 }  // namespace
 
-NvmeDrive::Response NvmeDrive::admin(ByteView body) {
-    if (body.size() < kRequestSize) {
-        return {kNvmeInvalidCommandSize, 0, {}};
-    }
-    const NvmeAdminCommand command = decode(body);
+std::optional<NvmeDrive::Response> NvmeDrive::objection(const NvmeAdminCommand& command,
+                                                        bool sized) const {
     if (!config_.controllers.contains(command.controller)) {
         return invalid_parameter(kControllerByte);
     }
@@ -130,12 +127,22 @@ NvmeDrive::Response NvmeDrive::admin(ByteView body) {
     if (command.length % 4 != 0 || command.length > kMostData) {
         return invalid_parameter(kLengthByte);
     }
-    const bool sized = (body[kFlags] & kLengthValid) != 0;
     if (takes_data(command.opcode) ? sized && command.data.size() != command.length
                                    : !command.data.empty()) {
-        return {kNvmeInvalidDataSize, 0, {}};
+        return Response{kNvmeInvalidDataSize, 0, {}};
     }
+    return std::nullopt;
+}
 
+NvmeDrive::Response NvmeDrive::admin(ByteView body) {
+    if (body.size() < kRequestSize) {
+        return {kNvmeInvalidCommandSize, 0, {}};
+    }
+    const NvmeAdminCommand command = decode(body);
+    const bool sized = (body[kFlags] & kLengthValid) != 0;
+    if (std::optional<Response> refusal = objection(command, sized)) {
+        return *std::move(refusal);
+    }
     NvmeCompletion completion = execute(command);
     if (completion.status != NvmeStatus::kSuccess) {
         note_error(command, completion.status);
@@ -171,7 +178,6 @@ NvmeStatus NvmeDrive::gate(const NvmeAdminCommand& command) const {
 }
 
 NvmeCompletion NvmeDrive::execute(const NvmeAdminCommand& command) {
-    constexpr uint64_t kDwordSize = 4;
     if (const NvmeStatus status = gate(command); status != NvmeStatus::kSuccess) {
         return status;
     }
@@ -189,10 +195,7 @@ NvmeCompletion NvmeDrive::execute(const NvmeAdminCommand& command) {
         case kFirmwareCommitCommand:
             return firmware_.commit(command.dwords[10] & 7, command.dwords[10] >> 3 & 7);
         case kFirmwareDownloadCommand:
-            if (command.data.size() != (command.dwords[10] + uint64_t{1}) * kDwordSize) {
-                return NvmeStatus::kInvalidField;
-            }
-            return firmware_.download(command.dwords[11] * kDwordSize, command.data);
+            return download(command);
         case kNamespaceAttachmentCommand:
             return namespaces_.attach(command);
         case kLockdownCommand:
@@ -204,9 +207,21 @@ NvmeCompletion NvmeDrive::execute(const NvmeAdminCommand& command) {
         case kPassthroughCommand:
             return passthrough(command);
         default:
-            break;
+            return vendor_command(command.opcode);
     }
-    const auto vendor = settings_.vendor.find(command.opcode);
+}
+
+NvmeCompletion NvmeDrive::download(const NvmeAdminCommand& command) {
+    constexpr uint64_t kDwordSize = 4;
+    if (command.data.size() != (command.dwords[10] + uint64_t{1}) * kDwordSize) {
+        return NvmeStatus::kInvalidField;
+    }
+    return firmware_.download(command.dwords[11] * kDwordSize, command.data);
+}
+
+/// A command that the board file gives the drive.
+NvmeCompletion NvmeDrive::vendor_command(uint8_t opcode) const {
+    const auto vendor = settings_.vendor.find(opcode);
     if (vendor == settings_.vendor.end()) {
         return NvmeStatus::kInvalidOpcode;
     }

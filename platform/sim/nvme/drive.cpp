@@ -190,6 +190,20 @@ std::optional<NvmeDrive::Response> NvmeDrive::faulty(NvmeCommandSet set, uint8_t
     return std::nullopt;
 }
 
+NvmeDrive::Response NvmeDrive::respond(NvmeCommandSet set, ByteView request) {
+    if (std::optional<Response> fault = faulty(set, request[kOpcode])) {
+        return *std::move(fault);
+    }
+    switch (set) {
+        case NvmeCommandSet::kManagement:
+            return manage(request);
+        case NvmeCommandSet::kAdmin:
+            return admin(request);
+        default:
+            return {kNvmeInvalidOpcode, 0, {}};
+    }
+}
+
 std::optional<NvmeAnswer> NvmeDrive::answer(ByteView body, double seconds) {
     using Kind = NvmeFault::Kind;
     const std::optional<ByteView> request = take(body);
@@ -204,19 +218,12 @@ std::optional<NvmeAnswer> NvmeDrive::answer(ByteView body, double seconds) {
     if (strike(Kind::kNoAnswer, set, opcode) != nullptr) {
         return std::nullopt;
     }
-    std::optional<Response> response = faulty(set, opcode);
-    if (!response && set == NvmeCommandSet::kManagement) {
-        response = manage(*request);
-    } else if (!response && set == NvmeCommandSet::kAdmin) {
-        response = admin(*request);
-    } else if (!response) {
-        response = Response{kNvmeInvalidOpcode, 0, {}};
-    }
-    if (response->silent) {
+    Response response = respond(set, *request);
+    if (response.silent) {
         return std::nullopt;
     }
     if (const NvmeFault* fault = strike(Kind::kOverLong, set, opcode)) {
-        response->data.insert(response->data.end(), fault->value, 0xEE);
+        response.data.insert(response.data.end(), fault->value, 0xEE);
     }
 
     NvmeAnswer answer;
@@ -224,7 +231,7 @@ std::optional<NvmeAnswer> NvmeDrive::answer(ByteView body, double seconds) {
     const auto units = static_cast<uint32_t>((settings_.processing_us + 99'999) / 100'000);
     answer.in_advance.assign(more != nullptr ? more->value : settings_.more_processing,
                              compose(kind, kNvmeMoreProcessing, units << 8, {}));
-    answer.body = compose(kind, response->status, response->management, response->data);
+    answer.body = compose(kind, response.status, response.management, response.data);
     if (strike(Kind::kBadCheck, set, opcode) != nullptr) {
         answer.body.back() ^= 0xFF;
     }

@@ -113,6 +113,8 @@ private:
     std::optional<ByteView> take(ByteView body);
     const NvmeFault* strike(NvmeFault::Kind kind, NvmeCommandSet set, uint8_t opcode) const;
     std::optional<Response> faulty(NvmeCommandSet set, uint8_t opcode) const;
+    /// What becomes of a request that is answered, faults of its status included.
+    Response respond(NvmeCommandSet set, ByteView request);
     void subsystem_reset();
     void begin_anew();
 
@@ -120,6 +122,7 @@ private:
     Response manage(ByteView body);
     Response serve(const Request& request);
     Response read_data_structure(const Request& request) const;
+    Bytes subsystem_information() const;
     Bytes port_information(const NvmePort& port) const;
     Bytes controller_information(const NvmeControllerState& controller) const;
     Response poll_subsystem_health(const Request& request);
@@ -136,8 +139,12 @@ private:
 
     // The tunnel (NVMe-MI, NVM Express Admin command set).
     Response admin(ByteView body);
+    /// What is wrong with a request's fields; nothing if it can be executed.
+    std::optional<Response> objection(const NvmeAdminCommand& command, bool sized) const;
     NvmeCompletion execute(const NvmeAdminCommand& command);
     NvmeStatus gate(const NvmeAdminCommand& command) const;
+    NvmeCompletion download(const NvmeAdminCommand& command);
+    NvmeCompletion vendor_command(uint8_t opcode) const;
     NvmeCompletion passthrough(NvmeAdminCommand command);
     NvmeCompletion lockdown(const NvmeAdminCommand& command);
     NvmeCompletion sanitize(const NvmeAdminCommand& command);

@@ -5,7 +5,12 @@
 namespace sim {
 
 namespace {
-enum Select : uint32_t { kSelectCurrent = 0, kSelectDefault = 1, kSelectSaved = 2, kSelectCan = 3 };
+enum Select : uint32_t {
+    kSelectCurrent = 0,
+    kSelectDefault = 1,
+    kSelectSaved = 2,
+    kSelectCapabilities = 3
+};
 constexpr uint32_t kSave = 1u << 31;
 }  // namespace
 
@@ -17,10 +22,10 @@ const NvmeFeature* NvmeDrive::feature(uint8_t id) const {
 NvmeCompletion NvmeDrive::get_features(const NvmeAdminCommand& command) const {
     const NvmeFeature* found = feature(static_cast<uint8_t>(command.dwords[10]));
     const uint32_t select = command.dwords[10] >> 8 & 7;
-    if (found == nullptr || select > kSelectCan) {
+    if (found == nullptr || select > kSelectCapabilities) {
         return NvmeStatus::kInvalidField;
     }
-    if (select == kSelectCan) {
+    if (select == kSelectCapabilities) {
         constexpr uint32_t kSaveable = 1u << 0;
         constexpr uint32_t kChangeable = 1u << 2;
         NvmeCompletion completion;

@@ -64,6 +64,15 @@ constexpr std::array<std::pair<NvmeCommandSet, uint8_t>, 9> kOptional = {{
     {NvmeCommandSet::kAdmin, 0x84},
 }};
 
+Bytes optional_commands() {
+    Bytes out;
+    append_le16(out, static_cast<uint16_t>(kOptional.size()));
+    for (const auto& [set, opcode] : kOptional) {
+        append(out, Bytes{static_cast<uint8_t>(static_cast<uint8_t>(set) << 3), opcode});
+    }
+    return out;
+}
+
 /// Degrees Celsius as a subsystem health data structure has them.
 uint8_t composite_temperature(double celsius) {
     constexpr double kHottest = 127;
@@ -167,6 +176,16 @@ NvmeDrive::Response NvmeDrive::serve(const Request& request) {
     }
 }
 
+Bytes NvmeDrive::subsystem_information() const {
+    constexpr uint8_t kMajor = 1;
+    constexpr uint8_t kMinor = 2;
+    Bytes out(kStructureSize);
+    out[0] = static_cast<uint8_t>(config_.ports.size() - 1);
+    out[1] = kMajor;
+    out[2] = kMinor;
+    return out;
+}
+
 Bytes NvmeDrive::port_information(const NvmePort& port) const {
     Bytes out(kStructureSize);
     out[0] = static_cast<uint8_t>(port.type);
@@ -203,17 +222,12 @@ Bytes NvmeDrive::controller_information(const NvmeControllerState& controller) c
 }
 
 NvmeDrive::Response NvmeDrive::read_data_structure(const Request& request) const {
-    constexpr uint8_t kMajor = 1;
-    constexpr uint8_t kMinor = 2;
     const auto controller = static_cast<uint16_t>(request.dword0);
     const uint8_t port = byte_of(request.dword0, 2);
     Bytes out;
     switch (byte_of(request.dword0, 3)) {
         case kSubsystemStructure:
-            out.resize(kStructureSize);
-            out[0] = static_cast<uint8_t>(config_.ports.size() - 1);
-            out[1] = kMajor;
-            out[2] = kMinor;
+            out = subsystem_information();
             break;
         case kPortStructure:
             if (port >= config_.ports.size()) {
@@ -233,10 +247,7 @@ NvmeDrive::Response NvmeDrive::read_data_structure(const Request& request) const
             break;
         }
         case kOptionalCommandsStructure:
-            append_le16(out, static_cast<uint16_t>(kOptional.size()));
-            for (const auto& [set, opcode] : kOptional) {
-                append(out, Bytes{static_cast<uint8_t>(static_cast<uint8_t>(set) << 3), opcode});
-            }
+            out = optional_commands();
             break;
         default:
             return invalid_parameter(kDword0Byte + 3);

@@ -165,6 +165,16 @@ Bytes PdrRepository::info() const {
     return pldm_reply(kPldmSuccess, out);
 }
 
+size_t PdrRepository::part_size(const Record& record, size_t at, size_t asked) const {
+    size_t size = std::min(record.bytes.size() - at, asked);
+    for (const size_t most : {record.part_size, part_size_}) {
+        if (most != 0) {
+            size = std::min(size, most);
+        }
+    }
+    return size;
+}
+
 Bytes PdrRepository::get(ByteView data) const {
     const size_t position = find(le32(data, 0));
     const uint8_t operation = data[8];
@@ -191,14 +201,8 @@ Bytes PdrRepository::get(ByteView data) const {
         }
         at = handle - record.start;
     }
-    const size_t rest = record.bytes.size() - at;
-    size_t size = std::min(rest, asked);
-    for (size_t most : {record.part_size, part_size_}) {
-        if (most != 0) {
-            size = std::min(size, most);
-        }
-    }
-    const bool last = size == rest;
+    const size_t size = part_size(record, at, asked);
+    const bool last = at + size == record.bytes.size();
     Bytes out;
     append_le32(out, handle_at(position + 1));
     append_le32(out, last ? 0 : static_cast<uint32_t>(record.start + at + size));

@@ -39,6 +39,8 @@ private:
     /// @return the position of the record that has a handle, the number of records if none has
     size_t find(uint32_t handle) const;
     uint32_t handle_at(size_t position) const;
+    /// How many bytes of a record one answer has. @param at  where its part begins
+    size_t part_size(const Record& record, size_t at, size_t asked) const;
 
     std::vector<Record> records_;
     size_t part_size_ = 0;
