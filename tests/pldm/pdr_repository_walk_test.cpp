@@ -264,7 +264,7 @@ protected:
     /// Makes the n-th answer, from 0; an empty one fails the exchange.
     using Script = std::function<Bytes(unsigned n)>;
 
-    /// @return the result. What is asked for beyond ASKED_MAX fails
+    /// @return the result. What is asked for beyond kAskedMax fails
     int32_t walk_over(Script script) {
         static Script answer_of;
         static unsigned count;

@@ -35,7 +35,7 @@ namespace test {
  *                   pass through; the library's live blocks are counted
  *
  * Each can be made to fail: fail["fopen"] = 2 makes the second call from now fail, and only that.
- * Setting a call to EVERY makes all of them fail. errno is then failure_errno.
+ * Setting a call to kEvery makes all of them fail. errno is then failure_errno.
  */
 class LibcPatch {
 public:
