@@ -117,7 +117,7 @@ Run update(const std::string& package, uint32_t size, uint32_t transfer_size) {
     require(pldm_fw_update_init(&ctx, &endpoint) == 0, "the device cannot be updated");
     ctx.max_transfer_size = transfer_size;
     require(pldm_nic_update(package.c_str(), &ctx, nullptr, 0) == 0, "the update failed");
-    sim::Firmware& device = *board->firmware("nic0");
+    sim::PldmFirmware& device = *board->firmware("nic0");
     require(device.active().text == "new" && !device.first_difference(0), "a wrong image");
 
     Run run;

@@ -14,9 +14,9 @@ using board_test::Binding;
 using board_test::card_package;
 using board_test::UpdateReport;
 using board_test::UpdateRun;
-using sim::FirmwareFault;
-using sim::FirmwareState;
-using Kind = sim::FirmwareFault::Kind;
+using sim::PldmFirmwareFault;
+using sim::PldmFirmwareState;
+using Kind = sim::PldmFirmwareFault::Kind;
 
 constexpr uint32_t kAlways = 0;
 constexpr uint8_t kRetriesExhausted = PLDM_CC_RETRIES_EXHAUSTED;
@@ -26,12 +26,12 @@ enum class Runs { kOld, kBoth, kSecondOnly };
 
 struct Scenario {
     const char* name;
-    std::vector<FirmwareFault> faults;
+    std::vector<PldmFirmwareFault> faults;
     // What is expected; as written here, a whole update.
     int32_t update = 0;
     uint8_t mark = 0;
     uint8_t state = 6;
-    FirmwareState device = FirmwareState::kIdle;
+    PldmFirmwareState device = PldmFirmwareState::kIdle;
     Runs runs = Runs::kBoth;
     std::string firmware_keys{};  ///< further keys of the device, each with a comma in front
 };
@@ -40,60 +40,60 @@ void PrintTo(const Scenario& scenario, std::ostream* out) {
     *out << scenario.name;
 }
 
-FirmwareFault code(uint8_t command, uint8_t value, uint32_t at = 1, uint32_t count = 1) {
+PldmFirmwareFault code(uint8_t command, uint8_t value, uint32_t at = 1, uint32_t count = 1) {
     return {Kind::kCompletionCode, command, at, count, value, 0, 0};
 }
 
-FirmwareFault silent(uint8_t command, uint32_t at = 1, uint32_t count = 1) {
+PldmFirmwareFault silent(uint8_t command, uint32_t at = 1, uint32_t count = 1) {
     return {Kind::kNoAnswer, command, at, count, 0, 0, 0};
 }
 
-FirmwareFault other(uint8_t command, uint8_t value, uint32_t at = 1) {
+PldmFirmwareFault other(uint8_t command, uint8_t value, uint32_t at = 1) {
     return {Kind::kOtherCommand, command, at, 1, value, 0, 0};
 }
 
-FirmwareFault cut(uint8_t command, uint32_t length, uint32_t at = 1) {
+PldmFirmwareFault cut(uint8_t command, uint32_t length, uint32_t at = 1) {
     return {Kind::kTruncate, command, at, 1, 0, 0, length};
 }
 
-FirmwareFault refuse(uint8_t command, uint8_t value, uint32_t at = 1, uint32_t count = 1) {
+PldmFirmwareFault refuse(uint8_t command, uint8_t value, uint32_t at = 1, uint32_t count = 1) {
     return {Kind::kRefuseComponent, command, at, count, value, 0, 0};
 }
 
-FirmwareFault report(uint8_t command, uint8_t value) {
+PldmFirmwareFault report(uint8_t command, uint8_t value) {
     return {Kind::kResult, command, 1, 1, value, 0, 0};
 }
 
-FirmwareFault stall(uint8_t command, uint32_t at = 1) {
+PldmFirmwareFault stall(uint8_t command, uint32_t at = 1) {
     return {Kind::kStall, command, at, 1, 0, 0, 0};
 }
 
-FirmwareFault dead(uint8_t command, uint32_t at = 1) {
+PldmFirmwareFault dead(uint8_t command, uint32_t at = 1) {
     return {Kind::kDead, command, at, 1, 0, 0, 0};
 }
 
-FirmwareFault reset(uint8_t command, uint32_t at = 1) {
+PldmFirmwareFault reset(uint8_t command, uint32_t at = 1) {
     return {Kind::kReset, command, at, 1, 0, 0, 0};
 }
 
-FirmwareFault ask(uint32_t offset, uint32_t length) {
+PldmFirmwareFault ask(uint32_t offset, uint32_t length) {
     return {Kind::kAsk, sim::kFwRequestFirmwareData, 1, 1, 0, offset, length};
 }
 
-FirmwareFault instead(uint8_t command, uint8_t value) {
+PldmFirmwareFault instead(uint8_t command, uint8_t value) {
     return {Kind::kSendInstead, command, 1, 1, value, 0, 0};
 }
 
-FirmwareFault endless(uint8_t command) {
+PldmFirmwareFault endless(uint8_t command) {
     return {Kind::kEndless, command, 1, kAlways, 0, 0, 0};
 }
 
 /// Where an update ends, as the scenarios need it.
-constexpr auto kIdle = FirmwareState::kIdle;
-constexpr auto kLearn = FirmwareState::kLearnComponents;
-constexpr auto kReady = FirmwareState::kReadyXfer;
-constexpr auto kDownload = FirmwareState::kDownload;
-constexpr auto kVerify = FirmwareState::kVerify;
+constexpr auto kIdle = PldmFirmwareState::kIdle;
+constexpr auto kLearn = PldmFirmwareState::kLearnComponents;
+constexpr auto kReady = PldmFirmwareState::kReadyXfer;
+constexpr auto kDownload = PldmFirmwareState::kDownload;
+constexpr auto kVerify = PldmFirmwareState::kVerify;
 
 const std::string kFetches = R"(, "get_package_data": true)";
 const std::string kMetadata = R"(, "metadata": "00010203040506070809", "metadata_part_size": 4)";

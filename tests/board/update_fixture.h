@@ -62,7 +62,7 @@ protected:
         return device->components().at(component).active.text;
     }
 
-    sim::Firmware* device = nullptr;
+    sim::PldmFirmware* device = nullptr;
     std::string name = "nic0";  ///< of the card
     std::string path;           ///< of the package
 

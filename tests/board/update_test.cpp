@@ -13,7 +13,7 @@ using board_test::card_package;
 using board_test::image_of;
 using board_test::UpdateReport;
 using board_test::UpdateRun;
-using sim::FirmwareState;
+using sim::PldmFirmwareState;
 
 std::vector<uint8_t> bytes_of(sim::ByteView bytes) {
     return {bytes.begin(), bytes.end()};
@@ -30,7 +30,7 @@ protected:
         EXPECT_EQ(report.check, 0) << report.log;
         EXPECT_EQ(report.update, 0) << report.out;
         EXPECT_EQ(report.state, 6);
-        EXPECT_EQ(device->state(), FirmwareState::kIdle);
+        EXPECT_EQ(device->state(), PldmFirmwareState::kIdle);
         EXPECT_EQ(device->reason(), sim::kFwActivated);
         EXPECT_EQ(device->active().text, "NEW");
         EXPECT_EQ(component_version(0), "new-1");
@@ -161,10 +161,10 @@ TEST_P(Update, OnlyNewerDeviceIsForced) {
     EXPECT_NE(refused.out.find("Component will no be updated, response code: 0x1,\n"),
               std::string::npos);
     EXPECT_EQ(device->active().text, "OLD");
-    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kReadyXfer);
     // The device is in update mode still: the next update makes it leave that, and ends there.
     EXPECT_EQ(update(PLDM_FW_FLAG_FORCE).update, -1);
-    EXPECT_EQ(device->state(), FirmwareState::kIdle);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kIdle);
     expect_updated(update(PLDM_FW_FLAG_FORCE));
 }
 
@@ -257,7 +257,7 @@ TEST_F(GraphicsCard, EachFailureOfTheCheckHasAResultOfItsOwn) {
     board->set_main_power(false);
     EXPECT_EQ(update(0, pldm_check_GPU_firmware_image).check, -2);
     board->set_main_power(true);
-    device->set_faults({{sim::FirmwareFault::Kind::kNoAnswer, 0x01, 1, 1, 0, 0, 0}});
+    device->set_faults({{sim::PldmFirmwareFault::Kind::kNoAnswer, 0x01, 1, 1, 0, 0, 0}});
     EXPECT_EQ(update(0, pldm_check_GPU_firmware_image).check, -7);
     package.identifier[0] = 0;
     provide(package);

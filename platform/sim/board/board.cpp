@@ -197,7 +197,7 @@ void Board::set_pcie_open_fails(bool fails) {
     state_->pcie_open_fails = fails;
 }
 
-Firmware* Board::firmware(const std::string& device) {
+PldmFirmware* Board::firmware(const std::string& device) {
     std::lock_guard guard(state_->mutex);
     Device* found = state_->find_device(device);
     return found != nullptr ? found->firmware() : nullptr;

@@ -113,7 +113,7 @@ struct LockReport {
 };
 
 class BoardState;
-class Firmware;
+class PldmFirmware;
 class NcsiController;
 class NvmeDrive;
 struct Passing;
@@ -162,7 +162,7 @@ public:
     void set_pcie_open_fails(bool fails);
 
     /// The firmware device of a PLDM terminus, see pldm_firmware.h; null if the device has none.
-    Firmware* firmware(const std::string& device);
+    PldmFirmware* firmware(const std::string& device);
     /// The network controller that a device is, see ncsi/controller.h; null if it is none.
     NcsiController* ncsi(const std::string& device);
     /// The NVMe drive that a device is, see nvme/drive.h; null if it is none.

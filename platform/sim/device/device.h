@@ -18,7 +18,7 @@
 
 namespace sim {
 
-class Firmware;
+class PldmFirmware;
 class NcsiController;
 class NvmeDrive;
 
@@ -88,7 +88,7 @@ public:
     virtual void reset();
 
     /// The firmware device that a PLDM terminus has; null for others.
-    virtual Firmware* firmware() { return nullptr; }
+    virtual PldmFirmware* firmware() { return nullptr; }
     /// The network controller that the device is; null for others.
     virtual NcsiController* ncsi() { return nullptr; }
     /// The NVMe drive that the device is; null for others.

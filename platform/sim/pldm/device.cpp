@@ -63,7 +63,7 @@ PldmDevice::PldmDevice(ObjectReader& reader, const DeviceConfig& config, const C
     pdrs_ = PdrRepository(reader, numeric_, state_);
     reader.within("fru", [&](const Place& place) { fru_.emplace(place); });
     reader.within("firmware", [&](const Place& place) {
-        FirmwareConfig config = read_firmware(place);
+        PldmFirmwareConfig config = read_firmware(place);
         if (reader.sound()) {
             firmware_.emplace(std::move(config));
         }
@@ -115,20 +115,21 @@ std::span<const PldmDevice::Command> PldmDevice::firmware_commands() {
     // A version string of up to 255 bytes ends the three that have one.
     static constexpr std::array<Command, 11> kCommands{{
         {kFwQueryDeviceIdentifiers, 0, 0,
-         &PldmDevice::serve_firmware<&Firmware::query_device_identifiers>},
+         &PldmDevice::serve_firmware<&PldmFirmware::query_device_identifiers>},
         {kFwGetFirmwareParameters, 0, 0,
-         &PldmDevice::serve_firmware<&Firmware::get_firmware_parameters>},
-        {kFwRequestUpdate, 11, 266, &PldmDevice::serve_firmware<&Firmware::request_update>},
-        {kFwGetDeviceMetaData, 5, 5, &PldmDevice::serve_firmware<&Firmware::get_device_meta_data>},
+         &PldmDevice::serve_firmware<&PldmFirmware::get_firmware_parameters>},
+        {kFwRequestUpdate, 11, 266, &PldmDevice::serve_firmware<&PldmFirmware::request_update>},
+        {kFwGetDeviceMetaData, 5, 5,
+         &PldmDevice::serve_firmware<&PldmFirmware::get_device_meta_data>},
         {kFwPassComponentTable, 12, 267,
-         &PldmDevice::serve_firmware<&Firmware::pass_component_table>},
-        {kFwUpdateComponent, 19, 274, &PldmDevice::serve_firmware<&Firmware::update_component>},
-        {kFwGetMetaData, 5, 5, &PldmDevice::serve_firmware<&Firmware::get_meta_data>},
-        {kFwActivateFirmware, 1, 1, &PldmDevice::serve_firmware<&Firmware::activate_firmware>},
-        {kFwGetStatus, 0, 0, &PldmDevice::serve_firmware<&Firmware::get_status>},
+         &PldmDevice::serve_firmware<&PldmFirmware::pass_component_table>},
+        {kFwUpdateComponent, 19, 274, &PldmDevice::serve_firmware<&PldmFirmware::update_component>},
+        {kFwGetMetaData, 5, 5, &PldmDevice::serve_firmware<&PldmFirmware::get_meta_data>},
+        {kFwActivateFirmware, 1, 1, &PldmDevice::serve_firmware<&PldmFirmware::activate_firmware>},
+        {kFwGetStatus, 0, 0, &PldmDevice::serve_firmware<&PldmFirmware::get_status>},
         {kFwCancelUpdateComponent, 0, 0,
-         &PldmDevice::serve_firmware<&Firmware::cancel_update_component>},
-        {kFwCancelUpdate, 0, 0, &PldmDevice::serve_firmware<&Firmware::cancel_update>},
+         &PldmDevice::serve_firmware<&PldmFirmware::cancel_update_component>},
+        {kFwCancelUpdate, 0, 0, &PldmDevice::serve_firmware<&PldmFirmware::cancel_update>},
     }};
     return kCommands;
 }
@@ -164,7 +165,7 @@ std::optional<Bytes> PldmDevice::answer(uint8_t type, ByteView request) {
 std::optional<Bytes> PldmDevice::answer_firmware(ByteView request, Bytes header) {
     const uint8_t command = request[2];
     update_agent_ = requester_eid();
-    const Firmware::Verdict verdict = firmware_->begin(command, clock().now_us());
+    const PldmFirmware::Verdict verdict = firmware_->begin(command, clock().now_us());
     if (verdict.silent) {
         return std::nullopt;
     }
@@ -189,7 +190,7 @@ void PldmDevice::idle() {
     }
 }
 
-void PldmDevice::send_firmware_request(std::optional<Firmware::Request> request,
+void PldmDevice::send_firmware_request(std::optional<PldmFirmware::Request> request,
                                        uint64_t delay_us) {
     if (!request) {
         return;

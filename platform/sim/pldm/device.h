@@ -37,7 +37,7 @@ public:
     PldmDevice(ObjectReader& reader, const DeviceConfig& config, const Clock& clock);
 
     void reset() override;
-    Firmware* firmware() override { return firmware_ ? &*firmware_ : nullptr; }
+    PldmFirmware* firmware() override { return firmware_ ? &*firmware_ : nullptr; }
 
 protected:
     std::optional<Bytes> answer(uint8_t type, ByteView request) override;
@@ -65,7 +65,7 @@ private:
     const Type* find_type(uint8_t number) const;
     Bytes dispatch(uint8_t type, uint8_t command, ByteView data);
     std::optional<Bytes> answer_firmware(ByteView request, Bytes header);
-    void send_firmware_request(std::optional<Firmware::Request> request, uint64_t delay_us);
+    void send_firmware_request(std::optional<PldmFirmware::Request> request, uint64_t delay_us);
 
     // Base commands.
     Bytes set_tid(ByteView data);
@@ -102,7 +102,7 @@ private:
     std::vector<StateSensor> state_;
     PdrRepository pdrs_;
     std::optional<FruTable> fru_;
-    std::optional<Firmware> firmware_;
+    std::optional<PldmFirmware> firmware_;
     std::vector<Type> types_;   ///< those that the terminus speaks
     uint8_t update_agent_ = 0;  ///< EID of who sent the last firmware update request
 };

@@ -41,11 +41,11 @@ constexpr uint8_t kProgressUnknown = 0x65;
 
 /// A version string at the end of a request: type, length and text from an offset on. Nothing if
 /// the length is not that of the text.
-std::optional<FirmwareVersion> version_at(ByteView data, size_t offset, size_t text_at) {
+std::optional<PldmFirmwareVersion> version_at(ByteView data, size_t offset, size_t text_at) {
     if (data.size() != text_at + data[offset + 1]) {
         return std::nullopt;
     }
-    FirmwareVersion version;
+    PldmFirmwareVersion version;
     version.type = data[offset];
     version.text.assign(data.begin() + static_cast<std::ptrdiff_t>(text_at), data.end());
     return version;
@@ -56,26 +56,26 @@ void append_text(Bytes& out, const std::string& text) {
 }
 
 /// Type and length of a version string; no version is an empty one of unknown type.
-void append_string_head(Bytes& out, const std::optional<FirmwareVersion>& version) {
+void append_string_head(Bytes& out, const std::optional<PldmFirmwareVersion>& version) {
     out.push_back(version ? version->type : 0);
     out.push_back(version ? static_cast<uint8_t>(version->text.size()) : 0);
 }
 
 /// A version in a component parameter table entry: stamp, head of the string, date.
-void append_version(Bytes& out, const std::optional<FirmwareVersion>& version) {
+void append_version(Bytes& out, const std::optional<PldmFirmwareVersion>& version) {
     append_le32(out, version ? version->stamp : 0);
     append_string_head(out, version);
     append_text(out, version ? version->date : std::string(8, '\0'));
 }
 
 /// Whether the device took the component.
-bool applied(const FirmwareTransfer& transfer) {
+bool applied(const PldmFirmwareTransfer& transfer) {
     return transfer.apply_result && *transfer.apply_result <= 1;
 }
 
 }  // namespace
 
-Firmware::Firmware(FirmwareConfig config)
+PldmFirmware::PldmFirmware(PldmFirmwareConfig config)
     : settings_(std::move(config.settings)),
       active_(std::move(config.active)),
       pending_(std::move(config.pending)),
@@ -83,13 +83,13 @@ Firmware::Firmware(FirmwareConfig config)
       transfers_(components_.size()),
       images_(components_.size()) {}
 
-void Firmware::set_faults(std::vector<FirmwareFault> faults) {
+void PldmFirmware::set_faults(std::vector<PldmFirmwareFault> faults) {
     settings_.faults = std::move(faults);
     counts_ = {};
 }
 
-const FirmwareFault* Firmware::strike(Kind kind, uint8_t command) const {
-    for (const FirmwareFault& fault : settings_.faults) {
+const PldmFirmwareFault* PldmFirmware::strike(Kind kind, uint8_t command) const {
+    for (const PldmFirmwareFault& fault : settings_.faults) {
         if (fault.kind != kind || fault.command != command) {
             continue;
         }
@@ -101,39 +101,39 @@ const FirmwareFault* Firmware::strike(Kind kind, uint8_t command) const {
     return nullptr;
 }
 
-void Firmware::count_message(uint8_t command) {
+void PldmFirmware::count_message(uint8_t command) {
     if (command < kCommands) {
         ++counts_[command];
     }
 }
 
-void Firmware::enter(FirmwareState state) {
+void PldmFirmware::enter(PldmFirmwareState state) {
     previous_ = std::exchange(state_, state);
     outstanding_.reset();
     failed_ = false;
 }
 
-void Firmware::end_update(uint8_t reason) {
-    enter(FirmwareState::kIdle);
+void PldmFirmware::end_update(uint8_t reason) {
+    enter(PldmFirmwareState::kIdle);
     reason_ = reason;
 }
 
-void Firmware::check_idle(uint64_t now_us) {
+void PldmFirmware::check_idle(uint64_t now_us) {
     if (updating() && settings_.idle_us != 0 && now_us - last_heard_us_ >= settings_.idle_us) {
         end_update(static_cast<uint8_t>(kFwTimeoutLearn + static_cast<uint8_t>(state_) - 1));
     }
 }
 
-void Firmware::reset() {
+void PldmFirmware::reset() {
     end_update(kFwInitialized);
-    previous_ = FirmwareState::kIdle;
+    previous_ = PldmFirmwareState::kIdle;
     dead_ = stalled_ = false;
     if (!settings_.activates_at_once) {
         activate();
     }
 }
 
-Firmware::Verdict Firmware::begin(uint8_t command, uint64_t now_us) {
+PldmFirmware::Verdict PldmFirmware::begin(uint8_t command, uint64_t now_us) {
     if (dead_) {
         return {true, {}};
     }
@@ -153,32 +153,32 @@ Firmware::Verdict Firmware::begin(uint8_t command, uint64_t now_us) {
     if (strike(Kind::kNoAnswer, command) != nullptr) {
         return {true, {}};
     }
-    if (const FirmwareFault* fault = strike(Kind::kCompletionCode, command)) {
+    if (const PldmFirmwareFault* fault = strike(Kind::kCompletionCode, command)) {
         return {false, static_cast<uint8_t>(fault->value)};
     }
     return {};
 }
 
-void Firmware::finish(uint8_t command, Bytes& answer) const {
-    if (const FirmwareFault* fault = strike(Kind::kOtherCommand, command)) {
+void PldmFirmware::finish(uint8_t command, Bytes& answer) const {
+    if (const PldmFirmwareFault* fault = strike(Kind::kOtherCommand, command)) {
         answer[2] = static_cast<uint8_t>(fault->value);
     }
-    if (const FirmwareFault* fault = strike(Kind::kTruncate, command)) {
+    if (const PldmFirmwareFault* fault = strike(Kind::kTruncate, command)) {
         answer.resize(std::min<size_t>(answer.size(), fault->length));
     }
 }
 
 // ---- What the device is -------------------------------------------------------------------------
 
-Bytes Firmware::query_device_identifiers(ByteView) {
+Bytes PldmFirmware::query_device_identifiers(ByteView) {
     return pldm_reply(kPldmSuccess, settings_.identifiers);
 }
 
-Bytes Firmware::get_firmware_parameters(ByteView) {
+Bytes PldmFirmware::get_firmware_parameters(ByteView) {
     return pldm_reply(kPldmSuccess, settings_.parameters ? *settings_.parameters : parameters());
 }
 
-Bytes Firmware::parameters() const {
+Bytes PldmFirmware::parameters() const {
     Bytes out;
     append_le32(out, settings_.capabilities);
     append_le16(out, static_cast<uint16_t>(components_.size()));
@@ -186,7 +186,7 @@ Bytes Firmware::parameters() const {
     append_string_head(out, pending_);
     append_text(out, active_.text);
     append_text(out, pending_ ? pending_->text : "");
-    for (const FirmwareComponent& component : components_) {
+    for (const PldmFirmwareComponent& component : components_) {
         append_le16(out, component.classification);
         append_le16(out, component.identifier);
         out.push_back(component.index);
@@ -202,11 +202,11 @@ Bytes Firmware::parameters() const {
 
 // ---- The beginning of an update -----------------------------------------------------------------
 
-Bytes Firmware::request_update(ByteView data) {
+Bytes PldmFirmware::request_update(ByteView data) {
     if (updating()) {
         return pldm_reply(kAlreadyInUpdateMode);
     }
-    const std::optional<FirmwareVersion> offered = version_at(data, 9, 11);
+    const std::optional<PldmFirmwareVersion> offered = version_at(data, 9, 11);
     if (!offered) {
         return pldm_reply(kPldmInvalidLength);
     }
@@ -215,7 +215,7 @@ Bytes Firmware::request_update(ByteView data) {
     if (max_transfer < PiecePlan::kShortest || outstanding_requests == 0) {
         return pldm_reply(kPldmInvalidData);
     }
-    enter(FirmwareState::kLearnComponents);
+    enter(PldmFirmwareState::kLearnComponents);
     max_transfer_ = max_transfer;
     offered_ = *offered;
     table_begun_ = false;
@@ -233,11 +233,11 @@ Bytes Firmware::request_update(ByteView data) {
     return pldm_reply(kPldmSuccess, out);
 }
 
-Bytes Firmware::get_device_meta_data(ByteView data) {
+Bytes PldmFirmware::get_device_meta_data(ByteView data) {
     if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
     }
-    if (state_ != FirmwareState::kLearnComponents) {
+    if (state_ != PldmFirmwareState::kLearnComponents) {
         return pldm_reply(kInvalidState);
     }
     if (settings_.metadata.empty()) {
@@ -255,7 +255,7 @@ Bytes Firmware::get_device_meta_data(ByteView data) {
 }
 
 // Agents exist that ask the device for metadata by this command too. They get the first part.
-Bytes Firmware::get_meta_data(ByteView) {
+Bytes PldmFirmware::get_meta_data(ByteView) {
     if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
     }
@@ -266,7 +266,7 @@ Bytes Firmware::get_meta_data(ByteView) {
 }
 
 /// A part; its handle is where it stands in the metadata.
-Bytes Firmware::metadata_part(uint32_t handle, uint8_t command) {
+Bytes PldmFirmware::metadata_part(uint32_t handle, uint8_t command) {
     const bool endless = strike(Kind::kEndless, command) != nullptr;
     const ByteView all = settings_.metadata;
     const size_t at = endless ? handle % all.size() : std::min<size_t>(handle, all.size());
@@ -287,8 +287,8 @@ Bytes Firmware::metadata_part(uint32_t handle, uint8_t command) {
 
 // ---- Components ---------------------------------------------------------------------------------
 
-std::optional<size_t> Firmware::find_component(uint16_t classification, uint16_t identifier,
-                                               uint8_t index) const {
+std::optional<size_t> PldmFirmware::find_component(uint16_t classification, uint16_t identifier,
+                                                   uint8_t index) const {
     for (size_t i = 0; i < components_.size(); ++i) {
         if (components_[i].classification == classification &&
             components_[i].identifier == identifier && components_[i].index == index) {
@@ -299,7 +299,7 @@ std::optional<size_t> Firmware::find_component(uint16_t classification, uint16_t
 }
 
 /// Why a comparison stamp speaks against an update that is not forced.
-uint8_t Firmware::objection(size_t component, uint32_t stamp) const {
+uint8_t PldmFirmware::objection(size_t component, uint32_t stamp) const {
     const uint32_t mine = components_[component].active.stamp;
     if (!settings_.only_newer || stamp > mine) {
         return kNoObjection;
@@ -307,11 +307,11 @@ uint8_t Firmware::objection(size_t component, uint32_t stamp) const {
     return stamp == mine ? kStampIdentical : kStampLower;
 }
 
-Bytes Firmware::pass_component_table(ByteView data) {
+Bytes PldmFirmware::pass_component_table(ByteView data) {
     if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
     }
-    if (state_ != FirmwareState::kLearnComponents) {
+    if (state_ != PldmFirmwareState::kLearnComponents) {
         return pldm_reply(kInvalidState);
     }
     if (!version_at(data, 10, 12)) {
@@ -329,23 +329,23 @@ Bytes Firmware::pass_component_table(ByteView data) {
         transfers_[*found].passed = true;
         code = objection(*found, le32(data, 6));
     }
-    if (const FirmwareFault* fault = strike(Kind::kRefuseComponent, kFwPassComponentTable)) {
+    if (const PldmFirmwareFault* fault = strike(Kind::kRefuseComponent, kFwPassComponentTable)) {
         code = static_cast<uint8_t>(fault->value);
     }
     if (flag == kEnd || flag == kStartAndEnd) {
-        enter(FirmwareState::kReadyXfer);
+        enter(PldmFirmwareState::kReadyXfer);
     }
     return pldm_reply(kPldmSuccess, Bytes{static_cast<uint8_t>(code != kNoObjection), code});
 }
 
-Bytes Firmware::update_component(ByteView data) {
+Bytes PldmFirmware::update_component(ByteView data) {
     if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
     }
-    if (state_ != FirmwareState::kReadyXfer) {
+    if (state_ != PldmFirmwareState::kReadyXfer) {
         return pldm_reply(kInvalidState);
     }
-    std::optional<FirmwareVersion> version = version_at(data, 17, 19);
+    std::optional<PldmFirmwareVersion> version = version_at(data, 17, 19);
     if (!version) {
         return pldm_reply(kPldmInvalidLength);
     }
@@ -361,7 +361,7 @@ Bytes Firmware::update_component(ByteView data) {
         transfers_[*found].tried = true;
     }
     bool refused = code != kNoObjection;
-    if (const FirmwareFault* fault = strike(Kind::kRefuseComponent, kFwUpdateComponent)) {
+    if (const PldmFirmwareFault* fault = strike(Kind::kRefuseComponent, kFwUpdateComponent)) {
         refused = true;
         code = static_cast<uint8_t>(fault->value);
     }
@@ -375,9 +375,9 @@ Bytes Firmware::update_component(ByteView data) {
     return pldm_reply(kPldmSuccess, out);
 }
 
-void Firmware::start_transfer(size_t component, ByteView data) {
+void PldmFirmware::start_transfer(size_t component, ByteView data) {
     current_ = component;
-    FirmwareTransfer& transfer = transfers_[component];
+    PldmFirmwareTransfer& transfer = transfers_[component];
     transfer.image_size = le32(data, 9);
     transfer.option_flags = le32(data, 13);
     images_[component].start(transfer.image_size, settings_.keep_image);
@@ -386,12 +386,12 @@ void Firmware::start_transfer(size_t component, ByteView data) {
                       settings_.seed, settings_.full_last_piece);
     turn_ = refusals_ = 0;
     transfer_failure_.reset();
-    enter(FirmwareState::kDownload);
+    enter(PldmFirmwareState::kDownload);
 }
 
 // ---- The end of an update -----------------------------------------------------------------------
 
-bool Firmware::self_contained() const {
+bool PldmFirmware::self_contained() const {
     for (size_t i = 0; i < components_.size(); ++i) {
         if (applied(transfers_[i]) && (components_[i].activation_methods & kSelfContained) != 0) {
             return true;
@@ -400,8 +400,8 @@ bool Firmware::self_contained() const {
     return false;
 }
 
-void Firmware::activate() {
-    for (FirmwareComponent& component : components_) {
+void PldmFirmware::activate() {
+    for (PldmFirmwareComponent& component : components_) {
         if (component.pending) {
             component.active = *std::exchange(component.pending, std::nullopt);
         }
@@ -411,18 +411,18 @@ void Firmware::activate() {
     }
 }
 
-Bytes Firmware::activate_firmware(ByteView data) {
+Bytes PldmFirmware::activate_firmware(ByteView data) {
     if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
     }
-    if (state_ != FirmwareState::kReadyXfer) {
+    if (state_ != PldmFirmwareState::kReadyXfer) {
         return pldm_reply(kInvalidState);
     }
     // A boolean that some agents send as 2.
     if (data[0] > 2) {
         return pldm_reply(kPldmInvalidData);
     }
-    auto left_out = [](const FirmwareTransfer& each) { return each.passed && !each.tried; };
+    auto left_out = [](const PldmFirmwareTransfer& each) { return each.passed && !each.tried; };
     if (std::ranges::any_of(transfers_, left_out)) {
         return pldm_reply(kIncompleteUpdate);
     }
@@ -432,7 +432,7 @@ Bytes Firmware::activate_firmware(ByteView data) {
     if (data[0] != 0 && !self_contained()) {
         return pldm_reply(kSelfContainedNotPermitted);
     }
-    enter(FirmwareState::kActivate);
+    enter(PldmFirmwareState::kActivate);
     if (data[0] != 0 || settings_.activates_at_once) {
         activate();
     }
@@ -442,16 +442,16 @@ Bytes Firmware::activate_firmware(ByteView data) {
     return pldm_reply(kPldmSuccess, out);
 }
 
-Bytes Firmware::get_status(ByteView) {
+Bytes PldmFirmware::get_status(ByteView) {
     enum : uint8_t { kInProgress = 0, kFailed = 2, kNothing = 3 };
-    const bool busy = state_ >= FirmwareState::kDownload && state_ <= FirmwareState::kApply;
+    const bool busy = state_ >= PldmFirmwareState::kDownload && state_ <= PldmFirmwareState::kApply;
     const uint8_t aux = !busy ? kNothing : failed_ ? kFailed : kInProgress;
     uint8_t percent = kProgressUnknown;
     uint32_t flags = 0;
     if (busy) {
-        const FirmwareTransfer& transfer = transfers_[current_];
+        const PldmFirmwareTransfer& transfer = transfers_[current_];
         flags = transfer.option_flags & kForceUpdate;
-        if (state_ == FirmwareState::kDownload && transfer.image_size != 0) {
+        if (state_ == PldmFirmwareState::kDownload && transfer.image_size != 0) {
             percent = static_cast<uint8_t>(transfer.bytes * 100 / transfer.image_size);
         }
     }
@@ -466,19 +466,19 @@ Bytes Firmware::get_status(ByteView) {
     return pldm_reply(kPldmSuccess, out);
 }
 
-Bytes Firmware::cancel_update_component(ByteView) {
+Bytes PldmFirmware::cancel_update_component(ByteView) {
     if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
     }
-    if (state_ != FirmwareState::kDownload && state_ != FirmwareState::kVerify &&
-        state_ != FirmwareState::kApply) {
+    if (state_ != PldmFirmwareState::kDownload && state_ != PldmFirmwareState::kVerify &&
+        state_ != PldmFirmwareState::kApply) {
         return pldm_reply(kInvalidState);
     }
-    enter(FirmwareState::kReadyXfer);
+    enter(PldmFirmwareState::kReadyXfer);
     return pldm_reply(kPldmSuccess);
 }
 
-Bytes Firmware::cancel_update(ByteView) {
+Bytes PldmFirmware::cancel_update(ByteView) {
     if (!updating()) {
         return pldm_reply(kNotInUpdateMode);
     }

@@ -15,7 +15,7 @@
 namespace sim {
 
 /// States of a firmware device, by their numbers in GetStatus (DSP0267).
-enum class FirmwareState : uint8_t {
+enum class PldmFirmwareState : uint8_t {
     kIdle = 0,
     kLearnComponents = 1,
     kReadyXfer = 2,
@@ -26,7 +26,7 @@ enum class FirmwareState : uint8_t {
 };
 
 /// Why a firmware device is idle, by the numbers of GetStatus (DSP0267). A time-out is 3 and more.
-enum FirmwareReason : uint8_t {
+enum PldmFirmwareReason : uint8_t {
     kFwInitialized = 0,
     kFwActivated = 1,
     kFwCancelled = 2,
@@ -34,14 +34,14 @@ enum FirmwareReason : uint8_t {
 };
 
 /// What became of a component in the last update that named it.
-struct FirmwareTransfer {
-    bool passed = false;        ///< PassComponentTable named it, and it can be updated
-    bool tried = false;         ///< UpdateComponent named it
-    uint32_t image_size = 0;    ///< from UpdateComponent
-    uint32_t option_flags = 0;  ///< from UpdateComponent
-    uint32_t pieces = 0;        ///< that came, each place in the image counted once
-    uint64_t bytes = 0;         ///< in them, without padding
-    FirmwareVersion version;    ///< from UpdateComponent
+struct PldmFirmwareTransfer {
+    bool passed = false;          ///< PassComponentTable named it, and it can be updated
+    bool tried = false;           ///< UpdateComponent named it
+    uint32_t image_size = 0;      ///< from UpdateComponent
+    uint32_t option_flags = 0;    ///< from UpdateComponent
+    uint32_t pieces = 0;          ///< that came, each place in the image counted once
+    uint64_t bytes = 0;           ///< in them, without padding
+    PldmFirmwareVersion version;  ///< from UpdateComponent
     /// What the device reported; nothing if it did not get so far.
     std::optional<uint8_t> transfer_result;
     std::optional<uint8_t> verify_result;
@@ -52,20 +52,22 @@ struct FirmwareTransfer {
  * What the terminus and the tests see of it. Nothing here is locked: tests call it between calls of
  * the platform interface. Components are numbered as in the board file, from 0.
  */
-class Firmware {
+class PldmFirmware {
 public:
-    explicit Firmware(FirmwareConfig config);
+    explicit PldmFirmware(PldmFirmwareConfig config);
 
     // ---- For tests --------------------------------------------------------------------------
 
-    FirmwareState state() const { return state_; }
-    FirmwareState previous_state() const { return previous_; }
+    PldmFirmwareState state() const { return state_; }
+    PldmFirmwareState previous_state() const { return previous_; }
     uint8_t reason() const { return reason_; }
     /// Of the image set.
-    const FirmwareVersion& active() const { return active_; }
-    const std::optional<FirmwareVersion>& pending() const { return pending_; }
-    const std::vector<FirmwareComponent>& components() const { return components_; }
-    const FirmwareTransfer& transfer(size_t component) const { return transfers_.at(component); }
+    const PldmFirmwareVersion& active() const { return active_; }
+    const std::optional<PldmFirmwareVersion>& pending() const { return pending_; }
+    const std::vector<PldmFirmwareComponent>& components() const { return components_; }
+    const PldmFirmwareTransfer& transfer(size_t component) const {
+        return transfers_.at(component);
+    }
     /// The image of a component as it came; empty if it is not kept.
     ByteView image(size_t component) const { return images_.at(component).bytes(); }
     /// Where it first differed from what was expected.
@@ -81,12 +83,12 @@ public:
     /// The completion code of the agent's last answer.
     std::optional<uint8_t> last_answer() const { return last_answer_; }
 
-    FirmwareSettings& settings() { return settings_; }
+    PldmFirmwareSettings& settings() { return settings_; }
     void expect(size_t component, ExpectedImage image) {
         components_.at(component).expected = std::move(image);
     }
     /// Puts other faults in place, and counts messages from 1 again.
-    void set_faults(std::vector<FirmwareFault> faults);
+    void set_faults(std::vector<PldmFirmwareFault> faults);
 
     // ---- For the terminus -------------------------------------------------------------------
 
@@ -129,7 +131,7 @@ public:
     void reset();
 
 private:
-    using Kind = FirmwareFault::Kind;
+    using Kind = PldmFirmwareFault::Kind;
     static constexpr size_t kCommands = 0x20;
 
     /// A request that the agent has not answered.
@@ -144,12 +146,12 @@ private:
         uint32_t repetitions = 0;
     };
 
-    const FirmwareFault* strike(Kind kind, uint8_t command) const;
+    const PldmFirmwareFault* strike(Kind kind, uint8_t command) const;
     void count_message(uint8_t command);
-    void enter(FirmwareState state);
+    void enter(PldmFirmwareState state);
     void end_update(uint8_t reason);
     void check_idle(uint64_t now_us);
-    bool updating() const { return state_ != FirmwareState::kIdle; }
+    bool updating() const { return state_ != PldmFirmwareState::kIdle; }
 
     Bytes parameters() const;
     Bytes metadata_part(uint32_t handle, uint8_t command);
@@ -167,15 +169,15 @@ private:
     void heard_piece(const Outstanding& request, ByteView data);
     void heard_complete(const Outstanding& request);
 
-    FirmwareSettings settings_;
-    FirmwareVersion active_;
-    std::optional<FirmwareVersion> pending_;
-    std::vector<FirmwareComponent> components_;
-    std::vector<FirmwareTransfer> transfers_;  ///< as components_
-    std::vector<ReceivedImage> images_;        ///< as components_
+    PldmFirmwareSettings settings_;
+    PldmFirmwareVersion active_;
+    std::optional<PldmFirmwareVersion> pending_;
+    std::vector<PldmFirmwareComponent> components_;
+    std::vector<PldmFirmwareTransfer> transfers_;  ///< as components_
+    std::vector<ReceivedImage> images_;            ///< as components_
 
-    FirmwareState state_ = FirmwareState::kIdle;
-    FirmwareState previous_ = FirmwareState::kIdle;
+    PldmFirmwareState state_ = PldmFirmwareState::kIdle;
+    PldmFirmwareState previous_ = PldmFirmwareState::kIdle;
     uint8_t reason_ = kFwInitialized;
     bool dead_ = false;
     bool stalled_ = false;
@@ -184,7 +186,7 @@ private:
 
     // The update that is under way.
     uint32_t max_transfer_ = PiecePlan::kShortest;
-    FirmwareVersion offered_;       ///< image set
+    PldmFirmwareVersion offered_;   ///< image set
     bool table_begun_ = false;      ///< PassComponentTable has named a component
     uint32_t metadata_handle_ = 0;  ///< of the part that comes next
     bool fetch_package_data_ = false;

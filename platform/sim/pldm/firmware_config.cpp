@@ -85,8 +85,8 @@ Bytes hex_or_nothing(ObjectReader& reader, const std::string& key) {
 }
 
 /// "1.2.3", or an object with all there is to a version.
-FirmwareVersion read_version(const Place& place) {
-    FirmwareVersion version;
+PldmFirmwareVersion read_version(const Place& place) {
+    PldmFirmwareVersion version;
     if (place.node->kind == Node::Kind::kString) {
         version.text = place.text();
     } else {
@@ -106,8 +106,8 @@ FirmwareVersion read_version(const Place& place) {
     return version;
 }
 
-std::optional<FirmwareVersion> read_pending(ObjectReader& reader) {
-    std::optional<FirmwareVersion> pending;
+std::optional<PldmFirmwareVersion> read_pending(ObjectReader& reader) {
+    std::optional<PldmFirmwareVersion> pending;
     reader.within("pending", [&](const Place& place) { pending = read_version(place); });
     return pending;
 }
@@ -148,9 +148,9 @@ Bytes read_identifiers(ObjectReader& reader) {
     return out;
 }
 
-FirmwareComponent read_component(const Place& place) {
+PldmFirmwareComponent read_component(const Place& place) {
     ObjectReader reader(place);
-    FirmwareComponent component;
+    PldmFirmwareComponent component;
     component.classification = word(reader, "classification", component.classification);
     component.identifier = static_cast<uint16_t>(reader.whole("identifier", 0, kAnyWord));
     component.index = static_cast<uint8_t>(reader.whole("index", 0, 255, 0));
@@ -163,7 +163,7 @@ FirmwareComponent read_component(const Place& place) {
     return component;
 }
 
-void read_metadata(ObjectReader& reader, FirmwareSettings& settings) {
+void read_metadata(ObjectReader& reader, PldmFirmwareSettings& settings) {
     settings.metadata = hex_or_nothing(reader, "metadata");
     if (settings.metadata.size() > kAnyWord) {
         reader.complain("metadata", "must have at most 65535 bytes");
@@ -174,7 +174,7 @@ void read_metadata(ObjectReader& reader, FirmwareSettings& settings) {
     }
 }
 
-void read_behaviour(ObjectReader& reader, FirmwareSettings& settings) {
+void read_behaviour(ObjectReader& reader, PldmFirmwareSettings& settings) {
     settings.capabilities = dword(reader, "capabilities");
     settings.get_package_data = reader.flag("get_package_data", settings.get_package_data);
     settings.transfer_size = dword(reader, "transfer_size");
@@ -206,7 +206,7 @@ struct FaultShape {
     bool has_offset;
 };
 
-/// In the order of FirmwareFault::Kind.
+/// In the order of PldmFirmwareFault::Kind.
 const std::vector<FaultShape>& fault_shapes() {
     static const std::vector<FaultShape> kShapes = {
         {"completion_code", {}, 255, false, false},
@@ -248,23 +248,23 @@ ExpectedImage read_expected(ObjectReader& reader) {
     return bytes ? ExpectedImage(bytes->hex()) : ExpectedImage();
 }
 
-FirmwareFault read_firmware_fault(const Place& place) {
+PldmFirmwareFault read_firmware_fault(const Place& place) {
     ObjectReader reader(place);
     std::vector<std::string> names;
     for (const FaultShape& shape : fault_shapes()) {
         names.emplace_back(shape.name);
     }
-    FirmwareFault fault;
+    PldmFirmwareFault fault;
     const size_t kind = reader.choice("kind", names);
     const FaultShape& shape = fault_shapes()[kind];
-    fault.kind = static_cast<FirmwareFault::Kind>(kind);
+    fault.kind = static_cast<PldmFirmwareFault::Kind>(kind);
     fault.command = read_command(reader.require("command"));
     if (!shape.commands.empty() && std::ranges::count(shape.commands, fault.command) == 0) {
         reader.complain("command", "does not go with that kind");
     }
     fault.at = static_cast<uint32_t>(reader.whole("at", 1, kMostTimes, 1));
     fault.count = static_cast<uint32_t>(reader.whole("count", 0, kMostTimes, 1));
-    if (fault.kind == FirmwareFault::Kind::kSendInstead) {
+    if (fault.kind == PldmFirmwareFault::Kind::kSendInstead) {
         fault.value = read_command(reader.require("value"));
     } else if (shape.highest_value >= 0) {
         fault.value = static_cast<uint32_t>(reader.whole("value", 0, shape.highest_value));
@@ -279,9 +279,9 @@ FirmwareFault read_firmware_fault(const Place& place) {
     return fault;
 }
 
-FirmwareConfig read_firmware(const Place& place) {
+PldmFirmwareConfig read_firmware(const Place& place) {
     ObjectReader reader(place);
-    FirmwareConfig config;
+    PldmFirmwareConfig config;
     config.settings.identifiers = read_identifiers(reader);
     if (const std::optional<Place> raw = reader.find("parameters_hex")) {
         config.settings.parameters = raw->hex();

@@ -14,7 +14,7 @@
 namespace sim {
 
 /// Commands of PLDM type 5 (DSP0267, table of commands). The agent sends those without a mark.
-enum FirmwareCommand : uint8_t {
+enum PldmFirmwareCommand : uint8_t {
     kFwQueryDeviceIdentifiers = 0x01,
     kFwGetFirmwareParameters = 0x02,
     kFwRequestUpdate = 0x10,
@@ -35,7 +35,7 @@ enum FirmwareCommand : uint8_t {
 
 /// One thing that a firmware device does wrong. The messages of a command are counted from 1, those
 /// of the device without its repetitions of an unanswered one.
-struct FirmwareFault {
+struct PldmFirmwareFault {
     enum class Kind {
         kCompletionCode,   ///< the request is answered with `value` and not acted upon
         kNoAnswer,         ///< the request is not answered and not acted upon
@@ -63,26 +63,26 @@ struct FirmwareFault {
 };
 
 /// A version as a device or an agent names it.
-struct FirmwareVersion {
+struct PldmFirmwareVersion {
     uint8_t type = 1;  ///< of the text: 1 ASCII, 2 UTF-8, ...
     std::string text;
     uint32_t stamp = 0;                       ///< comparison stamp; means nothing for an image set
     std::string date = std::string(8, '\0');  ///< release date, YYYYMMDD; likewise
 };
 
-struct FirmwareComponent {
+struct PldmFirmwareComponent {
     uint16_t classification = 0x000A;
     uint16_t identifier = 0;
     uint8_t index = 0;
-    FirmwareVersion active;
-    std::optional<FirmwareVersion> pending;
+    PldmFirmwareVersion active;
+    std::optional<PldmFirmwareVersion> pending;
     uint16_t activation_methods = 0x0002;  ///< self-contained
     uint32_t capabilities = 0;
     ExpectedImage expected;
 };
 
 /// How a firmware device behaves.
-struct FirmwareSettings {
+struct PldmFirmwareSettings {
     Bytes identifiers;                ///< answer to QueryDeviceIdentifiers behind its code
     std::optional<Bytes> parameters;  ///< likewise GetFirmwareParameters, instead of the true one
     uint32_t capabilities = 0;        ///< CapabilitiesDuringUpdate
@@ -103,22 +103,22 @@ struct FirmwareSettings {
     uint64_t retry_us = 5'000'000;     ///< an unanswered request is sent again after this
     uint32_t retries = 3;
     uint64_t idle_us = 120'000'000;  ///< without any message the update ends; 0: never
-    std::vector<FirmwareFault> faults;
+    std::vector<PldmFirmwareFault> faults;
 };
 
 /// All of a "firmware" object.
-struct FirmwareConfig {
-    FirmwareSettings settings;
-    FirmwareVersion active;
-    std::optional<FirmwareVersion> pending;
-    std::vector<FirmwareComponent> components;
+struct PldmFirmwareConfig {
+    PldmFirmwareSettings settings;
+    PldmFirmwareVersion active;
+    std::optional<PldmFirmwareVersion> pending;
+    std::vector<PldmFirmwareComponent> components;
 };
 
-FirmwareConfig read_firmware(const Place& place);
+PldmFirmwareConfig read_firmware(const Place& place);
 /// Reads the keys that say what an image should be.
 ExpectedImage read_expected(ObjectReader& reader);
 /// Reads one object of the "faults" of a firmware device.
-FirmwareFault read_firmware_fault(const Place& place);
+PldmFirmwareFault read_firmware_fault(const Place& place);
 
 }  // namespace sim
 

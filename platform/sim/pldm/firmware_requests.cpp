@@ -28,30 +28,30 @@ constexpr size_t kMostPackageData = 0xFFFF;
 }  // namespace
 
 /// What the device would send now.
-std::optional<uint8_t> Firmware::wanted() {
+std::optional<uint8_t> PldmFirmware::wanted() {
     if (dead_ || stalled_ || failed_ || outstanding_) {
         return std::nullopt;
     }
     switch (state_) {
-        case FirmwareState::kLearnComponents:
+        case PldmFirmwareState::kLearnComponents:
             return fetch_package_data_ ? std::optional<uint8_t>(kFwGetPackageData) : std::nullopt;
-        case FirmwareState::kDownload:
+        case PldmFirmwareState::kDownload:
             if (turn_ == plan_.count() && turn_ != 0 &&
                 strike(Kind::kEndless, kFwRequestFirmwareData) != nullptr) {
                 turn_ = 0;
             }
             return turn_ < plan_.count() && !transfer_failure_ ? kFwRequestFirmwareData
                                                                : kFwTransferComplete;
-        case FirmwareState::kVerify:
+        case PldmFirmwareState::kVerify:
             return kFwVerifyComplete;
-        case FirmwareState::kApply:
+        case PldmFirmwareState::kApply:
             return kFwApplyComplete;
         default:
             return std::nullopt;
     }
 }
 
-std::optional<Firmware::Request> Firmware::next_request(uint64_t now_us) {
+std::optional<PldmFirmware::Request> PldmFirmware::next_request(uint64_t now_us) {
     const std::optional<uint8_t> command = wanted();
     if (!command) {
         return std::nullopt;
@@ -65,14 +65,14 @@ std::optional<Firmware::Request> Firmware::next_request(uint64_t now_us) {
     if (dead_ || stalled_ || !updating()) {
         return std::nullopt;
     }
-    const FirmwareFault* instead = strike(Kind::kSendInstead, *command);
+    const PldmFirmwareFault* instead = strike(Kind::kSendInstead, *command);
     outstanding_ = instead != nullptr ? compose(static_cast<uint8_t>(instead->value), true)
                                       : compose(*command, false);
     outstanding_->sent_us = now_us;
     return Request{outstanding_->message, outstanding_->tag, settings_.request_us};
 }
 
-std::optional<Firmware::Request> Firmware::repetition(uint64_t now_us) {
+std::optional<PldmFirmware::Request> PldmFirmware::repetition(uint64_t now_us) {
     check_idle(now_us);
     if (dead_ || stalled_ || !outstanding_ || outstanding_->repetitions >= settings_.retries ||
         now_us - outstanding_->sent_us < settings_.retry_us + settings_.request_us) {
@@ -85,8 +85,8 @@ std::optional<Firmware::Request> Firmware::repetition(uint64_t now_us) {
 }
 
 /// The result that the device reports by a command.
-uint8_t Firmware::result_of(uint8_t command) {
-    if (const FirmwareFault* fault = strike(Kind::kResult, command)) {
+uint8_t PldmFirmware::result_of(uint8_t command) {
+    if (const PldmFirmwareFault* fault = strike(Kind::kResult, command)) {
         return static_cast<uint8_t>(fault->value);
     }
     if (command == kFwTransferComplete) {
@@ -95,7 +95,7 @@ uint8_t Firmware::result_of(uint8_t command) {
     if (command != kFwVerifyComplete) {
         return 0;
     }
-    const FirmwareComponent& component = components_[current_];
+    const PldmFirmwareComponent& component = components_[current_];
     const bool right = !component.expected.given() ||
                        (component.expected.size() == transfers_[current_].image_size &&
                         !images_[current_].first_difference());
@@ -103,7 +103,7 @@ uint8_t Firmware::result_of(uint8_t command) {
 }
 
 /// A request. @param extra  sent in between, by a fault
-Firmware::Outstanding Firmware::compose(uint8_t command, bool extra) {
+PldmFirmware::Outstanding PldmFirmware::compose(uint8_t command, bool extra) {
     Outstanding request;
     request.command = command;
     request.extra = extra;
@@ -111,13 +111,13 @@ Firmware::Outstanding Firmware::compose(uint8_t command, bool extra) {
     Bytes& message = request.message;
     message = {static_cast<uint8_t>(kRequest | instance_), kFirmwareUpdate, command};
     if (command == kFwGetPackageData) {
-        const FirmwareFault* handle = strike(Kind::kHandle, command);
-        const FirmwareFault* flag = strike(Kind::kFlag, command);
+        const PldmFirmwareFault* handle = strike(Kind::kHandle, command);
+        const PldmFirmwareFault* flag = strike(Kind::kFlag, command);
         append_le32(message, handle != nullptr ? handle->value : package_handle_);
         const uint32_t proper = package_data_begun_ ? kPldmGetNextPart : kPldmGetFirstPart;
         message.push_back(static_cast<uint8_t>(flag != nullptr ? flag->value : proper));
     } else if (command == kFwRequestFirmwareData) {
-        const FirmwareFault* ask = strike(Kind::kAsk, command);
+        const PldmFirmwareFault* ask = strike(Kind::kAsk, command);
         if (ask != nullptr) {
             request.piece = {ask->offset, ask->length};
         } else if (turn_ < plan_.count()) {
@@ -133,7 +133,7 @@ Firmware::Outstanding Firmware::compose(uint8_t command, bool extra) {
             append_le16(message, 0);  // ComponentActivationMethodsModification
         }
     }
-    if (const FirmwareFault* fault = strike(Kind::kTruncate, command)) {
+    if (const PldmFirmwareFault* fault = strike(Kind::kTruncate, command)) {
         message.resize(std::min<size_t>(message.size(), fault->length));
     }
     instance_ = (instance_ + 1) & kInstance;
@@ -141,7 +141,7 @@ Firmware::Outstanding Firmware::compose(uint8_t command, bool extra) {
     return request;
 }
 
-void Firmware::heard(ByteView answer, uint64_t now_us) {
+void PldmFirmware::heard(ByteView answer, uint64_t now_us) {
     if (dead_ || !outstanding_ || answer.size() <= kHeader) {
         return;
     }
@@ -167,7 +167,7 @@ void Firmware::heard(ByteView answer, uint64_t now_us) {
     }
 }
 
-void Firmware::heard_package_data(ByteView data) {
+void PldmFirmware::heard_package_data(ByteView data) {
     if (*last_answer_ != kPldmSuccess || data.size() < kPackagePartHead) {
         fetch_package_data_ = false;
         return;
@@ -181,7 +181,7 @@ void Firmware::heard_package_data(ByteView data) {
     fetch_package_data_ = !last || strike(Kind::kEndless, kFwGetPackageData) != nullptr;
 }
 
-void Firmware::heard_piece(const Outstanding& request, ByteView data) {
+void PldmFirmware::heard_piece(const Outstanding& request, ByteView data) {
     const PiecePlan::Piece& piece = request.piece;
     const bool whole = *last_answer_ == kPldmSuccess && data.size() == piece.length;
     if (!whole) {
@@ -198,7 +198,7 @@ void Firmware::heard_piece(const Outstanding& request, ByteView data) {
         return;
     }
     ++turn_;
-    FirmwareTransfer& transfer = transfers_[current_];
+    PldmFirmwareTransfer& transfer = transfers_[current_];
     if (transfer.bytes >= transfer.image_size) {
         return;  // it is asking for everything once more
     }
@@ -207,8 +207,8 @@ void Firmware::heard_piece(const Outstanding& request, ByteView data) {
 }
 
 /// The agent knows a result.
-void Firmware::heard_complete(const Outstanding& request) {
-    FirmwareTransfer& transfer = transfers_[current_];
+void PldmFirmware::heard_complete(const Outstanding& request) {
+    PldmFirmwareTransfer& transfer = transfers_[current_];
     const bool success =
         request.result == 0 || (request.command == kFwApplyComplete && request.result == 1);
     if (request.command == kFwTransferComplete) {
@@ -221,13 +221,13 @@ void Firmware::heard_complete(const Outstanding& request) {
     if (!success || *last_answer_ != kPldmSuccess) {
         failed_ = true;
     } else if (request.command == kFwTransferComplete) {
-        enter(FirmwareState::kVerify);
+        enter(PldmFirmwareState::kVerify);
     } else if (request.command == kFwVerifyComplete) {
-        enter(FirmwareState::kApply);
+        enter(PldmFirmwareState::kApply);
     } else {
         components_[current_].pending = transfer.version;
         pending_ = offered_;
-        enter(FirmwareState::kReadyXfer);
+        enter(PldmFirmwareState::kReadyXfer);
     }
 }
 

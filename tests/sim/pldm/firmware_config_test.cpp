@@ -5,7 +5,7 @@
 namespace {
 
 using namespace sim_test;
-using Kind = sim::FirmwareFault::Kind;
+using Kind = sim::PldmFirmwareFault::Kind;
 
 /// What is wrong with a "firmware" object: line within it, key, text.
 std::string firmware_refusal(const std::string& keys) {
@@ -27,7 +27,7 @@ TEST(FirmwareFile, FaultsAreRead) {
         {"kind": "send_instead", "command": "transfer_complete", "value": "apply_complete"}]})"),
                                    error);
     ASSERT_TRUE(board) << error.message("board");
-    const std::vector<sim::FirmwareFault>& faults = board->firmware("p")->settings().faults;
+    const std::vector<sim::PldmFirmwareFault>& faults = board->firmware("p")->settings().faults;
     ASSERT_EQ(faults.size(), 3u);
     EXPECT_EQ(faults[0].kind, Kind::kCompletionCode);
     EXPECT_EQ(faults[0].command, 0x10);

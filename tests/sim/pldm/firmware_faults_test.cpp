@@ -7,8 +7,8 @@
 namespace {
 
 using namespace sim_test;
-using sim::FirmwareState;
-using Kind = sim::FirmwareFault::Kind;
+using sim::PldmFirmwareState;
+using Kind = sim::PldmFirmwareFault::Kind;
 
 class FirmwareFaults : public FirmwareTest {
 protected:
@@ -37,7 +37,7 @@ TEST_F(FirmwareFaults, AnyCompletionCodeForAnyCommandAtAnyTime) {
         set_fault({Kind::kCompletionCode, each.command, 2, 2, 0x86});
         const std::string busy = "00 05 " + hex_byte(each.command) + " 86";
         EXPECT_NE(pldm(each.request), busy) << each.request;
-        const FirmwareState state = device->state();
+        const PldmFirmwareState state = device->state();
         EXPECT_EQ(pldm(each.request), busy);
         EXPECT_EQ(pldm(each.request), busy);
         EXPECT_EQ(device->state(), state) << "not acted upon";
@@ -57,7 +57,7 @@ TEST_F(FirmwareFaults, CountOfZeroGoesOnForEver) {
 TEST_F(FirmwareFaults, CommandWithoutAnAnswer) {
     set_fault({Kind::kNoAnswer, sim::kFwRequestUpdate});
     EXPECT_EQ(pldm(kRequestUpdate), kSilence);
-    EXPECT_EQ(device->state(), FirmwareState::kIdle);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kIdle);
     EXPECT_EQ(pldm(kRequestUpdate), "00 05 10 00 03 00 00");
 }
 
@@ -76,7 +76,7 @@ TEST_F(FirmwareFaults, ComponentsRefused) {
     EXPECT_EQ(pldm(kPassFirst), "00 05 13 00 00 00");
     EXPECT_EQ(pldm(kPassLast), "00 05 13 00 01 07");
     EXPECT_EQ(pldm(kUpdateFirst), "00 05 14 00 01 d0 00 00 00 00 00 00");
-    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kReadyXfer);
     EXPECT_EQ(pldm(kUpdateSecond), "00 05 14 00 00 00 00 00 00 00 00 00");
 }
 
@@ -94,7 +94,7 @@ TEST_F(FirmwareFaults, ResultsOfTheThreeSteps) {
     set_fault({Kind::kResult, sim::kFwApplyComplete, 1, 1, 1});
     start_download();
     serve(image_of(80));
-    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer) << "success with a remark";
+    EXPECT_EQ(device->state(), PldmFirmwareState::kReadyXfer) << "success with a remark";
     EXPECT_EQ(device->transfer(0).apply_result, 1);
 }
 
@@ -103,14 +103,14 @@ TEST_F(FirmwareFaults, StallsAtEachRequestOfItsOwn) {
         uint8_t command;
         uint32_t at;
         std::string log;
-        FirmwareState state;
+        PldmFirmwareState state;
     };
     const Case cases[] = {
-        {sim::kFwRequestFirmwareData, 1, "", FirmwareState::kDownload},
-        {sim::kFwRequestFirmwareData, 3, "0+32 32+32", FirmwareState::kDownload},
-        {sim::kFwTransferComplete, 1, "0+32 32+32 64+32", FirmwareState::kDownload},
-        {sim::kFwVerifyComplete, 1, "0+32 32+32 64+32 16 00", FirmwareState::kVerify},
-        {sim::kFwApplyComplete, 1, "0+32 32+32 64+32 16 00 17 00", FirmwareState::kApply},
+        {sim::kFwRequestFirmwareData, 1, "", PldmFirmwareState::kDownload},
+        {sim::kFwRequestFirmwareData, 3, "0+32 32+32", PldmFirmwareState::kDownload},
+        {sim::kFwTransferComplete, 1, "0+32 32+32 64+32", PldmFirmwareState::kDownload},
+        {sim::kFwVerifyComplete, 1, "0+32 32+32 64+32 16 00", PldmFirmwareState::kVerify},
+        {sim::kFwApplyComplete, 1, "0+32 32+32 64+32 16 00 17 00", PldmFirmwareState::kApply},
     };
     for (const Case& each : cases) {
         for (const Kind kind : {Kind::kStall, Kind::kDead}) {
@@ -157,7 +157,7 @@ TEST_F(FirmwareFaults, ResetForgetsTheUpdate) {
     set_fault({Kind::kReset, sim::kFwRequestFirmwareData, 2});
     start_download();
     EXPECT_EQ(serve(image_of(80)), "0+32");
-    EXPECT_EQ(device->state(), FirmwareState::kIdle);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kIdle);
     EXPECT_EQ(pldm(kCancelComponent), "00 05 1c 80");
     EXPECT_EQ(pldm(kActivate), "00 05 1a 80");
     set_fault({Kind::kReset, sim::kFwUpdateComponent});

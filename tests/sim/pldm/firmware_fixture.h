@@ -119,9 +119,9 @@ protected:
         serve(image_of(33));
     }
 
-    void set_fault(const sim::FirmwareFault& fault) { device->set_faults({fault}); }
+    void set_fault(const sim::PldmFirmwareFault& fault) { device->set_faults({fault}); }
 
-    sim::Firmware* device = nullptr;
+    sim::PldmFirmware* device = nullptr;
     int tag = 0;
     int instance = 0;
 };

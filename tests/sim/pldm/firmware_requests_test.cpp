@@ -8,7 +8,7 @@
 namespace {
 
 using namespace sim_test;
-using sim::FirmwareState;
+using sim::PldmFirmwareState;
 
 class FirmwareRequests : public FirmwareTest {
 protected:
@@ -60,7 +60,7 @@ TEST_F(FirmwareRequests, UnansweredRequestIsRepeatedThreeTimesAndThenTheUpdateEn
     while (board->now_us() - start_us < 110'000'000) {
         ASSERT_EQ(asked(), kSilence);
     }
-    EXPECT_EQ(device->state(), FirmwareState::kDownload);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kDownload);
     board->advance_us(20'000'000);
     EXPECT_EQ(pldm(kCancelUpdate), "00 05 1d 80");
     EXPECT_EQ(pldm(kGetStatus), "00 05 1b 00 00 03 03 00 65 05 00 00 00 00") << "time-out";
@@ -82,7 +82,7 @@ TEST_F(FirmwareRequests, EveryStateTimesOutUnderItsOwnReason) {
     device->settings().idle_us = 0;
     start_ready();
     board->advance_us(3'600'000'000);
-    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kReadyXfer);
     EXPECT_EQ(pldm(kUpdateFirst).substr(0, 11), "00 05 14 00");
 }
 
@@ -92,7 +92,7 @@ TEST_F(FirmwareRequests, LostPacketsAreMadeUpForByRepetition) {
     EXPECT_EQ(asked(), "80 05 15 00 00 00 00 20 00 00 00");
     answer("15 00 " + hex(image_of(32)));
     std::string log;
-    for (int waits = 0; waits < 100 && device->state() == FirmwareState::kDownload; ++waits) {
+    for (int waits = 0; waits < 100 && device->state() == PldmFirmwareState::kDownload; ++waits) {
         const std::string request = asked();
         if (request == kSilence) {
             continue;

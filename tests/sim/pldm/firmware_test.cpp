@@ -7,7 +7,7 @@
 namespace {
 
 using namespace sim_test;
-using sim::FirmwareState;
+using sim::PldmFirmwareState;
 
 class FirmwareCommands : public FirmwareTest {};
 
@@ -68,9 +68,9 @@ TEST_F(FirmwareCommands, RequestUpdateIsChecked) {
     EXPECT_EQ(pldm("80 05 10 20000000 0100 00 0000 01 01 41"), "00 05 10 02") << "no request";
     EXPECT_EQ(pldm("80 05 10 20000000 0100 01 0000 01 02 41"), "00 05 10 03");
     EXPECT_EQ(pldm("80 05 10 20000000 0100 01 0000 01"), "00 05 10 03");
-    EXPECT_EQ(device->state(), FirmwareState::kIdle);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kIdle);
     EXPECT_EQ(pldm(kRequestUpdate), "00 05 10 00 00 00 00");
-    EXPECT_EQ(device->state(), FirmwareState::kLearnComponents);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kLearnComponents);
     EXPECT_EQ(pldm(kRequestUpdate), "00 05 10 81");
 }
 
@@ -87,7 +87,7 @@ TEST_F(FirmwareCommands, PackageDataAreFetchedInParts) {
     EXPECT_EQ(hex({device->package_data().begin(), device->package_data().end()}),
               "11 12 13 14 15 16");
     EXPECT_EQ(pldm(kCancelUpdate), "00 05 1d 00 00 00 00 00 00 00 00 00 00");
-    EXPECT_EQ(device->state(), FirmwareState::kIdle);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kIdle);
     // Without package data there is nothing to fetch.
     EXPECT_EQ(pldm("80 05 10 20000000 0100 01 0000 01 01 41"), "00 05 10 00 00 00 00");
     EXPECT_EQ(asked().substr(0, 5), "error");
@@ -144,7 +144,7 @@ TEST_F(FirmwareCommands, ComponentTableComesInOrder) {
     EXPECT_EQ(pldm("80 05 13 02 0a00 0900 00 11000000 01 00"), "00 05 13 00 01 06") << "unknown";
     EXPECT_EQ(pldm(kUpdateFirst), "00 05 14 84") << "not yet";
     EXPECT_EQ(pldm(kPassLast), "00 05 13 00 00 00");
-    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kReadyXfer);
     EXPECT_EQ(pldm(kPassLast), "00 05 13 84");
     EXPECT_TRUE(device->transfer(0).passed);
 }
@@ -153,12 +153,12 @@ TEST_F(FirmwareCommands, TableOfOneComponent) {
     open_device();
     pldm(kRequestUpdate);
     EXPECT_EQ(pldm("80 05 13 05 0a00 0100 07 11000000 01 00"), "00 05 13 00 00 00");
-    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kReadyXfer);
     EXPECT_EQ(pldm(kUpdateSecond), "00 05 14 00 01 09 00 00 00 00 00 00") << "was not passed";
     EXPECT_EQ(pldm("80 05 14 0a00 0900 00 11000000 50000000 00000000 01 00"),
               "00 05 14 00 01 06 00 00 00 00 00 00");
     EXPECT_EQ(pldm("80 05 14 0a00 0100 07 11000000 50000000 00000000 01 01"), "00 05 14 03");
-    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kReadyXfer);
 }
 
 TEST_F(FirmwareCommands, ComparisonStampsCountWhereTheDeviceIsParticular) {
@@ -171,7 +171,7 @@ TEST_F(FirmwareCommands, ComparisonStampsCountWhereTheDeviceIsParticular) {
     EXPECT_EQ(pldm(same + "00000000 01 00"), "00 05 14 00 01 01 00 00 00 00 00 00");
     EXPECT_EQ(pldm(older + "00000000 01 00"), "00 05 14 00 01 02 00 00 00 00 00 00");
     EXPECT_EQ(pldm(same + "01000000 01 00"), "00 05 14 00 00 00 01 00 00 00 02 01") << "forced";
-    EXPECT_EQ(device->state(), FirmwareState::kDownload);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kDownload);
 }
 
 TEST_F(FirmwareCommands, WholeUpdateByteByByte) {
@@ -189,13 +189,13 @@ TEST_F(FirmwareCommands, WholeUpdateByteByByte) {
     answer("15 00 " + part(64, 80) + " 00000000 00000000 00000000 00000000");
     EXPECT_EQ(asked(), "83 05 16 00");
     answer("16 00");
-    EXPECT_EQ(device->state(), FirmwareState::kVerify);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kVerify);
     EXPECT_EQ(asked(), "84 05 17 00");
     answer("17 00");
-    EXPECT_EQ(device->state(), FirmwareState::kApply);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kApply);
     EXPECT_EQ(asked(), "85 05 18 00 00 00");
     answer("18 00");
-    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kReadyXfer);
     EXPECT_EQ(asked().substr(0, 5), "error");
     EXPECT_EQ(pldm(kActivate), "00 05 1a 85") << "the other component is missing";
     EXPECT_EQ(pldm(kUpdateSecond), "00 05 14 00 00 00 00 00 00 00 00 00");
@@ -203,8 +203,8 @@ TEST_F(FirmwareCommands, WholeUpdateByteByByte) {
     EXPECT_EQ(device->active().text, "OLD-1");
     EXPECT_EQ(device->pending()->text, "NEW-2");
     EXPECT_EQ(pldm(kActivate), "00 05 1a 00 05 00");
-    EXPECT_EQ(device->state(), FirmwareState::kIdle);
-    EXPECT_EQ(device->previous_state(), FirmwareState::kActivate);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kIdle);
+    EXPECT_EQ(device->previous_state(), PldmFirmwareState::kActivate);
     EXPECT_EQ(device->active().text, "NEW-2");
     EXPECT_FALSE(device->pending());
     EXPECT_EQ(device->components()[0].active.text, "1.1");
@@ -297,7 +297,7 @@ TEST_F(FirmwareCommands, CancelledComponentCanBeTriedAgain) {
     pldm(kUpdateFirst);
     asked();
     EXPECT_EQ(pldm(kCancelComponent), "00 05 1c 00");
-    EXPECT_EQ(device->state(), FirmwareState::kReadyXfer);
+    EXPECT_EQ(device->state(), PldmFirmwareState::kReadyXfer);
     answer("15 00 " + hex(image_of(32)));
     EXPECT_EQ(asked().substr(0, 5), "error") << "an answer after the end starts nothing";
     pldm(kUpdateFirst);
