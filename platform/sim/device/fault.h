@@ -3,6 +3,7 @@
 #ifndef SIDEBAND_SIM_DEVICE_FAULT_H
 #define SIDEBAND_SIM_DEVICE_FAULT_H
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -52,6 +53,20 @@ public:
 private:
     std::vector<Fault> faults_;
 };
+
+/// Of a device's own faults, which count the messages of one command: one that hits the message.
+/// @param number    of the message, from 1
+/// @param is_meant  whether a fault is of this kind and command
+/// @return null if there is none
+template <typename OwnFault, typename Predicate>
+const OwnFault* striking(const std::vector<OwnFault>& faults, uint64_t number, Predicate is_meant) {
+    const auto found = std::ranges::find_if(faults, [&](const OwnFault& fault) {
+        const bool in_row =
+            number >= fault.at && (fault.count == 0 || number - fault.at < fault.count);
+        return in_row && is_meant(fault);
+    });
+    return found != faults.end() ? &*found : nullptr;
+}
 
 }  // namespace sim
 

@@ -105,9 +105,9 @@ protected:
             return out;
         }
         // Without an EID nobody could reach the recorded part of the device.
-        const bool eid_command = type == kControl && request.size() >= 2 &&
-                                 (request[1] == ControlResponder::kSetEndpointId ||
-                                  request[1] == ControlResponder::kGetEndpointId);
+        const bool eid_command =
+            type == kControl && request.size() >= 2 &&
+            (request[1] == kControlSetEndpointId || request[1] == kControlGetEndpointId);
         return eid_command ? answer_control(request) : std::nullopt;
     }
 

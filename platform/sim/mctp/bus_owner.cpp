@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "sim/device/device.h"
+#include "sim/mctp/control.h"
 
 namespace sim {
 
@@ -12,8 +13,6 @@ namespace {
 constexpr uint8_t kControl = 0x00;
 constexpr uint8_t kRequest = 0x80;
 constexpr uint8_t kInstance = 0x1F;
-constexpr uint8_t kDiscoveryNotify = 0x0D;
-constexpr uint8_t kSuccess = 0x00;
 constexpr int64_t kLongestPauseUs = 60'000'000;
 
 /// One request to the BMC.
@@ -65,14 +64,15 @@ protected:
         if (type != kControl || request.size() < 2) {
             return std::nullopt;
         }
-        if (request[1] != kDiscoveryNotify) {
+        if (request[1] != kControlDiscoveryNotify) {
             return answer_control(request);
         }
         report_ = {};
         report_.notified = true;
         asked_ = 0;
         ask(response_us() + pause_us_);
-        return Bytes{static_cast<uint8_t>(request[0] & kInstance), kDiscoveryNotify, kSuccess};
+        return Bytes{static_cast<uint8_t>(request[0] & kInstance), kControlDiscoveryNotify,
+                     kControlSuccess};
     }
 
     void heard(const Message& response) override {

@@ -14,35 +14,21 @@ constexpr uint8_t kRequest = 0x80;
 constexpr uint8_t kDatagram = 0x40;
 constexpr uint8_t kInstance = 0x1F;
 
-// Completion codes, DSP0236, table 13.
-constexpr uint8_t kSuccess = 0x00;
-constexpr uint8_t kInvalidData = 0x02;
-constexpr uint8_t kInvalidLength = 0x03;
-constexpr uint8_t kUnsupported = 0x05;
+/// Completion code of Get MCTP Version Support (DSP0236, clause 12.6).
 constexpr uint8_t kTypeNotSupported = 0x80;
-
-enum Command : uint8_t {
-    kSetEndpointIdCommand = ControlResponder::kSetEndpointId,
-    kGetEndpointIdCommand = ControlResponder::kGetEndpointId,
-    kGetEndpointUuid = 0x03,
-    kGetVersionSupportCommand = 0x04,
-    kGetMessageTypeSupport = 0x05,
-    kPrepareForEndpointDiscovery = 0x0B,
-    kEndpointDiscovery = 0x0C,
-};
 
 /// Bytes of request data behind the command code; nothing for a command that is not served.
 std::optional<size_t> data_size(uint8_t command) {
     switch (command) {
-        case kSetEndpointIdCommand:
+        case kControlSetEndpointId:
             return 2;
-        case kGetVersionSupportCommand:
+        case kControlGetVersionSupport:
             return 1;
-        case kGetEndpointIdCommand:
-        case kGetEndpointUuid:
-        case kGetMessageTypeSupport:
-        case kPrepareForEndpointDiscovery:
-        case kEndpointDiscovery:
+        case kControlGetEndpointId:
+        case kControlGetEndpointUuid:
+        case kControlGetMessageTypeSupport:
+        case kControlPrepareForDiscovery:
+        case kControlEndpointDiscovery:
             return 0;
         default:
             return std::nullopt;
@@ -69,7 +55,7 @@ std::optional<Bytes> ControlResponder::answer(ByteView request) {
 
     const std::optional<size_t> size = data_size(command);
     if (!size || *size != data.size()) {
-        out.push_back(size ? kInvalidLength : kUnsupported);
+        out.push_back(size ? kControlInvalidLength : kControlUnsupported);
         return out;
     }
     const std::optional<Bytes> result = execute(command, data);
@@ -81,22 +67,22 @@ std::optional<Bytes> ControlResponder::answer(ByteView request) {
 }
 
 std::optional<Bytes> ControlResponder::execute(uint8_t command, ByteView data) {
-    Bytes out{kSuccess};
+    Bytes out{kControlSuccess};
     switch (command) {
-        case kSetEndpointIdCommand:
+        case kControlSetEndpointId:
             return set_endpoint_id(data);
-        case kGetEndpointIdCommand:
+        case kControlGetEndpointId:
             return get_endpoint_id();
-        case kGetEndpointUuid:
+        case kControlGetEndpointUuid:
             append(out, uuid_);
             break;
-        case kGetVersionSupportCommand:
+        case kControlGetVersionSupport:
             return get_version_support(data);
-        case kGetMessageTypeSupport:
+        case kControlGetMessageTypeSupport:
             out.push_back(static_cast<uint8_t>(types_.size()));
             append(out, types_);
             break;
-        case kPrepareForEndpointDiscovery:
+        case kControlPrepareForDiscovery:
             discovered_ = false;
             break;
         default:  // Endpoint Discovery: an endpoint that has been discovered keeps silent.
@@ -113,18 +99,18 @@ Bytes ControlResponder::set_endpoint_id(ByteView data) {
     const uint8_t eid = data[1];
     if (operation == kSet || operation == kForce) {
         if (eid < 8 || eid == 0xFF) {
-            return {kInvalidData};
+            return {kControlInvalidData};
         }
         endpoint_.set_eid(eid);
     } else if (operation == kResetToStatic) {
         if (static_eid_ == 0) {
-            return {kInvalidData};
+            return {kControlInvalidData};
         }
         endpoint_.set_eid(static_eid_);
     }
     discovered_ = true;
     // Status: assignment accepted, no EID pool wanted.
-    return {kSuccess, 0x00, endpoint_.eid(), 0x00};
+    return {kControlSuccess, 0x00, endpoint_.eid(), 0x00};
 }
 
 Bytes ControlResponder::get_endpoint_id() const {
@@ -136,7 +122,7 @@ Bytes ControlResponder::get_endpoint_id() const {
     }
     constexpr uint8_t kBusOwnerOrBridge = 0x10;
     const uint8_t endpoint_type = bus_owner_ ? kBusOwnerOrBridge : 0;
-    return {kSuccess, endpoint_.eid(), static_cast<uint8_t>(endpoint_type | type), 0x00};
+    return {kControlSuccess, endpoint_.eid(), static_cast<uint8_t>(endpoint_type | type), 0x00};
 }
 
 Bytes ControlResponder::get_version_support(ByteView data) const {
@@ -147,9 +133,9 @@ Bytes ControlResponder::get_version_support(ByteView data) const {
         return {kTypeNotSupported};
     }
     if (type == 0xFF || type == 0x00) {
-        return {kSuccess, 1, 0xF1, 0xF3, 0xF1, 0x00};  // 1.3.1
+        return {kControlSuccess, 1, 0xF1, 0xF3, 0xF1, 0x00};  // 1.3.1
     }
-    return {kSuccess, 1, 0xF1, 0xF1, 0xF0, 0x00};  // 1.1.0
+    return {kControlSuccess, 1, 0xF1, 0xF1, 0xF0, 0x00};  // 1.1.0
 }
 
 void ControlResponder::reset() {

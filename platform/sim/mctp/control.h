@@ -13,11 +13,31 @@ namespace sim {
 
 using Uuid = std::array<uint8_t, 16>;
 
+/// Commands (DSP0236, table 12).
+enum ControlCommand : uint8_t {
+    kControlSetEndpointId = 0x01,
+    kControlGetEndpointId = 0x02,
+    kControlGetEndpointUuid = 0x03,
+    kControlGetVersionSupport = 0x04,
+    kControlGetMessageTypeSupport = 0x05,
+    kControlAllocateEndpointIds = 0x08,
+    kControlGetRoutingTableEntries = 0x0A,
+    kControlPrepareForDiscovery = 0x0B,
+    kControlEndpointDiscovery = 0x0C,
+    kControlDiscoveryNotify = 0x0D,
+};
+
+/// Completion codes (DSP0236, table 13).
+enum ControlCode : uint8_t {
+    kControlSuccess = 0x00,
+    kControlInvalidData = 0x02,
+    kControlInvalidLength = 0x03,
+    kControlNotReady = 0x04,
+    kControlUnsupported = 0x05,
+};
+
 class ControlResponder {
 public:
-    static constexpr uint8_t kSetEndpointId = 0x01;
-    static constexpr uint8_t kGetEndpointId = 0x02;
-
     /// @param static_eid  the EID that the endpoint has of its own, 0 = none
     /// @param types       message types besides control
     /// @param bus_owner   what Get Endpoint ID is to say: bus owner or bridge, or simple endpoint

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "sim/device/device.h"
+#include "sim/mctp/control.h"
 
 namespace sim {
 
@@ -13,23 +14,15 @@ namespace {
 constexpr uint8_t kControl = 0x00;
 constexpr uint8_t kInstance = 0x1F;
 
-// Commands, DSP0236, table 12.
-constexpr uint8_t kSetEndpointId = 0x01;
-constexpr uint8_t kAllocateEndpointIds = 0x08;
-constexpr uint8_t kGetRoutingTableEntries = 0x0A;
 const std::vector<std::string> kStepNames = {"set_endpoint_id",
                                              "get_endpoint_id",
                                              "allocate_endpoint_ids",
                                              "get_routing_table_entries",
                                              "prepare_for_endpoint_discovery",
                                              "endpoint_discovery"};
-constexpr uint8_t kStepCommands[] = {kSetEndpointId,          0x02, kAllocateEndpointIds,
-                                     kGetRoutingTableEntries, 0x0B, 0x0C};
-
-constexpr uint8_t kSuccess = 0x00;
-constexpr uint8_t kInvalidData = 0x02;
-constexpr uint8_t kInvalidLength = 0x03;
-constexpr uint8_t kNotReady = 0x04;
+constexpr uint8_t kStepCommands[] = {kControlSetEndpointId,       kControlGetEndpointId,
+                                     kControlAllocateEndpointIds, kControlGetRoutingTableEntries,
+                                     kControlPrepareForDiscovery, kControlEndpointDiscovery};
 
 constexpr int64_t kLongestDelayUs = 60'000'000;
 constexpr int64_t kManyTimes = 1'000'000'000;
@@ -91,18 +84,18 @@ protected:
         }
         Bytes out{static_cast<uint8_t>(request[0] & kInstance), request[1]};
         if (step.outcome == Step::Outcome::kNotReady) {
-            out.push_back(kNotReady);
+            out.push_back(kControlNotReady);
             return out;
         }
         if (step.outcome == Step::Outcome::kRefused) {
             out.push_back(step.completion_code);
             return out;
         }
-        if (request[1] == kAllocateEndpointIds) {
+        if (request[1] == kControlAllocateEndpointIds) {
             append(out, allocate(request.subspan(2)));
             return out;
         }
-        if (request[1] == kGetRoutingTableEntries) {
+        if (request[1] == kControlGetRoutingTableEntries) {
             append(out, routing_table(request.subspan(2)));
             return out;
         }
@@ -125,7 +118,7 @@ private:
 
     /// A bridge adds to its answer to Set Endpoint ID that it wants a pool (DSP0236, table 14).
     std::optional<Bytes> with_pool_wish(std::optional<Bytes> out) const {
-        if (out && out->size() == 6 && (*out)[1] == kSetEndpointId) {
+        if (out && out->size() == 6 && (*out)[1] == kControlSetEndpointId) {
             (*out)[3] |= pool_size_ == 0 ? 0x01 : 0x02;
             (*out)[5] = static_cast<uint8_t>(functions().size());
         }
@@ -144,22 +137,22 @@ private:
     Bytes allocate(ByteView data) {
         enum Operation : uint8_t { kAllocatePool = 0, kForce = 1, kInformation = 2 };
         if (data.size() != 3) {
-            return {kInvalidLength};
+            return {kControlInvalidLength};
         }
         const uint8_t operation = data[0] & 3;
         if (operation > kInformation) {
-            return {kInvalidData};
+            return {kControlInvalidData};
         }
         if (operation != kInformation) {
             const unsigned last = data[2] + data[1] - 1u;
             if (data[1] == 0 || data[2] < 8 || last > 254) {
-                return {kInvalidData};
+                return {kControlInvalidData};
             }
             pool_size_ = data[1];
             first_eid_ = data[2];
             hand_out();
         }
-        return {kSuccess, 0x00, pool_size_, first_eid_};
+        return {kControlSuccess, 0x00, pool_size_, first_eid_};
     }
 
     /// A function with an EID of its own keeps it, and so do the MPIO and bus owners.
@@ -188,16 +181,16 @@ private:
     /// Get Routing Table Entries (DSP0236, clause 12.12); the handle is the number of the entry.
     Bytes routing_table(ByteView data) const {
         if (data.size() != 1) {
-            return {kInvalidLength};
+            return {kControlInvalidLength};
         }
         const std::vector<Bytes> entries = table();
         const size_t begin = data[0];
         if (begin != 0 && begin >= entries.size()) {
-            return {kInvalidData};
+            return {kControlInvalidData};
         }
         const size_t end = std::min(begin + entries_per_part_, entries.size());
         const bool is_last = end == entries.size();
-        Bytes out{kSuccess, is_last ? kLastHandle : static_cast<uint8_t>(end),
+        Bytes out{kControlSuccess, is_last ? kLastHandle : static_cast<uint8_t>(end),
                   static_cast<uint8_t>(end - begin)};
         for (size_t i = begin; i < end; ++i) {
             append(out, entries[i]);

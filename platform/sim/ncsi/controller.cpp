@@ -116,13 +116,9 @@ void NcsiController::reset() {
 }
 
 const NcsiFault* NcsiController::strike(NcsiFault::Kind kind, NcsiCommand command) const {
-    const uint64_t number = count(command);
-    auto hits = [&](const NcsiFault& fault) {
-        return fault.kind == kind && fault.command == command && number >= fault.at &&
-               (fault.count == 0 || number - fault.at < fault.count);
-    };
-    const auto found = std::ranges::find_if(settings_.faults, hits);
-    return found != settings_.faults.end() ? &*found : nullptr;
+    return striking(settings_.faults, count(command), [&](const NcsiFault& fault) {
+        return fault.kind == kind && fault.command == command;
+    });
 }
 
 NcsiCommand NcsiController::identify(uint8_t type, ByteView payload) {

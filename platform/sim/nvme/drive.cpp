@@ -144,13 +144,9 @@ void NvmeDrive::begin_anew() {
 }
 
 const NvmeFault* NvmeDrive::strike(NvmeFault::Kind kind, NvmeCommandSet set, uint8_t opcode) const {
-    const uint64_t number = count(set, opcode);
-    auto hits = [&](const NvmeFault& fault) {
-        return fault.kind == kind && fault.set == set && fault.opcode == opcode &&
-               number >= fault.at && (fault.count == 0 || number - fault.at < fault.count);
-    };
-    const auto found = std::ranges::find_if(settings_.faults, hits);
-    return found != settings_.faults.end() ? &*found : nullptr;
+    return striking(settings_.faults, count(set, opcode), [&](const NvmeFault& fault) {
+        return fault.kind == kind && fault.set == set && fault.opcode == opcode;
+    });
 }
 
 /// The body of a request without its integrity check.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "sim/device/fault.h"
 #include "sim/pldm/device.h"
 
 namespace sim {
@@ -89,16 +90,9 @@ void PldmFirmware::set_faults(std::vector<PldmFirmwareFault> faults) {
 }
 
 const PldmFirmwareFault* PldmFirmware::strike(Kind kind, uint8_t command) const {
-    for (const PldmFirmwareFault& fault : settings_.faults) {
-        if (fault.kind != kind || fault.command != command) {
-            continue;
-        }
-        const uint64_t number = count(command);
-        if (number >= fault.at && (fault.count == 0 || number < uint64_t{fault.at} + fault.count)) {
-            return &fault;
-        }
-    }
-    return nullptr;
+    return striking(settings_.faults, count(command), [&](const PldmFirmwareFault& fault) {
+        return fault.kind == kind && fault.command == command;
+    });
 }
 
 void PldmFirmware::count_message(uint8_t command) {
