@@ -88,7 +88,7 @@ int32_t finish_read(const nvme::AdminAnswer& answer, uint8_t* data, uint32_t roo
 
 /// Whether the controller has completed the command, successfully or not.
 bool is_completed(const nvme::AdminAnswer& answer) {
-    return answer.stage == nvme::Stage::failed || answer.stage == nvme::Stage::done;
+    return answer.stage == nvme::Stage::kFailed || answer.stage == nvme::Stage::kDone;
 }
 
 }  // namespace
@@ -286,7 +286,7 @@ int32_t nvme_mrvl_read_cmd(nvme_admin_req* req, uint32_t length, uint8_t* data,
     Room room{};
     const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room_for(room, length));
     const int32_t result = finish_read(answer, data, length, received);
-    if (answer.stage == nvme::Stage::failed) {
+    if (answer.stage == nvme::Stage::kFailed) {
         std::printf("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(answer.dword3),
                     NVME_COMPLETION_SC(answer.dword3));
     } else if (result < 0) {

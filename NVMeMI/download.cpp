@@ -115,15 +115,15 @@ int32_t send_piece(const Transfer& transfer, const Piece& piece) {
     std::array<uint8_t, NVME_ADMIN_RESPONSE_SIZE> room{};
     const nvme::AdminAnswer answer =
         nvme::exchange(transfer.ctx, nvme::encode(command, std::span(bytes).first(length)), room);
-    if (answer.stage == nvme::Stage::done) {
+    if (answer.stage == nvme::Stage::kDone) {
         return 0;
     }
     log_place();
     const int32_t result = finish(answer);
     switch (answer.stage) {
-        case nvme::Stage::refused:
+        case nvme::Stage::kRefused:
             return conclude(NVME_FW_DOWNLOAD_RESPONSE_ERROR, result);
-        case nvme::Stage::failed:
+        case nvme::Stage::kFailed:
             return conclude(NVME_FW_DOWNLOAD_COMMAND, result);
         default:
             console_log("nvme_admin_cmd failed. resp.status=%d\n", room[nvme::kStatus]);

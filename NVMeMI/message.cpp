@@ -39,7 +39,7 @@ int32_t transfer(nvmemi_ctx* ctx, std::span<uint8_t> request, std::span<uint8_t>
 }
 
 /// Where an error is reported: admin commands use the console, management commands the output.
-enum class Outlet { console, output };
+enum class Outlet { kConsole, kOutput };
 
 /// Reports a status that is not success.
 void report_status(std::span<const uint8_t> message, Outlet outlet) {
@@ -56,7 +56,7 @@ void report_status(std::span<const uint8_t> message, Outlet outlet) {
     const uint8_t bit = reader.u8() & 0x07;
     const uint8_t byte = reader.u8();
     const bool located = status == NVMEMI_STATUS_INVALID_PARAMETER;
-    if (outlet == Outlet::console) {
+    if (outlet == Outlet::kConsole) {
         located ? console_log(kInvalidParameter, kName, kConsoleLine, byte, bit)
                 : console_log(kUnsuccess, status);
     } else if (located) {
@@ -70,7 +70,7 @@ void report_status(std::span<const uint8_t> message, Outlet outlet) {
 /// @param result  of the transfer
 Answer judge(std::span<const uint8_t> room, int32_t result) {
     if (result < 0) {
-        return {Stage::failed_exchange, -1, {}, WireReader({})};
+        return {Stage::kFailedExchange, -1, {}, WireReader({})};
     }
     const auto message = room.first(body_length(room, result));
     WireReader reader(message);
@@ -78,9 +78,9 @@ Answer judge(std::span<const uint8_t> room, int32_t result) {
     const uint8_t status = reader.u8();
     if (!reader.ok()) {
         debug_log("%s, response of %zu bytes has no status\n", "nvmemi", message.size());
-        return {Stage::malformed, -1, message, reader};
+        return {Stage::kMalformed, -1, message, reader};
     }
-    return {status == NVMEMI_STATUS_SUCCESS ? Stage::done : Stage::refused, status, message,
+    return {status == NVMEMI_STATUS_SUCCESS ? Stage::kDone : Stage::kRefused, status, message,
             reader};
 }
 
@@ -93,10 +93,10 @@ void judge_completion(AdminAnswer& answer) {
     if (!answer.body.ok()) {
         debug_log("%s, response of %zu bytes has no completion\n", "nvme admin",
                   answer.message.size());
-        answer.stage = Stage::malformed;
+        answer.stage = Stage::kMalformed;
         answer.result = -1;
     } else if (NVME_COMPLETION_SC(answer.dword3) != 0) {
-        answer.stage = Stage::failed;
+        answer.stage = Stage::kFailed;
         answer.result = static_cast<int32_t>(answer.dword3);
     }
 }
@@ -147,7 +147,7 @@ AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, std::span<uint8_t> r
         nvme_admin_cmd(ctx, static_cast<uint32_t>(request.bytes.size()),
                        static_cast<uint32_t>(room.size()), request.bytes.data(), room.data());
     AdminAnswer answer{judge(room, result), 0, 0};
-    if (answer.stage == Stage::done) {
+    if (answer.stage == Stage::kDone) {
         judge_completion(answer);
     }
     return answer;
@@ -163,11 +163,11 @@ AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, std::span<uin
 }
 
 int32_t finish(const Answer& answer, const char* failure) {
-    if (answer.stage == Stage::failed_exchange) {
+    if (answer.stage == Stage::kFailedExchange) {
         std::puts(failure);
-    } else if (answer.stage == Stage::refused) {
-        report_status(answer.message, Outlet::output);
-    } else if (answer.stage == Stage::done && !answer.body.ok()) {
+    } else if (answer.stage == Stage::kRefused) {
+        report_status(answer.message, Outlet::kOutput);
+    } else if (answer.stage == Stage::kDone && !answer.body.ok()) {
         debug_log("%s, response of %zu bytes is too short\n", "nvmemi", answer.message.size());
         return -1;
     }
@@ -175,9 +175,9 @@ int32_t finish(const Answer& answer, const char* failure) {
 }
 
 int32_t finish(const AdminAnswer& answer) {
-    if (answer.stage == Stage::refused) {
-        report_status(answer.message, Outlet::console);
-    } else if (answer.stage == Stage::failed) {
+    if (answer.stage == Stage::kRefused) {
+        report_status(answer.message, Outlet::kConsole);
+    } else if (answer.stage == Stage::kFailed) {
         console_log("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(answer.dword3),
                     NVME_COMPLETION_SC(answer.dword3));
     }

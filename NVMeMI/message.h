@@ -58,11 +58,11 @@ AdminRequest encode(const AdminCommand& command, std::span<uint8_t> bytes);
 
 /// What has come of a command.
 enum class Stage {
-    failed_exchange,  ///< nothing
-    malformed,        ///< not all that a response consists of
-    refused,          ///< a status other than success: by the endpoint
-    failed,           ///< a status code other than success: by the controller
-    done,
+    kFailedExchange,  ///< nothing
+    kMalformed,       ///< not all that a response consists of
+    kRefused,         ///< a status other than success: by the endpoint
+    kFailed,          ///< a status code other than success: by the controller
+    kDone,
 };
 
 /// What came back.

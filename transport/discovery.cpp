@@ -24,7 +24,7 @@ constexpr uint8_t kTableEnd = 0xFF;
 /// Handles are 0 to 254, and a table that ends never gives one out twice.
 constexpr int kTableRequestsMax = 255;
 
-enum class Lookup { found, not_here, malformed };
+enum class Lookup { kFound, kNotHere, kMalformed };
 
 struct RoutingEntry {
     uint8_t starting_eid;
@@ -75,21 +75,21 @@ Lookup look_up(std::span<const uint8_t> response, mctp_ctx& target, uint8_t& han
     handle = reader.u8();
     const unsigned count = reader.u8();
     if (!reader.ok()) {
-        return Lookup::malformed;
+        return Lookup::kMalformed;
     }
     for (unsigned i = 0; i < count; ++i) {
         const RoutingEntry entry = read_entry(reader);
         if (!reader.ok()) {
-            return Lookup::malformed;
+            return Lookup::kMalformed;
         }
         log_entry(entry);
         if (matches(entry, target.pcie_bdf)) {
             target.dest_eid = entry.starting_eid;
             debug_log("      -> EID: %d\n\n\n", entry.starting_eid);
-            return Lookup::found;
+            return Lookup::kFound;
         }
     }
-    return Lookup::not_here;
+    return Lookup::kNotHere;
 }
 
 /// Whether the MPIO is there to be asked: it has been brought up, or it answers now.
@@ -164,10 +164,10 @@ int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* target) {
         }
         const size_t size = std::min(static_cast<size_t>(received), table.size());
         const Lookup result = look_up(std::span(table).first(size), *target, handle);
-        if (result == Lookup::found) {
+        if (result == Lookup::kFound) {
             return 0;
         }
-        if (result == Lookup::malformed) {
+        if (result == Lookup::kMalformed) {
             break;
         }
     }

@@ -31,7 +31,7 @@ struct Message {
     WireReader data;
 };
 
-enum class Outcome { go_on, assigned, failed };
+enum class Outcome { kGoOn, kAssigned, kFailed };
 
 mctp_route current_route(const mctp_ctx& ctx) {
     mctp_route route;
@@ -66,12 +66,12 @@ public:
                 return send(message, {0, 0, 0, 0});
             case kEndpointDiscovery:
                 if (discovered_) {
-                    return Outcome::go_on;
+                    return Outcome::kGoOn;
                 }
                 discovered_ = true;
                 return send(message, {0, 0, 0, 0, 0, 0, 0, 0, 0});
             default:
-                return Outcome::go_on;
+                return Outcome::kGoOn;
         }
     }
 
@@ -109,10 +109,10 @@ private:
             echoed = eid;
         }
         const Outcome outcome = send(message, {completion, 0, echoed, 0});
-        if (outcome == Outcome::failed || ctx_.src_eid == 0) {
+        if (outcome == Outcome::kFailed || ctx_.src_eid == 0) {
             return outcome;
         }
-        return Outcome::assigned;
+        return Outcome::kAssigned;
     }
 
     /// @param tail  what follows the header
@@ -124,7 +124,7 @@ private:
         const AddressedTo peer(&ctx_, requester());
         const int32_t result =
             ctx_.send(&ctx_, static_cast<uint32_t>(writer.written()), response.data(), 0);
-        return result < 0 ? Outcome::failed : Outcome::go_on;
+        return result < 0 ? Outcome::kFailed : Outcome::kGoOn;
     }
 
     mctp_ctx& ctx_;
@@ -174,8 +174,8 @@ int32_t respond_until_assigned(mctp_ctx& ctx, uint8_t former_eid) {
             continue;
         }
         const Outcome outcome = responder.answer(message);
-        if (outcome != Outcome::go_on) {
-            return outcome == Outcome::assigned ? 1 : 0;
+        if (outcome != Outcome::kGoOn) {
+            return outcome == Outcome::kAssigned ? 1 : 0;
         }
     }
 }

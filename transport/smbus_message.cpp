@@ -83,7 +83,7 @@ private:
 };
 
 /// What a receive does with the message type byte.
-enum class TypeByte { strip, deliver };
+enum class TypeByte { kStrip, kDeliver };
 
 /// The reassembly of one message (DSP0236, clause 8.4), as deployed firmware expects it.
 class Reassembly {
@@ -93,7 +93,7 @@ public:
           next_(buffer),
           room_(capacity),
           capacity_(capacity),
-          payload_offset_(PacketHeader::kSize + (type_byte == TypeByte::deliver ? 0 : 1)) {}
+          payload_offset_(PacketHeader::kSize + (type_byte == TypeByte::kDeliver ? 0 : 1)) {}
 
     /// Reads packets until the message is complete or the buffer full.
     /// @return body bytes stored, or -1
@@ -291,7 +291,7 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
 }
 
 int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer,
-                        TypeByte type_byte = TypeByte::strip) {
+                        TypeByte type_byte = TypeByte::kStrip) {
     if (buffer == nullptr || capacity <= 0) {
         return 0;
     }
@@ -392,8 +392,8 @@ int32_t mctp_smbus_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer
     using namespace sideband;
     // Like the stock receive: the software-PEC binding's own operations do not lock.
     if (ctx->binding_kind == MCTP_BINDING_KIND_SL8_SMBUS) {
-        return receive_message(*ctx, length, buffer, TypeByte::deliver);
+        return receive_message(*ctx, length, buffer, TypeByte::kDeliver);
     }
     const MutexGuard bus(bus_mutex(*ctx));
-    return bus ? receive_message(*ctx, length, buffer, TypeByte::deliver) : -1;
+    return bus ? receive_message(*ctx, length, buffer, TypeByte::kDeliver) : -1;
 }

@@ -35,20 +35,20 @@ void close_socket(Socket& socket) {
     if (socket.descriptor >= 0) {
         close(socket.descriptor);
     }
-    socket.use = Use::free;
+    socket.use = Use::kFree;
 }
 
 void close_if_over(Socket& socket, int64_t now) {
-    if (socket.use == Use::kept && socket.until <= now) {
+    if (socket.use == Use::kEpt && socket.until <= now) {
         close_socket(socket);
     }
 }
 
 Socket* claim(Socket& socket) {
-    if (socket.use == Use::free) {
+    if (socket.use == Use::kFree) {
         socket.descriptor = -1;
     }
-    socket.use = Use::busy;
+    socket.use = Use::kBusy;
     return &socket;
 }
 
@@ -63,7 +63,7 @@ Held::~Held() {
         close_socket(*socket_);
     } else {
         socket_->until = monotonic_ms() + kept_for_;
-        socket_->use = Use::kept;
+        socket_->use = Use::kEpt;
     }
 }
 
@@ -79,9 +79,9 @@ Socket* claim_place() {
     close_if_over(listener, now);
     for (Socket& socket : sockets) {
         close_if_over(socket, now);
-        if (socket.use == Use::free) {
+        if (socket.use == Use::kFree) {
             place = &socket;
-        } else if (socket.use == Use::kept && socket.answered &&
+        } else if (socket.use == Use::kEpt && socket.answered &&
                    (oldest == nullptr || socket.until < oldest->until)) {
             oldest = &socket;
         }
@@ -96,7 +96,7 @@ Socket* claim_place() {
 Socket* claim_last(const mctp_ctx& ctx, bool also_answered) {
     const TableLock lock;
     for (Socket& socket : sockets) {
-        if (socket.use == Use::kept && socket.owner == &ctx && socket.eid == ctx.dest_eid &&
+        if (socket.use == Use::kEpt && socket.owner == &ctx && socket.eid == ctx.dest_eid &&
             socket.network == ctx.pcie_param && (also_answered || !socket.answered)) {
             return claim(socket);
         }
@@ -107,14 +107,14 @@ Socket* claim_last(const mctp_ctx& ctx, bool also_answered) {
 Socket* claim_listener(const mctp_ctx* opened_by) {
     const TableLock lock;
     const bool wanted =
-        opened_by == nullptr || (listener.use == Use::kept && listener.owner == opened_by);
-    return wanted && listener.use != Use::busy ? claim(listener) : nullptr;
+        opened_by == nullptr || (listener.use == Use::kEpt && listener.owner == opened_by);
+    return wanted && listener.use != Use::kBusy ? claim(listener) : nullptr;
 }
 
 void retire_earlier(const mctp_ctx& ctx) {
     const TableLock lock;
     for (Socket& socket : sockets) {
-        if (socket.use == Use::kept && socket.owner == &ctx) {
+        if (socket.use == Use::kEpt && socket.owner == &ctx) {
             socket.owner = nullptr;
             if (socket.answered) {
                 close_socket(socket);

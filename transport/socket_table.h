@@ -28,7 +28,7 @@ namespace sideband {
  */
 
 struct Socket {
-    enum class Use : uint8_t { free, busy, kept };
+    enum class Use : uint8_t { kFree, kBusy, kEpt };
 
     Use use;  ///< the table's own
     bool answered;
