@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command demo: a tour of the whole board.
 #include "tools/demo/demo.h"
+#include "tools/demo/commands.h"
 
 #include <fmt/format.h>
 
@@ -13,7 +14,6 @@
 #include "tools/pldm/sensor_report.h"
 #include "tools/pldm/sensors.h"
 #include "tools/shell/codes.h"
-#include "tools/shell/command.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"
 

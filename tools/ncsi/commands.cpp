@@ -1,64 +1,106 @@
 // SPDX-License-Identifier: Apache-2.0
-// The commands ncsi discover, ncsi link, ncsi select and ncsi deselect.
-#include <fmt/format.h>
+// The command line of the commands ncsi.
+#include "tools/ncsi/commands.h"
 
-#include <nlohmann/json.hpp>
+#include <sideband/ncsi.h>
 
-#include "tools/ncsi/link.h"
-#include "tools/shell/command.h"
-#include "tools/shell/endpoint_name.h"
-#include "tools/shell/text.h"
+#include "tools/shell/commands.h"
 
 namespace tool {
+namespace {
 
-void run_ncsi_discover(Context& context, const std::string& endpoint) {
-    Session session(find_endpoint(context.port, endpoint));
-    session.discover();
-    NcsiController controller(session);
-    Table table({{"CHANNEL", true}, {"ID"}, {"PACKAGE", true}});
-    Json channels = Json::array();
-    for (unsigned number : controller.numbers()) {
-        const uint8_t id = controller.channel(number).channel_id;
-        table.add({std::to_string(number), fmt::format("0x{:02x}", id),
-                   std::to_string(controller.package())});
-        channels.push_back({{"channel", number}, {"channel_id", id}});
-    }
-    context.output.text(table.text());
-    context.output.document(
-        {{"endpoint", endpoint}, {"package_id", controller.package()}, {"channels", channels}});
+struct LinkArguments : EndpointArguments {
+    std::optional<unsigned> channel;
+};
+
+struct SelectionArguments : EndpointArguments {
+    unsigned package = 0;
+};
+
+struct OemArguments : EndpointArguments {
+    OemWish wish;
+};
+
+void add_channel(CLI::App& command, std::optional<unsigned>& channel, const char* help) {
+    command.add_option("--channel", channel, help)
+        ->type_name("N")
+        ->check(CLI::Range(0, NCSI_CHANNELS - 1));
 }
 
-void run_ncsi_link(Context& context, const std::string& endpoint, std::optional<unsigned> channel) {
-    Session session(find_endpoint(context.port, endpoint));
-    session.discover();
-    NcsiController controller(session);
-    std::vector<unsigned> numbers = controller.numbers();
-    if (channel) {
-        numbers = {controller.choose(channel)};
-    }
-    const std::vector<ChannelLink> links = read_links(controller, numbers);
-    context.output.text(links_text(links));
-    context.output.document({{"endpoint", endpoint}, {"channels", links_json(links)}});
-    for (const ChannelLink& link : links) {
-        if (link.failure) {
-            context.report(*link.failure);
-        }
-    }
+void add_link(CLI::App& ncsi, const Commands& commands) {
+    const auto [link, arguments] = commands.add<LinkArguments>(
+        ncsi, "link", "link, speed and autonegotiation of each channel",
+        [](Context& c, const LinkArguments& a) { run_ncsi_link(c, a.endpoint, a.channel); });
+    add_channel(link, arguments.channel, "this channel alone");
 }
 
-void run_ncsi_package(Context& context, const std::string& endpoint, unsigned package,
-                      bool select) {
-    Session session(find_endpoint(context.port, endpoint));
-    session.discover();
-    NcsiController controller(session);
-    ncsi_channel& channel = controller.channel(controller.numbers().front());
-    const auto command = select ? ncsi_select_package : ncsi_deselect_package;
-    controller.call(fmt::format("{} Package {}", select ? "Select" : "Deselect", package),
-                    [&] { return command(&channel, package); });
-    context.output.text(
-        fmt::format("package {} is {}\n", package, select ? "selected" : "deselected"));
-    context.output.document(
-        {{"endpoint", endpoint}, {"package_id", package}, {"selected", select}});
+void add_package(CLI::App& ncsi, const Commands& commands, const char* name, const char* help,
+                 bool select) {
+    const auto [command, arguments] = commands.add<SelectionArguments>(
+        ncsi, name, help, [select](Context& c, const SelectionArguments& a) {
+            run_ncsi_package(c, a.endpoint, a.package, select);
+        });
+    command.add_option("PACKAGE", arguments.package, "the package's ID, 0 to 7")
+        ->required()
+        ->check(CLI::Range(0, NCSI_PACKAGES - 1));
+}
+
+/// An OEM command for one channel.
+AddedCommand<OemArguments> add_oem_command(
+    CLI::App& above, const Commands& commands, const char* name, const char* help,
+    std::function<void(Context&, const std::string& endpoint, const OemWish&)> run) {
+    const auto added = commands.add<OemArguments>(
+        above, name, help,
+        [run = std::move(run)](Context& c, const OemArguments& a) { run(c, a.endpoint, a.wish); });
+    add_channel(added.command, added.arguments.wish.channel,
+                "the channel (default: the first that was found)");
+    return added;
+}
+
+/// The commands get and set of one setting.
+void add_setting(CLI::App& oem, const Commands& commands, const char* name, const char* help,
+                 OemSetting which, unsigned value_max) {
+    CLI::App& setting = Commands::noun(oem, name, help);
+    add_oem_command(setting, commands, "get", "what the controller has",
+                    [which](Context& c, const std::string& endpoint, const OemWish& wish) {
+                        run_ncsi_oem_get(c, endpoint, which, wish);
+                    });
+    const auto [set, arguments] =
+        add_oem_command(setting, commands, "set", "changes the flag, the value or both",
+                        [which](Context& c, const std::string& endpoint, const OemWish& wish) {
+                            run_ncsi_oem_set(c, endpoint, which, wish);
+                        });
+    set.add_option("--flag", arguments.wish.flag, "the new flag")
+        ->type_name("0|1")
+        ->check(CLI::Range(0, 1));
+    set.add_option("--value", arguments.wish.value, "the new value")
+        ->type_name("N")
+        ->check(CLI::Range(0U, value_max));
+}
+
+void add_oem(CLI::App& ncsi, const Commands& commands) {
+    CLI::App& oem = Commands::noun(ncsi, "oem", "commands of Broadcom and Mellanox controllers");
+    add_setting(oem, commands, "brcm-preboot", "Broadcom: the preboot server config",
+                OemSetting::kBrcmPreboot, 0x0FFF);
+    add_setting(oem, commands, "mlx-tlv", "Mellanox: the card TLV", OemSetting::kMlxTlv, 0xFFFF);
+    add_oem_command(oem, commands, "mlx-mac", "Mellanox: the MAC address of the physical function",
+                    run_ncsi_oem_mac);
+    const auto [temperature, arguments] = add_oem_command(
+        oem, commands, "mlx-temp", "Mellanox: a temperature", run_ncsi_oem_temperature);
+    temperature.add_option("--sensor", arguments.wish.sensor, "the sensor (default: 0)")
+        ->type_name("N")
+        ->check(CLI::Range(0, 255));
+}
+
+}  // namespace
+
+void add_ncsi_commands(const Commands& commands) {
+    CLI::App& ncsi = commands.noun("ncsi", "NC-SI: channels of network controllers");
+    commands.add(ncsi, "discover", "the channels that answer", run_ncsi_discover);
+    add_link(ncsi, commands);
+    add_package(ncsi, commands, "select", "selects a package", true);
+    add_package(ncsi, commands, "deselect", "deselects a package", false);
+    add_oem(ncsi, commands);
 }
 
 }  // namespace tool

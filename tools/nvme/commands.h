@@ -3,6 +3,8 @@
 #ifndef SIDEBAND_TOOLS_NVME_COMMANDS_H
 #define SIDEBAND_TOOLS_NVME_COMMANDS_H
 
+#include <sideband/nvme_mi.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -12,9 +14,12 @@
 
 namespace tool {
 
+class Commands;
+
+void add_nvme_commands(const Commands& commands);
+
 /// Whom a command is for.
-struct NvmeTarget {
-    std::string endpoint;
+struct NvmeTarget : EndpointArguments {
     std::optional<unsigned> controller;  ///< controller ID; nothing for the first of the drive
     uint32_t nsid = 0;                   ///< namespace ID, of the commands that have one
 };
@@ -63,7 +68,7 @@ void run_nvme_config_set(Context& context, const std::string& endpoint, const Nv
 
 struct NvmeVpdWish {
     uint32_t offset = 0;
-    uint32_t length = 0;
+    uint32_t length = 256;
     std::vector<std::string> pieces;  ///< data to be written, in hex
 };
 
@@ -73,8 +78,8 @@ void run_nvme_vpd_write(Context& context, const std::string& endpoint, const Nvm
 void run_nvme_reset(Context& context, const std::string& endpoint);
 
 struct NvmeLockdownWish {
-    uint8_t scope = 0;       ///< NVME_LOCKDOWN_...
-    uint8_t interfaces = 0;  ///< likewise
+    uint8_t scope = 0;                        ///< NVME_LOCKDOWN_...
+    uint8_t interfaces = NVME_LOCKDOWN_BOTH;  ///< likewise
     uint8_t identifier = 0;
     bool allow = false;
 };
@@ -85,7 +90,7 @@ void run_nvme_lockdown(Context& context, const NvmeTarget& target, const NvmeLoc
 
 struct NvmeFirmwareWish {
     std::string path;
-    uint32_t chunk_size = 0;
+    uint32_t chunk_size = NVME_ADMIN_DATA_MAX;
     uint8_t slot = 0;               ///< 0: the controller chooses
     std::optional<uint8_t> action;  ///< commit action; nothing: no commit
     bool reset = false;             ///< reset the drive behind the commit

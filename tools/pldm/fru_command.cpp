@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/pldm/commands.h"
 #include "tools/pldm/fru_report.h"
-#include "tools/shell/command.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/session.h"
 

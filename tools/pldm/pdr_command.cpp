@@ -5,11 +5,11 @@
 #include <nlohmann/json.hpp>
 
 #include "common/wire.h"
+#include "tools/pldm/commands.h"
 #include "tools/pldm/pdr.h"
 #include "tools/pldm/pdr_names.h"
 #include "tools/pldm/pdr_show.h"
 #include "tools/pldm/sensor_record.h"
-#include "tools/shell/command.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/text.h"
 

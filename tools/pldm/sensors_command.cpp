@@ -4,8 +4,8 @@
 
 #include <ctime>
 
+#include "tools/pldm/commands.h"
 #include "tools/pldm/sensor_report.h"
-#include "tools/shell/command.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/interrupt.h"
 

@@ -4,6 +4,7 @@
 #define SIDEBAND_TOOLS_SHELL_COMMAND_LINE_H
 
 #include <functional>
+#include <span>
 #include <string>
 
 #include "tools/shell/command.h"
@@ -21,9 +22,16 @@ struct CommandLine {
     std::string text;                   ///< help or version, where one of them is wanted
 };
 
-/// Reads the command line into a record whose words are right even where it throws Failure for
-/// wrong usage.
-void parse_command_line(int argc, char** argv, CommandLine& line);
+class Commands;
+
+/// Puts the commands of one room on the command line.
+using AddCommands = void (*)(const Commands& commands);
+
+/// Reads the command line into a record whose words are right even if it throws Failure for wrong
+/// usage.
+/// @param rooms  in the order in which help shows their commands
+void parse_command_line(int argc, char** argv, std::span<const AddCommands> rooms,
+                        CommandLine& line);
 
 }  // namespace tool
 

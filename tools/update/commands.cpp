@@ -1,58 +1,55 @@
 // SPDX-License-Identifier: Apache-2.0
-// The commands pldm fw-info and pldm fw-update.
-#include <fmt/format.h>
+// The command line of the commands pldm fw-info, pldm fw-update and pkg.
+#include "tools/update/commands.h"
 
-#include <nlohmann/json.hpp>
-
-#include "tools/shell/command.h"
-#include "tools/shell/endpoint_name.h"
-#include "tools/shell/text.h"
-#include "tools/update/report.h"
+#include "tools/shell/commands.h"
 
 namespace tool {
 namespace {
 
-/// The error of a package that parses and yet is none to update with.
-void check_package(const ParsedPackage& package) {
-    const auto refuse = [&package](const std::string& why) {
-        throw Failure(ExitStatus::kInput, package.path() + ": " + why);
-    };
-    if (package.records().empty()) {
-        refuse("the package is for no device");
-    }
-    const size_t components = package.components().size();
-    if (components > PLDM_FW_COMPONENTS_MAX) {
-        refuse(fmt::format("the package has {} components, {} are the most", components,
-                           PLDM_FW_COMPONENTS_MAX));
-    }
+constexpr const char* kPackageHelp = "a PLDM firmware update package";
+
+struct UpdateArguments : EndpointArguments {
+    std::string package;
+    UpdateWish wish;
+};
+
+struct PackageArguments {
+    std::string package;
+};
+
+void add_update(CLI::App& pldm, const Commands& commands) {
+    const auto [update, arguments] = commands.add<UpdateArguments>(
+        pldm, "fw-update", "firmware update with a package; Ctrl-C cancels it on the device",
+        [](Context& c, const UpdateArguments& a) {
+            run_pldm_fw_update(c, a.endpoint, a.package, a.wish);
+        });
+    UpdateWish& wish = arguments.wish;
+    update.add_option("PACKAGE", arguments.package, kPackageHelp)->required();
+    CLI::Option* query =
+        update.add_flag("--query", wish.query, "show the versions, change nothing");
+    update
+        .add_flag("--force", wish.force,
+                  "ask for every component, also one that the device has already")
+        ->excludes(query);
+    update
+        .add_option("--transfer-size", wish.transfer_size,
+                    "bytes of the largest piece (default: by vendor and transport)")
+        ->type_name("N")
+        ->check(CLI::Range(32, 65536));
 }
 
 }  // namespace
 
-void run_pldm_fw_info(Context& context, const std::string& endpoint) {
-    Session session(find_endpoint(context.port, endpoint));
-    session.discover();
-    const FirmwareInfo info = read_firmware_info(session);
-    context.output.text(firmware_text(info));
-    Json document{{"endpoint", endpoint}};
-    document.update(firmware_json(info));
-    context.output.document(document);
-}
-
-void run_pldm_fw_update(Context& context, const std::string& endpoint, const std::string& path,
-                        const UpdateWish& wish) {
-    const ParsedPackage package(path);
-    check_package(package);
-    Session session(find_endpoint(context.port, endpoint));
-    session.discover();
-    if (wish.query) {
-        query_firmware(context, session, package);
-        return;
-    }
-    Progress progress(context.output, context.port, {});
-    const UpdateReport report = update_firmware(context.port, session, package, wish, progress);
-    context.output.text(report_text(report));
-    context.output.document(report_json(report));
+void add_update_commands(const Commands& commands) {
+    CLI::App& pldm = commands.noun("pldm");
+    commands.add(pldm, "fw-info", "firmware: descriptors, versions, components", run_pldm_fw_info);
+    add_update(pldm, commands);
+    CLI::App& pkg = commands.noun("pkg", "firmware update packages");
+    const auto [show, arguments] = commands.add<PackageArguments>(
+        pkg, "show", "what a package holds; no device is asked",
+        [](Context& c, const PackageArguments& a) { run_pkg_show(c, a.package); });
+    show.add_option("PACKAGE", arguments.package, kPackageHelp)->required();
 }
 
 }  // namespace tool

@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/shell/command.h"
 #include "tools/shell/text.h"
+#include "tools/update/commands.h"
 #include "tools/update/package.h"
 
 namespace tool {

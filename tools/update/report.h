@@ -7,9 +7,9 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
-#include "tools/shell/command.h"
 #include "tools/shell/progress.h"
 #include "tools/shell/session.h"
+#include "tools/update/commands.h"
 #include "tools/update/info.h"
 #include "tools/update/package.h"
 #include "tools/update/update.h"

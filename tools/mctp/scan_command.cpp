@@ -2,8 +2,8 @@
 // The command scan: every endpoint of the board, and what each speaks.
 #include <nlohmann/json.hpp>
 
+#include "tools/mctp/commands.h"
 #include "tools/mctp/survey.h"
-#include "tools/shell/command.h"
 
 namespace tool {
 

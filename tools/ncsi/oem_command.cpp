@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/ncsi/commands.h"
 #include "tools/ncsi/controller.h"
-#include "tools/shell/command.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/text.h"
 

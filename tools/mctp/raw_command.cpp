@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/shell/command.h"
+#include "tools/mctp/commands.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"

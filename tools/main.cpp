@@ -5,6 +5,7 @@
 #include <exception>
 #include <string_view>
 
+#include "tools/rooms.h"
 #include "tools/shell/command_line.h"
 #include "tools/shell/interrupt.h"
 #include "tools/shell/text.h"
@@ -66,7 +67,7 @@ ExitStatus execute(Output& output, const CommandLine& line) {
 ExitStatus run_command_line(int argc, char** argv, Output& output) {
     CommandLine line;
     try {
-        parse_command_line(argc, argv, line);
+        parse_command_line(argc, argv, rooms(), line);
         if (!line.text.empty()) {
             output.plain(line.text);
             return ExitStatus::kDone;
