@@ -5,8 +5,9 @@
 usage: house.py SOURCE_ROOT
 
 Library folders may include those below them only, the simulated board nothing of the library but
-sideband/platform.h, and nothing in the library the platform, the tools or the tests. Every source
-file opens with the licence line and a comment that says what it is for, and leaves no work undone.
+sideband/platform.h, and nothing in the library the platform, the tools or the tests. Rooms of the
+tool share the shell and nothing else. Every source file opens with the licence line and a comment
+that says what it is for, and leaves no work undone.
 """
 import pathlib
 import re
@@ -22,6 +23,10 @@ MAY_INCLUDE = {
     "ncsi": ("common", "transport", "ncsi"),
     "NVMeMI": ("common", "transport", "NVMeMI"),
 }
+# The tool's rooms stand beside one another on the shell, which knows none of them; the tour is on top
+# of all, and so is what lies in tools/ itself.
+TOOL_SHELL = "shell"
+TOOL_TOP = ("demo",)
 # Spelt in pieces, so that no file of the project holds the words themselves.
 UNFINISHED = re.compile(r"\b(" + "|".join(("TO" + "DO", "FIX" + "ME", "XX" + "X", "HA" + "CK")) + r")\b")
 LICENCE = re.compile(r"^(//|/\*|#) SPDX-License-Identifier: Apache-2\.0( \*/)?$")
@@ -55,6 +60,20 @@ def include_complaints(path, text, root):
     return complaints
 
 
+def room_complaints(path, text, root):
+    """Complaints about the includes of one file of the tool from another of its rooms."""
+    rooms = path.relative_to(root / "tools").parts[:-1]
+    if not rooms or rooms[0] in TOOL_TOP:
+        return []
+    complaints = []
+    for name in included(text):
+        parts = pathlib.PurePosixPath(name).parts
+        known = parts[0] == "tools" and len(parts) > 2 and parts[1] in (rooms[0], TOOL_SHELL)
+        if ".." in parts or (parts[0] == "tools" and not known):
+            complaints.append(f"{path}: includes {name}")
+    return complaints
+
+
 def opening_complaints(path, text):
     """Complaints about the first lines of a file and about work it leaves open."""
     complaints = []
@@ -80,6 +99,8 @@ def main():
             count += 1
             text = path.read_text()
             complaints += include_complaints(path, text, root) + opening_complaints(path, text)
+            if folder == "tools":
+                complaints += room_complaints(path, text, root)
     for complaint in complaints:
         print(complaint)
     print(f"{count} files: {len(complaints)} complaints")

@@ -241,7 +241,8 @@ class HouseCheck(Tree):
         for header in ("export.h", "platform.h", "api.h"):
             self.write(f"include/sideband/{header}",
                        "/* SPDX-License-Identifier: Apache-2.0 */\n/* A header. */\n")
-        for folder in ("common", "pldm", "transport", "platform/sim", "tools", "tests"):
+        for folder in ("common", "pldm", "transport", "platform/sim", "tools", "tools/shell",
+                       "tools/ncsi", "tools/nvme", "tests"):
             self.write(f"{folder}/part.h", self.OPENING)
 
     def house(self, name, text):
@@ -266,6 +267,19 @@ class HouseCheck(Tree):
     def test_the_simulated_board_shares_nothing_with_the_library(self):
         self.assert_refused("platform/sim/a.cpp", self.OPENING + '#include "common/part.h"\n')
         self.assert_refused("platform/sim/a.cpp", self.OPENING + "#include <sideband/api.h>\n")
+
+    def test_rooms_of_the_tool_share_the_shell_alone(self):
+        both = '#include "tools/ncsi/part.h"\n#include "tools/shell/part.h"\n'
+        for name in ("tools/ncsi/a.cpp", "tools/demo/a.cpp", "tools/a.cpp"):
+            passed, said = self.house(name, self.OPENING + both)
+            self.assertTrue(passed, said)
+        self.assert_refused("tools/ncsi/a.cpp", self.OPENING + '#include "tools/nvme/part.h"\n')
+        self.assert_refused("tools/ncsi/a.cpp", self.OPENING + '#include "../nvme/part.h"\n')
+        self.assert_refused("tools/ncsi/a.cpp", self.OPENING + '#include "tools/part.h"\n')
+        self.assert_refused("tools/new/a.cpp", self.OPENING + '#include "tools/ncsi/part.h"\n')
+
+    def test_the_shell_of_the_tool_knows_no_room(self):
+        self.assert_refused("tools/shell/a.cpp", self.OPENING + '#include "tools/ncsi/part.h"\n')
 
     def test_a_file_opens_with_licence_and_purpose(self):
         self.assert_refused("tools/a.cpp", "// A file.\n")

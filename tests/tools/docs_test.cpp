@@ -7,7 +7,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "tool_runner.h"
+#include "tests/tools/tool_runner.h"
 
 namespace {
 

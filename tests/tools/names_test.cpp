@@ -13,10 +13,15 @@
 #include <utility>
 #include <vector>
 
-#include "published_names.h"
+#include "tests/tools/published_names.h"
+#include "tools/mctp/codes.h"
+#include "tools/ncsi/codes.h"
+#include "tools/nvme/codes.h"
 #include "tools/nvme/states.h"
+#include "tools/pldm/codes.h"
 #include "tools/pldm/pdr_names.h"
 #include "tools/shell/codes.h"
+#include "tools/update/codes.h"
 #include "tools/update/descriptor.h"
 
 namespace {

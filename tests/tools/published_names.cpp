@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A list of the numbers and names of the standards, which lies beside the sources or does not.
-#include "published_names.h"
+#include "tests/tools/published_names.h"
 
 #include <cctype>
 #include <filesystem>

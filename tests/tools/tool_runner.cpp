@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Runs the tool as a user does and keeps what it printed and how it ended.
-#include "tool_runner.h"
+#include "tests/tools/tool_runner.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>

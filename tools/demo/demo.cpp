@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command demo: a tour of the whole board.
 #include "tools/demo/demo.h"
-#include "tools/demo/commands.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "tools/demo/commands.h"
 #include "tools/mctp/survey.h"
+#include "tools/pldm/codes.h"
 #include "tools/pldm/fru_report.h"
 #include "tools/pldm/info.h"
+#include "tools/pldm/sensor_reading.h"
 #include "tools/pldm/sensor_report.h"
-#include "tools/pldm/sensors.h"
-#include "tools/shell/codes.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"
 
@@ -83,7 +83,7 @@ void show_repository(Tour::Step& step, const Endpoint& endpoint) {
 void show_fru(Tour::Step& step, const Endpoint& endpoint) {
     Session session(endpoint);
     session.discover();
-    const FruTable table = read_fru(session, false);
+    const FruData table = read_fru(session, false);
     step.output.text(fru_text(table, 3));
     step.details = fru_json(table);
     if (table.failure) {
@@ -195,48 +195,55 @@ void show_discovery(Tour::Step& step, const Port& port, Transport transport,
         fmt::format("{}, {} assigned", counted(seen.size(), "endpoint"), counted(assigned, "EID"));
 }
 
-void run_demo(Context& context) {
-    Port& port = context.port;
-    Tour tour(context);
-    context.output.text(fmt::format(
-        "A tour of the board {}. Time is the board's own: waiting costs none of yours.\n",
-        printable(port.board_name())));
+namespace {
 
+/// The endpoints that answered, by what the tour shows of them.
+struct Cast {
+    std::vector<Endpoint> speakers;     ///< of PLDM
+    std::vector<Endpoint> termini;      ///< those of them that have sensors
+    std::vector<Endpoint> controllers;  ///< of networks
+    std::vector<Endpoint> drives;
+};
+
+Cast cast_from(const std::vector<Finding>& findings) {
+    Cast cast;
+    for (const Finding& found : findings) {
+        if (found.failure) {
+            continue;
+        }
+        if (found.speaks(MCTP_MSG_TYPE_NCSI)) {
+            cast.controllers.push_back(found.endpoint);
+        }
+        if (found.speaks(MCTP_MSG_TYPE_NVME_MI)) {
+            cast.drives.push_back(found.endpoint);
+        }
+        if (found.speaks(MCTP_MSG_TYPE_PLDM)) {
+            cast.speakers.push_back(found.endpoint);
+            if (!found.endpoint.sensors.empty()) {
+                cast.termini.push_back(found.endpoint);
+            }
+        }
+    }
+    return cast;
+}
+
+Cast discover_board(Tour& tour, Port& port) {
     std::vector<Finding> findings;
     tour.step("Discovery",
               "Who answers on the buses? An endpoint without an EID gets one from the BMC's pool.",
               "all",
               [&](Tour::Step& step) { show_discovery(step, port, Transport::kI2c, findings); });
     show_pcie(tour, port, findings);
+    return cast_from(findings);
+}
 
-    std::vector<Endpoint> speakers;
-    std::vector<Endpoint> termini;
-    std::vector<Endpoint> controllers;
-    std::vector<Endpoint> drives;
-    for (const Finding& found : findings) {
-        if (!found.failure && found.speaks(MCTP_MSG_TYPE_NCSI)) {
-            controllers.push_back(found.endpoint);
-        }
-        if (!found.failure && found.speaks(MCTP_MSG_TYPE_NVME_MI)) {
-            drives.push_back(found.endpoint);
-        }
-        if (!found.failure && found.speaks(MCTP_MSG_TYPE_PLDM)) {
-            speakers.push_back(found.endpoint);
-            if (!found.endpoint.sensors.empty()) {
-                termini.push_back(found.endpoint);
-            }
-        }
-    }
+/// MCTP control of the first terminus, then PLDM with each of them.
+void tour_termini(Tour& tour, Port& port, const std::vector<Endpoint>& termini) {
     if (termini.empty()) {
         tour.step("PLDM", "Sensors and the rest of the tour need a PLDM terminus with sensors.",
                   "all", [](Tour::Step& step) {
                       step.skip("no PLDM terminus with sensors answers on this board");
                   });
-        show_updates(tour, port, speakers);
-        show_controllers(tour, controllers);
-        show_drives(tour, port, drives);
-        show_owners(tour, port);
-        tour.finish();
         return;
     }
     const Endpoint& first = termini.front();
@@ -245,20 +252,39 @@ void run_demo(Context& context) {
     for (const Endpoint& endpoint : termini) {
         tour_terminus(tour, port, endpoint);
     }
-    show_updates(tour, port, speakers);
-    show_controllers(tour, controllers);
-    show_drives(tour, port, drives);
-    tour.step("A raw message", "The same wire by hand: a PLDM GetTID, header first.",
-              speakers.back().name, [&](Tour::Step& step) { show_raw(step, speakers.back()); });
-    show_owners(tour, port);
-    // The faults that the library gets over are those of an I2C bus.
+}
+
+/// The faults that the library gets over are those of an I2C bus.
+void tour_trouble(Tour& tour, Port& port, const std::vector<Endpoint>& termini) {
     for (const Endpoint& endpoint : termini) {
         const std::vector<Sensor> numeric = sensors_of(endpoint, true);
         if (endpoint.transport == Transport::kI2c && !numeric.empty()) {
             show_trouble(tour, port, endpoint, numeric.front());
-            break;
+            return;
         }
     }
+}
+
+}  // namespace
+
+void run_demo(Context& context) {
+    Port& port = context.port;
+    Tour tour(context);
+    context.output.text(fmt::format(
+        "A tour of the board {}. Time is the board's own: waiting costs none of yours.\n",
+        printable(port.board_name())));
+    const Cast cast = discover_board(tour, port);
+    tour_termini(tour, port, cast.termini);
+    show_updates(tour, port, cast.speakers);
+    show_controllers(tour, cast.controllers);
+    show_drives(tour, port, cast.drives);
+    if (!cast.termini.empty()) {
+        const Endpoint& last = cast.speakers.back();
+        tour.step("A raw message", "The same wire by hand: a PLDM GetTID, header first.", last.name,
+                  [&](Tour::Step& step) { show_raw(step, last); });
+    }
+    show_owners(tour, port);
+    tour_trouble(tour, port, cast.termini);
     tour.finish();
 }
 

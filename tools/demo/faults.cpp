@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "tools/demo/demo.h"
-#include "tools/pldm/sensors.h"
+#include "tools/pldm/sensor_reading.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"
 

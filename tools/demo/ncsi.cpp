@@ -14,9 +14,9 @@ namespace tool {
 namespace {
 
 /// Nothing where the controller does not know the command: it is another maker's.
-std::optional<int32_t> temperature_of(NcsiController& controller) {
+std::optional<int32_t> temperature_of(NcsiClient& client) {
     try {
-        return read_temperature(controller, controller.numbers().front(), 0);
+        return read_temperature(client, client.numbers().front(), 0);
     } catch (const Failure& failure) {
         if (failure.code() && failure.code()->code == NCSI_RESPONSE_UNSUPPORTED) {
             return std::nullopt;
@@ -28,8 +28,8 @@ std::optional<int32_t> temperature_of(NcsiController& controller) {
 void show_controller(Tour::Step& step, const Endpoint& endpoint) {
     Session session(endpoint);
     session.discover();
-    NcsiController controller(session);
-    const std::vector<ChannelLink> links = read_links(controller, controller.numbers());
+    NcsiClient client(session);
+    const std::vector<ChannelLink> links = read_links(client, client.numbers());
     step.output.text(links_text(links, 3));
     step.details = {{"channels", links_json(links)}};
     for (const ChannelLink& link : links) {
@@ -40,7 +40,7 @@ void show_controller(Tour::Step& step, const Endpoint& endpoint) {
     const auto up =
         std::count_if(links.begin(), links.end(), [](const ChannelLink& link) { return link.up; });
     step.result = fmt::format("{}, {} up", counted(links.size(), "channel"), up);
-    if (const std::optional<int32_t> temperature = temperature_of(controller)) {
+    if (const std::optional<int32_t> temperature = temperature_of(client)) {
         step.say(fmt::format("temperature  {} degC", *temperature));
         step.details["temperature"] = *temperature;
         step.result += fmt::format(", {} degC", *temperature);

@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/demo/demo.h"
-#include "tools/nvme/firmware.h"
+#include "tools/nvme/firmware_update.h"
 #include "tools/nvme/health.h"
 #include "tools/nvme/states.h"
 #include "tools/shell/temporary_file.h"
@@ -20,9 +20,9 @@ constexpr size_t kStepIndent = 3;
 void show_drive(Tour::Step& step, const Endpoint& endpoint) {
     Session session(endpoint);
     session.discover();
-    NvmeDrive drive(session);
-    const NvmeHealth health = read_health(drive);
-    const Fields smart = read_smart(drive, drive.choose({}));
+    NvmeClient client(session);
+    const NvmeHealth health = read_health(client);
+    const Fields smart = read_smart(client, client.choose({}));
     step.output.text(health_text(health, kStepIndent) + "\n" + smart.text(kStepIndent));
     step.details = {{"health", health_json(health)}, {"smart", smart.json()}};
     step.result = fmt::format("{}, {}, {} % used", counted(health.controllers.size(), "controller"),
@@ -34,9 +34,9 @@ void show_drive_update(Tour::Step& step, Port& port, const Endpoint& endpoint) {
     constexpr uint8_t kReplaceAndActivate = 1;
     Session session(endpoint);
     session.discover();
-    NvmeDrive drive(session);
-    const uint16_t controller = drive.choose({});
-    const std::string before = firmware_revision(drive, controller);
+    NvmeClient client(session);
+    const uint16_t controller = client.choose({});
+    const std::string before = firmware_revision(client, controller);
     const std::string wanted = next_version(before);
     const std::vector<uint8_t> image = port.drive_image(wanted, kDriveImageSize);
     if (image.empty()) {
@@ -47,12 +47,12 @@ void show_drive_update(Tour::Step& step, Port& port, const Endpoint& endpoint) {
     const uint64_t start = port.now_us();
     Progress progress(step.output, port, {.indent = kStepIndent, .lines = false});
     const uint64_t bytes =
-        download_image(drive, controller, file.path(), NVME_ADMIN_DATA_MAX, progress);
+        download_image(client, controller, file.path(), NVME_ADMIN_DATA_MAX, progress);
     const std::string pace =
         fmt::format("{} bytes downloaded in {}", bytes, seconds_text(port.now_us() - start));
-    commit_image(drive, controller, kAnySlot, kReplaceAndActivate);
-    const FirmwareSlots slots = reset_and_wait(port, drive, controller);
-    const std::string after = firmware_revision(drive, controller);
+    commit_image(client, controller, kAnySlot, kReplaceAndActivate);
+    const FirmwareSlots slots = reset_and_wait(port, client, controller);
+    const std::string after = firmware_revision(client, controller);
     step.say(pace);
     step.say("committed, and the drive reset");
     step.output.text("\n");

@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/mctp/codes.h"
 #include "tools/mctp/commands.h"
-#include "tools/shell/codes.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"

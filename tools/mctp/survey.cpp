@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "tools/shell/codes.h"
+#include "tools/mctp/codes.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/output.h"
 #include "tools/shell/session.h"

@@ -4,7 +4,7 @@
 
 #include <fmt/format.h>
 
-#include "tools/shell/codes.h"
+#include "tools/ncsi/codes.h"
 #include "tools/shell/output.h"
 #include "tools/shell/text.h"
 
@@ -20,14 +20,14 @@ bool speed_is_missing(std::span<const uint8_t> response) {
            (response[kExtendedSpeed + 3] >> 1 & 0x0F) == kSeeExtended;
 }
 
-ChannelLink read_link(NcsiController& controller, unsigned number) {
-    ncsi_channel& channel = controller.channel(number);
+ChannelLink read_link(NcsiClient& client, unsigned number) {
+    ncsi_channel& channel = client.channel(number);
     ChannelLink link{.number = number, .channel_id = channel.channel_id, .failure = {}};
     try {
-        controller.call(fmt::format("Get Link Status of channel {}", number),
-                        [&channel] { return ncsi_get_link_status(&channel); });
+        client.call(fmt::format("Get Link Status of channel {}", number),
+                    [&channel] { return ncsi_get_link_status(&channel); });
         link.up = channel.link_up != 0;
-        link.speed = speed_is_missing(controller.last_response()) ? 0 : channel.speed;
+        link.speed = speed_is_missing(client.last_response()) ? 0 : channel.speed;
         link.autonegotiated = channel.autoneg_done != 0;
     } catch (const Failure& failure) {
         link.failure = failure;
@@ -44,12 +44,11 @@ std::string state_of(const ChannelLink& link) {
 
 }  // namespace
 
-std::vector<ChannelLink> read_links(NcsiController& controller,
-                                    const std::vector<unsigned>& numbers) {
+std::vector<ChannelLink> read_links(NcsiClient& client, const std::vector<unsigned>& numbers) {
     std::vector<ChannelLink> links;
     links.reserve(numbers.size());
     for (unsigned number : numbers) {
-        links.push_back(read_link(controller, number));
+        links.push_back(read_link(client, number));
     }
     return links;
 }

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/ncsi/controller.h"
+#include "tools/ncsi/client.h"
 
 namespace tool {
 
@@ -23,8 +23,7 @@ struct ChannelLink {
 };
 
 /// Asks each of these channels. One that fails stops nothing.
-std::vector<ChannelLink> read_links(NcsiController& controller,
-                                    const std::vector<unsigned>& numbers);
+std::vector<ChannelLink> read_links(NcsiClient& client, const std::vector<unsigned>& numbers);
 
 /// @param indent  blanks before each line
 std::string links_text(const std::vector<ChannelLink>& links, size_t indent = 0);

@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/ncsi/client.h"
 #include "tools/ncsi/commands.h"
-#include "tools/ncsi/controller.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/text.h"
 
@@ -40,18 +40,18 @@ std::string value_text(uint16_t value) {
     return fmt::format("0x{:04x}", value);
 }
 
-SettingValues read_setting(NcsiController& controller, unsigned number, const Setting& setting) {
-    ncsi_channel& channel = controller.channel(number);
-    controller.call(fmt::format("reading {} of channel {}", setting.name, number),
-                    [&] { return setting.get(&channel); });
+SettingValues read_setting(NcsiClient& client, unsigned number, const Setting& setting) {
+    ncsi_channel& channel = client.channel(number);
+    client.call(fmt::format("reading {} of channel {}", setting.name, number),
+                [&] { return setting.get(&channel); });
     return {channel.oem_flag, channel.oem_value};
 }
 
 /// The start of every document.
-Json head(const std::string& endpoint, NcsiController& controller, unsigned number) {
+Json head(const std::string& endpoint, NcsiClient& client, unsigned number) {
     return {{"endpoint", endpoint},
             {"channel", number},
-            {"channel_id", controller.channel(number).channel_id}};
+            {"channel_id", client.channel(number).channel_id}};
 }
 
 }  // namespace
@@ -60,12 +60,12 @@ void run_ncsi_oem_get(Context& context, const std::string& endpoint, OemSetting 
                       const OemWish& wish) {
     Session session(find_endpoint(context.port, endpoint));
     session.discover();
-    NcsiController controller(session);
-    const unsigned number = controller.choose(wish.channel);
-    const SettingValues values = read_setting(controller, number, setting_of(which));
+    NcsiClient client(session);
+    const unsigned number = client.choose(wish.channel);
+    const SettingValues values = read_setting(client, number, setting_of(which));
     context.output.text(
         fmt::format("flag   {}\nvalue  {}\n", values.flag, value_text(values.value)));
-    Json document = head(endpoint, controller, number);
+    Json document = head(endpoint, client, number);
     document.update(values_json(values));
     context.output.document(document);
 }
@@ -77,21 +77,21 @@ void run_ncsi_oem_set(Context& context, const std::string& endpoint, OemSetting 
     }
     Session session(find_endpoint(context.port, endpoint));
     session.discover();
-    NcsiController controller(session);
-    const unsigned number = controller.choose(wish.channel);
+    NcsiClient client(session);
+    const unsigned number = client.choose(wish.channel);
     const Setting setting = setting_of(which);
-    const SettingValues before = read_setting(controller, number, setting);
-    ncsi_channel& channel = controller.channel(number);
+    const SettingValues before = read_setting(client, number, setting);
+    ncsi_channel& channel = client.channel(number);
     channel.oem_flag = static_cast<uint8_t>(wish.flag.value_or(before.flag));
     channel.oem_value = static_cast<uint16_t>(wish.value.value_or(before.value));
-    controller.call(fmt::format("writing {} of channel {}", setting.name, number),
-                    [&] { return setting.set(&channel); });
-    const SettingValues after = read_setting(controller, number, setting);
+    client.call(fmt::format("writing {} of channel {}", setting.name, number),
+                [&] { return setting.set(&channel); });
+    const SettingValues after = read_setting(client, number, setting);
     Table table({{""}, {"BEFORE"}, {"AFTER"}});
     table.add({"flag", std::to_string(before.flag), std::to_string(after.flag)});
     table.add({"value", value_text(before.value), value_text(after.value)});
     context.output.text(table.text());
-    Json document = head(endpoint, controller, number);
+    Json document = head(endpoint, client, number);
     document["before"] = values_json(before);
     document["after"] = values_json(after);
     context.output.document(document);
@@ -102,14 +102,14 @@ void run_ncsi_oem_mac(Context& context, const std::string& endpoint, const OemWi
     constexpr size_t kAddressSize = 6;
     Session session(find_endpoint(context.port, endpoint));
     session.discover();
-    NcsiController controller(session);
-    const unsigned number = controller.choose(wish.channel);
-    controller.call(fmt::format("Get PF MAC Address of channel {}", number),
-                    [&] { return ncsi_oem_mx_get_pf_mac_address(&controller.channel(number)); });
+    NcsiClient client(session);
+    const unsigned number = client.choose(wish.channel);
+    client.call(fmt::format("Get PF MAC Address of channel {}", number),
+                [&] { return ncsi_oem_mx_get_pf_mac_address(&client.channel(number)); });
     // The library prints the address and stores it nowhere; it refuses a response without one.
-    const std::span<const uint8_t> mac = controller.last_response().subspan(kAddress, kAddressSize);
+    const std::span<const uint8_t> mac = client.last_response().subspan(kAddress, kAddressSize);
     context.output.text(fmt::format("{:02x}\n", fmt::join(mac, ":")));
-    Json document = head(endpoint, controller, number);
+    Json document = head(endpoint, client, number);
     document["mac_address"] = hex(mac);
     context.output.document(document);
 }
@@ -117,11 +117,11 @@ void run_ncsi_oem_mac(Context& context, const std::string& endpoint, const OemWi
 void run_ncsi_oem_temperature(Context& context, const std::string& endpoint, const OemWish& wish) {
     Session session(find_endpoint(context.port, endpoint));
     session.discover();
-    NcsiController controller(session);
-    const unsigned number = controller.choose(wish.channel);
-    const int32_t temperature = read_temperature(controller, number, wish.sensor);
+    NcsiClient client(session);
+    const unsigned number = client.choose(wish.channel);
+    const int32_t temperature = read_temperature(client, number, wish.sensor);
     context.output.text(fmt::format("{} degC\n", temperature));
-    Json document = head(endpoint, controller, number);
+    Json document = head(endpoint, client, number);
     document["sensor"] = wish.sensor;
     document["temperature"] = temperature;
     document["unit"] = "degC";

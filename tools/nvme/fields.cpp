@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-#include "tools/nvme/drive.h"
+#include "tools/nvme/client.h"
 #include "tools/shell/text.h"
 
 namespace tool {

@@ -34,13 +34,13 @@ Fields subsystem_fields(const nvme_subsystem_health& health) {
 
 }  // namespace
 
-NvmeHealth read_health(NvmeDrive& drive) {
+NvmeHealth read_health(NvmeClient& client) {
     constexpr uint32_t kEveryFunction = NVMEMI_CONTROLLER_POLL_ALL | NVMEMI_CONTROLLER_POLL_INCF |
                                         NVMEMI_CONTROLLER_POLL_INCPF | NVMEMI_CONTROLLER_POLL_INCVF;
     constexpr uint32_t kKeepFlags = 0;
     NvmeHealth health;
-    drive.call("NVM Subsystem Health Status Poll", [&] {
-        return nvmemi_nvm_subsystem_health_status_poll(drive.context(), &kKeepFlags,
+    client.call("NVM Subsystem Health Status Poll", [&] {
+        return nvmemi_nvm_subsystem_health_status_poll(client.context(), &kKeepFlags,
                                                        &health.subsystem);
     });
     // As many as one answer holds, then those behind them.
@@ -50,8 +50,8 @@ NvmeHealth read_health(NvmeDrive& drive) {
                                 NVMEMI_CONTROLLER_POLL_SCTLID(next);
         uint8_t count = 0;
         nvme_controller_health entries[NVMEMI_CONTROLLERS_MAX] = {};
-        drive.call("Controller Health Status Poll", [&] {
-            return nvmemi_controller_health_status_poll(drive.context(), &dword0, &kKeepFlags,
+        client.call("Controller Health Status Poll", [&] {
+            return nvmemi_controller_health_status_poll(client.context(), &dword0, &kKeepFlags,
                                                         &count, entries);
         });
         health.controllers.insert(health.controllers.end(), entries, entries + count);
@@ -96,7 +96,7 @@ nlohmann::ordered_json health_json(const NvmeHealth& health) {
 
 void run_nvme_health(Context& context, const NvmeTarget& target) {
     FoundDrive found(context.port, target.endpoint);
-    const NvmeHealth health = read_health(found.drive);
+    const NvmeHealth health = read_health(found.client);
     context.output.text(health_text(health));
     Json document{{"endpoint", target.endpoint}};
     document.update(health_json(health));

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/nvme/drive.h"
+#include "tools/nvme/client.h"
 
 namespace tool {
 
@@ -17,7 +17,7 @@ struct NvmeHealth {
     std::vector<nvme_controller_health> controllers;
 };
 
-NvmeHealth read_health(NvmeDrive& drive);
+NvmeHealth read_health(NvmeClient& client);
 
 /// @param indent  blanks before each line
 std::string health_text(const NvmeHealth& health, size_t indent = 0);

@@ -85,9 +85,9 @@ LbaFormat lba_format(std::span<const uint8_t> data, size_t index) {
             .performance = static_cast<uint8_t>(data[at + 3] & 3)};
 }
 
-std::vector<uint32_t> namespace_list(NvmeDrive& drive, uint16_t controller, bool attached) {
+std::vector<uint32_t> namespace_list(NvmeClient& client, uint16_t controller, bool attached) {
     const std::vector<uint8_t> data =
-        drive.identify(controller, attached ? kIdentifyCnsActive : kIdentifyCnsAllocated, 0);
+        client.identify(controller, attached ? kIdentifyCnsActive : kIdentifyCnsAllocated, 0);
     std::vector<uint32_t> ids;
     for (size_t at = 0; at < data.size(); at += 4) {
         const auto id = static_cast<uint32_t>(little_endian_at(data, at, 4));
@@ -99,15 +99,15 @@ std::vector<uint32_t> namespace_list(NvmeDrive& drive, uint16_t controller, bool
     return ids;
 }
 
-std::string firmware_revision(NvmeDrive& drive, uint16_t controller) {
+std::string firmware_revision(NvmeClient& client, uint16_t controller) {
     constexpr size_t kRevision = 64;
     constexpr size_t kSize = 8;
-    const std::vector<uint8_t> data = drive.identify(controller, kIdentifyCnsController, 0);
+    const std::vector<uint8_t> data = client.identify(controller, kIdentifyCnsController, 0);
     return trimmed(std::span(data).subspan(kRevision, kSize));
 }
 
-Fields read_smart(NvmeDrive& drive, uint16_t controller) {
-    const std::vector<uint8_t> data = drive.log_page(controller, kSmartPage, kPageSize);
+Fields read_smart(NvmeClient& client, uint16_t controller) {
+    const std::vector<uint8_t> data = client.log_page(controller, kSmartPage, kPageSize);
     Fields fields;
     fields.add("critical_warning", fmt::format("0x{:02x}", data[0]), data[0]);
     fields.explain(smart_warnings_text(data[0]));
@@ -119,8 +119,8 @@ Fields read_smart(NvmeDrive& drive, uint16_t controller) {
     return fields;
 }
 
-SanitizeState read_sanitize(NvmeDrive& drive, uint16_t controller) {
-    const std::vector<uint8_t> data = drive.log_page(controller, kSanitizePage, kPageSize);
+SanitizeState read_sanitize(NvmeClient& client, uint16_t controller) {
+    const std::vector<uint8_t> data = client.log_page(controller, kSanitizePage, kPageSize);
     constexpr unsigned kWhole = 65536;
     const auto progress = static_cast<unsigned>(little_endian_at(data, 0, 2));
     const auto status = static_cast<uint16_t>(little_endian_at(data, 2, 2));
@@ -137,10 +137,10 @@ SanitizeState read_sanitize(NvmeDrive& drive, uint16_t controller) {
     return state;
 }
 
-FirmwareSlots read_firmware_slots(NvmeDrive& drive, uint16_t controller) {
+FirmwareSlots read_firmware_slots(NvmeClient& client, uint16_t controller) {
     constexpr size_t kFirstRevision = 8;
     constexpr size_t kRevisionSize = 8;
-    const std::vector<uint8_t> data = drive.log_page(controller, kFirmwareSlotPage, kPageSize);
+    const std::vector<uint8_t> data = client.log_page(controller, kFirmwareSlotPage, kPageSize);
     FirmwareSlots slots;
     slots.active = data[0] & 7;
     slots.next = data[0] >> 4 & 7;

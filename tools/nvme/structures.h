@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/nvme/drive.h"
+#include "tools/nvme/client.h"
 #include "tools/nvme/fields.h"
 
 namespace tool {
@@ -45,13 +45,13 @@ size_t format_in_use(std::span<const uint8_t> data);
 LbaFormat lba_format(std::span<const uint8_t> data, size_t index);
 
 /// @param attached  those attached to the controller; else all that are allocated
-std::vector<uint32_t> namespace_list(NvmeDrive& drive, uint16_t controller, bool attached);
+std::vector<uint32_t> namespace_list(NvmeClient& client, uint16_t controller, bool attached);
 
 /// The revision of the firmware that runs, as Identify Controller tells it.
-std::string firmware_revision(NvmeDrive& drive, uint16_t controller);
+std::string firmware_revision(NvmeClient& client, uint16_t controller);
 
 /// SMART / Health Information.
-Fields read_smart(NvmeDrive& drive, uint16_t controller);
+Fields read_smart(NvmeClient& client, uint16_t controller);
 
 /// Sanitize Status.
 struct SanitizeState {
@@ -59,7 +59,7 @@ struct SanitizeState {
     uint8_t status = 0;    ///< 0 never, 1 done, 2 in progress, 3 failed, 4 done
     unsigned percent = 0;  ///< of an operation that is in progress
 };
-SanitizeState read_sanitize(NvmeDrive& drive, uint16_t controller);
+SanitizeState read_sanitize(NvmeClient& client, uint16_t controller);
 
 /// Firmware Slot Information.
 struct FirmwareSlots {
@@ -67,7 +67,7 @@ struct FirmwareSlots {
     uint8_t next = 0;                      ///< active behind the next reset; 0: no other
     std::array<std::string, 7> revisions;  ///< of slots 1 to 7; empty: an empty slot
 };
-FirmwareSlots read_firmware_slots(NvmeDrive& drive, uint16_t controller);
+FirmwareSlots read_firmware_slots(NvmeClient& client, uint16_t controller);
 std::string slots_text(const FirmwareSlots& slots, size_t indent = 0);
 nlohmann::ordered_json slots_json(const FirmwareSlots& slots);
 

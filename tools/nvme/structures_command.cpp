@@ -2,10 +2,10 @@
 // The commands nvme ds: the data structures of NVMe-MI.
 #include <fmt/format.h>
 
+#include "tools/nvme/client.h"
+#include "tools/nvme/codes.h"
 #include "tools/nvme/commands.h"
-#include "tools/nvme/drive.h"
 #include "tools/nvme/fields.h"
-#include "tools/shell/codes.h"
 #include "tools/shell/text.h"
 
 namespace tool {
@@ -63,22 +63,22 @@ Fields port_fields(std::span<const uint8_t> data) {
 void run_nvme_ds_subsystem(Context& context, const std::string& endpoint) {
     FoundDrive found(context.port, endpoint);
     Fields fields;
-    fields.decode(found.drive.data_structure("reading the NVM subsystem information",
-                                             NVMEMI_DS(NVMEMI_DTYP_SUBSYSTEM, 0, 0)),
+    fields.decode(found.client.data_structure("reading the NVM subsystem information",
+                                              NVMEMI_DS(NVMEMI_DTYP_SUBSYSTEM, 0, 0)),
                   kSubsystemLayout);
     show(context, {{"endpoint", endpoint}}, fields);
 }
 
 void run_nvme_ds_port(Context& context, const std::string& endpoint, uint32_t id) {
     FoundDrive found(context.port, endpoint);
-    const std::vector<uint8_t> data = found.drive.data_structure(
+    const std::vector<uint8_t> data = found.client.data_structure(
         fmt::format("reading the information on port {}", id), NVMEMI_DS(NVMEMI_DTYP_PORT, id, 0));
     show(context, {{"endpoint", endpoint}, {"port", id}}, port_fields(data));
 }
 
 void run_nvme_ds_controllers(Context& context, const std::string& endpoint) {
     FoundDrive found(context.port, endpoint);
-    const std::vector<uint16_t> ids = found.drive.controllers();
+    const std::vector<uint16_t> ids = found.client.controllers();
     context.output.text(fmt::format("{}\n", fmt::join(ids, "\n")));
     context.output.document({{"endpoint", endpoint}, {"controllers", ids}});
 }
@@ -87,8 +87,8 @@ void run_nvme_ds_controller(Context& context, const std::string& endpoint, uint3
     FoundDrive found(context.port, endpoint);
     Fields fields;
     fields.decode(
-        found.drive.data_structure(fmt::format("reading the information on controller {}", id),
-                                   NVMEMI_DS(NVMEMI_DTYP_CONTROLLER, 0, id)),
+        found.client.data_structure(fmt::format("reading the information on controller {}", id),
+                                    NVMEMI_DS(NVMEMI_DTYP_CONTROLLER, 0, id)),
         kControllerInfoLayout);
     show(context, {{"endpoint", endpoint}, {"controller", id}}, fields);
 }
@@ -99,7 +99,7 @@ void run_nvme_ds_commands(Context& context, const std::string& endpoint) {
     const std::string operation = "reading the optionally supported commands";
     FoundDrive found(context.port, endpoint);
     const std::vector<uint8_t> data =
-        found.drive.data_structure(operation, NVMEMI_DS(NVMEMI_DTYP_OPTIONAL_COMMANDS, 0, 0));
+        found.client.data_structure(operation, NVMEMI_DS(NVMEMI_DTYP_OPTIONAL_COMMANDS, 0, 0));
     const size_t count = data.size() >= 2 ? little_endian_at(data, 0, 2) : 0;
     if (data.size() < 2 + 2 * count) {
         throw Failure(endpoint, operation,

@@ -14,7 +14,7 @@ namespace tool {
 void run_pldm_fru(Context& context, const std::string& endpoint, bool fixed_parts) {
     Session session(find_endpoint(context.port, endpoint));
     session.discover();
-    const FruTable table = read_fru(session, fixed_parts);
+    const FruData table = read_fru(session, fixed_parts);
     context.output.text(fru_text(table));
     Json document{{"endpoint", endpoint}};
     document.update(fru_json(table));

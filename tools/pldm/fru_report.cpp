@@ -2,12 +2,12 @@
 // A FRU record table as a table for people and as an object for programs.
 #include "tools/pldm/fru_report.h"
 
-#include "tools/shell/codes.h"
+#include "tools/pldm/codes.h"
 #include "tools/shell/text.h"
 
 namespace tool {
 
-std::string fru_text(const FruTable& table, size_t indent) {
+std::string fru_text(const FruData& table, size_t indent) {
     Table rows({{"SET", true}, {"RECORD"}, {"FIELD"}, {"VALUE"}});
     for (const FruRecord& record : table.records) {
         for (const FruField& field : record.fields) {
@@ -18,7 +18,7 @@ std::string fru_text(const FruTable& table, size_t indent) {
     return rows.text(indent);
 }
 
-nlohmann::ordered_json fru_json(const FruTable& table) {
+nlohmann::ordered_json fru_json(const FruData& table) {
     using Json = nlohmann::ordered_json;
     Json records = Json::array();
     for (const FruRecord& record : table.records) {

@@ -6,14 +6,14 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "tools/pldm/fru.h"
+#include "tools/pldm/fru_data.h"
 
 namespace tool {
 
 /// @param indent  blanks before each line
-std::string fru_text(const FruTable& table, size_t indent = 0);
+std::string fru_text(const FruData& table, size_t indent = 0);
 
-nlohmann::ordered_json fru_json(const FruTable& table);
+nlohmann::ordered_json fru_json(const FruData& table);
 
 }  // namespace tool
 

@@ -6,7 +6,7 @@
 
 #include <span>
 
-#include "tools/shell/codes.h"
+#include "tools/pldm/codes.h"
 #include "tools/shell/text.h"
 
 namespace tool {

@@ -4,9 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/pldm/codes.h"
 #include "tools/pldm/commands.h"
 #include "tools/pldm/info.h"
-#include "tools/shell/codes.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"

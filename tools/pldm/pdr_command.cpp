@@ -6,10 +6,10 @@
 
 #include "common/wire.h"
 #include "tools/pldm/commands.h"
-#include "tools/pldm/pdr.h"
 #include "tools/pldm/pdr_names.h"
 #include "tools/pldm/pdr_show.h"
-#include "tools/pldm/sensor_record.h"
+#include "tools/pldm/pdr_walk.h"
+#include "tools/pldm/sensor_pdr.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/text.h"
 

@@ -36,6 +36,10 @@ std::string entity_text(uint16_t type, uint16_t instance);
 /// stateSetID: the library's name where it has one, else that of DSP0249.
 std::string state_set_name(uint16_t id);
 
+/// A state of one of the state sets (DSP0249) whose states have been published; empty for any
+/// other.
+std::string state_name(uint16_t state_set, uint8_t state);
+
 }  // namespace tool
 
 #endif

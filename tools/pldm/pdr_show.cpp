@@ -8,8 +8,7 @@
 
 #include "common/wire.h"
 #include "tools/pldm/pdr_names.h"
-#include "tools/pldm/sensor_record.h"
-#include "tools/shell/codes.h"
+#include "tools/pldm/sensor_pdr.h"
 #include "tools/shell/text.h"
 
 namespace tool {

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "tools/pldm/pdr.h"
+#include "tools/pldm/pdr_walk.h"
 
 namespace tool {
 

@@ -4,9 +4,9 @@
 
 #include <fmt/format.h>
 
+#include "tools/pldm/codes.h"
 #include "tools/pldm/pdr_names.h"
-#include "tools/pldm/sensors.h"
-#include "tools/shell/codes.h"
+#include "tools/pldm/sensor_reading.h"
 #include "tools/shell/output.h"
 
 namespace tool {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "tools/pldm/sensor_record.h"
+#include "tools/pldm/sensor_pdr.h"
 #include "tools/shell/text.h"
 
 namespace tool {

@@ -6,7 +6,6 @@
 #include <algorithm>
 
 #include "tools/pldm/pdr_names.h"
-#include "tools/shell/codes.h"
 #include "tools/shell/name_table.h"
 
 namespace tool {

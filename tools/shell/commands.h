@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// With what the rooms put their commands on the command line.
+// The way of the rooms to the command line: nouns, commands, arguments.
 #ifndef SIDEBAND_TOOLS_SHELL_COMMANDS_H
 #define SIDEBAND_TOOLS_SHELL_COMMANDS_H
 
@@ -21,7 +21,7 @@ struct AddedCommand {
     Arguments& arguments;
 };
 
-/// Puts commands on the command line.
+/// What a room puts its commands on the command line with.
 class Commands {
 public:
     Commands(CLI::App& app, CommandLine& line) : app_(app), line_(line) {}

@@ -4,6 +4,7 @@
 
 #include "tools/shell/codes.h"
 #include "tools/shell/name_table.h"
+#include "tools/update/codes.h"
 #include "tools/update/update.h"
 
 namespace tool {

@@ -8,8 +8,8 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
-#include "tools/shell/codes.h"
 #include "tools/shell/text.h"
+#include "tools/update/codes.h"
 
 namespace tool {
 namespace {

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tests of pldm sensors.
+#include "tests/tools/tool_runner.h"
+
+namespace {
+
+using tool_test::expect_text;
+using tool_test::one_document;
+using tool_test::Outcome;
+using tool_test::OwnBoard;
+using Json = nlohmann::ordered_json;
+
+TEST_F(OwnBoard, PldmSensorsReadsWhatThePdrsDescribe) {
+    expect_text(
+        run({"pldm", "sensors", "dev0"}),
+        "  ID  NAME    ENTITY  KIND     RAW       READING  UNIT          THRESHOLDS  STATE\n"
+        "  12  inlet   -       numeric  -43         -21.5  degC          Normal      enabled\n"
+        "  13  outlet  -       numeric    -             -  degC          -           disabled\n"
+        "5[0]  health  -       state      2  Non-Critical  HEALTH_STATE  -           enabled\n"
+        "5[1]  health  -       state      -             -  HEALTH_STATE  -           failed\n");
+}
+
+TEST_F(OwnBoard, PldmSensorsGivesProgramsTheFieldsOfTheStandard) {
+    const Json document = one_document(run({"pldm", "sensors", "dev0", "--json"}).out);
+    ASSERT_EQ(document["sensors"].size(), 3U);
+    EXPECT_EQ(document["sensors"][0], Json::parse(R"({"sensor_id": 12, "sensor_type": "numeric",
+        "name": "inlet", "sensor_data_size": 3, "sensor_operational_state": 0,
+        "sensor_event_message_enable": 0, "present_state": 1, "previous_state": 0,
+        "event_state": 1, "present_reading": -43, "value": -21.5, "unit": "degC",
+        "entity_type": 0, "entity_instance_number": 1, "container_id": 0, "entity": "",
+        "base_unit": 2, "unit_modifier": 0, "rate_unit": 0, "converted_reading": 0})"));
+    EXPECT_EQ(document["sensors"][1]["sensor_operational_state"], 1);
+    EXPECT_EQ(document["sensors"][1]["present_reading"], nullptr);
+    EXPECT_EQ(document["sensors"][1]["converted_reading"], nullptr);
+    EXPECT_EQ(document["sensors"][2], Json::parse(R"({"sensor_id": 5, "sensor_type": "state",
+        "name": "health", "composite_sensor_count": 2, "state_field": [
+            {"state_set_id": 1, "state_set_name": "HEALTH_STATE", "sensor_operational_state": 0,
+             "present_state": 2, "previous_state": 2, "event_state": 2},
+            {"state_set_id": 1, "state_set_name": "HEALTH_STATE",
+             "sensor_operational_state": 4}],
+        "entity_type": 0, "entity_instance_number": 1, "container_id": 0, "entity": ""})"));
+}
+
+TEST_F(OwnBoard, PldmSensorsTakesNumbersOfEitherKind) {
+    expect_text(
+        run({"pldm", "sensors", "dev0", "state:5", "numeric:12"}),
+        "  ID  NAME    ENTITY  KIND     RAW       READING  UNIT          THRESHOLDS  STATE\n"
+        "5[0]  health  -       state      2  Non-Critical  HEALTH_STATE  -           enabled\n"
+        "5[1]  health  -       state      -             -  -             -           failed\n"
+        "  12  inlet   -       numeric  -43         -21.5  degC          Normal      enabled\n");
+    expect_text(
+        run({"pldm", "sensors", "dev0", "5"}),
+        "  ID  NAME    ENTITY  KIND   RAW       READING  UNIT          THRESHOLDS  STATE\n"
+        "5[0]  health  -       state    2  Non-Critical  HEALTH_STATE  -           enabled\n"
+        "5[1]  health  -       state    -             -  -             -           failed\n");
+}
+
+TEST_F(OwnBoard, PldmSensorsNarrowsAReadingAsTheAnswerSays) {
+    expect_text(run({"pldm", "sensors", "rec0", "3", "0x04"}),
+                "ID  NAME  ENTITY  KIND     RAW  READING  UNIT  THRESHOLDS  STATE\n"
+                " 3  -     -       numeric  -10      -10  -     Normal      enabled\n"
+                " 4  -     -       numeric   -2       -2  -     Normal      enabled\n");
+}
+
+TEST_F(OwnBoard, PldmSensorsReadsADisabledSensorTimeAndAgain) {
+    std::vector<std::string> arguments{"pldm", "sensors", "dev0"};
+    arguments.insert(arguments.end(), 12, "13");
+    const Outcome many = run(arguments);
+    EXPECT_EQ(many.status, 0) << many.err;
+    EXPECT_EQ(many.err, "");
+}
+
+}  // namespace

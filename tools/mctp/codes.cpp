@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// Names that the MCTP standards give to types: of messages, endpoints, routing entries, bindings.
+#include "tools/mctp/codes.h"
+
+#include <fmt/format.h>
+
+#include "tools/shell/name_table.h"
+
+namespace tool {
+
+std::string message_type_name(uint8_t type) {
+    static constexpr Name kNames[] = {
+        {0x00, "control"}, {0x01, "pldm"},    {0x02, "ncsi"},       {0x03, "ethernet"},
+        {0x04, "nvme-mi"}, {0x05, "spdm"},    {0x06, "secured"},    {0x07, "cxl-fm-api"},
+        {0x08, "cxl-cci"}, {0x09, "pcie-mi"}, {0x7E, "vendor-pci"}, {0x7F, "vendor-iana"},
+    };
+    return find_name(kNames, type & 0x7F, "unknown");
+}
+
+std::string endpoint_type_name(uint8_t type) {
+    static constexpr const char* kNames[] = {"simple endpoint", "bus owner or bridge", "reserved",
+                                             "reserved"};
+    return kNames[type & 3];
+}
+
+std::string eid_type_name(uint8_t type) {
+    static constexpr const char* kNames[] = {"dynamic", "static", "static, at its own value",
+                                             "static, at another value"};
+    return kNames[type & 3];
+}
+
+std::string routing_entry_type_name(uint8_t type) {
+    static constexpr const char* kNames[] = {"endpoint", "bridge and endpoints", "bridge",
+                                             "endpoints behind a bridge"};
+    return kNames[type & 3];
+}
+
+std::string binding_type_name(uint8_t type) {
+    static constexpr Name kNames[] = {
+        {0x01, "SMBus"},  {0x02, "PCIe VDM"},
+        {0x03, "USB"},    {0x04, "KCS"},
+        {0x05, "Serial"}, {0x06, "I3C"},
+        {0x07, "MMBI"},   {0x08, "PCC"},
+        {0x09, "UCIe"},   {0xFF, "vendor defined"},
+    };
+    const std::string name = find_name(kNames, type, "");
+    return name.empty() ? fmt::format("0x{:02x}", type) : name;
+}
+
+}  // namespace tool
