@@ -14,7 +14,7 @@
 namespace tool {
 namespace {
 
-/// Whether JSON is wanted must be known even where the command line turns out to be wrong.
+/// Whether JSON is wanted must be known even if the command line turns out to be wrong.
 bool json_wanted(int argc, char** argv) {
     return std::any_of(argv + 1, argv + argc,
                        [](const char* argument) { return std::string_view(argument) == "--json"; });

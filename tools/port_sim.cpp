@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The tool's platform where it is linked with the simulated board.
+// The tool's platform when it is linked with the simulated board.
 #include <fmt/format.h>
 #include <sideband/platform.h>
 

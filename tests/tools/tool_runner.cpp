@@ -128,7 +128,7 @@ public:
         close(out);
     }
 
-    /// @return exit status; 128 and the signal's number where a signal ended it
+    /// @return exit status; 128 and the signal's number if a signal ended it
     int wait() const {
         int status = 0;
         if (id_ < 0 || waitpid(id_, &status, 0) != id_) {
@@ -137,7 +137,7 @@ public:
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
 
-    /// As wait(), but kills it where it takes longer.
+    /// As wait(), but kills it if it takes longer.
     int wait_for(unsigned seconds) const {
         constexpr unsigned kNapsASecond = 50;
         for (unsigned i = 0; i < seconds * kNapsASecond; ++i) {

@@ -13,16 +13,16 @@ namespace tool_test {
 
 /// How one run of the tool ended.
 struct Outcome {
-    int status = -1;  ///< exit status; 128 and the signal's number where a signal ended it
+    int status = -1;  ///< exit status; 128 and the signal's number if a signal ended it
     std::string out;
     std::string err;
 };
 
-/// Runs the binary that SIDEBAND_TOOL names, under MESON_EXE_WRAPPER where that is set.
+/// Runs the binary that SIDEBAND_TOOL names, under MESON_EXE_WRAPPER if that is set.
 /// @param out  where its standard output goes instead of into the result; null for the result
 Outcome run_tool(const std::vector<std::string>& arguments, const char* out = nullptr);
 
-/// Runs the tool and ends it where it takes longer, which is then its outcome.
+/// Runs the tool and ends it if it takes longer, which is then its outcome.
 Outcome run_tool_for(const std::vector<std::string>& arguments, unsigned seconds);
 
 /// Runs the tool and sends it a signal as soon as a text has appeared on its standard output.

@@ -13,7 +13,7 @@
 namespace tool {
 namespace {
 
-/// Nothing where the controller does not know the command: it is another maker's.
+/// Nothing if the controller does not know the command: it is another maker's.
 std::optional<int32_t> temperature_of(NcsiClient& client) {
     try {
         return read_temperature(client, client.numbers().front(), 0);

@@ -81,7 +81,7 @@ std::string Tour::buses_text() const {
     return table.text();
 }
 
-/// A line on PCIe, where anything passed there.
+/// A line on PCIe, if anything passed there.
 std::string Tour::pcie_text() const {
     const PcieUse use = context_.port.pcie_use();
     if (use.packets == 0) {

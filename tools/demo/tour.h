@@ -19,7 +19,7 @@ public:
     struct Step {
         Output& output;
         std::string result;    ///< for the summary, a few words
-        Json details;          ///< for programs; null where there is nothing to tell
+        Json details;          ///< for programs; null if there is nothing to tell
         bool skipped = false;  ///< the board has nothing to show here
 
         /// A line for people.

@@ -17,7 +17,7 @@ std::string endpoint_type_name(uint8_t type);
 std::string eid_type_name(uint8_t type);
 std::string routing_entry_type_name(uint8_t type);
 
-/// Physical transport binding identifiers: DSP0239. The number where there is no name.
+/// Physical transport binding identifiers: DSP0239. The number if there is no name.
 std::string binding_type_name(uint8_t type);
 
 }  // namespace tool

@@ -15,7 +15,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// The value of a query, or nothing where the device answered with an error code of its own.
+/// The value of a query, or nothing if the device answered with an error code of its own.
 template <typename Query>
 auto ask(Query query) -> std::optional<decltype(query())> {
     try {

@@ -15,10 +15,10 @@
 
 namespace tool {
 
-/// What one endpoint told. Where it answered an optional command with an error, there is a gap.
+/// What one endpoint told. If it answered an optional command with an error, there is a gap.
 struct Finding {
     Endpoint endpoint;
-    uint8_t eid = 0;  ///< 0 where it is not known
+    uint8_t eid = 0;  ///< 0 if it is not known
     bool eid_assigned = false;
     std::optional<std::array<uint8_t, 16>> uuid;
     std::optional<std::vector<uint8_t>> message_types;

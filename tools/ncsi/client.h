@@ -44,7 +44,7 @@ public:
     /// Runs a command of the library. @return its result, which is no failure
     int32_t call(const std::string& operation, const std::function<int32_t()>& command);
 
-    /// The last response from its header on; empty where there was none.
+    /// The last response from its header on; empty if there was none.
     std::span<const uint8_t> last_response() const;
 
 private:

@@ -58,7 +58,7 @@ public:
     /// The last response from behind the message type on, cut to what is kept of it.
     std::span<const uint8_t> last_response() const;
 
-    /// Bytes of the last response, its integrity check among them; 0 where there was none.
+    /// Bytes of the last response, its integrity check among them; 0 if there was none.
     size_t last_length() const;
 
     /// Asks before each request whether it may go out; one that may not counts as unanswered.

@@ -15,7 +15,7 @@ namespace {
 /// How one port is set.
 struct PortConfig {
     uint8_t port = 0;
-    std::optional<uint8_t> frequency;  ///< NVMEMI_SMBUS_...; nothing where the port has none
+    std::optional<uint8_t> frequency;  ///< NVMEMI_SMBUS_...; nothing if the port has none
     uint16_t unit_size = 0;
 };
 

@@ -19,7 +19,7 @@ enum class FieldLook : uint8_t {
     kHex,      ///< likewise
     kAscii,    ///< text that is filled up with blanks or zeros
     kBytes,    ///< in the order in which they came
-    kKelvin,   ///< a temperature; 0 where there is none
+    kKelvin,   ///< a temperature; 0 if there is none
     kPercent,  ///< a percentage
     kVersion,  ///< major, minor and tertiary number
 };

@@ -11,7 +11,7 @@
 namespace tool {
 namespace {
 
-/// Commits what has come, resets where that is wished for, and shows the slots.
+/// Commits what has come, resets if that is wished for, and shows the slots.
 void finish_update(Context& context, NvmeClient& client, uint16_t controller,
                    const NvmeFirmwareWish& wish, Json& document) {
     const std::string need = commit_image(client, controller, wish.slot, *wish.action);

@@ -18,7 +18,7 @@ std::string composite_text(uint8_t ctemp);
 std::string controller_status_text(uint16_t csts);
 
 /// CWARN of a Controller Health Data Structure, or what is 0 in SW of the subsystem's.
-/// @param none  where nothing warns
+/// @param none  what is said if nothing warns
 std::string health_warnings_text(uint8_t warnings, const char* none);
 
 /// Critical Warning of SMART / Health Information (NVMe base specification).

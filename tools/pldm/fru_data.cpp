@@ -35,7 +35,7 @@ public:
 };
 
 /// The library parses the first record of what it is given.
-/// @return its length; 0 where it cannot be parsed
+/// @return its length; 0 if it cannot be parsed
 size_t parse_first(std::span<const uint8_t> table, FruRecord& record) {
     ParsedRecord parsed;
     if (pldm_parse_record_table(table.data(), &parsed.record,
@@ -91,7 +91,7 @@ std::span<const uint8_t> without_padding(std::span<const uint8_t> bytes) {
     return bytes;
 }
 
-/// Text in one of the encodings; hex where it is none.
+/// Text in one of the encodings; hex if it is none.
 std::string text_of(std::span<const uint8_t> bytes, uint8_t encoding) {
     enum : uint8_t { kUtf8 = 2, kUtf16 = 3, kUtf16Le = 4, kUtf16Be = 5 };
     constexpr uint8_t kMarkLe[] = {0xFF, 0xFE};

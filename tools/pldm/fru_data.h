@@ -32,7 +32,7 @@ struct FruData {
     std::optional<Failure> failure;  ///< what ended the records before the table's end
 };
 
-/// Reads the table. Throws Failure where it cannot be had.
+/// Reads the table. Throws Failure if it cannot be had.
 /// @param fixed_parts  the device sends it in answers of one size
 FruData read_fru(Session& session, bool fixed_parts);
 

@@ -56,7 +56,7 @@ std::string describe_names(const PdrRecord& record) {
     return text;
 }
 
-/// What a record is about, in a few words (DSP0248, PDR formats); "-" where that is not told.
+/// What a record is about, in a few words (DSP0248, PDR formats); "-" if that is not told.
 std::string describe(const PdrRecord& record) {
     WireReader reader(record.bytes);
     reader.skip(sizeof(pldm_pdr_header));

@@ -16,7 +16,7 @@ std::string unit_symbol(uint8_t unit);
 std::string unit_name(uint8_t unit);
 /// Whether prefixes such as "milli" go with a unit: they do with volts, not with degrees.
 bool takes_prefix(uint8_t unit);
-/// "m" for -3; empty for 0 and where there is no prefix.
+/// "m" for -3; empty for 0 and if there is no prefix.
 std::string si_prefix(int8_t unit_modifier);
 
 /// rateUnit: DSP0248. "/s" for per second; empty for none.
@@ -33,7 +33,7 @@ std::string entity_type_name(uint16_t type);
 /// An entity and its instance number, "fan 2".
 std::string entity_text(uint16_t type, uint16_t instance);
 
-/// stateSetID: the library's name where it has one, else that of DSP0249.
+/// stateSetID: the library's name if it has one, else that of DSP0249.
 std::string state_set_name(uint16_t id);
 
 /// A state of one of the state sets (DSP0249) whose states have been published; empty for any

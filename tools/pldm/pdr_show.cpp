@@ -17,7 +17,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 using sideband::WireReader;
 
-/// A field by the standard's name, its value, and what that means where numbers do not say it.
+/// A field by the standard's name, its value, and what that means if numbers do not say it.
 struct Field {
     const char* name;
     Json value;

@@ -50,7 +50,7 @@ public:
     uint32_t next() const { return next_; }
     size_t received() const { return received_; }
 
-    /// Why the record is not whole; empty where it is.
+    /// Why the record is not whole; empty if it is.
     std::string problem() const {
         return complaint_.empty() && !last_ ? fmt::format("it has no end in {} parts", kPartsMax)
                                             : complaint_;
@@ -101,7 +101,7 @@ std::string header_problem(std::span<const uint8_t> bytes) {
     return "";
 }
 
-/// The number of records, or nothing where the terminus has no repository.
+/// The number of records, or nothing if the terminus has no repository.
 bool count_records(Session& session, uint32_t& count) {
     constexpr uint8_t kInvalidType = 0x20;
     if (pldm_get_pdr_repository_info(&session.pldm(), &count) == 0) {

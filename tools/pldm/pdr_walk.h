@@ -18,17 +18,17 @@ struct PdrRecord {
     uint32_t asked = 0;          ///< handle that it was asked for with
     uint32_t next = 0;           ///< nextRecordHandle: 0 behind the last one
     std::vector<uint8_t> bytes;  ///< common header first
-    std::string problem;         ///< why it is of no use; empty where it is whole
+    std::string problem;         ///< why it is of no use; empty if it is whole
 
     bool whole() const { return problem.empty(); }
-    /// recordHandle of its header; the one that it was asked for with where the header is missing.
+    /// recordHandle of its header; the one that it was asked for with if the header is missing.
     uint32_t handle() const;
-    /// PDRType of its header; 0 where the header is missing.
+    /// PDRType of its header; 0 if the header is missing.
     uint8_t type() const;
 };
 
 /// Reads the record with a handle; 0 is the first one's. A record that does not come whole is told
-/// by its problem. Throws Failure where there is no answer that names a next record.
+/// by its problem. Throws Failure if there is no answer that names a next record.
 PdrRecord read_pdr(Session& session, uint32_t handle);
 
 struct PdrWalk {
@@ -37,7 +37,7 @@ struct PdrWalk {
     std::vector<Failure> failures;  ///< records that did not come whole, and what ended the walk
 };
 
-/// Reads all records from the first to the last. Throws Failure where not even the number of
+/// Reads all records from the first to the last. Throws Failure if not even the number of
 /// records is told.
 PdrWalk walk_pdrs(Session& session);
 

@@ -41,7 +41,7 @@ size_t numeric_size(std::span<const uint8_t> raw) {
     return range_width == 0 ? 0 : range_at + kRangeHeader + kRangeValues * range_width;
 }
 
-/// All composite sensors of a record; false where they run past it.
+/// All composite sensors of a record; false if they run past it.
 bool read_composites(std::span<const uint8_t> raw, std::vector<CompositeSensor>& composites) {
     WireReader reader(raw);
     reader.skip(kEntriesAt - 1);
@@ -57,7 +57,7 @@ bool read_composites(std::span<const uint8_t> raw, std::vector<CompositeSensor>&
     return reader.ok();
 }
 
-/// Why a record cannot be decoded; empty where it can. Reads the composite sensors on the way.
+/// Why a record cannot be decoded; empty if it can. Reads the composite sensors on the way.
 std::string sensor_problem(const PdrRecord& record, std::vector<CompositeSensor>& composites) {
     const size_t size = record.bytes.size();
     if (record.type() == PLDM_PDR_TYPE_NUMERIC_SENSOR) {

@@ -22,7 +22,7 @@ struct CompositeSensor {
 };
 
 /// A numeric or state sensor record. Decoded by the library; the composite sensors are all of
-/// them, where the library's record has room for the first few.
+/// them; the library's record has room for the first few.
 struct SensorRecord {
     pldm_pdr pdr{};
     std::vector<CompositeSensor> composites;
@@ -38,7 +38,7 @@ struct SensorRecord {
 /// Whether a record is one that decode_sensor() is for.
 bool is_sensor(const PdrRecord& record);
 
-/// Decodes a whole record. Throws Failure where it is shorter than its type demands, or malformed.
+/// Decodes a whole record. Throws Failure if it is shorter than its type demands, or malformed.
 SensorRecord decode_sensor(const Session& session, const PdrRecord& record);
 
 /// The numbers of the possible states.

@@ -55,7 +55,7 @@ int decimals(const Sensor& sensor) {
     return std::max(decimals(sensor.resolution), decimals(sensor.offset));
 }
 
-/// A state by number and, where it has one, by name.
+/// A state by number and, if it has one, by name.
 std::string numbered(uint8_t state, const std::string& name) {
     return name.empty() ? std::to_string(state) : fmt::format("{} ({})", state, name);
 }

@@ -38,16 +38,16 @@ std::vector<pldm_state_reading> read_state(Session& session, uint16_t sensor_id)
 /// The reading in the sensor's unit, rounded to what its resolution and offset can tell.
 double scaled(const Sensor& sensor, int64_t present_reading);
 
-/// "42.5 degC", or "-" where the sensor is not enabled.
+/// "42.5 degC", or "-" if the sensor is not enabled.
 std::string value_text(const Sensor& sensor, const NumericReading& reading);
 
-/// "enabled Normal": operational state, then present state where the reading is valid.
+/// "enabled Normal": operational state, then present state if the reading is valid.
 std::string numeric_state_text(const NumericReading& reading);
 
 /// "UpperWarning, over 85": the present state, and the threshold that it tells to be crossed.
 std::string threshold_text(const Sensor& sensor, const NumericReading& reading);
 
-/// The threshold that the present state tells to be crossed, where it has a value.
+/// The threshold that the present state tells to be crossed, if it has a value.
 std::optional<double> crossed_threshold(const Sensor& sensor, const NumericReading& reading);
 
 /// "2 (Non-Critical)": the present state of the composite sensor at a position.

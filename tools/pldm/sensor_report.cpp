@@ -73,7 +73,7 @@ class Reader {
 public:
     explicit Reader(Session& session) : session_(session) {}
 
-    /// @return false where nothing answers any more
+    /// @return false if nothing answers any more
     bool read(const KnownSensor& known) {
         if (known.undecodable) {
             add_failed(known.sensor, "undecodable", *known.undecodable);

@@ -14,7 +14,7 @@ namespace tool {
 
 struct KnownSensor {
     Sensor sensor;
-    std::optional<SensorRecord> record;  ///< empty where the board alone knows the sensor
+    std::optional<SensorRecord> record;  ///< empty if the board alone knows the sensor
     std::optional<Failure> undecodable;  ///< its record says no more than the sensor's ID
 };
 
@@ -23,8 +23,8 @@ struct SensorList {
     std::vector<Failure> failures;  ///< what was wrong with the repository
 };
 
-/// The sensors that the terminus's PDRs describe; where it has no repository, those that the board
-/// describes. Throws Failure where there is neither.
+/// The sensors that the terminus's PDRs describe; if it has no repository, those that the board
+/// describes. Throws Failure if there is neither.
 SensorList find_sensors(Session& session);
 
 struct SensorReport {

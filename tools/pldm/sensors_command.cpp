@@ -49,7 +49,7 @@ uint64_t own_clock_us() {
     return static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_nsec) / 1000;
 }
 
-/// A pause on the board. Where the board's clock runs ahead and somebody watches without an end in
+/// A pause on the board. If the board's clock runs ahead and somebody watches without an end in
 /// sight, the rest of the pause is made up for here.
 void pause(Port& port, const Watch& watch) {
     const auto length = static_cast<uint64_t>(watch.seconds * 1e6);

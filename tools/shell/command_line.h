@@ -18,8 +18,8 @@ struct CommandLine {
     bool verbose = false;
 
     std::string command;                ///< its words, as far as they were given
-    std::function<void(Context&)> run;  ///< what it does; empty where help or version is wanted
-    std::string text;                   ///< help or version, where one of them is wanted
+    std::function<void(Context&)> run;  ///< what it does; empty if help or version is wanted
+    std::string text;                   ///< help or version, if one of them is wanted
 };
 
 class Commands;

@@ -9,8 +9,8 @@
 
 namespace tool {
 
-/// Asks on the terminal whether a command shall go on. Throws Failure, usage, where the answer is
-/// not yes, and where there is nobody to ask.
+/// Asks on the terminal whether a command shall go on. Throws Failure, usage, if the answer is
+/// not yes, and if there is nobody to ask.
 /// @param yes   the user has agreed on the command line
 /// @param what  it destroys, as the beginning of a sentence
 void confirm(const Output& output, bool yes, const std::string& what);

@@ -14,7 +14,7 @@ namespace tool {
 inline constexpr const char* kEndpointHelp =
     "a device of the board by its name, or i2c:BUS:ADDRESS (8-bit address), or pcie:BB:DD.F";
 
-/// The endpoint that an argument names, under that name. Where the board describes what is at an
+/// The endpoint that an argument names, under that name. If the board describes what is at an
 /// address, its settings are used; else the address is tried plainly. Throws Failure: usage for a
 /// malformed name, failed for a device that the board does not have.
 Endpoint find_endpoint(const Port& port, std::string_view name);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a command of the tool fails: exit status, text, and the device's own code where it gave one.
+// How a command of the tool fails: exit status, text, and the device's own code if it gave one.
 #ifndef SIDEBAND_TOOLS_SHELL_FAILURE_H
 #define SIDEBAND_TOOLS_SHELL_FAILURE_H
 
@@ -31,7 +31,7 @@ struct DeviceCode {
 
     uint16_t code = 0;
     std::string name;  ///< as the standard names it
-    /// The second number that a kind has. Of an NVMe-MI status, where it is known: the byte of the
+    /// The second number that a kind has. Of an NVMe-MI status, if it is known: the byte of the
     /// request in bits 15 to 8, the bit in bits 2 to 0.
     std::optional<uint16_t> reason = std::nullopt;
     std::string reason_name = {};
@@ -62,11 +62,11 @@ public:
 
     ExitStatus status() const { return details_->status; }
 
-    /// Empty where the failure is not that of an endpoint.
+    /// Empty if the failure is not that of an endpoint.
     const std::string& endpoint() const { return details_->endpoint; }
     const std::string& operation() const { return details_->operation; }
 
-    /// Empty where no answer with a code came.
+    /// Empty if no answer with a code came.
     const std::optional<DeviceCode>& code() const { return details_->code; }
 
     /// What else is wrong, a line each.

@@ -24,7 +24,7 @@ public:
     /// The signal that has come, unless the command ends by itself because of it; 0 for none.
     static int signal();
 
-    /// Throws Interrupted where a signal has come. Not to be called from below the library.
+    /// Throws Interrupted if a signal has come. Not to be called from below the library.
     static void check();
 
     /// Waits until there is something to read, or throws Interrupted.

@@ -9,7 +9,7 @@
 namespace tool {
 
 /// Takes the place of the stream stdout, through which the library prints, from show() on. Lines
-/// come out in order with those that are written to standard error directly, where end_line() is
+/// come out in order with those that are written to standard error directly, if end_line() is
 /// called before.
 class LibraryOutput {
 public:
@@ -23,7 +23,7 @@ public:
 
     bool shown() const { return stream_ != nullptr; }
 
-    /// Writes out what has been printed, and ends the line where the library has not.
+    /// Writes out what has been printed, and ends the line if the library has not.
     void end_line();
 
 private:

@@ -38,7 +38,7 @@ public:
     /// Characters in a line of the terminal.
     size_t columns() const;
 
-    /// Text for people; swallowed where JSON is wanted.
+    /// Text for people; swallowed if JSON is wanted.
     void text(std::string_view text);
 
     /// A line of the terminal in the place of the one that stands there; see is_terminal().
@@ -47,10 +47,10 @@ public:
     /// The tool's own text whatever the format, for help and version.
     void plain(std::string_view text);
 
-    /// The command's one JSON document; swallowed where text is wanted.
+    /// The command's one JSON document; swallowed if text is wanted.
     void document(const nlohmann::ordered_json& document);
 
-    /// One line on standard error, behind the name of the program. Where JSON is wanted and the
+    /// One line on standard error, behind the name of the program. If JSON is wanted and the
     /// command has printed no document, the error becomes that document.
     void error(const std::string& command, const Failure& failure);
 
@@ -60,7 +60,7 @@ public:
     /// Whether something could not be written so far.
     bool broken() const { return stream_ == nullptr || std::ferror(stream_) != 0; }
 
-    /// @return false where something could not be written
+    /// @return false if something could not be written
     bool finish();
 
 private:
@@ -70,7 +70,7 @@ private:
     bool document_printed_ = false;
 };
 
-/// A failure as a JSON object: message, and endpoint, operation and the device's code where known.
+/// A failure as a JSON object: message, and endpoint, operation and the device's code if known.
 nlohmann::ordered_json failure_json(const Failure& failure);
 
 }  // namespace tool

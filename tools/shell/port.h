@@ -91,8 +91,8 @@ struct PcieUse {
 /// What a bus owner asked the BMC, and what it made of the answer.
 struct OwnerQuestion {
     std::string name;
-    std::string answer;     ///< message body in hex; empty where none came
-    std::string complaint;  ///< empty where the answer is right
+    std::string answer;     ///< message body in hex; empty if none came
+    std::string complaint;  ///< empty if the answer is right
 };
 
 /// The board under the platform interface. One file, port_NAME.cpp, implements it for a platform.
@@ -119,7 +119,7 @@ public:
     virtual std::vector<BusUse> bus_use() const = 0;
     virtual PcieUse pcie_use() const = 0;
 
-    /// What a bus owner asked since the BMC last announced itself; empty where nobody can tell.
+    /// What a bus owner asked since the BMC last announced itself; empty if nobody can tell.
     virtual std::vector<OwnerQuestion> owner_questions(const std::string& endpoint) const = 0;
 
     /// Writes all that passes to a file, from now until finish_capture(). Both throw Failure.
@@ -131,11 +131,11 @@ public:
     virtual void observe(PacketObserver* observer) = 0;
 
     /// Host main power; off means that devices are not powered in standby either.
-    /// @return false where the platform cannot switch it
+    /// @return false if the platform cannot switch it
     virtual bool set_main_power(bool on) = 0;
 
     /// Makes an endpoint misbehave, by one object of a board file's "faults".
-    /// @return false where the platform cannot
+    /// @return false if the platform cannot
     virtual bool add_fault(const std::string& endpoint, std::string_view fault_json) = 0;
     virtual void clear_faults(const std::string& endpoint) = 0;
 
@@ -145,7 +145,7 @@ public:
 
     /// A firmware image that a drive of the board takes.
     /// @param revision  what the drive calls it then, at most eight characters
-    /// @return empty where nobody can tell what such an image is
+    /// @return empty if nobody can tell what such an image is
     virtual std::vector<uint8_t> drive_image(const std::string& revision, size_t size) const = 0;
 
     /// Names of platform locks that are held now, and misuse of locks seen so far.

@@ -12,7 +12,7 @@ namespace {
 
 constexpr size_t kBarWidth = 24;
 
-/// Minutes and seconds, and hours where there are any.
+/// Minutes and seconds, and hours if there are any.
 std::string duration_text(uint64_t seconds) {
     const std::string text = fmt::format("{:02}:{:02}", seconds / 60 % 60, seconds % 60);
     return seconds < 3600 ? text : fmt::format("{}:{}", seconds / 3600, text);

@@ -17,7 +17,7 @@ class Progress {
 public:
     struct Look {
         size_t indent = 0;  ///< blanks before each line
-        bool lines = true;  ///< lines where there is no terminal; else nothing there
+        bool lines = true;  ///< lines if there is no terminal; else nothing there
     };
 
     Progress(Output& output, const Port& port, const Look& look);
@@ -25,7 +25,7 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// Shows how far the work is; to be called often. Lines come where the percentage has changed.
+    /// Shows how far the work is; to be called often. Lines come when the percentage has changed.
     /// @param done, total  bytes; 0 and 0 before it is known. The rate is that since it is
     void show(unsigned percent, uint64_t done, uint64_t total);
 

@@ -143,7 +143,7 @@ bool Session::is_mpio() const {
     return endpoint_.transport == Transport::kPcie && endpoint_.bdf == std::array<uint8_t, 3>{};
 }
 
-/// Does nothing where the MPIO has been brought up already, or the platform wants none.
+/// Does nothing if the MPIO has been brought up already, or the platform wants none.
 void Session::bring_up_mpio() {
     mctp_ctx& mpio = link_.mctp;
     _init_amd_mpio_ctx(&mpio);

@@ -52,7 +52,7 @@ struct RoutingEntry {
 class ExchangeObserver {
 public:
     virtual ~ExchangeObserver() = default;
-    /// @param response  empty where none came
+    /// @param response  empty if none came
     virtual void exchanged(std::span<const uint8_t> request, std::span<const uint8_t> response) = 0;
 };
 
@@ -70,7 +70,7 @@ public:
     const Endpoint& endpoint() const { return endpoint_; }
 
     /// Finds the endpoint's EID, or gives it one. Comes before everything else. On PCIe the MPIO
-    /// is brought up first where the platform wants that.
+    /// is brought up first if the platform wants that.
     void discover();
 
     /// Has the endpoint, a bus owner, give the BMC an EID; instead of discover().
@@ -110,7 +110,7 @@ public:
     /// Tells somebody of every exchange from now on; null for nobody.
     void observe(ExchangeObserver* observer) { link_.observer = observer; }
 
-    /// The last answer's body, cut to what is kept of it; empty where there was none.
+    /// The last answer's body, cut to what is kept of it; empty if there was none.
     std::span<const uint8_t> last_answer() const;
 
 private:

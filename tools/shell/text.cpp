@@ -48,7 +48,7 @@ void append_utf8(uint32_t point, std::string& text) {
 }
 
 /// The bytes that may follow the lead byte of a UTF-8 character of several bytes (Unicode, table
-/// 3-7): the first of them is narrower where a shorter form, a surrogate or no character would be.
+/// 3-7): the first of them is narrower if a shorter form, a surrogate or no character would be.
 struct Utf8Shape {
     uint8_t lead_first;
     uint8_t lead_last;
@@ -68,7 +68,7 @@ bool is_in(char c, uint8_t first, uint8_t last) {
     return byte >= first && byte <= last;
 }
 
-/// Bytes of the character in front: one where it is not UTF-8.
+/// Bytes of the character in front: one if it is not UTF-8.
 size_t character_size(std::string_view text) {
     for (const Utf8Shape& shape : kUtf8Shapes) {
         if (!is_in(text[0], shape.lead_first, shape.lead_last) || text.size() < shape.size) {

@@ -40,7 +40,7 @@ std::string place_of(const Packet& packet) {
     return endpoint_location(endpoint);
 }
 
-/// What came of it, where that is not the usual.
+/// What came of it, if that is not the usual.
 const char* remark(const Packet& packet) {
     if (!packet.taken) {
         return packet.transport == Transport::kPcie ? "  (lost)" : "  (no acknowledge)";

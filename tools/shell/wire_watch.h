@@ -23,7 +23,7 @@ class MessageFate {
 public:
     void note(const Packet& packet);
 
-    /// Why it has no answer; empty where the packets do not tell.
+    /// Why it has no answer; empty if the packets do not tell.
     std::string reason() const;
 
 private:
@@ -32,7 +32,7 @@ private:
 
     std::string place_;                 ///< of the device
     uint8_t tag_ = 0;                   ///< of the message
-    std::vector<uint8_t> untaken_;      ///< the packet sent last, where nobody acknowledged it
+    std::vector<uint8_t> untaken_;      ///< the packet sent last, if nobody acknowledged it
     bool abandoned_ = false;            ///< such a packet was not tried again until it was taken
     bool spoilt_ = false;               ///< a packet came with a bad PEC
     bool begun_ = false;                ///< a packet of the answer came
@@ -53,7 +53,7 @@ public:
 
     /// Forgets the last message: what comes now belongs to the next one.
     static void forget();
-    /// Why the last message has no answer; empty where nobody can tell.
+    /// Why the last message has no answer; empty if nobody can tell.
     static std::string reason();
 
 private:

@@ -64,7 +64,7 @@ const DescriptorType& type_of(uint16_t type) {
     return kUnknownType;
 }
 
-/// Text without what fills it up; empty where it is no printable ASCII.
+/// Text without what fills it up; empty if it is no printable ASCII.
 std::string ascii_text(std::span<const uint8_t> bytes) {
     while (!bytes.empty() && (bytes.back() == 0 || bytes.back() == ' ')) {
         bytes = bytes.first(bytes.size() - 1);

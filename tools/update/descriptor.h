@@ -29,11 +29,11 @@ struct Descriptor {
 std::string descriptor_name(uint16_t type);
 
 /// The value as people write it: PCI IDs in hex and an enterprise number in decimal, a UUID in its
-/// groups, a model number as text. Empty for other types, and where the data have not the type's
+/// groups, a model number as text. Empty for other types, and if the data have not the type's
 /// size.
 std::string descriptor_value(const Descriptor& descriptor);
 
-/// Type, name, data and, where it has one, value, each descriptor an object; see
+/// Type, name, data and, if it has one, value, each descriptor an object; see
 /// descriptors_text() for people.
 nlohmann::ordered_json descriptors_json(const std::vector<Descriptor>& descriptors);
 std::string descriptors_text(const std::vector<Descriptor>& descriptors, size_t indent = 0);

@@ -22,7 +22,7 @@ std::string refusal_reason(uint8_t code) {
     return "the device refuses it: " + (text.empty() ? number : text + " (" + number + ")");
 }
 
-/// A result of one of the three reports, and its name where it has one.
+/// A result of one of the three reports, and its name if it has one.
 std::string result_text(uint8_t result, const std::string& name) {
     return fmt::format("0x{:02x}{}", result, name.empty() ? "" : " (" + name + ")");
 }

@@ -18,7 +18,7 @@ namespace tool {
 struct FirmwareVersion {
     uint32_t comparison_stamp = 0;
     std::string version;
-    std::string release_date;  ///< as the device wrote it: YYYYMMDD; empty where it has none
+    std::string release_date;  ///< as the device wrote it: YYYYMMDD; empty if it has none
 };
 
 /// An entry of the component parameter table.
@@ -36,7 +36,7 @@ struct FirmwareInfo {
     std::vector<Descriptor> descriptors;
     uint32_t capabilities = 0;
     std::string active_version;   ///< of the image set
-    std::string pending_version;  ///< of the image set; empty where none is pending
+    std::string pending_version;  ///< of the image set; empty if none is pending
     std::vector<FirmwareComponent> components;
 
     /// The value of the PCI vendor descriptor.
@@ -61,7 +61,7 @@ nlohmann::ordered_json firmware_versions_json(const FirmwareInfo& info);
 /// How a component becomes active, in words: "self-contained, AC power cycle".
 std::string activation_text(uint16_t methods);
 
-/// A version for people: what a terminal can show of it, "-" where there is none.
+/// A version for people: what a terminal can show of it, "-" if there is none.
 std::string version_or_dash(const std::string& version);
 
 }  // namespace tool

@@ -19,7 +19,7 @@ struct PackageHeader {
     std::vector<uint8_t> bytes;
     uint64_t file_size = 0;
 
-    /// 0 where the file ends before.
+    /// 0 if the file ends before.
     uint32_t number(size_t offset, size_t width) const;
     uint32_t size() const;
     uint8_t revision() const;

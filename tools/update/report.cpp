@@ -33,7 +33,7 @@ uint32_t transfer_size_for(const Endpoint& endpoint, const FirmwareInfo& info) {
     return size != 0 ? size : usual;
 }
 
-/// A component of the device that a component of a package is for; null where there is none.
+/// A component of the device that a component of a package is for; null if there is none.
 const FirmwareComponent* counterpart(const FirmwareInfo& info, const Component& component) {
     const auto found = std::find_if(info.components.begin(), info.components.end(),
                                     [&component](const FirmwareComponent& one) {
@@ -47,7 +47,7 @@ std::string component_name(uint16_t classification, uint16_t identifier) {
     return fmt::format("component {}:{}", classification, identifier);
 }
 
-/// How what is pending becomes active; empty where nothing is.
+/// How what is pending becomes active; empty if nothing is.
 std::string pending_text(const FirmwareInfo& info) {
     for (const FirmwareComponent& one : info.components) {
         if (!one.pending.version.empty()) {

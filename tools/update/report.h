@@ -38,7 +38,7 @@ std::string report_text(const UpdateReport& report, size_t indent = 0);
 nlohmann::ordered_json report_json(const UpdateReport& report);
 
 /// Shows the versions in the device and in a package that is for it; changes nothing. Throws
-/// Failure, also where the package is not for the device.
+/// Failure, also if the package is not for the device.
 void query_firmware(Context& context, Session& session, const ParsedPackage& package);
 
 }  // namespace tool

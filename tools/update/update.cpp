@@ -130,7 +130,7 @@ int32_t FirmwareUpdate::receive(pldm_ctx* pldm, int32_t capacity, uint8_t* buffe
     self.note_mark();
     if (self.stopped()) {
         // The agent would wait out the device's silence after an error. A request that comes out
-        // of turn ends its loop at once; the answer, where it wants to give one, is not sent.
+        // of turn ends its loop at once; the answer, if it wants to give one, is not sent.
         pldm_fw_update_request_init(buffer);
         buffer[kCommandOffset] = kVerifyComplete;
         return 0;

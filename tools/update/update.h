@@ -24,7 +24,7 @@ struct UpdateRecord {
     /// A request of the agent that failed.
     struct Refusal {
         uint8_t command = 0;
-        std::optional<uint8_t> code;  ///< completion code; none where no answer came
+        std::optional<uint8_t> code;  ///< completion code; none if no answer came
         std::string silence = {};     ///< why none came
     };
 
@@ -45,7 +45,7 @@ struct UpdateRecord {
     uint8_t state = 0;                         ///< of the context, at the end
     bool interrupted = false;
     bool cancelled = false;              ///< CancelUpdate was sent at the end
-    std::optional<uint8_t> cancel_code;  ///< the device's answer to it; none where none came
+    std::optional<uint8_t> cancel_code;  ///< the device's answer to it; none if none came
 
     bool succeeded() const {
         return accepted && activated && applied == components && components > 0;
@@ -70,7 +70,7 @@ public:
     /// Binds the terminus. Throws Failure, for a device that cannot be updated too.
     void bring_up();
 
-    /// Updates once, behind bring_up(). Where it is interrupted, or fails half way, the device is
+    /// Updates once, behind bring_up(). If it is interrupted, or fails half way, the device is
     /// made to leave update mode before this returns.
     /// @param transfer_size  MaximumTransferSize in bytes
     /// @param flags          PLDM_FW_FLAG_...

@@ -26,7 +26,7 @@ uint32_t little_endian_at(const std::string& text, size_t at) {
     return value;
 }
 
-/// The packets of a pcapng file; nothing where it does not consist of whole blocks.
+/// The packets of a pcapng file; nothing if it does not consist of whole blocks.
 std::optional<size_t> packets_of(const TemporaryFile& capture) {
     constexpr uint32_t kEnhancedPacket = 6;
     const std::string content = capture.content();
