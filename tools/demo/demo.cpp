@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 #include "tools/demo/commands.h"
 #include "tools/mctp/survey.h"
@@ -14,6 +13,7 @@
 #include "tools/pldm/info.h"
 #include "tools/pldm/sensor_reading.h"
 #include "tools/pldm/sensor_report.h"
+#include "tools/shell/json.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"
 
@@ -52,9 +52,9 @@ void show_terminus(Tour::Step& step, const Endpoint& endpoint, PldmInfo& info) {
     session.discover();
     info = read_pldm_info(session);
     const Json types = pldm_types_json(info);
-    for (const Json& type : types) {
-        step.say(fmt::format("type {}  version {}  {}", type["pldm_type"].get<int>(),
-                             type["version"].get<std::string>(), type["name"].get<std::string>()));
+    for (const Json& type : types.items()) {
+        step.say(fmt::format("type {}  version {}  {}", type["pldm_type"].unsigned_number(),
+                             type["version"].text(), type["name"].text()));
     }
     step.details = {{"tid", info.tid}, {"pldm_types", types}};
     step.result = fmt::format("TID {}, {}", info.tid, counted(info.types.size(), "PLDM type"));

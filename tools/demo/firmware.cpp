@@ -3,11 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "testing/package_builder.h"
 #include "tools/demo/demo.h"
+#include "tools/shell/json.h"
 #include "tools/shell/temporary_file.h"
 #include "tools/shell/text.h"
 #include "tools/update/report.h"

@@ -2,12 +2,11 @@
 // The demo's drives: how they are, and new firmware for one of them.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/demo/demo.h"
 #include "tools/nvme/firmware_update.h"
 #include "tools/nvme/health.h"
 #include "tools/nvme/states.h"
+#include "tools/shell/json.h"
 #include "tools/shell/temporary_file.h"
 #include "tools/shell/text.h"
 

@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 #include "tools/demo/demo.h"
 #include "tools/shell/endpoint_name.h"
+#include "tools/shell/json.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"
 

@@ -4,12 +4,12 @@
 #define SIDEBAND_TOOLS_DEMO_TOUR_H
 
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "tools/shell/command.h"
+#include "tools/shell/json.h"
 
 namespace tool {
 

@@ -2,11 +2,10 @@
 // The commands mctp eid, mctp uuid and mctp routes: MCTP control.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/mctp/codes.h"
 #include "tools/mctp/commands.h"
 #include "tools/shell/endpoint_name.h"
+#include "tools/shell/json.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"
 

@@ -2,10 +2,9 @@
 // The command raw: one message body out, the answer in hex.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/mctp/commands.h"
 #include "tools/shell/endpoint_name.h"
+#include "tools/shell/json.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"
 

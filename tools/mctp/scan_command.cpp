@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command scan: every endpoint of the board, and what each speaks.
-#include <nlohmann/json.hpp>
 
 #include "tools/mctp/commands.h"
 #include "tools/mctp/survey.h"
+#include "tools/shell/json.h"
 
 namespace tool {
 

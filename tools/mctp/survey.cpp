@@ -6,14 +6,13 @@
 
 #include "tools/mctp/codes.h"
 #include "tools/shell/endpoint_name.h"
+#include "tools/shell/json.h"
 #include "tools/shell/output.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 /// The value of a query, or nothing if the device answered with an error code of its own.
 template <typename Query>

@@ -5,12 +5,12 @@
 
 #include <array>
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/shell/failure.h"
+#include "tools/shell/json.h"
 #include "tools/shell/port.h"
 
 namespace tool {
@@ -35,7 +35,7 @@ std::vector<Finding> survey(const Port& port, Transport transport);
 /// The findings as a table for people, each line behind some blanks.
 std::string survey_text(const std::vector<Finding>& findings, size_t indent = 0);
 
-nlohmann::ordered_json survey_json(const std::vector<Finding>& findings);
+Json survey_json(const std::vector<Finding>& findings);
 
 }  // namespace tool
 

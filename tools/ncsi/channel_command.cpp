@@ -2,11 +2,10 @@
 // The commands ncsi discover, ncsi link, ncsi select and ncsi deselect.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/ncsi/commands.h"
 #include "tools/ncsi/link.h"
 #include "tools/shell/endpoint_name.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "tools/ncsi/codes.h"
+#include "tools/shell/json.h"
 #include "tools/shell/output.h"
 #include "tools/shell/text.h"
 
@@ -66,10 +67,10 @@ std::string links_text(const std::vector<ChannelLink>& links, size_t indent) {
     return table.text(indent);
 }
 
-nlohmann::ordered_json links_json(const std::vector<ChannelLink>& links) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+Json links_json(const std::vector<ChannelLink>& links) {
+    Json list = Json::array();
     for (const ChannelLink& link : links) {
-        nlohmann::ordered_json json{{"channel", link.number}, {"channel_id", link.channel_id}};
+        Json json{{"channel", link.number}, {"channel_id", link.channel_id}};
         if (link.failure) {
             json["error"] = failure_json(*link.failure);
         } else {

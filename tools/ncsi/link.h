@@ -3,12 +3,12 @@
 #ifndef SIDEBAND_TOOLS_NCSI_LINK_H
 #define SIDEBAND_TOOLS_NCSI_LINK_H
 
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/ncsi/client.h"
+#include "tools/shell/json.h"
 
 namespace tool {
 
@@ -27,7 +27,7 @@ std::vector<ChannelLink> read_links(NcsiClient& client, const std::vector<unsign
 
 /// @param indent  blanks before each line
 std::string links_text(const std::vector<ChannelLink>& links, size_t indent = 0);
-nlohmann::ordered_json links_json(const std::vector<ChannelLink>& links);
+Json links_json(const std::vector<ChannelLink>& links);
 
 }  // namespace tool
 

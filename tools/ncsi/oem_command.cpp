@@ -2,11 +2,10 @@
 // The commands ncsi oem: settings of Broadcom and Mellanox controllers, MAC address, temperature.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/ncsi/client.h"
 #include "tools/ncsi/commands.h"
 #include "tools/shell/endpoint_name.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {

@@ -2,11 +2,10 @@
 // The commands nvme config: how the ports of a drive's management endpoint are set.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/nvme/client.h"
 #include "tools/nvme/codes.h"
 #include "tools/nvme/commands.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {

@@ -8,12 +8,11 @@
 #include <algorithm>
 
 #include "tools/nvme/client.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {
 namespace {
-
-using FieldJson = nlohmann::ordered_json;
 
 constexpr size_t kWordSize = 8;
 
@@ -44,7 +43,7 @@ std::string trimmed(std::span<const uint8_t> bytes) {
     return text.substr(0, text.find_last_not_of(' ') + 1);
 }
 
-void Fields::add(const std::string& name, const std::string& text, const FieldJson& value) {
+void Fields::add(const std::string& name, const std::string& text, const Json& value) {
     lines_.emplace_back(name, text);
     json_[name] = value;
 }
@@ -55,7 +54,7 @@ void Fields::explain(const std::string& words) {
 
 void Fields::take(std::span<const uint8_t> bytes, const FieldLayout& layout) {
     const uint64_t value = little_endian_at(bytes, 0, std::min(bytes.size(), kWordSize));
-    const FieldJson json = is_huge(bytes) ? FieldJson(number_hex(bytes)) : FieldJson(value);
+    const Json json = is_huge(bytes) ? Json(number_hex(bytes)) : Json(value);
     switch (layout.look) {
         case FieldLook::kHex:
             add(layout.name, number_hex(bytes), json);

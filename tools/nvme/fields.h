@@ -5,11 +5,12 @@
 #define SIDEBAND_TOOLS_NVME_FIELDS_H
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <span>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "tools/shell/json.h"
 
 namespace tool {
 
@@ -35,7 +36,7 @@ struct FieldLayout {
 /// Names, texts and values, one under the other.
 class Fields {
 public:
-    void add(const std::string& name, const std::string& text, const nlohmann::ordered_json& value);
+    void add(const std::string& name, const std::string& text, const Json& value);
 
     /// Takes the fields out of a structure; those that it is too short for are left out.
     void decode(std::span<const uint8_t> data, std::span<const FieldLayout> layouts);
@@ -45,13 +46,13 @@ public:
 
     /// @param indent  blanks before each line
     std::string text(size_t indent = 0) const;
-    const nlohmann::ordered_json& json() const { return json_; }
+    const Json& json() const { return json_; }
 
 private:
     void take(std::span<const uint8_t> bytes, const FieldLayout& layout);
 
     std::vector<std::pair<std::string, std::string>> lines_;
-    nlohmann::ordered_json json_ = nlohmann::ordered_json::object();
+    Json json_ = Json::object();
 };
 
 /// "36 degC (309 K)".

@@ -2,10 +2,9 @@
 // The commands nvme fw-download and nvme fw-commit.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/nvme/commands.h"
 #include "tools/nvme/firmware_update.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {

@@ -7,6 +7,7 @@
 #include "tools/nvme/commands.h"
 #include "tools/nvme/fields.h"
 #include "tools/nvme/states.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {
@@ -79,7 +80,7 @@ std::string health_text(const NvmeHealth& health, size_t indent) {
     return subsystem_fields(health.subsystem).text(indent) + "\n" + table.text(indent);
 }
 
-nlohmann::ordered_json health_json(const NvmeHealth& health) {
+Json health_json(const NvmeHealth& health) {
     Json list = Json::array();
     for (const nvme_controller_health& one : health.controllers) {
         list.push_back({{"ctlid", one.ctlid},

@@ -3,11 +3,11 @@
 #ifndef SIDEBAND_TOOLS_NVME_HEALTH_H
 #define SIDEBAND_TOOLS_NVME_HEALTH_H
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "tools/nvme/client.h"
+#include "tools/shell/json.h"
 
 namespace tool {
 
@@ -21,7 +21,7 @@ NvmeHealth read_health(NvmeClient& client);
 
 /// @param indent  blanks before each line
 std::string health_text(const NvmeHealth& health, size_t indent = 0);
-nlohmann::ordered_json health_json(const NvmeHealth& health);
+Json health_json(const NvmeHealth& health);
 
 }  // namespace tool
 

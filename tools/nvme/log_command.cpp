@@ -97,7 +97,7 @@ void run_nvme_log_error(Context& context, const NvmeTarget& target, uint32_t ent
             add_error(entry, table, list);
         }
     }
-    context.output.text(list.empty() ? "no errors\n" : table.text());
+    context.output.text(list.items().empty() ? "no errors\n" : table.text());
     context.output.document({{"endpoint", target.endpoint}, {"errors", list}});
 }
 

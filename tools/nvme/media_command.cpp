@@ -2,12 +2,11 @@
 // The commands nvme format and nvme sanitize.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/nvme/client.h"
 #include "tools/nvme/commands.h"
 #include "tools/nvme/structures.h"
 #include "tools/shell/confirm.h"
+#include "tools/shell/json.h"
 #include "tools/shell/progress.h"
 #include "tools/shell/text.h"
 

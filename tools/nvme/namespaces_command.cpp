@@ -4,12 +4,11 @@
 
 #include <algorithm>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/nvme/client.h"
 #include "tools/nvme/commands.h"
 #include "tools/nvme/structures.h"
 #include "tools/shell/confirm.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {
@@ -92,7 +91,7 @@ void run_nvme_ns_list(Context& context, const NvmeTarget& target) {
                         {"lbads", format.data_size},
                         {"ms", format.metadata}});
     }
-    context.output.text(list.empty() ? "no namespaces\n" : table.text());
+    context.output.text(list.items().empty() ? "no namespaces\n" : table.text());
     context.output.document(
         {{"endpoint", target.endpoint}, {"cntlid", controller}, {"namespaces", list}});
 }

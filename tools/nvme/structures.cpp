@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "tools/nvme/states.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {
@@ -167,10 +168,10 @@ std::string slots_text(const FirmwareSlots& slots, size_t indent) {
     return table.text(indent);
 }
 
-nlohmann::ordered_json slots_json(const FirmwareSlots& slots) {
-    nlohmann::ordered_json json{{"afi", slots.active | slots.next << 4},
-                                {"active_slot", slots.active},
-                                {"next_slot", slots.next}};
+Json slots_json(const FirmwareSlots& slots) {
+    Json json{{"afi", slots.active | slots.next << 4},
+              {"active_slot", slots.active},
+              {"next_slot", slots.next}};
     for (size_t i = 0; i < slots.revisions.size(); ++i) {
         json[fmt::format("frs{}", i + 1)] = slots.revisions[i];
     }

@@ -11,6 +11,7 @@
 
 #include "tools/nvme/client.h"
 #include "tools/nvme/fields.h"
+#include "tools/shell/json.h"
 
 namespace tool {
 
@@ -69,7 +70,7 @@ struct FirmwareSlots {
 };
 FirmwareSlots read_firmware_slots(NvmeClient& client, uint16_t controller);
 std::string slots_text(const FirmwareSlots& slots, size_t indent = 0);
-nlohmann::ordered_json slots_json(const FirmwareSlots& slots);
+Json slots_json(const FirmwareSlots& slots);
 
 }  // namespace tool
 

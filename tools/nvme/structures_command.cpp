@@ -49,7 +49,7 @@ void show(Context& context, Json document, const Fields& fields) {
 Fields port_fields(std::span<const uint8_t> data) {
     Fields fields;
     fields.decode(data, kPortLayout);
-    const Json& type = fields.json()["prttyp"];
+    const uint64_t type = fields.json()["prttyp"].unsigned_number();
     if (type == kPciePort) {
         fields.decode(data, kPcieLayout);
     } else if (type == kSmbusPort) {

@@ -4,10 +4,9 @@
 
 #include <algorithm>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/nvme/client.h"
 #include "tools/nvme/commands.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {

@@ -5,6 +5,4 @@
 
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #endif

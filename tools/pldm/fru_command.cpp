@@ -2,11 +2,10 @@
 // The command pldm fru: the FRU data of a terminus.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/pldm/commands.h"
 #include "tools/pldm/fru_report.h"
 #include "tools/shell/endpoint_name.h"
+#include "tools/shell/json.h"
 #include "tools/shell/session.h"
 
 namespace tool {

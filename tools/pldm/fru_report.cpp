@@ -3,6 +3,7 @@
 #include "tools/pldm/fru_report.h"
 
 #include "tools/pldm/codes.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {
@@ -18,8 +19,7 @@ std::string fru_text(const FruData& table, size_t indent) {
     return rows.text(indent);
 }
 
-nlohmann::ordered_json fru_json(const FruData& table) {
-    using Json = nlohmann::ordered_json;
+Json fru_json(const FruData& table) {
     Json records = Json::array();
     for (const FruRecord& record : table.records) {
         Json fields = Json::array();

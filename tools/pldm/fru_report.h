@@ -3,17 +3,17 @@
 #ifndef SIDEBAND_TOOLS_PLDM_FRU_REPORT_H
 #define SIDEBAND_TOOLS_PLDM_FRU_REPORT_H
 
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "tools/pldm/fru_data.h"
+#include "tools/shell/json.h"
 
 namespace tool {
 
 /// @param indent  blanks before each line
 std::string fru_text(const FruData& table, size_t indent = 0);
 
-nlohmann::ordered_json fru_json(const FruData& table);
+Json fru_json(const FruData& table);
 
 }  // namespace tool
 

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "tools/pldm/codes.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {
@@ -41,8 +42,8 @@ PldmInfo read_pldm_info(Session& session) {
     return info;
 }
 
-nlohmann::ordered_json pldm_types_json(const PldmInfo& info) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+Json pldm_types_json(const PldmInfo& info) {
+    Json list = Json::array();
     for (const PldmType& type : info.types) {
         list.push_back({{"pldm_type", type.type},
                         {"name", pldm_type_name(type.type)},

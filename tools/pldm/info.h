@@ -4,9 +4,9 @@
 #define SIDEBAND_TOOLS_PLDM_INFO_H
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <vector>
 
+#include "tools/shell/json.h"
 #include "tools/shell/session.h"
 
 namespace tool {
@@ -25,7 +25,7 @@ struct PldmInfo {
 /// GetTID, GetPLDMTypes, GetPLDMVersion of each type, GetPLDMCommands of type 0.
 PldmInfo read_pldm_info(Session& session);
 
-nlohmann::ordered_json pldm_types_json(const PldmInfo& info);
+Json pldm_types_json(const PldmInfo& info);
 
 }  // namespace tool
 

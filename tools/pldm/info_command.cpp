@@ -2,12 +2,11 @@
 // The command pldm info.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/pldm/codes.h"
 #include "tools/pldm/commands.h"
 #include "tools/pldm/info.h"
 #include "tools/shell/endpoint_name.h"
+#include "tools/shell/json.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"
 

@@ -2,8 +2,6 @@
 // The commands pldm pdr list, show and dump.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "common/wire.h"
 #include "tools/pldm/commands.h"
 #include "tools/pldm/pdr_names.h"
@@ -11,6 +9,7 @@
 #include "tools/pldm/pdr_walk.h"
 #include "tools/pldm/sensor_pdr.h"
 #include "tools/shell/endpoint_name.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {

@@ -9,12 +9,12 @@
 #include "common/wire.h"
 #include "tools/pldm/pdr_names.h"
 #include "tools/pldm/sensor_pdr.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {
 namespace {
 
-using Json = nlohmann::ordered_json;
 using sideband::WireReader;
 
 /// A field by the standard's name, its value, and what that means if numbers do not say it.
@@ -191,11 +191,11 @@ Fields fields_of(const Session& session, const PdrRecord& record) {
 }
 
 std::string value_text(const Json& value) {
-    if (value.is_string()) {
-        return value.get<std::string>();
+    if (value.is_text()) {
+        return value.text();
     }
-    if (value.is_number_float()) {
-        return fmt::format("{:.6g}", value.get<double>());
+    if (value.is_real()) {
+        return fmt::format("{:.6g}", value.real_number());
     }
     return value.is_null() ? "no number" : value.dump();
 }
@@ -220,7 +220,7 @@ std::string record_text(const Session& session, const PdrRecord& record) {
     return table.text();
 }
 
-nlohmann::ordered_json record_fields(const Session& session, const PdrRecord& record) {
+Json record_fields(const Session& session, const PdrRecord& record) {
     Json json;
     for (const Field& field : fields_of(session, record)) {
         json[field.name] = field.value;

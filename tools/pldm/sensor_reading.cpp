@@ -10,6 +10,7 @@
 
 #include "tools/pldm/codes.h"
 #include "tools/pldm/pdr_names.h"
+#include "tools/shell/json.h"
 
 namespace tool {
 namespace {
@@ -179,8 +180,7 @@ std::string states_text(const Sensor& sensor, const std::vector<pldm_state_readi
     return text.empty() ? "-" : text;
 }
 
-nlohmann::ordered_json numeric_json(const Sensor& sensor, const NumericReading& reading) {
-    using Json = nlohmann::ordered_json;
+Json numeric_json(const Sensor& sensor, const NumericReading& reading) {
     Json json{{"sensor_id", sensor.id},
               {"sensor_type", "numeric"},
               {"name", sensor.name},
@@ -200,12 +200,11 @@ nlohmann::ordered_json numeric_json(const Sensor& sensor, const NumericReading& 
     return json;
 }
 
-nlohmann::ordered_json state_json(const Sensor& sensor,
-                                  const std::vector<pldm_state_reading>& states) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+Json state_json(const Sensor& sensor, const std::vector<pldm_state_reading>& states) {
+    Json list = Json::array();
     for (size_t i = 0; i < states.size(); ++i) {
         const pldm_state_reading& state = states[i];
-        nlohmann::ordered_json field;
+        Json field;
         if (i < sensor.state_sets.size()) {
             field["state_set_id"] = sensor.state_sets[i];
             field["state_set_name"] = state_set_name(sensor.state_sets[i]);

@@ -6,11 +6,11 @@
 #include <sideband/pldm_monitor.h>
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "tools/shell/json.h"
 #include "tools/shell/session.h"
 
 namespace tool {
@@ -56,9 +56,8 @@ std::string state_text(const Sensor& sensor, size_t position, const pldm_state_r
 /// "2 (Non-Critical), disabled": the present state of each composite sensor.
 std::string states_text(const Sensor& sensor, const std::vector<pldm_state_reading>& states);
 
-nlohmann::ordered_json numeric_json(const Sensor& sensor, const NumericReading& reading);
-nlohmann::ordered_json state_json(const Sensor& sensor,
-                                  const std::vector<pldm_state_reading>& states);
+Json numeric_json(const Sensor& sensor, const NumericReading& reading);
+Json state_json(const Sensor& sensor, const std::vector<pldm_state_reading>& states);
 
 }  // namespace tool
 

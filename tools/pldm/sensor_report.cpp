@@ -7,12 +7,11 @@
 #include "tools/pldm/codes.h"
 #include "tools/pldm/pdr_names.h"
 #include "tools/pldm/sensor_reading.h"
+#include "tools/shell/json.h"
 #include "tools/shell/output.h"
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 std::string or_dash(const std::string& text) {
     return text.empty() ? "-" : text;

@@ -3,11 +3,11 @@
 #ifndef SIDEBAND_TOOLS_PLDM_SENSOR_REPORT_H
 #define SIDEBAND_TOOLS_PLDM_SENSOR_REPORT_H
 
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <vector>
 
 #include "tools/pldm/sensor_pdr.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {
@@ -29,7 +29,7 @@ SensorList find_sensors(Session& session);
 
 struct SensorReport {
     Table table;
-    nlohmann::ordered_json list;
+    Json list;
     std::vector<Failure> failures;  ///< sensors that could not be read
 };
 

@@ -3,16 +3,14 @@
 #ifndef SIDEBAND_TOOLS_SHELL_COMMAND_H
 #define SIDEBAND_TOOLS_SHELL_COMMAND_H
 
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "tools/shell/failure.h"
+#include "tools/shell/json.h"
 #include "tools/shell/output.h"
 #include "tools/shell/port.h"
 
 namespace tool {
-
-using Json = nlohmann::ordered_json;
 
 /// What a command works with. The functions run_...() are the commands; each throws Failure if it
 /// cannot go on.

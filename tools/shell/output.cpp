@@ -7,8 +7,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <nlohmann/json.hpp>
 
+#include "tools/shell/json.h"
 #include "tools/shell/port.h"
 #include "tools/shell/text.h"
 
@@ -20,33 +20,25 @@ void write_all(FILE* stream, std::string_view text) {
 }
 
 /// A document with all its texts and keys printable.
-nlohmann::ordered_json printable_json(const nlohmann::ordered_json& value) {
-    if (value.is_string()) {
-        return printable(value.get_ref<const std::string&>());
+Json printable_json(const Json& value) {
+    if (value.is_text()) {
+        return printable(value.text());
     }
-    if (!value.is_structured()) {
+    if (!value.is_array() && !value.is_object()) {
         return value;
     }
-    nlohmann::ordered_json shown(value.type());
-    for (const auto& [key, member] : value.items()) {
+    Json shown = value.is_array() ? Json::array() : Json::object();
+    for (size_t i = 0; i < value.items().size(); ++i) {
         if (value.is_object()) {
-            shown[printable(key)] = printable_json(member);
+            shown[printable(value.names()[i])] = printable_json(value.items()[i]);
         } else {
-            shown.push_back(printable_json(member));
+            shown.push_back(printable_json(value.items()[i]));
         }
     }
     return shown;
 }
 
-/// Device names and file names come from outside: bytes that are no UTF-8 must not end the tool.
-/// They become U+FFFD.
-std::string dump(const nlohmann::ordered_json& document) {
-    return printable_json(document).dump(2, ' ', false,
-                                         nlohmann::ordered_json::error_handler_t::replace) +
-           "\n";
-}
-
-nlohmann::ordered_json code_json(const DeviceCode& code) {
+Json code_json(const DeviceCode& code) {
     const uint16_t reason = code.reason.value_or(0);
     switch (code.kind) {
         case DeviceCode::Kind::kNcsi:
@@ -55,7 +47,7 @@ nlohmann::ordered_json code_json(const DeviceCode& code) {
                     {"reason_code", reason},
                     {"reason_code_name", code.reason_name}};
         case DeviceCode::Kind::kNvmeMi: {
-            nlohmann::ordered_json json{{"status", code.code}, {"status_name", code.name}};
+            Json json{{"status", code.code}, {"status_name", code.name}};
             if (code.reason) {
                 json["parameter_error_location"] = {{"byte", reason >> 8}, {"bit", reason & 7}};
             }
@@ -125,9 +117,9 @@ void Output::plain(std::string_view text) {
     }
 }
 
-void Output::document(const nlohmann::ordered_json& document) {
+void Output::document(const Json& document) {
     if (json_) {
-        plain(dump(document));
+        plain(printable_json(document).dump(2) + "\n");
         document_printed_ = true;
     }
 }
@@ -144,7 +136,7 @@ void Output::error(const std::string& command, const Failure& failure) {
         write_all(stderr, line + printable(more) + "\n");
     }
     if (!document_printed_) {
-        nlohmann::ordered_json details = failure_json(failure);
+        Json details = failure_json(failure);
         details["exit_status"] = static_cast<int>(failure.status());
         document({{"error", details}});
     }
@@ -166,8 +158,8 @@ bool Output::finish() {
     return written && closed;
 }
 
-nlohmann::ordered_json failure_json(const Failure& failure) {
-    nlohmann::ordered_json json{{"message", failure.what()}};
+Json failure_json(const Failure& failure) {
+    Json json{{"message", failure.what()}};
     if (!failure.endpoint().empty()) {
         json["endpoint"] = failure.endpoint();
         json["operation"] = failure.operation();

@@ -4,11 +4,11 @@
 #define SIDEBAND_TOOLS_SHELL_OUTPUT_H
 
 #include <cstdio>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 
 #include "tools/shell/failure.h"
+#include "tools/shell/json.h"
 #include "tools/shell/library_output.h"
 
 namespace tool {
@@ -48,7 +48,7 @@ public:
     void plain(std::string_view text);
 
     /// The command's one JSON document; swallowed if text is wanted.
-    void document(const nlohmann::ordered_json& document);
+    void document(const Json& document);
 
     /// One line on standard error, behind the name of the program. If JSON is wanted and the
     /// command has printed no document, the error becomes that document.
@@ -71,7 +71,7 @@ private:
 };
 
 /// A failure as a JSON object: message, and endpoint, operation and the device's code if known.
-nlohmann::ordered_json failure_json(const Failure& failure);
+Json failure_json(const Failure& failure);
 
 }  // namespace tool
 

@@ -6,8 +6,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {
@@ -115,8 +115,8 @@ std::string descriptor_value(const Descriptor& descriptor) {
     }
 }
 
-nlohmann::ordered_json descriptors_json(const std::vector<Descriptor>& descriptors) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+Json descriptors_json(const std::vector<Descriptor>& descriptors) {
+    Json list = Json::array();
     for (const Descriptor& descriptor : descriptors) {
         list.push_back({{"type", fmt::format("0x{:04x}", descriptor.type)},
                         {"name", descriptor_name(descriptor.type)},

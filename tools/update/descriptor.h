@@ -6,10 +6,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <nlohmann/json_fwd.hpp>
 #include <span>
 #include <string>
 #include <vector>
+
+#include "tools/shell/json.h"
 
 namespace tool {
 
@@ -35,7 +36,7 @@ std::string descriptor_value(const Descriptor& descriptor);
 
 /// Type, name, data and, if it has one, value, each descriptor an object; see
 /// descriptors_text() for people.
-nlohmann::ordered_json descriptors_json(const std::vector<Descriptor>& descriptors);
+Json descriptors_json(const std::vector<Descriptor>& descriptors);
 std::string descriptors_text(const std::vector<Descriptor>& descriptors, size_t indent = 0);
 
 }  // namespace tool

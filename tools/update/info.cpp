@@ -6,15 +6,13 @@
 
 #include <algorithm>
 #include <array>
-#include <nlohmann/json.hpp>
 
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 #include "tools/update/codes.h"
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr uint8_t kQueryDeviceIdentifiers = 0x01;
 constexpr uint8_t kGetFirmwareParameters = 0x02;

@@ -4,11 +4,11 @@
 #define SIDEBAND_TOOLS_UPDATE_INFO_H
 
 #include <cstdint>
-#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "tools/shell/json.h"
 #include "tools/shell/session.h"
 #include "tools/update/package.h"
 
@@ -54,9 +54,9 @@ FirmwareInfo read_firmware_versions(Session& session);
 /// Tables for people, each line behind some blanks.
 std::string firmware_text(const FirmwareInfo& info, size_t indent = 0);
 /// The members of the JSON document of pldm fw-info.
-nlohmann::ordered_json firmware_json(const FirmwareInfo& info);
+Json firmware_json(const FirmwareInfo& info);
 /// The versions alone.
-nlohmann::ordered_json firmware_versions_json(const FirmwareInfo& info);
+Json firmware_versions_json(const FirmwareInfo& info);
 
 /// How a component becomes active, in words: "self-contained, AC power cycle".
 std::string activation_text(uint16_t methods);

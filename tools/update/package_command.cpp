@@ -2,8 +2,7 @@
 // The command pkg show: what a firmware update package holds, without any device.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 #include "tools/update/commands.h"
 #include "tools/update/package.h"

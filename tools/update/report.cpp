@@ -5,8 +5,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {

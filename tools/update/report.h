@@ -4,9 +4,9 @@
 #define SIDEBAND_TOOLS_UPDATE_REPORT_H
 
 #include <cstdint>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 
+#include "tools/shell/json.h"
 #include "tools/shell/progress.h"
 #include "tools/shell/session.h"
 #include "tools/update/commands.h"
@@ -35,7 +35,7 @@ UpdateReport update_firmware(Port& port, Session& session, const ParsedPackage& 
 
 /// Versions before and behind. @param indent  blanks before each line
 std::string report_text(const UpdateReport& report, size_t indent = 0);
-nlohmann::ordered_json report_json(const UpdateReport& report);
+Json report_json(const UpdateReport& report);
 
 /// Shows the versions in the device and in a package that is for it; changes nothing. Throws
 /// Failure, also if the package is not for the device.

@@ -2,9 +2,8 @@
 // The commands pldm fw-info and pldm fw-update.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/shell/endpoint_name.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 #include "tools/update/commands.h"
 #include "tools/update/report.h"
