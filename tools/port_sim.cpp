@@ -8,6 +8,7 @@
 #include "sim/board/board.h"
 #include "sim/board/passing.h"
 #include "sim/nvme/firmware.h"
+#include "sim/serial/service.h"
 #include "tools/shell/failure.h"
 #include "tools/shell/port.h"
 
@@ -27,21 +28,31 @@ Sensor sensor_of(const sim::SensorInfo& info) {
     return sensor;
 }
 
+Transport transport_of(sim::Transport transport) {
+    switch (transport) {
+        case sim::Transport::kPcie:
+            return Transport::kPcie;
+        case sim::Transport::kSerial:
+            return Transport::kSerial;
+        default:
+            return Transport::kI2c;
+    }
+}
+
 Endpoint endpoint_of(const sim::EndpointInfo& info) {
-    Endpoint endpoint{
-        .name = info.name,
-        .type = info.type,
-        .transport = info.transport == sim::Transport::kPcie ? Transport::kPcie : Transport::kI2c,
-        .binding_kind = info.binding_kind,
-        .bus = info.bus,
-        .address = info.address,
-        .mux = info.mux,
-        .bdf = info.bdf,
-        .route = info.route,
-        .unit_size = info.unit_size,
-        .i2c_delay_us = info.i2c_delay_us,
-        .pcie_param = info.pcie_param,
-        .sensors = {}};
+    Endpoint endpoint{.name = info.name,
+                      .type = info.type,
+                      .transport = transport_of(info.transport),
+                      .binding_kind = info.binding_kind,
+                      .bus = info.bus,
+                      .address = info.address,
+                      .mux = info.mux,
+                      .bdf = info.bdf,
+                      .route = info.route,
+                      .unit_size = info.unit_size,
+                      .i2c_delay_us = info.i2c_delay_us,
+                      .pcie_param = info.pcie_param,
+                      .sensors = {}};
     for (const sim::SensorInfo& sensor : info.sensors) {
         endpoint.sensors.push_back(sensor_of(sensor));
     }
@@ -49,8 +60,7 @@ Endpoint endpoint_of(const sim::EndpointInfo& info) {
 }
 
 Packet packet_of(const sim::Passing& passing) {
-    return {.transport =
-                passing.transport == sim::Transport::kPcie ? Transport::kPcie : Transport::kI2c,
+    return {.transport = transport_of(passing.transport),
             .bus = passing.bus,
             .address = passing.address,
             .bdf = passing.bdf,
@@ -59,6 +69,45 @@ Packet packet_of(const sim::Passing& passing) {
             .bytes = passing.packet,
             .pec_good = passing.pec_good,
             .taken = passing.taken};
+}
+
+class SerialLine final : public Service {
+public:
+    explicit SerialLine(std::unique_ptr<sim::SerialService> service)
+        : service_(std::move(service)) {}
+
+    const std::string& tty() const override { return service_->tty(); }
+    uint8_t eid() const override { return service_->eid(); }
+    std::vector<ServedEndpoint> endpoints() const override;
+    ServiceUse use() const override;
+    void serve_a_while() override;
+
+private:
+    std::unique_ptr<sim::SerialService> service_;
+};
+
+std::vector<ServedEndpoint> SerialLine::endpoints() const {
+    std::vector<ServedEndpoint> all;
+    for (const sim::ServedEndpoint& served : service_->endpoints()) {
+        all.push_back({.eid = served.eid,
+                       .endpoint = endpoint_of(served.info),
+                       .message_types = served.message_types});
+    }
+    return all;
+}
+
+ServiceUse SerialLine::use() const {
+    const sim::SerialCounts counts = service_->counts();
+    return {.received = counts.received.good,
+            .refused = counts.received.refused,
+            .sent = counts.sent,
+            .discarded = counts.discarded};
+}
+
+void SerialLine::serve_a_while() {
+    if (!service_->serve_a_while()) {
+        throw Failure(ExitStatus::kFailed, service_->tty() + ": the other end is gone");
+    }
 }
 
 class SimulatedPort final : public Port {
@@ -86,6 +135,7 @@ public:
     void clear_faults(const std::string& endpoint) override { board_->clear_faults(endpoint); }
     uint8_t task_percentage(uint32_t task_id) const override;
     std::vector<uint8_t> drive_image(const std::string& revision, size_t size) const override;
+    std::unique_ptr<Service> start_service(const std::string& tty, uint8_t eid) override;
     std::vector<std::string> lock_complaints() const override;
     std::vector<std::string> log_lines() const override;
 
@@ -177,6 +227,16 @@ std::vector<uint8_t> SimulatedPort::drive_image(const std::string& revision, siz
     return image;
 }
 
+std::unique_ptr<Service> SimulatedPort::start_service(const std::string& tty, uint8_t eid) {
+    std::string error;
+    std::unique_ptr<sim::SerialService> service =
+        sim::SerialService::open(*board_, tty, eid, error);
+    if (service == nullptr) {
+        throw Failure(ExitStatus::kFailed, error);
+    }
+    return std::make_unique<SerialLine>(std::move(service));
+}
+
 std::vector<std::string> SimulatedPort::lock_complaints() const {
     sim::LockReport report = board_->lock_report();
     std::vector<std::string> complaints = report.violations;
@@ -210,6 +270,10 @@ std::vector<std::string> lines_of(const std::string& text) {
 
 std::string_view Port::program_name() {
     return "sideband-sim";
+}
+
+bool Port::can_serve() {
+    return true;
 }
 
 std::unique_ptr<Port> Port::open(const std::string& board_file) {

@@ -7,14 +7,15 @@
 #include "tools/ncsi/commands.h"
 #include "tools/nvme/commands.h"
 #include "tools/pldm/commands.h"
+#include "tools/serve/commands.h"
 #include "tools/update/commands.h"
 
 namespace tool {
 
 std::span<const AddCommands> rooms() {
     static constexpr AddCommands kRooms[] = {
-        add_demo_commands, add_mctp_commands, add_pldm_commands,
-        add_ncsi_commands, add_nvme_commands, add_update_commands,
+        add_demo_commands, add_mctp_commands,   add_pldm_commands,  add_ncsi_commands,
+        add_nvme_commands, add_update_commands, add_serve_commands,
     };
     return kRooms;
 }

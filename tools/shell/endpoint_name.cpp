@@ -118,6 +118,9 @@ std::string endpoint_location(const Endpoint& endpoint) {
         return fmt::format("pcie:{:02x}:{:02x}.{:x}", endpoint.bdf[0], endpoint.bdf[1],
                            endpoint.bdf[2]);
     }
+    if (endpoint.transport == Transport::kSerial) {
+        return "serial";
+    }
     return fmt::format("i2c:{}:0x{:02x}", endpoint.bus, endpoint.address);
 }
 

@@ -15,7 +15,8 @@
 
 namespace tool {
 
-enum class Transport { kI2c, kPcie };
+/// No endpoint is on a serial line; it is what a board is served over.
+enum class Transport { kI2c, kPcie, kSerial };
 
 /// What is known of a sensor, from the board's description or from the sensor's PDR.
 struct Sensor {
@@ -59,7 +60,7 @@ struct Packet {
     uint64_t at_ns = 0;              ///< by the clock of the board
     std::span<const uint8_t> bytes;  ///< from the MCTP transport header on
     bool pec_good = true;
-    bool taken = true;  ///< false: on I2C nobody acknowledged it, on PCIe nobody is there
+    bool taken = true;  ///< false: on I2C nobody acknowledged it, elsewhere nobody is there
 };
 
 /// Sees the packets on the buses.
@@ -95,6 +96,41 @@ struct OwnerQuestion {
     std::string complaint;  ///< empty if the answer is right
 };
 
+/// An endpoint of a board that is served, as those find it who attach the line.
+struct ServedEndpoint {
+    uint8_t eid = 0;
+    Endpoint endpoint;
+    std::vector<uint8_t> message_types;  ///< besides control
+};
+
+/// What passed over the line of a board that is served.
+struct ServiceUse {
+    uint64_t received = 0;   ///< frames
+    uint64_t refused = 0;    ///< what came and was no whole frame
+    uint64_t sent = 0;       ///< frames
+    uint64_t discarded = 0;  ///< frames that nobody took
+};
+
+/// A board as a device for other software: behind a bridge at the end of a serial line (DSP0253).
+class Service {
+public:
+    Service() = default;
+    virtual ~Service() = default;
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+    /// What to attach: the pseudo-terminal that was made, or the tty that was given.
+    virtual const std::string& tty() const = 0;
+    /// The bridge's own EID.
+    virtual uint8_t eid() const = 0;
+    virtual std::vector<ServedEndpoint> endpoints() const = 0;
+    virtual ServiceUse use() const = 0;
+
+    /// Serves for a moment, and ends early where a signal comes. Throws Failure where the line is
+    /// lost.
+    virtual void serve_a_while() = 0;
+};
+
 /// The board under the platform interface. One file, port_NAME.cpp, implements it for a platform.
 class Port {
 public:
@@ -103,6 +139,9 @@ public:
 
     /// The name by which the tool linked with this platform goes.
     static std::string_view program_name();
+
+    /// Whether its boards can be served: start_service().
+    static bool can_serve();
 
     Port() = default;
     virtual ~Port() = default;
@@ -147,6 +186,12 @@ public:
     /// @param revision  what the drive calls it then, at most eight characters
     /// @return empty if nobody can tell what such an image is
     virtual std::vector<uint8_t> drive_image(const std::string& revision, size_t size) const = 0;
+
+    /// Puts the board behind a serial line. Nothing else talks to it meanwhile. Throws Failure.
+    /// @param tty  a serial line; empty for a new pseudo-terminal
+    /// @param eid  of the bridge; the endpoints' follow it
+    /// @return null where the platform cannot
+    virtual std::unique_ptr<Service> start_service(const std::string& tty, uint8_t eid) = 0;
 
     /// Names of platform locks that are held now, and misuse of locks seen so far.
     virtual std::vector<std::string> lock_complaints() const = 0;

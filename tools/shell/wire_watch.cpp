@@ -43,7 +43,7 @@ std::string place_of(const Packet& packet) {
 /// What came of it, if that is not the usual.
 const char* remark(const Packet& packet) {
     if (!packet.taken) {
-        return packet.transport == Transport::kPcie ? "  (lost)" : "  (no acknowledge)";
+        return packet.transport == Transport::kI2c ? "  (no acknowledge)" : "  (lost)";
     }
     return packet.pec_good ? "" : "  (bad PEC)";
 }

@@ -31,7 +31,8 @@ struct BoardError {
     std::string message(std::string_view file) const;
 };
 
-enum class Transport { kI2c, kPcie };
+/// A serial line leads to a bridge that stands before the whole board; no device is on one.
+enum class Transport { kI2c, kPcie, kSerial };
 
 struct SensorInfo {
     uint16_t id = 0;

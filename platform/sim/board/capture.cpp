@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// A pcapng file of the MCTP packets that pass over the I2C buses and PCIe.
+// A pcapng file of the MCTP packets that pass over the I2C buses, PCIe and a serial line.
 #include "sim/board/capture.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -37,6 +38,7 @@ constexpr uint8_t kToUs = 0;
 constexpr uint8_t kFromUs = 4;
 /// Interface index: an I2C bus has its number plus 1, which is at most 256.
 constexpr unsigned kPcieInterface = 257;
+constexpr unsigned kSerialInterface = 258;
 
 // Virtual time 0 in a capture.
 constexpr uint64_t kEpochNs = Clock::kStartOfTimeS * 1'000'000'000;
@@ -93,6 +95,9 @@ Bytes interface_description(const CaptureBus& bus) {
     if (bus.transport == Transport::kPcie) {
         option(body, kOptionInterfaceName, "pcie");
         option(body, kOptionInterfaceDescription, "simulated PCIe vendor-defined messages");
+    } else if (bus.transport == Transport::kSerial) {
+        option(body, kOptionInterfaceName, "serial");
+        option(body, kOptionInterfaceDescription, "serial line to the simulated board");
     } else {
         option(body, kOptionInterfaceName, "i2c-" + std::to_string(bus.bus));
         option(body, kOptionInterfaceDescription,
@@ -105,19 +110,37 @@ Bytes interface_description(const CaptureBus& bus) {
     return body;
 }
 
+unsigned interface_index(const Passing& passing) {
+    switch (passing.transport) {
+        case Transport::kPcie:
+            return kPcieInterface;
+        case Transport::kSerial:
+            return kSerialInterface;
+        default:
+            return passing.bus + 1u;
+    }
+}
+
+/// The address of the device on its medium, its length first; a serial line has none.
+Bytes link_address(const Passing& passing) {
+    constexpr size_t kSize = 9;
+    Bytes out;
+    if (passing.transport == Transport::kPcie) {
+        const auto routing_id = static_cast<uint8_t>(passing.bdf[1] << 3 | passing.bdf[2]);
+        out = {2, passing.bdf[0], routing_id};
+    } else if (passing.transport == Transport::kI2c) {
+        out = {1, passing.address};
+    }
+    out.resize(kSize);
+    return out;
+}
+
 Bytes linux_sll2(const Passing& passing) {
     Bytes out{kProtocolMctp >> 8, kProtocolMctp & 0xFF, 0, 0};
-    const bool on_pcie = passing.transport == Transport::kPcie;
-    const unsigned interface = on_pcie ? kPcieInterface : passing.bus + 1u;
-    append(out, Bytes{0, 0, static_cast<uint8_t>(interface >> 8), static_cast<uint8_t>(interface)});
-    append(out, Bytes{kHardwareMctp >> 8, kHardwareMctp & 0xFF});
+    append_be32(out, interface_index(passing));
+    append_be16(out, kHardwareMctp);
     out.push_back(passing.direction == Direction::kFromBmc ? kFromUs : kToUs);
-    if (on_pcie) {
-        const auto routing_id = static_cast<uint8_t>(passing.bdf[1] << 3 | passing.bdf[2]);
-        append(out, Bytes{2, passing.bdf[0], routing_id, 0, 0, 0, 0, 0, 0});
-    } else {
-        append(out, Bytes{1, passing.address, 0, 0, 0, 0, 0, 0, 0});
-    }
+    append(out, link_address(passing));
     return out;
 }
 
@@ -144,12 +167,19 @@ std::FILE* open_for_writing(const std::string& path, std::string& error) {
     return file;
 }
 
+std::string place_of(const Passing& passing) {
+    switch (passing.transport) {
+        case Transport::kPcie:
+            return "PCIe " + bdf_text(passing.bdf);
+        case Transport::kSerial:
+            return "serial line";
+        default:
+            return "bus " + std::to_string(passing.bus) + ", address " + hex_byte(passing.address);
+    }
+}
+
 std::string comment_of(const Passing& passing) {
-    std::string text =
-        passing.transport == Transport::kPcie
-            ? "PCIe " + bdf_text(passing.bdf)
-            : "bus " + std::to_string(passing.bus) + ", address " + hex_byte(passing.address);
-    text += " (" + passing.device + "), ";
+    std::string text = place_of(passing) + " (" + passing.device + "), ";
     text += passing.direction == Direction::kFromBmc ? "BMC to device" : "device to BMC";
     return passing.pec_good ? text : text + ", bad PEC";
 }
@@ -181,15 +211,24 @@ bool Capture::start(const std::string& path, const std::vector<CaptureBus>& buse
     return true;
 }
 
+/// The number of a packet's interface. One that nobody has announced is described now.
+uint32_t Capture::interface_of(const Passing& passing) {
+    const auto found = std::ranges::find_if(buses_, [&](const CaptureBus& bus) {
+        return bus.transport == passing.transport && bus.bus == passing.bus;
+    });
+    const auto number = static_cast<uint32_t>(found - buses_.begin());
+    if (found == buses_.end()) {
+        buses_.push_back({passing.bus, 0, passing.transport});
+        block(kInterfaceDescription, interface_description(buses_.back()));
+    }
+    return number;
+}
+
 void Capture::packet(const Passing& passing) {
     if (file_ == nullptr) {
         return;
     }
-    uint32_t interface = 0;
-    while (interface < buses_.size() && (buses_[interface].transport != passing.transport ||
-                                         buses_[interface].bus != passing.bus)) {
-        ++interface;
-    }
+    const uint32_t interface = interface_of(passing);
     Bytes data = linux_sll2(passing);
     append(data, passing.packet);
     const uint64_t at = kEpochNs + passing.at_ns;
@@ -208,6 +247,12 @@ void Capture::packet(const Passing& passing) {
     option(body, kOptionPacketFlags, ByteView(flags));
     option(body, kOptionEnd, ByteView{});
     block(kEnhancedPacket, body);
+}
+
+void Capture::flush() {
+    if (file_ != nullptr && std::fflush(file_) != 0) {
+        failed_ = true;
+    }
 }
 
 bool Capture::stop() {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A pcapng file of the MCTP packets that pass over the I2C buses and PCIe.
+// A pcapng file of the MCTP packets that pass over the I2C buses, PCIe and a serial line.
 #ifndef SIDEBAND_SIM_BOARD_CAPTURE_H
 #define SIDEBAND_SIM_BOARD_CAPTURE_H
 
@@ -15,7 +15,7 @@
 
 namespace sim {
 
-/// One interface of the capture: an I2C bus, or PCIe.
+/// One interface of the capture: an I2C bus, PCIe, or the serial line.
 struct CaptureBus {
     uint8_t bus = 0;
     uint32_t clock_hz = 0;
@@ -33,10 +33,14 @@ public:
     /// Appends a packet; does nothing while no capture runs.
     void packet(const Passing& passing);
 
+    /// Brings what was appended so far into the file, for those who read along.
+    void flush();
+
     /// @return false if a write had failed
     bool stop();
 
 private:
+    uint32_t interface_of(const Passing& passing);
     void block(uint32_t type, const Bytes& body);
 
     std::FILE* file_ = nullptr;

@@ -18,14 +18,14 @@ enum class Direction { kFromBmc, kToBmc };
 struct Passing {
     uint8_t bus = 0;
     uint8_t address = 0;  ///< 8-bit slave address of the device
-    std::string device;
+    std::string device;   ///< on a serial line the one behind the bridge, or the bridge
     Direction direction = Direction::kFromBmc;
     ByteView packet;  ///< from the MCTP transport header on
     uint64_t at_ns = 0;
     bool pec_good = true;
     Transport transport = Transport::kI2c;
     std::array<uint8_t, 3> bdf{};  ///< of the device, on PCIe
-    bool taken = true;  ///< false: on I2C nobody acknowledged it, on PCIe nobody is there
+    bool taken = true;  ///< false: on I2C nobody acknowledged it, elsewhere nobody is there
 };
 
 }  // namespace sim

@@ -50,9 +50,10 @@ std::vector<Outgoing> Device::receive(ByteView packet) {
 std::vector<Outgoing> Device::bmc_waits(bool& ended) {
     std::optional<Message> message = endpoint_.sender_waits();
     ended = message.has_value();
-    if (message) {
-        return handle(*message);
-    }
+    return message ? handle(*message) : time_passes();
+}
+
+std::vector<Outgoing> Device::time_passes() {
     std::vector<Outgoing> out;
     idle();
     send_initiated(out);

@@ -84,6 +84,12 @@ public:
     /// @param ended  set if that completed a message whose last packet had no end mark
     std::vector<Outgoing> bmc_waits(bool& ended);
 
+    /// Time has passed: what the device sends by itself then. Nobody waits for an answer of it.
+    std::vector<Outgoing> time_passes();
+
+    /// The longest packets that whoever listens takes: message bytes in each.
+    void limit_packets(size_t unit) { endpoint_.limit_unit(unit); }
+
     /// Power was lost and is back.
     virtual void reset();
 
@@ -98,6 +104,8 @@ public:
 
     uint8_t eid() const { return endpoint_.eid(); }
     void set_eid(uint8_t eid) { endpoint_.set_eid(eid); }
+    /// Message types that it speaks besides control.
+    ByteView message_types() const { return control_.types(); }
     /// Whether the device owns a bus itself, instead of getting its EID from an owner.
     bool owns_bus() const { return config_.bus_owner; }
     /// What a bus owner saw of the BMC.

@@ -48,6 +48,9 @@ public:
     /// @return nothing for a message that gets no answer
     std::optional<Bytes> answer(ByteView request);
 
+    /// Message types besides control.
+    ByteView types() const { return types_; }
+
     /// As after power on: own EID again, not discovered.
     void reset();
 

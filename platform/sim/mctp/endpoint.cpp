@@ -115,9 +115,10 @@ std::optional<Message> MctpEndpoint::sender_waits() {
 std::vector<Bytes> MctpEndpoint::split(const Message& message) const {
     Bytes all{message.type};
     append(all, message.body);
+    const size_t unit = std::min(unit_, unit_limit_);
     std::vector<Bytes> packets;
-    for (size_t at = 0; at < all.size(); at += unit_) {
-        const size_t chunk = std::min(unit_, all.size() - at);
+    for (size_t at = 0; at < all.size(); at += unit) {
+        const size_t chunk = std::min(unit, all.size() - at);
         auto flags = static_cast<uint8_t>((packets.size() & 3) << 4 | (message.tag & 7));
         if (message.tag_owner) {
             flags |= kTagOwner;

@@ -3,6 +3,7 @@
 #ifndef SIDEBAND_SIM_MCTP_ENDPOINT_H
 #define SIDEBAND_SIM_MCTP_ENDPOINT_H
 
+#include <cstdint>
 #include <optional>
 #include <vector>
 
@@ -36,6 +37,8 @@ public:
     void set_eid(uint8_t eid) { eid_ = eid; }
     /// @param unit  message bytes in each packet sent from now on
     void set_unit(size_t unit) { unit_ = unit; }
+    /// @param unit  the most message bytes in each packet sent, whatever the unit is
+    void limit_unit(size_t unit) { unit_limit_ = unit; }
 
     /// Takes one packet, from its transport header on.
     /// @return the message that it completed
@@ -72,6 +75,7 @@ private:
 
     uint8_t eid_;
     size_t unit_;
+    size_t unit_limit_ = SIZE_MAX;
     bool lenient_ending_;
     bool accepts_all_ = false;
     std::vector<Assembly> assemblies_;

@@ -6,6 +6,7 @@
 
 #include "sim/device/device.h"
 #include "sim/mctp/control.h"
+#include "sim/mctp/eid_pool.h"
 
 namespace sim {
 
@@ -26,7 +27,6 @@ constexpr uint8_t kStepCommands[] = {kControlSetEndpointId,       kControlGetEnd
 
 constexpr int64_t kLongestDelayUs = 60'000'000;
 constexpr int64_t kManyTimes = 1'000'000'000;
-constexpr uint8_t kLastHandle = 0xFF;
 
 /// How the device answers one command, instead of properly.
 struct Step {
@@ -68,7 +68,7 @@ public:
 
     void reset() override {
         Device::reset();
-        pool_size_ = 0;
+        pool_.reset();
         pooled_.clear();
     }
 
@@ -96,10 +96,10 @@ protected:
             return out;
         }
         if (request[1] == kControlGetRoutingTableEntries) {
-            append(out, routing_table(request.subspan(2)));
+            append(out, routing_table_part(request.subspan(2), table(), entries_per_part_));
             return out;
         }
-        return with_pool_wish(answer_control(request));
+        return pool_.with_wish(answer_control(request), functions().size());
     }
 
 private:
@@ -116,15 +116,6 @@ private:
         return {};
     }
 
-    /// A bridge adds to its answer to Set Endpoint ID that it wants a pool (DSP0236, table 14).
-    std::optional<Bytes> with_pool_wish(std::optional<Bytes> out) const {
-        if (out && out->size() == 6 && (*out)[1] == kControlSetEndpointId) {
-            (*out)[3] |= pool_size_ == 0 ? 0x01 : 0x02;
-            (*out)[5] = static_cast<uint8_t>(functions().size());
-        }
-        return out;
-    }
-
     /// The functions behind the MPIO: all but those that own a bus themselves.
     std::vector<Device*> functions() const {
         std::vector<Device*> all;
@@ -133,32 +124,20 @@ private:
         return all;
     }
 
-    /// Allocate Endpoint IDs (DSP0236, clause 12.10): hands the pool to the functions.
+    /// Allocate Endpoint IDs: hands the pool to the functions.
     Bytes allocate(ByteView data) {
-        enum Operation : uint8_t { kAllocatePool = 0, kForce = 1, kInformation = 2 };
-        if (data.size() != 3) {
-            return {kControlInvalidLength};
-        }
-        const uint8_t operation = data[0] & 3;
-        if (operation > kInformation) {
-            return {kControlInvalidData};
-        }
-        if (operation != kInformation) {
-            const unsigned last = data[2] + data[1] - 1u;
-            if (data[1] == 0 || data[2] < 8 || last > 254) {
-                return {kControlInvalidData};
-            }
-            pool_size_ = data[1];
-            first_eid_ = data[2];
+        bool granted = false;
+        Bytes out = pool_.allocate(data, granted);
+        if (granted) {
             hand_out();
         }
-        return {kControlSuccess, 0x00, pool_size_, first_eid_};
+        return out;
     }
 
     /// A function with an EID of its own keeps it, and so do the MPIO and bus owners.
     void hand_out() {
-        unsigned next = first_eid_;
-        const unsigned end = next + pool_size_;
+        unsigned next = pool_.first();
+        const unsigned end = next + pool_.size();
         for (Device* device : functions()) {
             if (device->eid() != 0 && !pooled_.contains(device)) {
                 continue;
@@ -178,57 +157,28 @@ private:
         });
     }
 
-    /// Get Routing Table Entries (DSP0236, clause 12.12); the handle is the number of the entry.
-    Bytes routing_table(ByteView data) const {
-        if (data.size() != 1) {
-            return {kControlInvalidLength};
-        }
-        const std::vector<Bytes> entries = table();
-        const size_t begin = data[0];
-        if (begin != 0 && begin >= entries.size()) {
-            return {kControlInvalidData};
-        }
-        const size_t end = std::min(begin + entries_per_part_, entries.size());
-        const bool is_last = end == entries.size();
-        Bytes out{kControlSuccess, is_last ? kLastHandle : static_cast<uint8_t>(end),
-                  static_cast<uint8_t>(end - begin)};
-        for (size_t i = begin; i < end; ++i) {
-            append(out, entries[i]);
-        }
-        return out;
-    }
-
     std::vector<Bytes> table() const {
-        constexpr uint8_t kSingleEndpoint = 0x00;
-        constexpr uint8_t kBridge = 0x80;
         std::vector<Bytes> entries;
         if (eid() != 0) {
-            entries.push_back(entry(*this, kBridge));
+            entries.push_back(entry(*this, RouteType::kBridge));
         }
         for (const Device* device : functions()) {
             if (device->eid() != 0) {
-                entries.push_back(entry(*device, kSingleEndpoint));
+                entries.push_back(entry(*device, RouteType::kEndpoint));
             }
         }
         return entries;
     }
 
-    static Bytes entry(const Device& device, uint8_t type) {
-        constexpr uint8_t kPcieVdm = 0x02;  // physical transport binding, DSP0239
-        constexpr uint8_t kPcie4 = 0x0C;    // physical medium, DSP0239
-        const auto& bdf = device.info().bdf;
-        return {1,      device.eid(),
-                type,   kPcieVdm,
-                kPcie4, 2,
-                bdf[0], static_cast<uint8_t>(bdf[1] << 3 | bdf[2])};
+    static Bytes entry(const Device& device, RouteType type) {
+        return pcie_routing_entry(device.eid(), type, 0, device.info().bdf);
     }
 
     size_t entries_per_part_;
     std::vector<Step> steps_;
     const std::vector<Device*>* everybody_ = nullptr;
     std::set<const Device*> pooled_;  ///< who has its EID from the pool
-    uint8_t pool_size_ = 0;
-    uint8_t first_eid_ = 0;
+    EidPool pool_;
 };
 
 }  // namespace

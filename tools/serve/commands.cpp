@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command line of the command serve.
+#include "tools/serve/commands.h"
+
+#include "tools/shell/commands.h"
+
+namespace tool {
+
+void add_serve_commands(const Commands& commands) {
+    if (!Port::can_serve()) {
+        return;
+    }
+    const auto [serve, wish] = commands.add<ServeWish>(
+        commands.top(), "serve", "the board as a device for other software, until interrupted",
+        [](Context& c, const ServeWish& w) { run_serve(c, w); });
+    serve.add_option("--tty", wish.tty, "a serial line (default: a new pseudo-terminal)")
+        ->type_name("PATH");
+    serve.add_option("--eid", wish.eid, "of the bridge; the endpoints' follow it (default: 8)")
+        ->type_name("N")
+        ->check(CLI::Range(8, 254));
+}
+
+}  // namespace tool
