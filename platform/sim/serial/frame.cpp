@@ -16,6 +16,10 @@ constexpr size_t kHeadSize = 2;  // revision and byte count
 constexpr uint16_t kCheckBegin = 0xFFFF;
 constexpr uint16_t kCheckPolynomial = 0x8408;  // x^16 + x^12 + x^5 + 1, lowest bit first
 
+constexpr uint8_t escaped(uint8_t byte) {
+    return byte & static_cast<uint8_t>(~kEscapedBit);
+}
+
 }  // namespace
 
 uint16_t frame_check(ByteView bytes) {
@@ -36,7 +40,7 @@ Bytes frame_of(ByteView packet) {
     for (const uint8_t byte : packet) {
         if (byte == kFlag || byte == kEscape) {
             out.push_back(kEscape);
-            out.push_back(static_cast<uint8_t>(byte & ~kEscapedBit));
+            out.push_back(escaped(byte));
         } else {
             out.push_back(byte);
         }
@@ -118,11 +122,11 @@ void FrameReader::take_packet(uint8_t byte) {
         return;
     }
     if (state_ == State::kEscaped) {
-        byte |= kEscapedBit;
-        if (byte != kFlag && byte != kEscape) {
+        if (byte != escaped(kFlag) && byte != escaped(kEscape)) {
             refuse(State::kNoFrame);
             return;
         }
+        byte |= kEscapedBit;
     }
     checked_.push_back(byte);
     state_ = checked_.size() < wanted_ ? State::kPacket : State::kCheckHigh;
