@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -154,6 +155,16 @@ public:
 
     void kill(int signal) const { ::kill(id_, signal); }
 
+    /// Seconds of processor time so far.
+    double processor_time() const {
+        clockid_t clock{};
+        timespec taken{};
+        if (clock_getcpuclockid(id_, &clock) != 0 || clock_gettime(clock, &taken) != 0) {
+            throw std::runtime_error("the tool has ended");
+        }
+        return static_cast<double>(taken.tv_sec) + static_cast<double>(taken.tv_nsec) * 1e-9;
+    }
+
 private:
     pid_t id_ = -1;
 };
@@ -282,6 +293,56 @@ Outcome run_tool_typing(const std::vector<std::string>& arguments, const std::st
     const int status = child.wait();
     close(keyboard);
     return {.status = status, .out = out.text(), .err = err.text()};
+}
+
+struct RunningTool::Process {
+    Process(const std::vector<std::string>& arguments, int in, int out)
+        : out(in), child(arguments, out, err.descriptor()) {}
+    ~Process() { close(out); }
+
+    int out;
+    Sink err;
+    Child child;
+    std::string printed;
+    bool ended = false;
+};
+
+RunningTool::RunningTool(const std::vector<std::string>& arguments) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        throw std::runtime_error("no pipe");
+    }
+    process_ = std::make_unique<Process>(arguments, ends[0], ends[1]);
+}
+
+RunningTool::~RunningTool() {
+    if (!process_->ended) {
+        end(SIGKILL);
+    }
+}
+
+std::string RunningTool::printed_until(const std::string& text) {
+    std::string& printed = process_->printed;
+    char byte = 0;
+    while (!printed.ends_with(text) && read(process_->out, &byte, 1) == 1) {
+        printed += byte;
+    }
+    EXPECT_TRUE(printed.ends_with(text)) << "never printed: " << text << "\n" << printed;
+    return printed;
+}
+
+double RunningTool::processor_time() const {
+    return process_->child.processor_time();
+}
+
+Outcome RunningTool::end(int signal) {
+    if (signal != 0) {
+        process_->child.kill(signal);
+    }
+    read_all(dup(process_->out), process_->printed, [] {});
+    process_->ended = true;
+    const int status = process_->child.wait();
+    return {.status = status, .out = process_->printed, .err = process_->err.text()};
 }
 
 nlohmann::ordered_json one_document(const std::string& text) {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -38,6 +39,28 @@ Outcome run_tool_on_terminal(const std::vector<std::string>& arguments, unsigned
 
 /// Runs the tool with a terminal as its standard input, on which this has been typed.
 Outcome run_tool_typing(const std::vector<std::string>& arguments, const std::string& typed);
+
+/// The tool while it runs. It is killed where the test ends before it does.
+class RunningTool {
+public:
+    explicit RunningTool(const std::vector<std::string>& arguments);
+    ~RunningTool();
+    RunningTool(const RunningTool&) = delete;
+    RunningTool& operator=(const RunningTool&) = delete;
+
+    /// Waits until its standard output ends with a text. @return all of it so far
+    std::string printed_until(const std::string& text);
+
+    /// Seconds of processor time that it has taken.
+    double processor_time() const;
+
+    /// Sends it a signal, where one is given, and waits for its end.
+    Outcome end(int signal = 0);
+
+private:
+    struct Process;
+    std::unique_ptr<Process> process_;
+};
 
 /// Parses the whole of a text as one JSON document; a text that is none fails the test.
 nlohmann::ordered_json one_document(const std::string& text);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Names that the MCTP standards give to types: of messages, endpoints, routing entries, bindings.
+// Names that the MCTP standards give to types: of endpoints, routing entries, bindings.
 #include "tools/mctp/codes.h"
 
 #include <fmt/format.h>
@@ -7,15 +7,6 @@
 #include "tools/shell/name_table.h"
 
 namespace tool {
-
-std::string message_type_name(uint8_t type) {
-    static constexpr Name kNames[] = {
-        {0x00, "control"}, {0x01, "pldm"},    {0x02, "ncsi"},       {0x03, "ethernet"},
-        {0x04, "nvme-mi"}, {0x05, "spdm"},    {0x06, "secured"},    {0x07, "cxl-fm-api"},
-        {0x08, "cxl-cci"}, {0x09, "pcie-mi"}, {0x7E, "vendor-pci"}, {0x7F, "vendor-iana"},
-    };
-    return find_name(kNames, type & 0x7F, "unknown");
-}
 
 std::string endpoint_type_name(uint8_t type) {
     static constexpr const char* kNames[] = {"simple endpoint", "bus owner or bridge", "reserved",

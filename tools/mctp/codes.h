@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Names that the MCTP standards give to types: of messages, endpoints, routing entries, bindings.
+// Names that the MCTP standards give to types: of endpoints, routing entries, bindings.
 #ifndef SIDEBAND_TOOLS_MCTP_CODES_H
 #define SIDEBAND_TOOLS_MCTP_CODES_H
 
@@ -7,9 +7,6 @@
 #include <string>
 
 namespace tool {
-
-/// MCTP message types: DSP0239, table 1. Bit 7 of the type byte is left out of account.
-std::string message_type_name(uint8_t type);
 
 /// Get Endpoint ID and Get Routing Table Entries: DSP0236. The upper bits of a type are left out of
 /// account.

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "tools/mctp/codes.h"
+#include "tools/shell/codes.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/json.h"
 #include "tools/shell/output.h"
@@ -65,17 +65,6 @@ Json finding_json(const Finding& finding) {
     return json;
 }
 
-std::string types_text(const Finding& finding) {
-    if (!finding.message_types || finding.message_types->empty()) {
-        return "-";
-    }
-    std::string text;
-    for (uint8_t type : *finding.message_types) {
-        text += (text.empty() ? "" : " ") + message_type_name(type);
-    }
-    return text;
-}
-
 }  // namespace
 
 bool Finding::speaks(uint8_t message_type) const {
@@ -106,7 +95,8 @@ std::string survey_text(const std::vector<Finding>& findings, size_t indent) {
     for (const Finding& found : findings) {
         table.add({found.endpoint.name, endpoint_location(found.endpoint),
                    found.eid != 0 ? std::to_string(found.eid) : "-",
-                   found.uuid ? uuid_text(*found.uuid) : "-", types_text(found),
+                   found.uuid ? uuid_text(*found.uuid) : "-",
+                   message_types_text(found.message_types.value_or(std::vector<uint8_t>{})),
                    found.failure ? "failed" : "ok"});
     }
     return table.text(indent);

@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/mctp/codes.h"
 #include "tools/serve/commands.h"
+#include "tools/shell/codes.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/interrupt.h"
 #include "tools/shell/text.h"
@@ -13,20 +13,12 @@
 namespace tool {
 namespace {
 
-std::string types_text(const std::vector<uint8_t>& types) {
-    std::string text;
-    for (const uint8_t type : types) {
-        text += (text.empty() ? "" : " ") + message_type_name(type);
-    }
-    return text.empty() ? "-" : text;
-}
-
 std::string service_text(const Service& service) {
     Table table({{"EID", true}, {"ENDPOINT"}, {"TYPE"}, {"WHERE"}, {"SPEAKS"}});
     table.add({std::to_string(service.eid()), "-", "bridge", "serial", "-"});
     for (const ServedEndpoint& served : service.endpoints()) {
         table.add({std::to_string(served.eid), served.endpoint.name, served.endpoint.type,
-                   endpoint_location(served.endpoint), types_text(served.message_types)});
+                   endpoint_location(served.endpoint), message_types_text(served.message_types)});
     }
     return fmt::format("MCTP over serial on {}\n{}", service.tty(), table.text());
 }

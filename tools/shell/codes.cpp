@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Names of the codes that every conversation may end with: MCTP control and PLDM completion codes.
+// Names of what every room meets: message types, and the completion codes of MCTP control and PLDM.
 #include "tools/shell/codes.h"
 
 #include <sideband/pldm.h>
@@ -126,6 +126,23 @@ constexpr Name kFirmwareCodes[] = {
 };
 
 }  // namespace
+
+std::string message_type_name(uint8_t type) {
+    static constexpr Name kNames[] = {
+        {0x00, "control"}, {0x01, "pldm"},    {0x02, "ncsi"},       {0x03, "ethernet"},
+        {0x04, "nvme-mi"}, {0x05, "spdm"},    {0x06, "secured"},    {0x07, "cxl-fm-api"},
+        {0x08, "cxl-cci"}, {0x09, "pcie-mi"}, {0x7E, "vendor-pci"}, {0x7F, "vendor-iana"},
+    };
+    return find_name(kNames, type & 0x7F, "unknown");
+}
+
+std::string message_types_text(std::span<const uint8_t> types) {
+    std::string text;
+    for (const uint8_t type : types) {
+        text += (text.empty() ? "" : " ") + message_type_name(type);
+    }
+    return text.empty() ? "-" : text;
+}
 
 std::string control_command_name(uint8_t command) {
     static constexpr Name kNames[] = {

@@ -1,12 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// Names of the codes that every conversation may end with: MCTP control and PLDM completion codes.
+// Names of what every room meets: message types, and the completion codes of MCTP control and PLDM.
 #ifndef SIDEBAND_TOOLS_SHELL_CODES_H
 #define SIDEBAND_TOOLS_SHELL_CODES_H
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 namespace tool {
+
+/// MCTP message types: DSP0239, table 1. Bit 7 of the type byte is left out of account.
+std::string message_type_name(uint8_t type);
+/// The names of several with spaces between them, "-" for none.
+std::string message_types_text(std::span<const uint8_t> types);
 
 /// MCTP control: DSP0236, tables 12 and 13.
 std::string control_command_name(uint8_t command);

@@ -6,13 +6,13 @@
 
 namespace {
 
-TEST(MessageTypes, AreNamedWithoutTheIntegrityCheckBit) {
-    EXPECT_EQ(tool::message_type_name(0x00), "control");
-    EXPECT_EQ(tool::message_type_name(0x01), "pldm");
-    EXPECT_EQ(tool::message_type_name(0x02), "ncsi");
-    EXPECT_EQ(tool::message_type_name(0x84), "nvme-mi");
-    EXPECT_EQ(tool::message_type_name(0x7E), "vendor-pci");
-    EXPECT_EQ(tool::message_type_name(0x60), "unknown");
+TEST(TypesOfEndpoints, AreNamedByTheirTwoLowestBits) {
+    EXPECT_EQ(tool::endpoint_type_name(0), "simple endpoint");
+    EXPECT_EQ(tool::endpoint_type_name(1), "bus owner or bridge");
+    EXPECT_EQ(tool::endpoint_type_name(0xFD), "bus owner or bridge");
+    EXPECT_EQ(tool::eid_type_name(0), "dynamic");
+    EXPECT_EQ(tool::eid_type_name(3), "static, at another value");
+    EXPECT_EQ(tool::routing_entry_type_name(2), "bridge");
 }
 
 }  // namespace

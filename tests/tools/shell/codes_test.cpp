@@ -1,10 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tests of the names of completion codes and of MCTP control commands.
+// Tests of the names of message types, of completion codes and of MCTP control commands.
 #include "tools/shell/codes.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdint>
+
 namespace {
+
+TEST(MessageTypes, AreNamedWithoutTheIntegrityCheckBit) {
+    EXPECT_EQ(tool::message_type_name(0x00), "control");
+    EXPECT_EQ(tool::message_type_name(0x01), "pldm");
+    EXPECT_EQ(tool::message_type_name(0x02), "ncsi");
+    EXPECT_EQ(tool::message_type_name(0x84), "nvme-mi");
+    EXPECT_EQ(tool::message_type_name(0x7E), "vendor-pci");
+    EXPECT_EQ(tool::message_type_name(0x60), "unknown");
+}
+
+TEST(MessageTypes, AreAListWithSpacesOrADash) {
+    EXPECT_EQ(tool::message_types_text({}), "-");
+    EXPECT_EQ(tool::message_types_text(std::array<uint8_t, 2>{0x01, 0x04}), "pldm nvme-mi");
+}
 
 TEST(ControlCodes, AreNamedAsInTheStandard) {
     EXPECT_EQ(tool::control_code_name(0x00), "SUCCESS");
