@@ -20,6 +20,7 @@ from seeds.nvme import nvme_seeds, nvme_admin_seeds  # noqa: E402
 from seeds.pcie import pcie_seeds  # noqa: E402
 from seeds.pdr import pdr_seeds  # noqa: E402
 from seeds.pldm import pldm_seeds  # noqa: E402
+from seeds.serial import serial_seeds  # noqa: E402
 from seeds.smbus import receive_seeds  # noqa: E402
 from seeds.socket import socket_seeds  # noqa: E402
 
@@ -27,7 +28,8 @@ SEEDS = {"fuzz-receive": receive_seeds, "fuzz-control": control_seeds, "fuzz-pld
          "fuzz-pcie": pcie_seeds, "fuzz-pdr": pdr_seeds, "fuzz-fru": fru_seeds,
          "fuzz-package": package_seeds, "fuzz-fw-update": fw_update_seeds,
          "fuzz-ncsi": ncsi_seeds, "fuzz-nvme": nvme_seeds,
-         "fuzz-nvme-admin": nvme_admin_seeds, "fuzz-socket": socket_seeds}
+         "fuzz-nvme-admin": nvme_admin_seeds, "fuzz-serial": serial_seeds,
+         "fuzz-socket": socket_seeds}
 
 
 def main():

@@ -16,7 +16,6 @@ constexpr size_t kUnit = 64;
 /// Packets of devices that have not gone out; what comes then is lost.
 constexpr size_t kMostWaiting = 16'384;
 constexpr uint64_t kOwnAnswerNs = 100'000;
-constexpr uint64_t kNsPerUs = 1000;
 /// Entries of seven or eight bytes that fit one packet with what stands before them.
 constexpr size_t kRoutesPerPart = 7;
 

@@ -91,7 +91,7 @@ void Line::make_raw() {
 /// What was written for the one who left, and how they had set the line, is not for the next.
 void Line::lose_peer() {
     if (own_) {
-        tcflush(descriptor_, TCIOFLUSH);
+        tcflush(descriptor_, TCOFLUSH);
         make_raw();
     }
     idle_ = true;

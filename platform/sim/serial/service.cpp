@@ -98,7 +98,7 @@ void SerialService::follow_real_time() {
 void SerialService::read_line() {
     const Bytes bytes = line_->read(kReadSize);
     reader_.take(bytes, [this](ByteView packet) { bridge_.receive(packet); });
-    if (line_->is_idle()) {
+    if (bytes.empty() && line_->is_idle()) {
         reader_.reset();
         output_.clear();
     }

@@ -199,7 +199,7 @@ protected:
     Strings own_board() const { return {"--board", board_.path()}; }
 };
 
-const std::string get_tid = "01800002";
+const std::string kGetTid = "01800002";
 
 TEST_F(Serve, PrintsOneDocumentAndServesWhatItSays) {
     Served served(own_board());
@@ -216,7 +216,7 @@ TEST_F(Serve, PrintsOneDocumentAndServesWhatItSays) {
     Client client(tty);
     EXPECT_EQ(client.write_raw(bytes_of("7e 01 07 01 08 50 c8 00 80 02 25 db 7e")), 13U);
     EXPECT_EQ(to_hex(client.read_raw(17)), "7e010b015008c000000200081000fa017e");
-    EXPECT_EQ(client.ask(9, get_tid), "010000020007");
+    EXPECT_EQ(client.ask(9, kGetTid), "010000020007");
     EXPECT_EQ(client.ask(10, "020001"), "02aabb");
     const Outcome end = served.tool().end(SIGTERM);
     EXPECT_EQ(end.status, 0);
@@ -236,7 +236,7 @@ EID  ENDPOINT  TYPE    WHERE       SPEAKS
 103  dead0     pldm    i2c:2:0x50  pldm
 )");
     Client client(tty);
-    EXPECT_EQ(client.ask(101, get_tid), "010000020007");
+    EXPECT_EQ(client.ask(101, kGetTid), "010000020007");
     client.write_raw(bytes_of("7e 01 02 01 02 00 00 7e"));
     EXPECT_EQ(client.ask(100, "00800a00"),
               "00000a00ff040164800524000165010104014001660101030130016701010301"
@@ -262,20 +262,20 @@ TEST_F(Serve, StateOutlivesItsClients) {
         EXPECT_EQ(first.ask(9, "0180000122"), "0100000100") << "SetTID";
     }
     Client second(served.tty());
-    EXPECT_EQ(second.ask(9, get_tid), "010000020022");
+    EXPECT_EQ(second.ask(9, kGetTid), "010000020022");
     Client third(served.tty());
     third.own_eid = 0x51;
-    EXPECT_EQ(third.ask(9, get_tid), "010000020022") << "two have the line open";
+    EXPECT_EQ(third.ask(9, kGetTid), "010000020022") << "two have the line open";
 }
 
 /// A number that rises by one every ten milliseconds.
-const char* const clock_board = R"({"name": "clock", "buses": [{"bus": 1}], "devices": [
+const char* const kClockBoard = R"({"name": "clock", "buses": [{"bus": 1}], "devices": [
     {"name": "dev0", "type": "pldm", "bus": 1, "address": "0x40", "sensors": [
         {"kind": "numeric", "id": 1, "name": "time", "data_size": 4,
          "waveform": {"shape": "ramp", "min": 0, "max": 100000, "period_s": 1000}}]}]})";
 
 TEST(ServeTime, WaveformsMoveInRealTime) {
-    const TemporaryFile board(clock_board);
+    const TemporaryFile board(kClockBoard);
     Served served({"--board", board.path()});
     Client client(served.tty());
     const auto reading = [&] {
@@ -332,13 +332,13 @@ TEST(ServeMessages, DriveAnswersWithItsIntegrityCheckAtAnyLength) {
 }
 
 /// A firmware device that asks again after three tenths of a second.
-const char* const firmware_board = R"({"name": "update", "buses": [{"bus": 1}], "devices": [
+const char* const kFirmwareBoard = R"({"name": "update", "buses": [{"bus": 1}], "devices": [
     {"name": "nic0", "type": "pldm", "bus": 1, "address": "0x40", "tid": 1, "firmware": {
         "active": "1.0", "retry_us": 300000,
         "components": [{"identifier": 1, "active": {"text": "1.0"}}]}}]})";
 
 TEST(ServeMessages, DeviceUnderUpdateAsksAndRepeatsInRealTime) {
-    const TemporaryFile board(firmware_board);
+    const TemporaryFile board(kFirmwareBoard);
     Served served({"--board", board.path()});
     const uint8_t nic = served.eid_of("nic0");
     Client client(served.tty());
@@ -359,7 +359,7 @@ TEST(ServeMessages, DeviceUnderUpdateAsksAndRepeatsInRealTime) {
         << "repeated";
     EXPECT_GE(std::chrono::steady_clock::now() - asked, std::chrono::milliseconds(250));
     client.own_eid = 0x51;
-    EXPECT_EQ(client.ask(nic, get_tid), "010000020001") << "another is served meanwhile";
+    EXPECT_EQ(client.ask(nic, kGetTid), "010000020001") << "another is served meanwhile";
 }
 
 // ---- Clients that one would rather not have ----
@@ -371,7 +371,7 @@ void expect_alive(Served& served) {
         client.read_raw(1 << 20, 100);  // what the one before is still owed
         // The flag that a half frame before lacks.
         client.write_raw(bytes_of("7e 7e 7e"));
-        EXPECT_EQ(client.ask(9, get_tid), "010000020007");
+        EXPECT_EQ(client.ask(9, kGetTid), "010000020007");
     }
     const double before = served.tool().processor_time();
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -384,7 +384,7 @@ TEST_F(Serve, SleepsBeforeItsFirstClientAndBehindAnIdleOne) {
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_LT(served.tool().processor_time() - before, 0.1);
     Client client(served.tty());
-    EXPECT_EQ(client.ask(9, get_tid), "010000020007");
+    EXPECT_EQ(client.ask(9, kGetTid), "010000020007");
     const double between = served.tool().processor_time();
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_LT(served.tool().processor_time() - between, 0.1);
@@ -481,7 +481,7 @@ TEST_F(Serve, CaptureHasThePacketsOfTheLine) {
     const TemporaryFile capture("");
     Served served({"--board", board_.path(), "--capture", capture.path()});
     Client client(served.tty());
-    EXPECT_EQ(client.ask(9, get_tid), "010000020007");
+    EXPECT_EQ(client.ask(9, kGetTid), "010000020007");
     EXPECT_EQ(client.ask(0, "008002"), "00000200081000");
     EXPECT_EQ(served.tool().end(SIGTERM).status, 0);
     const std::string content = capture.content();
@@ -504,9 +504,9 @@ TEST_F(Serve, CaptureHasThePacketsOfTheLine) {
 TEST_F(Serve, VerboseShowsEachPacket) {
     Served served({"--board", board_.path(), "--verbose"});
     Client client(served.tty());
-    client.ask(9, get_tid);
-    client.send(0x40, bytes_of(get_tid));
-    client.ask(9, get_tid);
+    client.ask(9, kGetTid);
+    client.send(0x40, bytes_of(kGetTid));
+    client.ask(9, kGetTid);
     const Outcome end = served.tool().end(SIGTERM);
     EXPECT_TRUE(contains(end.err, " > serial  01 09 50 c8  01 80 00 02\n")) << end.err;
     EXPECT_TRUE(contains(end.err, " < serial  01 50 09 c0  01 00 00 02 00 07\n")) << end.err;
