@@ -10,6 +10,7 @@ if there is none that knows MCTP, 1 if anything is malformed or read differently
 import json
 import os
 import pathlib
+import select
 import shlex
 import subprocess
 import sys
@@ -41,6 +42,13 @@ EXPECTED = {"Set Endpoint ID", "Get Endpoint ID", "Get Endpoint UUID", "GetTID",
             "Clear Initial State", "Get Link Status", "OEM Command",
             "NVM Subsystem Health Status Poll", "Get Log Page", "Identify", "Firmware Image Download",
             "Firmware Commit"}
+
+
+# To the bridge of a served board, and to the first endpoint behind it (DSP0253).
+FRAMES = ("7e 01 07 01 08 50 c8 00 80 02 25 db 7e", "7e 01 08 01 09 50 c9 01 80 00 02 66 db 7e",
+          "7e 01 08 01 09 50 ca 01 80 00 04 1e 21 7e")
+FLAG = b"\x7e"
+ANSWER_S = 20
 
 
 class Comparison:
@@ -243,6 +251,27 @@ class Tool:
         return capture, json.loads(done.stdout)
 
 
+    def serve(self, frames):
+        """Capture of a board that is served, with these frames and an answer to each."""
+        capture = self.scratch / "serve.pcapng"
+        with subprocess.Popen([*self.command, "serve", "--json", "--capture", str(capture)],
+                              stdout=subprocess.PIPE, text=True) as served:
+            try:
+                document = "".join(iter(served.stdout.readline, "}\n")) + "}\n"
+                line = os.open(json.loads(document)["tty"], os.O_RDWR | os.O_NOCTTY)
+                for frame in frames:
+                    os.write(line, bytes.fromhex(frame))
+                    answer = b""
+                    while answer.count(FLAG) < 2 and select.select([line], [], [], ANSWER_S)[0]:
+                        answer += os.read(line, 4096)
+                os.close(line)
+            finally:
+                served.terminate()
+        if served.returncode != 0:
+            sys.exit(f"serve ended with {served.returncode}")
+        return capture
+
+
 def answers_by_sensor(comparison):
     """sensor -> tshark's views of the successful answers, oldest first; the TIDs under "tid"."""
     requests, answers = {}, {}
@@ -347,6 +376,20 @@ def check_demo(tshark, tool):
     return complaints
 
 
+def check_serve(tshark, tool):
+    """Complaints about the capture of a serial line."""
+    comparison = Comparison(tshark, tool.serve(FRAMES))
+    comparison.run()
+    complaints = comparison.complaints
+    on_line = sum(packet.interface == "serial" for packet in comparison.packets)
+    if on_line != 2 * len(FRAMES) or on_line != len(comparison.packets):
+        complaints.append(f"{on_line} of {len(comparison.packets)} packets are on the serial line")
+    if comparison.names != {"Get Endpoint ID", "GetTID", "GetPLDMTypes"}:
+        complaints.append(f"the serial line shows {sorted(comparison.names)}")
+    print(f"serve: {on_line} packets on the serial line")
+    return complaints
+
+
 def main():
     if len(sys.argv) != 2:
         sys.exit(__doc__)
@@ -356,7 +399,7 @@ def main():
         return SKIPPED
     with tempfile.TemporaryDirectory() as scratch:
         tool = Tool(sys.argv[1], scratch)
-        complaints = check_demo(tshark, tool)
+        complaints = check_demo(tshark, tool) + check_serve(tshark, tool)
         _, scan = tool.run("scan", "scan")
         sensors = 0
         for endpoint in (found["endpoint"] for found in scan["endpoints"]
