@@ -40,7 +40,7 @@ Outcome run_tool_on_terminal(const std::vector<std::string>& arguments, unsigned
 /// Runs the tool with a terminal as its standard input, on which this has been typed.
 Outcome run_tool_typing(const std::vector<std::string>& arguments, const std::string& typed);
 
-/// The tool while it runs. It is killed where the test ends before it does.
+/// The tool while it runs. It is killed if the test ends before it does.
 class RunningTool {
 public:
     explicit RunningTool(const std::vector<std::string>& arguments);
@@ -54,7 +54,7 @@ public:
     /// Seconds of processor time that it has taken.
     double processor_time() const;
 
-    /// Sends it a signal, where one is given, and waits for its end.
+    /// Sends it a signal, if one is given, and waits for its end.
     Outcome end(int signal = 0);
 
 private:

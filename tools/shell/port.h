@@ -126,7 +126,7 @@ public:
     virtual std::vector<ServedEndpoint> endpoints() const = 0;
     virtual ServiceUse use() const = 0;
 
-    /// Serves for a moment, and ends early where a signal comes. Throws Failure where the line is
+    /// Serves for a moment, and ends early if a signal comes. Throws Failure if the line is
     /// lost.
     virtual void serve_a_while() = 0;
 };
@@ -190,7 +190,7 @@ public:
     /// Puts the board behind a serial line. Nothing else talks to it meanwhile. Throws Failure.
     /// @param tty  a serial line; empty for a new pseudo-terminal
     /// @param eid  of the bridge; the endpoints' follow it
-    /// @return null where the platform cannot
+    /// @return null if the platform cannot
     virtual std::unique_ptr<Service> start_service(const std::string& tty, uint8_t eid) = 0;
 
     /// Names of platform locks that are held now, and misuse of locks seen so far.

@@ -27,7 +27,7 @@ public:
 
     /// Allocate Endpoint IDs (clause 12.10), from the data of the request to the completion code
     /// and the data of the answer.
-    /// @param granted  set where there is a pool to hand out now
+    /// @param granted  set if there is a pool to hand out now
     Bytes allocate(ByteView data, bool& granted);
 
 private:

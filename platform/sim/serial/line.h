@@ -25,7 +25,7 @@ public:
     Line(const Line&) = delete;
     Line& operator=(const Line&) = delete;
 
-    /// What the other end opens; the tty's own path where there was one.
+    /// What the other end opens; the tty's own path if there was one.
     const std::string& path() const { return path_; }
 
     /// Waits until something can be done, a signal comes, or the time is over.
@@ -40,7 +40,7 @@ public:
     /// Whether nobody can come any more.
     bool is_dead() const { return idle_ && !own_; }
 
-    /// What has come, at most so much; nothing where nothing has.
+    /// What has come, at most so much; nothing if nothing has.
     Bytes read(size_t most);
 
     /// @return how much was taken

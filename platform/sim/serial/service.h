@@ -46,7 +46,7 @@ public:
 
     /// Does what there is to do, and waits for it a tenth of a second at most. A signal ends the
     /// wait. The board's clock goes with the real one, from where it was at the beginning.
-    /// @return false where the line is lost for good
+    /// @return false if the line is lost for good
     bool serve_a_while();
 
 private:

@@ -28,7 +28,7 @@ protected:
         }
     }
 
-    /// The next message that goes out, from its type on; empty where none does.
+    /// The next message that goes out, from its type on; empty if none does.
     sim::Bytes receive_message() {
         for (int i = 0; i < 1000 && sent.empty(); ++i) {
             board->advance_us(1000);

@@ -16,6 +16,7 @@
 
 #include "sim/board/bytes.h"
 #include "sim/serial/frame.h"
+#include "tests/tools/serve/serial_client.h"
 #include "tests/tools/tool_runner.h"
 
 namespace {
@@ -23,146 +24,17 @@ namespace {
 using sim::Bytes;
 using sim::ByteView;
 using sim::to_hex;
+using tool_test::bytes_of;
 using tool_test::contains;
 using tool_test::expect_error;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::OwnBoard;
-using tool_test::run_tool;
 using tool_test::RunningTool;
+using tool_test::SerialClient;
 using tool_test::TemporaryFile;
 using Json = nlohmann::ordered_json;
 using Strings = std::vector<std::string>;
-
-constexpr int kLongestWaitMs = 20'000;
-constexpr size_t kUnit = 64;
-
-Bytes bytes_of(const std::string& hex) {
-    std::string digits = hex;
-    std::erase(digits, ' ');
-    return sim::from_hex(digits).value();
-}
-
-/// Whoever attaches the line: writes frames, and puts messages together.
-class Client {
-public:
-    explicit Client(const std::string& tty)
-        : line_(open(tty.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
-        if (line_ < 0) {
-            throw std::runtime_error("cannot open " + tty);
-        }
-    }
-    ~Client() { close(line_); }
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
-
-    /// Writes bytes as they are. @return how many the line has taken
-    size_t write_raw(ByteView data) const {
-        const ssize_t taken = write(line_, data.data(), data.size());
-        return taken > 0 ? static_cast<size_t>(taken) : 0;
-    }
-
-    /// Reads that many bytes as they are, or what comes until nothing more does.
-    Bytes read_raw(size_t size, int wait_ms = kLongestWaitMs) const {
-        Bytes got;
-        while (got.size() < size && readable(wait_ms)) {
-            uint8_t byte = 0;
-            if (read(line_, &byte, 1) == 1) {
-                got.push_back(byte);
-            }
-        }
-        return got;
-    }
-
-    /// @param message  from its type on
-    /// @param flags    tag owner and tag
-    void send(uint8_t eid, const Bytes& message, uint8_t flags = 0x08) const {
-        for (size_t at = 0; at < message.size(); at += kUnit) {
-            const size_t chunk = std::min(kUnit, message.size() - at);
-            const auto bits = static_cast<uint8_t>((at == 0 ? 0x80 : 0) |
-                                                   (at + chunk == message.size() ? 0x40 : 0) |
-                                                   (at / kUnit % 4) << 4 | flags);
-            Bytes packet{1, eid, own_eid, bits};
-            sim::append(packet, ByteView(message).subspan(at, chunk));
-            write_all(sim::frame_of(packet));
-        }
-    }
-
-    /// The next message, from its type on; empty where none comes.
-    Bytes receive(int wait_ms = kLongestWaitMs) {
-        while (messages_.empty() && readable(wait_ms)) {
-            uint8_t block[4096];
-            const ssize_t got = read(line_, block, sizeof block);
-            const ByteView came(block, got > 0 ? static_cast<size_t>(got) : 0);
-            reader_.take(came, [this](ByteView packet) { take(packet); });
-        }
-        if (messages_.empty()) {
-            return {};
-        }
-        Bytes message = messages_.front();
-        messages_.erase(messages_.begin());
-        return message;
-    }
-
-    /// One message out, one in, both in hex from their types on.
-    std::string ask(uint8_t eid, const std::string& message) {
-        send(eid, bytes_of(message));
-        return to_hex(receive());
-    }
-
-    /// The same for NVMe-MI, with the integrity check, which is not in the result.
-    Bytes ask_drive(uint8_t eid, const Bytes& body) {
-        Bytes message{0x84};
-        sim::append(message, body);
-        sim::append_le32(message, sim::crc32c(message));
-        send(eid, message);
-        Bytes answer = receive();
-        if (answer.size() < 5) {
-            return {};
-        }
-        const size_t size = answer.size() - 4;
-        EXPECT_EQ(sim::le32(answer, size), sim::crc32c(ByteView(answer).first(size)));
-        answer.resize(size);
-        return answer;
-    }
-
-    uint8_t own_eid = 0x50;
-    size_t packets = 0;         ///< that have come
-    size_t longest_packet = 0;  ///< of them
-
-private:
-    bool readable(int wait_ms) const {
-        pollfd line{.fd = line_, .events = POLLIN, .revents = 0};
-        return poll(&line, 1, wait_ms) > 0 && (line.revents & POLLIN) != 0;
-    }
-
-    void write_all(const Bytes& data) const {
-        for (size_t done = 0; done < data.size();) {
-            pollfd line{.fd = line_, .events = POLLOUT, .revents = 0};
-            if (poll(&line, 1, kLongestWaitMs) <= 0) {
-                throw std::runtime_error("the line takes nothing");
-            }
-            done += write_raw(ByteView(data).subspan(done));
-        }
-    }
-
-    void take(ByteView packet) {
-        ++packets;
-        longest_packet = std::max(longest_packet, packet.size());
-        if ((packet[3] & 0x80) != 0) {
-            message_.clear();
-        }
-        sim::append(message_, packet.subspan(4));
-        if ((packet[3] & 0x40) != 0) {
-            messages_.push_back(message_);
-        }
-    }
-
-    int line_;
-    sim::FrameReader reader_;
-    Bytes message_;
-    std::vector<Bytes> messages_;
-};
 
 /// The tool serving a board, and what it said of it.
 class Served {
@@ -213,7 +85,7 @@ TEST_F(Serve, PrintsOneDocumentAndServesWhatItSays) {
     expected["tty"] = tty;
     EXPECT_EQ(served.document().dump(), expected.dump());
 
-    Client client(tty);
+    SerialClient client(tty);
     EXPECT_EQ(client.write_raw(bytes_of("7e 01 07 01 08 50 c8 00 80 02 25 db 7e")), 13U);
     EXPECT_EQ(to_hex(client.read_raw(17)), "7e010b015008c000000200081000fa017e");
     EXPECT_EQ(client.ask(9, kGetTid), "010000020007");
@@ -235,7 +107,7 @@ EID  ENDPOINT  TYPE    WHERE       SPEAKS
 102  rec0      replay  i2c:2:0x30  pldm ncsi
 103  dead0     pldm    i2c:2:0x50  pldm
 )");
-    Client client(tty);
+    SerialClient client(tty);
     EXPECT_EQ(client.ask(101, kGetTid), "010000020007");
     client.write_raw(bytes_of("7e 01 02 01 02 00 00 7e"));
     EXPECT_EQ(client.ask(100, "00800a00"),
@@ -258,12 +130,12 @@ TEST_F(Serve, EachSignalIsItsOrdinaryEnd) {
 TEST_F(Serve, StateOutlivesItsClients) {
     Served served(own_board());
     {
-        Client first(served.tty());
+        SerialClient first(served.tty());
         EXPECT_EQ(first.ask(9, "0180000122"), "0100000100") << "SetTID";
     }
-    Client second(served.tty());
+    SerialClient second(served.tty());
     EXPECT_EQ(second.ask(9, kGetTid), "010000020022");
-    Client third(served.tty());
+    SerialClient third(served.tty());
     third.own_eid = 0x51;
     EXPECT_EQ(third.ask(9, kGetTid), "010000020022") << "two have the line open";
 }
@@ -277,7 +149,7 @@ const char* const kClockBoard = R"({"name": "clock", "buses": [{"bus": 1}], "dev
 TEST(ServeTime, WaveformsMoveInRealTime) {
     const TemporaryFile board(kClockBoard);
     Served served({"--board", board.path()});
-    Client client(served.tty());
+    SerialClient client(served.tty());
     const auto reading = [&] {
         client.send(9, bytes_of("01800211010000"));
         const Bytes answer = client.receive();
@@ -308,7 +180,7 @@ Bytes admin_request(uint8_t opcode, uint32_t length, uint32_t dword10) {
 TEST(ServeMessages, DriveAnswersWithItsIntegrityCheckAtAnyLength) {
     Served served({});
     const uint8_t drive = served.eid_of("nvme0");
-    Client client(served.tty());
+    SerialClient client(served.tty());
     const Bytes health = client.ask_drive(drive, bytes_of("080000010000000000000000000000"));
     EXPECT_EQ(to_hex(health).substr(0, 18), "848800000000000038");
     EXPECT_EQ(health.size(), 16U);
@@ -341,7 +213,7 @@ TEST(ServeMessages, DeviceUnderUpdateAsksAndRepeatsInRealTime) {
     const TemporaryFile board(kFirmwareBoard);
     Served served({"--board", board.path()});
     const uint8_t nic = served.eid_of("nic0");
-    Client client(served.tty());
+    SerialClient client(served.tty());
     EXPECT_EQ(client.ask(nic, "01800510 20000000 0100 01 0000 01 01 41"),
               "01000510"
               "00000000");
@@ -367,7 +239,7 @@ TEST(ServeMessages, DeviceUnderUpdateAsksAndRepeatsInRealTime) {
 /// Expects that the tool serves a new client, and sleeps while none is there.
 void expect_alive(Served& served) {
     {
-        Client client(served.tty());
+        SerialClient client(served.tty());
         client.read_raw(1 << 20, 100);  // what the one before is still owed
         // The flag that a half frame before lacks.
         client.write_raw(bytes_of("7e 7e 7e"));
@@ -383,7 +255,7 @@ TEST_F(Serve, SleepsBeforeItsFirstClientAndBehindAnIdleOne) {
     const double before = served.tool().processor_time();
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_LT(served.tool().processor_time() - before, 0.1);
-    Client client(served.tty());
+    SerialClient client(served.tty());
     EXPECT_EQ(client.ask(9, kGetTid), "010000020007");
     const double between = served.tool().processor_time();
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -394,7 +266,7 @@ TEST_F(Serve, SurvivesClientsThatLeaveInTheMiddle) {
     Served served(own_board());
     const Bytes frame = sim::frame_of(bytes_of("01 09 50 c8 01 80 00 02"));
     for (size_t size = 0; size <= frame.size(); ++size) {
-        Client client(served.tty());
+        SerialClient client(served.tty());
         client.write_raw(ByteView(frame).first(size));
     }
     expect_alive(served);
@@ -403,7 +275,7 @@ TEST_F(Serve, SurvivesClientsThatLeaveInTheMiddle) {
 TEST_F(Serve, SurvivesRubbish) {
     Served served(own_board());
     {
-        Client client(served.tty());
+        SerialClient client(served.tty());
         unsigned noise = 1;
         for (int block = 0; block < 200; ++block) {
             Bytes rubbish(1000);
@@ -426,7 +298,7 @@ TEST_F(Serve, SurvivesRubbish) {
 TEST_F(Serve, SurvivesMessagesWithoutEnd) {
     Served served(own_board());
     {
-        Client client(served.tty());
+        SerialClient client(served.tty());
         Bytes packet{1, 9, 0x50, 0x88, 1};
         packet.resize(68, 0x55);
         for (int i = 0; i < 3000; ++i) {
@@ -441,7 +313,7 @@ TEST_F(Serve, SurvivesAFloodThatNobodyReads) {
     Served served(own_board());
     const Bytes frame = sim::frame_of(bytes_of("01 09 50 c8 01 80 00 02"));
     {
-        const Client client(served.tty());
+        const SerialClient client(served.tty());
         Bytes many;
         for (int i = 0; i < 200; ++i) {
             sim::append(many, frame);
@@ -467,7 +339,7 @@ TEST_F(Serve, SurvivesAFloodThatNobodyReads) {
 
 TEST_F(Serve, EndsByASignalWhileALineIsFull) {
     Served served(own_board());
-    const Client client(served.tty());
+    const SerialClient client(served.tty());
     const Bytes frame = sim::frame_of(bytes_of("01 09 50 c8 01 80 00 02"));
     for (int i = 0; i < 20'000; ++i) {
         client.write_raw(frame);
@@ -480,7 +352,7 @@ TEST_F(Serve, EndsByASignalWhileALineIsFull) {
 TEST_F(Serve, CaptureHasThePacketsOfTheLine) {
     const TemporaryFile capture("");
     Served served({"--board", board_.path(), "--capture", capture.path()});
-    Client client(served.tty());
+    SerialClient client(served.tty());
     EXPECT_EQ(client.ask(9, kGetTid), "010000020007");
     EXPECT_EQ(client.ask(0, "008002"), "00000200081000");
     EXPECT_EQ(served.tool().end(SIGTERM).status, 0);
@@ -503,7 +375,7 @@ TEST_F(Serve, CaptureHasThePacketsOfTheLine) {
 
 TEST_F(Serve, VerboseShowsEachPacket) {
     Served served({"--board", board_.path(), "--verbose"});
-    Client client(served.tty());
+    SerialClient client(served.tty());
     client.ask(9, kGetTid);
     client.send(0x40, bytes_of(kGetTid));
     client.ask(9, kGetTid);
@@ -543,7 +415,7 @@ public:
         Bytes in(answer_size);
         size_t got = 0;
         pollfd line{.fd = master_, .events = POLLIN, .revents = 0};
-        while (got < in.size() && poll(&line, 1, kLongestWaitMs) > 0) {
+        while (got < in.size() && poll(&line, 1, tool_test::kLongestWaitMs) > 0) {
             const ssize_t now = read(master_, in.data() + got, in.size() - got);
             got += now > 0 ? static_cast<size_t>(now) : 0;
         }
