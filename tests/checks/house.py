@@ -4,10 +4,10 @@
 
 usage: house.py SOURCE_ROOT
 
-Library folders may include those below them only, the simulated board nothing of the library but
-sideband/platform.h, and nothing in the library the platform, the tools or the tests. Rooms of the
-tool share the shell and nothing else. Every source file opens with the licence line and a comment
-that says what it is for, and leaves no work undone.
+Library folders may include those below them only, a platform nothing of the library but
+sideband/platform.h and of the other platforms nothing but what they share, and nothing in the library
+the platform, the tools or the tests. Rooms of the tool share the shell and nothing else. Every source
+file opens with the licence line and a comment that says what it is for, and leaves no work undone.
 """
 import pathlib
 import re
@@ -27,6 +27,8 @@ MAY_INCLUDE = {
 # of all, and so is what lies in tools/ itself.
 TOOL_SHELL = "shell"
 TOOL_TOP = ("demo",)
+# Rooms of platform/ that every platform may include, and that include one another only.
+SHARED_BY_PLATFORMS = ("board_file", "pcapng")
 # Spelt in pieces, so that no file of the project holds the words themselves.
 UNFINISHED = re.compile(r"\b(" + "|".join(("TO" + "DO", "FIX" + "ME", "XX" + "X", "HA" + "CK")) + r")\b")
 LICENCE = re.compile(r"^(//|/\*|#) SPDX-License-Identifier: Apache-2\.0( \*/)?$")
@@ -36,27 +38,43 @@ def included(text):
     return re.findall(r'^[ \t]*#[ \t]*include[ \t]*[<"]([^>"]+)[>"]', text, flags=re.M)
 
 
+def platform_complaints(path, text, root):
+    """Complaints about the includes of one file of a platform library."""
+    complaints = []
+    own = path.relative_to(root / "platform").parts[0]
+    # MCTP_binding_SMBUS() and MCTP_binding_PCIE() fill a caller's mctp_ctx: whoever supplies them has
+    # to know the record, here as in firmware. No other file needs it.
+    headers = set() if own in SHARED_BY_PLATFORMS else {"sideband/platform.h"}
+    if path.name == "card.cpp":
+        headers.add("sideband/mctp.h")
+    for name in included(text):
+        parts = name.split("/")
+        of_project = parts[0] in (*LIBRARY, "include", "testing", "tools", "tests")
+        if parts[0] == "platform":
+            wrong = parts[1] != own and parts[1] not in SHARED_BY_PLATFORMS
+        elif parts[0] == "sideband":
+            wrong = name not in headers
+        elif parts[0] == "sim" or parts[0].startswith("sideband-"):
+            wrong = own != parts[0].removeprefix("sideband-")
+        else:
+            wrong = (of_project and not (path.parent / name).exists()) or parts[0] == ".."
+        if wrong:
+            complaints.append(f"{path}: includes {name}")
+    return complaints
+
+
 def include_complaints(path, text, root):
-    """Complaints about the includes of one file of the library or the simulated board."""
+    """Complaints about the includes of one file of the library or of a platform."""
+    if path.is_relative_to(root / "platform"):
+        return platform_complaints(path, text, root)
     complaints = []
     folder = path.relative_to(root).parts[0]
     project_folders = {entry.name for entry in root.iterdir() if entry.is_dir()}
-    for name in included(text):
+    for name in included(text) if folder in MAY_INCLUDE else ():
         first = name.split("/")[0]
-        local = (path.parent / name).exists()
-        if folder in MAY_INCLUDE:
-            foreign = first in project_folders and first not in MAY_INCLUDE[folder]
-            if foreign or name.startswith(("..", "sideband-sim/")):
-                complaints.append(f"{path}: includes {name}")
-        elif path.is_relative_to(root / "platform" / "sim"):
-            of_library = first in (*LIBRARY, "include", "testing", "tools", "tests")
-            # MCTP_binding_SMBUS() and MCTP_binding_PCIE() fill a caller's mctp_ctx: whoever supplies
-            # them has to know the record, here as in firmware. No other file needs it.
-            allowed = {"sideband/platform.h"}
-            if path.name == "card.cpp" and path.parent.name == "port":
-                allowed.add("sideband/mctp.h")
-            if (first == "sideband" and name not in allowed) or (of_library and not local):
-                complaints.append(f"{path}: includes {name}")
+        foreign = first in project_folders and first not in MAY_INCLUDE[folder]
+        if foreign or name.startswith(("..", "sideband-")):
+            complaints.append(f"{path}: includes {name}")
     return complaints
 
 

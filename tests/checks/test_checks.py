@@ -241,8 +241,8 @@ class HouseCheck(Tree):
         for header in ("export.h", "platform.h", "api.h"):
             self.write(f"include/sideband/{header}",
                        "/* SPDX-License-Identifier: Apache-2.0 */\n/* A header. */\n")
-        for folder in ("common", "pldm", "transport", "platform/sim", "tools", "tools/shell",
-                       "tools/ncsi", "tools/nvme", "tests"):
+        for folder in ("common", "pldm", "transport", "platform/board_file", "platform/linux", "platform/sim",
+                       "tools", "tools/shell", "tools/ncsi", "tools/nvme", "tests"):
             self.write(f"{folder}/part.h", self.OPENING)
 
     def house(self, name, text):
@@ -280,6 +280,26 @@ class HouseCheck(Tree):
 
     def test_the_shell_of_the_tool_knows_no_room(self):
         self.assert_refused("tools/shell/a.cpp", self.OPENING + '#include "tools/ncsi/part.h"\n')
+
+    def test_platforms_share_the_board_file_and_nothing_else(self):
+        sharing = self.OPENING + '#include "platform/board_file/part.h"\n#include "sim/part.h"\n'
+        passed, said = self.house("platform/sim/a.cpp", sharing)
+        self.assertTrue(passed, said)
+        self.assert_refused("platform/linux/a.cpp", sharing)
+        self.assert_refused("platform/linux/a.cpp", self.OPENING + '#include "platform/sim/part.h"\n')
+        self.assert_refused("platform/linux/b.cpp", self.OPENING + '#include <sideband-sim/sim.h>\n')
+        self.assert_refused("platform/linux/c.cpp", self.OPENING + '#include "common/part.h"\n')
+        self.assert_refused("platform/board_file/a.cpp",
+                            self.OPENING + '#include "platform/linux/part.h"\n')
+        self.assert_refused("platform/board_file/b.cpp",
+                            self.OPENING + "#include <sideband/platform.h>\n")
+
+    def test_a_card_alone_knows_the_context(self):
+        knowing = self.OPENING + "#include <sideband/mctp.h>\n"
+        self.write("include/sideband/mctp.h", "/* SPDX-License-Identifier: Apache-2.0 */\n/* A header. */\n")
+        passed, said = self.house("platform/linux/card.cpp", knowing)
+        self.assertTrue(passed, said)
+        self.assert_refused("platform/linux/pcie.cpp", knowing)
 
     def test_a_file_opens_with_licence_and_purpose(self):
         self.assert_refused("tools/a.cpp", "// A file.\n")

@@ -2,103 +2,14 @@
 // The simulated board as the tool and the tests see it.
 #include "sim/board/board.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <memory>
 #include <utility>
 
-#include "sim/board/error_list.h"
 #include "sim/board/in_use.h"
 #include "sim/board/state.h"
 
 namespace sim {
-
-namespace {
-
-constexpr size_t kLongestName = 1000;
-
-/// A descriptor that closes itself.
-class File {
-public:
-    /// A FIFO without a writer would keep an open() that waits.
-    explicit File(const std::string& path)
-        : fd_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
-    ~File() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-
-    int fd() const { return fd_; }
-
-private:
-    int fd_;
-};
-
-/// Why a file is not even looked into; nothing if it can be.
-std::optional<std::string> objection(const File& file) {
-    struct stat status {};
-    if (file.fd() < 0 || fstat(file.fd(), &status) != 0) {
-        return std::strerror(errno);
-    }
-    if (S_ISDIR(status.st_mode)) {
-        return std::strerror(EISDIR);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return "is not a regular file";
-    }
-    return std::nullopt;
-}
-
-/// @return why the text could not be read whole; nothing if it was
-std::optional<std::string> read_file(const std::string& path, std::string& text) {
-    const File file(path);
-    if (std::optional<std::string> reason = objection(file)) {
-        return reason;
-    }
-    char buffer[4096];
-    ssize_t got = 0;
-    while ((got = read(file.fd(), buffer, sizeof buffer)) > 0) {
-        text.append(buffer, static_cast<size_t>(got));
-        if (text.size() > Board::kLongestFile) {
-            return "is longer than " + std::to_string(Board::kLongestFile) +
-                   " bytes, the most that a board file may have";
-        }
-    }
-    return got < 0 ? std::optional<std::string>(std::strerror(errno)) : std::nullopt;
-}
-
-std::string line_of(const BoardError& error, const std::string& file) {
-    std::string out = file;
-    if (error.line > 0) {
-        out += ":" + std::to_string(error.line);
-    }
-    if (!error.key.empty()) {
-        out += ": " + error.key;
-    }
-    return out + ": " + error.text;
-}
-
-}  // namespace
-
-std::string BoardError::message(std::string_view file) const {
-    const std::string name = shown(file, kLongestName);
-    std::string out = line_of(*this, name);
-    for (const BoardError& other : others) {
-        out += "\n" + line_of(other, name);
-    }
-    if (left_out > 0) {
-        out += "\n" + name + ": " + "at least " + std::to_string(left_out) + " more errors";
-    }
-    return out;
-}
 
 Board::Board(std::unique_ptr<BoardState> state) : state_(std::move(state)) {}
 
@@ -109,14 +20,8 @@ Board::~Board() {
 }
 
 std::unique_ptr<Board> Board::parse(std::string_view text, BoardError& error) {
-    ErrorList errors;
     std::unique_ptr<BoardState> state;
-    attempt([&] {
-        const Node root = parse_json(text, errors);
-        state = read_board(Place{&root, "", &errors});
-    });
-    if (!errors.empty()) {
-        error = errors.take();
+    if (!board_file::read_text(text, error, [&](const Place& root) { state = read_board(root); })) {
         return nullptr;
     }
     return std::unique_ptr<Board>(new Board(std::move(state)));
@@ -124,7 +29,7 @@ std::unique_ptr<Board> Board::parse(std::string_view text, BoardError& error) {
 
 std::unique_ptr<Board> Board::load(const std::string& path, BoardError& error) {
     std::string text;
-    if (const std::optional<std::string> reason = read_file(path, text)) {
+    if (const std::optional<std::string> reason = board_file::read_file(path, text)) {
         error = {"", 0, *reason};
         return nullptr;
     }
@@ -277,19 +182,13 @@ bool Board::add_fault(const std::string& device, std::string_view fault_json, Bo
         error = {"", 0, "the board has no device " + device};
         return false;
     }
-    ErrorList errors;
-    attempt([&] {
-        const Node root = parse_json(fault_json, errors);
-        const Fault fault = read_fault(Place{&root, "", &errors});
-        if (errors.empty()) {
-            found->faults().add(fault);
-        }
-    });
-    if (errors.empty()) {
-        return true;
+    Fault fault;
+    if (!board_file::read_text(fault_json, error,
+                               [&](const Place& root) { fault = read_fault(root); })) {
+        return false;
     }
-    error = errors.take();
-    return false;
+    found->faults().add(fault);
+    return true;
 }
 
 void Board::clear_faults(const std::string& device) {

@@ -15,21 +15,11 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/board_file/file.h"
+
 namespace sim {
 
-/// Why a board file was refused.
-struct BoardError {
-    std::string key;   ///< e.g. "devices[1].address"; empty for a syntax error
-    int line = 0;      ///< line in the file, from 1
-    std::string text;  ///< what is wrong, without key and line
-    /// The other errors of the file; this one has the lowest line, and they are in order.
-    std::vector<BoardError> others = {};
-    size_t left_out = 0;  ///< errors that are only counted, as far as the file was read
-
-    /// "FILE:LINE: KEY: TEXT", a line for each error, without a line end behind the last one.
-    /// Control characters of the file are shown as \xNN.
-    std::string message(std::string_view file) const;
-};
+using board_file::BoardError;
 
 /// A serial line leads to a bridge that stands before the whole board; no device is on one.
 enum class Transport { kI2c, kPcie, kSerial };
@@ -133,7 +123,7 @@ public:
     static std::unique_ptr<Board> parse(std::string_view text, BoardError& error);
 
     /// The longest board file, in bytes.
-    static constexpr size_t kLongestFile = 4u << 20;
+    static constexpr size_t kLongestFile = board_file::kLongestFile;
 
     /// Reads and parses a file. One that cannot be read, is too long or no regular file is an error
     /// with line 0; nothing is waited for.

@@ -4,11 +4,16 @@
 #include <map>
 #include <set>
 
+#include "platform/board_file/fields.h"
 #include "sim/board/state.h"
 
 namespace sim {
 
 namespace {
+
+using board_file::read_bdf;
+using board_file::read_device_name;
+using board_file::read_eid;
 
 constexpr int64_t kSlowestClockHz = 10'000;
 constexpr int64_t kFastestClockHz = 1'000'000;
@@ -27,10 +32,7 @@ const std::map<std::string, DeviceMaker>& device_makers() {
 
 void read_bmc(BoardState& board, const Place& place) {
     ObjectReader reader(place);
-    board.bmc_eid = static_cast<uint8_t>(reader.whole("eid", 0, 254, board.bmc_eid));
-    if (board.bmc_eid > 0 && board.bmc_eid < 8) {
-        reader.complain("eid", "must be 0 or from 8 to 254");
-    }
+    board.bmc_eid = read_eid(reader, board.bmc_eid);
     board.bmc_address = reader.address("address", board.bmc_address);
     reader.finish();
 }
@@ -163,22 +165,6 @@ bool collide(const Device& device, const DeviceConfig& config) {
            std::equal(a.begin(), a.begin() + shorter, b.begin());
 }
 
-/// Bus, device and function: "47:00.0". Nothing if they are told to be wrong.
-std::optional<Bdf> read_bdf(ObjectReader& reader) {
-    const Place place = reader.require("bdf");
-    std::string digits = place.text();
-    const bool shaped = digits.size() == 7 && digits[2] == ':' && digits[5] == '.';
-    if (shaped) {
-        digits = digits.substr(0, 2) + digits.substr(3, 2) + "0" + digits.substr(6);
-    }
-    const std::optional<Bytes> bytes = shaped ? from_hex(digits) : std::nullopt;
-    if (bytes && (*bytes)[1] <= 0x1F && (*bytes)[2] <= 7) {
-        return Bdf{(*bytes)[0], (*bytes)[1], (*bytes)[2]};
-    }
-    place.complain("must be bus, device and function in hex, such as 47:00.0");
-    return std::nullopt;
-}
-
 void read_pcie_place(const BoardState& board, ObjectReader& reader, DeviceConfig& config) {
     config.where.transport = Transport::kPcie;
     config.where.binding_kind = 2;
@@ -269,23 +255,13 @@ CardInfo read_card(const BoardState& board, const Place& place, const EndpointIn
 DeviceConfig read_device_config(const BoardState& board, std::set<std::string>& names,
                                 ObjectReader& reader) {
     DeviceConfig config;
-    config.where.name = reader.text("name");
-    if (config.where.name.empty() ||
-        config.where.name.find_first_of(": \t\n") != std::string::npos) {
-        reader.complain("name", "must be a word without colons");
-    }
-    if (!names.insert(config.where.name).second) {
-        reader.complain("name", "is the name of another device");
-    }
+    config.where.name = read_device_name(reader, names);
     if (reader.choice("transport", {"i2c", "pcie"}, 0) == 1) {
         read_pcie_place(board, reader, config);
     } else {
         read_i2c_place(board, reader, config);
     }
-    config.eid = static_cast<uint8_t>(reader.whole("eid", 0, 254, 0));
-    if (config.eid > 0 && config.eid < 8) {
-        reader.complain("eid", "must be 0 or from 8 to 254");
-    }
+    config.eid = read_eid(reader, 0);
     config.uuid = read_uuid(reader, config.where.name);
     config.response_us = static_cast<uint64_t>(reader.whole("response_us", 0, kLongestWaitUs, 500));
     config.lenient_eom = reader.flag("lenient_eom", true);

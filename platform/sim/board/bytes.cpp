@@ -73,45 +73,6 @@ uint32_t be32(ByteView bytes, size_t offset) {
     return static_cast<uint32_t>(be16(bytes, offset)) << 16 | be16(bytes, offset + 2);
 }
 
-static int digit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
-std::optional<Bytes> from_hex(std::string_view text) {
-    if (text.size() % 2 != 0) {
-        return std::nullopt;
-    }
-    Bytes out;
-    for (size_t i = 0; i < text.size(); i += 2) {
-        int high = digit(text[i]);
-        int low = digit(text[i + 1]);
-        if (high < 0 || low < 0) {
-            return std::nullopt;
-        }
-        out.push_back(static_cast<uint8_t>(high * 16 + low));
-    }
-    return out;
-}
-
-std::string to_hex(ByteView bytes) {
-    static const char kDigits[] = "0123456789abcdef";
-    std::string out;
-    for (uint8_t byte : bytes) {
-        out += kDigits[byte >> 4];
-        out += kDigits[byte & 15];
-    }
-    return out;
-}
-
 std::string hex_byte(uint8_t value) {
     return "0x" + to_hex({&value, 1});
 }

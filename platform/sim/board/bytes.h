@@ -11,10 +11,14 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/board_file/hex.h"
+
 namespace sim {
 
-using Bytes = std::vector<uint8_t>;
-using ByteView = std::span<const uint8_t>;
+using board_file::Bytes;
+using board_file::ByteView;
+using board_file::from_hex;
+using board_file::to_hex;
 
 void append(Bytes& out, ByteView more);
 void append_le16(Bytes& out, uint16_t value);
@@ -40,9 +44,6 @@ uint64_t le64(ByteView bytes, size_t offset);
 uint16_t be16(ByteView bytes, size_t offset);
 uint32_t be32(ByteView bytes, size_t offset);
 
-/// Hex digits, two a byte, no separators. Nothing if the text is anything else.
-std::optional<Bytes> from_hex(std::string_view text);
-std::string to_hex(ByteView bytes);
 /// "0x3a"
 std::string hex_byte(uint8_t value);
 /// PCIe bus, device and function as "47:00.0"

@@ -4,13 +4,11 @@
 #define SIDEBAND_SIM_BOARD_CAPTURE_H
 
 #include <cstdint>
-#include <cstdio>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "platform/pcapng/writer.h"
 #include "sim/board/board.h"
-#include "sim/board/bytes.h"
 #include "sim/board/passing.h"
 
 namespace sim {
@@ -24,8 +22,6 @@ struct CaptureBus {
 
 class Capture {
 public:
-    ~Capture();
-
     /// Opens the file and describes the buses. A FIFO must have its reader already.
     /// @return false with error filled on failure
     bool start(const std::string& path, const std::vector<CaptureBus>& buses, std::string& error);
@@ -41,10 +37,8 @@ public:
 
 private:
     uint32_t interface_of(const Passing& passing);
-    void block(uint32_t type, const Bytes& body);
 
-    std::FILE* file_ = nullptr;
-    bool failed_ = false;
+    pcapng::Writer writer_;
     std::vector<CaptureBus> buses_;
 };
 

@@ -11,7 +11,7 @@
 
 #include "sim/board/board.h"
 #include "sim/board/clock.h"
-#include "sim/board/json_tree.h"
+#include "sim/board/file_reader.h"
 #include "sim/device/fault.h"
 #include "sim/mctp/control.h"
 #include "sim/mctp/endpoint.h"

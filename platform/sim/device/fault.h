@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "sim/board/json_tree.h"
+#include "sim/board/file_reader.h"
 
 namespace sim {
 

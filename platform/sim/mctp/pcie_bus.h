@@ -11,6 +11,7 @@
 #include <optional>
 #include <vector>
 
+#include "platform/board_file/fields.h"
 #include "sim/board/board.h"
 #include "sim/board/bytes.h"
 #include "sim/board/clock.h"
@@ -21,7 +22,7 @@
 namespace sim {
 
 /// Bus, device and function.
-using Bdf = std::array<uint8_t, 3>;
+using board_file::Bdf;
 
 /// A whole message and the function at the other end.
 struct PcieMessage {

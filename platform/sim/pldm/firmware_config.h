@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "sim/board/bytes.h"
-#include "sim/board/json_tree.h"
+#include "sim/board/file_reader.h"
 #include "sim/pldm/firmware_image.h"
 
 namespace sim {

@@ -4,7 +4,7 @@
 #define SIDEBAND_SIM_PLDM_FRU_H
 
 #include "sim/board/bytes.h"
-#include "sim/board/json_tree.h"
+#include "sim/board/file_reader.h"
 
 namespace sim {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "sim/board/bytes.h"
-#include "sim/board/json_tree.h"
+#include "sim/board/file_reader.h"
 #include "sim/pldm/sensor.h"
 
 namespace sim {

@@ -10,7 +10,7 @@
 
 #include "sim/board/board.h"
 #include "sim/board/bytes.h"
-#include "sim/board/json_tree.h"
+#include "sim/board/file_reader.h"
 
 namespace sim {
 

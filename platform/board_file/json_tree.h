@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A JSON document that remembers its lines, and a reader whose errors name key and line.
-#ifndef SIDEBAND_SIM_BOARD_JSON_TREE_H
-#define SIDEBAND_SIM_BOARD_JSON_TREE_H
+#ifndef SIDEBAND_BOARD_FILE_JSON_TREE_H
+#define SIDEBAND_BOARD_FILE_JSON_TREE_H
 
 #include <cstdint>
 #include <optional>
@@ -11,10 +11,10 @@
 #include <utility>
 #include <vector>
 
-#include "sim/board/bytes.h"
-#include "sim/board/error_list.h"
+#include "platform/board_file/error_list.h"
+#include "platform/board_file/hex.h"
 
-namespace sim {
+namespace board_file {
 
 struct Node {
     enum class Kind { kNull, kBoolean, kInteger, kReal, kString, kArray, kObject };
@@ -138,6 +138,6 @@ private:
     bool finished_ = false;
 };
 
-}  // namespace sim
+}  // namespace board_file
 
 #endif

@@ -1,18 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // The errors of one board file, gathered while it is read.
-#include "sim/board/error_list.h"
+#include "platform/board_file/error_list.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <utility>
 
-#include "sim/board/bytes.h"
+#include "platform/board_file/hex.h"
 
-namespace sim {
+namespace board_file {
 
 namespace {
 
 constexpr size_t kLongestText = 400;
+constexpr size_t kLongestName = 1000;
 
 /// Bytes of the UTF-8 character in front; one where there is none.
 size_t character_size(std::string_view text) {
@@ -39,7 +40,30 @@ bool is_control(std::string_view character) {
     return first == 0xC2 && static_cast<uint8_t>(character[1]) <= 0x9F;
 }
 
+std::string line_of(const BoardError& error, const std::string& file) {
+    std::string out = file;
+    if (error.line > 0) {
+        out += ":" + std::to_string(error.line);
+    }
+    if (!error.key.empty()) {
+        out += ": " + error.key;
+    }
+    return out + ": " + error.text;
+}
+
 }  // namespace
+
+std::string BoardError::message(std::string_view file) const {
+    const std::string name = shown(file, kLongestName);
+    std::string out = line_of(*this, name);
+    for (const BoardError& other : others) {
+        out += "\n" + line_of(other, name);
+    }
+    if (left_out > 0) {
+        out += "\n" + name + ": " + "at least " + std::to_string(left_out) + " more errors";
+    }
+    return out;
+}
 
 std::string shown(std::string_view text, size_t longest) {
     std::string out;
@@ -100,4 +124,4 @@ bool ErrorList::knows(const std::string& key) const {
     return known_.contains(key) || any_begins_with(key + ".") || any_begins_with(key + "[");
 }
 
-}  // namespace sim
+}  // namespace board_file

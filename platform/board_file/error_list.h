@@ -1,23 +1,36 @@
 // SPDX-License-Identifier: Apache-2.0
 // The errors of one board file, gathered while it is read.
-#ifndef SIDEBAND_SIM_BOARD_ERROR_LIST_H
-#define SIDEBAND_SIM_BOARD_ERROR_LIST_H
+#ifndef SIDEBAND_BOARD_FILE_ERROR_LIST_H
+#define SIDEBAND_BOARD_FILE_ERROR_LIST_H
 
 #include <cstddef>
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "sim/board/board.h"
+namespace board_file {
 
-namespace sim {
+/// Why a board file was refused.
+struct BoardError {
+    std::string key;   ///< e.g. "devices[1].address"; empty for a syntax error
+    int line = 0;      ///< line in the file, from 1
+    std::string text;  ///< what is wrong, without key and line
+    /// The other errors of the file; this one has the lowest line, and they are in order.
+    std::vector<BoardError> others = {};
+    size_t left_out = 0;  ///< errors that are only counted, as far as the file was read
+
+    /// "FILE:LINE: KEY: TEXT", a line for each error, without a line end behind the last one.
+    /// Control characters of the file are shown as \xNN.
+    std::string message(std::string_view file) const;
+};
 
 /// A text of a board file as an operator's terminal may see it: control characters (C0, DEL, and C1
 /// as lone bytes and in UTF-8) as \xNN, and "..." for what goes beyond so many bytes.
 std::string shown(std::string_view text, size_t longest);
 
 /// Thrown where a part of a board file cannot be read any further; its error is in the list. Ends
-/// in attempt(), Board::parse() and Board::add_fault().
+/// in attempt().
 struct FileError {};
 
 /// Reads one part. Where that ends early, the parts behind it are read all the same.
@@ -59,6 +72,6 @@ private:
     size_t left_out_ = 0;
 };
 
-}  // namespace sim
+}  // namespace board_file
 
 #endif

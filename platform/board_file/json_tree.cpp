@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A JSON document that remembers its lines, and a reader whose errors name key and line.
-#include "sim/board/json_tree.h"
+#include "platform/board_file/json_tree.h"
 
 #include <algorithm>
 #include <cmath>
@@ -8,7 +8,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
-namespace sim {
+namespace board_file {
 
 namespace {
 
@@ -524,4 +524,4 @@ void ObjectReader::tell_missing() {
     missing_.clear();
 }
 
-}  // namespace sim
+}  // namespace board_file
