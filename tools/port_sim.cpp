@@ -3,14 +3,13 @@
 #include <fmt/format.h>
 #include <sideband/platform.h>
 
-#include <sstream>
-
 #include "sim/board/board.h"
 #include "sim/board/passing.h"
 #include "sim/nvme/firmware.h"
 #include "sim/serial/service.h"
 #include "tools/shell/failure.h"
 #include "tools/shell/port.h"
+#include "tools/shell/text.h"
 
 namespace tool {
 namespace {
@@ -48,6 +47,8 @@ Endpoint endpoint_of(const sim::EndpointInfo& info) {
                       .address = info.address,
                       .mux = info.mux,
                       .bdf = info.bdf,
+                      .net = 0,
+                      .eid = 0,
                       .route = info.route,
                       .unit_size = info.unit_size,
                       .i2c_delay_us = info.i2c_delay_us,
@@ -122,6 +123,11 @@ public:
 
     std::string board_name() const override { return board_->name(); }
     const std::vector<Endpoint>& endpoints() const override { return endpoints_; }
+    std::string objection(const Endpoint& endpoint) const override {
+        return endpoint.transport == Transport::kMctp
+                   ? "a simulated board is not behind the kernel's MCTP"
+                   : "";
+    }
     uint64_t now_us() const override { return board_->now_us(); }
     void wait_us(uint64_t microseconds) override { board_->advance_us(microseconds); }
     std::vector<BusUse> bus_use() const override;
@@ -255,24 +261,15 @@ std::vector<std::string> SimulatedPort::log_lines() const {
 
 }  // namespace
 
-namespace {
-
-std::vector<std::string> lines_of(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-}  // namespace
-
 std::string_view Port::program_name() {
     return "sideband-sim";
 }
 
-bool Port::can_serve() {
+std::string_view Port::own_board() {
+    return "built in";
+}
+
+bool Port::is_simulated() {
     return true;
 }
 

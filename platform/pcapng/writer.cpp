@@ -31,7 +31,6 @@ constexpr size_t kOptionMax = 0xFFFF;
 
 // The SLL2 header, in network byte order.
 constexpr uint16_t kProtocolMctp = 0x00FA;
-constexpr uint16_t kHardwareMctp = 290;
 constexpr size_t kAddressField = 8;
 
 /// The body of a block: fields of the file's byte order, which is little-endian, and the options

@@ -20,6 +20,9 @@ struct Interface {
     std::string description;  ///< empty for none
 };
 
+/// ARPHRD_MCTP: the kind of an interface.
+inline constexpr uint16_t kHardwareMctp = 290;
+
 /// sll_pkttype of a packet that the machine sent, and of one that it received.
 inline constexpr uint8_t kSent = 4;
 inline constexpr uint8_t kReceived = 0;

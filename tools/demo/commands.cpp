@@ -7,7 +7,9 @@
 namespace tool {
 
 void add_demo_commands(const Commands& commands) {
-    commands.add(commands.top(), "demo", "a tour of the whole board", run_demo);
+    if (Port::is_simulated()) {
+        commands.add(commands.top(), "demo", "a tour of the whole board", run_demo);
+    }
 }
 
 }  // namespace tool

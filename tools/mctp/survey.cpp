@@ -27,10 +27,13 @@ auto ask(Query query) -> std::optional<decltype(query())> {
     }
 }
 
-Finding look_at(const Endpoint& endpoint) {
+Finding look_at(const Port& port, const Endpoint& endpoint) {
     Finding finding;
     finding.endpoint = endpoint;
     try {
+        if (const std::string objection = port.objection(endpoint); !objection.empty()) {
+            throw Failure(endpoint.name, "discovery", objection);
+        }
         Session session(endpoint);
         session.discover();
         finding.eid = session.eid();
@@ -49,6 +52,9 @@ Json finding_json(const Finding& finding) {
     if (endpoint.transport == Transport::kPcie) {
         json["transport"] = "pcie";
         json["bdf"] = endpoint_location(endpoint).substr(std::string_view("pcie:").size());
+    } else if (endpoint.transport == Transport::kMctp) {
+        json["transport"] = "mctp";
+        json["net"] = endpoint.net;
     } else {
         json["transport"] = "i2c";
         json["bus"] = endpoint.bus;
@@ -74,8 +80,8 @@ bool Finding::speaks(uint8_t message_type) const {
 
 std::vector<Finding> survey(const Port& port) {
     std::vector<Finding> findings;
-    for (const Endpoint& endpoint : port.endpoints()) {
-        findings.push_back(look_at(endpoint));
+    for (const Endpoint& endpoint : port.present_endpoints()) {
+        findings.push_back(look_at(port, endpoint));
     }
     return findings;
 }
@@ -84,7 +90,7 @@ std::vector<Finding> survey(const Port& port, Transport transport) {
     std::vector<Finding> findings;
     for (const Endpoint& endpoint : port.endpoints()) {
         if (endpoint.transport == transport) {
-            findings.push_back(look_at(endpoint));
+            findings.push_back(look_at(port, endpoint));
         }
     }
     return findings;

@@ -27,7 +27,8 @@ struct Finding {
     bool speaks(uint8_t message_type) const;
 };
 
-/// Looks at every endpoint that the board describes; one that does not answer stops nothing.
+/// Looks at every endpoint that is present, by what the port knows; one that does not answer stops
+/// nothing.
 std::vector<Finding> survey(const Port& port);
 /// The same of the endpoints on one transport.
 std::vector<Finding> survey(const Port& port, Transport transport);

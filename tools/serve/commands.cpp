@@ -7,7 +7,7 @@
 namespace tool {
 
 void add_serve_commands(const Commands& commands) {
-    if (!Port::can_serve()) {
+    if (!Port::is_simulated()) {
         return;
     }
     const auto [serve, wish] = commands.add<ServeWish>(

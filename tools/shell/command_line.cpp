@@ -14,7 +14,8 @@ constexpr const char* kFooter =
     "Exit status: 0 done, 1 device or transport failed, 2 wrong usage, 3 an input file is bad";
 
 void add_options(CLI::App& app, CommandLine& line) {
-    app.add_option("--board", line.board, "the board's description (default: built in)")
+    app.add_option("--board", line.board,
+                   "the board's description (default: " + std::string(Port::own_board()) + ")")
         ->type_name("FILE");
     app.add_flag("--json", line.json, "one JSON document on standard output, nothing else");
     app.add_option("--capture", line.capture, "write what passes over the buses as pcapng")

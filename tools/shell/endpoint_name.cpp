@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Endpoints by name: the board's device names, i2c:BUS:ADDRESS, pcie:BB:DD.F.
+// Endpoints by name: the board's device names, i2c:BUS:ADDRESS, pcie:BB:DD.F, mctp:NET,EID.
 #include "tools/shell/endpoint_name.h"
 
 #include <fmt/format.h>
@@ -13,6 +13,10 @@
 
 namespace tool {
 namespace {
+
+// EIDs that an endpoint may have (DSP0236, table 2).
+constexpr uint32_t kFirstEid = 8;
+constexpr uint32_t kLastEid = 254;
 
 Failure malformed(std::string_view name, std::string_view why) {
     return {ExitStatus::kUsage, fmt::format("{}: {}", name, why)};
@@ -70,12 +74,40 @@ Endpoint parse_pcie(std::string_view name) {
     return endpoint;
 }
 
+Endpoint parse_mctp(std::string_view name) {
+    const std::string_view place = name.substr(5);
+    const size_t comma = place.find(',');
+    if (comma == std::string_view::npos) {
+        throw malformed(name, "an endpoint of the kernel's MCTP is named mctp:NET,EID");
+    }
+    const std::optional<uint32_t> net = parse_number(place.substr(0, comma), UINT32_MAX);
+    const std::optional<uint32_t> eid = parse_number(place.substr(comma + 1), kLastEid);
+    if (!net || *net == 0) {
+        throw malformed(name, "the network is a number from 1 to 4294967295");
+    }
+    if (!eid || *eid < kFirstEid) {
+        throw malformed(name, "the EID is a number from 8 to 254");
+    }
+    Endpoint endpoint;
+    endpoint.transport = Transport::kMctp;
+    endpoint.binding_kind = MCTP_BINDING_KIND_SOCKET;
+    endpoint.net = *net;
+    endpoint.eid = static_cast<uint8_t>(*eid);
+    return endpoint;
+}
+
 bool same_place(const Endpoint& a, const Endpoint& b) {
     if (a.transport != b.transport) {
         return false;
     }
-    return a.transport == Transport::kPcie ? a.bdf == b.bdf
-                                           : a.bus == b.bus && a.address == b.address;
+    switch (a.transport) {
+        case Transport::kPcie:
+            return a.bdf == b.bdf;
+        case Transport::kMctp:
+            return a.net == b.net && a.eid == b.eid;
+        default:
+            return a.bus == b.bus && a.address == b.address;
+    }
 }
 
 std::string known_names(const Port& port) {
@@ -86,9 +118,8 @@ std::string known_names(const Port& port) {
     return names.empty() ? "none" : names;
 }
 
-}  // namespace
-
-Endpoint find_endpoint(const Port& port, std::string_view name) {
+/// The endpoint that an argument names, as far as name and board tell.
+Endpoint described_endpoint(const Port& port, std::string_view name) {
     for (const Endpoint& endpoint : port.endpoints()) {
         if (endpoint.name == name) {
             return endpoint;
@@ -99,6 +130,8 @@ Endpoint find_endpoint(const Port& port, std::string_view name) {
         wanted = parse_i2c(name);
     } else if (name.starts_with("pcie:")) {
         wanted = parse_pcie(name);
+    } else if (name.starts_with("mctp:")) {
+        wanted = parse_mctp(name);
     } else {
         throw Failure(ExitStatus::kFailed, fmt::format("{}: no such device on board {}; it has: {}",
                                                        name, port.board_name(), known_names(port)));
@@ -113,7 +146,20 @@ Endpoint find_endpoint(const Port& port, std::string_view name) {
     return wanted;
 }
 
+}  // namespace
+
+Endpoint find_endpoint(const Port& port, std::string_view name) {
+    Endpoint endpoint = described_endpoint(port, name);
+    if (const std::string objection = port.objection(endpoint); !objection.empty()) {
+        throw Failure(ExitStatus::kFailed, fmt::format("{}: {}", name, objection));
+    }
+    return endpoint;
+}
+
 std::string endpoint_location(const Endpoint& endpoint) {
+    if (endpoint.transport == Transport::kMctp) {
+        return fmt::format("mctp:{},{}", endpoint.net, endpoint.eid);
+    }
     if (endpoint.transport == Transport::kPcie) {
         return fmt::format("pcie:{:02x}:{:02x}.{:x}", endpoint.bdf[0], endpoint.bdf[1],
                            endpoint.bdf[2]);

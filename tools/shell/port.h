@@ -15,8 +15,8 @@
 
 namespace tool {
 
-/// No endpoint is on a serial line; it is what a board is served over.
-enum class Transport { kI2c, kPcie, kSerial };
+/// No endpoint is on a serial line; it is what a board is served over. MCTP is the kernel's.
+enum class Transport { kI2c, kPcie, kMctp, kSerial };
 
 /// What is known of a sensor, from the board's description or from the sensor's PDR.
 struct Sensor {
@@ -43,6 +43,8 @@ struct Endpoint {
     uint8_t address = 0;  ///< 8-bit form
     std::array<uint8_t, 48> mux{};
     std::array<uint8_t, 3> bdf{};
+    uint32_t net = 0;  ///< mctp: the kernel's MCTP network
+    uint8_t eid = 0;   ///< mctp: whoever owns the bus has given it
     uint32_t route = 0;
     uint16_t unit_size = 0;
     uint32_t i2c_delay_us = 0;
@@ -140,8 +142,12 @@ public:
     /// The name by which the tool linked with this platform goes.
     static std::string_view program_name();
 
-    /// Whether its boards can be served: start_service().
-    static bool can_serve();
+    /// What is opened if no board file is named, in a word or two.
+    static std::string_view own_board();
+
+    /// Whether the board is a simulated one, which bears faults and can be served, see
+    /// start_service(): commands that need such a board are offered then only.
+    static bool is_simulated();
 
     Port() = default;
     virtual ~Port() = default;
@@ -150,6 +156,17 @@ public:
 
     virtual std::string board_name() const = 0;
     virtual const std::vector<Endpoint>& endpoints() const = 0;
+
+    /// The endpoints of the board or, where nobody has described it, those that the platform finds.
+    /// Throws Failure.
+    virtual std::vector<Endpoint> present_endpoints() const { return endpoints(); }
+
+    /// Why this platform has no way to an endpoint, whatever is there; empty where it has.
+    virtual std::string objection(const Endpoint& endpoint) const = 0;
+
+    /// What the platform itself had to say about the last exchange; empty for nothing.
+    virtual std::string complaint() const { return {}; }
+    virtual void forget_complaint() {}
 
     /// The clock by which the board lives, and a pause in it.
     virtual uint64_t now_us() const = 0;

@@ -111,6 +111,10 @@ void Session::fill_context() {
     mctp.unit_size = endpoint_.unit_size;
     mctp.i2c_delay_us = endpoint_.i2c_delay_us;
     mctp.pcie_param = endpoint_.pcie_param;
+    if (endpoint_.transport == Transport::kMctp) {
+        mctp.pcie_param = endpoint_.net;
+        mctp.dest_eid = endpoint_.eid;
+    }
 }
 
 void Session::open_pcie() {
@@ -133,7 +137,9 @@ void Session::install_operations() {
     mctp.skip_discovery = 1;
     if (mctp_init2(&mctp) != 0) {
         throw failure("bringing up the endpoint",
-                      fmt::format("unknown binding kind {}", mctp.binding_kind));
+                      mctp.binding_kind == MCTP_BINDING_KIND_SOCKET
+                          ? "the library was built without the kernel's MCTP"
+                          : fmt::format("unknown binding kind {}", mctp.binding_kind));
     }
     start_recording();
     mctp.skip_discovery = 0;
@@ -163,6 +169,10 @@ bool Session::find_eid() {
 
 void Session::discover() {
     open_pcie();
+    if (endpoint_.transport == Transport::kMctp) {
+        install_operations();
+        return;
+    }
     if (is_mpio()) {
         bring_up_mpio();
     } else {

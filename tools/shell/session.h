@@ -70,7 +70,8 @@ public:
     const Endpoint& endpoint() const { return endpoint_; }
 
     /// Finds the endpoint's EID, or gives it one. Comes before everything else. On PCIe the MPIO
-    /// is brought up first if the platform wants that.
+    /// is brought up first if the platform wants that. Behind the kernel's MCTP nothing is
+    /// asked: the name of the endpoint says its EID.
     void discover();
 
     /// Has the endpoint, a bus owner, give the BMC an EID; instead of discover().

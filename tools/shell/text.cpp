@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <sstream>
 
 namespace tool {
 namespace {
@@ -175,6 +176,15 @@ std::string one_line(std::string_view text) {
         line.pop_back();
     }
     return line;
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
 }
 
 std::string printable(std::string_view text) {

@@ -36,6 +36,9 @@ std::string counted(size_t count, std::string_view noun);
 /// The text with every run of line ends and blanks made one blank.
 std::string one_line(std::string_view text);
 
+/// The lines of a text, without their ends.
+std::vector<std::string> lines_of(const std::string& text);
+
 /// Text of a device, a file or the command line, fit for a terminal: each control character (C0,
 /// DEL, C1 as a lone byte and in UTF-8) is shown as \xNN, its bytes in lower-case hex. All else
 /// stays as it is, in UTF-8 and in ISO 8859-1; what has been through this once comes through it

@@ -137,11 +137,16 @@ void WireWatch::passed(const Packet& packet) {
 void WireWatch::forget() {
     if (standing != nullptr) {
         standing->fate_ = {};
+        standing->port_.forget_complaint();
     }
 }
 
 std::string WireWatch::reason() {
-    return standing != nullptr ? standing->fate_.reason() : "";
+    if (standing == nullptr) {
+        return "";
+    }
+    const std::string seen = standing->fate_.reason();
+    return seen.empty() ? standing->port_.complaint() : seen;
 }
 
 }  // namespace tool

@@ -13,7 +13,8 @@ namespace tool {
 namespace {
 
 /// The largest piece that the device may ask for: that of the device tables' rows for its vendor.
-/// One vendor has a row in both; what the smaller of the two takes suits the other one too.
+/// One vendor has a row in both; what the smaller of the two takes suits the other one too. What is
+/// behind the kernel's MCTP may be on any bus, and gets what every bus carries.
 uint32_t transfer_size_for(const Endpoint& endpoint, const FirmwareInfo& info) {
     const bool pcie = endpoint.transport == Transport::kPcie;
     const uint32_t usual = pcie ? 128 : 56;

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+// One socket of the kernel's MCTP: messages with their type byte in front, as the platform
+// interface has them.
+#ifndef SIDEBAND_LINUX_MCTP_SOCKET_H
+#define SIDEBAND_LINUX_MCTP_SOCKET_H
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "platform/linux/descriptor.h"
+
+namespace machine {
+
+/// Where a message goes to or comes from.
+struct MctpPeer {
+    uint32_t net = 0;
+    uint8_t eid = 0;
+    uint8_t tag = 0;         ///< 3 bits
+    bool tag_owner = false;  ///< a request
+};
+
+/// A message that was received: its peer, and how many bytes of it are in the buffer.
+struct MctpArrival {
+    MctpPeer peer;
+    size_t length = 0;
+};
+
+class MctpSocket {
+public:
+    /// errno tells why where this gives none; see mctp_objection().
+    static std::optional<MctpSocket> open();
+
+    /// Receives what others ask of the BMC in messages of one type. @return false with errno set
+    bool listen(uint32_t net, uint8_t type);
+
+    /// @param message  type byte first, at least that. With peer.tag_owner the kernel chooses a tag
+    bool send(const MctpPeer& peer, std::span<const uint8_t> message);
+
+    /// Waits for a message and takes it. One that is longer than the buffer is none.
+    /// @param wait_ms  at most, from now on
+    /// @param wanted   whether a message from this peer, with this type byte, is the one
+    template <typename Wanted>
+    std::optional<MctpArrival> receive(std::span<uint8_t> buffer, int wait_ms, Wanted wanted) {
+        const int64_t deadline = now_ms() + wait_ms;
+        while (wait_until(deadline)) {
+            std::optional<MctpArrival> arrival = take(buffer);
+            if (arrival && wanted(arrival->peer, buffer[0])) {
+                return arrival;
+            }
+        }
+        return std::nullopt;
+    }
+
+    /// Milliseconds of a clock that only runs forward.
+    static int64_t now_ms();
+
+private:
+    explicit MctpSocket(Descriptor socket) : socket_(std::move(socket)) {}
+
+    bool wait_until(int64_t deadline) const;
+    std::optional<MctpArrival> take(std::span<uint8_t> buffer) const;
+
+    Descriptor socket_;
+};
+
+/// Why this machine has no MCTP sockets; empty where it has.
+std::string mctp_objection();
+
+}  // namespace machine
+
+#endif

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+// The records that all services of the machine share, in a file that each of them maps.
+#include "platform/linux/records.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/linux/descriptor.h"
+
+namespace machine {
+
+namespace {
+
+constexpr uint32_t kMagic = 0x53424C31;  // "SBL1"; another one for another layout
+constexpr Records::Layout kLayout{kMagic, sizeof(Records), sizeof(pthread_mutex_t), sizeof(void*)};
+constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kFileMode = 0660;
+
+static_assert(sizeof(pthread_mutex_t) <= sizeof(lx_mutex));
+
+bool init_mutex(lx_mutex& mutex) {
+    pthread_mutexattr_t attributes;
+    if (pthread_mutexattr_init(&attributes) != 0) {
+        return false;
+    }
+    // ERRORCHECK: a thread that takes one twice is told, instead of waiting for itself.
+    const bool made =
+        pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK) == 0 &&
+        pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0 &&
+        pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
+        pthread_mutex_init(reinterpret_cast<pthread_mutex_t*>(&mutex), &attributes) == 0;
+    pthread_mutexattr_destroy(&attributes);
+    return made;
+}
+
+bool fill(Records& records, uint8_t mpio_state) {
+    bool made = true;
+    for (lx_mutex& mutex : records.global_var.bus_mutex) {
+        made = made && init_mutex(mutex);
+    }
+    for (lx_mutex& mutex : records.i2c_channel) {
+        made = made && init_mutex(mutex);
+    }
+    plt_global_var& var = records.global_var;
+    plt_global_sec_var& sec_var = records.global_sec_var;
+    for (lx_mutex* mutex :
+         {&var.global_lock, &var.ncsi_lock, &sec_var.eid_mutex, &sec_var.mpio_mutex}) {
+        made = made && init_mutex(*mutex);
+    }
+    sec_var.mpio_state = mpio_state;
+    if (made) {
+        std::atomic_thread_fence(std::memory_order_release);
+        records.layout = kLayout;
+    }
+    return made;
+}
+
+std::string reason(const std::string& path) {
+    return path + ": " + std::strerror(errno);
+}
+
+}  // namespace
+
+RecordsFile::~RecordsFile() {
+    if (records_ != nullptr) {
+        munmap(records_, sizeof(Records));
+    }
+}
+
+bool RecordsFile::attach(const std::string& folder, uint8_t mpio_state) {
+    trouble_.clear();
+    if (mkdir(folder.c_str(), kFolderMode) != 0 && errno != EEXIST) {
+        trouble_ = reason(folder);
+    } else if (map(folder + "/locks", mpio_state)) {
+        return true;
+    }
+    void* own =
+        mmap(nullptr, sizeof(Records), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    records_ = own != MAP_FAILED ? static_cast<Records*>(own) : nullptr;
+    return false;
+}
+
+/// Whoever comes first fills the file, under a lock that ends with its holder.
+bool RecordsFile::map(const std::string& path, uint8_t mpio_state) {
+    const Descriptor file(
+        open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, kFileMode));
+    struct stat status {};
+    if (!file || flock(file.get(), LOCK_EX) != 0 || fstat(file.get(), &status) != 0) {
+        trouble_ = reason(path);
+        return false;
+    }
+    if (!S_ISREG(status.st_mode) ||
+        (status.st_size != 0 && status.st_size != static_cast<off_t>(sizeof(Records)))) {
+        trouble_ = path + ": is not the lock file of this version";
+        return false;
+    }
+    void* const mapped =
+        ftruncate(file.get(), sizeof(Records)) == 0
+            ? mmap(nullptr, sizeof(Records), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0)
+            : MAP_FAILED;
+    if (mapped == MAP_FAILED) {
+        trouble_ = reason(path);
+        return false;
+    }
+    auto* const records = static_cast<Records*>(mapped);
+    const bool blank = records->layout == Records::Layout{};
+    if (blank ? !fill(*records, mpio_state) : records->layout != kLayout) {
+        trouble_ = path + ": is not the lock file of this version";
+        munmap(mapped, sizeof(Records));
+        return false;
+    }
+    records_ = records;
+    return true;
+}
+
+bool RecordsFile::has(const lx_mutex* mutex) const {
+    if (records_ == nullptr || !shared()) {
+        return false;
+    }
+    const auto at = reinterpret_cast<uintptr_t>(mutex);
+    const auto within = [at](const auto& mutexes) {
+        const auto first = reinterpret_cast<uintptr_t>(&mutexes);
+        return at >= first && at < first + sizeof mutexes && (at - first) % sizeof(lx_mutex) == 0;
+    };
+    const plt_global_var& var = records_->global_var;
+    const plt_global_sec_var& sec_var = records_->global_sec_var;
+    return within(var.bus_mutex) || within(var.global_lock) || within(var.ncsi_lock) ||
+           within(sec_var.eid_mutex) || within(sec_var.mpio_mutex) || within(records_->i2c_channel);
+}
+
+}  // namespace machine
