@@ -51,7 +51,7 @@ struct Device {
     uint8_t eid = 0;
 
     uint16_t read_timeout_ms = 0;  ///< 0: the default of the way
-    std::optional<Card> card;
+    std::optional<Card> card = std::nullopt;
 };
 
 struct Board {

@@ -88,7 +88,8 @@ bool RecordsFile::attach(const std::string& folder, uint8_t mpio_state) {
     return false;
 }
 
-/// Whoever comes first fills the file, under a lock that ends with its holder.
+/// Whoever comes first fills the file, under a lock that ends with its holder. The mapping holds
+/// the file open, so that closing the descriptor would not end it.
 bool RecordsFile::map(const std::string& path, uint8_t mpio_state) {
     const Descriptor file(
         open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, kFileMode));
@@ -112,7 +113,9 @@ bool RecordsFile::map(const std::string& path, uint8_t mpio_state) {
     }
     auto* const records = static_cast<Records*>(mapped);
     const bool blank = records->layout == Records::Layout{};
-    if (blank ? !fill(*records, mpio_state) : records->layout != kLayout) {
+    const bool sound = blank ? fill(*records, mpio_state) : records->layout == kLayout;
+    flock(file.get(), LOCK_UN);
+    if (!sound) {
         trouble_ = path + ": is not the lock file of this version";
         munmap(mapped, sizeof(Records));
         return false;

@@ -1,0 +1,298 @@
+// SPDX-License-Identifier: Apache-2.0
+// Locks of a Linux machine: between threads, between processes, and of a process that was killed.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "machine_test.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+class LinuxLocks : public machine_test::MachineTest {
+protected:
+    void SetUp() override {
+        MachineTest::SetUp();
+        machine::use(board());
+        ASSERT_TRUE(machine::in_use()->records.shared()) << machine::in_use()->records.trouble();
+    }
+
+    lx_mutex* bus(int number) { return &at_p_St_GlobalVar->bus_mutex[number]; }
+};
+
+int take(lx_mutex* mutex, int wait_ms = LX_MUTEX_WAIT_FOREVER) {
+    return lx_mutex_get(mutex, wait_ms);
+}
+
+/// Runs a part of a test in a process of its own, which has opened the board by itself.
+template <typename Part>
+pid_t start_process(const machine::Board& board, Part part) {
+    const pid_t child = fork();
+    if (child == 0) {
+        machine::use(board);
+        part();
+        _exit(0);
+    }
+    return child;
+}
+
+/// A pipe over which one process tells another that it has got somewhere.
+class Signal {
+public:
+    Signal() { EXPECT_EQ(pipe(ends_), 0); }
+    ~Signal() {
+        close(ends_[0]);
+        close(ends_[1]);
+    }
+    Signal(const Signal&) = delete;
+    Signal& operator=(const Signal&) = delete;
+    void give() { EXPECT_EQ(write(ends_[1], "x", 1), 1); }
+    void await() {
+        char byte = 0;
+        EXPECT_EQ(read(ends_[0], &byte, 1), 1);
+    }
+
+private:
+    int ends_[2] = {-1, -1};
+};
+
+int status_of(pid_t child) {
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status;
+}
+
+TEST_F(LinuxLocks, EveryOneCanBeTakenAndReleased) {
+    std::vector<lx_mutex*> all{&at_p_St_GlobalVar->global_lock, &at_p_St_GlobalVar->ncsi_lock,
+                               &at_p_St_GlobalSecVar->eid_mutex, &at_p_St_GlobalSecVar->mpio_mutex};
+    for (lx_mutex& mutex : at_p_St_GlobalVar->bus_mutex) {
+        all.push_back(&mutex);
+    }
+    for (lx_mutex* mutex : all) {
+        EXPECT_EQ(take(mutex), 0);
+    }
+    for (int channel = 0; channel < PLT_I2C_BUS_COUNT; ++channel) {
+        EXPECT_EQ(i2c_chnl_mutex_get(static_cast<uint8_t>(channel), 0), 0);
+        EXPECT_EQ(i2c_chnl_mutex_put(static_cast<uint8_t>(channel)), 0);
+    }
+    for (lx_mutex* mutex : all) {
+        EXPECT_EQ(lx_mutex_put(mutex), 0);
+    }
+}
+
+TEST_F(LinuxLocks, OneThatItsOwnThreadHoldsIsRefused) {
+    EXPECT_EQ(take(bus(2)), 0);
+    EXPECT_NE(take(bus(2)), 0);
+    EXPECT_EQ(lx_mutex_put(bus(2)), 0);
+    EXPECT_NE(lx_mutex_put(bus(2)), 0) << "released twice";
+}
+
+TEST_F(LinuxLocks, OnlyItsOwnerReleasesOne) {
+    EXPECT_EQ(take(bus(2)), 0);
+    std::thread([this] { EXPECT_NE(lx_mutex_put(bus(2)), 0); }).join();
+    EXPECT_EQ(lx_mutex_put(bus(2)), 0);
+}
+
+TEST_F(LinuxLocks, AWaitEndsAtItsTime) {
+    EXPECT_EQ(take(bus(2)), 0);
+    std::thread([this] {
+        const Clock::time_point begin = Clock::now();
+        EXPECT_NE(take(bus(2), 1050), 0);
+        EXPECT_GE(Clock::now() - begin, milliseconds(1050));
+        EXPECT_NE(take(bus(2), 0), 0);
+    }).join();
+    EXPECT_EQ(lx_mutex_put(bus(2)), 0);
+}
+
+TEST_F(LinuxLocks, ThreadsTakeTurns) {
+    int inside = 0;
+    std::atomic<int> most{0};
+    const auto turns = [&] {
+        for (int i = 0; i < 500; ++i) {
+            ASSERT_EQ(take(bus(7)), 0);
+            most = std::max(most.load(), ++inside);
+            std::this_thread::yield();
+            --inside;
+            ASSERT_EQ(lx_mutex_put(bus(7)), 0);
+        }
+    };
+    std::thread one(turns);
+    std::thread other(turns);
+    one.join();
+    other.join();
+    EXPECT_EQ(most, 1);
+}
+
+TEST_F(LinuxLocks, AnotherProcessWaits) {
+    Signal waiting;
+    EXPECT_EQ(take(bus(2)), 0);
+    EXPECT_EQ(i2c_chnl_mutex_get(2, 0), 0);
+    const pid_t child = start_process(board(), [&] {
+        if (take(bus(2), 0) == 0 || i2c_chnl_mutex_get(2, 0) == 0 || take(bus(3), 0) != 0) {
+            _exit(1);
+        }
+        waiting.give();
+        _exit(take(bus(2)) == 0 ? 0 : 2);
+    });
+    waiting.await();
+    EXPECT_EQ(i2c_chnl_mutex_put(2), 0);
+    EXPECT_EQ(lx_mutex_put(bus(2)), 0);
+    EXPECT_EQ(status_of(child), 0);
+    // It ended with the lock in its hands.
+    EXPECT_EQ(take(bus(2)), 0);
+    EXPECT_EQ(lx_mutex_put(bus(2)), 0);
+}
+
+TEST_F(LinuxLocks, OneOfAKilledProcessIsFreeAgain) {
+    Signal holding;
+    const pid_t child = start_process(board(), [&] {
+        if (take(bus(2)) == 0 && i2c_chnl_mutex_get(4, 0) == 0) {
+            holding.give();
+        }
+        pause();
+    });
+    holding.await();
+    EXPECT_NE(take(bus(2), 0), 0);
+    EXPECT_EQ(kill(child, SIGKILL), 0);
+    EXPECT_EQ(status_of(child), SIGKILL);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(take(bus(2), 0), 0);
+        EXPECT_EQ(i2c_chnl_mutex_get(4, 0), 0);
+        EXPECT_EQ(i2c_chnl_mutex_put(4), 0);
+        EXPECT_EQ(lx_mutex_put(bus(2)), 0);
+    }
+}
+
+TEST_F(LinuxLocks, OneThatIsWaitedForPassesOnWhenItsOwnerIsKilled) {
+    Signal holding;
+    const pid_t child = start_process(board(), [&] {
+        if (take(&at_p_St_GlobalSecVar->eid_mutex) == 0) {
+            holding.give();
+        }
+        pause();
+    });
+    holding.await();
+    std::thread killer([child] {
+        std::this_thread::sleep_for(milliseconds(50));
+        kill(child, SIGKILL);
+    });
+    EXPECT_EQ(take(&at_p_St_GlobalSecVar->eid_mutex), 0);
+    killer.join();
+    EXPECT_EQ(status_of(child), SIGKILL);
+    EXPECT_EQ(lx_mutex_put(&at_p_St_GlobalSecVar->eid_mutex), 0);
+}
+
+TEST_F(LinuxLocks, OnlyThoseOfTheRecordsAreTaken) {
+    lx_mutex own{};
+    EXPECT_NE(take(&own), 0);
+    EXPECT_NE(lx_mutex_put(&own), 0);
+    EXPECT_NE(take(nullptr), 0);
+    auto* const askew = reinterpret_cast<lx_mutex*>(reinterpret_cast<char*>(bus(2)) + 8);
+    EXPECT_NE(take(askew), 0);
+    machine::use_none();
+    EXPECT_NE(i2c_chnl_mutex_get(2, 0), 0);
+    EXPECT_NE(take(&at_p_St_GlobalVar->global_lock), 0);
+}
+
+TEST_F(LinuxLocks, ProcessesShareTheRecords) {
+    at_p_St_GlobalVar->next_eid = 77;
+    const pid_t child = start_process(board(), [] {
+        const bool seen = at_p_St_GlobalVar->next_eid == 77;
+        at_p_St_GlobalVar->nvme_fw_update_status = 42;
+        _exit(seen ? 0 : 1);
+    });
+    EXPECT_EQ(status_of(child), 0);
+    EXPECT_EQ(at_p_St_GlobalVar->nvme_fw_update_status, 42);
+}
+
+TEST_F(LinuxLocks, ManyProcessesMayOpenAtOnce) {
+    machine_test::Folder fresh;
+    machine::Board other = board();
+    other.run_folder = fresh.at("run");
+    std::vector<pid_t> children;
+    for (int i = 0; i < 8; ++i) {
+        children.push_back(start_process(other, [] {
+            for (int round = 0; round < 50; ++round) {
+                if (take(&at_p_St_GlobalVar->global_lock) != 0) {
+                    _exit(1);
+                }
+                ++at_p_St_GlobalVar->next_eid;
+                lx_mutex_put(&at_p_St_GlobalVar->global_lock);
+            }
+        }));
+    }
+    for (const pid_t child : children) {
+        EXPECT_EQ(status_of(child), 0);
+    }
+    machine::use(other);
+    EXPECT_EQ(at_p_St_GlobalVar->next_eid, static_cast<uint8_t>(8 * 50));
+}
+
+class LockFile : public machine_test::MachineTest {
+protected:
+    /// What the first lock says that is wanted.
+    std::string trouble() {
+        machine::use(board());
+        EXPECT_FALSE(machine::in_use()->records.shared());
+        EXPECT_NE(take(&at_p_St_GlobalVar->global_lock), 0);
+        EXPECT_NE(i2c_chnl_mutex_get(0, 0), 0);
+        EXPECT_EQ(console.size(), 1U) << "told once";
+        return console.empty() ? "" : console.front();
+    }
+};
+
+TEST_F(LockFile, OfAnotherVersionIsNotUsed) {
+    std::filesystem::create_directory(folder.at("run"));
+    machine_test::write_file(folder.at("run/locks"), std::string(sizeof(machine::Records), 'x'));
+    EXPECT_EQ(trouble(),
+              "locks: " + folder.at("run/locks") + ": is not the lock file of this version");
+    EXPECT_EQ(machine_test::content_of(folder.at("run/locks")),
+              std::string(sizeof(machine::Records), 'x'));
+}
+
+TEST_F(LockFile, OfAnotherSizeIsNotUsed) {
+    std::filesystem::create_directory(folder.at("run"));
+    machine_test::write_file(folder.at("run/locks"), "text");
+    EXPECT_EQ(trouble(),
+              "locks: " + folder.at("run/locks") + ": is not the lock file of this version");
+}
+
+TEST_F(LockFile, ThatSomebodyBeganAndDidNotFinishIsMadeAnew) {
+    std::filesystem::create_directory(folder.at("run"));
+    machine_test::write_file(folder.at("run/locks"), std::string(sizeof(machine::Records), '\0'));
+    machine::use(board());
+    EXPECT_TRUE(machine::in_use()->records.shared());
+    EXPECT_EQ(take(&at_p_St_GlobalVar->global_lock), 0);
+    EXPECT_EQ(lx_mutex_put(&at_p_St_GlobalVar->global_lock), 0);
+}
+
+TEST_F(LockFile, IsNoLink) {
+    std::filesystem::create_directory(folder.at("run"));
+    std::filesystem::create_symlink(folder.at("elsewhere"), folder.at("run/locks"));
+    EXPECT_EQ(trouble(),
+              "locks: " + folder.at("run/locks") + ": Too many levels of symbolic links");
+    EXPECT_FALSE(std::filesystem::exists(folder.at("elsewhere")));
+}
+
+TEST_F(LockFile, WithoutItsFolderThereAreNoLocksButRecords) {
+    machine_test::write_file(folder.at("run"), "a file");
+    EXPECT_EQ(trouble(), "locks: " + folder.at("run/locks") + ": Not a directory");
+    at_p_St_GlobalVar->next_eid = 9;
+    EXPECT_EQ(at_p_St_GlobalVar->next_eid, 9);
+}
+
+TEST_F(LockFile, IsWhereTheEnvironmentSaysIfItDoes) {
+    setenv(machine::kRunFolderVariable, folder.at("other").c_str(), 1);
+    machine::use(board());
+    unsetenv(machine::kRunFolderVariable);
+    EXPECT_TRUE(std::filesystem::exists(folder.at("other/locks")));
+    EXPECT_FALSE(std::filesystem::exists(folder.at("run")));
+}
+
+}  // namespace
