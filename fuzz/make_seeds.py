@@ -15,6 +15,7 @@ sys.dont_write_bytecode = True  # no __pycache__ in the source tree
 from seeds.control import control_seeds  # noqa: E402
 from seeds.firmware import package_seeds, fw_update_seeds  # noqa: E402
 from seeds.fru import fru_seeds  # noqa: E402
+from seeds.netlink import netlink_seeds  # noqa: E402
 from seeds.ncsi import ncsi_seeds  # noqa: E402
 from seeds.nvme import nvme_seeds, nvme_admin_seeds  # noqa: E402
 from seeds.pcie import pcie_seeds  # noqa: E402
@@ -28,8 +29,8 @@ SEEDS = {"fuzz-receive": receive_seeds, "fuzz-control": control_seeds, "fuzz-pld
          "fuzz-pcie": pcie_seeds, "fuzz-pdr": pdr_seeds, "fuzz-fru": fru_seeds,
          "fuzz-package": package_seeds, "fuzz-fw-update": fw_update_seeds,
          "fuzz-ncsi": ncsi_seeds, "fuzz-nvme": nvme_seeds,
-         "fuzz-nvme-admin": nvme_admin_seeds, "fuzz-serial": serial_seeds,
-         "fuzz-socket": socket_seeds}
+         "fuzz-nvme-admin": nvme_admin_seeds, "fuzz-netlink": netlink_seeds,
+         "fuzz-serial": serial_seeds, "fuzz-socket": socket_seeds}
 
 
 def main():
