@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include "platform/linux/descriptor.h"
 
@@ -26,41 +27,44 @@ constexpr mode_t kFileMode = 0660;
 
 static_assert(sizeof(pthread_mutex_t) <= sizeof(lx_mutex));
 
-bool init_mutex(lx_mutex& mutex) {
+/// @return 0 or an errno; ENOTSUP where the kernel has no robust mutexes
+int init_mutex(lx_mutex& mutex) {
     pthread_mutexattr_t attributes;
-    if (pthread_mutexattr_init(&attributes) != 0) {
-        return false;
+    int failed = pthread_mutexattr_init(&attributes);
+    if (failed != 0) {
+        return failed;
     }
     // ERRORCHECK: a thread that takes one twice is told, instead of waiting for itself.
-    const bool made =
-        pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK) == 0 &&
-        pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0 &&
-        pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
-        pthread_mutex_init(reinterpret_cast<pthread_mutex_t*>(&mutex), &attributes) == 0;
+    failed = pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
+    failed =
+        failed != 0 ? failed : pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+    failed = failed != 0 ? failed : pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+    failed = failed != 0
+                 ? failed
+                 : pthread_mutex_init(reinterpret_cast<pthread_mutex_t*>(&mutex), &attributes);
     pthread_mutexattr_destroy(&attributes);
-    return made;
+    return failed;
 }
 
-bool fill(Records& records, uint8_t mpio_state) {
-    bool made = true;
-    for (lx_mutex& mutex : records.global_var.bus_mutex) {
-        made = made && init_mutex(mutex);
-    }
-    for (lx_mutex& mutex : records.i2c_channel) {
-        made = made && init_mutex(mutex);
-    }
+/// @return 0 or an errno
+int fill(Records& records, uint8_t mpio_state) {
     plt_global_var& var = records.global_var;
     plt_global_sec_var& sec_var = records.global_sec_var;
-    for (lx_mutex* mutex :
-         {&var.global_lock, &var.ncsi_lock, &sec_var.eid_mutex, &sec_var.mpio_mutex}) {
-        made = made && init_mutex(*mutex);
+    std::vector<lx_mutex*> mutexes{&var.global_lock, &var.ncsi_lock, &sec_var.eid_mutex,
+                                   &sec_var.mpio_mutex};
+    for (size_t i = 0; i < PLT_I2C_BUS_COUNT; ++i) {
+        mutexes.push_back(&var.bus_mutex[i]);
+        mutexes.push_back(&records.i2c_channel[i]);
+    }
+    for (lx_mutex* mutex : mutexes) {
+        if (const int failed = init_mutex(*mutex); failed != 0) {
+            return failed;
+        }
     }
     sec_var.mpio_state = mpio_state;
-    if (made) {
-        std::atomic_thread_fence(std::memory_order_release);
-        records.layout = kLayout;
-    }
-    return made;
+    std::atomic_thread_fence(std::memory_order_release);
+    records.layout = kLayout;
+    return 0;
 }
 
 std::string reason(const std::string& path) {
@@ -113,10 +117,12 @@ bool RecordsFile::map(const std::string& path, uint8_t mpio_state) {
     }
     auto* const records = static_cast<Records*>(mapped);
     const bool blank = records->layout == Records::Layout{};
-    const bool sound = blank ? fill(*records, mpio_state) : records->layout == kLayout;
+    const int failed = blank ? fill(*records, mpio_state) : 0;
     flock(file.get(), LOCK_UN);
-    if (!sound) {
-        trouble_ = path + ": is not the lock file of this version";
+    if (failed != 0 || records->layout != kLayout) {
+        trouble_ = path + ": " +
+                   (failed != 0 ? std::string("robust mutexes: ") + std::strerror(failed)
+                                : "is not the lock file of this version");
         munmap(mapped, sizeof(Records));
         return false;
     }

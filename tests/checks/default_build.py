@@ -12,11 +12,14 @@ import sys
 import tempfile
 
 LINE = re.compile(r"`(meson setup build) && ninja -C build && sudo meson install -C build`")
-# What is built: the libraries, the tool, and what they have in common. By name and kind.
+# What is built: the libraries, the tools, and what they have in common. By name and kind.
 BUILT = {("sideband", "shared library"), ("sideband-sim", "shared library"),
-         ("sideband-sim", "executable"), ("sim_core", "static library")}
-INSTALLED = re.compile(r"libsideband(-sim)?\.so[.0-9]*$|/bin/sideband-sim$|/sideband(-sim)?\.pc$"
-                       r"|/sideband(-sim)?/\w+\.h$|/doc/sideband/[\w-]+\.md$")
+         ("sideband-sim", "executable"), ("sim_core", "static library"),
+         ("sideband-linux", "shared library"), ("sideband", "executable"),
+         ("machine_core", "static library"), ("board_file_core", "static library"),
+         ("pcapng_core", "static library"), ("tool-core", "static library")}
+INSTALLED = re.compile(r"libsideband(-sim|-linux)?\.so[.0-9]*$|/bin/sideband(-sim)?$|/sideband(-sim|-linux)?\.pc$"
+                       r"|/sideband(-sim|-linux)?/\w+\.h$|/doc/sideband/[\w-]+\.md$")
 
 
 def meson(*arguments):

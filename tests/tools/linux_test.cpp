@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tests of the tool on the platform library for a Linux machine, whose kernel has no MCTP here.
+#include <cstdlib>
+
+#include "tool_runner.h"
+
+namespace {
+
+using tool_test::contains;
+using tool_test::expect_error;
+using tool_test::one_document;
+using tool_test::Outcome;
+using tool_test::run_tool;
+using tool_test::TemporaryFile;
+using Strings = std::vector<std::string>;
+
+const char* const kBoard = R"({
+  "name": "rack7",
+  "devices": [
+    {"name": "nic0", "mctp": {"net": 1, "eid": 9}},
+    {"name": "gpu0", "bus": 3, "address": "0x9e"}
+  ]
+})";
+
+const std::string kNoMctp = "this kernel has no MCTP sockets (CONFIG_MCTP)";
+const std::string kNoI2c =
+    "this platform reaches devices through the kernel's MCTP only, as mctp:NET,EID";
+
+class LinuxTool : public ::testing::Test {
+protected:
+    /// Whatever the machine has, the tool's kernel has no MCTP; and locks are the test's own.
+    static void SetUpTestSuite() {
+        setenv("LD_PRELOAD", std::getenv("SIDEBAND_NO_MCTP"), 1);
+        const char* const before = std::getenv("ASAN_OPTIONS");
+        const std::string options =
+            std::string(before != nullptr ? before : "") + ":verify_asan_link_order=0";
+        setenv("ASAN_OPTIONS", options.c_str(), 1);
+        setenv("SIDEBAND_RUN_FOLDER", (::testing::TempDir() + "sideband-run").c_str(), 1);
+    }
+    TemporaryFile board_{kBoard};
+};
+
+TEST_F(LinuxTool, OffersWhatNeedsNoSimulator) {
+    const Outcome help = run_tool({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_TRUE(contains(help.out, "Usage: sideband ")) << help.out;
+    EXPECT_TRUE(contains(help.out, "(default: /etc/sideband/board.json)")) << help.out;
+    for (const char* command : {"scan", "mctp", "raw", "pldm", "ncsi", "nvme", "pkg"}) {
+        EXPECT_TRUE(contains(help.out, std::string("\n  ") + command + " ")) << command;
+    }
+    EXPECT_FALSE(contains(help.out, "demo")) << help.out;
+    expect_error(run_tool({"demo"}), 2, "sideband: demo: no such command (try --help)");
+    EXPECT_EQ(run_tool({"--version"}).out, "sideband " SIDEBAND_VERSION "\n");
+    EXPECT_TRUE(contains(run_tool({"mctp", "eid", "--help"}).out, "mctp:NET,EID"));
+}
+
+TEST_F(LinuxTool, ReadsTheNamesOfEndpoints) {
+    const struct {
+        const char* name;
+        const char* why;
+    } malformed[] = {
+        {"mctp:9", "an endpoint of the kernel's MCTP is named mctp:NET,EID"},
+        {"mctp:", "an endpoint of the kernel's MCTP is named mctp:NET,EID"},
+        {"mctp:0,9", "the network is a number from 1 to 4294967295"},
+        {"mctp:x,9", "the network is a number from 1 to 4294967295"},
+        {"mctp:4294967296,9", "the network is a number from 1 to 4294967295"},
+        {"mctp:1,7", "the EID is a number from 8 to 254"},
+        {"mctp:1,255", "the EID is a number from 8 to 254"},
+        {"mctp:1,", "the EID is a number from 8 to 254"},
+        {"mctp:1,9,1", "the EID is a number from 8 to 254"},
+    };
+    for (const auto& each : malformed) {
+        expect_error(run_tool({"mctp", "eid", each.name}), 2,
+                     std::string("sideband: mctp eid: ") + each.name + ": " + each.why);
+    }
+}
+
+TEST_F(LinuxTool, SaysThatTheKernelHasNoMctp) {
+    for (const Strings& command : {Strings{"mctp", "eid"},
+                                   {"mctp", "uuid"},
+                                   {"mctp", "routes"},
+                                   {"pldm", "info"},
+                                   {"pldm", "sensors"},
+                                   {"pldm", "fru"},
+                                   {"pldm", "fw-info"},
+                                   {"ncsi", "discover"},
+                                   {"nvme", "health"}}) {
+        for (const char* name : {"mctp:1,9", "mctp:4294967295,254", "pcie:01:00.0"}) {
+            Strings arguments = command;
+            arguments.emplace_back(name);
+            expect_error(
+                run_tool(arguments), 1,
+                "sideband: " + command[0] + " " + command[1] + ": " + name + ": " + kNoMctp);
+        }
+    }
+    expect_error(run_tool({"scan"}), 1,
+                 "sideband: scan: the kernel does not tell who is there: " + kNoMctp);
+    const Outcome json = run_tool({"--json", "scan"});
+    EXPECT_EQ(json.status, 1);
+    EXPECT_EQ(one_document(json.out)["error"]["exit_status"], 1);
+}
+
+TEST_F(LinuxTool, DevicesHaveTheirNamesFromTheBoard) {
+    const std::string file = board_.path();
+    expect_error(run_tool({"--board", file, "mctp", "eid", "nic0"}), 1,
+                 "sideband: mctp eid: nic0: " + kNoMctp);
+    expect_error(run_tool({"--board", file, "mctp", "eid", "gpu0"}), 1,
+                 "sideband: mctp eid: gpu0: " + kNoI2c);
+    expect_error(run_tool({"--board", file, "mctp", "eid", "i2c:3:0x9e"}), 1,
+                 "sideband: mctp eid: i2c:3:0x9e: " + kNoI2c);
+    expect_error(run_tool({"--board", file, "mctp", "eid", "ssd0"}), 1,
+                 "sideband: mctp eid: ssd0: no such device on board rack7; it has: nic0, gpu0");
+}
+
+TEST_F(LinuxTool, ScansTheDevicesOfTheBoard) {
+    const Outcome run = run_tool({"--json", "--board", board_.path(), "scan"});
+    EXPECT_EQ(run.status, 1);
+    const nlohmann::ordered_json document = one_document(run.out);
+    EXPECT_EQ(document["board"], "rack7");
+    ASSERT_EQ(document["endpoints"].size(), 2U);
+    const nlohmann::ordered_json& nic = document["endpoints"][0];
+    EXPECT_EQ(nic["endpoint"], "nic0");
+    EXPECT_EQ(nic["location"], "mctp:1,9");
+    EXPECT_EQ(nic["transport"], "mctp");
+    EXPECT_EQ(nic["net"], 1);
+    EXPECT_EQ(nic["status"], "failed");
+    EXPECT_TRUE(contains(nic["error"]["message"], kNoMctp)) << nic;
+    EXPECT_EQ(document["endpoints"][1]["location"], "i2c:3:0x9e");
+}
+
+TEST_F(LinuxTool, TellsWhatIsWrongWithABoardFile) {
+    const TemporaryFile wrong(
+        "{\"name\": \"x\",\n \"devices\": [{\"name\": \"a\",\n"
+        "   \"mctp\": {\"nett\": 1, \"eid\": 300}}]}");
+    const Outcome run = run_tool({"--board", wrong.path(), "scan"});
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(run.out, "");
+    const std::string place = "sideband: scan: " + wrong.path() + ":3: devices[0].mctp.";
+    EXPECT_EQ(run.err, place + "eid: must be a whole number from 8 to 254\n" + place +
+                           "nett: no such key; did you mean net?\n");
+    expect_error(run_tool({"--board", "/none", "scan"}), 3,
+                 "sideband: scan: /none: No such file or directory");
+}
+
+}  // namespace
