@@ -62,14 +62,6 @@ protected:
         return described;
     }
 
-    /// Emulators of a user's processes have no robust mutexes: nothing about locks can be tried
-    /// there.
-    bool kernel_is_robust() {
-        machine::use(board());
-        const std::string trouble = machine::in_use()->records.trouble();
-        return trouble.find("robust mutexes: ") == std::string::npos;
-    }
-
     Folder folder;
     std::vector<std::string> console;  ///< lines of console_log()
 };
