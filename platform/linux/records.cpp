@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <vector>
@@ -62,7 +61,6 @@ int fill(Records& records, uint8_t mpio_state) {
         }
     }
     sec_var.mpio_state = mpio_state;
-    std::atomic_thread_fence(std::memory_order_release);
     records.layout = kLayout;
     return 0;
 }

@@ -78,20 +78,22 @@ int status_of(pid_t child) {
 }
 
 TEST_F(LinuxLocks, EveryOneCanBeTakenAndReleased) {
-    std::vector<lx_mutex*> all{&at_p_St_GlobalVar->global_lock, &at_p_St_GlobalVar->ncsi_lock,
-                               &at_p_St_GlobalSecVar->eid_mutex, &at_p_St_GlobalSecVar->mpio_mutex};
-    for (lx_mutex& mutex : at_p_St_GlobalVar->bus_mutex) {
-        all.push_back(&mutex);
-    }
-    for (lx_mutex* mutex : all) {
+    const std::vector<lx_mutex*> outer{
+        &at_p_St_GlobalVar->global_lock, &at_p_St_GlobalVar->ncsi_lock,
+        &at_p_St_GlobalSecVar->mpio_mutex, &at_p_St_GlobalSecVar->eid_mutex};
+    for (lx_mutex* mutex : outer) {
         EXPECT_EQ(take(mutex), 0);
+    }
+    for (int number = 0; number < PLT_I2C_BUS_COUNT; ++number) {
+        EXPECT_EQ(take(bus(number)), 0);
+        EXPECT_EQ(lx_mutex_put(bus(number)), 0);
+    }
+    for (lx_mutex* mutex : outer) {
+        EXPECT_EQ(lx_mutex_put(mutex), 0);
     }
     for (int channel = 0; channel < PLT_I2C_BUS_COUNT; ++channel) {
         EXPECT_EQ(i2c_chnl_mutex_get(static_cast<uint8_t>(channel), 0), 0);
         EXPECT_EQ(i2c_chnl_mutex_put(static_cast<uint8_t>(channel)), 0);
-    }
-    for (lx_mutex* mutex : all) {
-        EXPECT_EQ(lx_mutex_put(mutex), 0);
     }
 }
 
