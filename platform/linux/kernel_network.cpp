@@ -23,7 +23,7 @@ namespace {
 using Progress = NetworkTables::Progress;
 
 /// The kernel fills datagrams of 32 KiB at most.
-constexpr size_t kDatagramSize = 64 * 1024;
+constexpr size_t kDatagramSize = 65536;
 constexpr timeval kPatience{.tv_sec = 5, .tv_usec = 0};
 /// Datagrams of one answer; a machine with more entries than the tables hold needs no more.
 constexpr int kMostDatagrams = 4096;

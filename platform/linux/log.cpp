@@ -18,7 +18,7 @@ namespace {
 constexpr size_t kLongestLine = 1024;
 
 std::mutex sink_mutex;
-std::function<void(std::string_view)> sink;
+std::function<void(std::string_view)> console_sink;
 
 /// A line of a log, without the line ends behind it; cut where it is too long.
 class Line {
@@ -40,9 +40,9 @@ private:
 
 }  // namespace
 
-void machine::lead_console(std::function<void(std::string_view)> to) {
+void machine::lead_console(std::function<void(std::string_view)> sink) {
     const std::lock_guard guard(sink_mutex);
-    sink = std::move(to);
+    console_sink = std::move(sink);
 }
 
 void ipmi_syslog(const char* format, ...) {
@@ -69,8 +69,8 @@ void console_log(const char* format, ...) {
     va_end(arguments);
     {
         const std::lock_guard guard(sink_mutex);
-        if (sink) {
-            sink(line.view());
+        if (console_sink) {
+            console_sink(line.view());
         } else {
             std::fprintf(stderr, "%s\n", line.c_str());
         }

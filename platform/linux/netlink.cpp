@@ -219,7 +219,8 @@ std::vector<Reachable> NetworkTables::reachable() const {
     collect(own_, own);
     collect(others_, others);
     std::vector<Reachable> list;
-    std::ranges::set_difference(others, own, std::back_inserter(list));
+    std::set_difference(others.begin(), others.end(), own.begin(), own.end(),
+                        std::back_inserter(list));
     return list;
 }
 

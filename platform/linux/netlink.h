@@ -18,7 +18,10 @@ namespace machine {
 struct Reachable {
     uint32_t net = 0;
     uint8_t eid = 0;
-    auto operator<=>(const Reachable&) const = default;
+    bool operator==(const Reachable&) const = default;
+    bool operator<(const Reachable& other) const {
+        return net != other.net ? net < other.net : eid < other.eid;
+    }
 };
 
 /// The kernel's tables, as far as they have been read.

@@ -24,7 +24,7 @@ namespace machine {
 
 namespace {
 
-constexpr size_t kLargestPacket = 64 * 1024;
+constexpr size_t kLargestPacket = 65536;
 constexpr int kBufferSize = 4 << 20;
 constexpr uint64_t kNsPerS = 1'000'000'000;
 
