@@ -126,6 +126,7 @@ public:
     bool add_fault(const std::string&, std::string_view) override { return false; }
     void clear_faults(const std::string&) override {}
     std::vector<uint8_t> drive_image(const std::string&, size_t) const override { return {}; }
+    std::unique_ptr<Service> start_service(const std::string&, uint8_t) override { return nullptr; }
     std::vector<std::string> lock_complaints() const override { return {}; }
 
 private:
