@@ -2,12 +2,11 @@
 // The command serve: the board as a device for other software, behind a serial line.
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/serve/commands.h"
 #include "tools/shell/codes.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/interrupt.h"
+#include "tools/shell/json.h"
 #include "tools/shell/text.h"
 
 namespace tool {
