@@ -127,8 +127,12 @@ std::optional<NvmeDrive::Response> NvmeDrive::objection(const NvmeAdminCommand& 
     if (command.length % 4 != 0 || command.length > kMostData) {
         return invalid_parameter(kLengthByte);
     }
-    if (takes_data(command.opcode) ? sized && command.data.size() != command.length
-                                   : !command.data.empty()) {
+    const bool wrong_size = takes_data(command.opcode)
+                                ? sized && command.data.size() != command.length
+                                : !command.data.empty();
+    // What data a command takes that the drive has not, it cannot know: the opcode alone is
+    // refused.
+    if (wrong_size && has_command(command.opcode)) {
         return Response{kNvmeInvalidDataSize, 0, {}};
     }
     return std::nullopt;
@@ -164,6 +168,11 @@ NvmeDrive::Response NvmeDrive::admin(ByteView body) {
         append(response.data, part_of(completion, command.offset, command.length));
     }
     return response;
+}
+
+bool NvmeDrive::has_command(uint8_t opcode) const {
+    return std::ranges::find(kOpcodes, opcode) != kOpcodes.end() ||
+           settings_.vendor.contains(opcode);
 }
 
 /// Whether a command may be executed now.
@@ -261,8 +270,7 @@ NvmeCompletion NvmeDrive::lockdown(const NvmeAdminCommand& command) {
     bool possible = false;
     if (scope == kAdminOpcodes) {
         list = &lockdown_.admin;
-        possible = id != kLockdownCommand && (std::ranges::find(kOpcodes, id) != kOpcodes.end() ||
-                                              settings_.vendor.contains(id));
+        possible = id != kLockdownCommand && has_command(id);
     } else if (scope == kFeatureIds) {
         list = &lockdown_.features;
         possible = config_.features.contains(id);

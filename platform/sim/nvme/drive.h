@@ -142,6 +142,7 @@ private:
     /// What is wrong with a request's fields; nothing if it can be executed.
     std::optional<Response> objection(const NvmeAdminCommand& command, bool sized) const;
     NvmeCompletion execute(const NvmeAdminCommand& command);
+    bool has_command(uint8_t opcode) const;
     NvmeStatus gate(const NvmeAdminCommand& command) const;
     NvmeCompletion download(const NvmeAdminCommand& command);
     NvmeCompletion vendor_command(uint8_t opcode) const;

@@ -65,6 +65,8 @@ TEST_F(NvmeTunnel, InvalidParametersAreLocated) {
     EXPECT_EQ(ask(body), "90 00 00 06 00 00 00") << "less data than announced";
     EXPECT_EQ(admin({.opcode = 0xFF}), failed(0, 0x01));
     EXPECT_EQ(admin({.opcode = 0x00}), failed(0, 0x01));
+    EXPECT_EQ(admin({.opcode = 0x81, .data = Bytes(512)}), failed(0, 0x01))
+        << "Security Send: with data it is as unknown as without";
 }
 
 TEST_F(NvmeTunnel, PartsOfWhatIsRead) {
