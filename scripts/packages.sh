@@ -22,6 +22,9 @@ declare -A package_groups=(
     [clang]='clang-14=clang++-14'
     [lint]='clang-14=clang++-14 clang-tidy-14=clang-tidy-14'
     [fuzz]='clang-14=clang++-14 libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang'
+    [kernel]='linux-source-6.1=/usr/src/linux-source-6.1.tar.xz
+        xz-utils=xz make=make gcc=gcc flex=flex bison=bison bc=bc'
+    [clients]='nvme-cli=nvme libnvme-dev=/usr/include/libnvme-mi.h'
     [tshark]='mmdebstrap=mmdebstrap debian-archive-keyring=/usr/share/keyrings/debian-archive-keyring.gpg'
 )
 

@@ -5,8 +5,8 @@
 usage: attach.py [--address EID] [--net NET] [--baud RATE] (--board FILE | --tty PATH EID...)
 
 FILE is the document that `sideband-sim serve --json` prints first, "-" for standard input. Needs
-CAP_NET_ADMIN, and a kernel with CONFIG_MCTP_SERIAL. Prints one JSON line with the interface, the network
-and the routes, then holds the line until SIGINT or SIGTERM; the interface is gone behind that.
+CAP_NET_ADMIN, and a kernel with CONFIG_MCTP_SERIAL. Prints one JSON line with the interface, its address and
+the routes, then holds the line until SIGINT or SIGTERM; the interface is gone behind that.
 """
 import argparse
 import fcntl
@@ -20,7 +20,7 @@ import termios
 import tty
 
 AF_MCTP = 45
-N_MCTP = 28
+N_TTY, N_MCTP = 0, 28
 RTM_NEWLINK, RTM_NEWADDR, RTM_NEWROUTE = 16, 20, 24
 NLM_F_REQUEST, NLM_F_ACK, NLM_F_CREATE, NLM_F_EXCL = 1, 4, 0x400, 0x200
 NLMSG_ERROR = 2
@@ -76,10 +76,17 @@ def add_route(index, eid):
     ask_kernel(f"route to {eid}", RTM_NEWROUTE, body)
 
 
+def set_discipline(line, discipline):
+    """What the kernel does with the bytes of a tty."""
+    fcntl.ioctl(line, termios.TIOCSETD, struct.pack("=i", discipline))
+
+
 def open_line(path, baud):
     """The tty, raw and at its rate, with the kernel's MCTP on it."""
     line = os.open(path, os.O_RDWR | os.O_NOCTTY)
     try:
+        # A pseudo-terminal keeps what somebody left on it who was killed.
+        set_discipline(line, N_TTY)
         tty.setraw(line)
         if baud:
             settings = termios.tcgetattr(line)
@@ -88,7 +95,7 @@ def open_line(path, baud):
                 raise AttachError(f"{baud} is no rate of a serial line")
             settings[4] = settings[5] = rate
             termios.tcsetattr(line, termios.TCSANOW, settings)
-        fcntl.ioctl(line, termios.TIOCSETD, struct.pack("=i", N_MCTP))
+        set_discipline(line, N_MCTP)
     except OSError as error:
         os.close(line)
         raise AttachError(f"{path} does not take line discipline {N_MCTP}: {error.strerror}"
@@ -102,7 +109,7 @@ def interfaces():
 
 
 def attach(path, address, eids, net=None, baud=None):
-    """(descriptor, interface name): the line lasts as long as the descriptor is open."""
+    """(descriptor, interface name); the line lasts until detach()."""
     before = interfaces()
     line = open_line(path, baud)
     try:
@@ -112,9 +119,19 @@ def attach(path, address, eids, net=None, baud=None):
         for eid in eids:
             add_route(index, eid)
     except BaseException:
-        os.close(line)
+        detach(line)
         raise
     return line, name
+
+
+def detach(line):
+    """Takes the line from the kernel. Closing a pseudo-terminal does not, as long as its other end is open."""
+    try:
+        set_discipline(line, N_TTY)
+    except OSError:
+        # The line has been pulled, and the interface went with it.
+        pass
+    os.close(line)
 
 
 def arguments():
@@ -122,7 +139,7 @@ def arguments():
     parser = argparse.ArgumentParser(description="attach a serial MCTP line to the kernel")
     parser.add_argument("--board", metavar="FILE", help="what sideband-sim serve --json printed")
     parser.add_argument("--tty", metavar="PATH")
-    parser.add_argument("--address", type=int, default=8, metavar="EID", help="of this machine (8)")
+    parser.add_argument("--address", type=int, default=100, metavar="EID", help="of this machine (100)")
     parser.add_argument("--net", type=int, help="the kernel's default network where not given")
     parser.add_argument("--baud", type=int, help="of a real serial line")
     parser.add_argument("eids", nargs="*", type=int, metavar="EID", help="an endpoint behind the line")
@@ -139,6 +156,8 @@ def main():
         if given.board:
             with sys.stdin if given.board == "-" else open(given.board, encoding="utf-8") as file:
                 path, eids = table_of(json.load(file))
+        if given.address in eids:
+            raise AttachError(f"EID {given.address} is behind the line; --address must be another one")
         line, name = attach(path, given.address, eids, given.net, given.baud)
     except (AttachError, OSError, ValueError, KeyError) as error:
         print(f"attach.py: {error}", file=sys.stderr)
@@ -149,7 +168,7 @@ def main():
         signal.pause()
     except KeyboardInterrupt:
         pass
-    os.close(line)
+    detach(line)
     return 0
 
 

@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # Builds user-mode Linux with MCTP from Debian's kernel source: build.sh FOLDER [JOBS]
 #
-# Leaves FOLDER/linux and FOLDER/stamp, which says what it was built from; where that has not changed,
-# nothing is built.
+# Leaves FOLDER/linux and FOLDER/stamp, which says how it was built; where that has not changed, nothing is
+# built. "build.sh FOLDER --built" only says by its exit status whether that is so.
 set -euo pipefail
 
 folder=$1
@@ -11,9 +11,11 @@ jobs=${2:-$(nproc)}
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 source=/usr/src/linux-source-6.1.tar.xz
 
-stamp=$(cat "$source" "$here/config" "$here/build.sh" | sha256sum)
+stamp=$(cat "$here/config" "$here/build.sh" | sha256sum)
 if [[ -x $folder/linux && -f $folder/stamp && $(<"$folder/stamp") == "$stamp" ]]; then
     exit 0
+elif [[ $jobs == --built ]]; then
+    exit 1
 fi
 
 # Built aside first: a run that is cut short leaves nothing that looks whole.
@@ -30,7 +32,7 @@ cd "$partial"
 # Processors with AMX have more floating-point state than this kernel expects: room for all of it, and for
 # a stack that it lies on.
 sed -i 's/(HOST_FP_SIZE, 2696)/(HOST_FP_SIZE, 11520)/' arch/x86/um/user-offsets.c
-grep -q '(HOST_FP_SIZE, 11520)' arch/x86/um/user-offsets.c || {
+grep -qF '(HOST_FP_SIZE, 11520)' arch/x86/um/user-offsets.c || {
     echo "build.sh: arch/x86/um/user-offsets.c does not look as expected" >&2
     exit 1
 }

@@ -3,10 +3,12 @@
 """Boots user-mode Linux for one run of a program in it and passes on what came of it.
 
 usage: run.py --kernel FILE --folder RUN_FOLDER --program FILE [--seconds N] [NAME=VALUE...]
+       run.py --possible
 
 The program runs as root of a machine whose root is this one's, read-only but for the run folder; NAME=VALUE
 becomes part of its environment. Exit status: that of the program, 77 where this machine cannot run such
-a kernel (the reason is printed), 1 where the kernel came to no end in time.
+a kernel (the reason is printed), 1 where the kernel came to no end in time. --possible only finds out the
+former.
 """
 import argparse
 import ctypes
@@ -138,18 +140,29 @@ def pass_on(source, log):
         sys.stdout.flush()
 
 
-def main():
+def arguments():
+    """The command line."""
     parser = argparse.ArgumentParser()
-    parser.add_argument("--kernel", type=pathlib.Path, required=True)
-    parser.add_argument("--folder", type=pathlib.Path, required=True)
-    parser.add_argument("--program", type=pathlib.Path, required=True)
+    parser.add_argument("--possible", action="store_true")
+    parser.add_argument("--kernel", type=pathlib.Path)
+    parser.add_argument("--folder", type=pathlib.Path)
+    parser.add_argument("--program", type=pathlib.Path)
     parser.add_argument("--seconds", type=int, default=600)
     parser.add_argument("environment", nargs="*", metavar="NAME=VALUE")
     given = parser.parse_args()
+    if not given.possible and not (given.kernel and given.folder and given.program):
+        parser.error("--kernel, --folder and --program are needed")
+    return given
+
+
+def main():
+    given = arguments()
     reason = reason_to_skip()
     if reason:
         print(f"skipped: {reason}")
         return SKIPPED
+    if given.possible:
+        return 0
     run = given.folder.resolve()
     shutil.rmtree(run, ignore_errors=True)
     run.mkdir(parents=True)

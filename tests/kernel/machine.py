@@ -13,7 +13,7 @@ sys.path.insert(0, str(ROOT / "scripts" / "kernel"))
 import attach  # noqa: E402  pylint: disable=wrong-import-position
 
 NET = 1
-OWN_EID = 8
+OWN_EID = 100
 
 
 def run(command, seconds=60, **options):
@@ -116,8 +116,13 @@ class Line:
     def close(self):
         """Takes the line from the kernel."""
         if self.descriptor is not None:
-            os.close(self.descriptor)
+            attach.detach(self.descriptor)
             self.descriptor = None
+
+    def abandon(self):
+        """Leaves the line as a process does that is killed."""
+        os.close(self.descriptor)
+        self.descriptor = None
 
 
 class Machine:

@@ -225,6 +225,31 @@ static void write_namespaces(nvme_mi_ctrl_t controller) {
     list_namespaces(controller, "deleted");
 }
 
+static void read_feature(nvme_mi_ctrl_t controller, const char* name) {
+    uint32_t value = 0;
+    open_step(name,
+              nvme_mi_admin_get_features_simple(controller, NVME_FEAT_FID_TEMP_THRESH, 0, &value));
+    number("value", value);
+    close_step();
+}
+
+static int write_feature(nvme_mi_ctrl_t controller, uint32_t value) {
+    uint32_t result = 0;
+    struct nvme_set_features_args set = {.args_size = sizeof(set),
+                                         .fid = NVME_FEAT_FID_TEMP_THRESH,
+                                         .cdw11 = value,
+                                         .result = &result};
+    return nvme_mi_admin_set_features(controller, &set);
+}
+
+static void write_features(nvme_mi_ctrl_t controller) {
+    read_feature(controller, "feature before");
+    step("set feature", write_feature(controller, 0x160));
+    read_feature(controller, "feature set");
+    step("restore feature", write_feature(controller, 0x157));
+    read_feature(controller, "feature restored");
+}
+
 static void security(nvme_mi_ctrl_t controller) {
     static uint8_t data[512];
     struct nvme_security_receive_args receive = {
@@ -259,6 +284,7 @@ int main(int count, char** arguments) {
         write_configuration(endpoint);
         if (controller) {
             write_namespaces(controller);
+            write_features(controller);
             security(controller);
         }
     }

@@ -82,6 +82,7 @@ class Report:
         (folder / "result.json").write_text(json.dumps(
             {"passed": passed, "failed": failed, "skipped": skipped, "compared": compared,
              "cases": self.cases}, indent=2) + "\n")
+        (folder / "total").write_text(f"{passed} {failed}\n")
         print(f"kernel: {passed} passed, {failed} failed, {skipped} skipped; {compared} things compared",
               flush=True)
         return 1 if failed or not passed else 0

@@ -1,0 +1,39 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""What ./dev kernel runs in its kernel: every group of cases, then their count.
+
+Environment: SIDEBAND_SIM, SIDEBAND_MI_CLIENT (programs), SIDEBAND_RUN (folder for what is written), and
+optionally SIDEBAND_ONLY, the groups to run, separated by commas.
+"""
+import os
+import pathlib
+import sys
+
+import faults
+import libnvme
+import nvme_cli
+from machine import Tool
+from report import Report
+
+
+def main():
+    program, folder = os.environ["SIDEBAND_SIM"], pathlib.Path(os.environ["SIDEBAND_RUN"])
+    tool, report = Tool(program), Report()
+    groups = {
+        "nvme-cli": lambda: nvme_cli.check(report, program, tool, folder),
+        "libnvme": lambda: libnvme.check(report, program, tool, folder, os.environ["SIDEBAND_MI_CLIENT"]),
+        "faults": lambda: faults.check(report, program, folder),
+    }
+    wanted = [name for name in os.environ.get("SIDEBAND_ONLY", "").split(",") if name] or list(groups)
+    for name in wanted:
+        # A group that does not get as far as its cases fails as one.
+        try:
+            groups[name]()
+        except Exception as error:  # pylint: disable=broad-except
+            with report.case(f"{name}: the board behind the line"):
+                raise error
+    return report.end(folder)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
