@@ -2,16 +2,18 @@
 # SPDX-License-Identifier: Apache-2.0
 """Boots user-mode Linux for one run of a program in it and passes on what came of it.
 
-usage: run.py --kernel FILE --folder RUN_FOLDER --program FILE [--seconds N] [NAME=VALUE...]
+usage: run.py --kernel FILE --folder RUN_FOLDER --program FILE [--seconds N] [--terminal]
+              [--set NAME=VALUE]... [WORD...]
        run.py --possible
 
 The program runs as root of a machine whose root is this one's, read-only but for the run folder; NAME=VALUE
-becomes part of its environment. Exit status: that of the program, 77 where this machine cannot run such
-a kernel (the reason is printed), 1 where the kernel came to no end in time. --possible only finds out the
-former.
+becomes part of its environment, the words are in RUN_FOLDER/words as JSON. What it prints is passed on, or
+it has the terminal itself. Exit status: that of the program, 77 where this machine cannot run such a kernel (the
+reason is printed), 1 where the program came to no end in time. --possible only finds out the reason.
 """
 import argparse
 import ctypes
+import json
 import os
 import pathlib
 import platform
@@ -104,40 +106,55 @@ def end_descendants():
         time.sleep(0.05)
 
 
+def kernel_command(given, run):
+    """The kernel with its command line; what it does not know becomes the environment of its first process."""
+    words = [
+        given.kernel.resolve(), f"mem={MEMORY_MB}M", "root=/dev/root", "rootfstype=hostfs", "rootflags=/",
+        "ro", f"init={pathlib.Path(__file__).resolve().parent / 'init.sh'}", "con0=fd:0,fd:1", "con=null",
+        "ssl=null", "quiet", f"uml_dir={run / 'uml'}", f"SIDEBAND_RUN={run}",
+        f"SIDEBAND_MAIN={given.program.resolve()}", *given.environment,
+    ]
+    if given.terminal:
+        words.append(f"TERM={os.environ.get('TERM', 'dumb')}")
+    else:
+        words.append("SIDEBAND_OUTPUT=output")
+    return words
+
+
+def wait_for(kernel, run, seconds):
+    """Waits for the end of the kernel and passes on what the program in it prints."""
+    output = run / "output"
+    output.touch()
+    deadline = time.monotonic() + seconds
+    with output.open("rb") as printed:
+        ended = False
+        while not ended:
+            time.sleep(0.05)
+            ended = kernel.poll() is not None or time.monotonic() > deadline
+            sys.stdout.buffer.write(printed.read())
+            sys.stdout.flush()
+
+
 def boot(given, run):
     """Runs the kernel to its end; the program's exit status, or None where it left none."""
-    here = pathlib.Path(__file__).resolve().parent
-    command = [
-        given.kernel.resolve(), f"mem={MEMORY_MB}M", "root=/dev/root", "rootfstype=hostfs", "rootflags=/",
-        "ro", f"init={here / 'init.sh'}", "con0=fd:0,fd:1", "con=null", "ssl=null", "quiet", f"uml_dir={run / 'uml'}",
-        f"SIDEBAND_RUN={run}", f"SIDEBAND_MAIN={given.program.resolve()}", *given.environment,
-    ]
     environment = dict(os.environ, TMPDIR=str(memory_folder(run)))
-    with (run / "console.log").open("wb") as log:
-        kernel = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=log,
-                                  env=environment, start_new_session=True)
-        deadline = time.monotonic() + given.seconds
-        os.set_blocking(kernel.stdout.fileno(), False)
-        while kernel.poll() is None and time.monotonic() < deadline:
-            pass_on(kernel.stdout, log)
-            time.sleep(0.05)
-        pass_on(kernel.stdout, log)
+    command = kernel_command(given, run)
+    log = run / "console.log"
+    if given.terminal:
+        subprocess.run(command, env=environment, check=False)
+    else:
+        with log.open("wb") as console:
+            kernel = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=console, stderr=console,
+                                      env=environment, start_new_session=True)
+            wait_for(kernel, run, given.seconds)
     status = run / "status"
     if status.exists():
         return int(status.read_text())
-    print(f"run.py: the kernel came to no end within {given.seconds} s; its last words:")
-    print((run / "console.log").read_text(errors="replace")[-2000:])
+    print(f"run.py: the program in the kernel came to no end within {given.seconds} s")
+    if log.exists():
+        print("The last words of the kernel:")
+        print(log.read_text(errors="replace")[-2000:])
     return None
-
-
-def pass_on(source, log):
-    """What the console says, on standard output and in the log."""
-    text = source.read()
-    if text:
-        log.write(text)
-        log.flush()
-        sys.stdout.buffer.write(text.replace(b"\r\n", b"\n"))
-        sys.stdout.flush()
 
 
 def arguments():
@@ -147,11 +164,15 @@ def arguments():
     parser.add_argument("--kernel", type=pathlib.Path)
     parser.add_argument("--folder", type=pathlib.Path)
     parser.add_argument("--program", type=pathlib.Path)
-    parser.add_argument("--seconds", type=int, default=600)
-    parser.add_argument("environment", nargs="*", metavar="NAME=VALUE")
+    parser.add_argument("--seconds", type=int, default=900)
+    parser.add_argument("--terminal", action="store_true")
+    parser.add_argument("--set", action="append", default=[], dest="environment", metavar="NAME=VALUE")
+    parser.add_argument("words", nargs=argparse.REMAINDER)
     given = parser.parse_args()
     if not given.possible and not (given.kernel and given.folder and given.program):
         parser.error("--kernel, --folder and --program are needed")
+    if any(" " in word for word in (str(given.folder), str(given.program), *given.environment)):
+        parser.error("the command line of a kernel takes no paths with blanks")
     return given
 
 
@@ -166,6 +187,7 @@ def main():
     run = given.folder.resolve()
     shutil.rmtree(run, ignore_errors=True)
     run.mkdir(parents=True)
+    (run / "words").write_text(json.dumps(given.words))
     # What the kernel's processes leave without a parent comes to this one, and is ended by it.
     ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
     try:

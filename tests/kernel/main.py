@@ -2,9 +2,10 @@
 # SPDX-License-Identifier: Apache-2.0
 """What ./dev kernel runs in its kernel: every group of cases, then their count.
 
-Environment: SIDEBAND_SIM, SIDEBAND_MI_CLIENT (programs), SIDEBAND_RUN (folder for what is written), and
-optionally SIDEBAND_ONLY, the groups to run, separated by commas.
+Environment: SIDEBAND_SIM, SIDEBAND_MI_CLIENT (programs), SIDEBAND_RUN (folder for what is written); its file "words"
+names the groups to run as JSON, none for all of them.
 """
+import json
 import os
 import pathlib
 import sys
@@ -24,8 +25,7 @@ def main():
         "libnvme": lambda: libnvme.check(report, program, tool, folder, os.environ["SIDEBAND_MI_CLIENT"]),
         "faults": lambda: faults.check(report, program, folder),
     }
-    wanted = [name for name in os.environ.get("SIDEBAND_ONLY", "").split(",") if name] or list(groups)
-    for name in wanted:
+    for name in json.loads((folder / "words").read_text()) or list(groups):
         # A group that does not get as far as its cases fails as one.
         try:
             groups[name]()
