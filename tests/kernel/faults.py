@@ -167,8 +167,9 @@ def answers(socket, eid):
 
 # ---- Queues
 
-def full_queue(case, program, folder):
-    """The board takes nothing: requests are refused with an error at last, and it all flows again later."""
+def used_up_tags(case, program, folder):
+    """The board takes nothing: requests are refused with an error at last, as a peer has eight tags, and all that went
+    before is answered later."""
     with Machine(program, folder) as machine:
         sockets = [MctpSocket(PLDM) for _ in range(4)]
         eids = [machine.eid(name) for name in ("nic0", "gpu0", "gpu1", "nic1")]
@@ -184,14 +185,42 @@ def full_queue(case, program, folder):
         finally:
             machine.served.process.send_signal(signal.SIGCONT)
         case.note(f"{sent} requests went into the queue, then {errno.errorcode.get(refused)}")
-        case.that(f"{errno.errorcode.get(refused)} is no error of a full queue",
-                  refused in (errno.EBUSY, errno.ENOBUFS, errno.EAGAIN))
+        case.equal("the error at last", errno.errorcode.get(refused), "EBUSY")
+        case.equal("requests before it", sent, 8 * len(eids))
         answered = 0
         for socket in sockets:
             while socket.receive(2) is not None:
                 answered += 1
         case.equal("requests that were answered in the end", answered, sent)
         for socket in sockets:
+            socket.__exit__()
+        settled(case, machine, "behind the full queue")
+
+
+def full_of_large(case, program, folder):
+    """Requests of 4096 bytes for every endpoint, until the line's queue itself takes no more."""
+    large = bytes.fromhex("80003f").ljust(DATA, b"\0")
+    with Machine(program, folder) as machine:
+        sockets = {eid: MctpSocket(PLDM) for eid in machine.served.eids.values()}
+        machine.served.process.send_signal(signal.SIGSTOP)
+        sent, said = 0, []
+        try:
+            for eid, socket in sockets.items():
+                # Linux 6.1 loses a reference where a send itself finds that its socket is full: the interface could
+                # never be taken away again. So each is asked before.
+                while not said and socket.writable():
+                    try:
+                        socket.send(eid, large)
+                        sent += 1
+                    except OSError as error:
+                        said.append(errno.errorcode.get(error.errno))
+        finally:
+            machine.served.process.send_signal(signal.SIGCONT)
+        case.note(f"{sent} requests went into the queue, then {said}")
+        case.equal("the error at last", said, ["ENOBUFS"])
+        for socket in sockets.values():
+            while socket.receive(1) is not None:
+                pass
             socket.__exit__()
         settled(case, machine, "behind the full queue")
 
@@ -334,7 +363,8 @@ def check(report, program, folder):
             ("the board dies in the middle of an answer to nvme-cli", killed_board),
             ("the line is closed and opened again", reopened_line),
             ("rubbish, half a frame and a flood", rubbish),
-            ("the kernel's queue is full", full_queue),
+            ("the kernel's tags are used up", used_up_tags),
+            ("the kernel's queue is full of large messages", full_of_large),
             ("answers that nobody reads", unread_answers),
             ("two processes use one device", two_clients),
             ("another process owns the PLDM type", owned_type),

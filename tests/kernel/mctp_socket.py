@@ -7,7 +7,7 @@ import struct
 
 AF_MCTP, SOCK_DGRAM, SOCK_CLOEXEC = 45, 2, 0o2000000
 SOL_SOCKET, SO_RCVBUF = 1, 8
-MSG_TRUNC, MSG_DONTWAIT = 0x20, 0x40
+MSG_TRUNC = 0x20
 TAG_OWNER = 0x08
 ANY = 0xFF
 CONTROL, PLDM, NCSI, NVME_MI = 0, 1, 2, 4
@@ -54,10 +54,14 @@ class MctpSocket:
         value = struct.pack("=i", size)
         checked(libc.setsockopt(self.fd, SOL_SOCKET, SO_RCVBUF, value, len(value)))
 
-    def send(self, eid, body, flags=0):
+    def writable(self):
+        """Whether a request would go out at once."""
+        return bool(select.select([], [self.fd], [], 0)[1])
+
+    def send(self, eid, body):
         """One request, without its type byte."""
         address = self.address(eid, TAG_OWNER)
-        checked(libc.sendto(self.fd, body, len(body), flags, address, len(address)))
+        checked(libc.sendto(self.fd, body, len(body), 0, address, len(address)))
 
     def receive(self, seconds):
         """(EID, type, body) of one message, or None where none came in time."""
