@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """What ./dev kernel runs in its kernel: every group of cases, then their count.
 
-Environment: SIDEBAND_SIM, SIDEBAND_MI_CLIENT (programs), SIDEBAND_RUN (folder for what is written); its file "words"
+Environment: SIDEBAND_SIM, SIDEBAND_MI_CLIENT, SIDEBAND_TOOL (programs), SIDEBAND_RUN (folder for what is written); its file "words"
 names the groups to run as JSON, none for all of them.
 """
 import json
@@ -13,6 +13,7 @@ import sys
 import faults
 import libnvme
 import nvme_cli
+import same_tool
 from machine import Tool
 from report import Report
 
@@ -21,6 +22,7 @@ def main():
     program, folder = os.environ["SIDEBAND_SIM"], pathlib.Path(os.environ["SIDEBAND_RUN"])
     tool, report = Tool(program), Report()
     groups = {
+        "sideband": lambda: same_tool.check(report, program, tool, folder, os.environ["SIDEBAND_TOOL"]),
         "nvme-cli": lambda: nvme_cli.check(report, program, tool, folder),
         "libnvme": lambda: libnvme.check(report, program, tool, folder, os.environ["SIDEBAND_MI_CLIENT"]),
         "faults": lambda: faults.check(report, program, folder),
