@@ -2,9 +2,9 @@
 # SPDX-License-Identifier: Apache-2.0
 # First process of the kernel of ./dev kernel. Everything but the run folder is read-only.
 #
-# The command line of the kernel gives SIDEBAND_RUN, the folder of this run, and SIDEBAND_MAIN, the program that makes
-# it up. Its exit status goes into SIDEBAND_RUN/status, what it prints into the file SIDEBAND_OUTPUT or, without that, to
-# the console.
+# The command line of the kernel gives SIDEBAND_RUN, the folder of this run, and SIDEBAND_MAIN, the program that
+# makes it up. Its exit status goes into SIDEBAND_RUN/status, what it prints into the file SIDEBAND_OUTPUT or,
+# without that, to the console.
 export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/run LC_ALL=C.UTF-8
 export PYTHONDONTWRITEBYTECODE=1
 

@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """What ./dev kernel runs in its kernel: every group of cases, then their count.
 
-Environment: SIDEBAND_SIM, SIDEBAND_MI_CLIENT, SIDEBAND_TOOL (programs), SIDEBAND_RUN (folder for what is written); its file "words"
-names the groups to run as JSON, none for all of them.
+Environment: SIDEBAND_SIM, SIDEBAND_MI_CLIENT, SIDEBAND_TOOL (programs), SIDEBAND_RUN (folder for what is
+written); its file "words" names the groups to run as JSON, none for all of them.
 """
 import json
 import os
