@@ -2,7 +2,7 @@
 // Tests of the tool on the platform library for a Linux machine, whose kernel has no MCTP here.
 #include <cstdlib>
 
-#include "tool_runner.h"
+#include "tests/tools/tool_runner.h"
 
 namespace {
 
