@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A JSON value as the tool makes it. Only this file knows the library that writes and reads the text.
+// A JSON value as the tool makes it. Only this file knows the library that writes and reads the
+// text.
 #include "tools/shell/json.h"
 
 #include <algorithm>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A JSON value as the tool makes it. Only json.cpp knows the library that writes and reads the text.
+// A JSON value as the tool makes it. Only json.cpp knows the library that writes and reads the
+// text.
 #ifndef SIDEBAND_TOOLS_SHELL_JSON_H
 #define SIDEBAND_TOOLS_SHELL_JSON_H
 
@@ -25,27 +26,25 @@ public:
     Json(std::nullptr_t) {}
     Json(bool value) : kind_(Kind::kBool) { number_.as_unsigned = value ? 1 : 0; }
     template <typename Number>
-        requires std::signed_integral<Number>
-    Json(Number value) : kind_(Kind::kSigned) {
+    requires std::signed_integral<Number> Json(Number value) : kind_(Kind::kSigned) {
         number_.as_signed = value;
     }
     template <typename Number>
-        requires std::unsigned_integral<Number>
-    Json(Number value) : kind_(Kind::kUnsigned) {
+    requires std::unsigned_integral<Number> Json(Number value) : kind_(Kind::kUnsigned) {
         number_.as_unsigned = value;
     }
     template <typename Enum>
-        requires std::is_enum_v<Enum>
-    Json(Enum value) : Json(static_cast<std::underlying_type_t<Enum>>(value)) {}
+    requires std::is_enum_v<Enum> Json(Enum value)
+        : Json(static_cast<std::underlying_type_t<Enum>>(value)) {}
     Json(double value) : kind_(Kind::kReal) { number_.as_real = value; }
     Json(const char* text) : Json(std::string(text)) {}
     Json(std::string_view text) : Json(std::string(text)) {}
     Json(std::string text);
     /// A list of what a container holds.
     template <typename Range>
-        requires(std::ranges::range<const Range> &&
-                 !std::convertible_to<const Range&, std::string_view>)
-    Json(const Range& values) : kind_(Kind::kArray) {
+    requires(std::ranges::range<const Range> &&
+             !std::convertible_to<const Range&, std::string_view>) Json(const Range& values)
+        : kind_(Kind::kArray) {
         for (const auto& value : values) {
             items_.emplace_back(value);
         }
