@@ -210,10 +210,9 @@ bool transmit(const mctp_ctx& ctx, int descriptor, uint8_t tag, std::span<const 
     return sendmsg(descriptor, &message, MSG_DONTWAIT) >= 0;
 }
 
-/// Asks for a tag that stays with the socket: an answer may be late, or not the last one. Kernels
-/// before 5.18 have no such thing; there the tag comes with the message.
-bool allocate_tag(const mctp_ctx& ctx, Socket& socket) {
-    socket.tag = kTagOwner;
+/// Asks for a tag that stays with the socket: an answer may be late, or not the last one.
+/// @return false with errno set
+bool ask_for_tag(const mctp_ctx& ctx, Socket& socket) {
     if (ctx.pcie_param > kFirstNetwork) {
         NetworkTagRequest request{};
         request.network = ctx.pcie_param;
@@ -225,11 +224,27 @@ bool allocate_tag(const mctp_ctx& ctx, Socket& socket) {
     }
     TagRequest request{};
     request.peer = ctx.dest_eid;
-    if (ioctl(socket.descriptor, kAllocateTag, &request) == 0) {
-        socket.tag = request.tag;
-        return true;
+    if (ioctl(socket.descriptor, kAllocateTag, &request) != 0) {
+        return false;
     }
-    return errno != EBUSY || report(ctx, "tag");
+    socket.tag = request.tag;
+    return true;
+}
+
+/// Has a tag for the socket, if need be that of a request which nobody has answered. Kernels before
+/// 5.18 give none out beforehand; there it comes with the message.
+bool allocate_tag(const mctp_ctx& ctx, Socket& socket) {
+    socket.tag = kTagOwner;
+    while (!ask_for_tag(ctx, socket)) {
+        if (errno != EBUSY) {
+            return true;
+        }
+        if (!give_up_oldest(ctx)) {
+            errno = EBUSY;
+            return report(ctx, "tag");
+        }
+    }
+    return true;
 }
 
 bool transmit_request(mctp_ctx& ctx, Socket& socket, std::span<const uint8_t> body) {

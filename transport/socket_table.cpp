@@ -39,7 +39,7 @@ void close_socket(Socket& socket) {
 }
 
 void close_if_over(Socket& socket, int64_t now) {
-    if (socket.use == Use::kEpt && socket.until <= now) {
+    if (socket.use == Use::kKept && socket.until <= now) {
         close_socket(socket);
     }
 }
@@ -63,7 +63,7 @@ Held::~Held() {
         close_socket(*socket_);
     } else {
         socket_->until = monotonic_ms() + kept_for_;
-        socket_->use = Use::kEpt;
+        socket_->use = Use::kKept;
     }
 }
 
@@ -81,7 +81,7 @@ Socket* claim_place() {
         close_if_over(socket, now);
         if (socket.use == Use::kFree) {
             place = &socket;
-        } else if (socket.use == Use::kEpt && socket.answered &&
+        } else if (socket.use == Use::kKept && socket.answered &&
                    (oldest == nullptr || socket.until < oldest->until)) {
             oldest = &socket;
         }
@@ -96,7 +96,7 @@ Socket* claim_place() {
 Socket* claim_last(const mctp_ctx& ctx, bool also_answered) {
     const TableLock lock;
     for (Socket& socket : sockets) {
-        if (socket.use == Use::kEpt && socket.owner == &ctx && socket.eid == ctx.dest_eid &&
+        if (socket.use == Use::kKept && socket.owner == &ctx && socket.eid == ctx.dest_eid &&
             socket.network == ctx.pcie_param && (also_answered || !socket.answered)) {
             return claim(socket);
         }
@@ -107,14 +107,30 @@ Socket* claim_last(const mctp_ctx& ctx, bool also_answered) {
 Socket* claim_listener(const mctp_ctx* opened_by) {
     const TableLock lock;
     const bool wanted =
-        opened_by == nullptr || (listener.use == Use::kEpt && listener.owner == opened_by);
+        opened_by == nullptr || (listener.use == Use::kKept && listener.owner == opened_by);
     return wanted && listener.use != Use::kBusy ? claim(listener) : nullptr;
+}
+
+bool give_up_oldest(const mctp_ctx& ctx) {
+    const TableLock lock;
+    Socket* oldest = nullptr;
+    for (Socket& socket : sockets) {
+        if (socket.use == Use::kKept && socket.eid == ctx.dest_eid &&
+            socket.network == ctx.pcie_param &&
+            (oldest == nullptr || socket.until < oldest->until)) {
+            oldest = &socket;
+        }
+    }
+    if (oldest != nullptr) {
+        close_socket(*oldest);
+    }
+    return oldest != nullptr;
 }
 
 void retire_earlier(const mctp_ctx& ctx) {
     const TableLock lock;
     for (Socket& socket : sockets) {
-        if (socket.use == Use::kEpt && socket.owner == &ctx) {
+        if (socket.use == Use::kKept && socket.owner == &ctx) {
             socket.owner = nullptr;
             if (socket.answered) {
                 close_socket(socket);

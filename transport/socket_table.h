@@ -17,7 +17,8 @@ namespace sideband {
  * the lowest free one to the next request: if a socket were closed right behind its exchange, an
  * answer that comes late or twice would pass for that of the next request. So they are kept: one
  * that was answered until its context has sent the next request, which therefore has another tag;
- * one that was not, for as long as the kernel itself reserves a tag for an answer.
+ * one that was not, for as long as the kernel itself reserves a tag for an answer, or until the
+ * endpoint has no other tag left: an answer would then be eight requests late.
  *
  * A context has no end that the library is told of. The sockets are the process's therefore, in a
  * table that does not grow, and whoever sends a request closes those whose time is over. A child of
@@ -28,7 +29,7 @@ namespace sideband {
  */
 
 struct Socket {
-    enum class Use : uint8_t { kFree, kBusy, kEpt };
+    enum class Use : uint8_t { kFree, kBusy, kKept };
 
     Use use;  ///< the table's own
     bool answered;
@@ -80,6 +81,10 @@ Socket* claim_listener(const mctp_ctx* opened_by = nullptr);
 
 /// Puts a context's earlier requests behind it, now that there is another one with a tag.
 void retire_earlier(const mctp_ctx& ctx);
+
+/// Closes the socket of the endpoint's oldest request that nobody has answered, for its tag.
+/// @return false if there is none
+bool give_up_oldest(const mctp_ctx& ctx);
 
 }  // namespace sideband
 

@@ -88,16 +88,30 @@ TEST_F(SocketTags, AreGivenBackSixSecondsLater) {
     EXPECT_EQ(kernel.held_tags(), 1u);
 }
 
-TEST_F(SocketTags, RunOutAtEight) {
-    ctx.route = 10;
+TEST_F(SocketTags, OfTheOldestRequestWithoutAnAnswerServeTheNinth) {
+    kernel.on_send = nullptr;
     for (int i = 0; i < 8; ++i) {
-        EXPECT_EQ(xfer(kRequest), -1);
+        EXPECT_EQ(send(kRequest), 0);
+        kernel.now += 10;
     }
+    EXPECT_EQ(kernel.held_tags(), 8u);
+    kernel.answer_with({kAnswer});
+    EXPECT_EQ(xfer(kRequest), 5);
+    EXPECT_EQ(answer, kAnswer);
+    EXPECT_EQ(kernel.sent.at(8).tag(), kernel.sent.at(0).tag());
+    EXPECT_EQ(kernel.held_tags(), 8u);
     EXPECT_EQ(port().console, Lines());
-    EXPECT_EQ(xfer(kRequest), -1);
-    EXPECT_EQ(kernel.sent.size(), 8u);
+}
+
+TEST_F(SocketTags, OfAnotherEndpointAreNotTaken) {
+    kernel.on_send = nullptr;
+    EXPECT_EQ(send(kRequest), 0);
+    ctx.dest_eid = 10;
+    kernel.errors["ioctl"] = {EBUSY};
+    EXPECT_EQ(send(kRequest), -1);
+    EXPECT_EQ(kernel.held_tags(), 1u);
     EXPECT_EQ(port().console,
-              Lines{"[mctp socket] EID 9 of network 1, tag: Device or resource busy "
+              Lines{"[mctp socket] EID 10 of network 1, tag: Device or resource busy "
                     "(no message tag is free)\n"});
 }
 
