@@ -21,6 +21,7 @@ declare -A package_groups=(
     [format]='clang-format-14=clang-format-14'
     [clang]='clang-14=clang++-14'
     [lint]='clang-14=clang++-14 clang-tidy-14=clang-tidy-14'
+    [sanitizers]='clang-14=clang++-14 libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang'
     [fuzz]='clang-14=clang++-14 libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang'
     [kernel]='linux-source-6.1=/usr/src/linux-source-6.1.tar.xz
         xz-utils=xz make=make gcc=gcc flex=flex bison=bison bc=bc'

@@ -56,6 +56,37 @@ SIDEBAND_BEGIN_DECLS
 /** Largest mctp_ctx.unit_size that the SMBus bindings can carry; a larger one fails every call. */
 #define MCTP_UNIT_SIZE_MAX 120
 
+/**
+ * Bits of mctp_ctx.strict: where the library does what deployed firmware needs, a bit makes it keep
+ * to the standard instead. Each can be set by itself.
+ */
+/**
+ * Packets (DSP0236, DSP0237): the last packet of a message always has EOM. A receive checks header
+ * version, SMBus command code, byte count and the bit of the source address, destination EID,
+ * message type, the sequence of every packet and that all but the last are of one size; a second
+ * SOM starts the message anew.
+ */
+#define MCTP_STRICT_PACKETS 0x01U
+/**
+ * Message integrity check (DSP0236, clause 8.9.1): every binding appends it where msg_type has bit
+ * 7, and a message whose check is missing or wrong fails. What is delivered has none.
+ */
+#define MCTP_STRICT_INTEGRITY 0x02U
+/** PLDM (DSP0240, DSP0248, DSP0257, DSP0267): see pldm.h. */
+#define MCTP_STRICT_PLDM 0x04U
+/** NVMe-MI: see nvme_mi.h. */
+#define MCTP_STRICT_NVME_MI 0x08U
+/**
+ * Addresses: an answer comes from the endpoint that was asked (source EID, over PCIe the requester
+ * ID too). An EID pool leaves out 255, the BMC's own EIDs, the range that the MPIO was given and
+ * what is in use.
+ */
+#define MCTP_STRICT_ADDRESSES 0x10U
+/** Firmware packages (DSP0267, version 1.0): see pldm_fw_update.h. */
+#define MCTP_STRICT_PACKAGE 0x20U
+/** All of them, those of later versions too. */
+#define MCTP_STRICT_ALL 0xFFFFFFFFU
+
 /** Bytes of mctp_ctx.mux. */
 #define MCTP_MUX_SIZE 48
 /** Bytes of a Get Routing Table Entries answer: header, completion code, handle, count, 7 x 8. */
@@ -172,6 +203,8 @@ SIDEBAND_STATIC_ASSERT(sizeof(mctp_route) == 52, "bus owner route");
  *  pcie_session      caller: session of libmctp_pcie_open()
  *  skip_discovery    caller: non-zero when both EIDs are already known
  *  i2c_delay_us      caller: microseconds between the request and the first read, 0 = none
+ *  strict            caller: MCTP_STRICT_... bits, 0 = what deployed firmware needs. The contexts of
+ *                    the layers above look at those of their endpoint
  */
 #define MCTP_SECTION_MEMBERS     \
     mctp_recv_op recv;           \
@@ -190,7 +223,8 @@ SIDEBAND_STATIC_ASSERT(sizeof(mctp_route) == 52, "bus owner route");
     uint32_t pcie_param;         \
     void* pcie_session;          \
     uint8_t skip_discovery;      \
-    uint32_t i2c_delay_us;
+    uint32_t i2c_delay_us;       \
+    uint32_t strict;
 
 /** What a binding gets to see of a context. */
 struct mctp_section {
@@ -221,8 +255,8 @@ struct mctp_ctx {
     };
 };
 
-SIDEBAND_STATIC_ASSERT(offsetof(mctp_ctx, i2c_delay_us) ==
-                           offsetof(mctp_ctx, section) + offsetof(mctp_section, i2c_delay_us),
+SIDEBAND_STATIC_ASSERT(offsetof(mctp_ctx, strict) ==
+                           offsetof(mctp_ctx, section) + offsetof(mctp_section, strict),
                        "the section must mirror the members");
 
 /**

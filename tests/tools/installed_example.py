@@ -57,6 +57,8 @@ def compile_example(folder, packages, root, cc, sanitize):
                        PKG_CONFIG_SYSROOT_DIR=str(root))
     # A sanitized library needs its run-time library in the program; no part of the README.
     compiler = cc + (f" -fsanitize={sanitize}" if sanitize != "none" else "")
+    if sanitize != "none" and "clang" in cc:
+        compiler += " -fsanitize-link-c++-runtime -lstdc++"  # the libraries are C++, the program is not
     run(["sh", "-c", f'cc() {{ command {compiler} "$@"; }}; {COMPILE}'], cwd=folder, env=environment)
 
 
