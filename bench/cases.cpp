@@ -17,7 +17,6 @@
 namespace bench {
 namespace {
 
-constexpr uint16_t kUnitSize = 64;
 constexpr size_t kLargeSize = 4096;
 /// The message type of the large messages; nothing looks into them.
 constexpr uint8_t kVendorDefined = 0x7E;
@@ -36,21 +35,8 @@ std::array<uint8_t, kLargeSize> received;
 uint64_t messages_out;
 
 template <uint8_t kind>
-void prepare_endpoint() {
-    endpoint = mctp_ctx{};
-    endpoint.src_eid = 0x08;
-    endpoint.dest_eid = 0x1D;
-    endpoint.bus = 3;
-    endpoint.slave_addr = 0x64;
-    endpoint.binding_kind = kind;
-    endpoint.skip_discovery = 1;
-    endpoint.unit_size = kUnitSize;
-    mctp_init2(&endpoint);
-}
-
-template <uint8_t kind>
 void prepare_sensor() {
-    prepare_endpoint<kind>();
+    prepare_endpoint(endpoint, kind);
     terminus = pldm_ctx{};
     mctp_pldm_register(&endpoint, &terminus);
     sensor_request = kSensorRequest;
@@ -72,7 +58,7 @@ bool verify_sensor() {
 
 template <uint8_t kind>
 void prepare_large() {
-    prepare_endpoint<kind>();
+    prepare_endpoint(endpoint, kind);
     endpoint.msg_type = kVendorDefined;
     for (size_t i = 0; i < kLargeSize; ++i) {
         sent[i] = static_cast<uint8_t>(i * 7 + i / 256);
@@ -146,10 +132,26 @@ constexpr Case kCases[] = {
     {"sensor/socket", prepare_socket_sensor, run_sensor, verify_sensor},
     {"message-4096/socket", prepare_socket_large, run_large_exchange, verify_large},
 #endif
+    {"reading/software-pec", prepare_reading, run_reading, verify_reading},
+    {"identify/software-pec", prepare_identify, run_identify, verify_identify},
+    {"health/software-pec", prepare_health, run_health, verify_health},
+    {"fru-record", prepare_fru_record, run_fru_record, verify_fru_record, kFruRecordAllocations},
     {"package", prepare_package, run_package, verify_package, kPackageAllocations},
 };
 
 }  // namespace
+
+void prepare_endpoint(mctp_ctx& endpoint, uint8_t binding_kind) {
+    endpoint = mctp_ctx{};
+    endpoint.src_eid = 0x08;
+    endpoint.dest_eid = 0x1D;
+    endpoint.bus = 3;
+    endpoint.slave_addr = 0x64;
+    endpoint.binding_kind = binding_kind;
+    endpoint.skip_discovery = 1;
+    endpoint.unit_size = kUnitSize;
+    mctp_init2(&endpoint);
+}
 
 std::span<const Case> cases() {
     return kCases;

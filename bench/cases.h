@@ -3,6 +3,8 @@
 #ifndef SIDEBAND_BENCH_CASES_H
 #define SIDEBAND_BENCH_CASES_H
 
+#include <sideband/mctp.h>
+
 #include <cstdint>
 #include <span>
 
@@ -25,6 +27,29 @@ inline constexpr uint64_t kPackageDescriptors = 8;  ///< of each record
 inline constexpr uint64_t kPackageComponents = 128;
 /// The version, two arrays, three blocks a record, one a component.
 inline constexpr uint64_t kPackageAllocations = 3 + 3 * kPackageRecords + kPackageComponents;
+
+/// A reading with all that it prints, and a FRU record: see pldm_cases.cpp.
+void prepare_reading();
+bool run_reading();
+bool verify_reading();
+void prepare_fru_record();
+bool run_fru_record();
+bool verify_fru_record();
+inline constexpr uint64_t kFruRecordFields = 8;
+/// The array, and a value for each field.
+inline constexpr uint64_t kFruRecordAllocations = 1 + kFruRecordFields;
+
+/// A drive's commands: see nvme_cases.cpp.
+void prepare_identify();
+bool run_identify();
+bool verify_identify();
+void prepare_health();
+bool run_health();
+bool verify_health();
+
+/// An endpoint on the bus in memory, with packets of kUnitSize bytes.
+void prepare_endpoint(mctp_ctx& endpoint, uint8_t binding_kind);
+inline constexpr uint16_t kUnitSize = 64;
 
 /// Every case, in the order of the documentation.
 std::span<const Case> cases();

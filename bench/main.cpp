@@ -4,10 +4,12 @@
 
 #include "bench/allocations.h"
 #include "bench/cases.h"
+#include "bench/silence.h"
 
 namespace {
 
 void measure(benchmark::State& state, const bench::Case& one) {
+    const bench::Silence silence;
     one.prepare();
     if (!one.run() || !one.verify()) {
         state.SkipWithError("the exchange does not work");

@@ -8,7 +8,7 @@
 
 namespace bench {
 
-/// Room for the longest answer: 4096 bytes in packets of 64, and some.
+/// Room for the longest answer: 4096 bytes and a header in packets of 64, and some.
 inline constexpr size_t kPacketsMax = 80;
 
 /**

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The measured parse of a large firmware update package, with all that it prints.
-#include <fcntl.h>
 #include <sideband/pldm_fw_update.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -17,7 +15,6 @@ namespace {
 
 pldm_fw_update_ctx context;
 int package_file = -1;
-int nowhere = -1;
 std::string path;
 
 tool::Package large_package() {
@@ -46,24 +43,15 @@ tool::Package large_package() {
 void prepare_package() {
     const std::vector<uint8_t> bytes = tool::build_package(large_package());
     package_file = memfd_create("package", 0);
-    nowhere = open("/dev/null", O_WRONLY);
     path = "/proc/self/fd/" + std::to_string(package_file);
     if (write(package_file, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
         path.clear();  // which fails the case
     }
 }
 
-/// What the library prints goes nowhere: standard output is the benchmark's own.
 bool run_package() {
-    std::fflush(stdout);
-    const int saved = dup(STDOUT_FILENO);
-    dup2(nowhere, STDOUT_FILENO);
     pldm_free_ctx_resource(&context);
-    const bool good = pldm_parse_file(path.c_str(), &context) == 0;
-    std::fflush(stdout);
-    dup2(saved, STDOUT_FILENO);
-    close(saved);
-    return good;
+    return pldm_parse_file(path.c_str(), &context) == 0;
 }
 
 bool verify_package() {

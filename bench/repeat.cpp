@@ -6,6 +6,7 @@
 
 #include "bench/allocations.h"
 #include "bench/cases.h"
+#include "bench/silence.h"
 
 namespace {
 
@@ -32,6 +33,7 @@ int run(const char* name, unsigned long count) {
         std::fprintf(stderr, "bench-repeat: there is no case %s\n", name);
         return 2;
     }
+    const bench::Silence silence;
     one->prepare();
     if (!one->run() || !one->verify()) {
         std::fprintf(stderr, "bench-repeat: %s does not work\n", name);

@@ -5,6 +5,8 @@
 usage: test_checks.py --compiler "COMMAND"
 """
 import argparse
+import contextlib
+import io
 import pathlib
 import shlex
 import struct
@@ -15,6 +17,8 @@ import unittest
 import zlib
 
 sys.dont_write_bytecode = True  # no __pycache__ in the source tree
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "bench"))
+import budgets  # noqa: E402
 import capture_check  # noqa: E402
 import dissector  # noqa: E402
 import pcapng  # noqa: E402
@@ -83,6 +87,24 @@ class Tree(unittest.TestCase):
                               capture_output=True, text=True)
         self.assertEqual(done.stderr, "")
         return done.returncode == 0, done.stdout
+
+
+class BudgetCheck(unittest.TestCase):
+    def missed(self, found, budget):
+        with contextlib.redirect_stdout(io.StringIO()):
+            return budgets.compare(found, budget)
+
+    def test_accepts_what_is_within_the_tolerance(self):
+        self.assertEqual(self.missed({"a": 103, "b": 7}, {"a": 100, "b": 200}), 0)
+
+    def test_finds_what_costs_more(self):
+        self.assertEqual(self.missed({"a": 104, "b": 7}, {"a": 100, "b": 7}), 1)
+
+    def test_finds_what_has_no_budget(self):
+        self.assertEqual(self.missed({"a": 1}, {}), 1)
+
+    def test_finds_what_was_not_measured(self):
+        self.assertEqual(self.missed({}, {"a": 1}), 1)
 
 
 class SymbolCheck(Tree):
