@@ -203,8 +203,8 @@ SIDEBAND_STATIC_ASSERT(sizeof(mctp_route) == 52, "bus owner route");
  *  pcie_session      caller: session of libmctp_pcie_open()
  *  skip_discovery    caller: non-zero when both EIDs are already known
  *  i2c_delay_us      caller: microseconds between the request and the first read, 0 = none
- *  strict            caller: MCTP_STRICT_... bits, 0 = what deployed firmware needs. The contexts of
- *                    the layers above look at those of their endpoint
+ *  strict            caller: MCTP_STRICT_... bits, 0 = what deployed firmware needs. The contexts
+ * of the layers above look at those of their endpoint
  */
 #define MCTP_SECTION_MEMBERS     \
     mctp_recv_op recv;           \
