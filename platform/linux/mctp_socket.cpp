@@ -17,6 +17,8 @@ namespace machine {
 namespace {
 
 constexpr uint8_t kTypeBits = 0x7F;
+/// A message of 4 KiB over a serial line at 115,200 baud takes 400 ms.
+constexpr int kRoomWaitMs = 1000;
 
 sockaddr_mctp address_of(uint32_t net, uint8_t eid, uint8_t type, uint8_t tag) {
     sockaddr_mctp address{};
@@ -35,8 +37,8 @@ std::optional<MctpSocket> MctpSocket::open() {
     return made ? std::optional(MctpSocket(std::move(made))) : std::nullopt;
 }
 
-bool MctpSocket::listen(uint32_t net, uint8_t type) {
-    const sockaddr_mctp address = address_of(net, MCTP_ADDR_ANY, type & kTypeBits, 0);
+bool MctpSocket::listen(uint8_t type) {
+    const sockaddr_mctp address = address_of(MCTP_NET_ANY, MCTP_ADDR_ANY, type & kTypeBits, 0);
     return bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
@@ -45,6 +47,10 @@ bool MctpSocket::send(const MctpPeer& peer, std::span<const uint8_t> message) {
     const sockaddr_mctp address =
         address_of(peer.net, peer.eid, message[0], peer.tag_owner ? MCTP_TAG_OWNER : peer.tag);
     const std::span<const uint8_t> body = message.subspan(1);
+    if (!wait_until(now_ms() + kRoomWaitMs, POLLOUT)) {
+        errno = EAGAIN;
+        return false;
+    }
     return sendto(socket_.get(), body.data(), body.size(), 0,
                   reinterpret_cast<const sockaddr*>(&address),
                   sizeof address) == static_cast<ssize_t>(body.size());
@@ -56,13 +62,13 @@ int64_t MctpSocket::now_ms() {
     return int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
 }
 
-bool MctpSocket::wait_until(int64_t deadline) const {
+bool MctpSocket::wait_until(int64_t deadline, short events) const {
     for (;;) {
         const int64_t left = deadline - now_ms();
-        pollfd waited{.fd = socket_.get(), .events = POLLIN, .revents = 0};
+        pollfd waited{.fd = socket_.get(), .events = events, .revents = 0};
         const int ready = poll(&waited, 1, left > 0 ? static_cast<int>(left) : 0);
         if (ready > 0) {
-            return (waited.revents & POLLIN) != 0;
+            return (waited.revents & events) != 0;
         }
         if (ready == 0 || errno != EINTR) {
             return false;

@@ -4,6 +4,8 @@
 #ifndef SIDEBAND_LINUX_MCTP_SOCKET_H
 #define SIDEBAND_LINUX_MCTP_SOCKET_H
 
+#include <poll.h>
+
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -32,9 +34,12 @@ public:
     /// errno tells why where this gives none; see mctp_objection().
     static std::optional<MctpSocket> open();
 
-    /// Receives what others ask of the BMC in messages of one type. @return false with errno set
-    bool listen(uint32_t net, uint8_t type);
+    /// Receives what others ask of the BMC in messages of one type, on every network: else a
+    /// process that listens on all of them would not see this one. @return false with errno set
+    bool listen(uint8_t type);
 
+    /// Waits for room, if messages of this socket fill its queue: Linux 6.1 loses a reference with
+    /// each message that it refuses for want of room.
     /// @param message  type byte first, at least that. With peer.tag_owner the kernel chooses a tag
     bool send(const MctpPeer& peer, std::span<const uint8_t> message);
 
@@ -59,7 +64,8 @@ public:
 private:
     explicit MctpSocket(Descriptor socket) : socket_(std::move(socket)) {}
 
-    bool wait_until(int64_t deadline) const;
+    /// @param events  of poll()
+    bool wait_until(int64_t deadline, short events = POLLIN) const;
     std::optional<MctpArrival> take(std::span<uint8_t> buffer) const;
 
     Descriptor socket_;

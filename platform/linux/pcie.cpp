@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Platform interface: MCTP messages over PCIe, which the kernel's MCTP carries: it has the drivers,
 // splits messages and gives tags out. Bus, device and function mean nothing to it, EIDs do.
+#include <linux/mctp.h>
 #include <sideband/platform.h>
 
 #include <cerrno>
@@ -42,7 +43,7 @@ private:
     int exchange(plt_pcie_request& request);
     int write(const plt_pcie_request& request);
     int read(plt_pcie_request& request);
-    bool listen(uint32_t net, uint8_t type);
+    bool listen(uint8_t type);
 
     /// A request that had no answer, and the time at which the kernel forgets it.
     struct Unanswered {
@@ -53,7 +54,6 @@ private:
     std::mutex mutex_;
     std::deque<Unanswered> unanswered_;
     std::optional<MctpSocket> listener_;
-    uint32_t listener_net_ = 0;
     uint8_t listener_type_ = 0;
     uint8_t spoken_ = kPldm;  ///< type of the last request
     /// The request that was read last, and the EID that it was sent to as the record tells it.
@@ -121,7 +121,7 @@ int Session::exchange(plt_pcie_request& request) {
     const std::span<const uint8_t> message = message_of(request);
     spoken_ = message[0] & kTypeBits;
     if (will_be_asked(message)) {
-        listen(net_of(request), spoken_);
+        listen(spoken_);
     }
     std::optional<MctpSocket> socket = MctpSocket::open();
     if (!socket) {
@@ -170,10 +170,13 @@ int Session::write(const plt_pcie_request& request) {
 }
 
 int Session::read(plt_pcie_request& request) {
-    if (!listen(net_of(request), spoken_)) {
+    if (!listen(spoken_)) {
         return kFailure;
     }
-    const auto any = [](const MctpPeer& from, uint8_t) { return from.tag_owner; };
+    const uint32_t net = net_of(request);
+    const auto any = [net](const MctpPeer& from, uint8_t) {
+        return from.tag_owner && (net == MCTP_NET_ANY || from.net == net);
+    };
     const std::optional<MctpArrival> arrival =
         listener_->receive(request.message, wait_of(request), any);
     if (!arrival) {
@@ -184,21 +187,19 @@ int Session::read(plt_pcie_request& request) {
     return kSuccess;
 }
 
-bool Session::listen(uint32_t net, uint8_t type) {
-    if (listener_ && listener_net_ == net && listener_type_ == type) {
+bool Session::listen(uint8_t type) {
+    if (listener_ && listener_type_ == type) {
         return true;
     }
     listener_ = MctpSocket::open();
-    if (listener_ && listener_->listen(net, type)) {
-        listener_net_ = net;
+    if (listener_ && listener_->listen(type)) {
         listener_type_ = type;
         return true;
     }
     const int error = errno;
     listener_.reset();
-    console_log(
-        "MCTP over PCIe: requests of message type %u on network %u cannot be received: %s\n", type,
-        net, error == EADDRINUSE ? "another process has that type" : std::strerror(error));
+    console_log("MCTP over PCIe: requests of message type %u cannot be received: %s\n", type,
+                error == EADDRINUSE ? "another process has that type" : std::strerror(error));
     return false;
 }
 
