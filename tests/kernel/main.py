@@ -14,6 +14,7 @@ import faults
 import libnvme
 import nvme_cli
 import same_tool
+import session
 from machine import Tool
 from report import Report
 
@@ -23,6 +24,7 @@ def main():
     tool, report = Tool(program), Report()
     groups = {
         "sideband": lambda: same_tool.check(report, program, tool, folder, os.environ["SIDEBAND_TOOL"]),
+        "session": lambda: session.check(report, program, folder, os.environ["SIDEBAND_TOOL"]),
         "nvme-cli": lambda: nvme_cli.check(report, program, tool, folder),
         "libnvme": lambda: libnvme.check(report, program, tool, folder, os.environ["SIDEBAND_MI_CLIENT"]),
         "faults": lambda: faults.check(report, program, folder),

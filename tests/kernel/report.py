@@ -2,8 +2,13 @@
 """Cases of ./dev kernel: what each compared, whether it held, and the count of them all."""
 import contextlib
 import json
+import textwrap
 import time
 import traceback
+
+
+# Characters of what was compared that a line shows.
+LABEL = 60
 
 
 class Skip(Exception):
@@ -15,19 +20,19 @@ class Case:
 
     def __init__(self, name):
         self.name = name
-        self.compared = 0
+        self.compared = []  # what each comparison was of
         self.complaints = []
         self.notes = []
 
     def equal(self, what, theirs, ours):
         """Both sides say the same."""
-        self.compared += 1
+        self.compared.append(what)
         if theirs != ours:
             self.complaints.append(f"{what}: {theirs!r}, expected {ours!r}")
 
     def that(self, what, holds):
         """Something that must hold; `what` says it for the case that it does not."""
-        self.compared += 1
+        self.compared.append(what)
         if not holds:
             self.complaints.append(what)
 
@@ -57,15 +62,18 @@ class Report:
             if not case.compared and not case.complaints:
                 case.complaints.append("nothing was compared")
             outcome = "failed" if case.complaints else "passed"
-        self.cases.append({"name": name, "outcome": outcome, "compared": case.compared,
+        self.cases.append({"name": name, "outcome": outcome, "compared": len(case.compared),
                            "complaints": case.complaints, "reason": reason})
         self.show(case, outcome, reason, time.monotonic() - started)
 
     @staticmethod
     def show(case, outcome, reason, seconds):
         """The lines of one case."""
-        said = reason or f"{case.compared} compared"
+        said = reason or f"{len(case.compared)} compared"
         print(f"{outcome.upper():<8} {case.name}: {said} ({seconds:.1f} s)", flush=True)
+        listed = "; ".join(" ".join(what.split())[:LABEL] for what in case.compared)
+        for text in textwrap.wrap(listed, width=120, break_long_words=False):
+            print(f"         {text}", flush=True)
         for text in case.notes:
             print(f"         {text}", flush=True)
         for text in case.complaints:
