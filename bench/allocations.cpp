@@ -5,12 +5,14 @@
 #include <cerrno>
 #include <cstddef>
 
+// NOLINTBEGIN(readability-identifier-naming): libc's own names
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* block, size_t size);
 void* __libc_memalign(size_t alignment, size_t size);
 }
+// NOLINTEND(readability-identifier-naming)
 
 namespace {
 

@@ -42,14 +42,14 @@ def deepest(build):
     return dict(list(depths.items())[:stack.DEEPEST])
 
 
-def counted(build):
-    return {case: round(parts["library"] + parts["libc"]) for case, parts in instructions.measure(build)}
+def counted(build, plugin=None):
+    return {case: round(parts["library"] + parts["libc"]) for case, parts in instructions.measure(build, plugin)}
 
 
 def measure(x86, arm):
     return {
         "instructions on x86-64, -O2": counted(x86),
-        "instructions on armhf, -Os": counted(arm),
+        "instructions on armhf, -Os": counted(arm, pathlib.Path(x86) / "bench" / "count_plugin.so"),
         "stack of the deepest calls on armhf, bytes": deepest(arm),
         "size on armhf, bytes": sizes(arm),
     }

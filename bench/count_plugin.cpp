@@ -13,6 +13,8 @@
 #include <cstring>
 #include <string>
 
+// The emulator's own names.
+// NOLINTBEGIN(readability-identifier-naming)
 extern "C" {
 
 using qemu_plugin_id_t = uint64_t;
@@ -35,6 +37,7 @@ __attribute__((visibility("default"))) int qemu_plugin_install(qemu_plugin_id_t 
                                                                char** argv);
 
 }  // extern "C"
+// NOLINTEND(readability-identifier-naming)
 
 namespace {
 

@@ -3,7 +3,9 @@
 """Counts the instructions of one exchange of each benchmark case, natively by callgrind or for ARM by a plugin of
 the emulator.
 
-usage: instructions.py BUILD_DIRECTORY [CASE...]
+usage: instructions.py BUILD_DIRECTORY [--plugin FILE] [CASE...]
+
+FILE is count_plugin.so of a native build; ARM needs it.
 
 A case runs twice with different repeat counts; the difference leaves start-up and set-up out. The
 count is split by the object that the instructions lie in: "library" is libsideband.so, "libc" the
@@ -13,6 +15,7 @@ in the benchmark program itself. "exchange" is library plus libc.
 libc's memset() takes a round more or less by where the stack happens to lie; each case is counted at
 two places, and the larger count stands.
 """
+import argparse
 import os
 import pathlib
 import re
@@ -26,7 +29,6 @@ PADDINGS = (1, 17)
 # "rep stosb" and its like would count once a byte.
 PLAIN_LOOPS = "glibc.cpu.x86_rep_stosb_threshold=0x7fffffff:glibc.cpu.x86_rep_movsb_threshold=0x7fffffff"
 EM_ARM = 40
-HERE = pathlib.Path(__file__).resolve().parent
 
 
 def costs_by_object(profile):
@@ -81,12 +83,10 @@ class Callgrind:
 class Emulator:
     """ARM: counts by page, and the loader's own words on where each object lies."""
 
-    def __init__(self, build):
+    def __init__(self, build, plugin):
         self.program = build / "bench" / "bench-repeat"
         self.emulator = ["qemu-arm", "-L", "/usr/arm-linux-gnueabihf"]
-        self.plugin = build / "count_plugin.so"
-        subprocess.run(["c++", "-std=c++20", "-O2", "-shared", "-fPIC", "-o", self.plugin,
-                        HERE / "count_plugin.cpp"], check=True)
+        self.plugin = plugin
 
     def list(self):
         return [*self.emulator, self.program, "--cases"]
@@ -131,15 +131,15 @@ def worst(machine, case):
                key=lambda parts: parts["library"] + parts["libc"])
 
 
-def machine_of(build):
+def machine_of(build, plugin):
     """How to count what was built there: by the machine in the program's ELF header."""
     header = (build / "bench" / "bench-repeat").read_bytes()[:20]
-    return Emulator(build) if int.from_bytes(header[18:20], "little") == EM_ARM else Callgrind(build)
+    return Emulator(build, plugin) if int.from_bytes(header[18:20], "little") == EM_ARM else Callgrind(build)
 
 
-def measure(build, cases=()):
+def measure(build, plugin=None, cases=()):
     """(case, its parts) one by one."""
-    machine = machine_of(pathlib.Path(build))
+    machine = machine_of(pathlib.Path(build), plugin)
     cases = cases or subprocess.run(machine.list(), check=True, capture_output=True,
                                     text=True).stdout.split()
     for case in cases:
@@ -147,10 +147,13 @@ def measure(build, cases=()):
 
 
 def main():
-    if len(sys.argv) < 2:
-        sys.exit(__doc__)
+    parser = argparse.ArgumentParser()
+    parser.add_argument("build")
+    parser.add_argument("--plugin")
+    parser.add_argument("cases", nargs="*")
+    arguments = parser.parse_intermixed_args()
     print(f"{'instructions an exchange':<34}{'exchange':>9}{'library':>9}{'libc':>7}{'platform':>9}")
-    for case, parts in measure(sys.argv[1], sys.argv[2:]):
+    for case, parts in measure(arguments.build, arguments.plugin, arguments.cases):
         print(f"{case:<34}{parts['library'] + parts['libc']:>9.0f}{parts['library']:>9.0f}"
               f"{parts['libc']:>7.0f}{parts['platform']:>9.0f}", flush=True)
 

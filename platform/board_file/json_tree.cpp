@@ -24,11 +24,13 @@ struct Progress {
 /// Hands characters to the parser and counts the lines that went through.
 class CountingIterator {
 public:
+    // NOLINTBEGIN(readability-identifier-naming): names that std::iterator_traits looks for
     using iterator_category = std::input_iterator_tag;
     using value_type = char;
     using difference_type = std::ptrdiff_t;
     using pointer = const char*;
     using reference = const char&;
+    // NOLINTEND(readability-identifier-naming)
 
     CountingIterator(const char* at, Progress* progress) : at_(at), progress_(progress) {}
     reference operator*() const { return *at_; }
