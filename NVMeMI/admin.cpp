@@ -31,13 +31,9 @@ constexpr uint32_t kNamespaceDelete = 1;
 /// The file that log readers know the commands by.
 constexpr char kSource[] = "NVMeMI/nvme";
 
-/// Room for a response with as many data as one can have.
-using Room = std::array<uint8_t, NVME_ADMIN_RESPONSE_SIZE + NVME_ADMIN_DATA_MAX>;
-
-/// As much of the room as data are wanted. More than there can be is not sent.
-std::span<uint8_t> room_for(Room& room, uint32_t length) {
-    return std::span(room).first(NVME_ADMIN_RESPONSE_SIZE +
-                                 std::min<uint32_t>(length, NVME_ADMIN_DATA_MAX));
+/// Room for a response with so many data. More than there can be is not asked for.
+nvme::Room room_for(nvme::Area& area, uint32_t length) {
+    return {area, NVME_ADMIN_RESPONSE_SIZE + std::min<uint32_t>(length, NVME_ADMIN_DATA_MAX)};
 }
 
 /// A command that moves no data at all.
@@ -106,8 +102,9 @@ int32_t nvme_get_log_page(nvme_admin_req* req, uint16_t cntlid, uint32_t length,
         command.cdw9 = length;
         command.cdw15 = req->nsid;
     }
-    Room room{};
-    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room);
+    nvme::Area area;
+    const nvme::AdminAnswer answer =
+        nvme::exchange(req->ctx, command, room_for(area, NVME_ADMIN_DATA_MAX));
     const int32_t result = finish_read(answer, data, length, received);
     if (is_completed(answer)) {
         std::printf("MORE=%d\n", static_cast<int>(NVME_COMPLETION_MORE(answer.dword3)));
@@ -129,8 +126,8 @@ int32_t nvme_identify(nvme_admin_req* req, uint32_t length, uint8_t passthrough,
     } else {
         console_log("[%s:%d] Doing Direct NVMe-MI\n", kSource, __LINE__);
     }
-    Room room{};
-    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room_for(room, length));
+    nvme::Area area;
+    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room_for(area, length));
     const int32_t result = finish_read(answer, data, length, received);
     if (is_completed(answer)) {
         const size_t arrived = answer.body.remaining();
@@ -180,8 +177,9 @@ int32_t nvme_admin_get_set_feature(nvme_admin_req* req, uint8_t opcode,
     nvme::AdminCommand command = command_of(*req, opcode, req->dlen);
     copy_dwords_11_to_14(command, *req);
     command.cdw15 = req->cdw15;
-    Room room{};
-    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room);
+    nvme::Area area;
+    const nvme::AdminAnswer answer =
+        nvme::exchange(req->ctx, command, room_for(area, NVME_ADMIN_DATA_MAX));
     const int32_t status = finish(answer);
     if (status == 0 && result != nullptr) {
         result->dword0 = answer.dword0;
@@ -195,7 +193,7 @@ int32_t nvme_namespace_mgmt_create(nvmemi_ctx* ctx, uint16_t cntlid, const uint8
     if (data == nullptr) {
         return -1;
     }
-    std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE + NVME_ADMIN_DATA_MAX> bytes{};
+    std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE + NVME_ADMIN_DATA_MAX> bytes;
     std::memcpy(bytes.data() + NVME_ADMIN_REQUEST_SIZE, data, NVME_ADMIN_DATA_MAX);
     const nvme::AdminCommand command{
         .opcode = kNamespaceManagement, .cntlid = cntlid, .dlen = NVME_ADMIN_DATA_MAX};
@@ -269,8 +267,8 @@ int32_t nvme_get_pd_info(nvme_admin_req* req, uint32_t length, uint8_t* data, ui
     nvme::AdminCommand command = command_of(*req, req->opcode, length);
     command.cdw12 = req->cdw12;
     command.cdw14 = req->cdw14;
-    Room room{};
-    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room_for(room, length));
+    nvme::Area area;
+    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room_for(area, length));
     return finish_read(answer, data, length, received);
 }
 
@@ -283,8 +281,8 @@ int32_t nvme_mrvl_read_cmd(nvme_admin_req* req, uint32_t length, uint8_t* data,
     command.cdw12 = req->cdw12;
     command.cdw13 = req->cdw13;
     command.cdw14 = req->cdw14;
-    Room room{};
-    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room_for(room, length));
+    nvme::Area area;
+    const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room_for(area, length));
     const int32_t result = finish_read(answer, data, length, received);
     if (answer.stage == nvme::Stage::kFailed) {
         std::printf("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(answer.dword3),

@@ -10,7 +10,6 @@
 
 #include "NVMeMI/message.h"
 #include "common/lock.h"
-#include "common/memory.h"
 #include "common/sleep.h"
 #include "transport/mctp.h"
 #include "transport/pcie_message.h"
@@ -23,40 +22,45 @@ namespace {
 constexpr int kTries = 3;
 constexpr uint32_t kProcessingTimeUs = 200000;
 
-using Area = std::array<uint8_t, NVMEMI_RESPONSE_MAX>;
+/// Most responses have a status or little more to say. Up to so many bytes they take little stack.
+constexpr size_t kShortCapacity = 64;
+using ShortArea = std::array<uint8_t, 2 * kShortCapacity>;
 
-bool wants_time(const Area& area) {
+bool wants_time(const uint8_t* area) {
     return area[kStatus] == NVMEMI_STATUS_MORE_PROCESSING_REQUIRED;
 }
 
 /// Reads over PCIe, whose stock receive does not say how much came. An integrity check that
 /// there is no room for is left out, as over SMBus; what else is too long shows in the result.
-int32_t receive_pcie(mctp_ctx& mctp, int32_t room, Area& area) {
-    const int32_t received =
-        mctp_pcie_recv_with_type(&mctp, static_cast<int32_t>(area.size()), area.data());
+int32_t receive_pcie(mctp_ctx& mctp, int32_t room, uint8_t* area) {
+    std::array<uint8_t, PLT_PCIE_MESSAGE_SIZE> message;
+    message[0] = area[0];
+    const int32_t received = mctp_pcie_recv_with_type(&mctp, message.size(), message.data());
     if (received <= 1) {
         return -1;
     }
-    const int32_t length = received - 1;
-    std::memmove(area.data(), area.data() + 1, static_cast<size_t>(length));
-    return length > room ? static_cast<int32_t>(body_length(area, length)) : length;
+    const auto body = std::span(message).subspan(1, static_cast<size_t>(received - 1));
+    const auto capacity = static_cast<size_t>(room);
+    std::memcpy(area, body.data(), std::min(body.size(), capacity));
+    const size_t length = body.size() > capacity ? body_length(body, received - 1) : body.size();
+    return static_cast<int32_t>(length);
 }
 
 /// Reads what an endpoint sends of its own accord.
-int32_t receive(mctp_ctx& mctp, int32_t room, Area& area) {
+int32_t receive(mctp_ctx& mctp, int32_t room, uint8_t* area) {
     if (mctp.recv == pcie_recv) {
         return receive_pcie(mctp, room, area);
     }
     if (mctp.binding_kind != MCTP_BINDING_KIND_SL8_SMBUS) {
-        return mctp.recv(&mctp, room, area.data());
+        return mctp.recv(&mctp, room, area);
     }
     // The receive of this binding is one that its exchange calls with the bus locked.
     const MutexGuard bus(at_p_St_GlobalVar->bus_mutex[mctp.bus]);
-    return bus ? mctp.recv(&mctp, room, area.data()) : -1;
+    return bus ? mctp.recv(&mctp, room, area) : -1;
 }
 
 /// Waits for the response that an endpoint has announced.
-int32_t receive_later(mctp_ctx& mctp, int32_t room, Area& area) {
+int32_t receive_later(mctp_ctx& mctp, int32_t room, uint8_t* area) {
     int32_t result = -1;
     for (int i = 0; i < kTries && result < 0; ++i) {
         sleep_us(kProcessingTimeUs);
@@ -70,21 +74,16 @@ bool is_usable(const nvmemi_ctx* ctx, const uint8_t* request, const uint8_t* res
            ctx->mctp->recv != nullptr && request != nullptr && response != nullptr;
 }
 
-}  // namespace
-
-int32_t request_with_retries(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,
-                             uint8_t* request, uint8_t* response) {
-    if (!is_usable(ctx, request, response)) {
-        return -1;
-    }
-    mctp_ctx& mctp = *ctx->mctp;
-    Area area;
-    zero(area);
+/// Exchanges in an area that has more room than is asked for.
+int32_t run(mctp_ctx& mctp, uint32_t request_length, uint32_t response_capacity,
+            const uint8_t* request, uint8_t* area) {
     const auto room =
         static_cast<int32_t>(std::min<uint32_t>(response_capacity, NVMEMI_RESPONSE_MAX));
+    // The status is looked at even if it did not come.
+    std::fill_n(area, NVMEMI_RESPONSE_SIZE, uint8_t{0});
     int32_t result = -1;
     for (int i = 0; i < kTries && result <= 0 && !wants_time(area); ++i) {
-        result = mctp.xfer(&mctp, request_length, room, request, area.data());
+        result = mctp.xfer(&mctp, request_length, room, request, area);
     }
     if (wants_time(area)) {
         result = receive_later(mctp, room, area);
@@ -92,11 +91,39 @@ int32_t request_with_retries(nvmemi_ctx* ctx, uint32_t request_length, uint32_t 
         return -1;
     }
     // More than there is room for is nothing that an operation could have stored.
-    if (result < 0 || result > room) {
+    return result > room ? -1 : std::max(result, -1);
+}
+
+/// Exchanges aside, for a response that is left alone unless one came.
+template <typename Aside>
+int32_t run_aside(mctp_ctx& mctp, uint32_t request_length, uint32_t response_capacity,
+                  const uint8_t* request, uint8_t* response) {
+    Aside area;
+    const int32_t result = run(mctp, request_length, response_capacity, request, area.data());
+    if (result > 0) {
+        std::memcpy(response, area.data(), static_cast<size_t>(result));
+    }
+    return result;
+}
+
+}  // namespace
+
+int32_t request_with_retries(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,
+                             uint8_t* request, uint8_t* response) {
+    if (!is_usable(ctx, request, response)) {
         return -1;
     }
-    std::memcpy(response, area.data(), static_cast<size_t>(result));
-    return result;
+    const auto run_in =
+        response_capacity <= kShortCapacity ? run_aside<ShortArea> : run_aside<Area>;
+    return run_in(*ctx->mctp, request_length, response_capacity, request, response);
+}
+
+int32_t request_in_area(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,
+                        uint8_t* request, uint8_t* response) {
+    if (!is_usable(ctx, request, response)) {
+        return -1;
+    }
+    return run(*ctx->mctp, request_length, response_capacity, request, response);
 }
 
 }  // namespace sideband::nvme

@@ -97,13 +97,14 @@ Piece piece_of(const Transfer& transfer, uint32_t index) {
 
 /// Sends one piece, and leaves in the update status why it did not work.
 int32_t send_piece(const Transfer& transfer, const Piece& piece) {
-    Request bytes{};
+    Request bytes;
     const nvme::AdminCommand command{.opcode = kFirmwareImageDownload,
                                      .cntlid = transfer.cntlid,
                                      .dlen = piece.dwords * kDword,
                                      .cdw10 = piece.dwords - 1,
                                      .cdw11 = piece.offset / kDword};
     const auto data = std::span(bytes).subspan(NVME_ADMIN_REQUEST_SIZE, piece.length);
+    std::fill_n(data.end(), piece.padding, uint8_t{0});
     if (!read_image(transfer, piece.offset, data)) {
         return conclude(NVME_FW_DOWNLOAD_UNREADABLE, -1);
     }

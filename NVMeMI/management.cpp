@@ -89,8 +89,9 @@ int32_t nvmemi_read_nvmemi_data_structure(nvmemi_ctx* ctx, const uint32_t* nmd0,
     if (!is_usable(ctx, nmd0 != nullptr && data != nullptr && length != nullptr)) {
         return -1;
     }
-    std::array<uint8_t, NVMEMI_RESPONSE_MAX> room{};
-    nvme::Answer answer = nvme::exchange(ctx, {.opcode = kReadDataStructure, .nmd0 = *nmd0}, room);
+    nvme::Area area;
+    nvme::Answer answer =
+        nvme::exchange(ctx, {.opcode = kReadDataStructure, .nmd0 = *nmd0}, {area, area.size()});
     const uint16_t size = answer.body.le16();
     answer.body.skip(1);
     const int32_t status = finish(answer, "fail to send nvmemi data structure command");
@@ -243,7 +244,7 @@ int32_t nvmemi_vpd_read(nvmemi_ctx* ctx, uint16_t offset, uint16_t length, uint8
         return -1;
     }
     nvme::Answer answer = nvme::exchange(ctx, {.opcode = kVpdRead, .nmd0 = offset, .nmd1 = length},
-                                         {room.get(), size});
+                                         std::span(room.get(), size));
     answer.body.skip(kManagementResponseSize);
     const auto vpd = answer.body.bytes(length);
     const int32_t status = finish(answer, "fail to read VPD");

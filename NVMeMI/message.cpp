@@ -27,15 +27,34 @@ constexpr uint8_t kAdminTypeMask = 0x86;
 
 /// Sets the message type of the context and sends the bytes of a request over it.
 /// @return what the operation says; -1 for every failure
-int32_t transfer(nvmemi_ctx* ctx, std::span<uint8_t> request, std::span<uint8_t> response) {
+int32_t transfer(nvmemi_ctx* ctx, std::span<uint8_t> request, Room room) {
     if (ctx == nullptr || ctx->mctp == nullptr || ctx->mi_request == nullptr) {
         return -1;
     }
     ctx->mctp->msg_type = kMessageType;
+    const bool in_area = room.is_area && ctx->mi_request == request_with_retries;
+    const nvmemi_request_op operation = in_area ? request_in_area : ctx->mi_request;
     const int32_t result =
-        ctx->mi_request(ctx, static_cast<uint32_t>(request.size()),
-                        static_cast<uint32_t>(response.size()), request.data(), response.data());
+        operation(ctx, static_cast<uint32_t>(request.size()),
+                  static_cast<uint32_t>(room.bytes.size()), request.data(), room.bytes.data());
     return std::max(result, -1);
+}
+
+/// Fills in message type and command flags of an admin request.
+void complete(std::span<uint8_t> request) {
+    constexpr size_t kBeforeData = 26;
+    constexpr uint8_t kLengthValid = 1 << 0;
+    constexpr uint8_t kOffsetValid = 1 << 1;
+    WireReader reader(request);
+    const uint8_t type_bits = reader.u8();
+    reader.skip(kBeforeData);
+    const uint32_t offset = reader.le32();
+    const uint32_t length = reader.le32();
+    const int flags = (length != 0 ? kLengthValid : 0) | (offset != 0 ? kOffsetValid : 0);
+    WireWriter(request)
+        .u8((type_bits & kAdminTypeMask) | kAdminCommand)
+        .skip(3)
+        .u8(static_cast<uint8_t>(flags));
 }
 
 /// Where an error is reported: admin commands use the console, management commands the output.
@@ -116,6 +135,7 @@ size_t body_length(std::span<const uint8_t> room, int32_t result) {
 }
 
 Request encode(const Command& command, std::span<uint8_t> bytes) {
+    std::fill_n(bytes.begin(), NVMEMI_REQUEST_SIZE, uint8_t{0});
     WireWriter writer(bytes);
     writer.u8(kManagementCommand).skip(2).u8(command.opcode).skip(3);
     writer.le32(command.nmd0).le32(command.nmd1);
@@ -124,7 +144,8 @@ Request encode(const Command& command, std::span<uint8_t> bytes) {
 
 AdminRequest encode(const AdminCommand& command, std::span<uint8_t> bytes) {
     constexpr size_t kDwords2To5 = 16;
-    // Message type bits and command flags are filled in by nvme_admin_cmd().
+    std::fill_n(bytes.begin(), NVME_ADMIN_REQUEST_SIZE, uint8_t{0});
+    // Message type bits and command flags are filled in by complete().
     WireWriter writer(bytes);
     writer.skip(3).u8(command.opcode).skip(1).le16(command.cntlid).le32(command.nsid);
     writer.skip(kDwords2To5).le32(command.dofst).le32(command.dlen).skip(4).le32(command.cdw9);
@@ -133,32 +154,30 @@ AdminRequest encode(const AdminCommand& command, std::span<uint8_t> bytes) {
     return {bytes};
 }
 
-Answer exchange(nvmemi_ctx* ctx, Request request, std::span<uint8_t> room) {
-    return judge(room, transfer(ctx, request.bytes, room));
+Answer exchange(nvmemi_ctx* ctx, Request request, Room room) {
+    return judge(room.bytes, transfer(ctx, request.bytes, room));
 }
 
-Answer exchange(nvmemi_ctx* ctx, const Command& command, std::span<uint8_t> room) {
-    std::array<uint8_t, NVMEMI_REQUEST_SIZE> bytes{};
+Answer exchange(nvmemi_ctx* ctx, const Command& command, Room room) {
+    std::array<uint8_t, NVMEMI_REQUEST_SIZE> bytes;
     return exchange(ctx, encode(command, bytes), room);
 }
 
-AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, std::span<uint8_t> room) {
-    const int32_t result =
-        nvme_admin_cmd(ctx, static_cast<uint32_t>(request.bytes.size()),
-                       static_cast<uint32_t>(room.size()), request.bytes.data(), room.data());
-    AdminAnswer answer{judge(room, result), 0, 0};
+AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, Room room) {
+    complete(request.bytes);
+    AdminAnswer answer{judge(room.bytes, transfer(ctx, request.bytes, room)), 0, 0};
     if (answer.stage == Stage::kDone) {
         judge_completion(answer);
     }
     return answer;
 }
 
-AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, std::span<uint8_t> room) {
+AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, Room room) {
     if (command.dlen > NVME_ADMIN_DATA_MAX) {
         debug_log("%s, %u bytes of data are too many\n", "nvme admin", command.dlen);
-        return {judge(room, -1), 0, 0};
+        return {judge(room.bytes, -1), 0, 0};
     }
-    std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE> bytes{};
+    std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE> bytes;
     return exchange(ctx, encode(command, bytes), room);
 }
 
@@ -188,21 +207,10 @@ int32_t finish(const AdminAnswer& answer) {
 
 int32_t nvme_admin_cmd(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,
                        uint8_t* request, uint8_t* response) {
-    constexpr size_t kBeforeData = 26;
-    constexpr uint8_t kLengthValid = 1 << 0;
-    constexpr uint8_t kOffsetValid = 1 << 1;
     if (request == nullptr || request_length < NVME_ADMIN_REQUEST_SIZE || response == nullptr) {
         return -1;
     }
-    WireReader reader({request, request_length});
-    const uint8_t type_bits = reader.u8();
-    reader.skip(kBeforeData);
-    const uint32_t offset = reader.le32();
-    const uint32_t length = reader.le32();
-    const int flags = (length != 0 ? kLengthValid : 0) | (offset != 0 ? kOffsetValid : 0);
-    WireWriter({request, request_length})
-        .u8((type_bits & nvme::kAdminTypeMask) | nvme::kAdminCommand)
-        .skip(3)
-        .u8(static_cast<uint8_t>(flags));
-    return nvme::transfer(ctx, {request, request_length}, {response, response_capacity});
+    const std::span bytes(request, request_length);
+    nvme::complete(bytes);
+    return nvme::transfer(ctx, bytes, std::span(response, response_capacity));
 }

@@ -5,6 +5,8 @@
 
 #include <sideband/nvme_mi.h>
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -44,6 +46,24 @@ struct AdminCommand {
     uint32_t cdw15 = 0;
 };
 
+/// Room for any response.
+using Area = std::array<uint8_t, NVMEMI_RESPONSE_MAX>;
+
+/// Where a response goes. What does not come of it stays as it was.
+struct Room {
+    Room(std::span<uint8_t> all) : bytes(all) {}
+    template <size_t size>
+    Room(std::array<uint8_t, size>& all) : bytes(all) {}
+    /// As much of an area as is asked for: request_with_retries() works in the area itself. What is
+    /// in front of the data becomes zeros.
+    Room(Area& whole, size_t capacity) : bytes(std::span(whole).first(capacity)), is_area(true) {
+        std::fill_n(whole.begin(), NVME_ADMIN_RESPONSE_SIZE, uint8_t{0});
+    }
+
+    std::span<uint8_t> bytes;
+    bool is_area = false;
+};
+
 /// A request with data: the command in front of them.
 struct Request {
     std::span<uint8_t> bytes;
@@ -52,7 +72,7 @@ struct AdminRequest {
     std::span<uint8_t> bytes;
 };
 
-/// Writes a command in front of its data.
+/// Writes a command, all of its bytes, in front of its data.
 Request encode(const Command& command, std::span<uint8_t> bytes);
 AdminRequest encode(const AdminCommand& command, std::span<uint8_t> bytes);
 
@@ -81,11 +101,10 @@ struct AdminAnswer : Answer {
 };
 
 /// Sets the message type of the context and sends a request over it.
-/// @param room  for as much as is asked for
-Answer exchange(nvmemi_ctx* ctx, Request request, std::span<uint8_t> room);
-Answer exchange(nvmemi_ctx* ctx, const Command& command, std::span<uint8_t> room);
-AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, std::span<uint8_t> room);
-AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, std::span<uint8_t> room);
+Answer exchange(nvmemi_ctx* ctx, Request request, Room room);
+Answer exchange(nvmemi_ctx* ctx, const Command& command, Room room);
+AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, Room room);
+AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, Room room);
 
 /// The end of a management command. Says on standard output what failed.
 /// @param failure  what to say of a failed exchange
@@ -98,6 +117,9 @@ int32_t finish(const AdminAnswer& answer);
 /// The operation that nvmemi_init() installs.
 int32_t request_with_retries(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,
                              uint8_t* request, uint8_t* response);
+/// The same with a response that is an Area, of which nothing is promised if it fails.
+int32_t request_in_area(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,
+                        uint8_t* request, uint8_t* response);
 
 }  // namespace sideband::nvme
 
