@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "NVMeMI/message.h"
+#include "common/memory.h"
 
 using namespace sideband;
 
@@ -40,6 +41,23 @@ nvme::Room room_for(nvme::Area& area, uint32_t length) {
 int32_t plain_command(nvmemi_ctx* ctx, const nvme::AdminCommand& command) {
     std::array<uint8_t, NVME_ADMIN_RESPONSE_SIZE> room{};
     return finish(nvme::exchange(ctx, command, room));
+}
+
+/// A request with as many data as one can have.
+using DataRequest = std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE + NVME_ADMIN_DATA_MAX>;
+
+std::span<uint8_t> data_of(DataRequest& bytes) {
+    return std::span(bytes).subspan(NVME_ADMIN_REQUEST_SIZE);
+}
+
+/// Namespace Attachment with its data, a list of one controller (NVMe, Controller List).
+int32_t attach_listed(nvmemi_ctx* ctx, nvme::AdminCommand command) {
+    DataRequest bytes;
+    zero(data_of(bytes));
+    WireWriter(data_of(bytes)).le16(1).le16(command.cntlid);
+    command.dlen = NVME_ADMIN_DATA_MAX;
+    std::array<uint8_t, NVME_ADMIN_RESPONSE_SIZE> room{};
+    return finish(nvme::exchange(ctx, nvme::encode(command, bytes), room));
 }
 
 /// Copies the data of a response. What there is no room for is lost.
@@ -193,8 +211,8 @@ int32_t nvme_namespace_mgmt_create(nvmemi_ctx* ctx, uint16_t cntlid, const uint8
     if (data == nullptr) {
         return -1;
     }
-    std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE + NVME_ADMIN_DATA_MAX> bytes;
-    std::memcpy(bytes.data() + NVME_ADMIN_REQUEST_SIZE, data, NVME_ADMIN_DATA_MAX);
+    DataRequest bytes;
+    std::memcpy(data_of(bytes).data(), data, NVME_ADMIN_DATA_MAX);
     const nvme::AdminCommand command{
         .opcode = kNamespaceManagement, .cntlid = cntlid, .dlen = NVME_ADMIN_DATA_MAX};
     std::array<uint8_t, NVME_ADMIN_RESPONSE_SIZE> room{};
@@ -224,10 +242,15 @@ int32_t nvme_fw_image_commit(nvmemi_ctx* ctx, uint16_t cntlid, uint8_t slot, uin
 int32_t nvme_namespace_mgmt_attachment(nvmemi_ctx* ctx, uint16_t cntlid, uint32_t nsid,
                                        uint8_t select) {
     constexpr uint32_t kSelectMask = 0x0F;
-    return plain_command(ctx, {.opcode = kNamespaceAttachment,
-                               .cntlid = cntlid,
-                               .nsid = nsid,
-                               .cdw10 = select & kSelectMask});
+    const nvme::AdminCommand command{.opcode = kNamespaceAttachment,
+                                     .cntlid = cntlid,
+                                     .nsid = nsid,
+                                     .cdw10 = select & kSelectMask};
+    const bool strict =
+        ctx != nullptr && ctx->mctp != nullptr && (ctx->mctp->strict & MCTP_STRICT_NVME_MI) != 0;
+    // Without the list, as deployed firmware sends it, the controller that gets the command is
+    // meant.
+    return strict ? attach_listed(ctx, command) : plain_command(ctx, command);
 }
 
 int32_t nvme_lockdown_set(const nvme_lockdown_param* param) {

@@ -26,8 +26,9 @@ constexpr uint32_t kProcessingTimeUs = 200000;
 constexpr size_t kShortCapacity = 64;
 using ShortArea = std::array<uint8_t, 2 * kShortCapacity>;
 
-bool wants_time(const uint8_t* area) {
-    return area[kStatus] == NVMEMI_STATUS_MORE_PROCESSING_REQUIRED;
+bool wants_time(const mctp_ctx& mctp, std::span<const uint8_t> request, const uint8_t* area) {
+    return area[kStatus] == NVMEMI_STATUS_MORE_PROCESSING_REQUIRED &&
+           is_response(mctp, request, {area, 1});
 }
 
 /// Reads over PCIe, whose stock receive does not say how much came. An integrity check that
@@ -42,7 +43,8 @@ int32_t receive_pcie(mctp_ctx& mctp, int32_t room, uint8_t* area) {
     const auto body = std::span(message).subspan(1, static_cast<size_t>(received - 1));
     const auto capacity = static_cast<size_t>(room);
     std::memcpy(area, body.data(), std::min(body.size(), capacity));
-    const size_t length = body.size() > capacity ? body_length(body, received - 1) : body.size();
+    const size_t length =
+        body.size() > capacity ? body_length(mctp, body, received - 1) : body.size();
     return static_cast<int32_t>(length);
 }
 
@@ -82,10 +84,12 @@ int32_t run(mctp_ctx& mctp, uint32_t request_length, uint32_t response_capacity,
     // The status is looked at even if it did not come.
     std::fill_n(area, NVMEMI_RESPONSE_SIZE, uint8_t{0});
     int32_t result = -1;
-    for (int i = 0; i < kTries && result <= 0 && !wants_time(area); ++i) {
+    bool busy = false;
+    for (int i = 0; i < kTries && result <= 0 && !busy; ++i) {
         result = mctp.xfer(&mctp, request_length, room, request, area);
+        busy = wants_time(mctp, {request, request_length}, area);
     }
-    if (wants_time(area)) {
+    if (busy) {
         result = receive_later(mctp, room, area);
     } else if (result <= 0) {
         return -1;

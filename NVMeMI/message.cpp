@@ -24,6 +24,10 @@ constexpr uint8_t kAdminCommand = 2 << 3;
 /// What stays of the first byte of a tunnelled command: the message type is replaced, and the
 /// command goes to command slot 0.
 constexpr uint8_t kAdminTypeMask = 0x86;
+/// Of the first byte: whether it is a response, and what that has in common with its request, which
+/// are NVMe-MI message type and command slot.
+constexpr uint8_t kResponse = 0x80;
+constexpr uint8_t kCommonMask = 0x79;
 
 /// Sets the message type of the context and sends the bytes of a request over it.
 /// @return what the operation says; -1 for every failure
@@ -85,13 +89,17 @@ void report_status(std::span<const uint8_t> message, Outlet outlet) {
     }
 }
 
-/// Looks at the status of what came.
-/// @param result  of the transfer
-Answer judge(std::span<const uint8_t> room, int32_t result) {
+Answer failed_exchange() {
+    return {Stage::kFailedExchange, -1, {}, WireReader({})};
+}
+
+/// Exchanges, and looks at the status of what came.
+Answer judge(nvmemi_ctx* ctx, std::span<uint8_t> request, Room room) {
+    const int32_t result = transfer(ctx, request, room);
     if (result < 0) {
-        return {Stage::kFailedExchange, -1, {}, WireReader({})};
+        return failed_exchange();
     }
-    const auto message = room.first(body_length(room, result));
+    const auto message = room.bytes.first(body_length(*ctx->mctp, room.bytes, result));
     WireReader reader(message);
     reader.skip(kStatus);
     const uint8_t status = reader.u8();
@@ -99,12 +107,24 @@ Answer judge(std::span<const uint8_t> room, int32_t result) {
         debug_log("%s, response of %zu bytes has no status\n", "nvmemi", message.size());
         return {Stage::kMalformed, -1, message, reader};
     }
+    if (!is_response(*ctx->mctp, request, message)) {
+        debug_log("%s, message %02x is no response to request %02x\n", "nvmemi", message[0],
+                  request[0]);
+        return {Stage::kMalformed, -1, message, reader};
+    }
     return {status == NVMEMI_STATUS_SUCCESS ? Stage::kDone : Stage::kRefused, status, message,
             reader};
 }
 
+/// Whether a completion says that the controller has failed the command. Deployed firmware takes a
+/// status code of 0 for a success, of whatever type it is.
+bool has_failed(const mctp_ctx& mctp, uint32_t dword3) {
+    const bool strict = (mctp.strict & MCTP_STRICT_NVME_MI) != 0;
+    return NVME_COMPLETION_SC(dword3) != 0 || (strict && NVME_COMPLETION_SCT(dword3) != 0);
+}
+
 /// Looks at the completion of a successful response.
-void judge_completion(AdminAnswer& answer) {
+void judge_completion(const mctp_ctx& mctp, AdminAnswer& answer) {
     answer.body.skip(NVMEMI_RESPONSE_SIZE - kStatus - 1);
     answer.dword0 = answer.body.le32();
     answer.body.skip(sizeof(uint32_t));
@@ -114,7 +134,7 @@ void judge_completion(AdminAnswer& answer) {
                   answer.message.size());
         answer.stage = Stage::kMalformed;
         answer.result = -1;
-    } else if (NVME_COMPLETION_SC(answer.dword3) != 0) {
+    } else if (has_failed(mctp, answer.dword3)) {
         answer.stage = Stage::kFailed;
         answer.result = static_cast<int32_t>(answer.dword3);
     }
@@ -122,16 +142,25 @@ void judge_completion(AdminAnswer& answer) {
 
 }  // namespace
 
-size_t body_length(std::span<const uint8_t> room, int32_t result) {
+size_t body_length(const mctp_ctx& mctp, std::span<const uint8_t> room, int32_t result) {
     constexpr size_t kCheckSize = 4;
     const auto body = room.first(std::min(static_cast<size_t>(result), room.size()));
-    if (body.size() < kCheckSize) {
+    if (body.size() < kCheckSize || (mctp.strict & MCTP_STRICT_INTEGRITY) != 0) {
         return body.size();
     }
     const size_t length = body.size() - kCheckSize;
     const uint32_t crc = crc32c_update(kCrc32cInitial, {&kMessageType, 1});
     const uint32_t check = WireReader(body.last(kCheckSize)).le32();
     return check == crc32c_final(crc32c_update(crc, body.first(length))) ? length : body.size();
+}
+
+bool is_response(const mctp_ctx& mctp, std::span<const uint8_t> request,
+                 std::span<const uint8_t> message) {
+    if ((mctp.strict & MCTP_STRICT_NVME_MI) == 0) {
+        return true;
+    }
+    const uint8_t wanted = (WireReader(request).u8() & kCommonMask) | kResponse;
+    return (WireReader(message).u8() & (kCommonMask | kResponse)) == wanted;
 }
 
 Request encode(const Command& command, std::span<uint8_t> bytes) {
@@ -155,7 +184,7 @@ AdminRequest encode(const AdminCommand& command, std::span<uint8_t> bytes) {
 }
 
 Answer exchange(nvmemi_ctx* ctx, Request request, Room room) {
-    return judge(room.bytes, transfer(ctx, request.bytes, room));
+    return judge(ctx, request.bytes, room);
 }
 
 Answer exchange(nvmemi_ctx* ctx, const Command& command, Room room) {
@@ -165,9 +194,9 @@ Answer exchange(nvmemi_ctx* ctx, const Command& command, Room room) {
 
 AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, Room room) {
     complete(request.bytes);
-    AdminAnswer answer{judge(room.bytes, transfer(ctx, request.bytes, room)), 0, 0};
+    AdminAnswer answer{judge(ctx, request.bytes, room), 0, 0};
     if (answer.stage == Stage::kDone) {
-        judge_completion(answer);
+        judge_completion(*ctx->mctp, answer);
     }
     return answer;
 }
@@ -175,7 +204,7 @@ AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, Room room) {
 AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, Room room) {
     if (command.dlen > NVME_ADMIN_DATA_MAX) {
         debug_log("%s, %u bytes of data are too many\n", "nvme admin", command.dlen);
-        return {judge(room.bytes, -1), 0, 0};
+        return {failed_exchange(), 0, 0};
     }
     std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE> bytes;
     return exchange(ctx, encode(command, bytes), room);

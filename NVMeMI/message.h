@@ -19,9 +19,15 @@ namespace sideband::nvme {
 inline constexpr size_t kStatus = 3;
 
 /// Bytes of a message body in front of its integrity check, if it has one: the transport
-/// delivers it as part of the body, if there is room for it.
+/// delivers it as part of the body, if there is room for it. With MCTP_STRICT_INTEGRITY it keeps
+/// it, and what looks like one is data.
 /// @param result  bytes received, not believed beyond the room
-size_t body_length(std::span<const uint8_t> room, int32_t result);
+size_t body_length(const mctp_ctx& mctp, std::span<const uint8_t> room, int32_t result);
+
+/// Whether a message can be the response to a request, by the first byte of both. All can without
+/// MCTP_STRICT_NVME_MI.
+bool is_response(const mctp_ctx& mctp, std::span<const uint8_t> request,
+                 std::span<const uint8_t> message);
 
 /// A management command: a request without data.
 struct Command {
@@ -79,7 +85,7 @@ AdminRequest encode(const AdminCommand& command, std::span<uint8_t> bytes);
 /// What has come of a command.
 enum class Stage {
     kFailedExchange,  ///< nothing
-    kMalformed,       ///< not all that a response consists of
+    kMalformed,       ///< not all that a response consists of, or none to this request
     kRefused,         ///< a status other than success: by the endpoint
     kFailed,          ///< a status code other than success: by the controller
     kDone,

@@ -51,8 +51,9 @@ typedef struct nvmemi_ctx nvmemi_ctx;
  * @param response_capacity  room at response; more than NVMEMI_RESPONSE_MAX bytes never arrive
  * @param request            message body without the MCTP message type byte
  * @param response           receives the body; untouched if the result is -1
- * @return bytes stored at response, an integrity check among them as far as there is room; -1
- *         if three exchanges or three reads failed, or more came than there is room for
+ * @return bytes stored at response, an integrity check among them as far as there is room (none
+ * with MCTP_STRICT_INTEGRITY); -1 if three exchanges or three reads failed, or more came than there
+ * is room for
  */
 typedef int32_t (*nvmemi_request_op)(nvmemi_ctx* ctx, uint32_t request_length,
                                      uint32_t response_capacity, uint8_t* request,
@@ -65,6 +66,31 @@ struct nvmemi_ctx {
     mctp_owned owned;             /**< library: the endpoint that an initialiser has allocated */
 };
 
+/* ---- Strictness ------------------------------------------------------------------------------ */
+/*
+ * What the bits of ctx->mctp->strict change here. The initialisers take them from config->strict;
+ * later they can be set in the endpoint, for what is sent from then on.
+ *
+ * MCTP_STRICT_NVME_MI:
+ *  - A response must be one to the request (NVMe-MI 1.2, clause 3.1, NVMe-MI message parameters):
+ *    ROR is set, NVMe-MI message type and command slot are the request's; reserved bits do not
+ *    count. Of any other message nothing is believed, no "more processing required" either. The
+ *    command gives -1, at once, and debug_log() gets "nvmemi, message %02x is no response to
+ * request %02x", the first byte of both. Without the bit every message that comes is the response.
+ *    nvmemi_ctx.mi_request and nvme_admin_cmd() hand over what came all the same.
+ *  - An admin command has failed if the status code type is not 0 though the status code is (NVMe,
+ *    completion queue entry, status field): the result is dword 3. Without the bit that is a
+ * success.
+ *  - nvme_namespace_mgmt_attachment() sends its controller list.
+ *
+ * MCTP_STRICT_INTEGRITY: what the endpoint delivers has been checked, and has no integrity check
+ * any more (DSP0236, clause 8.9.1; NVMe-MI, message integrity check): bytes at the end that look
+ * like one are data. Without the bit the last four bytes are taken off if they are the right check
+ * of what is in front of them, and are data if not.
+ *
+ * The other bits are the endpoint's own.
+ */
+
 /* ---- Life ------------------------------------------------------------------------------------ */
 
 /**
@@ -73,7 +99,7 @@ struct nvmemi_ctx {
  * nvmemi_init() or nvmemi_init_for_MARV(). An endpoint that was put into ctx->mctp by hand is not
  * freed by these two.
  * @param config  a prototype whose configuration members (see mctp_ctx) are copied, the addressing
- *                of the bus among them, but not unit_size, skip_discovery and route
+ *                of the bus and strict among them, but not unit_size, skip_discovery and route
  * @return the result of mctp_init2(); -1 also if an argument is null or memory ran out
  */
 SIDEBAND_EXPORT int32_t nvmemi_init(nvmemi_ctx* ctx, const mctp_ctx* config);
@@ -216,15 +242,16 @@ SIDEBAND_EXPORT int32_t nvmemi_read_nvmemi_data_structure(nvmemi_ctx* ctx, const
 
 /**
  * Reset of the NVM subsystem. Sent again if no answer comes, up to three times.
- * @return -1 if the endpoint did not answer, which is what one expects of it
+ * @return -1 if the endpoint did not answer, which is what one expects of it (or, with
+ *         MCTP_STRICT_NVME_MI, if what came is no response)
  */
 SIDEBAND_EXPORT int32_t nvmemi_reset(nvmemi_ctx* ctx);
 
 /**
  * VPD Read.
  * @param data  receives length bytes from offset on
- * @return also -1 if fewer came; one to three fewer are not noticed: the integrity check behind
- *         them is as long as what is missing
+ * @return also -1 if fewer came; one to three fewer are not noticed without MCTP_STRICT_INTEGRITY:
+ *         the integrity check behind them fills the room
  */
 SIDEBAND_EXPORT int32_t nvmemi_vpd_read(nvmemi_ctx* ctx, uint16_t offset, uint16_t length,
                                         uint8_t* data);
@@ -240,7 +267,8 @@ SIDEBAND_EXPORT int32_t nvmemi_vpd_write(nvmemi_ctx* ctx, const uint8_t* data, u
 /*
  * All return 0 on success; the response message status (1 to 255) if it is not success; dword 3
  * of the completion queue entry if its status code is not 0 (see NVME_COMPLETION_SC(); with
- * "do not retry" set it is negative); and -1 if an argument is null, the exchange failed, the
+ * MCTP_STRICT_NVME_MI also if its status code type is not 0; with "do not retry" set it is
+ * negative); and -1 if an argument is null, the exchange failed, the
  * response was malformed or there was more than NVME_ADMIN_DATA_MAX bytes of data to move: nothing
  * is sent then. Unless the result is 0, what they fill stays as it was.
  *
@@ -357,7 +385,9 @@ SIDEBAND_EXPORT int32_t nvme_fw_image_download(nvmemi_ctx* ctx, uint16_t cntlid,
 #define NVME_NAMESPACE_DETACH 1
 
 /**
- * Namespace Attachment (0x15), without a controller list: of the controller that gets the command.
+ * Namespace Attachment (0x15) of the controller that gets the command. It is sent without a
+ * controller list; with MCTP_STRICT_NVME_MI the data are the list, NVME_ADMIN_DATA_MAX bytes with
+ * this controller alone (NVMe base specification, Namespace Attachment, Controller List).
  * @param select  NVME_NAMESPACE_...; the low four bits count
  */
 SIDEBAND_EXPORT int32_t nvme_namespace_mgmt_attachment(nvmemi_ctx* ctx, uint16_t cntlid,
