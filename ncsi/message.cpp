@@ -21,6 +21,7 @@ constexpr uint32_t kRequestLengthMax = INT32_MAX - 2 * kAlignment;
 constexpr uint8_t kManagementController = 0;
 constexpr uint8_t kRevision = 1;
 constexpr size_t kIidOffset = 3;
+constexpr uint16_t kPayloadLengthMask = 0x0FFF;
 /// Waiting time of the platform's slave read, in milliseconds: the controller takes its time.
 constexpr uint32_t kClearInitialStateWait = 500;
 
@@ -32,6 +33,15 @@ T padded(T length) {
 bool is_usable(const ncsi_ctx* ctx, const uint8_t* request, const uint8_t* response) {
     return ctx != nullptr && ctx->mctp != nullptr && ctx->mctp->xfer != nullptr &&
            request != nullptr && response != nullptr;
+}
+
+/// The checksum of header, payload and padding (DSP0222, clause 8.2.2.3).
+uint32_t checksum_of(std::span<const uint8_t> packet) {
+    uint32_t sum = 0;
+    for (WireReader reader(packet); reader.remaining() >= sizeof(uint16_t);) {
+        sum += reader.be16();
+    }
+    return 0 - sum;
 }
 
 /// Completes a request in its place.
@@ -48,10 +58,16 @@ uint32_t complete(ncsi_ctx& ctx, uint32_t length, uint8_t* request) {
         ctx.iid = 1;
     }
     request[kIidOffset] = ctx.iid;
+    const uint32_t end = padded(length);
     // Between payload and checksum stands what the caller left there; a checksum of 0 means that
     // none was computed (DSP0222, checksum).
-    std::memset(request + padded(length), 0, kChecksumSize);
-    return padded(length) + kChecksumSize;
+    uint32_t checksum = 0;
+    if ((ctx.mctp->strict & MCTP_STRICT_INTEGRITY) != 0) {
+        std::memset(request + length, 0, end - length);
+        checksum = checksum_of({request, end});
+    }
+    WireWriter({request + end, kChecksumSize}).be32(checksum);
+    return end + kChecksumSize;
 }
 
 int32_t padded_capacity(int32_t capacity) {
@@ -71,16 +87,60 @@ uint8_t type_of(const uint8_t* packet) {
     return Header::read({packet, NCSI_HEADER_SIZE}).type;
 }
 
-/// Looks at the response to a request of a type. What did not come of it counts as zero. Its
-/// channel ID is not asked for: there are controllers that answer the command of a package with
-/// that of a channel.
-int32_t judge(uint8_t sent, const uint8_t* response, int32_t length) {
+/// Whether a response has the checksum of what is in front, or none, which is 0.
+bool is_unharmed(std::span<const uint8_t> response, size_t end) {
+    if (response.size() < end + kChecksumSize) {
+        return false;
+    }
+    const uint32_t checksum = WireReader(response.subspan(end)).be32();
+    return checksum == 0 || checksum == checksum_of(response.first(end));
+}
+
+/// What the strict bits of the endpoint find wrong with the response to a request (DSP0222, clauses
+/// 8.2.1 and 8.2.2.3). Without them its channel ID is not asked for, among other things: there are
+/// controllers that answer the command of a package with that of a channel.
+/// @return null if nothing
+const char* fault_of(const mctp_ctx& mctp, std::span<const uint8_t> request,
+                     std::span<const uint8_t> response) {
+    const Header sent = Header::read(request);
+    const Header came = Header::read(response);
+    const size_t end = NCSI_HEADER_SIZE + size_t{came.payload_length};
+    if ((mctp.strict & MCTP_STRICT_PACKETS) != 0) {
+        if (came.type != (sent.type | kResponseBit)) {
+            return "type";
+        }
+        if (came.iid != sent.iid) {
+            return "instance ID";
+        }
+        if (end < kResponseSize || end > response.size()) {
+            return "length";
+        }
+    }
+    if ((mctp.strict & MCTP_STRICT_ADDRESSES) != 0 && came.channel_id != sent.channel_id) {
+        return "channel ID";
+    }
+    if ((mctp.strict & MCTP_STRICT_INTEGRITY) != 0 && !is_unharmed(response, padded(end))) {
+        return "checksum";
+    }
+    return nullptr;
+}
+
+/// Looks at the response to a request. What did not come of it counts as zero.
+int32_t judge(const mctp_ctx& mctp, const uint8_t* request, const uint8_t* response,
+              int32_t length) {
     std::array<uint8_t, kResponseSize> head{};
     const size_t received = std::min(static_cast<size_t>(length), head.size());
     std::memcpy(head.data(), response, received);
     const uint8_t type = type_of(head.data());
-    if (type != (sent | kResponseBit)) {
+    if (type != (type_of(request) | kResponseBit)) {
         std::printf("the command code in the response(%x) is not right.", type);
+        return -1;
+    }
+    const char* const fault = mctp.strict != 0 ? fault_of(mctp, {request, NCSI_HEADER_SIZE},
+                                                          {response, static_cast<size_t>(length)})
+                                               : nullptr;
+    if (fault != nullptr) {
+        debug_log("%s, response with a wrong %s\n", "ncsi", fault);
         return -1;
     }
     WireReader codes{std::span(head).subspan(NCSI_HEADER_SIZE)};
@@ -100,7 +160,8 @@ Header Header::read(std::span<const uint8_t> packet) {
     WireReader reader(packet);
     reader.skip(kIidOffset);
     // In this order: members of a braced list are evaluated as they stand.
-    return {reader.u8(), reader.u8(), reader.u8(), reader.be16()};
+    return {reader.u8(), reader.u8(), reader.u8(),
+            static_cast<uint16_t>(reader.be16() & kPayloadLengthMask)};
 }
 
 void Header::write(std::span<uint8_t> packet) const {
@@ -121,12 +182,15 @@ Answer exchange(ncsi_channel& channel, Request& request, int32_t capacity) {
     ctx.response_length = capacity;
     const int32_t result =
         ctx.transfer(&channel, request.size(), capacity, request.data(), room.data());
+    const int32_t length = std::clamp(ctx.response_length, 0, capacity);
+    const auto response = room.first(static_cast<size_t>(length));
     // Of a failed exchange too, whatever has come of it.
     WireReader codes(room.subspan(NCSI_HEADER_SIZE));
     const bool unsupported =
-        codes.be16() == NCSI_RESPONSE_UNSUPPORTED && codes.be16() == NCSI_REASON_UNSUPPORTED;
-    const int32_t length = std::clamp(ctx.response_length, 0, capacity);
-    WireReader body(room.first(static_cast<size_t>(length)));
+        codes.be16() == NCSI_RESPONSE_UNSUPPORTED && codes.be16() == NCSI_REASON_UNSUPPORTED &&
+        (ctx.mctp == nullptr ||
+         fault_of(*ctx.mctp, {request.data(), request.size()}, response) == nullptr);
+    WireReader body(response);
     body.skip(kResponseSize);
     return {result, ctx.response_length, unsupported, body};
 }
@@ -150,14 +214,13 @@ int32_t transfer(ncsi_channel* channel, uint32_t request_length, int32_t respons
         return -1;
     }
     mctp_ctx& mctp = *ctx.mctp;
-    const uint8_t type = type_of(request);
-    if (type == NCSI_CLEAR_INITIAL_STATE) {
+    if (type_of(request) == NCSI_CLEAR_INITIAL_STATE) {
         mctp.route = kClearInitialStateWait;
     }
     ctx.response_length = transfer_over(mctp, length, response_capacity, request, response);
     mctp.route = 0;
     ++ctx.iid;
-    return ctx.response_length < 1 ? -1 : judge(type, response, ctx.response_length);
+    return ctx.response_length < 1 ? -1 : judge(mctp, request, response, ctx.response_length);
 }
 
 int32_t transfer_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response_capacity,
@@ -181,7 +244,11 @@ int32_t transfer_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response
         }
         ctx->response_length = transfer_over(mctp, length, response_capacity, request, response);
     }
-    return ctx->response_length < 1 ? -1 : judge(type_of(request), response, ctx->response_length);
+    // Deployed firmware sends one ID for ever, which tells no answer from an earlier one.
+    if ((mctp.strict & MCTP_STRICT_PACKETS) != 0) {
+        ++ctx->iid;
+    }
+    return ctx->response_length < 1 ? -1 : judge(mctp, request, response, ctx->response_length);
 }
 
 int32_t transfer_by_oem(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,

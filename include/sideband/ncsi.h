@@ -46,8 +46,8 @@ typedef struct ncsi_channel ncsi_channel;
  * @return 0 for response and reason code 0 in at least 20 bytes: the two end there; -1
  *         otherwise. The response must have the type of the request; its channel ID is not asked
  *         for: there are controllers that answer the command of a package with that of a channel.
- *         What is refused of request or response is told on standard output; a failed endpoint or
- *         lock is not told
+ *         Strict bits ask for more, see below. What is refused of request or response is told on
+ *         standard output; a failed endpoint or lock is not told
  */
 typedef int32_t (*ncsi_transfer_op)(ncsi_channel* channel, uint32_t request_length,
                                     int32_t response_capacity, uint8_t* request, uint8_t* response);
@@ -82,6 +82,28 @@ struct ncsi_ctx {
     mctp_owned owned; /**< library: the endpoint that ncsi_init() has allocated */
 };
 
+/* ---- Strictness ------------------------------------------------------------------------------ */
+/*
+ * What the bits of ctx->mctp->strict change in the transfers of the library, beside what they
+ * change in the endpoint below. ncsi_init() takes them from config->strict, so that its discovery
+ * is strict as well; ncsi_oem_init() takes the endpoint as it is. Without them a response is taken
+ * whatever its instance ID, channel ID, length and checksum are. What a bit refuses gives -1, and
+ * debug_log() gets "ncsi, response with a wrong %s"; neither its codes nor its data are believed,
+ * and oem_valid stays.
+ *
+ * MCTP_STRICT_PACKETS ("instance ID", "length"): the response has the instance ID of its
+ * request, and a payload as long as its header says (DSP0222, clause 8.2.1): at least the codes, at
+ * most what came. One that there is no room for is refused as well. oem_transfer counts ctx->iid as
+ * transfer does: without the bit all of its requests have one ID.
+ *
+ * MCTP_STRICT_INTEGRITY ("checksum"): a request has its padding zeroed and its checksum computed,
+ * and the checksum of a response must be there and be right, or 0, which stands for none (DSP0222,
+ * clause 8.2.2.3). Without the bit a request has the checksum 0.
+ *
+ * MCTP_STRICT_ADDRESSES ("channel ID"): the response has the channel ID of its request, that of a
+ * package among them.
+ */
+
 /* ---- Life ------------------------------------------------------------------------------------ */
 
 /** Zeroes a header of NCSI_HEADER_SIZE bytes and sets its revision. @return 0; -1 for null */
@@ -92,7 +114,7 @@ SIDEBAND_EXPORT int32_t ncsi_request_init(uint8_t* header);
  * endpoint until ncsi_deinit(), also if no channel was found. What an earlier ncsi_init() has
  * allocated is freed first; an endpoint that was lent or put into ctx->mctp by hand is not.
  * @param config  a prototype whose configuration members (see mctp_ctx) are copied, the addressing
- *                of the bus among them; message type and counters are not
+ *                of the bus and strict among them; message type and counters are not
  * @return the result of ncsi_discovery(); -1 if an argument is null, memory ran out or
  *         mctp_init2() failed: the context has no endpoint then
  */
@@ -109,8 +131,9 @@ SIDEBAND_EXPORT int32_t ncsi_deinit(ncsi_ctx* ctx);
  * lets the commands on the channel records go over it, by ctx->oem_transfer: each exchange holds
  * the lock of the I2C channel mctp->bus (0: platform.default_i2c_channel) and, inside it,
  * plt_global_var.ncsi_lock. It leaves mctp->route as the caller has set it and does not advance
- * ctx->iid. A channel_id is the caller's to fill in, unless ncsi_discovery() does. What an earlier
- * ncsi_init() has allocated is freed, unless it is the endpoint that is lent.
+ * ctx->iid without MCTP_STRICT_PACKETS. A channel_id is the caller's to fill in, unless
+ * ncsi_discovery() does. What an earlier ncsi_init() has allocated is freed, unless it is the
+ * endpoint that is lent.
  * @param mctp  filled by the caller, msg_type among it; must live as long as the context is used
  * @return 0; -1 if an argument is null or mctp_init2() failed
  */
