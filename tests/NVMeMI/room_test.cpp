@@ -15,6 +15,7 @@ using test::counting;
 using test::Guarded;
 using test::MctpAnswer;
 using test::mi_response;
+using test::port;
 
 class NvmeRoom : public test::NvmeTest {
 protected:
@@ -112,6 +113,30 @@ TEST_F(NvmeRoom, TheRoomOfACallerIsLeftAloneByWhatFails) {
         EXPECT_EQ(room.head(capacity), mi_response(Bytes(3), counting(capacity - 7)));
         EXPECT_TRUE(room.intact());
     }
+}
+
+class NvmeRoomPcie : public test::PlatformTest {};
+
+TEST_F(NvmeRoomPcie, ALateReadFindsWhatItFoundEver) {
+    // The first byte of the record that the platform gets is that of the answer before.
+    Bytes found;
+    port().on_pcie = [&](plt_pcie_request& request) {
+        found.push_back(request.message[0]);
+        const bool first = request.operation == PLT_PCIE_WRITE_READ;
+        const Bytes message = test::hex(first ? "84 8f 00 00 01" : "84 88 00 00 00 02 00 00");
+        std::copy(message.begin(), message.end(), request.message);
+        request.length = static_cast<uint32_t>(message.size());
+        return 1;
+    };
+    mctp_ctx config{};
+    config.binding_kind = MCTP_BINDING_KIND_PCIE;
+    nvmemi_ctx ctx{};
+    ASSERT_EQ(nvmemi_init(&ctx, &config), 0);
+    uint8_t frequency = 0;
+    EXPECT_EQ(nvmemi_config_get_smbus_freq(&ctx, 0, &frequency), 0);
+    EXPECT_EQ(frequency, 2);
+    EXPECT_EQ(found, (Bytes{0x84, 0x8F}));
+    nvmemi_deinit(&ctx);
 }
 
 }  // namespace

@@ -182,25 +182,27 @@ TEST_F(NcsiStrict, CodesOfARefusedResponseAreNotReported) {
 }
 
 TEST_F(NcsiStrict, ThatACommandIsUnsupportedIsBelievedOfItsOwnResponseAlone) {
-    // OEM command, response code 3, reason code 0x7FFF; the instance ID of an earlier one.
-    const Bytes stale =
-        hex("00 01 00 02 d0 42 00 04 00 00 00 00 00 00 00 00 00 03 7f ff 00 00 00 00");
-    for (uint32_t strict : {0u, uint32_t{MCTP_STRICT_PACKETS}}) {
-        start_over();
-        endpoint.strict = strict;
-        ctx.iid = 3;
-        channel.channel_id = 0x42;
-        channel.oem_valid = 1;
-        answer({stale});
-        const Outcome outcome =
-            test::run([&] { return ncsi_oem_brcm_get_preboot_server_config(&channel); });
-        EXPECT_EQ(outcome.result, -1);
-        EXPECT_EQ(channel.oem_valid, strict == 0 ? 0 : 1);
-        const std::string what =
-            "[ncsi_oem_brcm_get_preboot_server_config] get preboot server "
-            "config command ";
-        EXPECT_EQ(outcome.out, strict == 0 ? not_successful(3, 0x7FFF, 24) + what + "unsupported!\n"
-                                           : what + "failed.\n");
+    // Response code 3, reason code 0x7FFF: with the instance ID of an earlier command; to another
+    // one.
+    const char* const responses[] = {
+        "00 01 00 02 d0 42 00 04 00 00 00 00 00 00 00 00 00 03 7f ff 00 00 00 00",
+        "00 01 00 03 8a 42 00 04 00 00 00 00 00 00 00 00 00 03 7f ff 00 00 00 00",
+    };
+    for (const char* response : responses) {
+        for (uint32_t strict : {0u, uint32_t{MCTP_STRICT_PACKETS}}) {
+            start_over();
+            endpoint.strict = strict;
+            ctx.iid = 3;
+            channel.channel_id = 0x42;
+            channel.oem_valid = 1;
+            answer({hex(response)});
+            const Outcome outcome =
+                test::run([&] { return ncsi_oem_brcm_get_preboot_server_config(&channel); });
+            EXPECT_EQ(outcome.result, -1);
+            EXPECT_EQ(channel.oem_valid, strict == 0 ? 0 : 1);
+            EXPECT_TRUE(outcome.out.ends_with(strict == 0 ? "command unsupported!\n"
+                                                          : "command failed.\n"));
+        }
     }
 }
 
