@@ -36,6 +36,9 @@ int32_t transfer(nvmemi_ctx* ctx, std::span<uint8_t> request, Room room) {
         return -1;
     }
     ctx->mctp->msg_type = kMessageType;
+    if (room.is_area) {
+        std::fill_n(room.bytes.begin(), NVME_ADMIN_RESPONSE_SIZE, uint8_t{0});
+    }
     const bool in_area = room.is_area && ctx->mi_request == request_with_retries;
     const nvmemi_request_op operation = in_area ? request_in_area : ctx->mi_request;
     const int32_t result =

@@ -5,7 +5,6 @@
 
 #include <sideband/nvme_mi.h>
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -60,11 +59,9 @@ struct Room {
     Room(std::span<uint8_t> all) : bytes(all) {}
     template <size_t size>
     Room(std::array<uint8_t, size>& all) : bytes(all) {}
-    /// As much of an area as is asked for: request_with_retries() works in the area itself. What is
-    /// in front of the data becomes zeros.
-    Room(Area& whole, size_t capacity) : bytes(std::span(whole).first(capacity)), is_area(true) {
-        std::fill_n(whole.begin(), NVME_ADMIN_RESPONSE_SIZE, uint8_t{0});
-    }
+    /// As much of an area as is asked for, of which NVME_ADMIN_RESPONSE_SIZE bytes become zeros in
+    /// front of the exchange. request_with_retries() works in the area itself.
+    Room(Area& whole, size_t capacity) : bytes(std::span(whole).first(capacity)), is_area(true) {}
 
     std::span<uint8_t> bytes;
     bool is_area = false;
