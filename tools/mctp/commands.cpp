@@ -16,8 +16,8 @@ void add_raw(const Commands& commands) {
     const auto [raw, arguments] = commands.add<RawArguments>(
         commands.top(), "raw", "one message body out, the answer in hex",
         [](Context& c, const RawArguments& a) { run_raw(c, a.endpoint, a.type, a.pieces); });
-    raw.add_option("TYPE", arguments.type, "control, pldm, ncsi, nvme-mi, or a number")->required();
-    raw.add_option("HEX", arguments.pieces, "the message without its type byte")->required();
+    raw.add_option("TYPE", arguments.type, "control, pldm, ncsi, nvme-mi, or a number").required();
+    raw.add_option("HEX", arguments.pieces, "the message without its type byte").required();
 }
 
 }  // namespace
@@ -25,7 +25,7 @@ void add_raw(const Commands& commands) {
 void add_mctp_commands(const Commands& commands) {
     commands.add(commands.top(), "scan", "every endpoint: where it is, EID, UUID, what it speaks",
                  run_scan);
-    CLI::App& mctp = commands.noun("mctp", "MCTP control");
+    const Command mctp = commands.noun("mctp", "MCTP control");
     commands.add(mctp, "eid", "the endpoint ID, assigned where there was none", run_mctp_eid);
     commands.add(mctp, "uuid", "the endpoint's UUID", run_mctp_uuid);
     commands.add(mctp, "routes", "the routing table of a bus owner or bridge", run_mctp_routes);

@@ -20,28 +20,27 @@ struct FruArguments : EndpointArguments {
     bool fixed_parts = false;
 };
 
-void add_sensors(CLI::App& pldm, const Commands& commands) {
+void add_sensors(Command pldm, const Commands& commands) {
     const auto [sensors, arguments] = commands.add<SensorsArguments>(
         pldm, "sensors", "sensor readings", [](Context& c, const SensorsArguments& a) {
             run_pldm_sensors(c, a.endpoint, a.ids, a.watch);
         });
     sensors.add_option("ID", arguments.ids,
                        "sensors, e.g. 12 state:5; without any, those in the PDR repository");
-    CLI::Option* again = sensors
+    const Option again = sensors
                              .add_option("--watch", arguments.watch.seconds,
                                          "read again and again, so many seconds apart")
-                             ->type_name("SECONDS")
-                             ->check(CLI::Range(0.001, 86400.0));
-    sensors
-        .add_option("--count", arguments.watch.count, "with --watch: end after so many readings")
-        ->type_name("N")
-        ->needs(again)
-        ->check(CLI::Range(1, 1000000));
+                             .type_name("SECONDS")
+                             .range(0.001, 86400.0);
+    sensors.add_option("--count", arguments.watch.count, "with --watch: end after so many readings")
+        .type_name("N")
+        .needs(again)
+        .range(1, 1000000);
 }
 
-void add_pdr(CLI::App& pldm, const Commands& commands) {
+void add_pdr(Command pldm, const Commands& commands) {
     using Run = void (*)(Context&, const std::string&, const std::string&);
-    CLI::App& pdr = Commands::noun(pldm, "pdr", "platform descriptor records");
+    const Command pdr = Commands::noun(pldm, "pdr", "platform descriptor records");
     const auto add = [&](const char* name, const char* help, Run run) {
         const auto [command, arguments] = commands.add<PdrArguments>(
             pdr, name, help,
@@ -54,7 +53,7 @@ void add_pdr(CLI::App& pldm, const Commands& commands) {
     add("dump", "the records in hex", run_pldm_pdr_dump);
 }
 
-void add_fru(CLI::App& pldm, const Commands& commands) {
+void add_fru(Command pldm, const Commands& commands) {
     const auto [fru, arguments] = commands.add<FruArguments>(
         pldm, "fru", "the FRU data: manufacturer, part and serial numbers, dates",
         [](Context& c, const FruArguments& a) { run_pldm_fru(c, a.endpoint, a.fixed_parts); });
@@ -65,7 +64,7 @@ void add_fru(CLI::App& pldm, const Commands& commands) {
 }  // namespace
 
 void add_pldm_commands(const Commands& commands) {
-    CLI::App& pldm =
+    const Command pldm =
         commands.noun("pldm", "PLDM: base information, sensors, PDRs, FRU data, firmware");
     commands.add(pldm, "info", "terminus ID, PLDM types, versions, commands", run_pldm_info);
     add_sensors(pldm, commands);

@@ -14,10 +14,10 @@ void add_serve_commands(const Commands& commands) {
         commands.top(), "serve", "the board as a device for other software, until interrupted",
         [](Context& c, const ServeWish& w) { run_serve(c, w); });
     serve.add_option("--tty", wish.tty, "a serial line (default: a new pseudo-terminal)")
-        ->type_name("PATH");
+        .type_name("PATH");
     serve.add_option("--eid", wish.eid, "of the bridge; the endpoints' follow it (default: 8)")
-        ->type_name("N")
-        ->check(CLI::Range(8, 254));
+        .type_name("N")
+        .range(8, 254);
 }
 
 }  // namespace tool

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The command line: which command is wanted, with which options.
+// The command line: which command is wanted, with which options. Only this file knows the library
+// that reads it.
 #include "tools/shell/command_line.h"
 
+#include <CLI/CLI.hpp>
 #include <sstream>
 
 #include "tools/shell/commands.h"
@@ -46,7 +48,129 @@ std::string usage_error(const CLI::App& app, const CLI::App& inner, const CLI::P
     return left.empty() ? "a command is required" : left.front() + ": no such command";
 }
 
+/// What add_choice() does, whatever the value goes into.
+template <typename Value>
+CLI::Option& put_choice(CLI::App& app, const std::string& name, Value& value, Choices choices,
+                        const char* help) {
+    std::string words;
+    for (const auto& [word, number] : choices) {
+        words += (words.empty() ? "" : "|") + std::string(word);
+    }
+    const auto choose = [name, words, &value, choices = std::move(choices)](const std::string& in) {
+        for (const auto& [word, number] : choices) {
+            if (in == word) {
+                value = number;
+                return;
+            }
+        }
+        throw CLI::ValidationError(name, in + " is none of " + words);
+    };
+    return *app.add_option_function<std::string>(name, choose, help)->type_name(words);
+}
+
 }  // namespace
+
+const Option& Option::required() const {
+    option_->required();
+    return *this;
+}
+
+const Option& Option::type_name(const std::string& name) const {
+    option_->type_name(name);
+    return *this;
+}
+
+const Option& Option::range(int least, int most) const {
+    option_->check(CLI::Range(least, most));
+    return *this;
+}
+
+const Option& Option::range(unsigned least, unsigned most) const {
+    option_->check(CLI::Range(least, most));
+    return *this;
+}
+
+const Option& Option::range(double least, double most) const {
+    option_->check(CLI::Range(least, most));
+    return *this;
+}
+
+const Option& Option::one_of(const std::vector<unsigned>& values) const {
+    option_->check(CLI::IsMember(values));
+    return *this;
+}
+
+const Option& Option::needs(const Option& other) const {
+    option_->needs(other.option_);
+    return *this;
+}
+
+const Option& Option::excludes(const Option& other) const {
+    option_->excludes(other.option_);
+    return *this;
+}
+
+Option Command::add_option(const char* name, std::string& value, const char* help) const {
+    return Option(*app_->add_option(name, value, help));
+}
+
+Option Command::add_option(const char* name, std::vector<std::string>& value,
+                           const char* help) const {
+    return Option(*app_->add_option(name, value, help));
+}
+
+Option Command::add_option(const char* name, uint8_t& value, const char* help) const {
+    return Option(*app_->add_option(name, value, help));
+}
+
+Option Command::add_option(const char* name, uint32_t& value, const char* help) const {
+    return Option(*app_->add_option(name, value, help));
+}
+
+Option Command::add_option(const char* name, uint64_t& value, const char* help) const {
+    return Option(*app_->add_option(name, value, help));
+}
+
+Option Command::add_option(const char* name, double& value, const char* help) const {
+    return Option(*app_->add_option(name, value, help));
+}
+
+Option Command::add_option(const char* name, std::optional<uint32_t>& value,
+                           const char* help) const {
+    return Option(*app_->add_option(name, value, help));
+}
+
+Option Command::add_flag(const char* name, bool& value, const char* help) const {
+    return Option(*app_->add_flag(name, value, help));
+}
+
+Option Command::add_choice(const char* name, uint8_t& value, Choices choices,
+                           const char* help) const {
+    return Option(put_choice(*app_, name, value, std::move(choices), help));
+}
+
+Option Command::add_choice(const char* name, std::optional<uint8_t>& value, Choices choices,
+                           const char* help) const {
+    return Option(put_choice(*app_, name, value, std::move(choices), help));
+}
+
+Command Commands::noun(Command above, const char* name, const char* help) {
+    const auto known = above.app_->get_subcommands(
+        [name](const CLI::App* command) { return command->get_name() == name; });
+    CLI::App* noun = known.empty() ? above.app_->add_subcommand(name) : known.front();
+    noun->require_subcommand(1);
+    if (*help != '\0') {
+        noun->description(help);
+    }
+    return Command(*noun);
+}
+
+Command Commands::add_command(Command above, const char* name, const char* help,
+                              std::function<void(Context&)> run) const {
+    CLI::App* command = above.app_->add_subcommand(name, help);
+    command->callback([&line = line_, run = std::move(run)] { line.run = run; });
+    return Command(*command);
+}
 
 void parse_command_line(int argc, char** argv, std::span<const AddCommands> rooms,
                         CommandLine& line) {
@@ -55,7 +179,7 @@ void parse_command_line(int argc, char** argv, std::span<const AddCommands> room
     app.fallthrough();
     app.require_subcommand(1);
     add_options(app, line);
-    const Commands commands(app, line);
+    const Commands commands(Command(app), line);
     for (const AddCommands add_commands : rooms) {
         add_commands(commands);
     }

@@ -18,38 +18,38 @@ struct PackageArguments {
     std::string package;
 };
 
-void add_update(CLI::App& pldm, const Commands& commands) {
+void add_update(Command pldm, const Commands& commands) {
     const auto [update, arguments] = commands.add<UpdateArguments>(
         pldm, "fw-update", "firmware update with a package; Ctrl-C cancels it on the device",
         [](Context& c, const UpdateArguments& a) {
             run_pldm_fw_update(c, a.endpoint, a.package, a.wish);
         });
     UpdateWish& wish = arguments.wish;
-    update.add_option("PACKAGE", arguments.package, kPackageHelp)->required();
-    CLI::Option* query =
+    update.add_option("PACKAGE", arguments.package, kPackageHelp).required();
+    const Option query =
         update.add_flag("--query", wish.query, "show the versions, change nothing");
     update
         .add_flag("--force", wish.force,
                   "ask for every component, also one that the device has already")
-        ->excludes(query);
+        .excludes(query);
     update
         .add_option("--transfer-size", wish.transfer_size,
                     "bytes of the largest piece (default: by vendor and transport)")
-        ->type_name("N")
-        ->check(CLI::Range(32, 65536));
+        .type_name("N")
+        .range(32, 65536);
 }
 
 }  // namespace
 
 void add_update_commands(const Commands& commands) {
-    CLI::App& pldm = commands.noun("pldm");
+    const Command pldm = commands.noun("pldm");
     commands.add(pldm, "fw-info", "firmware: descriptors, versions, components", run_pldm_fw_info);
     add_update(pldm, commands);
-    CLI::App& pkg = commands.noun("pkg", "firmware update packages");
+    const Command pkg = commands.noun("pkg", "firmware update packages");
     const auto [show, arguments] = commands.add<PackageArguments>(
         pkg, "show", "what a package holds; no device is asked",
         [](Context& c, const PackageArguments& a) { run_pkg_show(c, a.package); });
-    show.add_option("PACKAGE", arguments.package, kPackageHelp)->required();
+    show.add_option("PACKAGE", arguments.package, kPackageHelp).required();
 }
 
 }  // namespace tool
