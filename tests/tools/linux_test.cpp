@@ -115,16 +115,16 @@ TEST_F(LinuxTool, DevicesHaveTheirNamesFromTheBoard) {
 TEST_F(LinuxTool, ScansTheDevicesOfTheBoard) {
     const Outcome run = run_tool({"--json", "--board", board_.path(), "scan"});
     EXPECT_EQ(run.status, 1);
-    const nlohmann::ordered_json document = one_document(run.out);
+    const tool::Json document = one_document(run.out);
     EXPECT_EQ(document["board"], "rack7");
     ASSERT_EQ(document["endpoints"].size(), 2U);
-    const nlohmann::ordered_json& nic = document["endpoints"][0];
+    const tool::Json& nic = document["endpoints"][0];
     EXPECT_EQ(nic["endpoint"], "nic0");
     EXPECT_EQ(nic["location"], "mctp:1,9");
     EXPECT_EQ(nic["transport"], "mctp");
     EXPECT_EQ(nic["net"], 1);
     EXPECT_EQ(nic["status"], "failed");
-    EXPECT_TRUE(contains(nic["error"]["message"], kNoMctp)) << nic;
+    EXPECT_TRUE(contains(nic["error"]["message"].get<std::string>(), kNoMctp)) << nic.dump();
     EXPECT_EQ(document["endpoints"][1]["location"], "i2c:3:0x9e");
 }
 

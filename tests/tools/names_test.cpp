@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <ostream>
 #include <set>
@@ -26,7 +25,7 @@
 
 namespace {
 
-using nlohmann::json;
+using tool::Json;
 using tool_test::has_published_names;
 using tool_test::kPublishedNamesFile;
 using tool_test::plain;
@@ -388,7 +387,7 @@ TEST_P(Names, AreThoseOfTheList) {
     const Comparison& comparison = GetParam();
     ASSERT_EQ(published_names().count(comparison.table), 1U);
     std::map<unsigned, std::vector<std::string>> list;
-    for (const json& row : published_names().at(comparison.table)) {
+    for (const Json& row : published_names().at(comparison.table)) {
         const PublishedName entry = published_name(row);
         EXPECT_LE(entry.last, comparison.last);
         for (unsigned value = entry.first; value <= entry.last; ++value) {
@@ -421,9 +420,9 @@ TEST(NamesOfStates, AreThoseOfTheListForEverySet) {
     constexpr uint16_t kSets = 512;
     std::map<std::pair<uint16_t, unsigned>, std::string> list;
     for (const auto& [table, rows] : published_names()) {
-        for (const json& row : set_of(table) ? rows : json::array()) {
+        for (const Json& row : set_of(table) ? rows : Json::array()) {
             ASSERT_LT(*set_of(table), kSets);
-            list[{*set_of(table), published_name(row).first}] = row["name"];
+            list[{*set_of(table), published_name(row).first}] = row["name"].get<std::string>();
         }
     }
     EXPECT_FALSE(list.empty());
@@ -442,16 +441,16 @@ using CodesOfCommands = std::map<std::pair<unsigned, unsigned>, std::string>;
 
 CodesOfCommands codes_of_commands(const std::string& codes, const std::string& commands) {
     std::map<std::string, unsigned> numbers;
-    for (const json& row : published_names().at(commands)) {
-        numbers[row["name"]] = published_name(row).first;
+    for (const Json& row : published_names().at(commands)) {
+        numbers[row["name"].get<std::string>()] = published_name(row).first;
     }
     CodesOfCommands list;
-    for (const json& row : published_names().at(codes)) {
-        const std::string value = row["value"];
+    for (const Json& row : published_names().at(codes)) {
+        const std::string value = row["value"].get<std::string>();
         const size_t blank = value.find(' ');
         EXPECT_EQ(numbers.count(value.substr(0, blank)), 1U) << value;
         const auto code = static_cast<unsigned>(std::stoul(value.substr(blank), nullptr, 0));
-        list[{numbers[value.substr(0, blank)], code}] = row["name"];
+        list[{numbers[value.substr(0, blank)], code}] = row["name"].get<std::string>();
     }
     EXPECT_FALSE(list.empty());
     return list;
@@ -491,9 +490,9 @@ TEST(NamesOfControllerStatus, HaveTheBitsOfTheListAndNoOthers) {
         GTEST_SKIP() << kPublishedNamesFile << " is not there";
     }
     std::set<unsigned> listed;
-    for (const json& row :
+    for (const Json& row :
          published_names().at("NVMe-MI Controller Health Data Structure: CSTS bits")) {
-        const std::string bits = row["value"];  // "0", or "3:2"
+        const std::string bits = row["value"].get<std::string>();  // "0", or "3:2"
         const size_t colon = bits.find(':');
         listed.insert(static_cast<unsigned>(std::stoul(bits)));
         listed.insert(static_cast<unsigned>(

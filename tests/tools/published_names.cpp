@@ -7,32 +7,28 @@
 #include <fstream>
 
 namespace tool_test {
-
-using nlohmann::json;
-
 bool has_published_names() {
     return std::filesystem::exists(kPublishedNamesFile);
 }
 
-const std::map<std::string, json>& published_names() {
-    static const std::map<std::string, json> kTables = [] {
-        std::ifstream file(kPublishedNamesFile);
-        const json list = json::parse(file);
-        std::map<std::string, json> by_name;
-        for (const json& table : list["tables"]) {
-            by_name[table["name"]] = table["entries"];
+const std::map<std::string, Json>& published_names() {
+    static const std::map<std::string, Json> kTables = [] {
+        const Json list = test::read_json(kPublishedNamesFile);
+        std::map<std::string, Json> by_name;
+        for (const Json& table : list["tables"]) {
+            by_name[table["name"].get<std::string>()] = table["entries"];
         }
         return by_name;
     }();
     return kTables;
 }
 
-PublishedName published_name(const json& row) {
-    const std::string value = row["value"];
+PublishedName published_name(const Json& row) {
+    const std::string value = row["value"].get<std::string>();
     const size_t dash = value.find('-');
     const std::string last = dash == std::string::npos ? value : value.substr(dash + 1);
     return {static_cast<unsigned>(std::stoul(value, nullptr, 0)),
-            static_cast<unsigned>(std::stoul(last, nullptr, 0)), row["name"]};
+            static_cast<unsigned>(std::stoul(last, nullptr, 0)), row["name"].get<std::string>()};
 }
 
 std::string plain(const std::string& name) {

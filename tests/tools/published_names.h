@@ -4,10 +4,13 @@
 #define SIDEBAND_TESTS_TOOLS_PUBLISHED_NAMES_H
 
 #include <map>
-#include <nlohmann/json.hpp>
 #include <string>
 
+#include "tests/support/json.h"
+
 namespace tool_test {
+
+using tool::Json;
 
 /// Where the list is looked for.
 inline constexpr const char* kPublishedNamesFile = SIDEBAND_DATA_DIR "/codes.json";
@@ -16,7 +19,7 @@ bool has_published_names();
 
 /// The rows of the list's tables by the names of the tables. A list that is there has to be
 /// readable.
-const std::map<std::string, nlohmann::json>& published_names();
+const std::map<std::string, Json>& published_names();
 
 /// A number, or the first and last of a range, and its name.
 struct PublishedName {
@@ -25,7 +28,7 @@ struct PublishedName {
     std::string name;
 };
 
-PublishedName published_name(const nlohmann::json& row);
+PublishedName published_name(const Json& row);
 
 /// Letters, digits and plus signs ("SFP+" is not "SFP"), in lower case.
 std::string plain(const std::string& name);

@@ -345,9 +345,9 @@ Outcome RunningTool::end(int signal) {
     return {.status = status, .out = process_->printed, .err = process_->err.text()};
 }
 
-nlohmann::ordered_json one_document(const std::string& text) {
-    nlohmann::ordered_json document = nlohmann::ordered_json::parse(text, nullptr, false);
-    EXPECT_FALSE(document.is_discarded()) << "not one JSON document:\n" << text;
+Json one_document(const std::string& text) {
+    Json document = Json::parse(text);
+    EXPECT_FALSE(document.is_null()) << "not one JSON document:\n" << text;
     return document;
 }
 
@@ -388,7 +388,7 @@ void expect_text(const Outcome& run, const std::string& text) {
 
 void expect_json(const Outcome& run, const char* text) {
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(one_document(run.out).dump(), nlohmann::ordered_json::parse(text).dump());
+    EXPECT_EQ(one_document(run.out).dump(), parse_json(text).dump());
     EXPECT_EQ(run.err, "");
 }
 
@@ -425,8 +425,7 @@ Outcome run_on(const std::string& board, std::vector<std::string> arguments) {
     return run_tool(arguments);
 }
 
-std::string replay_board(const nlohmann::ordered_json& exchanges) {
-    using Json = nlohmann::ordered_json;
+std::string replay_board(const Json& exchanges) {
     const Json device{{"name", "rec0"},    {"type", "replay"}, {"bus", 1},
                       {"address", "0x30"}, {"eid", 12},        {"exchanges", exchanges}};
     const Json board{{"name", "recorded"},

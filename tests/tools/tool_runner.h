@@ -6,11 +6,15 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "tests/support/json.h"
+
 namespace tool_test {
+
+using test::parse_json;
+using tool::Json;
 
 /// How one run of the tool ended.
 struct Outcome {
@@ -63,7 +67,7 @@ private:
 };
 
 /// Parses the whole of a text as one JSON document; a text that is none fails the test.
-nlohmann::ordered_json one_document(const std::string& text);
+Json one_document(const std::string& text);
 
 /// Whether a text has another one in it.
 bool contains(const std::string& text, const std::string& part);
@@ -100,7 +104,7 @@ private:
 Outcome run_on(const std::string& board, std::vector<std::string> arguments);
 
 /// A board whose one device, rec0, answers these exchanges and no others.
-std::string replay_board(const nlohmann::ordered_json& exchanges);
+std::string replay_board(const Json& exchanges);
 
 /// The board that these tests bring along: a terminus with constant sensors, a replaying device
 /// with answers of every kind, a device that never acknowledges.

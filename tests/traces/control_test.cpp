@@ -16,12 +16,12 @@
 
 namespace {
 
-using nlohmann::json;
 using test::Bytes;
 using test::expect_number;
 using test::quietly;
 using test::Record;
 using test::Replay;
+using tool::Json;
 using test::operator+;
 
 constexpr test::Field kFields[] = {
@@ -37,7 +37,7 @@ constexpr test::Field kFields[] = {
 
 /// What the record says of a whole response, beside what the library decodes.
 void expect_reading(const Record& record, const Bytes& message) {
-    const json& says = record.response_says;
+    const Json& says = record.response_says;
     expect_number(says, "completion_code", message.at(2));
     if (says.contains("command")) {  // A record may begin at the completion code.
         test::expect_first_byte(record, message.at(0));
@@ -87,13 +87,13 @@ struct Answering {
 
 void set_endpoint_id(const Record& record) {
     if (record.response.empty()) {
-        const uint8_t eid = record.request_says.at("eid");
+        const uint8_t eid = record.request_says.at("eid").get<uint8_t>();
         Answering device(record.request, Bytes{0x00, 0x01, 0x00, 0x00, eid, 0x00});
         EXPECT_EQ(quietly([&] { return mctp_set_endpoint_id(&device.ctx, eid); }), 0);
         EXPECT_EQ(device.ctx.dest_eid, eid);
         return;
     }
-    const uint8_t eid = record.response_says.at("eid");
+    const uint8_t eid = record.response_says.at("eid").get<uint8_t>();
     Answering device(Bytes{0x80, 0x01, 0x00, eid}, record.response);
     EXPECT_EQ(quietly([&] { return mctp_set_endpoint_id(&device.ctx, eid); }), 0);
     EXPECT_EQ(device.ctx.dest_eid, eid);
@@ -102,7 +102,7 @@ void set_endpoint_id(const Record& record) {
 
 void get_endpoint_id(const Record& record) {
     Answering device(test::hex("80 02"), record.response);
-    const int eid = record.response_says.at("eid");
+    const int eid = record.response_says.at("eid").get<int>();
     EXPECT_EQ(quietly([&] { return mctp_get_endpoint_id(&device.ctx); }), eid);
     EXPECT_EQ(device.ctx.dest_eid, eid);
 }
@@ -116,9 +116,9 @@ void get_endpoint_uuid(const Record& record) {
 }
 
 /// The entries of a table as the library delivers it, against the record's.
-void expect_entries(const json& entries, const Bytes& table) {
+void expect_entries(const Json& entries, const Bytes& table) {
     size_t at = 5;
-    for (const json& entry : entries) {
+    for (const Json& entry : entries) {
         const Bytes address = test::hex(entry.at("phys_addr").get<std::string>());
         expect_number(entry, "range_size", table.at(at));
         expect_number(entry, "first_eid", table.at(at + 1));
@@ -134,8 +134,8 @@ void expect_entries(const json& entries, const Bytes& table) {
 }
 
 /// Each entry of the table is found again by bus, device and function.
-void expect_lookups(const json& entries, mctp_ctx& owner) {
-    for (const json& entry : entries) {
+void expect_lookups(const Json& entries, mctp_ctx& owner) {
+    for (const Json& entry : entries) {
         const Bytes address = test::hex(entry.at("phys_addr").get<std::string>());
         ASSERT_EQ(address.size(), 2u);
         mctp_ctx target{};
@@ -148,7 +148,7 @@ void expect_lookups(const json& entries, mctp_ctx& owner) {
 }
 
 void get_routing_table_entries(const Record& record) {
-    const uint8_t handle = record.request_says.at("entry_handle");
+    const uint8_t handle = record.request_says.at("entry_handle").get<uint8_t>();
     const Bytes response = record.response.empty() ? test::hex("00 0a 00 ff 00") : record.response;
     Answering device(record.request, response);
     test::Guarded table(MCTP_ROUTING_TABLE_RESPONSE_SIZE, 0xEE);
@@ -163,7 +163,7 @@ void get_routing_table_entries(const Record& record) {
     }
     expect_number(record.response_says, "next_handle", delivered.at(3));
     expect_number(record.response_says, "count", delivered.at(4));
-    const json& entries = record.response_says.at("entries");
+    const Json& entries = record.response_says.at("entries");
     EXPECT_EQ(entries.size(), delivered.at(4));
     expect_entries(entries, delivered);
     expect_lookups(entries, device.ctx);
@@ -176,24 +176,24 @@ void endpoint_discovery(const Record& record) {
 
 // ---- Commands whose answers the library hands over undecoded ----
 
-void message_types(const json& says, const Bytes& response) {
+void message_types(const Json& says, const Bytes& response) {
     expect_number(says, "count", response.at(3));
-    const json types = says.at("types");
+    const Json types = says.at("types");
     // One endpoint announces a type and leaves the list out.
     const Bytes expected = types.is_null() ? Bytes() : types.get<Bytes>();
     EXPECT_EQ(Bytes(response.begin() + 4, response.end()), expected);
 }
 
-void version_support(const json& says, const Bytes& response) {
+void version_support(const Json& says, const Bytes& response) {
     expect_number(says, "count", response.at(3));
     Bytes expected;
-    for (const json& version : says.at("versions")) {
+    for (const Json& version : says.at("versions")) {
         expected = expected + test::hex(version.get<std::string>());
     }
     EXPECT_EQ(Bytes(response.begin() + 4, response.end()), expected);
 }
 
-void vendor_support(const json& says, const Bytes& response) {
+void vendor_support(const Json& says, const Bytes& response) {
     if (says.at("completion_code") != 0) {
         EXPECT_EQ(response.size(), 3u);
         return;
@@ -205,7 +205,7 @@ void vendor_support(const json& says, const Bytes& response) {
               test::hex(says.at("vendor_data").get<std::string>()));
 }
 
-void nothing_more(const json&, const Bytes& response) {
+void nothing_more(const Json&, const Bytes& response) {
     EXPECT_EQ(response.size(), 3u);
 }
 
@@ -221,7 +221,7 @@ const std::map<std::string, Command>& commands() {
     return kAll;
 }
 
-using Reading = void (*)(const json&, const Bytes&);
+using Reading = void (*)(const Json&, const Bytes&);
 const std::map<std::string, Reading>& readings() {
     static const std::map<std::string, Reading> kAll = {
         {"Get Message Type Support", message_types},

@@ -10,11 +10,11 @@
 
 namespace {
 
-using nlohmann::json;
 using test::Bytes;
 using test::quietly;
 using test::Record;
 using test::ReplayTerminus;
+using tool::Json;
 using test::operator+;
 
 std::vector<Record> tables() {
@@ -46,12 +46,12 @@ public:
 };
 
 /// @return the length of the record in the table
-size_t expect_record(const json& says, const pldm_fru_record& record) {
+size_t expect_record(const Json& says, const pldm_fru_record& record) {
     EXPECT_EQ(says.at("set"), record.set_identifier);
     EXPECT_EQ(says.at("type"), record.type);
     EXPECT_EQ(says.at("encoding"), record.encoding_type);
     EXPECT_EQ(says.at("fields"), record.number_of_fields);
-    const json& fields = says.at("tlv");
+    const Json& fields = says.at("tlv");
     size_t length = 5;
     for (size_t i = 0; i < record.number_of_fields && i < fields.size(); i++) {
         const pldm_fru_field& field = record.fields[i];
@@ -91,13 +91,13 @@ TEST_P(FruTrace, IsReadWholeByBothReaders) {
 
 TEST_P(FruTrace, IsParsedOrRefusedAsTheRecordSays) {
     const Bytes& table = GetParam().response;
-    const json& says = GetParam().response_says;
+    const Json& says = GetParam().response_says;
     if (says.value("expect", "") == "refuse") {
         EXPECT_EQ(Parsed(table.data(), table.size()).result, PLDM_ERROR_ARGUMENT);
         return;
     }
     size_t at = 0;
-    for (const json& record : says.at("records")) {
+    for (const Json& record : says.at("records")) {
         const Parsed parsed(table.data() + at, table.size() - at);
         ASSERT_EQ(parsed.result, 0);
         at += expect_record(record, parsed.record);

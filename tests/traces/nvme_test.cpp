@@ -23,7 +23,6 @@
 
 namespace {
 
-using nlohmann::json;
 using test::Bytes;
 using test::expect_number;
 using test::hex;
@@ -32,6 +31,7 @@ using test::le32_at;
 using test::quietly;
 using test::Record;
 using test::Replay;
+using tool::Json;
 using test::operator+;
 
 constexpr uint8_t kMessageType = 0x84;
@@ -53,7 +53,7 @@ bool is_admin(const Record& record) {
 }
 
 /// What the record says that the request's bytes mean.
-void expect_reading(const json& says, const Bytes& request) {
+void expect_reading(const Json& says, const Bytes& request) {
     const Bytes body(request.begin(), request.end() - kCheckSize);
     expect_number(says, "ror", request.at(0) >> 7);
     expect_number(says, "nmimt", request.at(0) >> 3 & 0x0F);
@@ -117,7 +117,7 @@ struct Drive {
 
 void health_status_poll(const Record& record) {
     Drive drive(record.request, success(false, hex("38 ff 2a 07 34 12 00 00")));
-    const uint32_t nmd1 = record.request_says.at("nmd1");
+    const uint32_t nmd1 = record.request_says.at("nmd1").get<uint32_t>();
     nvme_subsystem_health health{};
     EXPECT_EQ(quietly([&] {
                   return nvmemi_nvm_subsystem_health_status_poll(&drive.ctx, &nmd1, &health);
@@ -131,8 +131,8 @@ void health_status_poll(const Record& record) {
 }
 
 void configuration_set(const Record& record) {
-    const uint32_t nmd0 = record.request_says.at("nmd0");
-    const uint32_t size = record.request_says.at("nmd1");
+    const uint32_t nmd0 = record.request_says.at("nmd0").get<uint32_t>();
+    const uint32_t size = record.request_says.at("nmd1").get<uint32_t>();
     EXPECT_EQ(nmd0 & 0xFF, 3u);  // MCTP transmission unit size
     Drive drive(record.request, record.response.empty() ? success(false) : record.response);
     EXPECT_EQ(quietly([&] {
@@ -148,7 +148,7 @@ void configuration_set(const Record& record) {
 }
 
 void configuration_get(const Record& record) {
-    const uint32_t nmd0 = record.request_says.at("nmd0");
+    const uint32_t nmd0 = record.request_says.at("nmd0").get<uint32_t>();
     EXPECT_EQ(nmd0 & 0xFF, 3u);
     Drive drive(record.request, checked(hex("88 00 00 00 fa 00 00")));
     uint16_t size = 0;
@@ -161,7 +161,7 @@ void configuration_get(const Record& record) {
 }
 
 void read_data_structure(const Record& record) {
-    const uint32_t nmd0 = record.request_says.at("nmd0");
+    const uint32_t nmd0 = record.request_says.at("nmd0").get<uint32_t>();
     const bool fixed = nmd0 >> 24 < NVMEMI_DTYP_CONTROLLER_LIST;
     const Bytes structure = fixed ? test::counting(32, 0x61) : hex("02 00 05 00 06 00");
     const auto size = static_cast<uint8_t>(structure.size());
@@ -188,20 +188,20 @@ void vpd_read(const Record& record) {
 
 // ---- Admin commands ----
 
-nvme_admin_req request_of(nvmemi_ctx* ctx, const json& says) {
+nvme_admin_req request_of(nvmemi_ctx* ctx, const Json& says) {
     nvme_admin_req req{};
     req.ctx = ctx;
-    req.cntlid = says.at("controller_id");
-    req.nsid = says.at("sqe_dw1");
-    req.dofst = says.at("data_offset");
-    req.cdw10 = says.at("sqe_dw10");
-    req.cdw11 = says.at("sqe_dw11");
+    req.cntlid = says.at("controller_id").get<uint16_t>();
+    req.nsid = says.at("sqe_dw1").get<uint32_t>();
+    req.dofst = says.at("data_offset").get<uint32_t>();
+    req.cdw10 = says.at("sqe_dw10").get<uint32_t>();
+    req.cdw11 = says.at("sqe_dw11").get<uint32_t>();
     return req;
 }
 
 /// Identify and Get Log Page: the data that were asked for come back.
 void read_data(const Record& record) {
-    const uint32_t length = record.request_says.at("data_length");
+    const uint32_t length = record.request_says.at("data_length").get<uint32_t>();
     const Bytes page = test::counting(length, 0x20);
     Drive drive(record.request, success(true, page));
     nvme_admin_req req = request_of(&drive.ctx, record.request_says);
@@ -222,8 +222,8 @@ void read_data(const Record& record) {
 /// The recorded response: 20 bytes of the controller's data structure, from its serial number on.
 void identify_serial_number(const Record& record) {
     constexpr uint32_t kSerialNumber = 4;
-    const json& says = record.response_says;
-    const uint32_t length = says.at("data_bytes");
+    const Json& says = record.response_says;
+    const uint32_t length = says.at("data_bytes").get<uint32_t>();
     const Bytes request = hex("10 00 00 06 03 00 00") + Bytes(20) + le32(kSerialNumber) +
                           le32(length) + Bytes(8) + le32(1) + Bytes(20);
     Drive drive(checked(request), checked(record.response));

@@ -13,7 +13,7 @@ namespace test {
 
 namespace {
 
-using nlohmann::json;
+using tool::Json;
 
 constexpr size_t kRecordOffset = 15;
 /// Seven parts of the size that the library asks for.
@@ -29,7 +29,7 @@ Bytes little_endian(uint32_t value) {
 
 /// The request of the library for the recorded record's first part.
 Bytes request_of(const Record& record) {
-    const uint32_t handle = record.request_says.at("record_handle");
+    const uint32_t handle = record.request_says.at("record_handle").get<uint32_t>();
     return hex("80 02 51") + little_endian(handle) + hex("00 00 00 00 01 80 00 00 00");
 }
 
@@ -39,7 +39,7 @@ Bytes fetch(const Record& record) {
     ReplayTerminus terminus({{request_of(record), record.response}});
     const Bytes expected(record.response.begin() + kRecordOffset, record.response.end());
     Guarded room(kRoom, 0xEE);
-    uint32_t handle = record.request_says.at("record_handle");
+    uint32_t handle = record.request_says.at("record_handle").get<uint32_t>();
     EXPECT_EQ(quietly([&] { return pldm_get_pdr(&terminus.ctx, &handle, room.data(), kRoom); }), 0);
     EXPECT_EQ(handle, record.response_says.at("next_record_handle").get<uint32_t>());
     EXPECT_EQ(record.response_says.at("response_count"), expected.size());
@@ -50,7 +50,7 @@ Bytes fetch(const Record& record) {
     return expected;
 }
 
-void expect_header(const json& says, const pldm_pdr_header& header) {
+void expect_header(const Json& says, const pldm_pdr_header& header) {
     expect_number(says, "record_handle", header.record_handle);
     expect_number(says, "header_version", header.header_version);
     expect_number(says, "type", header.type);
@@ -60,7 +60,7 @@ void expect_header(const json& says, const pldm_pdr_header& header) {
 
 /// What numeric and state sensor records begin with.
 template <typename Sensor>
-void expect_sensor(const json& says, const Sensor& sensor) {
+void expect_sensor(const Json& says, const Sensor& sensor) {
     expect_header(says, sensor.header);
     expect_number(says, "terminus_handle", sensor.terminus_handle);
     expect_number(says, "sensor_id", sensor.sensor_id);
@@ -71,7 +71,7 @@ void expect_sensor(const json& says, const Sensor& sensor) {
     expect_number(says, "aux_names", sensor.sensor_auxiliary_names_pdr);
 }
 
-void expect_units(const json& says, const pldm_numeric_sensor_pdr& sensor) {
+void expect_units(const Json& says, const pldm_numeric_sensor_pdr& sensor) {
     expect_number(says, "base_unit", sensor.base_unit);
     EXPECT_EQ(says.at("unit_modifier"), +sensor.unit_modifier);
     expect_number(says, "rate_unit", sensor.rate_unit);
@@ -84,7 +84,7 @@ void expect_units(const json& says, const pldm_numeric_sensor_pdr& sensor) {
     expect_number(says, "is_linear", sensor.is_linear);
 }
 
-void expect_conversion(const json& says, const pldm_numeric_sensor_pdr& sensor) {
+void expect_conversion(const Json& says, const pldm_numeric_sensor_pdr& sensor) {
     expect_number(says, "sensor_data_size", sensor.sensor_data_size);
     EXPECT_EQ(says.at("resolution").get<float>(), +sensor.resolution);
     EXPECT_EQ(says.at("offset").get<float>(), +sensor.offset);
@@ -101,7 +101,7 @@ void expect_conversion(const json& says, const pldm_numeric_sensor_pdr& sensor) 
     expect_number(says, "min_readable", sensor.min_readable);
 }
 
-void expect_range(const json& says, const pldm_numeric_sensor_pdr& sensor) {
+void expect_range(const Json& says, const pldm_numeric_sensor_pdr& sensor) {
     expect_number(says, "range_field_format", sensor.range_field_format);
     expect_number(says, "range_field_support", sensor.range_field_support);
     expect_number(says, "nominal", sensor.nominal_value);
@@ -115,13 +115,13 @@ void expect_range(const json& says, const pldm_numeric_sensor_pdr& sensor) {
     expect_number(says, "fatal_low", sensor.fatal_low);
 }
 
-void expect_composites(const json& says, const pldm_state_sensor_pdr& sensor) {
+void expect_composites(const Json& says, const pldm_state_sensor_pdr& sensor) {
     expect_number(says, "composite_count", sensor.composite_sensor_count);
-    const json& composites = says.at("sensors");
+    const Json& composites = says.at("sensors");
     ASSERT_EQ(composites.size(), sensor.composite_sensor_count);
     size_t at = 0;
     for (size_t i = 0; i < composites.size(); i++) {
-        const uint16_t set = composites.at(i).at("state_set_id");
+        const uint16_t set = composites.at(i).at("state_set_id").get<uint16_t>();
         const Bytes states = hex(composites.at(i).at("possible_states_hex").get<std::string>());
         const Bytes entry = Bytes{static_cast<uint8_t>(set & 0xFF), static_cast<uint8_t>(set >> 8),
                                   static_cast<uint8_t>(states.size())} +
@@ -146,12 +146,12 @@ void check_repository_info(const Record& record) {
 
 void check_pdr(const Record& record) {
     const Bytes bytes = fetch(record);
-    const json& says = record.response_says.at("record");
+    const Json& says = record.response_says.at("record");
     expect_number(says, "record_bytes", static_cast<unsigned>(bytes.size()));
 
     ReplayTerminus terminus({{request_of(record), record.response}});
     pldm_pdr pdr{};
-    const uint32_t handle = record.request_says.at("record_handle");
+    const uint32_t handle = record.request_says.at("record_handle").get<uint32_t>();
     const int32_t result = quietly([&] { return pldm_get_full_pdr(&terminus.ctx, handle, &pdr); });
     switch (says.at("type").get<int>()) {
         case PLDM_PDR_TYPE_NUMERIC_SENSOR:

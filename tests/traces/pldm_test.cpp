@@ -20,12 +20,12 @@
 
 namespace {
 
-using nlohmann::json;
 using test::Bytes;
 using test::expect_number;
 using test::quietly;
 using test::Record;
 using test::ReplayTerminus;
+using tool::Json;
 using test::operator+;
 
 /// The low five bits of a message's first byte.
@@ -38,7 +38,7 @@ bool succeeded(const Record& record) {
 }
 
 uint16_t sensor_of(const Record& record) {
-    return record.request_says.at("sensor_id");
+    return record.request_says.at("sensor_id").get<uint16_t>();
 }
 
 Bytes sensor_bytes(const Record& record) {
@@ -47,9 +47,9 @@ Bytes sensor_bytes(const Record& record) {
 }
 
 /// Bit n of the bitmap for each n of the list.
-Bytes bitmap(const json& numbers, size_t size) {
+Bytes bitmap(const Json& numbers, size_t size) {
     Bytes bits(size);
-    for (const unsigned number : numbers) {
+    for (const unsigned number : numbers.get<std::vector<unsigned>>()) {
         bits.at(number / 8) = static_cast<uint8_t>(bits.at(number / 8) | 1u << (number % 8));
     }
     return bits;
@@ -72,7 +72,7 @@ constexpr test::Field kFields[] = {
 
 /// What the record says of a whole response, beside what the library decodes.
 void expect_reading(const Record& record, const Bytes& message) {
-    const json& says = record.response_says;
+    const Json& says = record.response_says;
     expect_number(says, "completion_code", message.at(3));
     if (!says.contains("type")) {
         return;  // a malformed answer, of which no more was read
@@ -86,7 +86,7 @@ void expect_reading(const Record& record, const Bytes& message) {
         test::expect_fields(record, message, kFields);
     }
     if (record.command == "GetSensorThresholds") {
-        const json& thresholds =
+        const Json& thresholds =
             says.at("thresholds_upper_warning_critical_fatal_lower_warning_critical_fatal");
         EXPECT_EQ(Bytes(message.begin() + 5, message.end()), thresholds.get<Bytes>());
     }
@@ -177,10 +177,10 @@ Bytes bytes_of(const pldm_state_reading& reading) {
 }
 
 /// The first enabled field, as GetStateSensorReadings of the library picks it.
-void first_state_reading(pldm_ctx& ctx, const Record& record, const json& fields) {
+void first_state_reading(pldm_ctx& ctx, const Record& record, const Json& fields) {
     pldm_state_reading out{0xE0, 0xE1, 0xE2, 0xE3};
     const auto enabled = std::find_if(fields.begin(), fields.end(),
-                                      [](const json& field) { return field.at(0) == 0; });
+                                      [](const Json& field) { return field.at(0) == 0; });
     Bytes expected = test::hex("e0 e1 e2 e3");
     if (enabled != fields.end()) {
         expected = enabled->get<Bytes>();
@@ -194,8 +194,8 @@ void first_state_reading(pldm_ctx& ctx, const Record& record, const json& fields
 void get_state_sensor_readings(const Record& record) {
     ReplayTerminus terminus(
         {{test::hex("80 02 21") + sensor_bytes(record) + Bytes{0x00, 0x00}, record.response}});
-    const json fields =
-        record.response_says.value("fields_opstate_present_previous_event", json::array());
+    const Json fields =
+        record.response_says.value("fields_opstate_present_previous_event", Json::array());
     first_state_reading(terminus.ctx, record, fields);
     for (size_t index = 0; index <= fields.size(); index++) {
         SCOPED_TRACE(index);

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <fstream>
 #include <ostream>
 #include <stdexcept>
 
@@ -13,7 +12,7 @@ namespace test {
 
 namespace {
 
-using nlohmann::json;
+using tool::Json;
 
 constexpr const char* kFile = SIDEBAND_DATA_DIR "/traces.json";
 
@@ -128,27 +127,24 @@ std::string start_of(const std::string& starts_at, const std::string& side) {
     return starts_at.substr(begin, starts_at.find(';', begin) - begin);
 }
 
-Record make_record(const json& entry, const CommandCode& command) {
-    const std::string starts_at = entry.at("starts_at");
+Record make_record(const Json& entry, const CommandCode& command) {
+    const std::string starts_at = entry.at("starts_at").get<std::string>();
     const auto side = [&](const std::string& name) {
         const Bytes bytes = hex(entry.at(name + "_hex").get<std::string>());
         return bytes.empty() ? bytes : body(bytes, start_of(starts_at, name), command);
     };
-    const json& decoded = entry.at("decodes_to");
-    return {entry.at("id"),
-            entry.at("protocol"),
-            entry.at("command"),
+    const Json& decoded = entry.at("decodes_to");
+    return {entry.at("id").get<std::string>(),
+            entry.at("protocol").get<std::string>(),
+            entry.at("command").get<std::string>(),
             side("request"),
             side("response"),
-            decoded.value("request", json::object()),
-            is_table(starts_at) ? decoded : decoded.value("response", json::object())};
+            decoded.value("request", Json::object()),
+            is_table(starts_at) ? decoded : decoded.value("response", Json::object())};
 }
 
-const json& file() {
-    static const json kContents = [] {
-        std::ifstream stream(kFile);
-        return stream ? json::parse(stream) : json::array();
-    }();
+const Json& file() {
+    static const Json kContents = have_records() ? read_json(kFile) : Json::array();
     return kContents;
 }
 
@@ -168,8 +164,8 @@ std::string absence() {
 
 std::vector<Record> records_of(std::string_view protocol) {
     std::vector<Record> records;
-    for (const json& entry : file()) {
-        const std::string command = entry.at("command");
+    for (const Json& entry : file()) {
+        const std::string command = entry.at("command").get<std::string>();
         const CommandCode* known = find_command(protocol, command);
         if (entry.at("protocol") == protocol && known != nullptr) {
             records.push_back(make_record(entry, *known));
@@ -180,7 +176,7 @@ std::vector<Record> records_of(std::string_view protocol) {
 
 std::vector<Record> records_of_command(std::string_view protocol, std::string_view command) {
     std::vector<Record> records;
-    for (const json& entry : file()) {
+    for (const Json& entry : file()) {
         if (entry.at("protocol") == protocol && entry.at("command") == command) {
             records.push_back(make_record(entry, {protocol, command, 0, 0}));
         }
@@ -193,14 +189,14 @@ void expect_all_exercised(std::string_view protocol, const Counts& exercised,
     EXPECT_EQ(exercised, expected);
     for (const auto& [command, count] : expected) {
         const auto in_file =
-            std::count_if(file().begin(), file().end(), [&, name = command](const json& entry) {
+            std::count_if(file().begin(), file().end(), [&, name = command](const Json& entry) {
                 return entry.at("protocol") == protocol && entry.at("command") == name;
             });
         EXPECT_EQ(in_file, count) << command;
     }
 }
 
-void expect_number(const json& says, const char* field, unsigned value) {
+void expect_number(const Json& says, const char* field, unsigned value) {
     ASSERT_TRUE(says.contains(field)) << "the record does not tell " << field;
     EXPECT_EQ(value, says.at(field).get<unsigned>()) << field;
 }

@@ -4,7 +4,6 @@
 #define SIDEBAND_TESTS_TRACES_RECORD_H
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <cstdint>
 #include <iosfwd>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "support/bytes.h"
+#include "support/json.h"
 
 namespace test {
 
@@ -24,8 +24,8 @@ struct Record {
     std::string command;
     Bytes request;  ///< empty if only the other side was recorded
     Bytes response;
-    nlohmann::json request_says;   ///< the reading of the bytes that came with the record
-    nlohmann::json response_says;  ///< of a FRU record table: of the table
+    tool::Json request_says;   ///< the reading of the bytes that came with the record
+    tool::Json response_says;  ///< of a FRU record table: of the table
 };
 
 /// For the test runner's messages.
@@ -52,7 +52,7 @@ void expect_all_exercised(std::string_view protocol, const Counts& exercised,
                           const Counts& expected);
 
 /// Expects a number that the record must have read from the bytes.
-void expect_number(const nlohmann::json& says, const char* field, unsigned value);
+void expect_number(const tool::Json& says, const char* field, unsigned value);
 
 /// Expects Rq, D and instance ID as the record read them. A response whose request was not recorded
 /// has the instance ID of another request now.

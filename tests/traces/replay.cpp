@@ -3,16 +3,18 @@
 #include "traces/replay.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <stdexcept>
 
 #include "support/capture.h"
+#include "support/json.h"
 
 namespace test {
 
 namespace {
+
+using tool::Json;
 
 constexpr uint8_t kDeviceEid = 0x0C;
 
@@ -23,18 +25,18 @@ std::string digits(const Bytes& bytes) {
 }
 
 std::string board_file(uint8_t message_type, const std::vector<Exchange>& exchanges) {
-    nlohmann::json list = nlohmann::json::array();
+    Json list = Json::array();
     for (const Exchange& exchange : exchanges) {
         list.push_back({{"message_type", message_type},
                         {"request", digits(exchange.request)},
                         {"response", digits(exchange.response)}});
     }
-    const nlohmann::json device = {{"name", "rec0"},    {"type", "replay"},  {"bus", 5},
-                                   {"address", "0x30"}, {"eid", kDeviceEid}, {"exchanges", list}};
-    const nlohmann::json board = {{"name", "recorded"},
-                                  {"bmc", {{"eid", 8}, {"address", "0x20"}}},
-                                  {"buses", nlohmann::json::array({{{"bus", 5}}})},
-                                  {"devices", nlohmann::json::array({device})}};
+    const Json device = {{"name", "rec0"},    {"type", "replay"},  {"bus", 5},
+                         {"address", "0x30"}, {"eid", kDeviceEid}, {"exchanges", list}};
+    const Json board = {{"name", "recorded"},
+                        {"bmc", {{"eid", 8}, {"address", "0x20"}}},
+                        {"buses", Json::array({{{"bus", 5}}})},
+                        {"devices", Json::array({device})}};
     return board.dump(1);
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <utility>
 
 namespace tool {
@@ -99,6 +100,12 @@ Json Json::array() {
     return list;
 }
 
+Json Json::array(std::initializer_list<Json> values) {
+    Json list = array();
+    list.items_ = values;
+    return list;
+}
+
 Json Json::object() {
     Json object;
     object.kind_ = Kind::kObject;
@@ -131,10 +138,16 @@ Json& Json::operator[](std::string_view name) {
     return items_[at];
 }
 
-const Json& Json::operator[](std::string_view name) const {
-    static const Json kNone;
+const Json& Json::at(std::string_view name) const {
     const size_t at = find(name);
-    return at < names_.size() ? items_[at] : kNone;
+    if (at == names_.size()) {
+        throw std::out_of_range("no member " + std::string(name));
+    }
+    return items_[at];
+}
+
+Json Json::value(std::string_view name, const Json& otherwise) const {
+    return contains(name) ? at(name) : otherwise;
 }
 
 void Json::update(const Json& other) {
@@ -149,6 +162,39 @@ void Json::erase(std::string_view name) {
         names_.erase(names_.begin() + static_cast<ptrdiff_t>(at));
         items_.erase(items_.begin() + static_cast<ptrdiff_t>(at));
     }
+}
+
+double Json::as_double() const {
+    switch (kind_) {
+        case Kind::kSigned:
+            return static_cast<double>(number_.as_signed);
+        case Kind::kUnsigned:
+            return static_cast<double>(number_.as_unsigned);
+        default:
+            return number_.as_real;
+    }
+}
+
+void Json::require(bool fits) {
+    if (!fits) {
+        throw std::range_error("a JSON value is of another kind, or too large");
+    }
+}
+
+bool operator==(const Json& left, const Json& right) {
+    using Kind = Json::Kind;
+    const bool numbers =
+        (left.is_real() || left.is_integer()) && (right.is_real() || right.is_integer());
+    if (numbers && (left.is_real() || right.is_real())) {
+        return left.as_double() == right.as_double();
+    }
+    if (numbers && left.kind_ != right.kind_) {
+        return left.kind_ == Kind::kSigned
+                   ? std::cmp_equal(left.number_.as_signed, right.number_.as_unsigned)
+                   : std::cmp_equal(left.number_.as_unsigned, right.number_.as_signed);
+    }
+    return left.kind_ == right.kind_ && left.number_.as_unsigned == right.number_.as_unsigned &&
+           left.text_ == right.text_ && left.names_ == right.names_ && left.items_ == right.items_;
 }
 
 void Json::push_back(Json value) {

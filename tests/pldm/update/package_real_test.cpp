@@ -6,14 +6,13 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <nlohmann/json.hpp>
 
 #include "pldm/update/package_fixture.h"
+#include "support/json.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using nlohmann::json;
 using test::Bytes;
 using test::bytes_at;
 using test::hex;
@@ -21,6 +20,7 @@ using test::kBoundary;
 using test::kChecksum;
 using test::port;
 using test::result_line;
+using tool::Json;
 
 const fs::path kFolder = fs::path(SIDEBAND_DATA_DIR) / "packages";
 
@@ -31,19 +31,19 @@ Bytes contents(const fs::path& file) {
 }
 
 /// Packages by the name of their files, each with what is told about it.
-std::map<std::string, json> sidecars() {
-    std::map<std::string, json> found;
+std::map<std::string, Json> sidecars() {
+    std::map<std::string, Json> found;
     for (const auto& entry : fs::directory_iterator(kFolder)) {
         if (entry.path().extension() == ".json") {
-            json sidecar = json::parse(std::ifstream(entry.path()));
-            std::string name = sidecar["file"];
+            Json sidecar = test::read_json(entry.path());
+            std::string name = sidecar["file"].get<std::string>();
             found.emplace(std::move(name), std::move(sidecar));
         }
     }
     return found;
 }
 
-Bytes bytes_of(const json& text) {
+Bytes bytes_of(const Json& text) {
     return hex(text.get<std::string>());
 }
 
@@ -60,18 +60,18 @@ protected:
         return parse_again();
     }
 
-    void expect_descriptors(const pldm_device_record& record, const json& wanted) const;
-    void expect_record(const pldm_device_record& record, const json& wanted) const;
-    void expect_component(const uint8_t* entry, const json& wanted, const Bytes& file) const;
-    void expect_content(const json& wanted) const;
+    void expect_descriptors(const pldm_device_record& record, const Json& wanted) const;
+    void expect_record(const pldm_device_record& record, const Json& wanted) const;
+    void expect_component(const uint8_t* entry, const Json& wanted, const Bytes& file) const;
+    void expect_content(const Json& wanted) const;
 };
 
-void RealPackage::expect_descriptors(const pldm_device_record& record, const json& wanted) const {
+void RealPackage::expect_descriptors(const pldm_device_record& record, const Json& wanted) const {
     ASSERT_EQ(record.desc_num, wanted.size());
     const uint8_t* at = record.descriptors;
-    for (const json& descriptor : wanted) {
+    for (const Json& descriptor : wanted) {
         const Bytes value = bytes_of(descriptor["data_hex"]);
-        const unsigned type = descriptor["type"];
+        const unsigned type = descriptor["type"].get<unsigned>();
         const Bytes header{static_cast<uint8_t>(type), static_cast<uint8_t>(type >> 8),
                            static_cast<uint8_t>(value.size()),
                            static_cast<uint8_t>(value.size() >> 8)};
@@ -81,15 +81,15 @@ void RealPackage::expect_descriptors(const pldm_device_record& record, const jso
     }
 }
 
-void RealPackage::expect_record(const pldm_device_record& record, const json& wanted) const {
+void RealPackage::expect_record(const pldm_device_record& record, const Json& wanted) const {
     EXPECT_EQ(record.record_len, wanted["record_length"]);
     EXPECT_EQ(record.package_data_len, wanted["package_data_length"]);
     uint32_t applicable = 0;
-    for (unsigned component : wanted["applicable_components"]) {
+    for (unsigned component : wanted["applicable_components"].get<std::vector<unsigned>>()) {
         applicable |= component < 32 ? 1u << component : 0u;
     }
     EXPECT_EQ(record.applicable_components, applicable);
-    const json& version = wanted["image_set_version"];
+    const Json& version = wanted["image_set_version"];
     EXPECT_EQ(record.component_image_set_ver_string_type, version["type"]);
     EXPECT_EQ(record.component_image_set_ver_string_len, version["length"]);
     EXPECT_EQ(record.image_version_string, version["value"].get<std::string>());
@@ -109,7 +109,7 @@ uint32_t number(const uint8_t* entry, size_t offset, size_t width) {
     return value;
 }
 
-void RealPackage::expect_component(const uint8_t* entry, const json& wanted,
+void RealPackage::expect_component(const uint8_t* entry, const Json& wanted,
                                    const Bytes& file) const {
     EXPECT_EQ(number(entry, 0, 2), wanted["classification"]);
     EXPECT_EQ(number(entry, 2, 2), wanted["identifier"]);
@@ -128,7 +128,7 @@ void RealPackage::expect_component(const uint8_t* entry, const json& wanted,
     EXPECT_EQ(CRC32(0, file.data() + offset, size), wanted["crc32"]);
 }
 
-void RealPackage::expect_content(const json& wanted) const {
+void RealPackage::expect_content(const Json& wanted) const {
     EXPECT_EQ(ctx.package_version_string, wanted["package_version"]["value"].get<std::string>());
     ASSERT_EQ(ctx.device_record_num, wanted["device_record_count"]);
     ASSERT_EQ(wanted["device_records"].size(), ctx.device_record_num);
@@ -148,7 +148,7 @@ void RealPackage::expect_content(const json& wanted) const {
         printed("header length " + std::to_string(wanted["header_size"].get<int>()) + "\n"));
     EXPECT_TRUE(printed("component bitmap len " +
                         std::to_string(wanted["component_bitmap_bit_length"].get<int>()) + "\n"));
-    const size_t header = wanted["header_size"];
+    const size_t header = wanted["header_size"].get<size_t>();
     EXPECT_EQ(CRC32(0, file.data(), header - 4), wanted["header_checksum"]);
 }
 
@@ -208,9 +208,9 @@ TEST_F(RealPackage, OfFormatOneIsReadWhateverItsRevision) {
     EXPECT_EQ(port().console,
               (std::vector<std::string>{"Header format version 1.1.x\n", result_line(0)}));
     const auto packages = sidecars();
-    const json& sidecar = packages.at("e_identifier_1_0_revision_2.fwpkg");
+    const Json& sidecar = packages.at("e_identifier_1_0_revision_2.fwpkg");
     EXPECT_EQ(sidecar["expect"]["result"], "refuse");
-    json wanted = packages.at(sidecar["derived_from"])["decoded"];
+    Json wanted = packages.at(sidecar["derived_from"].get<std::string>())["decoded"];
     wanted["header_checksum"] = CRC32(0, contents(path).data(), 318);
     expect_content(wanted);
 }
@@ -223,7 +223,8 @@ TEST_F(RealPackage, WithAComponentCutOffIsReadAllTheSame) {
     EXPECT_EQ(packages.at(name)["expect"]["result"], "refuse");
     ASSERT_EQ(parse_file(name), 0);
     const Bytes whole = contents(kFolder / packages.at(name)["derived_from"].get<std::string>());
-    const json& wanted = packages.at(packages.at(name)["derived_from"])["decoded"];
+    const Json& wanted =
+        packages.at(packages.at(name)["derived_from"].get<std::string>())["decoded"];
     ASSERT_EQ(ctx.component_num, 3);
     for (size_t i = 0; i < 3; i++) {
         expect_component(ctx.component_images[i], wanted["components"][i], whole);
@@ -247,7 +248,7 @@ TEST_F(RealPackage, CutAnywhereInItsHeaderIsRefused) {
         }
         SCOPED_TRACE(name);
         const Bytes whole = contents(kFolder / name);
-        const size_t header = sidecar["decoded"]["header_size"];
+        const size_t header = sidecar["decoded"]["header_size"].get<size_t>();
         path = libc.root + "/package.fwpkg";
         for (size_t size = 1; size<header; size += header> 500 ? 7 : 1) {
             ASSERT_EQ(parse(Bytes(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size))), -1)

@@ -4,11 +4,11 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::contains;
 using tool_test::ControllerBench;
 using tool_test::one_document;
 using tool_test::Outcome;
-using Json = nlohmann::ordered_json;
 
 TEST(NcsiDemo, ShowsTheLinksOfEachController) {
     const Outcome demo = ControllerBench().run({"demo", "--json"});

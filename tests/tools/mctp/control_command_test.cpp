@@ -4,11 +4,12 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::expect_json;
 using tool_test::expect_text;
 using tool_test::one_document;
 using tool_test::OwnBoard;
-using Json = nlohmann::ordered_json;
+using tool_test::parse_json;
 
 TEST_F(OwnBoard, MctpEidTellsAnAssignedEid) {
     expect_text(run({"mctp", "eid", "dev0"}),
@@ -33,7 +34,7 @@ TEST_F(OwnBoard, MctpRoutesFollowsTheTableToItsEnd) {
     const Json entries =
         one_document(run({"mctp", "routes", "rec0", "--json"}).out)["routing_table_entries"];
     ASSERT_EQ(entries.size(), 2U);
-    EXPECT_EQ(entries[0], Json::parse(R"({"eid_range_size": 1, "starting_eid": 16,
+    EXPECT_EQ(entries[0], parse_json(R"({"eid_range_size": 1, "starting_eid": 16,
         "entry_type": 0, "dynamic_entry": true, "port_number": 3,
         "physical_transport_binding_type_id": 1, "physical_media_type_id": 3,
         "physical_address": "40"})"));

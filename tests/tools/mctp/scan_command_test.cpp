@@ -4,12 +4,13 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::expect_text;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::OwnBoard;
+using tool_test::parse_json;
 using tool_test::run_tool;
-using Json = nlohmann::ordered_json;
 
 TEST(Scan, ListsEveryEndpointOfTheBuiltInBoard) {
     expect_text(
@@ -32,12 +33,12 @@ TEST(Scan, GivesProgramsNumbersAndUuidsWithHyphens) {
     const Json document = one_document(run_tool({"scan", "--json"}).out);
     EXPECT_EQ(document["board"], "desk");
     ASSERT_EQ(document["endpoints"].size(), 11U);
-    EXPECT_EQ(document["endpoints"][0], Json::parse(R"({
+    EXPECT_EQ(document["endpoints"][0], parse_json(R"({
         "endpoint": "nic0", "location": "i2c:2:0x64", "transport": "i2c", "bus": 2, "address": 100,
         "eid": 16, "eid_assigned": true, "uuid": "6e696330-5b0a-4c1d-9f3e-000000000001",
         "message_types": [1], "status": "ok"})"));
     EXPECT_EQ(document["endpoints"][1]["eid_assigned"], false);
-    EXPECT_EQ(document["endpoints"][5], Json::parse(R"({
+    EXPECT_EQ(document["endpoints"][5], parse_json(R"({
         "endpoint": "gpu1", "location": "pcie:47:00.0", "transport": "pcie", "bdf": "47:00.0",
         "eid": 64, "eid_assigned": false, "uuid": "67707531-0c3a-4f7e-b1d6-000000000006",
         "message_types": [1], "status": "ok"})"));
@@ -60,7 +61,7 @@ TEST_F(OwnBoard, ScanGoesOnBehindADeadEndpointAndEndsWithOne) {
     EXPECT_EQ(json.status, 1);
     const Json document = one_document(json.out);
     EXPECT_EQ(document["endpoints"][1]["uuid"], nullptr);
-    EXPECT_EQ(document["endpoints"][1]["message_types"], Json({1, 4}));
+    EXPECT_EQ(document["endpoints"][1]["message_types"], Json::array({1, 4}));
     EXPECT_EQ(document["endpoints"][2]["status"], "failed");
     EXPECT_EQ(document["endpoints"][2]["eid"], nullptr);
     EXPECT_EQ(document["endpoints"][2]["error"]["operation"], "Get Endpoint ID");

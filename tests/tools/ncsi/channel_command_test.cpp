@@ -4,13 +4,13 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::ControllerBench;
 using tool_test::expect_error;
 using tool_test::expect_json;
 using tool_test::expect_text;
 using tool_test::one_document;
 using tool_test::Outcome;
-using Json = nlohmann::ordered_json;
 
 TEST(NcsiDiscover, ListsTheChannelsThatAnswer) {
     expect_text(ControllerBench().run({"ncsi", "discover", "nc0"}),

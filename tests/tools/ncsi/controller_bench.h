@@ -10,8 +10,6 @@ namespace tool_test {
 /// A board with a controller of two ports in package 1, a PLDM terminus and a silent device.
 class ControllerBench {
 public:
-    using Json = nlohmann::ordered_json;
-
     ControllerBench();
 
     Json& controller() { return controller_; }

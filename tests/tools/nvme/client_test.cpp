@@ -4,11 +4,11 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::DriveBench;
 using tool_test::expect_error;
 using tool_test::one_document;
 using tool_test::Outcome;
-using Json = nlohmann::ordered_json;
 
 TEST(NvmeErrors, ADeviceThatIsNoDriveIsNotAsked) {
     expect_error(DriveBench().run({"nvme", "health", "gpu0"}), 1,

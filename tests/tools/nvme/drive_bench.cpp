@@ -3,11 +3,8 @@
 #include "tests/tools/nvme/drive_bench.h"
 
 namespace tool_test {
-
-using Json = nlohmann::ordered_json;
-
 DriveBench::DriveBench()
-    : drive_(Json::parse(R"({
+    : drive_(parse_json(R"({
             "model": "Example SSD", "serial": "EX0001", "vendor_id": 4660, "device_id": 8,
             "capacity": 1073741824,
             "controllers": [{"id": 1, "port": 0}, {"id": 5, "port": 0}],
@@ -19,12 +16,12 @@ DriveBench::DriveBench()
             "vpd": "0102414243ff"})")) {}
 
 DriveBench& DriveBench::fault(const std::string& text) {
-    drive_["faults"].push_back(Json::parse(text));
+    drive_["faults"].push_back(parse_json(text));
     return *this;
 }
 
 std::string DriveBench::board() const {
-    Json board = Json::parse(R"({"name": "bench", "buses": [{"bus": 1, "clock_hz": 400000}],
+    Json board = parse_json(R"({"name": "bench", "buses": [{"bus": 1, "clock_hz": 400000}],
         "devices": [{"name": "nvme0", "type": "nvme", "bus": 1, "address": "0x3a"},
                     {"name": "gpu0", "type": "pldm", "bus": 1, "address": "0x9e"},
                     {"name": "dead0", "type": "nvme", "bus": 1, "address": "0x50",

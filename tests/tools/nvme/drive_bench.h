@@ -10,8 +10,6 @@ namespace tool_test {
 /// A board with a drive of two controllers, a PLDM terminus and a silent device.
 class DriveBench {
 public:
-    using Json = nlohmann::ordered_json;
-
     DriveBench();
 
     Json& drive() { return drive_; }
@@ -25,7 +23,7 @@ private:
 };
 
 /// The document of a run that succeeded.
-nlohmann::ordered_json expect_document(const Outcome& run);
+Json expect_document(const Outcome& run);
 
 /// An image as the simulated drive takes it.
 std::string image_of(const std::string& revision, size_t size);

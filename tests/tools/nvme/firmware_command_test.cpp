@@ -6,6 +6,7 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::contains;
 using tool_test::DriveBench;
 using tool_test::expect_document;
@@ -16,7 +17,6 @@ using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::run_tool_until;
 using tool_test::TemporaryFile;
-using Json = nlohmann::ordered_json;
 
 TEST(NvmeFirmware, IsDownloadedCommittedAndActive) {
     const TemporaryFile image(image_of("EX11", 10001));

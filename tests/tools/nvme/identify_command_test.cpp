@@ -4,13 +4,13 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::contains;
 using tool_test::DriveBench;
 using tool_test::expect_document;
 using tool_test::expect_json;
 using tool_test::expect_text;
 using tool_test::Outcome;
-using Json = nlohmann::ordered_json;
 
 TEST(NvmeIdentify, ShowsAController) {
     const Outcome text = DriveBench().run({"nvme", "identify", "controller", "nvme0"});

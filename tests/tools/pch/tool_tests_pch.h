@@ -5,6 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
+#include "tests/tools/tool_runner.h"
 
 #endif

@@ -4,13 +4,14 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::contains;
 using tool_test::expect_error;
 using tool_test::one_document;
 using tool_test::Outcome;
+using tool_test::parse_json;
 using tool_test::replay_board;
 using tool_test::run_on;
-using Json = nlohmann::ordered_json;
 
 const char* const kRecords = R"("records": [
     {"set": 1, "fields": [
@@ -72,7 +73,7 @@ TEST(Fru, GivesProgramsTheFieldsOfTheStandard) {
     EXPECT_EQ(first["fru_record_type"], 1);
     EXPECT_EQ(first["number_of_fru_fields"], 7);
     EXPECT_EQ(first["encoding_type_for_fru_fields"], 1);
-    EXPECT_EQ(first["fru_fields"][3], Json::parse(R"({"fru_field_type": 10, "name": "Version",
+    EXPECT_EQ(first["fru_fields"][3], parse_json(R"({"fru_field_type": 10, "name": "Version",
         "fru_field_length": 2, "fru_field_value": "4134", "text": "A4"})"));
 }
 

@@ -4,11 +4,12 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::expect_text;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::OwnBoard;
-using Json = nlohmann::ordered_json;
+using tool_test::parse_json;
 
 TEST_F(OwnBoard, PldmSensorsReadsWhatThePdrsDescribe) {
     expect_text(
@@ -23,7 +24,7 @@ TEST_F(OwnBoard, PldmSensorsReadsWhatThePdrsDescribe) {
 TEST_F(OwnBoard, PldmSensorsGivesProgramsTheFieldsOfTheStandard) {
     const Json document = one_document(run({"pldm", "sensors", "dev0", "--json"}).out);
     ASSERT_EQ(document["sensors"].size(), 3U);
-    EXPECT_EQ(document["sensors"][0], Json::parse(R"({"sensor_id": 12, "sensor_type": "numeric",
+    EXPECT_EQ(document["sensors"][0], parse_json(R"({"sensor_id": 12, "sensor_type": "numeric",
         "name": "inlet", "sensor_data_size": 3, "sensor_operational_state": 0,
         "sensor_event_message_enable": 0, "present_state": 1, "previous_state": 0,
         "event_state": 1, "present_reading": -43, "value": -21.5, "unit": "degC",
@@ -32,7 +33,7 @@ TEST_F(OwnBoard, PldmSensorsGivesProgramsTheFieldsOfTheStandard) {
     EXPECT_EQ(document["sensors"][1]["sensor_operational_state"], 1);
     EXPECT_EQ(document["sensors"][1]["present_reading"], nullptr);
     EXPECT_EQ(document["sensors"][1]["converted_reading"], nullptr);
-    EXPECT_EQ(document["sensors"][2], Json::parse(R"({"sensor_id": 5, "sensor_type": "state",
+    EXPECT_EQ(document["sensors"][2], parse_json(R"({"sensor_id": 5, "sensor_type": "state",
         "name": "health", "composite_sensor_count": 2, "state_field": [
             {"state_set_id": 1, "state_set_name": "HEALTH_STATE", "sensor_operational_state": 0,
              "present_state": 2, "previous_state": 2, "event_state": 2},

@@ -24,16 +24,17 @@ namespace {
 using sim::Bytes;
 using sim::ByteView;
 using sim::to_hex;
+using tool::Json;
 using tool_test::bytes_of;
 using tool_test::contains;
 using tool_test::expect_error;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::OwnBoard;
+using tool_test::parse_json;
 using tool_test::RunningTool;
 using tool_test::SerialClient;
 using tool_test::TemporaryFile;
-using Json = nlohmann::ordered_json;
 using Strings = std::vector<std::string>;
 
 /// The tool serving a board, and what it said of it.
@@ -44,13 +45,13 @@ public:
     }
 
     const Json& document() const { return document_; }
-    std::string tty() const { return document_.at("tty"); }
+    std::string tty() const { return document_.at("tty").get<std::string>(); }
     RunningTool& tool() { return tool_; }
 
     uint8_t eid_of(const std::string& name) const {
         for (const Json& endpoint : document_.at("endpoints")) {
             if (endpoint.at("name") == name) {
-                return endpoint.at("eid");
+                return endpoint.at("eid").get<uint8_t>();
             }
         }
         throw std::runtime_error("no endpoint " + name);
@@ -77,7 +78,7 @@ TEST_F(Serve, PrintsOneDocumentAndServesWhatItSays) {
     Served served(own_board());
     const std::string tty = served.tty();
     EXPECT_TRUE(tty.starts_with("/dev/pts/")) << tty;
-    Json expected = Json::parse(R"({"tty": "", "eid": 8, "endpoints": [
+    Json expected = parse_json(R"({"tty": "", "eid": 8, "endpoints": [
         {"eid": 9, "name": "dev0", "type": "pldm", "transport": "i2c", "message_types": [1]},
         {"eid": 10, "name": "rec0", "type": "replay", "transport": "i2c",
          "message_types": [1, 2]},

@@ -6,13 +6,14 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::expect_error;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::OwnBoard;
+using tool_test::parse_json;
 using tool_test::run_tool;
 using tool_test::TemporaryFile;
-using Json = nlohmann::ordered_json;
 
 class Errors : public OwnBoard {};
 
@@ -232,7 +233,7 @@ TEST_F(Errors, WithACodeCarryItForPrograms) {
         "operation": "GetTID", "completion_code": 1, "completion_code_name": "ERROR",
         "exit_status": 1})json";
     const Outcome failed = run({"--json", "pldm", "info", "rec0"});
-    EXPECT_EQ(one_document(failed.out)["error"], Json::parse(wanted));
+    EXPECT_EQ(one_document(failed.out)["error"], parse_json(wanted));
 }
 
 TEST(UnwritableOutput, EndsWithOne) {

@@ -4,12 +4,12 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::expect_error;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::run_tool;
 using tool_test::TemporaryFile;
-using Json = nlohmann::ordered_json;
 
 /// @param mpio_keys  further keys of the MPIO, a comma before each
 std::string board_text(const std::string& mpio_keys = "") {

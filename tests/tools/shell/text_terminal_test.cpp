@@ -6,32 +6,33 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::contains;
 using tool_test::FirmwareBoard;
 using tool_test::has_control;
 using tool_test::one_document;
 using tool_test::Outcome;
+using tool_test::parse_json;
 using tool_test::run_tool;
 using tool_test::run_tool_typing;
 using tool_test::TemporaryFile;
-using Json = nlohmann::ordered_json;
 
 const std::string kNic = "nic\x1b[31m0";
 const std::string kGpu = "gpu\u009b32m\x7f";
 
 /// A board on which all that has a name or a text has one that wants to do more than be read.
 std::string hostile_board() {
-    Json board = Json::parse(FirmwareBoard().text());
+    Json board = parse_json(FirmwareBoard().text());
     board["name"] = "bench\x1b]0;mine\x07\nforged: all is well";
     Json& card = board["devices"][0];
     card["name"] = kNic;
-    card["sensors"] = Json::parse(R"([
+    card["sensors"] = parse_json(R"([
         {"kind": "numeric", "id": 1, "name": "in\u001b[2J\nforged: sensor", "unit": "C\u009b1m",
          "waveform": {"shape": "constant", "value": 1}},
         {"kind": "state", "id": 2, "name": "st\u0007ate\r", "composites": [{"state_set": 1, "states": [1]}]}])");
     card["firmware"]["active"] = "1.0\x1b[5m\nforged: version";
     card["firmware"]["components"][0]["active"]["text"] = "fw\u009b5m";
-    card["fru"] = Json::parse(R"({"records": [{"set": 1, "encoding": 2, "fields": [
+    card["fru"] = parse_json(R"({"records": [{"set": 1, "encoding": 2, "fields": [
         {"type": "model", "text": "M\u001b[1m\u009b2m\nforged: model"}]}]})");
     board["devices"][2]["name"] = kGpu;
     return board.dump();
@@ -126,7 +127,7 @@ TEST_F(HostileBoard, ErrorsNotesAndQuestionsObeyNothing) {
           {"mctp", "eid", kNic, "--capture", "/nonexistent\x1b[1m\n/x"},
           {"scan", "\x1b[31m\nforged: argument"},
           {"pkg", "show", "/nonexistent\x9b\n/x"}}) {
-        SCOPED_TRACE(Json(command).dump(-1, ' ', true, Json::error_handler_t::replace));
+        SCOPED_TRACE(Json(command).dump());
         const Outcome failed = run(command);
         EXPECT_NE(failed.status, 0);
         EXPECT_EQ(failed.err.find('\n'), failed.err.size() - 1) << failed.err;

@@ -8,6 +8,7 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::contains;
 using tool_test::expect_error;
 using tool_test::one_document;
@@ -15,7 +16,6 @@ using tool_test::Outcome;
 using tool_test::run_on;
 using tool_test::run_tool;
 using tool_test::TemporaryFile;
-using Json = nlohmann::ordered_json;
 using Strings = std::vector<std::string>;
 
 // ---- Why there is no answer ----

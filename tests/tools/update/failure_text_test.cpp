@@ -4,6 +4,7 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::card_package;
 using tool_test::expect_error;
 using tool_test::file_of;
@@ -11,8 +12,8 @@ using tool_test::FirmwareBoard;
 using tool_test::holds_request;
 using tool_test::one_document;
 using tool_test::Outcome;
+using tool_test::parse_json;
 using tool_test::TemporaryFile;
-using Json = nlohmann::ordered_json;
 
 constexpr uint8_t kCancelUpdate = 0x1D;
 
@@ -31,7 +32,7 @@ class FwFailure : public ::testing::TestWithParam<Trouble> {};
 TEST_P(FwFailure, IsSaidInWordsAndLeavesTheDeviceIdle) {
     const Trouble& trouble = GetParam();
     FirmwareBoard board;
-    board.fault(trouble.kind, trouble.command, Json::parse(trouble.keys));
+    board.fault(trouble.kind, trouble.command, parse_json(trouble.keys));
     const TemporaryFile package(file_of(card_package()));
     const TemporaryFile capture("");
     const Outcome update =
@@ -151,7 +152,7 @@ TEST(FwUpdate, OfATerminusWithoutFirmwareFails) {
 }
 
 TEST(FwUpdate, OnABoardWithoutASessionOnPcieFails) {
-    Json board = Json::parse(FirmwareBoard().text());
+    Json board = parse_json(FirmwareBoard().text());
     board["platform"]["pcie_open_fails"] = true;
     const TemporaryFile file(file_of(card_package()));
     EXPECT_EQ(tool_test::run_on(board.dump(1), {"pldm", "fw-update", "nic0", file.path()}).err,

@@ -5,7 +5,7 @@
 namespace tool_test {
 
 FirmwareBoard::FirmwareBoard()
-    : firmware_(Json::parse(R"({
+    : firmware_(parse_json(R"({
     "descriptors": [{"type": "pci_vendor_id", "hex": "b315"},
                     {"type": "pci_device_id", "hex": "1d10"}],
     "active": "1.0.0", "capabilities": 2,
@@ -23,7 +23,7 @@ FirmwareBoard& FirmwareBoard::fault(const std::string& kind, const std::string& 
 }
 
 std::string FirmwareBoard::text() const {
-    Json board = Json::parse(R"({"name": "bench", "platform": {"mpio_state": "wanted"},
+    Json board = parse_json(R"({"name": "bench", "platform": {"mpio_state": "wanted"},
         "buses": [{"bus": 2, "clock_hz": 400000}],
         "devices": [{"name": "nic0", "type": "pldm", "bus": 2, "address": "0x64"},
                     {"name": "mpio0", "type": "mpio", "transport": "pcie", "bdf": "00:00.0"},

@@ -12,8 +12,6 @@ namespace tool_test {
 /// before the board is put to use.
 class FirmwareBoard {
 public:
-    using Json = nlohmann::ordered_json;
-
     FirmwareBoard();
 
     /// The keys of the card's firmware.

@@ -4,12 +4,13 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::contains;
 using tool_test::expect_error;
 using tool_test::FirmwareBoard;
 using tool_test::one_document;
 using tool_test::Outcome;
-using Json = nlohmann::ordered_json;
+using tool_test::parse_json;
 
 TEST(FwInfo, ShowsDescriptorsVersionsAndComponents) {
     FirmwareBoard board;
@@ -57,7 +58,7 @@ TEST(FwInfo, GivesProgramsTheFieldsOfTheStandard) {
            "pending_component_version": "", "pending_component_release_date": "",
            "component_activation_methods": "0x0022",
            "capabilities_during_update": "0x00000004"}]})json";
-    EXPECT_EQ(one_document(info.out).dump(), Json::parse(wanted).dump());
+    EXPECT_EQ(one_document(info.out).dump(), parse_json(wanted).dump());
 }
 
 TEST(FwInfo, OfATerminusWithoutFirmwareIsRefusedByTheDevice) {

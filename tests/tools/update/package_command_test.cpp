@@ -17,14 +17,15 @@
 namespace {
 
 namespace fs = std::filesystem;
+using tool::Json;
 using tool::Package;
 using tool_test::expect_error;
 using tool_test::one_document;
 using tool_test::Outcome;
+using tool_test::parse_json;
 using tool_test::run_tool;
 using tool_test::run_tool_for;
 using tool_test::TemporaryFile;
-using Json = nlohmann::ordered_json;
 
 std::string text_of(const std::vector<uint8_t>& bytes) {
     return {bytes.begin(), bytes.end()};
@@ -103,7 +104,7 @@ TEST(PkgShow, PrintsTheSameAsJson) {
            "options": "0x0001", "activation_method": "0x0020", "location_offset": 158, "size": 1,
            "version": ""}]})json";
     // As text, so that the order of the keys counts too.
-    EXPECT_EQ(one_document(shown.out).dump(), Json::parse(wanted).dump());
+    EXPECT_EQ(one_document(shown.out).dump(), parse_json(wanted).dump());
 }
 
 TEST(PkgShow, AsksNoBoard) {
@@ -309,10 +310,10 @@ std::string descriptor_name(const std::string& name) {
 /// A descriptor as it is shown; what its value is made of is tested apart.
 Json descriptor_of(const Json& decoded) {
     Json descriptor{{"type", number("0x%04x", decoded["type"])},
-                    {"name", descriptor_name(decoded["name"])},
+                    {"name", descriptor_name(decoded["name"].get<std::string>())},
                     {"data", decoded["data_hex"]}};
     std::vector<uint8_t> data;
-    const std::string digits = decoded["data_hex"];
+    const std::string digits = decoded["data_hex"].get<std::string>();
     for (size_t i = 0; i < digits.size(); i += 2) {
         data.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
     }
@@ -329,7 +330,7 @@ Json record_of(const Json& decoded) {
         descriptors.push_back(descriptor_of(descriptor));
     }
     uint32_t applicable = 0;
-    for (unsigned component : decoded["applicable_components"]) {
+    for (unsigned component : decoded["applicable_components"].get<std::vector<unsigned>>()) {
         applicable |= component < 32 ? 1U << component : 0U;
     }
     return {{"record_length", decoded["record_length"]},
@@ -377,8 +378,8 @@ TEST_F(PkgShowReal, AgreesWithTheSidecars) {
         if (entry.path().extension() != ".json") {
             continue;
         }
-        const Json sidecar = Json::parse(std::ifstream(entry.path()));
-        const std::string name = sidecar["file"];
+        const Json sidecar = test::read_json(entry.path());
+        const std::string name = sidecar["file"].get<std::string>();
         SCOPED_TRACE(name);
         const Outcome shown = run_tool({"pkg", "show", kFolder / name, "--json"});
         // DSP0267 ties revision to identifier and has every component inside the package. The

@@ -7,6 +7,7 @@
 
 namespace {
 
+using tool::Json;
 using tool_test::card_package;
 using tool_test::contains;
 using tool_test::expect_error;
@@ -16,7 +17,6 @@ using tool_test::holds_request;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::TemporaryFile;
-using Json = nlohmann::ordered_json;
 
 constexpr uint8_t kRequestUpdate = 0x10;
 constexpr uint8_t kActivateFirmware = 0x1A;
@@ -136,7 +136,7 @@ int transfer_size(const char* vendor, const char* card, std::vector<std::string>
     options.insert(options.begin(), {"pldm", "fw-update", card, file.path(), "--json"});
     const Outcome update = board.run(options);
     EXPECT_EQ(update.err, "");
-    return one_document(update.out).value("maximum_transfer_size", 0);
+    return one_document(update.out).value("maximum_transfer_size", 0).get<int>();
 }
 
 TEST(FwUpdate, OffersTheTransferSizeOfTheVendorAndTheTransport) {
