@@ -8,6 +8,7 @@
 #include "tools/rooms.h"
 #include "tools/shell/command_line.h"
 #include "tools/shell/interrupt.h"
+#include "tools/shell/session.h"
 #include "tools/shell/text.h"
 #include "tools/shell/wire_watch.h"
 
@@ -49,6 +50,7 @@ ExitStatus execute(Output& output, const CommandLine& line) {
     if (line.verbose) {
         output.show_library_output();
     }
+    Session::set_strict(line.strict ? MCTP_STRICT_ALL : 0);
     const std::unique_ptr<Port> port = Port::open(line.board);
     Context context{*port, output, line.command};
     try {

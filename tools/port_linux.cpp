@@ -208,6 +208,10 @@ bool Port::is_simulated() {
     return false;
 }
 
+bool Port::is_strict() {
+    return true;
+}
+
 std::unique_ptr<Port> Port::open(const std::string& board_file) {
     board_file::BoardError error;
     const std::string path = board_file.empty() ? machine::kOwnBoardFile : board_file;

@@ -273,6 +273,10 @@ bool Port::is_simulated() {
     return true;
 }
 
+bool Port::is_strict() {
+    return false;
+}
+
 std::unique_ptr<Port> Port::open(const std::string& board_file) {
     sim::BoardError error;
     std::unique_ptr<sim::Board> board = board_file.empty()

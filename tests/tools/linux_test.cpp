@@ -45,6 +45,7 @@ TEST_F(LinuxTool, OffersWhatNeedsNoSimulator) {
     EXPECT_EQ(help.status, 0);
     EXPECT_TRUE(contains(help.out, "Usage: sideband ")) << help.out;
     EXPECT_TRUE(contains(help.out, "(default: /etc/sideband/board.json)")) << help.out;
+    EXPECT_TRUE(contains(help.out, "(default: --strict)")) << help.out;
     for (const char* command : {"scan", "mctp", "raw", "pldm", "ncsi", "nvme", "pkg"}) {
         EXPECT_TRUE(contains(help.out, std::string("\n  ") + command + " ")) << command;
     }

@@ -12,10 +12,11 @@ namespace tool {
 namespace {
 
 constexpr const char* kFooter =
-    "Before or behind the command: --board FILE, --json, --capture FILE, --verbose\n"
+    "Before or behind the command: --board FILE, --json, --capture FILE, --verbose,\n"
+    "--strict, --lax\n"
     "Exit status: 0 done, 1 device or transport failed, 2 wrong usage, 3 an input file is bad";
 
-void add_options(CLI::App& app, CommandLine& line) {
+void add_options(CLI::App& app, CommandLine& line, bool& lax) {
     app.add_option("--board", line.board,
                    "the board's description (default: " + std::string(Port::own_board()) + ")")
         ->type_name("FILE");
@@ -24,6 +25,11 @@ void add_options(CLI::App& app, CommandLine& line) {
         ->type_name("FILE");
     app.add_flag("--verbose", line.verbose,
                  "every packet, and the library's own dumps and log, on standard error");
+    const std::string standing = Port::is_strict() ? "--strict" : "--lax";
+    CLI::Option* strict = app.add_flag(
+        "--strict", line.strict,
+        "hold devices to the standards in all that they send (default: " + standing + ")");
+    app.add_flag("--lax", lax, "put up with what deployed devices get wrong")->excludes(strict);
     app.set_version_flag("--version", std::string(Port::program_name()) + " " + SIDEBAND_VERSION);
     app.footer(kFooter);
 }
@@ -178,13 +184,15 @@ void parse_command_line(int argc, char** argv, std::span<const AddCommands> room
                  std::string(Port::program_name())};
     app.fallthrough();
     app.require_subcommand(1);
-    add_options(app, line);
+    bool lax = false;
+    add_options(app, line, lax);
     const Commands commands(Command(app), line);
     for (const AddCommands add_commands : rooms) {
         add_commands(commands);
     }
     try {
         app.parse(argc, argv);
+        line.strict |= Port::is_strict() && !lax;
         innermost(app, line.command);
     } catch (const CLI::Success& wish) {
         std::ostringstream text;

@@ -16,6 +16,7 @@ struct CommandLine {
     std::string capture;  ///< --capture; empty for none
     bool json = false;
     bool verbose = false;
+    bool strict = false;  ///< --strict, or what the platform has without --lax
 
     std::string command;                ///< its words, as far as they were given
     std::function<void(Context&)> run;  ///< what it does; empty if help or version is wanted

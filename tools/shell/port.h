@@ -149,6 +149,9 @@ public:
     /// start_service(): commands that need such a board are offered then only.
     static bool is_simulated();
 
+    /// Whether devices are held to the standards unless --lax says otherwise.
+    static bool is_strict();
+
     Port() = default;
     virtual ~Port() = default;
     Port(const Port&) = delete;

@@ -102,6 +102,7 @@ void Session::fill_context() {
     if (GlobalParaInit(&parameters) != 0) {
         mctp.src_eid = parameters.bmc_eid;
     }
+    mctp.strict = strict_;
     mctp.binding_kind = endpoint_.binding_kind;
     mctp.bus = endpoint_.bus;
     mctp.slave_addr = endpoint_.address;

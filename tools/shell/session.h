@@ -67,6 +67,9 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
+    /// MCTP_STRICT_... bits of every session that is opened from now on.
+    static void set_strict(uint32_t bits) { strict_ = bits; }
+
     const Endpoint& endpoint() const { return endpoint_; }
 
     /// Finds the endpoint's EID, or gives it one. Comes before everything else. On PCIe the MPIO
@@ -145,6 +148,8 @@ private:
     mctp_ctx& control();
     Failure control_failure(const std::string& operation) const;
     Failure failure(const std::string& operation, const std::string& reason) const;
+
+    inline static uint32_t strict_ = 0;
 
     Endpoint endpoint_;
     Link link_{};

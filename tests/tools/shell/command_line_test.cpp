@@ -66,6 +66,29 @@ TEST_F(OwnBoard, OptionsStandBeforeOrBehindTheCommand) {
     }
 }
 
+TEST(Help, SaysWhetherDevicesAreHeldToTheStandards) {
+    const Outcome help = run_tool({"--help"});
+    EXPECT_TRUE(contains(help.out, "(default: --lax)")) << help.out;
+    EXPECT_TRUE(contains(help.out, "\n--strict, --lax\n")) << help.out;
+}
+
+TEST_F(OwnBoard, StrictAndLaxStandBeforeOrBehindTheCommand) {
+    for (const char* option : {"--strict", "--lax"}) {
+        for (const Strings& arguments :
+             {Strings{option, "mctp", "eid", "dev0"}, Strings{"mctp", "eid", "dev0", option}}) {
+            tool_test::expect_text(run(arguments), run({"mctp", "eid", "dev0"}).out);
+        }
+    }
+}
+
+TEST(WrongUsage, IsStrictAndLaxAtOnce) {
+    for (const Strings& arguments :
+         {Strings{"--strict", "scan", "--lax"}, Strings{"--lax", "--strict", "scan"}}) {
+        expect_error(run_tool(arguments), 2,
+                     "sideband-sim: scan: --strict excludes --lax (try --help)");
+    }
+}
+
 TEST_F(OwnBoard, WithoutVerboseTheLibrarysDumpsAreNowhere) {
     for (const Strings& arguments :
          {Strings{"pldm", "sensors", "dev0"}, Strings{"pldm", "info", "dev0", "--json"}}) {
