@@ -1,16 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The SMBus/I2C bindings: one MCTP packet to one block write and back (DSP0237, clause 6).
-#include <sideband/debug_log.h>
-#include <sideband/mctp.h>
-#include <sideband/platform.h>
+#include "transport/smbus_binding.h"
 
+#include <sideband/debug_log.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "common/memory.h"
 
@@ -20,9 +18,8 @@ namespace {
 
 /// Destination address, command code, byte count, source address.
 constexpr int32_t kFrameHeaderSize = 4;
-/// A received block has no destination address in front: command code, byte count, source address.
-constexpr int32_t kReadHeaderSize = 3;
-constexpr int32_t kPecSize = 1;
+/// A received block has no destination address in front.
+constexpr int32_t kReadHeaderSize = static_cast<int32_t>(kBlockHeaderSize);
 constexpr uint8_t kCommandCodeMctp = 0x0F;
 constexpr uint8_t kDefaultBmcAddress = 0x20;
 constexpr int kWriteAttempts = 3;
@@ -76,14 +73,47 @@ uint8_t prepare_write(const mctp_section& section, int32_t length, uint8_t* fram
     return bmc_address;
 }
 
+/// A text that grows at its end.
+class Appender {
+public:
+    explicit Appender(char* to) : to_(to) {}
+
+    Appender& text(std::string_view text) {
+        to_ = std::copy(text.begin(), text.end(), to_);
+        return *this;
+    }
+    Appender& decimal(unsigned value) {
+        if (value >= 10) {
+            decimal(value / 10);
+        }
+        *to_++ = static_cast<char>('0' + value % 10);
+        return *this;
+    }
+    Appender& hex(uint8_t value) {
+        constexpr char kDigits[] = "0123456789abcdef";
+        *to_++ = kDigits[value >> 4];
+        *to_++ = kDigits[value & 0x0F];
+        return *this;
+    }
+
+private:
+    char* to_;
+};
+
 /// Empties the BMC's slave queue, so that a late answer to an earlier request is not taken for the
 /// answer to this one.
 void drain_slave_queue(uint8_t bus, uint8_t bmc_address) {
-    constexpr char kCommand[] = "cat ";
-    char command[80];
-    std::snprintf(command, sizeof command, "%s/sys/bus/i2c/devices/%d-00%02x/mctp-slave-mqueue",
-                  kCommand, bus, bmc_address >> 1);
-    if (access(command + sizeof kCommand - 1, F_OK) == 0) {
+    constexpr std::string_view kCommand = "cat ";
+    char command[64];
+    // By hand: this is done for each packet, and printf would be two thirds of what that costs.
+    Appender(command)
+        .text(kCommand)
+        .text("/sys/bus/i2c/devices/")
+        .decimal(bus)
+        .text("-00")
+        .hex(bmc_address >> 1)
+        .text({"/mctp-slave-mqueue", sizeof "/mctp-slave-mqueue"});
+    if (access(command + kCommand.size(), F_OK) == 0) {
         // Nobody is there to act on a failure: a stale packet is then dropped by its tag.
         [[maybe_unused]] const int status = std::system(command);
     }
@@ -122,25 +152,30 @@ int32_t sl8_smbus_block_write(mctp_section* section, int32_t length, uint8_t* fr
     return -1;
 }
 
-int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer) {
-    if (length < 0 || length > kReadLengthMax) {
-        return -1;
-    }
-    std::array<uint8_t, PLT_I2C_READ_BUFFER_SIZE> block;
-    zero(block);
+int32_t sideband::read_block(const mctp_section& section, int32_t length, SlaveBlock& block) {
     plt_i2c_request request{};
-    request.bus = section->bus;
-    request.slave_addr = section->slave_addr;
+    request.bus = section.bus;
+    request.slave_addr = section.slave_addr;
     request.read_length = static_cast<uint8_t>(length + kReadHeaderSize);
     request.read_buffer = block.data();
-    SetI2CMux(&request, section->mux);
-    const int32_t received = PltMCTPI2C_SlaveReadWithPEC_NoMutex(request, section->route);
+    SetI2CMux(&request, section.mux);
+    const int32_t received = PltMCTPI2C_SlaveReadWithPEC_NoMutex(request, section.route);
     if (received < 0) {
         return received;
     }
     const int32_t packet = received - kReadHeaderSize - kPecSize;
-    if (packet < 0 || received > PLT_I2C_READ_BUFFER_SIZE) {
+    return packet < 0 || received > PLT_I2C_READ_BUFFER_SIZE ? -1 : packet;
+}
+
+int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer) {
+    if (length < 0 || length > kReadLengthMax) {
         return -1;
+    }
+    SlaveBlock block;
+    zero(block);
+    const int32_t packet = read_block(*section, length, block);
+    if (packet < 0) {
+        return packet;
     }
     const int32_t stored = std::min(packet, length);
     std::copy_n(block.data() + kReadHeaderSize, stored, buffer);

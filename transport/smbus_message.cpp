@@ -1,20 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// MCTP messages over SMBus packets: framing, reassembly and the exchanges (DSP0236, clause 8).
+// MCTP messages over SMBus packets: framing and the exchanges (DSP0236, clause 8).
 #include <sideband/debug_log.h>
 #include <sideband/platform.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstring>
 #include <span>
 
 #include "common/crc.h"
 #include "common/lock.h"
-#include "common/memory.h"
 #include "common/sleep.h"
 #include "common/wire.h"
 #include "transport/packet.h"
+#include "transport/reassembly.h"
 #include "transport/smbus_message.h"
 
 namespace sideband {
@@ -32,21 +30,7 @@ constexpr size_t kPayloadPlace = kPhysicalHeaderSize + PacketHeader::kSize;
 /// 4 physical header, 4 transport header, payload, and the byte in which the software-PEC binding
 /// stores its PEC.
 constexpr size_t kSendBufferSize = kPayloadPlace + MCTP_UNIT_SIZE_MAX + 1;
-/// The most that is ever asked for is 4 + 1 + MCTP_UNIT_SIZE_MAX = 125 bytes.
-constexpr size_t kReceiveBufferSize = 128;
-/// A device that sends nothing but packets to be dropped must not hold the bus for ever. There are
-/// eight tags and four sequence numbers: no honest exchange leaves as many stale packets in a row.
-constexpr int kDroppedPacketsMax = 1024;
-/// Dropped packets of one receive that are reported each by itself: one for each tag and sequence
-/// number. More would only wash the logs out: a dump has half a kilobyte.
-constexpr uint32_t kReportedPacketsMax = 32;
-constexpr char kReceiveName[] = "mctp recv";
-
 constexpr size_t kIntegrityCheckSize = 4;
-
-bool unit_size_usable(const mctp_ctx& ctx) {
-    return ctx.unit_size != 0 && ctx.unit_size <= MCTP_UNIT_SIZE_MAX;
-}
 
 lx_mutex& bus_mutex(const mctp_ctx& ctx) {
     return at_p_St_GlobalVar->bus_mutex[ctx.bus];
@@ -82,162 +66,6 @@ private:
     std::array<uint8_t, kIntegrityCheckSize> check_{};
 };
 
-/// What a receive does with the message type byte.
-enum class TypeByte { kStrip, kDeliver };
-
-/// The reassembly of one message (DSP0236, clause 8.4), as deployed firmware expects it.
-class Reassembly {
-public:
-    Reassembly(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, TypeByte type_byte)
-        : ctx_(ctx),
-          next_(buffer),
-          room_(capacity),
-          capacity_(capacity),
-          payload_offset_(PacketHeader::kSize + (type_byte == TypeByte::kDeliver ? 0 : 1)) {}
-
-    /// Reads packets until the message is complete or the buffer full.
-    /// @return body bytes stored, or -1
-    int32_t run() {
-        const int32_t result = assemble();
-        if (dropped_ > kReportedPacketsMax) {
-            report_rest();
-        }
-        return result;
-    }
-
-private:
-    int32_t assemble() {
-        int dropped_in_a_row = 0;
-        while (dropped_in_a_row < kDroppedPacketsMax) {
-            std::array<uint8_t, kReceiveBufferSize> packet;
-            zero(packet);
-            const int32_t wanted = header_length_ + std::min<int32_t>(ctx_.unit_size, room_);
-            const int32_t length = ctx_.binding->read(&ctx_.section, wanted, packet.data());
-            if (length < 0) {
-                return -1;
-            }
-            WireReader reader(packet);
-            const PacketHeader header = PacketHeader::read(reader);
-            if (!accept(header, packet.data(), length, wanted) ||
-                !store(header, packet.data(), length)) {
-                ++dropped_in_a_row;
-            } else if (header.eom() || room_ == 0) {
-                return capacity_ - room_;
-            } else {
-                dropped_in_a_row = 0;  // There is progress: at least one byte has been stored.
-            }
-        }
-        debug_log("[%s] gave up after %d packets that had to be dropped\n", kReceiveName,
-                  kDroppedPacketsMax);
-        return -1;
-    }
-
-    bool is_first() const { return header_length_ != PacketHeader::kSize; }
-
-    /// Whether a packet continues the message.
-    bool is_expected(PacketHeader header) const {
-        const int difference = header.flags ^ expected_.flags;
-        // The sequence of an end packet is deliberately not checked.
-        return (difference & (PacketHeader::kTagMask | PacketHeader::kSequenceMask)) == 0 ||
-               (header.eom() && (difference & PacketHeader::kTagMask) == 0);
-    }
-
-    /// Checks length, tag, sequence and start flag. A packet that is not accepted is gone, with a
-    /// trace.
-    bool accept(PacketHeader header, const uint8_t* packet, int32_t length, int32_t wanted);
-    bool store(PacketHeader header, const uint8_t* packet, int32_t length);
-
-    bool refuse_tag(PacketHeader header, const uint8_t* packet, int32_t length);
-    bool refuse_length(const uint8_t* packet, int32_t length, int32_t wanted);
-
-    /// Whether the next dropped packet leaves more of a trace than its count.
-    bool reports() const { return dropped_ < kReportedPacketsMax; }
-
-    /// @return false
-    bool drop(const uint8_t* packet, int32_t length) {
-        if (reports()) {
-            dump_packets(std::min<int32_t>(length, kReceiveBufferSize), packet);
-        }
-        ++dropped_;
-        return false;
-    }
-
-    void report_rest() const {
-        const uint32_t rest = dropped_ - kReportedPacketsMax;
-        std::printf("\n[%s] %u more packets dropped\n", kReceiveName, rest);
-        debug_log("[%s] %u more packets dropped\n", kReceiveName, rest);
-    }
-
-    /// What follows is no first packet any more: its header has no type byte.
-    void go_on() {
-        header_length_ = PacketHeader::kSize;
-        payload_offset_ = PacketHeader::kSize;
-    }
-
-    mctp_ctx& ctx_;
-    uint8_t* next_;  ///< where the next payload goes
-    int32_t room_;   ///< bytes left there
-    int32_t capacity_;
-    /// The first packet carries the message type byte as well.
-    int32_t header_length_ = PacketHeader::kSize + 1;
-    /// Where the bytes to be delivered begin: behind the type byte, unless that is wanted too.
-    int32_t payload_offset_;
-    PacketHeader expected_;  ///< tag and sequence of the next packet
-
-    uint32_t dropped_ = 0;  ///< packets of the whole receive
-};
-
-bool Reassembly::accept(PacketHeader header, const uint8_t* packet, int32_t length,
-                        int32_t wanted) {
-    if (length < header_length_ || (is_first() && !header.som())) {
-        return drop(packet, length);
-    }
-    // A packet with TO set belongs to an endpoint's own request and is taken whatever its tag.
-    if (header.tag() != (ctx_.tag & PacketHeader::kTagMask) && !header.tag_owner()) {
-        return refuse_tag(header, packet, length);
-    }
-    if (header.som()) {
-        // In the middle of a message too: what was stored stays, and the payload, type byte
-        // included, goes behind it.
-        ctx_.binding_eids[0] = header.source;
-        expected_.flags = (expected_.flags & PacketHeader::kSequenceMask) | header.tag();
-    } else if (!is_expected(header)) {
-        return drop(packet, length);
-    }
-    return length <= wanted || refuse_length(packet, length, wanted);
-}
-
-bool Reassembly::refuse_tag(PacketHeader header, const uint8_t* packet, int32_t length) {
-    if (reports()) {
-        debug_log("MCTP request tag is %d but response tag is %d\n", ctx_.tag, header.tag());
-    }
-    return drop(packet, length);
-}
-
-bool Reassembly::refuse_length(const uint8_t* packet, int32_t length, int32_t wanted) {
-    if (reports()) {
-        console_log("MCTP buffer space is not enough due to the length(%d ,%d)!\n", wanted, length);
-    }
-    go_on();
-    return drop(packet, length);
-}
-
-bool Reassembly::store(PacketHeader header, const uint8_t* packet, int32_t length) {
-    const int32_t offset = payload_offset_;
-    go_on();
-    ctx_.tag = header.tag();
-    if (length == offset) {
-        return drop(packet, length);
-    }
-    expected_.flags = header.flags;
-    expected_.advance();
-    const int32_t payload = std::min(length - offset, room_);
-    std::memcpy(next_, packet + offset, static_cast<size_t>(payload));
-    next_ += payload;
-    room_ -= payload;
-    return true;
-}
-
 bool can_send(const mctp_ctx& ctx, size_t length, const uint8_t* body) {
     return unit_size_usable(ctx) && ctx.binding != nullptr && ctx.binding->write != nullptr &&
            (body != nullptr || length == 0);
@@ -262,9 +90,9 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
     size_t type_size = 1;  // The first packet begins with the type byte.
     size_t remaining = type_size + bytes.remaining();
     PacketHeader header = first_header(ctx, tag_owner, unit >= remaining);
-    std::array<uint8_t, kSendBufferSize> frame{};
+    std::array<uint8_t, kSendBufferSize> frame;
     WireWriter start(frame);
-    header.write(start.skip(kPhysicalHeaderSize));
+    header.write(start.le32(0));  // The room for the binding's own header.
     start.u8(ctx.msg_type);
     ctx.tx_seq = 0;
     while (remaining != 0) {
@@ -288,17 +116,6 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
         remaining -= chunk;
     }
     return 0;
-}
-
-int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer,
-                        TypeByte type_byte = TypeByte::kStrip) {
-    if (buffer == nullptr || capacity <= 0) {
-        return 0;
-    }
-    if (!unit_size_usable(ctx) || ctx.binding == nullptr || ctx.binding->read == nullptr) {
-        return -1;
-    }
-    return Reassembly(ctx, capacity, buffer, type_byte).run();
 }
 
 }  // namespace
