@@ -3,13 +3,19 @@
 #ifndef SIDEBAND_COMMON_CRC_H
 #define SIDEBAND_COMMON_CRC_H
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
 namespace sideband {
 
+/// Bytes of a message's integrity check, the CRC-32C of what is in front of it, little-endian.
+inline constexpr size_t kIntegrityCheckSize = 4;
+
 /// Value to start crc32c_update() with.
 inline constexpr uint32_t kCrc32cInitial = 0xFFFFFFFFu;
+/// What crc32c_update() gives for a message with its integrity check behind it.
+inline constexpr uint32_t kCrc32cResidue = 0xB798B438u;
 
 /// Takes in more bytes (Castagnoli polynomial, reflected: 0x82F63B78).
 uint32_t crc32c_update(uint32_t crc, std::span<const uint8_t> bytes);

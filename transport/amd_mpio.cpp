@@ -15,7 +15,6 @@ using namespace sideband;
 
 namespace {
 
-constexpr uint8_t kMpioSourceEid = 0x80;
 /// Bit 7 keeps the PCIe exchange from advancing it.
 constexpr uint8_t kMpioTag = 0x80;
 constexpr uint32_t kSettleUs = 3000000;
@@ -26,9 +25,7 @@ void set_mpio_state(uint32_t value) {
 
 int32_t allocate_device_pool(mctp_ctx* mpio) {
     constexpr uint8_t kOperationAllocate = 0;
-    constexpr uint8_t kPoolSize = 32;
-    constexpr uint8_t kFirstEid = 64;
-    return mctp_allocate_endpoint_ids(mpio, kOperationAllocate, kPoolSize, kFirstEid);
+    return mctp_allocate_endpoint_ids(mpio, kOperationAllocate, kMpioPoolSize, kFirstMpioEid);
 }
 
 /// Before its marker file exists the MPIO can still be ready: the state word holds its EID then.
@@ -39,6 +36,13 @@ bool mpio_ready() {
 }
 
 }  // namespace
+
+mctp_ctx sideband::mpio_for(const mctp_ctx& ctx) {
+    mctp_ctx mpio{};
+    _init_amd_mpio_ctx(&mpio);
+    mpio.strict = ctx.strict;
+    return mpio;
+}
 
 uint32_t sideband::mpio_state() {
     return __atomic_load_n(&at_p_St_GlobalSecVar->mpio_state, __ATOMIC_ACQUIRE);
@@ -98,8 +102,7 @@ int32_t do_init_amd_mpio(mctp_ctx* mpio) {
 }
 
 int32_t get_eid_from_mpio(mctp_ctx* ctx) {
-    mctp_ctx mpio{};
-    _init_amd_mpio_ctx(&mpio);
+    mctp_ctx mpio = mpio_for(*ctx);
     if (!mpio_ready()) {
         if (mpio_state() == PLT_MPIO_NONE && platform.identifier == PLT_IDENTIFIER_TURIN) {
             mctp_prepare_for_endpoint_discovery(&mpio);  // a nudge, whatever comes of it

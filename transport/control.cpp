@@ -10,6 +10,8 @@
 
 #include "common/sleep.h"
 #include "transport/control.h"
+#include "transport/eid_pool.h"
+#include "transport/mctp.h"
 
 using namespace sideband;
 
@@ -21,6 +23,39 @@ constexpr int kTries = 3;
 constexpr uint32_t kNotReadyPauseUs = 50000;
 /// Most data of a request here.
 constexpr size_t kRequestDataMax = 3;
+
+/// Whether the first byte of a header says that it is a response's: neither a request nor a
+/// datagram (DSP0236, clause 11.1).
+bool is_response(uint8_t first) {
+    constexpr uint8_t kDatagramBit = 0x40;
+    return (first & (kRequestBit | kDatagramBit)) == 0;
+}
+
+/// An endpoint has an EID. Those of sockets are other ones: the kernel's networks have their
+/// owners.
+void note_in_use(const mctp_ctx& ctx, uint8_t eid) {
+    if (ctx.binding_kind != MCTP_BINDING_KIND_SOCKET) {
+        eid_pool::note(eid);
+    }
+}
+
+/// Whether the answer to Set Endpoint ID says that the endpoint has taken the EID (DSP0236, clause
+/// 12.3).
+bool is_accepted(WireReader& data, uint8_t eid) {
+    constexpr uint8_t kStatusMask = 0x30;
+    const bool accepted = (data.u8() & kStatusMask) == 0;
+    const bool same = data.u8() == eid;
+    return data.ok() && accepted && same;
+}
+
+/// Whether the answer to Allocate Endpoint IDs says that the pool was taken (DSP0236,
+/// clause 12.10). Who only asks for information gets some.
+bool is_allocated(WireReader& data, uint8_t operation) {
+    constexpr uint8_t kGetInformation = 2;
+    constexpr uint8_t kStatusMask = 0x03;
+    const bool accepted = (data.u8() & kStatusMask) == 0;
+    return data.ok() && (accepted || operation == kGetInformation);
+}
 
 Answer no_answer() {
     return {-1, WireReader({})};
@@ -83,8 +118,11 @@ Answer exchange(mctp_ctx* ctx, Command command, std::span<const uint8_t> data,
     const uint8_t completion = reader.u8();
     // After the last try "not ready" is deliberately taken for an answer, with zeros for what did
     // not come: some endpoints never say anything else.
-    const bool is_answer = completion == kCompletionSuccess || completion == kCompletionNotReady;
-    if (!is_answer || header.command != sent.command || header.instance_id != sent.instance_id) {
+    const bool strict = is_strict(*ctx, MCTP_STRICT_PACKETS);
+    const bool is_answer =
+        completion == kCompletionSuccess || (completion == kCompletionNotReady && !strict);
+    if (!is_answer || (strict && !is_response(room[0])) || header.command != sent.command ||
+        header.instance_id != sent.instance_id) {
         return no_answer();
     }
     if (completion == kCompletionSuccess) {
@@ -96,6 +134,15 @@ Answer exchange(mctp_ctx* ctx, Command command, std::span<const uint8_t> data,
 
 int32_t finish(const Answer& answer) {
     return answer.result >= 0 && answer.data.ok() ? 0 : -1;
+}
+
+uint8_t assigned_eid(const mctp_ctx& ctx, std::span<const uint8_t> request) {
+    WireReader reader(request);
+    const bool assigns =
+        Header::read(reader).command == kSetEndpointId && ctx.msg_type == MCTP_MSG_TYPE_CONTROL;
+    reader.skip(1);  // the operation
+    const uint8_t eid = reader.u8();
+    return assigns ? eid : uint8_t{0};
 }
 
 int32_t read_routing_table(mctp_ctx* ctx, uint8_t entry_handle, RoutingTable room) {
@@ -119,10 +166,13 @@ int32_t mctp_set_endpoint_id(mctp_ctx* ctx, uint8_t eid) {
     const std::array<uint8_t, 2> data{kOperationSetEid, eid};
     std::array<uint8_t, 6> room;
     room.fill(0xFF);
-    if (finish(exchange(ctx, kSetEndpointId, data, room)) < 0) {
+    Answer answer = exchange(ctx, kSetEndpointId, data, room);
+    if (finish(answer) < 0 ||
+        (is_strict(*ctx, MCTP_STRICT_ADDRESSES) && !is_accepted(answer.data, eid))) {
         return -1;
     }
     ctx->dest_eid = eid;  // what was asked for, not what the endpoint echoed
+    note_in_use(*ctx, eid);
     return 0;
 }
 
@@ -134,6 +184,7 @@ int32_t mctp_get_endpoint_id(mctp_ctx* ctx) {
         return -1;
     }
     ctx->dest_eid = eid;
+    note_in_use(*ctx, eid);
     return eid;
 }
 
@@ -154,7 +205,9 @@ int32_t mctp_allocate_endpoint_ids(mctp_ctx* ctx, uint8_t operation, uint8_t poo
                                    uint8_t starting_eid) {
     const std::array<uint8_t, 3> data{operation, pool_size, starting_eid};
     std::array<uint8_t, 6> room{};
-    if (finish(exchange(ctx, kAllocateEndpointIds, data, room)) < 0) {
+    Answer answer = exchange(ctx, kAllocateEndpointIds, data, room);
+    if (finish(answer) < 0 ||
+        (is_strict(*ctx, MCTP_STRICT_ADDRESSES) && !is_allocated(answer.data, operation))) {
         console_log("[%s] failed\n", "mctp_allocate_endpoint_ids");
         return -1;
     }

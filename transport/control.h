@@ -62,6 +62,12 @@ Answer exchange(mctp_ctx* ctx, Command command, std::span<const uint8_t> data,
 /// The end of a command. @return 0; -1 for a failure, and if more was read than came
 int32_t finish(const Answer& answer);
 
+/// The EID that a request assigns with Set Endpoint ID: strict contexts take an answer from it,
+/// since an endpoint has it by then.
+/// @param request  any message's body
+/// @return 0 if it assigns none, and to a context that does not look
+uint8_t assigned_eid(const mctp_ctx& ctx, std::span<const uint8_t> request);
+
 using RoutingTable = std::span<uint8_t, MCTP_ROUTING_TABLE_RESPONSE_SIZE>;
 
 /// Get Routing Table Entries.

@@ -12,14 +12,13 @@
 #include "common/wire.h"
 #include "transport/amd_mpio.h"
 #include "transport/control.h"
+#include "transport/eid_pool.h"
+#include "transport/mctp.h"
 
 using namespace sideband;
 
 namespace {
 
-/// EIDs 0 to 7 are null and reserved (DSP0236, table 2): an endpoint that reports one has none.
-constexpr int32_t kLastReservedEid = 7;
-constexpr uint8_t kFirstPoolEid = 16;
 constexpr uint8_t kTableEnd = 0xFF;
 /// Handles are 0 to 254, and a table that ends never gives one out twice.
 constexpr int kTableRequestsMax = 255;
@@ -27,6 +26,7 @@ constexpr int kTableRequestsMax = 255;
 enum class Lookup { kFound, kNotHere, kMalformed };
 
 struct RoutingEntry {
+    uint8_t range_size;
     uint8_t starting_eid;
     uint8_t binding_type;
     uint8_t address_size;
@@ -54,7 +54,7 @@ void log_entry(const RoutingEntry& entry) {
 /// Reads one entry (DSP0236, table 26); the reader stays failed if the entry runs past its end.
 RoutingEntry read_entry(WireReader& reader) {
     RoutingEntry entry{};
-    reader.skip(1);  // EID range size
+    entry.range_size = reader.u8();
     entry.starting_eid = reader.u8();
     reader.skip(1);  // entry type and port
     entry.binding_type = reader.u8();
@@ -82,6 +82,7 @@ Lookup look_up(std::span<const uint8_t> response, mctp_ctx& target, uint8_t& han
         if (!reader.ok()) {
             return Lookup::kMalformed;
         }
+        eid_pool::note(entry.starting_eid, entry.range_size);
         log_entry(entry);
         if (matches(entry, target.pcie_bdf)) {
             target.dest_eid = entry.starting_eid;
@@ -90,6 +91,18 @@ Lookup look_up(std::span<const uint8_t> response, mctp_ctx& target, uint8_t& han
         }
     }
     return Lookup::kNotHere;
+}
+
+/// What the pool gives to an endpoint. A context that is not strict gets whatever comes next.
+eid_pool::Choice choose(const mctp_ctx& ctx, uint8_t next) {
+    if (!is_strict(ctx, MCTP_STRICT_ADDRESSES)) {
+        return {next, static_cast<uint8_t>(next + 1)};
+    }
+    const eid_pool::Choice choice = eid_pool::choose(ctx, next);
+    if (choice.eid == 0) {
+        debug_log("[%s] every EID is in use\n", "mctp_assign_eid");
+    }
+    return choice;
 }
 
 /// Whether the MPIO is there to be asked: it has been brought up, or it answers now.
@@ -104,8 +117,7 @@ int32_t mctp_discovery(mctp_ctx* ctx) {
         return -1;
     }
     if (ctx->binding_kind == MCTP_BINDING_KIND_PCIE) {
-        mctp_ctx mpio{};
-        _init_amd_mpio_ctx(&mpio);
+        mctp_ctx mpio = mpio_for(*ctx);
         if (mpio_present(mpio)) {
             return get_eid_from_mpio(ctx) == 0 ? 0 : -1;
         }
@@ -115,7 +127,7 @@ int32_t mctp_discovery(mctp_ctx* ctx) {
     if (eid < 0) {
         return -1;
     }
-    if (eid > kLastReservedEid) {
+    if (eid > eid_pool::kLastReservedEid) {
         return 0;
     }
     return mctp_assign_eid(ctx) < 1 ? -1 : 0;
@@ -133,13 +145,15 @@ int32_t mctp_assign_eid(mctp_ctx* ctx) {
         }
         uint8_t& next = at_p_St_GlobalVar->next_eid;
         if (next == 0) {
-            next = kFirstPoolEid;
+            next = eid_pool::kFirstEid;
         }
-        eid = next;
-        if (mctp_set_endpoint_id(ctx, eid) < 0) {
+        const eid_pool::Choice choice = choose(*ctx, next);
+        eid = choice.eid;
+        if (eid == 0 || mctp_set_endpoint_id(ctx, eid) < 0) {
             return -1;
         }
-        ++next;
+        next = choice.next;
+        eid_pool::note_given(*ctx, eid);
     }
     // The number is part of the text that log readers match.
     debug_log("[%s][%d] successful, new eid: 0x%x\n", "mctp_assign_eid", 1371, eid);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "transport/eid_pool.h"
 #include "transport/mctp.h"
 #include "transport/pcie_message.h"
 #include "transport/smbus_message.h"
@@ -116,12 +117,19 @@ int32_t initialise(mctp_ctx& ctx, const Operations* operations) {
         return -1;
     }
     install(ctx, *operations);
+    // The EIDs that the kernel routes to are given out by whoever owns the bus.
+    const bool has_pool = ctx.binding_kind != MCTP_BINDING_KIND_SOCKET;
+    if (has_pool) {
+        eid_pool::note(ctx.src_eid);
+    }
     if (ctx.skip_discovery != 0) {
+        if (has_pool) {
+            eid_pool::note(ctx.dest_eid);
+        }
         return 0;
     }
     ctx.msg_type = MCTP_MSG_TYPE_CONTROL;
-    // The EIDs that the kernel routes to are given out by whoever owns the bus.
-    return ctx.binding_kind == MCTP_BINDING_KIND_SOCKET ? 0 : mctp_discovery(&ctx);
+    return has_pool ? mctp_discovery(&ctx) : 0;
 }
 
 }  // namespace

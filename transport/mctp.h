@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Endpoints: what a binding kind has for them, and those that the library allocates for the
-// contexts of the layers above.
+// Endpoints: what a binding kind has for them, how strict they are, and those that the library
+// allocates for the contexts of the layers above.
 #ifndef SIDEBAND_TRANSPORT_MCTP_H
 #define SIDEBAND_TRANSPORT_MCTP_H
 
@@ -9,6 +9,12 @@
 #include "common/memory.h"
 
 namespace sideband {
+
+/// Whether a context keeps to the standard in one respect.
+/// @param bits  MCTP_STRICT_..., one of several
+inline bool is_strict(const mctp_ctx& ctx, uint32_t bits) {
+    return (ctx.strict & bits) != 0;
+}
 
 /// Installs operations and binding of the context's binding kind.
 /// @return false for an unknown kind: nothing is installed

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The PCIe VDM binding: one request record per call, handed to the platform (DSP0238).
-#include <sideband/mctp.h>
-#include <sideband/platform.h>
+#include "transport/pcie_binding.h"
 
 #include <algorithm>
 #include <cstring>
+
+using namespace sideband;
 
 namespace {
 
@@ -36,23 +37,15 @@ void take_addressing(mctp_section& section, const plt_pcie_request& request) {
     section.pcie_bdf[2] = static_cast<uint8_t>(request.function);
 }
 
-/// Runs the request; a received length that the record cannot hold is a failure.
-bool run(plt_pcie_request& request) {
-    return PltMCTP_WriteRead(&request) == kPlatformSuccess &&
-           request.length <= PLT_PCIE_MESSAGE_SIZE;
-}
-
 int32_t pcie_write(mctp_section* section, int32_t length, uint8_t* message) {
     // A write never fails here; the missing answer shows it. What no record holds is not sent.
     if (!fits_record(length)) {
         return 0;
     }
     plt_pcie_request request{};
-    request.operation = PLT_PCIE_WRITE;
     std::memcpy(request.message, message, static_cast<size_t>(length));
     request.length = static_cast<uint32_t>(length);
-    fill_addressing(request, *section);
-    PltMCTP_WriteRead(&request);
+    write_record(*section, request);
     return 0;
 }
 
@@ -60,15 +53,12 @@ int32_t pcie_write(mctp_section* section, int32_t length, uint8_t* message) {
 int32_t pcie_read(mctp_section* section, int32_t length, uint8_t* buffer) {
     (void)length;
     plt_pcie_request request{};
-    request.operation = PLT_PCIE_READ;
     request.message[0] = buffer[0];
-    fill_addressing(request, *section);
-    if (!run(request)) {
-        return -1;
+    const int32_t received = read_record(*section, PLT_PCIE_READ, request);
+    if (received > 0) {
+        std::memcpy(buffer, request.message, static_cast<size_t>(received));
     }
-    std::memcpy(buffer, request.message, request.length);
-    take_addressing(*section, request);
-    return static_cast<int32_t>(request.length);
+    return received;
 }
 
 int32_t pcie_transfer(mctp_section* section, int32_t request_length, int32_t response_length,
@@ -77,19 +67,33 @@ int32_t pcie_transfer(mctp_section* section, int32_t request_length, int32_t res
         return -1;
     }
     plt_pcie_request request{};
-    request.operation = PLT_PCIE_WRITE_READ;
     std::memcpy(request.message, message, static_cast<size_t>(request_length));
     request.length = static_cast<uint32_t>(request_length);
-    fill_addressing(request, *section);
-    if (!run(request)) {
-        return -1;
+    const int32_t stored =
+        std::min(response_length, read_record(*section, PLT_PCIE_WRITE_READ, request));
+    if (stored > 0) {
+        std::memcpy(response, request.message, static_cast<size_t>(stored));
     }
-    const int32_t stored = std::min(response_length, static_cast<int32_t>(request.length));
-    std::memcpy(response, request.message, static_cast<size_t>(stored));
-    take_addressing(*section, request);
     return stored;
 }
 
 }  // namespace
+
+void sideband::write_record(const mctp_section& section, plt_pcie_request& record) {
+    record.operation = PLT_PCIE_WRITE;
+    fill_addressing(record, section);
+    PltMCTP_WriteRead(&record);
+}
+
+int32_t sideband::read_record(mctp_section& section, uint32_t operation, plt_pcie_request& record) {
+    record.operation = operation;
+    fill_addressing(record, section);
+    // A received length that the record cannot hold is a failure.
+    if (PltMCTP_WriteRead(&record) != kPlatformSuccess || record.length > PLT_PCIE_MESSAGE_SIZE) {
+        return -1;
+    }
+    take_addressing(section, record);
+    return static_cast<int32_t>(record.length);
+}
 
 constexpr mctp_binding pcie_mctp_binding{pcie_write, pcie_read, pcie_transfer};

@@ -6,12 +6,15 @@
 #include <sideband/platform.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <span>
 
+#include "common/crc.h"
 #include "common/memory.h"
 #include "common/wire.h"
+#include "transport/mctp.h"
 #include "transport/packet.h"
 #include "transport/smbus_binding.h"
 
@@ -27,18 +30,86 @@ constexpr int kDroppedPacketsMax = 1024;
 /// number. More would only wash the logs out: a dump has half a kilobyte.
 constexpr uint32_t kReportedPacketsMax = 32;
 constexpr char kReceiveName[] = "mctp recv";
+constexpr uint8_t kNullEid = 0x00;
+constexpr uint8_t kBroadcastEid = 0xFF;
 
-/// The reassembly of one message (DSP0236, clause 8.4), as deployed firmware expects it.
+using Bytes = std::span<const uint8_t>;
+
+/// Room for what a message brings.
+class Room {
+public:
+    Room(uint8_t* to, int32_t capacity) : to_(to), left_(static_cast<size_t>(capacity)) {}
+
+    bool full() const { return left_ == 0; }
+    int32_t left() const { return static_cast<int32_t>(left_); }
+
+    /// Stores what there is room for.
+    void append(Bytes bytes) {
+        const size_t size = std::min(bytes.size(), left_);
+        std::memcpy(to_, bytes.data(), size);
+        to_ += size;
+        left_ -= size;
+    }
+
+private:
+    uint8_t* to_;
+    size_t left_;
+};
+
+/// Watches over the integrity check of a message, and keeps it out of what is delivered.
+class IntegrityWatch {
+public:
+    /// A message begins.
+    /// @param apart  whether its type byte is not in the payloads
+    [[gnu::cold]] void begin(uint8_t type, bool apart) {
+        present_ = (type & MCTP_MSG_TYPE_INTEGRITY_CHECK) != 0;
+        crc_ = apart ? crc32c_update(kCrc32cInitial, {&type, 1}) : kCrc32cInitial;
+        held_ = 0;
+    }
+
+    /// Whether the message has a check.
+    bool present() const { return present_; }
+    bool right() const { return held_ == kIntegrityCheckSize && crc_ == kCrc32cResidue; }
+
+    /// Takes a payload, and stores what cannot be the check any more.
+    [[gnu::cold]] void store(Bytes payload, Room& room) {
+        crc_ = crc32c_update(crc_, payload);
+        const size_t total = held_ + payload.size();
+        const size_t ready = total - std::min(total, kIntegrityCheckSize);
+        const size_t from_tail = std::min(ready, held_);
+        room.append(Bytes(tail_).first(from_tail));
+        room.append(payload.first(ready - from_tail));
+        std::memmove(tail_.data(), tail_.data() + from_tail, held_ - from_tail);
+        held_ -= from_tail;
+        const Bytes rest = payload.subspan(ready - from_tail);
+        std::copy(rest.begin(), rest.end(), tail_.begin() + static_cast<ptrdiff_t>(held_));
+        held_ += rest.size();
+    }
+
+private:
+    bool present_ = false;
+    uint32_t crc_ = kCrc32cInitial;
+    std::array<uint8_t, kIntegrityCheckSize> tail_{};  ///< the last bytes so far
+    size_t held_ = 0;                                  ///< how many of them
+};
+
+/// The reassembly of one message (DSP0236, clause 8.4), as deployed firmware expects it, but for
+/// what the bits of a strict context add.
 class Reassembly {
 public:
-    Reassembly(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, TypeByte type_byte)
+    Reassembly(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, Wanted wanted)
         : ctx_(ctx),
+          wanted_(wanted),
           in_place_(ctx.binding->read == smbus_block_read ||
                     ctx.binding->read == sl8_smbus_block_read),
-          next_(buffer),
-          room_(capacity),
+          strict_(ctx.strict &
+                  (MCTP_STRICT_PACKETS | MCTP_STRICT_INTEGRITY | MCTP_STRICT_ADDRESSES)),
+          buffer_(buffer),
           capacity_(capacity),
-          payload_offset_(PacketHeader::kSize + (type_byte == TypeByte::kDeliver ? 0 : 1)) {}
+          room_(buffer, capacity),
+          packet_(block_.data() + (in_place_ ? kBlockHeaderSize : 0)) {
+        start();
+    }
 
     /// Reads packets until the message is complete or the buffer full.
     /// @return body bytes stored, or -1
@@ -51,34 +122,20 @@ public:
     }
 
 private:
-    int32_t assemble() {
-        int dropped_in_a_row = 0;
-        while (dropped_in_a_row < kDroppedPacketsMax) {
-            const int32_t wanted = header_length_ + std::min<int32_t>(ctx_.unit_size, room_);
-            const int32_t length = read(wanted);
-            if (length < 0) {
-                return -1;
-            }
-            WireReader reader({packet(), PacketHeader::kSize});
-            const PacketHeader header = PacketHeader::read(reader);
-            if (!accept(header, length, wanted) || !store(header, length)) {
-                ++dropped_in_a_row;
-            } else if (header.eom() || room_ == 0) {
-                return capacity_ - room_;
-            } else {
-                dropped_in_a_row = 0;  // There is progress: at least one byte has been stored.
-            }
-        }
-        debug_log("[%s] gave up after %d packets that had to be dropped\n", kReceiveName,
-                  kDroppedPacketsMax);
-        return -1;
+    int32_t assemble();
+    /// The end of the message. @return body bytes stored; -1 if its integrity check is not right
+    int32_t finish() const;
+
+    /// Bytes of the next packet that are wanted.
+    int32_t wanted_length() const {
+        const int32_t payload = ctx_.unit_size;
+        return header_length_ + (strict_ == 0 ? std::min(payload, room_.left()) : payload);
     }
-
     /// Reads the next packet.
-    /// @return its length as the binding delivers it; negative on failure
+    /// @return its length; negative on failure
     int32_t read(int32_t wanted);
-    const uint8_t* packet() const { return block_.data() + (in_place_ ? kBlockHeaderSize : 0); }
 
+    bool keeps_to(uint32_t bit) const { return (strict_ & bit) != 0; }
     bool is_first() const { return header_length_ != PacketHeader::kSize; }
 
     /// Whether a packet continues the message.
@@ -94,6 +151,13 @@ private:
     bool accept(PacketHeader header, int32_t length, int32_t wanted);
     bool store(PacketHeader header, int32_t length);
 
+    // What a strict context looks at besides, in front of accept().
+    [[gnu::cold]] bool screen(PacketHeader header, int32_t length);
+    bool may_start(PacketHeader header, int32_t length);
+    bool may_continue(PacketHeader header, int32_t length);
+    bool is_from_peer(PacketHeader header) const;
+    bool is_for_bmc(PacketHeader header) const;
+
     bool refuse_tag(PacketHeader header, int32_t length);
     bool refuse_length(int32_t length, int32_t wanted);
 
@@ -101,9 +165,9 @@ private:
     bool reports() const { return dropped_ < kReportedPacketsMax; }
 
     /// @return false
-    bool drop(int32_t length) {
+    [[gnu::cold]] bool drop(int32_t length) {
         if (reports()) {
-            dump_packets(std::min(length, kPacketRoom), packet());
+            dump_packets(std::min(length, kPacketRoom), packet_);
         }
         ++dropped_;
         return false;
@@ -115,6 +179,13 @@ private:
         debug_log("[%s] %u more packets dropped\n", kReceiveName, rest);
     }
 
+    /// The next packet that counts is a first one: its header has the message type byte as well.
+    void start() {
+        room_ = Room(buffer_, capacity_);
+        header_length_ = PacketHeader::kSize + 1;
+        payload_offset_ = PacketHeader::kSize + (wanted_.type_byte ? 0 : 1);
+    }
+
     /// What follows is no first packet any more: its header has no type byte.
     void go_on() {
         header_length_ = PacketHeader::kSize;
@@ -122,23 +193,61 @@ private:
     }
 
     mctp_ctx& ctx_;
+    Wanted wanted_;
     /// Whether the packets stay where the platform stores them, behind the header of their block.
     bool in_place_;
-    uint8_t* next_;  ///< where the next payload goes
-    int32_t room_;   ///< bytes left there
+    uint32_t strict_;  ///< the bits that matter here: most contexts have none
+    uint8_t* buffer_;
     int32_t capacity_;
-    /// The first packet carries the message type byte as well.
-    int32_t header_length_ = PacketHeader::kSize + 1;
+    Room room_;
+    int32_t header_length_;
     /// Where the bytes to be delivered begin: behind the type byte, unless that is wanted too.
     int32_t payload_offset_;
-    PacketHeader expected_;  ///< tag and sequence of the next packet
+    PacketHeader expected_;  ///< tag and sequence of the next packet; strict: all of it
+    int32_t unit_ = 0;       ///< strict: payload of all packets but the last
+    IntegrityWatch integrity_;
 
     uint32_t dropped_ = 0;  ///< packets of the whole receive
 
     /// One for the whole message: the next packet takes the place of the last one.
     SlaveBlock block_;
+    const uint8_t* packet_;          ///< where the packet is in it
     size_t filled_ = block_.size();  ///< bytes of it that may not be zero
 };
+
+int32_t Reassembly::assemble() {
+    int dropped_in_a_row = 0;
+    while (dropped_in_a_row < kDroppedPacketsMax) {
+        const int32_t wanted = wanted_length();
+        const int32_t length = read(wanted);
+        if (length < 0) {
+            return -1;
+        }
+        WireReader reader({packet_, PacketHeader::kSize});
+        const PacketHeader header = PacketHeader::read(reader);
+        const bool taken = (strict_ == 0 || screen(header, length)) &&
+                           accept(header, length, wanted) && store(header, length);
+        if (taken && (header.eom() || (room_.full() && !integrity_.present()))) {
+            return finish();
+        }
+        // There is progress if a byte has been stored; behind a full buffer there is none.
+        dropped_in_a_row = taken && !room_.full() ? 0 : dropped_in_a_row + 1;
+    }
+    debug_log("[%s] gave up after %d packets that had to be dropped\n", kReceiveName,
+              kDroppedPacketsMax);
+    return -1;
+}
+
+int32_t Reassembly::finish() const {
+    const bool wants_check = (ctx_.msg_type & MCTP_MSG_TYPE_INTEGRITY_CHECK) != 0;
+    const bool is_right = integrity_.present() ? integrity_.right() : !wants_check;
+    if (keeps_to(MCTP_STRICT_INTEGRITY) && !is_right) {
+        debug_log("[%s] EID %d: the integrity check is %s\n", kReceiveName, ctx_.dest_eid,
+                  integrity_.present() ? "wrong" : "missing");
+        return -1;
+    }
+    return capacity_ - room_.left();
+}
 
 int32_t Reassembly::read(int32_t wanted) {
     // The binding is promised zeros: only what the last packet filled has to be cleared again.
@@ -147,12 +256,84 @@ int32_t Reassembly::read(int32_t wanted) {
         filled_ = kPacketRoom;
         return ctx_.binding->read(&ctx_.section, wanted, block_.data());
     }
-    const int32_t length = read_block(ctx_.section, wanted, block_);
-    if (length < 0) {
-        return length;
+    const int32_t received = read_block(ctx_.section, wanted, block_);
+    if (received < 0) {
+        return received;
     }
-    filled_ = kBlockHeaderSize + static_cast<size_t>(length) + kPecSize;
-    return std::min(length, wanted);
+    filled_ = static_cast<size_t>(received);
+    if (!keeps_to(MCTP_STRICT_PACKETS)) {
+        return std::min(packet_length(received), wanted);
+    }
+    return is_mctp_block(block_, received) ? packet_length(received) : 0;
+}
+
+/// Whether a packet may be looked at by accept(). One that may not is dropped.
+bool Reassembly::screen(PacketHeader header, int32_t length) {
+    if (length < header_length_) {
+        return true;  // accept() drops it.
+    }
+    if (keeps_to(MCTP_STRICT_ADDRESSES) && !is_from_peer(header)) {
+        return drop(length);
+    }
+    if (!keeps_to(MCTP_STRICT_PACKETS)) {
+        return true;
+    }
+    constexpr uint8_t kVersionMask = 0x0F;
+    if ((header.version & kVersionMask) != PacketHeader::kVersion || !is_for_bmc(header) ||
+        length > PacketHeader::kSize + ctx_.unit_size) {
+        return drop(length);
+    }
+    return header.som() ? may_start(header, length) : may_continue(header, length);
+}
+
+bool Reassembly::is_from_peer(PacketHeader header) const {
+    return ctx_.dest_eid == kNullEid || header.source == ctx_.dest_eid ||
+           (wanted_.also_from != kNullEid && header.source == wanted_.also_from);
+}
+
+/// The null EID stands for whoever has the physical address, the broadcast EID for all (DSP0236,
+/// table 2). A BMC without an EID cannot tell.
+bool Reassembly::is_for_bmc(PacketHeader header) const {
+    return ctx_.src_eid == kNullEid || header.destination == ctx_.src_eid ||
+           header.destination == kNullEid ||
+           (header.destination == kBroadcastEid && header.tag_owner());
+}
+
+/// A start packet ends the assembly that it comes into (DSP0236, clause 8.4).
+bool Reassembly::may_start(PacketHeader header, int32_t length) {
+    if (length <= PacketHeader::kSize) {
+        return drop(length);
+    }
+    const int type_difference = packet_[PacketHeader::kSize] ^ ctx_.msg_type;
+    const bool other_type = (type_difference & ~MCTP_MSG_TYPE_INTEGRITY_CHECK) != 0;
+    if ((other_type && !wanted_.type_byte) || (header.tag_owner() && wanted_.answer_only)) {
+        return drop(length);
+    }
+    if (!header.tag_owner() && header.tag() != (ctx_.tag & PacketHeader::kTagMask)) {
+        return refuse_tag(header, length);
+    }
+    start();
+    unit_ = length - PacketHeader::kSize;
+    expected_ = header;
+    return true;
+}
+
+/// A packet out of sequence or of another size ends the assembly too, which is void then; one of
+/// another message does not.
+bool Reassembly::may_continue(PacketHeader header, int32_t length) {
+    constexpr int kMessage = PacketHeader::kTagOwner | PacketHeader::kTagMask;
+    const int difference = header.flags ^ expected_.flags;
+    if (is_first() || (difference & kMessage) != 0 || header.source != expected_.source ||
+        header.destination != expected_.destination) {
+        return drop(length);
+    }
+    const int32_t payload = length - PacketHeader::kSize;
+    const bool fits = header.eom() ? payload <= unit_ : payload == unit_;
+    if ((difference & PacketHeader::kSequenceMask) != 0 || !fits) {
+        start();
+        return drop(length);
+    }
+    return true;
 }
 
 bool Reassembly::accept(PacketHeader header, int32_t length, int32_t wanted) {
@@ -191,6 +372,9 @@ bool Reassembly::refuse_length(int32_t length, int32_t wanted) {
 
 bool Reassembly::store(PacketHeader header, int32_t length) {
     const int32_t offset = payload_offset_;
+    if (is_first() && keeps_to(MCTP_STRICT_INTEGRITY)) {
+        integrity_.begin(packet_[PacketHeader::kSize], !wanted_.type_byte);
+    }
     go_on();
     ctx_.tag = header.tag();
     if (length == offset) {
@@ -198,23 +382,25 @@ bool Reassembly::store(PacketHeader header, int32_t length) {
     }
     expected_.flags = header.flags;
     expected_.advance();
-    const int32_t payload = std::min(length - offset, room_);
-    std::memcpy(next_, packet() + offset, static_cast<size_t>(payload));
-    next_ += payload;
-    room_ -= payload;
+    const Bytes payload(packet_ + offset, static_cast<size_t>(length - offset));
+    if (integrity_.present()) {
+        integrity_.store(payload, room_);
+    } else {
+        room_.append(payload);
+    }
     return true;
 }
 
 }  // namespace
 
-int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, TypeByte type_byte) {
+int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, Wanted wanted) {
     if (buffer == nullptr || capacity <= 0) {
         return 0;
     }
     if (!unit_size_usable(ctx) || ctx.binding == nullptr || ctx.binding->read == nullptr) {
         return -1;
     }
-    return Reassembly(ctx, capacity, buffer, type_byte).run();
+    return Reassembly(ctx, capacity, buffer, wanted).run();
 }
 
 }  // namespace sideband

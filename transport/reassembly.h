@@ -13,13 +13,16 @@ inline bool unit_size_usable(const mctp_ctx& ctx) {
     return ctx.unit_size != 0 && ctx.unit_size <= MCTP_UNIT_SIZE_MAX;
 }
 
-/// What a receive does with the message type byte.
-enum class TypeByte { kStrip, kDeliver };
+/// Which message a receive waits for. The last two are looked at by strict contexts alone.
+struct Wanted {
+    bool type_byte = false;    ///< deliver it too; it may be any then
+    bool answer_only = false;  ///< no request of the endpoint's own
+    uint8_t also_from = 0;     ///< an EID that the endpoint may have beside dest_eid; 0: none
+};
 
 /// Receives one message, as mctp_recv_op has it. Locks nothing.
 /// @return bytes stored; 0 without a buffer; -1
-int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer,
-                        TypeByte type_byte = TypeByte::kStrip);
+int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, Wanted wanted = {});
 
 }  // namespace sideband
 

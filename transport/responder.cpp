@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "transport/control.h"
+#include "transport/eid_pool.h"
 #include "transport/pcie_message.h"
 
 using namespace sideband;
@@ -103,6 +104,7 @@ private:
         uint8_t echoed = 0;
         if (eid >= kFirstEid && eid <= kLastEid) {
             ctx_.src_eid = eid;
+            eid_pool::note(eid);
             ctx_.dest_eid = requester();
             ctx_.owner_route = route_to_requester();
             completion = kCompletionSuccess;

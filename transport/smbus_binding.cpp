@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "common/memory.h"
+#include "common/wire.h"
 
 using namespace sideband;
 
@@ -163,8 +164,17 @@ int32_t sideband::read_block(const mctp_section& section, int32_t length, SlaveB
     if (received < 0) {
         return received;
     }
-    const int32_t packet = received - kReadHeaderSize - kPecSize;
-    return packet < 0 || received > PLT_I2C_READ_BUFFER_SIZE ? -1 : packet;
+    const bool has_room = received >= kReadHeaderSize + kPecSize;
+    return has_room && received <= PLT_I2C_READ_BUFFER_SIZE ? received : -1;
+}
+
+bool sideband::is_mctp_block(const SlaveBlock& block, int32_t received) {
+    WireReader reader(block);
+    const uint8_t command = reader.u8();
+    const int32_t count = reader.u8();
+    const uint8_t source_address = reader.u8();
+    return command == kCommandCodeMctp && count == packet_length(received) + 1 &&
+           (source_address & 1) != 0;
 }
 
 int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer) {
@@ -173,11 +183,15 @@ int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer)
     }
     SlaveBlock block;
     zero(block);
-    const int32_t packet = read_block(*section, length, block);
-    if (packet < 0) {
-        return packet;
+    const int32_t received = read_block(*section, length, block);
+    if (received < 0) {
+        return received;
     }
-    const int32_t stored = std::min(packet, length);
+    const bool strict = (section->strict & MCTP_STRICT_PACKETS) != 0;
+    if (strict && !is_mctp_block(block, received)) {
+        return 0;
+    }
+    const int32_t stored = std::min(packet_length(received), length);
     std::copy_n(block.data() + kReadHeaderSize, stored, buffer);
     return stored;
 }

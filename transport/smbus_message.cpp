@@ -11,6 +11,8 @@
 #include "common/lock.h"
 #include "common/sleep.h"
 #include "common/wire.h"
+#include "transport/control.h"
+#include "transport/mctp.h"
 #include "transport/packet.h"
 #include "transport/reassembly.h"
 #include "transport/smbus_message.h"
@@ -30,7 +32,6 @@ constexpr size_t kPayloadPlace = kPhysicalHeaderSize + PacketHeader::kSize;
 /// 4 physical header, 4 transport header, payload, and the byte in which the software-PEC binding
 /// stores its PEC.
 constexpr size_t kSendBufferSize = kPayloadPlace + MCTP_UNIT_SIZE_MAX + 1;
-constexpr size_t kIntegrityCheckSize = 4;
 
 lx_mutex& bus_mutex(const mctp_ctx& ctx) {
     return at_p_St_GlobalVar->bus_mutex[ctx.bus];
@@ -39,11 +40,10 @@ lx_mutex& bus_mutex(const mctp_ctx& ctx) {
 /// What follows the type byte of an outgoing message, in wire order: body, integrity check.
 class OutgoingBytes {
 public:
-    OutgoingBytes(uint8_t type, std::span<const uint8_t> body, bool integrity_check)
-        : body_(body), check_length_(integrity_check ? kIntegrityCheckSize : 0) {
-        if (integrity_check) {
-            uint32_t crc = crc32c_update(kCrc32cInitial, {&type, 1});
-            WireWriter(check_).le32(crc32c_final(crc32c_update(crc, body)));
+    OutgoingBytes(uint8_t type, std::span<const uint8_t> body, bool with_check)
+        : body_(body), check_length_(with_check ? kIntegrityCheckSize : 0) {
+        if (check_length_ != 0) {
+            WireWriter(check_).le32(integrity_check(type, body));
         }
     }
 
@@ -87,6 +87,10 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
     }
     OutgoingBytes bytes(ctx.msg_type, {body, length}, integrity_check);
     const size_t unit = ctx.unit_size;
+    const bool strict = is_strict(ctx, MCTP_STRICT_PACKETS);
+    // Strictly smaller than unit_size: a last packet of just that size goes out without EOM, unless
+    // it is the only one. Deployed devices rely on it.
+    const size_t end_size_max = strict ? unit : unit - 1;
     size_t type_size = 1;  // The first packet begins with the type byte.
     size_t remaining = type_size + bytes.remaining();
     PacketHeader header = first_header(ctx, tag_owner, unit >= remaining);
@@ -96,9 +100,7 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
     start.u8(ctx.msg_type);
     ctx.tx_seq = 0;
     while (remaining != 0) {
-        // Strictly greater: a last packet of exactly unit_size bytes goes out without EOM, unless
-        // it is the only one. Deployed devices rely on it.
-        if (unit > remaining) {
+        if (remaining <= end_size_max) {
             header.flags |= PacketHeader::kEom;
         }
         const size_t chunk = std::min(unit, remaining);
@@ -107,7 +109,7 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
         const int32_t result = ctx.binding->write(
             &ctx.section, PacketHeader::kSize + static_cast<int32_t>(chunk), frame.data());
         // Only the end packet's failure counts: a device that lost an earlier one does not answer.
-        if (result < 0 && header.eom()) {
+        if (result < 0 && (header.eom() || strict)) {
             return -1;
         }
         header.advance();
@@ -118,20 +120,34 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
     return 0;
 }
 
+bool has_check(const mctp_ctx& ctx) {
+    return (ctx.msg_type & MCTP_MSG_TYPE_INTEGRITY_CHECK) != 0;
+}
+
+/// Takes the bus mutex for a receive.
+int32_t receive_locked(mctp_ctx& ctx, int32_t length, uint8_t* buffer, Wanted wanted = {}) {
+    const MutexGuard bus(bus_mutex(ctx));
+    return bus ? receive_message(ctx, length, buffer, wanted) : -1;
+}
+
+/// What answers a request.
+Wanted answer_to(const mctp_ctx& ctx, uint32_t length, const uint8_t* request) {
+    Wanted answer{.answer_only = true};
+    if (is_strict(ctx, MCTP_STRICT_ADDRESSES)) {
+        answer.also_from = control::assigned_eid(ctx, {request, length});
+    }
+    return answer;
+}
+
 }  // namespace
 
 int32_t smbus_send_locked(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner) {
     MutexGuard bus(bus_mutex(*ctx));
-    if (!bus) {
-        return -1;
-    }
-    return send_message(*ctx, length, body, tag_owner,
-                        (ctx->msg_type & MCTP_MSG_TYPE_INTEGRITY_CHECK) != 0);
+    return bus ? send_message(*ctx, length, body, tag_owner, has_check(*ctx)) : -1;
 }
 
 int32_t smbus_recv_locked(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
-    MutexGuard bus(bus_mutex(*ctx));
-    return bus ? receive_message(*ctx, length, buffer) : -1;
+    return receive_locked(*ctx, length, buffer);
 }
 
 int32_t smbus_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
@@ -141,8 +157,7 @@ int32_t smbus_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_leng
         return -1;
     }
     ctx->tag = next_tag(ctx->tag);
-    if (send_message(*ctx, request_length, request, 1,
-                     (ctx->msg_type & MCTP_MSG_TYPE_INTEGRITY_CHECK) != 0) < 0) {
+    if (send_message(*ctx, request_length, request, 1, has_check(*ctx)) < 0) {
         return -1;
     }
     if (response_length < 1) {
@@ -151,7 +166,8 @@ int32_t smbus_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_leng
     if (ctx->i2c_delay_us != 0) {
         sleep_us(ctx->i2c_delay_us);
     }
-    return receive_message(*ctx, response_length, response);
+    return receive_message(*ctx, response_length, response,
+                           answer_to(*ctx, request_length, request));
 }
 
 int32_t smbus_xfer_delayed(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
@@ -167,13 +183,18 @@ int32_t smbus_xfer_delayed(mctp_ctx* ctx, uint32_t request_length, int32_t respo
     if (ctx->i2c_delay_us != 0) {
         sleep_us(ctx->i2c_delay_us);
     }
-    const int32_t result = ctx->recv(ctx, response_length, response);
+    // The stock operation alone can be told that an answer is wanted.
+    const int32_t result = ctx->recv == smbus_recv_locked
+                               ? receive_locked(*ctx, response_length, response,
+                                                answer_to(*ctx, request_length, request))
+                               : ctx->recv(ctx, response_length, response);
     sleep_us(kSettleUs);
     return result;
 }
 
 int32_t sl8_smbus_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner) {
-    return send_message(*ctx, length, body, tag_owner, false);
+    return send_message(*ctx, length, body, tag_owner,
+                        has_check(*ctx) && is_strict(*ctx, MCTP_STRICT_INTEGRITY));
 }
 
 int32_t sl8_smbus_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
@@ -200,17 +221,20 @@ int32_t sl8_smbus_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_
     if (ctx->i2c_delay_us != 0) {
         sleep_us(ctx->i2c_delay_us);
     }
-    return ctx->recv(ctx, response_length, response);
+    if (ctx->recv != sl8_smbus_recv) {
+        return ctx->recv(ctx, response_length, response);
+    }
+    return receive_message(*ctx, response_length, response,
+                           answer_to(*ctx, request_length, request));
 }
 
 }  // namespace sideband
 
 int32_t mctp_smbus_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
     using namespace sideband;
+    constexpr Wanted kWithType{.type_byte = true};
     // Like the stock receive: the software-PEC binding's own operations do not lock.
-    if (ctx->binding_kind == MCTP_BINDING_KIND_SL8_SMBUS) {
-        return receive_message(*ctx, length, buffer, TypeByte::kDeliver);
-    }
-    const MutexGuard bus(bus_mutex(*ctx));
-    return bus ? receive_message(*ctx, length, buffer, TypeByte::kDeliver) : -1;
+    return ctx->binding_kind == MCTP_BINDING_KIND_SL8_SMBUS
+               ? receive_message(*ctx, length, buffer, kWithType)
+               : receive_locked(*ctx, length, buffer, kWithType);
 }

@@ -21,6 +21,7 @@
 #include "common/clock.h"
 #include "common/crc.h"
 #include "common/wire.h"
+#include "transport/mctp.h"
 #include "transport/socket_table.h"
 
 namespace sideband {
@@ -444,7 +445,8 @@ int32_t Reception::store(int descriptor) {
     return static_cast<int32_t>(std::max<ssize_t>(stored, kNothing));
 }
 
-/// The check stays at the end of the body, as other bindings deliver it.
+/// The check stays at the end of the body, as other bindings deliver it, unless a strict context
+/// has none delivered.
 int32_t Reception::store_checked(int descriptor, uint8_t type) {
     constexpr size_t kCheckSize = sizeof(uint32_t);
     std::array<uint8_t, kCheckedMax> whole;
@@ -458,8 +460,9 @@ int32_t Reception::store_checked(int descriptor, uint8_t type) {
     if (WireReader(message.last(kCheckSize)).le32() != integrity_check(type, body)) {
         return kNothing;
     }
-    const size_t stored = std::min(message.size(), room_.size());
-    std::copy_n(message.begin(), stored, room_.begin());
+    const auto delivered = is_strict(ctx_, MCTP_STRICT_INTEGRITY) ? body : message;
+    const size_t stored = std::min(delivered.size(), room_.size());
+    std::copy_n(delivered.begin(), stored, room_.begin());
     return static_cast<int32_t>(stored);
 }
 
