@@ -181,9 +181,15 @@ private:
 
     /// The next packet that counts is a first one: its header has the message type byte as well.
     void start() {
-        room_ = Room(buffer_, capacity_);
         header_length_ = PacketHeader::kSize + 1;
         payload_offset_ = PacketHeader::kSize + (wanted_.type_byte ? 0 : 1);
+    }
+
+    /// What has been stored is void, and must not be taken for data behind a shorter message.
+    void start_anew() {
+        std::memset(buffer_, 0, static_cast<size_t>(capacity_ - room_.left()));
+        room_ = Room(buffer_, capacity_);
+        start();
     }
 
     /// What follows is no first packet any more: its header has no type byte.
@@ -312,7 +318,7 @@ bool Reassembly::may_start(PacketHeader header, int32_t length) {
     if (!header.tag_owner() && header.tag() != (ctx_.tag & PacketHeader::kTagMask)) {
         return refuse_tag(header, length);
     }
-    start();
+    start_anew();
     unit_ = length - PacketHeader::kSize;
     expected_ = header;
     return true;
@@ -330,7 +336,7 @@ bool Reassembly::may_continue(PacketHeader header, int32_t length) {
     const int32_t payload = length - PacketHeader::kSize;
     const bool fits = header.eom() ? payload <= unit_ : payload == unit_;
     if ((difference & PacketHeader::kSequenceMask) != 0 || !fits) {
-        start();
+        start_anew();
         return drop(length);
     }
     return true;
