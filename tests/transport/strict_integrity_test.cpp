@@ -58,13 +58,13 @@ TEST_P(StrictIntegrity, TheCheckIsVerifiedAndNotDelivered) {
     EXPECT_EQ(Bytes{kType} + body, checked(kBody));
 }
 
-TEST_P(StrictIntegrity, TheCheckOfAKnownMessage) {
-    // CRC-32C of 84 88 00 00 00 11 22 33 44.
-    port().queue({hex("01 08 1D C3 84 88 00 00 00 11 22 33 44") +
-                  le32(test::crc32c(hex("84 88 00 00 00 11 22 33 44")))});
+TEST_P(StrictIntegrity, TheCheckOnTheWire) {
+    port().queue({hex("01 08 1D C3 84 88 00 00 00 11 22 33 44 E0 BF 3A DD")});
     EXPECT_EQ(receive(64), 8);
-    // CRC-32C of "123456789" is E3069283; a type byte 31 has no bit 7, B1 has.
-    EXPECT_EQ(test::crc32c(hex("31 32 33 34 35 36 37 38 39")), 0xE3069283u);
+    EXPECT_EQ(body, hex("88 00 00 00 11 22 33 44"));
+    EXPECT_EQ(ctx.send(&ctx, 7, hex("08 00 00 01 00 00 00").data(), 1), 0);
+    EXPECT_EQ(port().written_packets(),
+              std::vector<Bytes>{hex("01 1D 08 CB 84 08 00 00 01 00 00 00 68 F1 5C 0A")});
 }
 
 TEST_P(StrictIntegrity, EveryWrongBitIsFound) {
