@@ -103,10 +103,13 @@ Printable::Printable(const char* text)
                     : Bytes(reinterpret_cast<const uint8_t*>(text), strnlen(text, kTextMax))) {}
 
 void print_printable(Bytes text) {
-    constexpr size_t kShownByteSize = 4;
+    constexpr size_t kShownCharacterSize = kCharacterSizeMax * 4;
+    char shown[16 * kShownCharacterSize];
     while (!text.empty() && text[0] != 0) {
-        char shown[kCharacterSizeMax * kShownByteSize];
-        const char* end = show_character(text, shown);
+        char* end = shown;
+        while (!text.empty() && text[0] != 0 && end <= shown + sizeof shown - kShownCharacterSize) {
+            end = show_character(text, end);
+        }
         std::fwrite(shown, 1, static_cast<size_t>(end - shown), stdout);
     }
 }

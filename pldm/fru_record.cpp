@@ -29,12 +29,11 @@ bool parse_field(WireReader& table, pldm_fru_field& field) {
     if (!table.ok()) {
         return false;
     }
-    auto copy = allocate_bytes(value.size() + 1);  // and a NUL
+    auto copy = copy_bytes(value, 1);
     if (copy == nullptr) {
         std::printf("Fail- memory alloc fial\n");
         return false;
     }
-    std::memcpy(copy.get(), value.data(), value.size());
     field.value = reinterpret_cast<char*>(copy.release());
     return true;
 }

@@ -2,11 +2,11 @@
 // The PLDM header and the three message operations with their retries (DSP0240, clause 8).
 #include <sideband/debug_log.h>
 #include <sideband/pldm.h>
-#include <sideband/pldm_monitor.h>
 
 #include <algorithm>
 #include <cstdio>
 
+#include "common/output.h"
 #include "common/sleep.h"
 #include "pldm/message.h"
 
@@ -117,11 +117,14 @@ int32_t finish(const PldmAnswer& answer, const char* function) {
 }
 
 void print_line(const char* text) {
-    std::printf("%s\n", text);
+    std::puts(text);
 }
 
-void print_bytes(std::span<const uint8_t> bytes) {
-    dump_packet(bytes.data(), static_cast<int32_t>(bytes.size()));
+void print_framed(const char* first_line, std::span<const uint8_t> bytes, const char* last_line) {
+    Output out;
+    out.print_line(first_line);
+    out.print_rows(bytes);
+    out.print_line(last_line);
 }
 
 }  // namespace sideband

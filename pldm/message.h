@@ -94,8 +94,8 @@ int32_t finish(const PldmAnswer& answer, const char* function);
 /// Prints a line to standard output.
 void print_line(const char* text);
 
-/// Prints bytes to standard output as dump_packet() does.
-void print_bytes(std::span<const uint8_t> bytes);
+/// Prints bytes to standard output as dump_packet() does, between two lines.
+void print_framed(const char* first_line, std::span<const uint8_t> bytes, const char* last_line);
 
 }  // namespace sideband
 

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "common/memory.h"
+#include "common/output.h"
 #include "common/wire.h"
 #include "pldm/message.h"
 
@@ -112,16 +113,10 @@ unsigned readings_among(uint8_t claimed) {
 }  // namespace
 
 void dump_packet(const uint8_t* buffer, int32_t length) {
-    if (buffer == nullptr) {
-        return;
+    if (buffer != nullptr) {
+        Output out;
+        out.print_rows({buffer, static_cast<size_t>(std::max(length, 0))});
     }
-    for (int32_t i = 0; i < length; ++i) {
-        if (i != 0 && i % 16 == 0) {
-            std::printf("\n");
-        }
-        std::printf(" %02x", buffer[i]);
-    }
-    std::printf("\n");
 }
 
 int32_t pldm_set_numeric_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t operational_state,
@@ -154,16 +149,12 @@ int32_t pldm_get_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, uint32_t* rea
     PldmRequest request(PLDM_TYPE_MONITOR, kGetSensorReading);
     request.fields.le16(sensor_id).u8(0);  // no rearm
     std::array<uint8_t, 14> room{};
-    print_line("====== get Sensor reading Req =====");
-    print_bytes(request.bytes());
-    print_line(kRequestEnd);
+    print_framed("====== get Sensor reading Req =====", request.bytes(), kRequestEnd);
     PldmAnswer answer = exchange(*ctx, request, room);
     if (answer.result < 0) {
         return answer.result;
     }
-    print_line("====== get Sensor reading Resp =====");
-    print_bytes(room);
-    print_line(kResponseEnd);
+    print_framed("====== get Sensor reading Resp =====", room, kResponseEnd);
 
     const uint8_t data_size = answer.body.u8();
     const uint8_t operational_state = answer.body.u8();
@@ -202,16 +193,14 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
     const std::span<uint8_t> kept(block, length);
     std::memcpy(block, request.bytes().data(), length);
     std::printf("====== set state sensor enable Req: len %d=====\n", static_cast<int>(length));
-    print_bytes(kept);
+    dump_packet(block, static_cast<int32_t>(length));
     print_line(kRequestEnd);
     std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE> room{};
     const PldmAnswer answer = exchange(*ctx, kept, room);
     if (answer.result < 0) {
         return answer.result;
     }
-    print_line("====== set state sensor enable Resp =====");
-    print_bytes(room);
-    print_line(kResponseEnd);
+    print_framed("====== set state sensor enable Resp =====", room, kResponseEnd);
     return judge_enables(answer);
 }
 

@@ -162,9 +162,7 @@ int32_t pldm_get_pdr_repository_info(pldm_ctx* ctx, uint32_t* record_count) {
     }
     PldmRequest request(PLDM_TYPE_MONITOR, kGetPdrRepositoryInfo);
     std::array<uint8_t, 44> room{};
-    print_line("====== get pdr repo Req =====");
-    print_bytes(request.bytes());
-    print_line("=============================");
+    print_framed("====== get pdr repo Req =====", request.bytes(), "=============================");
     PldmAnswer answer = exchange(*ctx, request, room);
     if (answer.result < 0) {
         debug_log("%s, PLDM_MONITOR_GET_PDR_REPOSITORY_INFO fail\n", kFunction);
@@ -180,9 +178,7 @@ int32_t pldm_get_pdr_repository_info(pldm_ctx* ctx, uint32_t* record_count) {
     }
     *record_count = count;
     std::printf("record_count = %d\n", static_cast<int>(count));
-    print_line("====== get pdr repo Resp =====");
-    print_bytes(room);
-    print_line("==============================");
+    print_framed("====== get pdr repo Resp =====", room, "==============================");
     return 0;
 }
 

@@ -4,39 +4,32 @@
 #include <sideband/platform.h>
 #include <sideband/pldm_fw_update.h>
 
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
+#include "common/output.h"
 #include "pldm/update/package.h"
 
 using namespace sideband;
 
 namespace {
 
-typedef void (*Print)(const char* format, ...) SIDEBAND_PRINTF(1, 2);
+// Of a descriptor, on standard output and in the diagnostic log.
+constexpr char kTypeText[] = "desc type: %x(%s)\n";
+constexpr char kLengthText[] = "desc len : %d\n";
+constexpr char kValueText[] = "desc val :";
 
-void print_out(const char* format, ...) SIDEBAND_PRINTF(1, 2);
-
-void print_out(const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    std::vprintf(format, arguments);
-    va_end(arguments);
-}
-
-void show_value(Print print, const Descriptor& descriptor) {
+void log_value(const Descriptor& descriptor) {
     for (const uint8_t byte : descriptor.value) {
-        print(" %x", byte);
+        debug_log(" %x", byte);
     }
-    print("\n");
+    debug_log("\n");
 }
 
-void show_descriptor(Print print, const Descriptor& descriptor) {
-    print("desc type: %x(%s)\n", descriptor.type, show_desc_id_string(descriptor.type));
-    print("desc len : %d\n", static_cast<int>(descriptor.value.size()));
-    print("desc val :");
-    show_value(print, descriptor);
+void log_descriptor(const Descriptor& descriptor) {
+    debug_log(kTypeText, descriptor.type, show_desc_id_string(descriptor.type));
+    debug_log(kLengthText, static_cast<int>(descriptor.value.size()));
+    debug_log(kValueText);
+    log_value(descriptor);
 }
 
 /// Shows the descriptor of one side of a comparison, unless it is null.
@@ -47,7 +40,7 @@ void show_side(const char* name, const uint8_t* bytes) {
     const Descriptor descriptor(bytes);
     debug_log("%s type: %x\n", name, descriptor.type);
     debug_log("%s val = ", name);
-    show_value(debug_log, descriptor);
+    log_value(descriptor);
 }
 
 /// @param response  to QueryDeviceIdentifiers
@@ -59,7 +52,7 @@ void show_response(std::span<const uint8_t> response) {
         if (!reader.ok()) {
             return;
         }
-        show_descriptor(debug_log, descriptor);
+        log_descriptor(descriptor);
     }
 }
 
@@ -103,7 +96,12 @@ const char* show_desc_id_string(uint16_t type) {
 }
 
 void sideband::print(const Descriptor& descriptor) {
-    show_descriptor(print_out, descriptor);
+    Output out;
+    out.print(kTypeText, descriptor.type, show_desc_id_string(descriptor.type));
+    out.print(kLengthText, static_cast<int>(descriptor.value.size()));
+    out.print(kValueText);
+    out.print_hex(descriptor.value);
+    out.print("\n");
 }
 
 int32_t pldm_parse_record_descriptors(const uint8_t* descriptor) {

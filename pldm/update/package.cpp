@@ -18,8 +18,10 @@
 #include "common/crc.h"
 #include "common/file.h"
 #include "common/memory.h"
+#include "common/output.h"
 #include "common/printable.h"
 #include "common/wire.h"
+#include "pldm/message.h"
 #include "pldm/update/package.h"
 
 using namespace sideband;
@@ -89,17 +91,8 @@ bool refuse() {
     return false;
 }
 
-/// A heap copy with room for one NUL or more behind it.
-uint8_t* copy_of(Bytes bytes, size_t room_behind) {
-    auto copy = allocate_bytes(bytes.size() + room_behind);
-    if (copy != nullptr) {
-        std::memcpy(copy.get(), bytes.data(), bytes.size());
-    }
-    return copy.release();
-}
-
 char* text_of(Bytes bytes) {
-    return reinterpret_cast<char*>(copy_of(bytes, 1));
+    return reinterpret_cast<char*>(copy_bytes(bytes, 1).release());
 }
 
 bool Parser::take(size_t count, Bytes& bytes) {
@@ -135,7 +128,7 @@ bool Parser::read_header() {
     WireReader reader(fixed);
     reader.skip(sizeof kIdentifier);
     const uint8_t revision = reader.u8();
-    std::printf("Header format version is %x\n", revision);
+    print("Header format version is %x\n", revision);
     if (revision == 1) {
         console_log("Header format version 1.0.x\n");
     } else if (revision == 2) {
@@ -148,15 +141,17 @@ bool Parser::read_header() {
     bitmap_size_ = bitmap_bits / 8;
     const uint8_t type = reader.u8();
     const uint8_t length = reader.u8();
-    std::printf("header length %d\n", header_size);
-    std::printf("component bitmap len %d\n", bitmap_bits);
-    std::printf("header string type %x\n", type);
-    std::printf("header string length %d\n", length);
+    print(
+        "header length %d\n"
+        "component bitmap len %d\n"
+        "header string type %x\n"
+        "header string length %d\n",
+        header_size, bitmap_bits, type, length);
     Bytes version;
     if (!take(length, version)) {
         return false;
     }
-    std::printf("ver string: %s\n", Printable(version).text());
+    print("ver string: %s\n", Printable(version).text());
     ctx_.package_version_string = text_of(version);  // An update does without if memory is out.
     return true;
 }
@@ -166,7 +161,7 @@ bool Parser::read_records() {
     if (!take(1, count)) {
         return false;
     }
-    std::printf("device id count %d\n", count[0]);
+    print("device id count %d\n", count[0]);
     ctx_.device_record_num = count[0];
     ctx_.records =
         static_cast<pldm_device_record*>(std::calloc(count[0], sizeof(pldm_device_record)));
@@ -174,7 +169,7 @@ bool Parser::read_records() {
         return false;
     }
     for (unsigned i = 0; i < count[0]; ++i) {
-        std::printf("======device record %u=======\n", i);
+        print("======device record %u=======\n", i);
         if (!read_record(i)) {
             return false;
         }
@@ -182,27 +177,31 @@ bool Parser::read_records() {
     return true;
 }
 
+void print_package_data(const pldm_device_record& record) {
+    const Bytes data(record.package_data,
+                     record.package_data != nullptr ? record.package_data_len : 0);
+    print_printable(data);
+    Output out;
+    out.print("\n");
+    out.print_hex(data);
+    out.print(record.package_data_len > 0 ? "\n" : "");
+}
+
 void print_record(unsigned index, const pldm_device_record& record) {
-    const size_t data_size = record.package_data != nullptr ? record.package_data_len : 0;
-    std::printf("ctx->records[%u]\n", index);
-    std::printf("record_len            = %d\n", record.record_len);
-    std::printf("package_data_len      = %d\n", record.package_data_len);
-    std::printf("desc_num              = %d\n", record.desc_num);
-    std::printf("applicable_components = 0x%x\n", record.applicable_components);
-    std::printf("component_image_set_ver_string_type = 0x%x\n",
-                record.component_image_set_ver_string_type);
-    std::printf("component_image_set_ver_string_len  = %d\n",
-                record.component_image_set_ver_string_len);
-    std::printf("image_version_string  = %s\n", Printable(record.image_version_string).text());
-    std::printf("package_data          = ");
-    print_printable({record.package_data, data_size});
-    std::printf("\n");
-    for (size_t i = 0; i < data_size; ++i) {
-        std::printf(" %x", record.package_data[i]);
-    }
-    if (record.package_data_len > 0) {
-        std::printf("\n");
-    }
+    print(
+        "ctx->records[%u]\n"
+        "record_len            = %d\n"
+        "package_data_len      = %d\n"
+        "desc_num              = %d\n"
+        "applicable_components = 0x%x\n"
+        "component_image_set_ver_string_type = 0x%x\n"
+        "component_image_set_ver_string_len  = %d\n"
+        "image_version_string  = %s\n"
+        "package_data          = ",
+        index, record.record_len, record.package_data_len, record.desc_num,
+        record.applicable_components, record.component_image_set_ver_string_type,
+        record.component_image_set_ver_string_len, Printable(record.image_version_string).text());
+    print_package_data(record);
     const uint8_t* descriptor = record.descriptors;
     for (unsigned i = 0; i < record.desc_num; ++i) {
         if (pldm_parse_record_descriptors(descriptor) != 0) {
@@ -247,18 +246,20 @@ bool Parser::read_record_header(pldm_device_record& record, uint8_t& type, uint8
     type = reader.u8();
     length = reader.u8();
     record.package_data_len = reader.le16();
-    std::printf("record length %d\n", record.record_len);
-    std::printf("desc count %d\n", record.desc_num);
-    std::printf("device update options %d %d %d %d\n", options[0], options[1], options[2],
-                options[3]);
-    std::printf("component set ver string type: %d\n", type);
-    std::printf("component set ver string len: %d\n", length);
-    std::printf("fw package data len: %d\n", record.package_data_len);
+    print(
+        "record length %d\n"
+        "desc count %d\n"
+        "device update options %d %d %d %d\n"
+        "component set ver string type: %d\n"
+        "component set ver string len: %d\n"
+        "fw package data len: %d\n",
+        record.record_len, record.desc_num, options[0], options[1], options[2], options[3], type,
+        length, record.package_data_len);
     return true;
 }
 
 bool Parser::read_bitmap(pldm_device_record& record) {
-    std::printf("Applicable components: ");
+    print("Applicable components: ");
     Bytes bitmap;
     if (!take(bitmap_size_, bitmap) || !check()) {
         return false;
@@ -267,7 +268,7 @@ bool Parser::read_bitmap(pldm_device_record& record) {
     std::array<uint8_t, 4> known{};
     WireWriter(known).bytes(bitmap.first(std::min(bitmap.size(), known.size())));
     record.applicable_components = WireReader(known).le32();
-    std::printf("\n");
+    print_line("");
     return true;
 }
 
@@ -276,7 +277,7 @@ bool Parser::read_set_version(pldm_device_record& record, uint8_t type, uint8_t 
     if (!take(length, version)) {
         return false;
     }
-    std::printf("Component iamge st Ver String: %s\n", Printable(version).text());
+    print("Component iamge st Ver String: %s\n", Printable(version).text());
     record.image_version_string = text_of(version);
     if (record.image_version_string == nullptr) {
         return false;
@@ -289,7 +290,7 @@ bool Parser::read_set_version(pldm_device_record& record, uint8_t type, uint8_t 
 bool Parser::read_descriptors(pldm_device_record& record) {
     const size_t start = position();
     for (unsigned i = 0; i < record.desc_num; ++i) {
-        std::printf("**************record desc %u**************\n", i);
+        print("**************record desc %u**************\n", i);
         const Descriptor descriptor(reader_);
         if (!reader_.ok()) {
             return refuse();
@@ -303,18 +304,19 @@ bool Parser::read_descriptors(pldm_device_record& record) {
     if (!count_copy(descriptors.size())) {
         return false;
     }
-    record.descriptors = copy_of(descriptors, 0);
+    record.descriptors = copy_bytes(descriptors, 0).release();
     return record.descriptors != nullptr;
 }
 
 bool Parser::read_package_data(pldm_device_record& record) {
     ctx_.package_data_len = record.package_data_len;
-    std::printf("firmware package data: ");
+    print("firmware package data: ");
     Bytes data;
     if (!take(record.package_data_len, data) || !check() || !count_copy(data.size())) {
         return false;
     }
-    record.package_data = copy_of(data, 1);  // An update does without if memory is out.
+    record.package_data =
+        copy_bytes(data, 1).release();  // An update does without if memory is out.
     dump_packet(data.data(), record.package_data_len);
     return true;
 }
@@ -325,14 +327,14 @@ bool Parser::read_components() {
         return false;
     }
     const uint16_t count = WireReader(count_field).le16();
-    std::printf("component image count %d\n", count);
+    print("component image count %d\n", count);
     ctx_.component_num = count;
     ctx_.component_images = static_cast<uint8_t**>(std::calloc(count, sizeof(uint8_t*)));
     if (ctx_.component_images == nullptr || (count == 0 && !check())) {
         return false;
     }
     for (unsigned i = 0; i < count; ++i) {
-        std::printf("+++++++++++++++component image %u++++++++\n", i);
+        print("+++++++++++++++component image %u++++++++\n", i);
         if (!read_component(ctx_.component_images[i])) {
             return false;
         }
@@ -347,7 +349,7 @@ bool Parser::read_component(uint8_t*& copy) {
     if (!take(PLDM_COMPONENT_IMAGE_SIZE, part) || !take(part.back(), part)) {
         return false;
     }
-    copy = copy_of(file_.subspan(start, position() - start), 1);
+    copy = copy_bytes(file_.subspan(start, position() - start), 1).release();
     return copy != nullptr && check();
 }
 

@@ -90,11 +90,10 @@ const void* address(const uint8_t* from, size_t distance) {
 
 /// Keeps a string in the place of an earlier one.
 bool keep(char*& kept, Bytes string) {
-    auto copy = allocate_bytes(string.size() + 1);
+    auto copy = copy_bytes(string, 1);
     if (copy == nullptr) {
         return false;
     }
-    std::memcpy(copy.get(), string.data(), string.size());
     std::free(kept);
     kept = reinterpret_cast<char*>(copy.release());
     return true;

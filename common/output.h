@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// Text for standard output, of which printf() costs more than the work that it tells of.
+#ifndef SIDEBAND_COMMON_OUTPUT_H
+#define SIDEBAND_COMMON_OUTPUT_H
+
+#include <sideband/export.h>
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace sideband {
+
+/// Gathers text and hands it to standard output in large pieces, the last one when this ends. What
+/// prints by other means meanwhile comes in front of what is gathered.
+class Output {
+public:
+    Output() = default;
+    ~Output() { flush(); }
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    /// As printf(), with %d, %u, %x and %s alone: no widths, no flags.
+    void print(const char* format, ...) SIDEBAND_PRINTF(2, 3);
+    void print_arguments(const char* format, va_list arguments) SIDEBAND_PRINTF(2, 0);
+
+    /// " %x" for each byte, or " %02x".
+    void print_hex(std::span<const uint8_t> bytes, bool two_digits = false);
+    /// " %02x" for each byte, sixteen to a line; a line end is the last of it.
+    void print_rows(std::span<const uint8_t> bytes);
+    void print_line(const char* text);
+
+private:
+    void put(const char* text, size_t length);
+    void end_line();
+    void put_around(const char* text, size_t length);
+    void put_number(unsigned value, unsigned base);
+    void flush();
+
+    size_t gathered_ = 0;
+    char room_[256];
+};
+
+/// Output::print(), handed over at once.
+void print(const char* format, ...) SIDEBAND_PRINTF(1, 2);
+
+}  // namespace sideband
+
+#endif
