@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Table-driven CRC-32C and CRC-32.
+// Table-driven CRC-8, CRC-32C and CRC-32.
 #include "common/crc.h"
+
+#include <sideband/mctp.h>
 
 #include <array>
 
@@ -29,6 +31,14 @@ constexpr uint32_t step(const Table& table, uint32_t crc, uint8_t byte) {
 }
 
 }  // namespace
+
+uint8_t crc8(std::span<const uint8_t> bytes) {
+    uint8_t crc = 0;
+    for (const uint8_t byte : bytes) {
+        crc = CRC8_Table[crc ^ byte];
+    }
+    return crc;
+}
 
 uint32_t crc32c_update(uint32_t crc, std::span<const uint8_t> bytes) {
     for (const uint8_t byte : bytes) {

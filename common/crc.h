@@ -34,6 +34,9 @@ inline uint32_t integrity_check(uint8_t type, std::span<const uint8_t> body) {
 /// The CRC-32 of ISO-HDLC and IEEE 802.3 (reflected: 0xEDB88320), continued from crc; 0 to start.
 uint32_t crc32(uint32_t crc, std::span<const uint8_t> bytes);
 
+/// The CRC-8 of the SMBus PEC: polynomial 0x07, initial value 0.
+uint8_t crc8(std::span<const uint8_t> bytes);
+
 }  // namespace sideband
 
 #endif

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The SMBus PEC table, exported for other users; the library's own PEC is computed by the platform.
+// The SMBus PEC table. The PEC itself is computed by the platform; other users get the table too.
 #include <sideband/mctp.h>
 
 constexpr uint8_t CRC8_Table[256] = {

@@ -10,6 +10,7 @@
 #include "common/memory.h"
 #include "common/wire.h"
 #include "pldm/message.h"
+#include "pldm/strict.h"
 
 using namespace sideband;
 
@@ -158,14 +159,21 @@ int32_t pldm_get_type(pldm_ctx* ctx) {
 }
 
 int32_t pldm_get_commands(pldm_ctx* ctx) {
-    constexpr uint32_t kAnyVersion = 0;
     if (!can_exchange(ctx)) {
         return -1;
+    }
+    uint32_t version = 0;  // any, which the standard does not know
+    if (is_strict(*ctx)) {
+        const int32_t result = pldm_get_version(ctx, PLDM_TYPE_BASE);
+        if (result != 0) {
+            return result;
+        }
+        version = ctx->pldm_version;
     }
     std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE + sizeof ctx->base_commands> room{};
     std::printf("verion len : %d\n", static_cast<int>(room.size()));
     PldmRequest request(PLDM_TYPE_BASE, kGetPldmCommands);
-    request.fields.u8(PLDM_TYPE_BASE).le32(kAnyVersion);
+    request.fields.u8(PLDM_TYPE_BASE).le32(version);
     PldmAnswer answer = exchange(*ctx, request, room);
     const std::span<const uint8_t> commands = answer.body.bytes(sizeof ctx->base_commands);
     const int32_t result = finish(answer, "pldm_get_commands");

@@ -9,10 +9,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/crc.h"
 #include "common/memory.h"
 #include "common/printable.h"
 #include "common/wire.h"
 #include "pldm/message.h"
+#include "pldm/strict.h"
 
 using namespace sideband;
 
@@ -40,13 +42,26 @@ PldmAnswer exchange_metadata(pldm_ctx& ctx, const char* announcement, MetadataRo
     return answer;
 }
 
-/// @return 0 or a negative result, with which the length is left alone
-int32_t take_table_length(PldmAnswer& answer, const char* function, uint32_t& length) {
+/// What the metadata tell of the table.
+struct TableFacts {
+    uint32_t length;
+    uint32_t checksum;  ///< zero if it is not wanted
+};
+
+/// @param with_checksum  whether the answer must have it
+/// @return 0 or a negative result, with which the facts are left alone
+int32_t take_table_facts(PldmAnswer& answer, const char* function, bool with_checksum,
+                         TableFacts& facts) {
+    TableFacts told{};
     answer.body.skip(6);  // versions of the FRU data, the largest size of the table
-    const uint32_t told = answer.body.le32();  // what is behind it is not needed
+    told.length = answer.body.le32();
+    if (with_checksum) {
+        answer.body.skip(4);  // numbers of record sets and of records
+        told.checksum = answer.body.le32();
+    }
     const int32_t result = finish(answer, function);
     if (result == 0) {
-        length = told;
+        facts = told;
     }
     return result;
 }
@@ -125,18 +140,20 @@ const char* ending_code_name(uint8_t code) {
 }
 
 /// Asks for the metadata, and judges the length that they tell.
+/// @param expected  length; 0: any
 /// @return 0 or a negative result
-int32_t learn_table_length(pldm_ctx& ctx, uint32_t expected, uint32_t& length) {
+int32_t learn_table_facts(pldm_ctx& ctx, uint32_t expected, TableFacts& facts) {
     MetadataRoom room{};
     PldmAnswer answer = exchange_metadata(ctx, "start to send get PLDM metadata message", room);
     if (answer.result < 0) {
         print_line("Fail - can't get the record table metadata");
     }
     // The completion code is deliberately not looked at.
-    const int32_t result = take_table_length(answer, kReader, length);
+    const int32_t result = take_table_facts(answer, kReader, is_strict(ctx), facts);
     if (result < 0) {
         return result;
     }
+    const uint32_t length = facts.length;
     if (expected != 0 && expected != length) {
         return PLDM_ERROR_ARGUMENT;
     }
@@ -209,6 +226,80 @@ int32_t read_parts(pldm_ctx& ctx, std::span<uint8_t> table) {
         surplus.look(answer, rest.size());
         request.ask_next(part.next_handle);
     }
+}
+
+// ---- Table in parts of any size, with its checksum ----
+
+constexpr size_t kChecksumSize = 4;
+
+/// Bytes of a table with the pad bytes behind it.
+size_t padded(size_t size) {
+    return (size + 3) / 4 * 4;
+}
+
+/// Reads table, pad bytes and checksum.
+/// @param room   for answers
+/// @param whole  as long as all three are together
+/// @return 0, a negative result or the completion code that transfer_op passed through
+int32_t collect_parts(pldm_ctx& ctx, const char* function, std::span<uint8_t> room,
+                      std::span<uint8_t> whole) {
+    TableRequest request;
+    for (std::span<uint8_t> rest = whole;;) {
+        PldmAnswer answer = request.exchange_with(ctx, room);
+        if (answer.result < 0 || answer.header.completion != PLDM_CC_SUCCESS) {
+            return answer.result < 0 ? answer.result : answer.header.completion;
+        }
+        const PartHeader part(answer.body);
+        const std::span<const uint8_t> data = answer.body.rest();
+        // Each part brings some of the rest, so that a device that never ends cannot keep this up.
+        if (finish(answer, function) < 0 || data.empty() || data.size() > rest.size() ||
+            part.is_last != (data.size() == rest.size())) {
+            debug_log("%s, part of %d bytes: the table has %d more\n", function,
+                      data_length(answer), static_cast<int>(rest.size()));
+            return PLDM_ERROR_ARGUMENT;
+        }
+        WireWriter(rest).bytes(data);
+        rest = rest.subspan(data.size());
+        if (part.is_last) {
+            return 0;
+        }
+        request.ask_next(part.next_handle);
+    }
+}
+
+/// Reads a table as the standard has it.
+/// @param told   checksum of the metadata, if there are any
+/// @param table  receives the table once its checksum is seen to be right
+/// @return as collect_parts()
+int32_t read_checked(pldm_ctx& ctx, const char* function, const uint32_t* told,
+                     std::span<uint8_t> table) {
+    const size_t size = padded(table.size()) + kChecksumSize;
+    const auto room = allocate_bytes(kPartHeaderSize + size);
+    const auto whole = allocate_bytes(size);
+    if (room == nullptr || whole == nullptr) {
+        return PLDM_ERROR_ARGUMENT;
+    }
+    const int32_t result =
+        collect_parts(ctx, function, {room.get(), kPartHeaderSize + size}, {whole.get(), size});
+    if (result != 0) {
+        return result;
+    }
+    WireReader reader({whole.get(), size});
+    const uint32_t computed = crc32(0, reader.bytes(padded(table.size())));
+    if (reader.le32() != computed || (told != nullptr && *told != computed)) {
+        debug_log("%s, the checksum of the table is wrong\n", function);
+        return PLDM_ERROR_ARGUMENT;
+    }
+    WireWriter(table).bytes({whole.get(), table.size()});
+    return 0;
+}
+
+/// @param destination  room for a table of the length in the metadata
+/// @return the last completion code, or a negative result
+int32_t read_table(pldm_ctx& ctx, const TableFacts& facts, uint8_t* destination) {
+    const std::span<uint8_t> table(destination, facts.length);
+    return is_strict(ctx) ? read_checked(ctx, kReader, &facts.checksum, table)
+                          : read_parts(ctx, table);
 }
 
 // ---- Table in answers of one size ----
@@ -307,16 +398,20 @@ int32_t pldm_get_FRU_record_table_metadata(pldm_ctx* ctx, uint32_t* table_length
     if (answer.header.completion != PLDM_CC_SUCCESS) {
         return answer.header.completion;
     }
-    return take_table_length(answer, "pldm_get_FRU_record_table_metadata", *table_length);
+    TableFacts facts{*table_length, 0};
+    const int32_t result =
+        take_table_facts(answer, "pldm_get_FRU_record_table_metadata", false, facts);
+    *table_length = facts.length;
+    return result;
 }
 
 int32_t pldm_get_FRU_record_table(pldm_ctx* ctx, uint8_t* destination, uint32_t expected_length) {
     if (!can_exchange(ctx) || destination == nullptr) {
         return -1;
     }
-    uint32_t length = 0;
-    const int32_t result = learn_table_length(*ctx, expected_length, length);
-    return result < 0 ? result : read_parts(*ctx, {destination, length});
+    TableFacts facts{};
+    const int32_t result = learn_table_facts(*ctx, expected_length, facts);
+    return result < 0 ? result : read_table(*ctx, facts, destination);
 }
 
 int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination, int32_t length) {
@@ -326,6 +421,9 @@ int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination, int32_
     const auto size = static_cast<size_t>(length);
     std::span<uint8_t> rest(destination, size);
     std::memset(destination, 0, size);
+    if (is_strict(*ctx)) {
+        return read_checked(*ctx, kFixedReader, nullptr, rest);
+    }
     std::array<uint8_t, 64> room;
     TableRequest request;
     SurplusReport surplus(kFixedReader);
@@ -359,17 +457,17 @@ int32_t pldm_get_FRU_fields(pldm_ctx* ctx, uint32_t field_id) {
         std::printf("%d - error fieldId. can't get the fields\n", static_cast<int>(field_id));
         return -1;
     }
-    uint32_t length = 0;
+    TableFacts facts{};
     HeapPtr<uint8_t[]> table;
-    int32_t result = can_exchange(ctx) ? learn_table_length(*ctx, 0, length) : -1;
+    int32_t result = can_exchange(ctx) ? learn_table_facts(*ctx, 0, facts) : -1;
     if (result == 0) {
-        table = allocate_bytes(std::max<size_t>(length, 1));
-        result = table == nullptr ? PLDM_ERROR_ARGUMENT : read_parts(*ctx, {table.get(), length});
+        table = allocate_bytes(std::max<size_t>(facts.length, 1));
+        result = table == nullptr ? PLDM_ERROR_ARGUMENT : read_table(*ctx, facts, table.get());
     }
     if (result < 0) {
         print_line("Fail - get FRU record table fail");
         return -2;
     }
-    const int32_t printed = print_fields({table.get(), length}, field_id);
+    const int32_t printed = print_fields({table.get(), facts.length}, field_id);
     return result != 0 && printed != -3 ? result : printed;
 }

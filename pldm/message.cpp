@@ -9,6 +9,7 @@
 #include "common/output.h"
 #include "common/sleep.h"
 #include "pldm/message.h"
+#include "pldm/strict.h"
 
 using namespace sideband;
 
@@ -203,7 +204,10 @@ int32_t pldm_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_c
         const uint8_t command = header_of({request, request_length}).command;
         ctx->last_command = command;
         const int32_t length =
-            mctp->xfer(mctp, request_length, response_capacity, request, response);
+            is_strict(*ctx)
+                ? exchange_strictly(*mctp, {request, request_length},
+                                    {response, static_cast<size_t>(std::max(response_capacity, 0))})
+                : mctp->xfer(mctp, request_length, response_capacity, request, response);
         ctx->response_length = length;
         // Looked at even when nothing came: a stale "not ready" in the buffer counts as well.
         const uint8_t completion = completion_code(response, response_capacity);

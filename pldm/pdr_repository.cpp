@@ -7,10 +7,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/crc.h"
 #include "common/memory.h"
 #include "common/wire.h"
 #include "pldm/message.h"
 #include "pldm/pdr.h"
+#include "pldm/strict.h"
 
 using namespace sideband;
 
@@ -25,6 +27,7 @@ constexpr const char* kReader = "pldm_get_pdr";
 constexpr int kPartsMax = 7;
 constexpr size_t kPartDataOffset = PLDM_RESPONSE_HEADER_SIZE + 11;
 constexpr size_t kPartResponseSize = kPartDataOffset + PLDM_PDR_PART_SIZE;
+constexpr size_t kTransferCrcSize = 1;
 
 /// What a request for a part needs to know of the part before.
 struct Position {
@@ -38,12 +41,15 @@ struct Part {
     uint32_t next_record;
     uint32_t next_transfer;
     bool is_last;
+    bool has_crc;  ///< behind the data: transferCRC
     uint16_t count;
 
     explicit Part(WireReader& body) {
         next_record = body.le32();
         next_transfer = body.le32();
-        is_last = is_last_part(body.u8());
+        const uint8_t flag = body.u8();
+        is_last = is_last_part(flag);
+        has_crc = flag == kTransferEnd;
         count = body.le16();
     }
 };
@@ -102,7 +108,7 @@ uint16_t change_number(std::span<const uint8_t> room) {
 using PartRoom = HeapPtr<uint8_t[]>;
 
 PartRoom allocate_part() {
-    return allocate_bytes(kPartResponseSize);
+    return allocate_bytes(kPartResponseSize + kTransferCrcSize);
 }
 
 /// A record as far as it came.
@@ -112,11 +118,26 @@ struct Record {
     bool whole = false;
 };
 
+/// Compares the transferCRC, at which the body of the last part stands.
+bool crc_holds(const Record& record, PldmAnswer& answer) {
+    const uint8_t crc = answer.body.u8();
+    if (finish(answer, kReader) < 0) {
+        return false;
+    }
+    if (crc != crc8(record.room.first(record.received))) {
+        debug_log("%s, the transfer CRC is wrong\n", kReader);
+        return false;
+    }
+    return true;
+}
+
 /// pldm_get_pdr() without the checks of its arguments.
 /// @param handle  of the record wanted; receives that of the next one once the record is whole
 /// @param record  filled whatever the result
 int32_t read_record(pldm_ctx& ctx, uint32_t& handle, const PartRoom& room, Record& record) {
-    const std::span<uint8_t> response(room.get(), kPartResponseSize);
+    const bool strict = is_strict(ctx);
+    const std::span<uint8_t> response(room.get(),
+                                      kPartResponseSize + (strict ? kTransferCrcSize : 0));
     Position at;
     for (int pass = 0; pass < kPartsMax; ++pass) {
         PldmAnswer answer = exchange_part(ctx, handle, at, response);
@@ -142,6 +163,9 @@ int32_t read_record(pldm_ctx& ctx, uint32_t& handle, const PartRoom& room, Recor
         }
         record.received += part.count;
         if (part.is_last) {
+            if (strict && part.has_crc && !crc_holds(record, answer)) {
+                return -1;
+            }
             handle = part.next_record;
             record.whole = true;
             return 0;

@@ -353,7 +353,7 @@ SIDEBAND_EXPORT int32_t smbus_block_read(mctp_section* section, int32_t length, 
 SIDEBAND_EXPORT int32_t sl8_smbus_block_read(mctp_section* section, int32_t length,
                                              uint8_t* buffer);
 
-/** CRC-8 of each single byte: polynomial 0x07, the SMBus PEC. For other users; not read here. */
+/** CRC-8 of each single byte: polynomial 0x07, the SMBus PEC. For other users too. */
 SIDEBAND_EXPORT extern const uint8_t CRC8_Table[256];
 
 /**

@@ -98,6 +98,33 @@ struct pldm_ctx {
     mctp_owned owned;             /**< library: what pldm_terminus_init() allocated */
 };
 
+/* ---- Strictness ------------------------------------------------------------------------------ */
+/*
+ * With MCTP_STRICT_PLDM in mctp_ctx.strict of the endpoint that is bound (a context without one has
+ * no bits; the bit may be set and cleared at any time):
+ *
+ *  pldm_transfer()                   takes no message but the response to its request: Rq and D
+ *                                    clear, header version, PLDM type, instance ID and command as
+ *                                    requested. Others, late answers and requests that the device
+ *                                    sends meanwhile among them, are passed over: it receives
+ *                                    again, as mctp_ctx.recv does, up to 31 times, and not later
+ *                                    than 4.8 seconds behind the first of them, beside what the
+ *                                    binding waits for each. If none is the response the attempt
+ *                                    has failed as if nothing had come. debug_log() says so. A
+ *                                    device repeats a request that was passed over
+ *  pldm_get_commands()               asks with pldm_get_version() for the version of type 0 first,
+ *                                    which so is in pldm_version, and then for the commands of that
+ *                                    version. Without the bit it asks for those of version 0
+ *  pldm_get_pdr()                    verifies the transfer CRC, for those that use it too: see
+ *                                    pldm_monitor.h
+ *  FRU record table                  parts of any size, checksum verified: see pldm_fru.h
+ *  firmware update                   ActivateFirmware has 0 or 1; what is no request of the device
+ *                                    is not served: see pldm_fw_update.h
+ *
+ * An operation in the place of pldm_transfer() has to match answers itself; the rest applies to it
+ * as well. MCTP_STRICT_PACKAGE is about package files: see pldm_fw_update.h.
+ */
+
 /* ---- Headers (DSP0240, clause 8.1) ----------------------------------------------------------- */
 /*
  * Each clears the three header bytes, then sets Rq and the PLDM type. The caller writes the
@@ -229,7 +256,10 @@ SIDEBAND_EXPORT int32_t pldm_get_version(pldm_ctx* ctx, uint8_t type);
  */
 SIDEBAND_EXPORT int32_t pldm_get_type(pldm_ctx* ctx);
 
-/** GetPLDMCommands (0x05) for type 0: fills base_commands. */
+/**
+ * GetPLDMCommands (0x05) for type 0: fills base_commands. With MCTP_STRICT_PLDM it calls
+ * pldm_get_version() for type 0 first; if that fails, its result is the result.
+ */
 SIDEBAND_EXPORT int32_t pldm_get_commands(pldm_ctx* ctx);
 
 /**

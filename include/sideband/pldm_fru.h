@@ -65,6 +65,14 @@ typedef struct pldm_fru_record {
  * pldm_transfer an answer that is not a success is a failed exchange; a transfer operation that
  * hands such an answer over gets its completion code back where that is said. No checksum is
  * verified: neither the one in the metadata nor the one behind the table, which is not delivered.
+ *
+ * With MCTP_STRICT_PLDM both readers, and with them pldm_get_FRU_fields(), take parts of any size:
+ * a part carries as many bytes as its answer has behind the transfer flag, so that a transfer
+ * operation has to tell the length of answers. All parts together must be the table, its pad bytes
+ * and the checksum, which must be the CRC-32 of table and pad bytes, little-endian, and equal to
+ * that in the metadata, if they are read. Of what is not so nothing is delivered: the result is
+ * PLDM_ERROR_ARGUMENT, and debug_log() says why. A transfer operation that passes a completion code
+ * through gets every one but 0 back.
  */
 
 /**
@@ -103,11 +111,13 @@ SIDEBAND_EXPORT int32_t pldm_get_FRU_record_table(pldm_ctx* ctx, uint8_t* destin
  *                     does not bring stays zero, and a line of debug_log() says so. What a part
  *                     that is not the last carries behind PLDM_FRU_PART_SIZE bytes is dropped, as
  *                     in pldm_get_FRU_record_table()
- * @param length       room at destination in bytes
+ * @param length       room at destination in bytes; with MCTP_STRICT_PLDM the length of the table.
+ *                     Answers may have any size then, which takes memory from the heap
  * @return the result of the last transfer_op: 0 also after a completion code that it passed
  *         through, and for a last part of which more than PLDM_FRU_PART_SIZE bytes would be left;
  *         -1 on a null argument, a negative length, a missing transfer_op, an answer without
- *         transfer flag or one that is not the last and shorter than it must be
+ *         transfer flag or one that is not the last and shorter than it must be.
+ *         PLDM_ERROR_ARGUMENT with MCTP_STRICT_PLDM: see above
  */
 SIDEBAND_EXPORT int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination,
                                                      int32_t length);

@@ -128,9 +128,9 @@ typedef struct pldm_fw_update_ctx {
  * @param path  of a regular file, or a symbolic link to one; anything else in its place is refused
  *              at once. Is kept, not copied: it must live as long as the context is used
  * @return 0; -1 if an argument is null, the file cannot be read, the header is malformed, its
- *         checksum is wrong or memory ran out. What was read until then stays in the context, a
- *         component image information entry that the header ends in among it; entries that were
- *         not reached, or that the file ends in, are null
+ *         checksum is wrong, or memory ran out. What was read until then
+ *         stays in the context, a component image information entry that the header ends in among
+ *         it; entries that were not reached, or that the file ends in, are null
  */
 SIDEBAND_EXPORT int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ctx);
 
@@ -286,7 +286,8 @@ SIDEBAND_EXPORT int32_t pldm_get_meta_data(pldm_fw_update_ctx* ctx, uint8_t* buf
 
 /**
  * ActivateFirmware (0x1A): the request byte is 2 if the first component of update_list wants
- * self-contained activation, else 0.
+ * self-contained activation, else 0. With MCTP_STRICT_PLDM it is 1 in place of 2, as the standard
+ * has it.
  * @return 0; -1 if update_list has no component, or for the codes 0x80, 0x84, 0x85, 0x8B and
  *         0x8C; else see above
  */
@@ -395,6 +396,9 @@ SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8
  *  6 activate           reports progress 98 and sends ActivateFirmware
  *
  * The other states do nothing. Each call prints the state to standard output.
+ *
+ * With MCTP_STRICT_PLDM states 1 and 3 answer no message but requests of PLDM type 5 (Rq set,
+ * header version 0); without the bit the command code alone decides.
  *
  * How long it takes is up to the device. In states 1 and 3 the silence that ends the loop is more
  * than 6 times req_fw_data_wait seconds. In front of the first message of a component that is what

@@ -262,6 +262,11 @@ SIDEBAND_EXPORT int32_t pldm_get_pdr_repository_info(pldm_ctx* ctx, uint32_t* re
  * the last end the call with 0 as well: whoever must know whether the record is whole compares
  * *record_handle with what it was.
  *
+ * With MCTP_STRICT_PLDM the transferCRC behind the data of a part with transferFlag End, the last
+ * one of several, must be there and be the CRC-8 of the whole record. If it is not the result is
+ * -1, the handle stays, the parts are in the buffer, and debug_log() says so. Without the bit it is
+ * not looked at.
+ *
  * @param record_handle  the record wanted, 0 for the first; receives the handle of the next record
  *                       (0 behind the last) once the record is whole, otherwise it stays
  * @param buffer         receives the record, common header first; the bytes behind what came stay
@@ -269,7 +274,8 @@ SIDEBAND_EXPORT int32_t pldm_get_pdr_repository_info(pldm_ctx* ctx, uint32_t* re
  *                       stored; what the parts before it brought stays
  * @param capacity       room at buffer in bytes; no more is written
  * @return 0; PLDM_PDR_NOT_FOUND on a null argument, a capacity of 0, a missing transfer_op or
- *         failed allocation; -1 if a part has fewer bytes than it claims; the completion code if
+ *         failed allocation; -1 if a part has fewer bytes than it claims, or with
+ *         MCTP_STRICT_PLDM if the transferCRC is missing or wrong; the completion code if
  *         transfer_op passes one through, which may be equal to PLDM_PDR_NOT_FOUND; the negative
  *         result of transfer_op on failure
  */

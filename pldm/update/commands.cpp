@@ -10,6 +10,7 @@
 #include "common/memory.h"
 #include "common/printable.h"
 #include "common/sleep.h"
+#include "pldm/strict.h"
 #include "pldm/update/message.h"
 
 using namespace sideband;
@@ -164,6 +165,14 @@ const pldm_update_component* first_component(const pldm_fw_update_ctx& ctx) {
     return nullptr;
 }
 
+/// SelfContainedActivationRequest. Goes out as the bit that it is in the activation methods, 0 or
+/// 2: the devices that deployed agents update know it like that, though the standard has 0 or 1.
+uint8_t self_contained_flag(const pldm_ctx& ctx, const Component& component) {
+    constexpr uint8_t kSelfContained = 0x02;
+    const uint8_t bit = component.activation_method & kSelfContained;
+    return is_strict(ctx) && bit != 0 ? 1 : bit;
+}
+
 bool refuses_activation(uint8_t completion) {
     switch (completion) {
         case kNotInUpdateMode:
@@ -292,9 +301,6 @@ int32_t pldm_get_meta_data(pldm_fw_update_ctx* ctx, uint8_t* buf, uint16_t len) 
 }
 
 int32_t pldm_activate_firmware(pldm_fw_update_ctx* ctx) {
-    // Goes out as the bit that it is in the activation methods, 0 or 2: the devices that deployed
-    // agents update know it like that, though the standard has 0 or 1.
-    constexpr uint8_t kSelfContained = 0x02;
     if (!can_exchange(ctx)) {
         return -1;
     }
@@ -304,7 +310,7 @@ int32_t pldm_activate_firmware(pldm_fw_update_ctx* ctx) {
         return -1;
     }
     PldmRequest request(PLDM_TYPE_FW_UPDATE, kActivateFirmware);
-    request.fields.u8(Component(element->image).activation_method & kSelfContained);
+    request.fields.u8(self_contained_flag(ctx->pldm, Component(element->image)));
     std::array<uint8_t, 6> room{};
     PldmAnswer answer = exchange(ctx->pldm, request, room);
     const uint8_t completion = answer.header.completion;

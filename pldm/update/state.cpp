@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include "common/memory.h"
+#include "pldm/strict.h"
 #include "pldm/update/message.h"
 
 using namespace sideband;
@@ -105,6 +106,9 @@ void serve_device(pldm_fw_update_ctx& ctx) {
         }
         --left;
         last = time(nullptr);
+        if (is_strict(ctx.pldm) && !is_request(message.get(), PLDM_TYPE_FW_UPDATE)) {
+            continue;  // an answer that comes too late, or what is for nobody here
+        }
         const uint8_t command = header_of({message.get(), kMessageSize}).command;
         ctx.pldm.last_command = command;
         ctx.req_fw_data_wait = kDataWait;

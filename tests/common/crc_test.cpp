@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// CRC-32C and CRC-32 against their published check values and against a sum bit by bit.
+// CRC-8, CRC-32C and CRC-32 against their published check values and against a sum bit by bit.
 #include "common/crc.h"
 
 #include <gtest/gtest.h>
@@ -36,6 +36,7 @@ TEST(Crc, GivesTheCheckValuesOfTheAlgorithms) {
     const Bytes digits = bytes_of("123456789");
     EXPECT_EQ(crc32c(digits), 0xE3069283);
     EXPECT_EQ(sideband::crc32(0, digits), 0xCBF43926);
+    EXPECT_EQ(sideband::crc8(digits), 0xF4);
 }
 
 TEST(Crc, OfNothingIs0) {

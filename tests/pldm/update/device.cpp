@@ -96,7 +96,10 @@ int32_t FwDevice::exchange(const Bytes& request, int32_t space, uint8_t* respons
         text = next.front();
         next.pop_front();
     }
-    const Bytes answer = hex(text);
+    Bytes answer = hex(text);
+    if (knows_instance_ids && !answer.empty()) {
+        answer[0] = static_cast<uint8_t>((answer[0] & 0xE0) | (request[0] & 0x1F));
+    }
     if (takes_component(answer) && !loads.empty()) {
         asks.assign(loads.front().begin(), loads.front().end());
         loads.pop_front();

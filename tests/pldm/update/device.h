@@ -45,6 +45,7 @@ public:
     int failing_send = 0;                      ///< the n-th answer from now cannot be sent
     std::function<void()> on_receive;          ///< runs at the start of each receive
     bool keeps_dialogue = true;
+    bool knows_instance_ids = false;  ///< its answers get those of the requests
 
     Texts dialogue;
     int messages = 0;                 ///< of the device
