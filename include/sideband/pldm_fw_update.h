@@ -108,6 +108,13 @@ typedef struct pldm_fw_update_ctx {
     size_t package_size; /**< bytes of the package file that was parsed; 0: none was */
     /** Its device, inode, size and times of last modification and last change of state. */
     uint64_t package_stamp[7];
+    /**
+     * MCTP_STRICT_... bits, from the caller. pldm_check_firmware_image() and its like give them to
+     * the endpoint that they set up; pldm_fw_update_init() adds those of its prototype, and
+     * pldm_nic_update() those of the endpoint that is bound. pldm_parse_file(), which needs no
+     * endpoint, looks here alone.
+     */
+    uint32_t strict;
 } pldm_fw_update_ctx;
 
 /* ---- The package file ------------------------------------------------------------------------ */
@@ -119,6 +126,18 @@ typedef struct pldm_fw_update_ctx {
  * update_list and matched_record. Component images themselves stay in the file; their location is
  * not checked. Only the identifier of header format 1.0 is accepted, whatever the revision.
  *
+ * With MCTP_STRICT_PACKAGE in ctx->strict (not in that of an endpoint: none is needed here) a
+ * package that was parsed is refused, with a line of debug_log(), if
+ *  - the revision is not 1;
+ *  - ComponentBitmapBitLength is no multiple of 8, or less than ComponentImageCount;
+ *  - there is no device record;
+ *  - a version string has a reserved type (6 and above) or no bytes: that of the package, of a
+ *    record's image set or of a component;
+ *  - RecordLength is not that of the record's fields, or the record has no descriptor;
+ *  - a record marks a component that the package does not have. Also if it marks one behind the
+ *    first PLDM_APPLICABLE_COMPONENTS_MAX, which the standard allows: an update would leave it out;
+ *  - the image of a component begins inside the header or ends behind the end of the file.
+ *
  * Texts of the package are printed with their control characters as \xNN, here and below; so are
  * those of devices.
  *
@@ -128,7 +147,7 @@ typedef struct pldm_fw_update_ctx {
  * @param path  of a regular file, or a symbolic link to one; anything else in its place is refused
  *              at once. Is kept, not copied: it must live as long as the context is used
  * @return 0; -1 if an argument is null, the file cannot be read, the header is malformed, its
- *         checksum is wrong, or memory ran out. What was read until then
+ *         checksum is wrong, it is refused strictly or memory ran out. What was read until then
  *         stays in the context, a component image information entry that the header ends in among
  *         it; entries that were not reached, or that the file ends in, are null
  */

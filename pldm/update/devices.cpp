@@ -109,6 +109,7 @@ int32_t reach_card(const Check& check, const pldm_card_location& location, Targe
     // A card that could not be routed shows as one that does not answer.
     PCIEDeviceMux(location.bus, location.device, &target.card);
     target.mctp = mctp_ctx{};
+    target.mctp.strict = target.ctx.strict;
     target.mctp.src_eid = parameters.bmc_eid;
     target.mctp.bus =
         parameters.i2c_channel != 0 ? parameters.i2c_channel : platform.default_i2c_channel;
@@ -184,6 +185,7 @@ int32_t pldm_fw_update_init(pldm_fw_update_ctx* ctx, const mctp_ctx* mctp) {
         return PLDM_ERROR_ARGUMENT;
     }
     ctx->state = kStateIdle;
+    ctx->strict |= mctp->strict;
     int32_t result = pldm_terminus_init(&ctx->pldm, mctp);
     if (result < 0) {
         debug_log("%s, pldm_terminus_init() fail\n", "pldm_fw_update_init");

@@ -76,6 +76,9 @@ private:
 
 /// Parses the package and sees that an update can be made of it.
 bool load_package(const char* path, pldm_fw_update_ctx& ctx) {
+    if (ctx.pldm.mctp != nullptr) {
+        ctx.strict |= ctx.pldm.mctp->strict;
+    }
     if (pldm_parse_file(path, &ctx) != 0) {
         return false;
     }

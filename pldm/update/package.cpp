@@ -384,7 +384,8 @@ bool parse(int descriptor, void* mapping, size_t length, pldm_fw_update_ctx& ctx
         debug_log("%s, can't read %s\n", "pldm_parse_file", ctx.package_file);
         return false;
     }
-    return Parser(file, ctx).parse();
+    return Parser(file, ctx).parse() &&
+           ((ctx.strict & MCTP_STRICT_PACKAGE) == 0 || is_strict_package(file, length, ctx));
 }
 
 bool is_regular(int descriptor) {

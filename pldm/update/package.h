@@ -33,6 +33,11 @@ void print(const Descriptor& descriptor);
 /// pldm_compare_descriptors()
 int32_t compare(const Descriptor& wanted, const Descriptor& found);
 
+/// Whether a package keeps to the standard where an update could do without; says why if not.
+/// @param header  the package from its first byte on, which has been parsed into the context
+bool is_strict_package(std::span<const uint8_t> header, uint64_t file_size,
+                       const pldm_fw_update_ctx& ctx);
+
 /// Releases what pldm_parse_file() has put into the context and what points into it.
 void release_package(pldm_fw_update_ctx& ctx);
 

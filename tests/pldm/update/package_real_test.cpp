@@ -231,6 +231,14 @@ TEST_F(RealPackage, WithAComponentCutOffIsReadAllTheSame) {
     }
 }
 
+TEST_F(RealPackage, IsJudgedStrictlyAsItsMakerDoes) {
+    ctx.strict = MCTP_STRICT_PACKAGE;
+    for (const auto& [name, sidecar] : sidecars()) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(parse_file(name), sidecar["expect"]["result"] == "accept" ? 0 : -1);
+    }
+}
+
 TEST_F(RealPackage, IsNeverLeftOut) {
     // The tests above name every package that is there.
     size_t packages = 0;

@@ -3,14 +3,17 @@
 // the contexts learn of the bits.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <utility>
 
 #include "pldm/update/agent_fixture.h"
+#include "pldm/update/card.h"
 #include "pldm/update/device.h"
 
 namespace {
 
 using test::Outcome;
+using test::port;
 using Texts = std::vector<std::string>;
 
 // ---- ActivateFirmware ----
@@ -86,6 +89,47 @@ TEST_F(FwStrictActivate, TheTerminusInheritsTheBitsOfItsPrototype) {
     ASSERT_EQ(pldm_terminus_init(&terminus, &config), 0);
     EXPECT_EQ(terminus.mctp->strict, config.strict);
     EXPECT_EQ(pldm_terminus_deinit(&terminus), 0);
+}
+
+TEST_F(FwStrictActivate, TheUpdateContextAddsTheBitsOfThePrototype) {
+    mctp_ctx config = test::smbus_context();
+    config.skip_discovery = 1;
+    config.strict = MCTP_STRICT_PACKAGE;
+    pldm_fw_update_ctx other{};
+    other.strict = MCTP_STRICT_PLDM;
+    test::run([&] { return pldm_fw_update_init(&other, &config); });
+    EXPECT_EQ(other.strict, MCTP_STRICT_PACKAGE | MCTP_STRICT_PLDM);
+    EXPECT_EQ(other.pldm.mctp->strict, MCTP_STRICT_PACKAGE);
+    EXPECT_EQ(pldm_free_ua_resource(&other), 0);
+}
+
+TEST_F(FwStrictActivate, AnUpdateLooksAtTheBitsOfItsEndpoint) {
+    tool::Package package = test::sample_package();
+    package.version.clear();
+    write_file(tool::build_package(package));
+    endpoint.strict = MCTP_STRICT_PACKAGE;
+    test::run([&] { return pldm_nic_update(path.c_str(), &ctx, nullptr, PLDM_FW_FLAG_QUERY); });
+    EXPECT_EQ(ctx.pldm.completion_code, PLDM_FW_MARK_PACKAGE);
+    EXPECT_EQ(port().syslog.front(),
+              "pldm_parse_file, header of revision 1: empty version string\n");
+}
+
+class FwStrictCheck : public test::CardTest {};
+
+TEST_F(FwStrictCheck, TheCardsEndpointGetsTheBitsOfTheUpdateContext) {
+    plt_card_info card{};
+    card.vendor_id = 0x8086;
+    card.flags = PLT_CARD_NIC_SMBUS;
+    const pldm_card_location location{0x41, 2};
+    mctp_ctx mctp;
+    std::memset(&mctp, 0xEE, sizeof mctp);  // what was in it is gone
+    write_file(tool::build_package(test::package_for({})));
+    ctx.strict = MCTP_STRICT_PACKAGE | MCTP_STRICT_NVME_MI;
+    test::run(
+        [&] { return pldm_check_firmware_image(path.c_str(), &ctx, &location, &mctp, &card); });
+    EXPECT_EQ(mctp.strict, MCTP_STRICT_PACKAGE | MCTP_STRICT_NVME_MI);
+    ASSERT_NE(ctx.pldm.mctp, nullptr);
+    EXPECT_EQ(ctx.pldm.mctp->strict, mctp.strict);
 }
 
 }  // namespace
