@@ -41,9 +41,20 @@ void stamp_instance_id(uint8_t& first_byte, uint8_t instance_id) {
         static_cast<uint8_t>((first_byte & ~kInstanceIdMask) | (instance_id & kInstanceIdMask));
 }
 
+/// The byte of a message at a place; 0 if it is not there.
+uint8_t byte_at(const uint8_t* message, size_t length, size_t place) {
+    WireReader reader({message, length});
+    reader.skip(place);
+    return reader.u8();
+}
+
+uint8_t command_of(const uint8_t* message, uint32_t length) {
+    return byte_at(message, length, 2);
+}
+
 /// The completion code, also of an answer that did not come: the buffer is looked at as it is.
 uint8_t completion_code(const uint8_t* response, int32_t capacity) {
-    return header_of({response, static_cast<size_t>(std::max(capacity, 0))}).completion;
+    return byte_at(response, static_cast<size_t>(std::max(capacity, 0)), PLDM_HEADER_SIZE);
 }
 
 int32_t judge(pldm_ctx& ctx, uint8_t command, int32_t length, uint8_t completion) {
@@ -165,7 +176,7 @@ int32_t pldm_send(pldm_ctx* ctx, uint32_t length, const uint8_t* message, uint8_
     if (message == nullptr || ctx == nullptr || length < PLDM_HEADER_SIZE) {
         return -1;
     }
-    const uint8_t command = header_of({message, length}).command;
+    const uint8_t command = command_of(message, length);
     const int limit = attempts_for(command);
     for (int attempt = 0; attempt < limit; ++attempt) {
         // Read anew each time: another layer may have put another endpoint in place meanwhile.
@@ -195,13 +206,13 @@ int32_t pldm_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_c
         return -1;
     }
     stamp_instance_id(*request, ctx->instance_id);
-    const int limit = attempts_for(header_of({request, request_length}).command);
+    const int limit = attempts_for(command_of(request, request_length));
     for (int attempt = 0; attempt < limit; ++attempt) {
         mctp_ctx* mctp = ctx->mctp;
         if (mctp == nullptr || mctp->xfer == nullptr) {
             return -1;
         }
-        const uint8_t command = header_of({request, request_length}).command;
+        const uint8_t command = command_of(request, request_length);
         ctx->last_command = command;
         const int32_t length =
             is_strict(*ctx)

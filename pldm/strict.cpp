@@ -12,6 +12,7 @@
 #include "common/clock.h"
 #include "common/lock.h"
 #include "common/wire.h"
+#include "pldm/message.h"
 #include "transport/packet.h"
 
 namespace sideband {
@@ -25,12 +26,14 @@ constexpr int kPassedOverMax = 31;
 /// Behind the longest PT2 nothing answers the request any more (DSP0240, timing specification).
 constexpr int64_t kAnswerWaitMs = 4800;
 
-/// Whether a message is the response to a request: instance ID, Rq, D, header version, type,
+/// Whether a message is the response to a request: Rq, D and instance ID, header version and type,
 /// command.
 bool is_answer(std::span<const uint8_t> request, std::span<const uint8_t> message) {
-    return message.size() >= PLDM_HEADER_SIZE &&
-           (message[0] & ~kReservedBit) == (request[0] & ~kReservedBit & ~kRequestBit) &&
-           message[1] == request[1] && message[2] == request[2];
+    WireReader asked(request);
+    WireReader came(message);
+    const int difference = came.u8() ^ asked.u8() ^ kRequestBit;
+    return (difference & ~kReservedBit) == 0 && came.u8() == asked.u8() &&
+           came.u8() == asked.u8() && came.ok();
 }
 
 bool is_smbus(const mctp_ctx& mctp) {
@@ -87,7 +90,7 @@ int32_t pass_over(mctp_ctx& mctp, uint8_t tag, std::span<const uint8_t> request,
         }
     }
     debug_log("%s, none of the messages that came answers command 0x%x\n", "pldm_transfer",
-              request[2]);
+              header_of(request).command);
     return -1;
 }
 
@@ -109,7 +112,8 @@ int32_t exchange_strictly(mctp_ctx& mctp, std::span<const uint8_t> request,
 }
 
 bool is_request(const uint8_t* message, uint8_t type) {
-    return (message[0] & kRequestBit) != 0 && message[1] == type;
+    WireReader reader({message, PLDM_HEADER_SIZE});
+    return (reader.u8() & kRequestBit) != 0 && reader.u8() == type;
 }
 
 }  // namespace sideband
