@@ -214,6 +214,8 @@ private:
     IntegrityWatch integrity_;
 
     uint32_t dropped_ = 0;  ///< packets of the whole receive
+    /// Packets that have brought nothing: those in a row; strict: all of them.
+    int fruitless_ = 0;
 
     /// One for the whole message: the next packet takes the place of the last one.
     SlaveBlock block_;
@@ -222,8 +224,7 @@ private:
 };
 
 int32_t Reassembly::assemble() {
-    int dropped_in_a_row = 0;
-    while (dropped_in_a_row < kDroppedPacketsMax) {
+    while (fruitless_ < kDroppedPacketsMax) {
         const int32_t wanted = wanted_length();
         const int32_t length = read(wanted);
         if (length < 0) {
@@ -236,8 +237,13 @@ int32_t Reassembly::assemble() {
         if (taken && (header.eom() || (room_.full() && !integrity_.present()))) {
             return finish();
         }
-        // There is progress if a byte has been stored; behind a full buffer there is none.
-        dropped_in_a_row = taken && !room_.full() ? 0 : dropped_in_a_row + 1;
+        // There is progress if a byte has been stored, but for a strict context, to which it may
+        // yet become void. Behind a full buffer there is none.
+        if (!taken || room_.full()) {
+            ++fruitless_;
+        } else if (strict_ == 0) {
+            fruitless_ = 0;
+        }
     }
     debug_log("[%s] gave up after %d packets that had to be dropped\n", kReceiveName,
               kDroppedPacketsMax);
@@ -317,6 +323,9 @@ bool Reassembly::may_start(PacketHeader header, int32_t length) {
     }
     if (!header.tag_owner() && header.tag() != (ctx_.tag & PacketHeader::kTagMask)) {
         return refuse_tag(header, length);
+    }
+    if (!is_first()) {
+        ++fruitless_;  // What there was of a message is void.
     }
     start_anew();
     unit_ = length - PacketHeader::kSize;

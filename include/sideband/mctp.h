@@ -43,7 +43,7 @@ SIDEBAND_BEGIN_DECLS
  * Message types (DSP0239). Bit 7 of the type byte stands for a message integrity check (CRC-32C,
  * little-endian, behind the body): sending over MCTP_BINDING_KIND_SMBUS and _SOCKET appends it, the
  * other bindings do not, and no receive but that of _SOCKET checks one: it is delivered as the end
- * of the body.
+ * of the body. With MCTP_STRICT_INTEGRITY all of them append and check it.
  */
 #define MCTP_MSG_TYPE_CONTROL 0x00
 #define MCTP_MSG_TYPE_PLDM 0x01
@@ -58,18 +58,43 @@ SIDEBAND_BEGIN_DECLS
 
 /**
  * Bits of mctp_ctx.strict: where the library does what deployed firmware needs, a bit makes it keep
- * to the standard instead. Each can be set by itself.
+ * to the standard instead. Each can be set by itself, and be changed between two calls. Contexts
+ * that the library makes for another one, to ask the MPIO for it, are as strict.
  */
 /**
- * Packets (DSP0236, DSP0237): the last packet of a message always has EOM. A receive checks header
- * version, SMBus command code, byte count and the bit of the source address, destination EID,
- * message type, the sequence of every packet and that all but the last are of one size; a second
- * SOM starts the message anew.
+ * Packets (DSP0236, DSP0237).
+ *
+ * Sending: the last packet of a message always has EOM, and one that cannot be written fails the
+ * message at once. Over PCIe the tag is counted modulo 8, unless bit 7 pins it.
+ *
+ * Receiving over SMBus drops these packets too:
+ *  - blocks with another command code, a byte count that is not theirs, or bit 0 of the source
+ *    address clear; for them smbus_block_read() gives 0
+ *  - a header version other than 1
+ *  - a destination other than src_eid, the null EID, and, with TO, the broadcast EID. While src_eid
+ *    is 0 any will do
+ *  - more than unit_size bytes of payload, for which every read asks
+ *  - a start with another message type, bit 7 apart, unless the type is delivered
+ *  - a start with TO, in an exchange
+ *  - between the packets of a message those with other EIDs, another tag or TO bit
+ * A packet of the message itself that is out of sequence, or not as large as the first (the last
+ * may be smaller), ends it: what was stored is zeroed, and another start waited for. A second start
+ * begins the message anew. The 1024 packets that mctp_recv_op bears are all that are dropped or
+ * make what was stored void, in a row or not.
+ *
+ * Receiving over PCIe, where the platform reassembles: an answer with another type, tag or
+ * destination fails its exchange with -1; a receive passes over messages with another type or
+ * destination, and fails behind 1024 of them.
+ *
+ * Control messages: an answer with Rq or D set fails, and so does a third "not ready".
  */
 #define MCTP_STRICT_PACKETS 0x01U
 /**
- * Message integrity check (DSP0236, clause 8.9.1): every binding appends it where msg_type has bit
- * 7, and a message whose check is missing or wrong fails. What is delivered has none.
+ * Message integrity check: every binding appends it where msg_type has bit 7. A message fails with
+ * -1 if its type byte has bit 7 and the check is wrong, or if msg_type has bit 7 and the type byte
+ * has not; debug_log() says which. What is delivered has no check, and no result counts it: room
+ * for the body is enough. Over SMBus a message that is longer than the buffer is read to its end,
+ * and cut if its check is right; 1024 packets behind a full buffer end in failure.
  */
 #define MCTP_STRICT_INTEGRITY 0x02U
 /** PLDM (DSP0240, DSP0248, DSP0257, DSP0267): see pldm.h. */
@@ -77,9 +102,29 @@ SIDEBAND_BEGIN_DECLS
 /** NVMe-MI: see nvme_mi.h. */
 #define MCTP_STRICT_NVME_MI 0x08U
 /**
- * Addresses: an answer comes from the endpoint that was asked (source EID, over PCIe the requester
- * ID too). An EID pool leaves out 255, the BMC's own EIDs, the range that the MPIO was given and
- * what is in use.
+ * Addresses. What comes from another source EID than dest_eid is not taken: over SMBus the packet
+ * is dropped; over PCIe an exchange fails with -1, and a receive passes over the message, 1024
+ * times at most. Over PCIe bus, device and function of the sender must be pcie_bdf too, which stays
+ * as it was if they are not. A dest_eid of 0 and a pcie_bdf of 0, 0, 0 (the root complex) stand for
+ * anybody. Set Endpoint ID may be answered from the new EID. Over PCIe only control messages are
+ * routed to the root complex.
+ *
+ * Set Endpoint ID fails unless the endpoint says that it has taken the EID, Allocate Endpoint IDs
+ * unless it says that the pool was accepted.
+ *
+ * The EID pool leaves out
+ *  - 0 to 15, and 255
+ *  - those of the BMC: src_eid, that of every context that was initialised, and 0x80, the source
+ *    towards the MPIO
+ *  - the MPIO's, and 64 to 95, which are for the devices behind it
+ *  - what is in use as far as this process knows: any dest_eid that a context was initialised with
+ *    (skip_discovery), what endpoints have reported or been given, also to contexts without this
+ *    bit, and the ranges of a routing table as far as it was looked through
+ *
+ * An endpoint that the pool has given an EID and that has lost it gets the same one again; bus,
+ * slave address and multiplexers tell which it is, or pcie_bdf. Processes share the pool, but not
+ * what they know: what another one has given out is safe until the pool comes round. If no EID is
+ * left, mctp_assign_eid() fails.
  */
 #define MCTP_STRICT_ADDRESSES 0x10U
 /** Firmware packages (DSP0267, version 1.0): see pldm_fw_update.h. */
@@ -204,7 +249,7 @@ SIDEBAND_STATIC_ASSERT(sizeof(mctp_route) == 52, "bus owner route");
  *  skip_discovery    caller: non-zero when both EIDs are already known
  *  i2c_delay_us      caller: microseconds between the request and the first read, 0 = none
  *  strict            caller: MCTP_STRICT_... bits, 0 = what deployed firmware needs. The contexts
- * of the layers above look at those of their endpoint
+ *                    of the layers above look at those of their endpoint
  */
 #define MCTP_SECTION_MEMBERS     \
     mctp_recv_op recv;           \
@@ -344,8 +389,9 @@ SIDEBAND_EXPORT int32_t sl8_smbus_block_write(mctp_section* section, int32_t len
  * Reads one MCTP packet that a device wrote to the BMC's slave address.
  * @param length  bytes wanted, 0 to 252
  * @param buffer  receives at most length bytes, from the MCTP transport header on
- * @return bytes stored; the platform's negative result; -1 when the platform reports a block
- *         without room for header and PEC, or larger than its buffer
+ * @return bytes stored, none of a block that MCTP_STRICT_PACKETS takes for no packet; the
+ *         platform's negative result; -1 when the platform reports a block without room for header
+ *         and PEC, or larger than its buffer
  */
 SIDEBAND_EXPORT int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer);
 
@@ -456,7 +502,7 @@ SIDEBAND_EXPORT int32_t mctp_discovery(mctp_ctx* ctx);
 
 /**
  * Assigns the next EID of the pool to the endpoint, under the EID-pool mutex: 16 first, and 16
- * again after 255. A failure leaves the pool as it was.
+ * again after 255; but see MCTP_STRICT_ADDRESSES. A failure leaves the pool as it was.
  * @return the EID, 1 to 255; -1 on failure or if ctx is null
  */
 SIDEBAND_EXPORT int32_t mctp_assign_eid(mctp_ctx* ctx);
@@ -476,7 +522,7 @@ SIDEBAND_EXPORT int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* ta
 
 /**
  * Makes a zeroed context the MPIO's: PCIe binding, root complex, source EID 0x80, message type
- * control, tag 0x80 (never advanced). dest_eid stays 0.
+ * control, tag 0x80 (never advanced). dest_eid stays 0, and strict as it is.
  */
 SIDEBAND_EXPORT void _init_amd_mpio_ctx(mctp_ctx* mpio);
 

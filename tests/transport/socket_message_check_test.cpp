@@ -57,6 +57,17 @@ TEST_F(SocketCheck, IsThatOfTheStandard) {
     EXPECT_EQ(test::crc32c(hex("31 32 33 34 35 36 37 38 39")), 0xE3069283u);
 }
 
+TEST_F(SocketCheck, AStrictContextHasNoneDelivered) {
+    ctx.strict = MCTP_STRICT_INTEGRITY;
+    const Bytes response = hex("88 00 00 00 01 02 03 04");
+    kernel.answer_with({checked(response)});
+    EXPECT_EQ(xfer(hex("08 00 00 01 00 00 00")), 8);
+    EXPECT_EQ(answer, response);
+    kernel.answer_with({checked(response)});
+    EXPECT_EQ(xfer(hex("08 00 00 01 00 00 00"), 5), 5);
+    EXPECT_EQ(answer, hex("88 00 00 00 01"));
+}
+
 TEST_F(SocketCheck, AnAnswerIsCutWithItsCheck) {
     const Bytes response = checked(hex("88 00 00 00 01 02 03 04"));
     for (const int32_t room : {1, 8, 9, 11, 12}) {

@@ -240,12 +240,26 @@ TEST_P(StrictPackets, AnEndlessStreamOfForeignPacketsIsGivenUp) {
     EXPECT_EQ(port().syslog.back(), "[mctp recv] 992 more packets dropped\n");
 }
 
-TEST_P(StrictPackets, AnEndlessMessageOfStartsIsGivenUp) {
-    ctx.strict = MCTP_STRICT_PACKETS;
-    for (int i = 0; i < 5000; i++) {
-        queue({"01 08 1D 83 01 AA"});
+TEST_P(StrictPackets, AnEndlessStreamOfStartsIsGivenUp) {
+    port().read_when_empty = SlaveRead::of(test::block(hex("01 08 1D 83 01 AA")));
+    for (const uint32_t others : {0U, MCTP_STRICT_INTEGRITY}) {
+        ctx.strict = MCTP_STRICT_PACKETS | others;
+        port().slave_reads.clear();
+        EXPECT_EQ(receive(16), -1);
+        EXPECT_EQ(port().slave_reads.size(), 1025u) << "the first one brought a byte";
     }
-    EXPECT_EQ(receive(16), -1) << "when the platform's read ends it at the latest";
+}
+
+TEST_P(StrictPackets, AllThatIsDroppedCounts) {
+    // A good packet for each that is dropped: in a row there is one at most.
+    ctx.strict = MCTP_STRICT_PACKETS;
+    for (unsigned i = 0; i < 3000; i++) {
+        const unsigned flags = (i == 0 ? test::kSom : 0u) | test::sequence(i) | 3u;
+        port().queue({Bytes{0x01, 0x08, 0x1D, static_cast<uint8_t>(flags), 0x01, 0xAA},
+                      hex("01 09 1D C3 01 AA")});
+    }
+    EXPECT_EQ(receive(8192), -1);
+    EXPECT_EQ(port().slave_reads.size(), 2u * 1024);
 }
 
 TEST_P(StrictPackets, AReceiveThatDeliversTheTypeTakesAny) {
