@@ -78,6 +78,23 @@ TEST_F(PldmStrictBinding, OverSmbusARefusedLockEndsTheExchange) {
     EXPECT_EQ(port().slave_reads.size(), 1u);
 }
 
+TEST_F(PldmStrictBinding, ADiscoveryIsHeldToTheBitsOfItsPrototype) {
+    mctp_ctx config = test::smbus_context();
+    config.skip_discovery = 1;
+    for (const bool strict : {true, false}) {
+        port().reset();
+        config.strict = strict ? MCTP_STRICT_PLDM : 0;
+        port().queue(
+            {packet(0x08, 0x1D, kAlone | 1, test::hex("01 1f 00 02 00 55")),
+             packet(0x08, 0x1D, kAlone | 1, test::hex("01 00 00 02 00 2a")),
+             packet(0x08, 0x1D, kAlone | 2, test::hex("01 01 00 04 00 21 00 00 00 00 00 00 00"))});
+        pldm_ctx found{};
+        EXPECT_EQ(discover_pldm_terminus(&found, &config), 0);
+        EXPECT_EQ(found.tid, strict ? 0x2A : 0x55);
+        EXPECT_EQ(found.pldm_types[0], 0x21);
+    }
+}
+
 class PldmStrictPcie : public PldmStrictBinding {
 protected:
     void bind_over_pcie(uint32_t strict) {
