@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "common/memory.h"
 #include "common/wire.h"
@@ -74,47 +73,38 @@ uint8_t prepare_write(const mctp_section& section, int32_t length, uint8_t* fram
     return bmc_address;
 }
 
-/// A text that grows at its end.
-class Appender {
-public:
-    explicit Appender(char* to) : to_(to) {}
-
-    Appender& text(std::string_view text) {
-        to_ = std::copy(text.begin(), text.end(), to_);
-        return *this;
-    }
-    Appender& decimal(unsigned value) {
-        if (value >= 10) {
-            decimal(value / 10);
+/// Writes a number in decimal. @return behind it
+char* put_decimal(uint8_t value, char* to) {
+    unsigned rest = value;
+    for (const unsigned power : {100U, 10U}) {
+        char digit = '0';
+        for (; rest >= power; rest -= power) {
+            ++digit;
         }
-        *to_++ = static_cast<char>('0' + value % 10);
-        return *this;
+        if (value >= power) {
+            *to++ = digit;
+        }
     }
-    Appender& hex(uint8_t value) {
-        constexpr char kDigits[] = "0123456789abcdef";
-        *to_++ = kDigits[value >> 4];
-        *to_++ = kDigits[value & 0x0F];
-        return *this;
-    }
-
-private:
-    char* to_;
-};
+    *to++ = static_cast<char>('0' + rest);
+    return to;
+}
 
 /// Empties the BMC's slave queue, so that a late answer to an earlier request is not taken for the
 /// answer to this one.
 void drain_slave_queue(uint8_t bus, uint8_t bmc_address) {
-    constexpr std::string_view kCommand = "cat ";
-    char command[64];
+    constexpr char kDigits[] = "0123456789abcdef";
+    constexpr char kStart[] = "cat /sys/bus/i2c/devices/";
+    constexpr char kEnd[] = "-00__/mctp-slave-mqueue";
+    constexpr size_t kCommandSize = 4;
+    constexpr size_t kAddressPlace = 3;
     // By hand: this is done for each packet, and printf would be two thirds of what that costs.
-    Appender(command)
-        .text(kCommand)
-        .text("/sys/bus/i2c/devices/")
-        .decimal(bus)
-        .text("-00")
-        .hex(bmc_address >> 1)
-        .text({"/mctp-slave-mqueue", sizeof "/mctp-slave-mqueue"});
-    if (access(command + kCommand.size(), F_OK) == 0) {
+    char command[sizeof kStart + 3 + sizeof kEnd];
+    std::memcpy(command, kStart, sizeof kStart);
+    char* const end = put_decimal(bus, command + sizeof kStart - 1);
+    std::memcpy(end, kEnd, sizeof kEnd);
+    end[kAddressPlace] = kDigits[bmc_address >> 5];
+    end[kAddressPlace + 1] = kDigits[(bmc_address >> 1) & 0x0F];
+    if (access(command + kCommandSize, F_OK) == 0) {
         // Nobody is there to act on a failure: a stale packet is then dropped by its tag.
         [[maybe_unused]] const int status = std::system(command);
     }

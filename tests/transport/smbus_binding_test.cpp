@@ -4,6 +4,7 @@
 #include <sideband/platform.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -245,6 +246,20 @@ TEST_F(SmbusWrite, SlaveQueueIsNamedByBusAndSevenBitBmcAddress) {
     libc.present.insert("/sys/bus/i2c/devices/12-000a/mctp-slave-mqueue");
     EXPECT_EQ(write_packet(smbus_block_write, ctx, kPacket), 0);
     EXPECT_EQ(libc.commands, Lines{"cat /sys/bus/i2c/devices/12-000a/mctp-slave-mqueue"});
+}
+
+TEST_F(SmbusWrite, SlaveQueueOfEveryBusAndAddress) {
+    for (unsigned value = 0; value < 256; value++) {
+        ctx.bus = static_cast<uint8_t>(value);
+        port().bmc_address = static_cast<uint8_t>(255 - value);
+        char path[80];
+        std::snprintf(path, sizeof path, "/sys/bus/i2c/devices/%u-00%02x/mctp-slave-mqueue", value,
+                      (255 - value) >> 1);
+        libc.present = {path};
+        libc.commands.clear();
+        EXPECT_EQ(write_packet(smbus_block_write, ctx, kPacket), 0);
+        EXPECT_EQ(libc.commands, Lines{std::string("cat ") + path});
+    }
 }
 
 TEST_F(SmbusWrite, AFailedDrainDoesNotFailTheWrite) {
