@@ -74,18 +74,12 @@ uint8_t prepare_write(const mctp_section& section, int32_t length, uint8_t* fram
 }
 
 /// Writes a number in decimal. @return behind it
-char* put_decimal(uint8_t value, char* to) {
-    unsigned rest = value;
-    for (const unsigned power : {100U, 10U}) {
-        char digit = '0';
-        for (; rest >= power; rest -= power) {
-            ++digit;
-        }
-        if (value >= power) {
-            *to++ = digit;
-        }
+char* put_decimal(unsigned value, char* to) {
+    if (value >= 10) {
+        to = put_decimal(value / 10, to);
+        value %= 10;
     }
-    *to++ = static_cast<char>('0' + rest);
+    *to++ = static_cast<char>('0' + value);
     return to;
 }
 
