@@ -41,8 +41,9 @@ bool is_smbus(const mctp_ctx& mctp) {
            mctp.binding_kind == MCTP_BINDING_KIND_SL8_SMBUS;
 }
 
-/// mctp_ctx.recv tells no length there.
-int32_t receive_over_pcie(mctp_ctx& mctp, std::span<uint8_t> response) {
+/// mctp_ctx.recv tells no length there. By itself, so that no other exchange has the message on its
+/// stack.
+[[gnu::noinline]] int32_t receive_over_pcie(mctp_ctx& mctp, std::span<uint8_t> response) {
     std::array<uint8_t, PLT_PCIE_MESSAGE_SIZE> message;
     message[0] = MCTP_MSG_TYPE_PLDM;
     const int32_t length = mctp_pcie_recv_with_type(&mctp, message.size(), message.data()) - 1;
