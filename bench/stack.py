@@ -20,11 +20,11 @@ NOBODY = ""
 OPERATIONS = r"transport/.*:(smbus|sl8_smbus|pcie|socket)_(send|recv|xfer)\w*$"
 LAYER = r"pldm/message\.cpp:pldm_(send|recv|transfer)$"
 INDIRECT = [
-    (r"transport/smbus_message\.cpp", r"", r"transport/.*:(sl8_)?smbus_block_(read|write)$"),
+    (r"transport/(smbus_message|reassembly)\.cpp", r"", r"transport/.*:(sl8_)?smbus_block_(read|write)$"),
     (r"transport/pcie_message\.cpp", r"", r"transport/.*:pcie_(read|write|transfer)$"),
     (r"transport/", r"", OPERATIONS),
     (r"pldm/message\.cpp|pldm/base\.cpp", r"^exchange$", LAYER),
-    (r"pldm/message\.cpp|pldm/base\.cpp", r"", OPERATIONS),
+    (r"pldm/(message|base|strict)\.cpp", r"", OPERATIONS),
     (r"pldm/update/(answers|state|message)\.cpp", r"", LAYER),
     # The platform's own, and what prints.
     (r"pldm/update/(devices|descriptor)\.cpp|common/printable\.cpp", r"", NOBODY),

@@ -74,12 +74,14 @@ uint8_t prepare_write(const mctp_section& section, int32_t length, uint8_t* fram
 }
 
 /// Writes a number in decimal. @return behind it
-char* put_decimal(unsigned value, char* to) {
-    if (value >= 10) {
-        to = put_decimal(value / 10, to);
-        value %= 10;
+char* put_decimal(uint8_t value, char* to) {
+    if (value >= 100) {
+        *to++ = static_cast<char>('0' + value / 100);
     }
-    *to++ = static_cast<char>('0' + value);
+    if (value >= 10) {
+        *to++ = static_cast<char>('0' + value / 10 % 10);
+    }
+    *to++ = static_cast<char>('0' + value % 10);
     return to;
 }
 

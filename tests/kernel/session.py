@@ -15,6 +15,10 @@ sys.path.insert(0, str(ROOT / "tests" / "checks"))
 import pcapng  # noqa: E402  pylint: disable=wrong-import-position
 
 
+# Percent at which an update has begun to change the device.
+UNDER_WAY = 20
+
+
 def capture(case, sideband, machine, folder):
     """The tap sees both sides of an exchange as the kernel passes them."""
     file = folder / "tap.pcapng"
@@ -64,6 +68,14 @@ def percentages(process, folder):
     return seen
 
 
+def percentage(folder):
+    """What the progress file says now; 0 if there is none."""
+    for file in folder.glob("task-*"):
+        if "." not in file.name:
+            return int(file.read_text())
+    return 0
+
+
 def progress(case, sideband, folder):
     """The file has a whole number at any time, and it grows to the end."""
     process, where = update_in_the_background(sideband, folder)
@@ -80,7 +92,7 @@ def progress(case, sideband, folder):
 def interrupt(case, sideband, folder):
     """Ctrl-C cancels the update on the card; the PLDM type is free again and an update works."""
     process, where = update_in_the_background(sideband, folder)
-    began = wait_until(lambda: any("." not in file.name for file in where.glob("task-*")), 30)
+    began = wait_until(lambda: percentage(where) >= UNDER_WAY, 30)
     case.that("the update began", began and process.poll() is None)
     process.send_signal(signal.SIGINT)
     _, error = process.communicate(timeout=60)
