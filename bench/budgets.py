@@ -37,8 +37,8 @@ def sizes(build):
                 "stripped file": stripped.stat().st_size}
 
 
-def deepest(build):
-    depths, _, _ = stack.measure(build)
+def deepest(build, binding):
+    depths, _, _ = stack.measure(build, binding)
     return dict(list(depths.items())[:stack.DEEPEST])
 
 
@@ -50,7 +50,7 @@ def measure(x86, arm):
     return {
         "instructions on x86-64, -O2": counted(x86),
         "instructions on armhf, -Os": counted(arm, pathlib.Path(x86) / "bench" / "count_plugin.so"),
-        "stack of the deepest calls on armhf, bytes": deepest(arm),
+        **{f"stack over {binding} on armhf, bytes": deepest(arm, binding) for binding in stack.BINDINGS},
         "size on armhf, bytes": sizes(arm),
     }
 

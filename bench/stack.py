@@ -4,8 +4,8 @@
 
 usage: stack.py BUILD_DIRECTORY [FUNCTION...]
 
-Reads what -fcallgraph-info=su wrote beside the library's objects, and prints the ten deepest functions, or those
-named with the way down. What libc and the platform take below a call is not in it.
+Reads what -fcallgraph-info=su wrote beside the library's objects, and prints for each kind of binding the ten deepest
+functions, or those named with the way down, with the library's own bindings. What libc and the platform take below a call is not in it.
 """
 import pathlib
 import re
@@ -17,10 +17,17 @@ DEEPEST = 10
 # Which functions a call through a pointer may reach: by the file of the caller (and its name, if that matters),
 # by file and name of the called. The first line that fits counts.
 NOBODY = ""
-OPERATIONS = r"transport/.*:(smbus|sl8_smbus|pcie|socket)_(send|recv|xfer)\w*$"
+OPERATIONS = "operations of the binding"
+BINDINGS = {
+    "SMBus": r"transport/.*:(sl8_)?smbus_(send|recv|xfer)\w*$",
+    "PCIe": r"transport/.*:pcie_(send|recv|xfer)\w*$",
+    "sockets": r"transport/.*:socket_(send|recv|xfer)\w*$",
+}
 LAYER = r"pldm/message\.cpp:pldm_(send|recv|transfer)$"
 INDIRECT = [
-    (r"transport/(smbus_message|reassembly)\.cpp", r"", r"transport/.*:(sl8_)?smbus_block_(read|write)$"),
+    # The library's own bindings are read in place: only a binding of somebody else's gets that far.
+    (r"transport/reassembly\.cpp", r"", NOBODY),
+    (r"transport/smbus_message\.cpp", r"", r"transport/.*:(sl8_)?smbus_block_(read|write)$"),
     (r"transport/pcie_message\.cpp", r"", r"transport/.*:pcie_(read|write|transfer)$"),
     (r"transport/", r"", OPERATIONS),
     (r"pldm/message\.cpp|pldm/base\.cpp", r"^exchange$", LAYER),
@@ -40,16 +47,33 @@ INDIRECT = [
 # What calls itself on purpose, once more for each component of a package; it counts once here.
 NESTS = ("fw_update_state_fn",)
 
+# What the library calls for another binding than its own.
+FOR_OTHER_BINDINGS = ("transfer_aside",)
+
 NODE = re.compile(r'node: \{ title: "([^"]+)" label: "([^"]*)"')
 EDGE = re.compile(r'edge: \{ sourcename: "([^"]+)" targetname: "([^"]+)"')
 CALL = "__indirect_call"
 
 
+CLONES = ("constprop", "isra", "part", "cold")
+
+
+def last_identifier(mangled):
+    """The last identifier of a nested mangled name: _ZN8sideband12_GLOBAL__N_14readE... has "read"."""
+    name, rest = mangled, mangled[mangled.find("_ZN") + 3:]
+    while match := re.match(r"[KVrRO]*(\d+)", rest):
+        length = int(match[1])
+        name = rest[match.end():match.end() + length]
+        rest = rest[match.end() + length:]
+    return name
+
+
 class Function:
     def __init__(self, title, label):
         lines = label.split("\\n")
+        # The label of a clone has no name; the mangled one ends with the identifier behind its length.
         named = re.search(r"([\w~]+)\(", lines[0].replace("{anonymous}::", ""))
-        self.name = named[1] if named else title
+        self.name = named[1] if named and named[1] not in CLONES else last_identifier(title)
         self.place = lines[1] if len(lines) > 1 else ""
         frame = re.match(r"(\d+) bytes \((\w+)", lines[2]) if len(lines) > 2 else None
         self.frame = int(frame[1]) if frame else 0
@@ -79,7 +103,7 @@ def read(build):
     return functions
 
 
-def targets(functions, function):
+def targets(functions, function, operations):
     """The titles that a function may call, those through pointers resolved."""
     for title in function.calls:
         if title != CALL:
@@ -93,6 +117,7 @@ def targets(functions, function):
             if "/include/c++/" in function.place or function.name.startswith("operator"):
                 continue
             sys.exit(f"stack.py: {function.name} ({function.place}) calls through a pointer: say whom, in INDIRECT")
+        called = operations if called == OPERATIONS else called
         found = [t for t, f in functions.items() if f.defined and re.search(called, f.where())]
         if called != NOBODY and not found:
             sys.exit(f"stack.py: {function.name} ({function.place}) calls nobody by the name of {called}")
@@ -100,7 +125,7 @@ def targets(functions, function):
             yield from found
 
 
-def deepest(functions, title, depths, above=()):
+def deepest(functions, title, operations, depths, above=()):
     """(bytes, titles on the way down)"""
     if title in depths:
         return depths[title]
@@ -111,11 +136,13 @@ def deepest(functions, title, depths, above=()):
     function = functions.get(title)
     if function is None or not function.defined:
         return 0, []
+    if function.name in FOR_OTHER_BINDINGS:
+        return 0, []
     if not function.bounded:
         sys.exit(f"stack.py: {function.name} has a frame of a size that only shows when it runs")
     below = (0, [])
-    for target in targets(functions, function):
-        below = max(below, deepest(functions, target, depths, (*above, title)), key=lambda d: d[0])
+    for target in targets(functions, function, operations):
+        below = max(below, deepest(functions, target, operations, depths, (*above, title)), key=lambda d: d[0])
     depths[title] = (function.frame + below[0], [title, *below[1]])
     return depths[title]
 
@@ -126,26 +153,28 @@ def exported(build):
     return re.findall(r" [Tt] ([^@\s]+)", listed)
 
 
-def measure(build):
+def measure(build, binding):
     """Bytes by exported function, the deepest first, and the functions with their depths."""
     functions = read(build)
     depths = {}
     names = [name for name in exported(build) if name in functions]
     if not names:
         sys.exit(f"stack.py: {build} exports nothing that was compiled there")
-    sizes = {name: deepest(functions, name, depths)[0] for name in names}
+    sizes = {name: deepest(functions, name, BINDINGS[binding], depths)[0] for name in names}
     return dict(sorted(sizes.items(), key=lambda item: (-item[1], item[0]))), functions, depths
 
 
 def main():
     if len(sys.argv) < 2:
         sys.exit(__doc__)
-    sizes, functions, depths = measure(sys.argv[1])
-    for name in sys.argv[2:] or list(sizes)[:DEEPEST]:
-        print(f"{sizes[name]:>7} {name}")
-        if len(sys.argv) > 2:
-            for title in depths[name][1]:
-                print(f"        {functions[title].frame:>7} {functions[title].name}")
+    for binding in BINDINGS:
+        sizes, functions, depths = measure(sys.argv[1], binding)
+        print(f"over {binding}:")
+        for name in sys.argv[2:] or list(sizes)[:DEEPEST]:
+            print(f"{sizes[name]:>7} {name}")
+            if len(sys.argv) > 2:
+                for title in depths[name][1]:
+                    print(f"        {functions[title].frame:>7} {functions[title].name}")
 
 
 if __name__ == "__main__":

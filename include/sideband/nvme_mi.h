@@ -51,9 +51,9 @@ typedef struct nvmemi_ctx nvmemi_ctx;
  * @param response_capacity  room at response; more than NVMEMI_RESPONSE_MAX bytes never arrive
  * @param request            message body without the MCTP message type byte
  * @param response           receives the body; untouched if the result is -1
- * @return bytes stored at response, an integrity check among them as far as there is room (none
- * with MCTP_STRICT_INTEGRITY); -1 if three exchanges or three reads failed, or more came than there
- * is room for
+ * @return bytes stored at response, an integrity check among them as far as there is room (with
+ *         MCTP_STRICT_INTEGRITY none); -1 if three exchanges or three reads failed, or more came
+ *         than there is room for
  */
 typedef int32_t (*nvmemi_request_op)(nvmemi_ctx* ctx, uint32_t request_length,
                                      uint32_t response_capacity, uint8_t* request,
@@ -75,12 +75,11 @@ struct nvmemi_ctx {
  *  - A response must be one to the request (NVMe-MI 1.2, clause 3.1, NVMe-MI message parameters):
  *    ROR is set, NVMe-MI message type and command slot are the request's; reserved bits do not
  *    count. Of any other message nothing is believed, no "more processing required" either. The
- *    command gives -1, at once, and debug_log() gets "nvmemi, message %02x is no response to
- * request %02x", the first byte of both. Without the bit every message that comes is the response.
+ *    command gives -1, at once, and debug_log() gets the first byte of both: "nvmemi, message %02x
+ *    is no response to request %02x". Without the bit every message that comes is the response.
  *    nvmemi_ctx.mi_request and nvme_admin_cmd() hand over what came all the same.
  *  - An admin command has failed if the status code type is not 0 though the status code is (NVMe,
- *    completion queue entry, status field): the result is dword 3. Without the bit that is a
- * success.
+ *    completion queue entry, status field): the result is dword 3. Without the bit that is success.
  *  - nvme_namespace_mgmt_attachment() sends its controller list.
  *
  * MCTP_STRICT_INTEGRITY: what the endpoint delivers has been checked, and has no integrity check

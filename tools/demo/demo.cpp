@@ -285,6 +285,9 @@ void run_demo(Context& context) {
     }
     show_owners(tour, port);
     tour_trouble(tour, port, cast.termini);
+    if (!cast.drives.empty()) {
+        show_strictness(tour, port, cast.drives.front());
+    }
     tour.finish();
 }
 

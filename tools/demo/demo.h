@@ -16,6 +16,10 @@ namespace tool {
 /// @param endpoint  a PLDM terminus with a numeric sensor
 void show_trouble(Tour& tour, Port& port, const Endpoint& endpoint, const Sensor& sensor);
 
+/// A fault that a strict context notices and a lax one does not.
+/// @param drive  an endpoint that speaks NVMe-MI
+void show_strictness(Tour& tour, Port& port, const Endpoint& drive);
+
 /// PCIe: the MPIO's bring-up, who is behind it, its routing table. Nothing on a board without.
 void show_pcie(Tour& tour, Port& port, std::vector<Finding>& findings);
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "tools/demo/demo.h"
+#include "tools/nvme/firmware_update.h"
 #include "tools/pldm/sensor_reading.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"
@@ -21,6 +22,18 @@ public:
 private:
     Port& port_;
     std::string endpoint_;
+};
+
+/// Sessions that are opened while this lives are as strict as it says.
+class StrictGuard {
+public:
+    explicit StrictGuard(uint32_t bits) : before_(Session::strict()) { Session::set_strict(bits); }
+    ~StrictGuard() { Session::set_strict(before_); }
+    StrictGuard(const StrictGuard&) = delete;
+    StrictGuard& operator=(const StrictGuard&) = delete;
+
+private:
+    uint32_t before_;
 };
 
 /// Switches the power on again, however a step ends.
@@ -122,6 +135,50 @@ void show_refusal(Tour::Step& step, const Subject& subject) {
     step.result = "refused with " + refusal.code()->name;
 }
 
+/// What became of an exchange that a fault was part of.
+struct Struck {
+    std::string revision;  ///< of the drive, out of its Identify data; empty if there are no faults
+    uint64_t took_us = 0;
+};
+
+Struck identify_struck(Port& port, const Endpoint& drive, std::string_view fault, uint32_t strict) {
+    const StrictGuard strictness(strict);
+    Session session(drive);
+    session.discover();
+    NvmeClient client(session);
+    const uint16_t controller = client.choose({});
+    const FaultGuard guard(port, drive.name);
+    if (!port.add_fault(drive.name, fault)) {
+        return {};
+    }
+    const uint64_t begin = port.now_us();
+    const std::string revision = firmware_revision(client, controller);
+    return {.revision = revision, .took_us = port.now_us() - begin};
+}
+
+/// Identify data are 65 packets. The library asks a drive again if no answer came.
+void show_standard(Tour::Step& step, Port& port, const Endpoint& drive) {
+    constexpr std::string_view kFault = R"({"kind": "wrong_sequence", "after": 64, "count": 1})";
+    step.say(fmt::format("fault:   {}", kFault));
+    const Struck lax = identify_struck(port, drive, kFault, 0);
+    if (lax.revision.empty()) {
+        step.skip("this platform cannot make devices misbehave");
+        return;
+    }
+    const Struck strict = identify_struck(port, drive, kFault, MCTP_STRICT_ALL);
+    step.say(
+        fmt::format("lax:     took the answer, {} in {}", lax.revision, seconds_text(lax.took_us)));
+    step.say(fmt::format("strict:  refused it and asked again, {} in {}", strict.revision,
+                         seconds_text(strict.took_us)));
+    step.details = {{"fault", Json::parse(kFault)},
+                    {"lax_duration_us", lax.took_us},
+                    {"strict_duration_us", strict.took_us}};
+    if (strict.took_us < 2 * lax.took_us) {
+        throw Failure(drive.name, "the strict context", "it took an answer out of sequence");
+    }
+    step.result = "noticed by the strict context alone";
+}
+
 void show_locks(Tour::Step& step, const Port& port) {
     const std::vector<std::string> complaints = port.lock_complaints();
     for (const std::string& complaint : complaints) {
@@ -156,6 +213,14 @@ void show_trouble(Tour& tour, Port& port, const Endpoint& endpoint, const Sensor
               [&](Tour::Step& step) { show_refusal(step, subject); });
     tour.step("Locks", "The board has watched every lock that the library took.", "all",
               [&](Tour::Step& step) { show_locks(step, port); });
+}
+
+void show_strictness(Tour& tour, Port& port, const Endpoint& drive) {
+    tour.step(
+        "To the letter",
+        "The last packet carries a wrong number. Firmware in the field does that: only a strict "
+        "context minds.",
+        drive.name, [&](Tour::Step& step) { show_standard(step, port, drive); });
 }
 
 }  // namespace tool

@@ -59,8 +59,8 @@ public:
 /// Every failing call throws Failure with the endpoint, the operation and the device's code.
 class Session {
 public:
-    /// Largest answer to exchange().
-    static constexpr int32_t kAnswerRoom = 4096;
+    /// Largest answer to exchange(): 4096 bytes of data and what NVMe-MI has around them.
+    static constexpr int32_t kAnswerRoom = 5120;
 
     explicit Session(Endpoint endpoint);
     ~Session();
@@ -69,6 +69,7 @@ public:
 
     /// MCTP_STRICT_... bits of every session that is opened from now on.
     static void set_strict(uint32_t bits) { strict_ = bits; }
+    static uint32_t strict() { return strict_; }
 
     const Endpoint& endpoint() const { return endpoint_; }
 
