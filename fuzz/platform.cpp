@@ -175,7 +175,10 @@ int PltMCTPI2C_SlaveReadWithPEC_NoMutex(plt_i2c_request request, uint32_t /*para
         at.has_spoken = !at.input.empty();
         last_block = next_block();
     }
-    std::memcpy(request.read_buffer, last_block.bytes, sizeof last_block.bytes);
+    // A driver may lie about what it stored, but not store more than it tells.
+    const auto told = static_cast<size_t>(std::max(last_block.result, 0));
+    const size_t stored = last_block.result < 0 ? last_block.size : std::min(told, last_block.size);
+    std::memcpy(request.read_buffer, last_block.bytes, std::min(stored, sizeof last_block.bytes));
     return last_block.result;
 }
 

@@ -277,7 +277,7 @@ void run_demo(Context& context) {
     tour_termini(tour, port, cast.termini);
     show_updates(tour, port, cast.speakers);
     show_controllers(tour, cast.controllers);
-    show_drives(tour, port, cast.drives);
+    const Endpoint* const drive = show_drives(tour, port, cast.drives);
     if (!cast.termini.empty()) {
         const Endpoint& last = cast.speakers.back();
         tour.step("A raw message", "The same wire by hand: a PLDM GetTID, header first.", last.name,
@@ -285,8 +285,8 @@ void run_demo(Context& context) {
     }
     show_owners(tour, port);
     tour_trouble(tour, port, cast.termini);
-    if (!cast.drives.empty()) {
-        show_strictness(tour, port, cast.drives.front());
+    if (drive != nullptr) {
+        show_strictness(tour, port, *drive);
     }
     tour.finish();
 }

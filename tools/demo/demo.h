@@ -36,7 +36,8 @@ void show_controllers(Tour& tour, const std::vector<Endpoint>& controllers);
 
 /// Health and SMART of each drive, and new firmware for the first.
 /// @param drives  endpoints that speak NVMe-MI
-void show_drives(Tour& tour, Port& port, const std::vector<Endpoint>& drives);
+/// @return the first drive that told its health; null if none did
+const Endpoint* show_drives(Tour& tour, Port& port, const std::vector<Endpoint>& drives);
 
 /// The version with its last number counted up: "1.9" to "1.10".
 std::string next_version(const std::string& version);

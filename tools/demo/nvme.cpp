@@ -68,7 +68,7 @@ void show_drive_update(Tour::Step& step, Port& port, const Endpoint& endpoint) {
 
 }  // namespace
 
-void show_drives(Tour& tour, Port& port, const std::vector<Endpoint>& drives) {
+const Endpoint* show_drives(Tour& tour, Port& port, const std::vector<Endpoint>& drives) {
     const Endpoint* first = nullptr;
     for (const Endpoint& endpoint : drives) {
         tour.step("A drive's health",
@@ -83,6 +83,7 @@ void show_drives(Tour& tour, Port& port, const std::vector<Endpoint>& drives) {
                   "An image for this drive: downloaded, committed, active behind a reset.",
                   first->name, [&](Tour::Step& step) { show_drive_update(step, port, *first); });
     }
+    return first;
 }
 
 }  // namespace tool

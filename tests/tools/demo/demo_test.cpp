@@ -75,6 +75,15 @@ TEST(Demo, RefusesAccessWhileThePowerIsOff) {
     EXPECT_EQ(step_titled(document, "A question refused")["details"]["completion_code"], 128);
 }
 
+TEST(Demo, ShowsWhatOnlyAStrictContextNotices) {
+    const Json document = one_document(run_tool({"demo", "--json"}).out);
+    const Json& details = step_titled(document, "To the letter")["details"];
+    EXPECT_EQ(details["fault"]["kind"], "wrong_sequence");
+    // The strict context asks again, which takes as long once more.
+    EXPECT_GT(details["strict_duration_us"].get<uint64_t>(),
+              2 * details["lax_duration_us"].get<uint64_t>());
+}
+
 TEST(Demo, AssignsAnEidFromThePool) {
     const Json document = one_document(run_tool({"demo", "--json"}).out);
     const Json& found = step_titled(document, "Discovery")["details"];

@@ -104,7 +104,7 @@ TEST(Signal, ThatIsIgnoredStaysSo) {
                                std::string("nohup ") + (wrapper != nullptr ? wrapper : ""));
     const Outcome demo = run_tool_until({"demo"}, "1. Discovery (all)", SIGHUP);
     EXPECT_EQ(demo.status, 0);
-    EXPECT_TRUE(contains(demo.out, "35 steps: 35 ok, ")) << demo.out;
+    EXPECT_TRUE(contains(demo.out, "36 steps: 36 ok, ")) << demo.out;
 }
 
 TEST(Signal, EndsTheQuestionBeforeSomethingIsDestroyed) {
