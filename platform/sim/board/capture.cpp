@@ -71,6 +71,7 @@ std::string comment_of(const Passing& passing) {
 bool Capture::start(const std::string& path, const std::vector<CaptureBus>& buses,
                     std::string& error) {
     std::vector<pcapng::Interface> interfaces;
+    interfaces.reserve(buses.size());
     for (const CaptureBus& bus : buses) {
         interfaces.push_back(description_of(bus));
     }
