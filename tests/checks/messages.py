@@ -166,6 +166,19 @@ def assemble(packets):
     return sorted(messages, key=lambda message: message.last.number), strays
 
 
+def misnumbered_ends(found, strays):
+    """The numbers of the packets that would end the message in front of them but for their own sequence number,
+    which is that of the packet behind."""
+    open_ends = {message.last.number: message.last for message in found if not message.complete}
+    ends = set()
+    for packet in strays:
+        before = open_ends.get(packet.number - 1)
+        same = before is not None and (before.source, before.dest, before.tag) == (packet.source, packet.dest, packet.tag)
+        if same and packet.end and packet.sequence == (before.sequence + 2) % 4:
+            ends.add(packet.number)
+    return ends
+
+
 def ends_like_the_bmc(message):
     """
     Whether an unfinished message is one whose end the BMC does not mark: the last packet of a

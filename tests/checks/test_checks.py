@@ -358,11 +358,11 @@ class CaptureCheck(unittest.TestCase):
     READING = (True, "01 1d 08 cb 01 81 02 11 0c 00 00")
     ANSWER = (False, "01 08 1d c3 01 01 02 11 00 05 00 00 01 01 01 eb ff ff ff")
 
-    def compare(self, *packets, link_type=pcapng.LINUX_SLL2):
+    def compare(self, *packets, link_type=pcapng.LINUX_SLL2, misnumbered=0):
         with tempfile.NamedTemporaryFile(suffix=".pcapng") as file:
             file.write(capture_file(packets, link_type))
             file.flush()
-            comparison = capture_check.Comparison(dissector.find(), file.name)
+            comparison = capture_check.Comparison(dissector.find(), file.name, misnumbered)
             comparison.run()
             return comparison
 
@@ -392,6 +392,14 @@ class CaptureCheck(unittest.TestCase):
 
     def test_finds_a_packet_that_continues_nothing(self):
         self.assert_complaint(self.compare((False, "01 08 1d 53 01 01 02 11")), "continues no message")
+
+    def test_knows_an_end_with_the_next_sequence_number(self):
+        first, last = "01 08 1d 83 7e 01 02 11 00", "01 08 1d 63 05 00 00"
+        self.assert_complaint(self.compare((False, first), (False, last)), "with a misnumbered end, and not 0")
+        comparison = self.compare((False, first), (False, last), misnumbered=1)
+        self.assertEqual(comparison.complaints, [])
+        comparison = self.compare((False, first), (False, "01 08 1d 73 05 00 00"), misnumbered=1)
+        self.assert_complaint(comparison, "continues no message")
 
     def test_counts_the_full_last_packet_of_the_bmc(self):
         first, last = "01 1d 08 89 01 87 00 05 00 f1 f0 f0", "01 1d 08 19 00 00 00 00 00 00 00 00"
