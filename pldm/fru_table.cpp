@@ -273,6 +273,9 @@ int32_t collect_parts(pldm_ctx& ctx, const char* function, std::span<uint8_t> ro
 /// @return as collect_parts()
 int32_t read_checked(pldm_ctx& ctx, const char* function, const uint32_t* told,
                      std::span<uint8_t> table) {
+    if (table.size() > PLDM_FRU_TABLE_LENGTH_MAX) {
+        return PLDM_ERROR_ARGUMENT;
+    }
     const size_t size = padded(table.size()) + kChecksumSize;
     const auto room = allocate_bytes(kPartHeaderSize + size);
     const auto whole = allocate_bytes(size);

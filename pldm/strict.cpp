@@ -36,6 +36,11 @@ bool is_answer(std::span<const uint8_t> request, std::span<const uint8_t> messag
            came.u8() == asked.u8() && came.ok();
 }
 
+/// What came of a message, which never is more than there is room for, whatever an operation says.
+std::span<const uint8_t> arrived(std::span<const uint8_t> room, int32_t length) {
+    return room.first(std::min(room.size(), static_cast<size_t>(std::max(length, 0))));
+}
+
 bool is_smbus(const mctp_ctx& mctp) {
     return mctp.binding_kind == MCTP_BINDING_KIND_SMBUS ||
            mctp.binding_kind == MCTP_BINDING_KIND_SL8_SMBUS;
@@ -86,7 +91,7 @@ int32_t pass_over(mctp_ctx& mctp, uint8_t tag, std::span<const uint8_t> request,
             mctp.tag = tag;
         }
         const int32_t length = receive(mctp, response);
-        if (length < 0 || is_answer(request, response.first(static_cast<size_t>(length)))) {
+        if (length < 0 || is_answer(request, arrived(response, length))) {
             return length;
         }
     }
@@ -103,10 +108,9 @@ int32_t exchange_strictly(mctp_ctx& mctp, std::span<const uint8_t> request,
     const int32_t length =
         mctp.xfer(&mctp, static_cast<uint32_t>(request.size()),
                   static_cast<int32_t>(response.size()), request.data(), response.data());
-    const size_t came = std::min(static_cast<size_t>(std::max(length, 0)), response.size());
     // Without room for a header nothing can be told of what came.
     if (length < 0 || response.size() < PLDM_HEADER_SIZE ||
-        is_answer(request, response.first(came))) {
+        is_answer(request, arrived(response, length))) {
         return length;
     }
     return pass_over(mctp, tag, request, response);

@@ -112,7 +112,8 @@ SIDEBAND_EXPORT int32_t pldm_get_FRU_record_table(pldm_ctx* ctx, uint8_t* destin
  *                     that is not the last carries behind PLDM_FRU_PART_SIZE bytes is dropped, as
  *                     in pldm_get_FRU_record_table()
  * @param length       room at destination in bytes; with MCTP_STRICT_PLDM the length of the table.
- *                     Answers may have any size then, which takes memory from the heap
+ *                     Answers may have any size then, which takes memory from the heap; more than
+ *                     PLDM_FRU_TABLE_LENGTH_MAX is refused
  * @return the result of the last transfer_op: 0 also after a completion code that it passed
  *         through, and for a last part of which more than PLDM_FRU_PART_SIZE bytes would be left;
  *         -1 on a null argument, a negative length, a missing transfer_op, an answer without

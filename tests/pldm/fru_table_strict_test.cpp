@@ -161,6 +161,16 @@ TEST_F(PldmFruStrict, APartWithoutDataEndsIt) {
     EXPECT_EQ(endpoint.calls.size(), 2u);
 }
 
+TEST_F(PldmFruStrict, NoTableOfThatLengthIsAskedFor) {
+    destination.resize(PLDM_FRU_TABLE_LENGTH_MAX + 1);
+    EXPECT_EQ(test::run([&] {
+                  return pldm_get_FRU_record_table_MX(&ctx, destination.data(),
+                                                      PLDM_FRU_TABLE_LENGTH_MAX + 1);
+              }).result,
+              PLDM_ERROR_ARGUMENT);
+    EXPECT_TRUE(endpoint.calls.empty());
+}
+
 TEST_F(PldmFruStrict, FailuresOfTheExchangeAreReturned) {
     serve(checksum, {});
     EXPECT_EQ(read().result, -1);

@@ -93,6 +93,15 @@ TEST_F(PldmStrict, WithoutTheBitItIsTaken) {
     }
 }
 
+TEST_F(PldmStrict, ALengthBeyondTheRoomIsNotBelieved) {
+    endpoint.answer({"04 02 11 00 aa"});
+    endpoint.answers.push_back({100, test::hex("05 02 10 00 aa 00 00 00")});
+    endpoint.answers.push_back({100, test::hex("05 02 11 00 77 00 00 00")});
+    EXPECT_EQ(transfer().result, 0);
+    EXPECT_EQ(test::to_hex(std::span(response).first(5)), kAnswer);
+    EXPECT_EQ(endpoint.calls.size(), 3u);
+}
+
 TEST_F(PldmStrict, TheReservedBitIsNotLookedAt) {
     endpoint.answer({"25 02 11 00 77"});
     EXPECT_EQ(transfer().result, 0);
