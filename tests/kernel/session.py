@@ -42,7 +42,7 @@ def capture(case, sideband, machine, folder):
 
 
 def update_in_the_background(sideband, folder):
-    """An update of nic0 that has begun to move data, and its progress file."""
+    """An update of nic0 in a process of its own, and the folder of its progress file."""
     progress = pathlib.Path(folder / "locks")
     for file in progress.glob("task-*"):
         file.unlink()

@@ -216,6 +216,26 @@ TEST_F(LinuxPcie, WhatIsAskedOnAnotherNetworkIsPassedOver) {
     EXPECT_EQ(message_of(asked), (Bytes{0x01, 0x81, 0x05, 0x15}));
 }
 
+TEST_F(LinuxPcie, AnAnswerThatTheSocketHasNoRoomForIsNotHandedOver) {
+    answer({0x02, 0x05, 0x10, 0x00});
+    plt_pcie_request update = request(PLT_PCIE_WRITE_READ, {0x01, 0x82, 0x05, 0x10});
+    EXPECT_EQ(PltMCTP_WriteRead(&update), kSuccess);
+    kernel.deliver_to_listener({mctp_address(2, kPeer, 1, 5 | kOwner), {0x81, 0x05, 0x15}});
+    plt_pcie_request asked = request(PLT_PCIE_READ);
+    ASSERT_EQ(PltMCTP_WriteRead(&asked), kSuccess);
+    const Bytes filler(4096);
+    while (write(kernel.listener, filler.data(), filler.size()) > 0) {
+    }
+    const size_t sent = kernel.sent.size();
+    plt_pcie_request reply = request(PLT_PCIE_WRITE, {0x01, 0x01, 0x05, 0x15, 0x00});
+    reply.src_eid = asked.src_eid;
+    reply.dest_eid = asked.dest_eid;
+    reply.tag = asked.tag;
+    EXPECT_NE(PltMCTP_WriteRead(&reply), kSuccess);
+    EXPECT_EQ(kernel.sent.size(), sent);
+    EXPECT_EQ(console.size(), 1U);
+}
+
 TEST_F(LinuxPcie, OrdinaryRequestsTakeNoTypeAway) {
     answer({0x02, 0x02, 0x11, 0x00});
     plt_pcie_request reading = request(PLT_PCIE_WRITE_READ, {0x01, 0x82, 0x02, 0x11});
