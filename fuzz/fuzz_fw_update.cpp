@@ -143,7 +143,9 @@ void act(pldm_fw_update_ctx& ctx, Input& input, const char* /*path*/) {
     ctx.component_index = input.u8();
     ctx.fd_metadata_len = input.u8();
     const uint8_t record = input.u8();
-    ctx.matched_record = record < ctx.device_record_num ? &ctx.records[record] : nullptr;
+    // A package that could not be read to its end leaves the count without the records.
+    const bool known = ctx.records != nullptr && record < ctx.device_record_num;
+    ctx.matched_record = known ? &ctx.records[record] : nullptr;
     require(fw_update_state_fn(&ctx) == 0, "an undocumented result");
 }
 
