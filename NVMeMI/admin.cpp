@@ -52,8 +52,7 @@ std::span<uint8_t> data_of(DataRequest& bytes) {
 
 /// Namespace Attachment with its data, a list of one controller (NVMe, Controller List).
 int32_t attach_listed(nvmemi_ctx* ctx, nvme::AdminCommand command) {
-    DataRequest bytes;
-    zero(data_of(bytes));
+    DataRequest bytes{};
     WireWriter(data_of(bytes)).le16(1).le16(command.cntlid);
     command.dlen = NVME_ADMIN_DATA_MAX;
     std::array<uint8_t, NVME_ADMIN_RESPONSE_SIZE> room{};

@@ -6,6 +6,8 @@
 
 #include <array>
 
+#include "common/wire.h"
+
 namespace sideband {
 namespace {
 
@@ -30,6 +32,22 @@ constexpr uint32_t step(const Table& table, uint32_t crc, uint8_t byte) {
     return (crc >> 8) ^ table[(crc ^ byte) & 0xFFu];
 }
 
+/// Four bytes a round, which are taken in at once, and the rest one by one.
+uint32_t update(const Table& table, uint32_t crc, std::span<const uint8_t> bytes) {
+    constexpr size_t kWord = sizeof crc;
+    const uint8_t* from = bytes.data();
+    for (size_t words = bytes.size() / kWord; words != 0; --words, from += kWord) {
+        crc ^= le32(std::span<const uint8_t, kWord>(from, kWord));
+        for (size_t i = 0; i < kWord; ++i) {
+            crc = step(table, crc, 0);
+        }
+    }
+    for (size_t rest = bytes.size() % kWord; rest != 0; --rest) {
+        crc = step(table, crc, *from++);
+    }
+    return crc;
+}
+
 }  // namespace
 
 uint8_t crc8(std::span<const uint8_t> bytes) {
@@ -41,24 +59,11 @@ uint8_t crc8(std::span<const uint8_t> bytes) {
 }
 
 uint32_t crc32c_update(uint32_t crc, std::span<const uint8_t> bytes) {
-    for (const uint8_t byte : bytes) {
-        crc = step(kCrc32cTable, crc, byte);
-    }
-    return crc;
+    return update(kCrc32cTable, crc, bytes);
 }
 
 uint32_t crc32(uint32_t crc, std::span<const uint8_t> bytes) {
-    crc = ~crc;
-    // Eight bytes a round, the rest one by one.
-    for (; bytes.size() >= 8; bytes = bytes.subspan(8)) {
-        for (size_t i = 0; i < 8; ++i) {
-            crc = step(kCrc32Table, crc, bytes[i]);
-        }
-    }
-    for (const uint8_t byte : bytes) {
-        crc = step(kCrc32Table, crc, byte);
-    }
-    return ~crc;
+    return ~update(kCrc32Table, ~crc, bytes);
 }
 
 }  // namespace sideband

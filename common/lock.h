@@ -11,19 +11,20 @@ namespace sideband {
 class MutexGuard {
 public:
     explicit MutexGuard(lx_mutex& mutex)
-        : held_(lx_mutex_get(&mutex, LX_MUTEX_WAIT_FOREVER) == 0 ? &mutex : nullptr) {}
+        : mutex_(mutex), held_(lx_mutex_get(&mutex, LX_MUTEX_WAIT_FOREVER) == 0) {}
     ~MutexGuard() {
-        if (held_ != nullptr) {
-            lx_mutex_put(held_);
+        if (held_) {
+            lx_mutex_put(&mutex_);
         }
     }
     MutexGuard(const MutexGuard&) = delete;
     MutexGuard& operator=(const MutexGuard&) = delete;
 
-    explicit operator bool() const { return held_ != nullptr; }
+    explicit operator bool() const { return held_; }
 
 private:
-    lx_mutex* held_;
+    lx_mutex& mutex_;
+    bool held_;
 };
 
 /// Takes the mutex of an I2C channel with an infinite wait, if it is wanted; false if the platform

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <span>
+#include <utility>
 
 namespace sideband {
 
@@ -36,12 +37,18 @@ inline HeapPtr<uint8_t[]> copy_bytes(std::span<const uint8_t> bytes, size_t zero
     return copy;
 }
 
-/// Zeroes a buffer, for those that are cleared once a packet. libc does it with the processor's
-/// widest stores; a compiler that knew the size would put eight bytes at a time in its place.
-inline void zero(std::span<uint8_t> bytes) {
-    size_t size = bytes.size();
-    __asm__("" : "+r"(size));
-    std::memset(bytes.data(), 0, size);
+/// Clears an aligned object of a few dozen bytes with the processor's widest stores. Whatever is
+/// set to zeros for each packet takes this way: a compiler that saves room would call memset(),
+/// which costs six times as many instructions on ARM.
+template <size_t kSize>
+inline void clear(void* to) {
+    using Wide [[gnu::vector_size(16), gnu::aligned(8), gnu::may_alias]] = uint64_t;
+    constexpr size_t kRounds = kSize / sizeof(Wide);
+    static_assert(kSize == kRounds * sizeof(Wide));
+    [to]<size_t... kIndex>(std::index_sequence<kIndex...>) {
+        ((static_cast<Wide*>(to)[kIndex] = Wide{}), ...);
+    }
+    (std::make_index_sequence<kRounds>());
 }
 
 }  // namespace sideband

@@ -10,6 +10,19 @@
 
 namespace sideband {
 
+/// One byte of a message; 0 if it is not there.
+inline uint8_t byte_at(std::span<const uint8_t> bytes, size_t place) {
+    return place < bytes.size() ? bytes[place] : uint8_t{0};
+}
+
+/// Little-endian numbers; compilers make one load of each where the machine has one.
+inline uint16_t le16(std::span<const uint8_t, 2> bytes) {
+    return static_cast<uint16_t>(bytes[0] | bytes[1] << 8);
+}
+inline uint32_t le32(std::span<const uint8_t, 4> bytes) {
+    return bytes[0] | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 | uint32_t{bytes[3]} << 24;
+}
+
 /// Reads a message front to back. A read past the end yields zeros, and ok() stays false from then
 /// on: read everything, test once.
 class WireReader {
@@ -26,8 +39,14 @@ public:
         bytes_ = bytes_.subspan(1);
         return value;
     }
-    uint16_t le16() { return static_cast<uint16_t>(little(2)); }
-    uint32_t le32() { return little(4); }
+    uint16_t le16() {
+        const uint8_t* from = take(2);
+        return from != nullptr ? sideband::le16(std::span<const uint8_t, 2>(from, 2)) : uint16_t{0};
+    }
+    uint32_t le32() {
+        const uint8_t* from = take(4);
+        return from != nullptr ? sideband::le32(std::span<const uint8_t, 4>(from, 4)) : 0;
+    }
     uint16_t be16() { return static_cast<uint16_t>(big(2)); }
     uint32_t be32() { return big(4); }
 
@@ -66,15 +85,6 @@ private:
         const uint8_t* at = bytes_.data();
         bytes_ = bytes_.subspan(count);
         return at;
-    }
-
-    uint32_t little(size_t width) {
-        const uint8_t* from = take(width);
-        uint32_t value = 0;
-        for (size_t i = width; from != nullptr && i > 0; --i) {
-            value = (value << 8) | from[i - 1];
-        }
-        return value;
     }
 
     uint32_t big(size_t width) {

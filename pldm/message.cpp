@@ -41,20 +41,13 @@ void stamp_instance_id(uint8_t& first_byte, uint8_t instance_id) {
         static_cast<uint8_t>((first_byte & ~kInstanceIdMask) | (instance_id & kInstanceIdMask));
 }
 
-/// The byte of a message at a place; 0 if it is not there.
-uint8_t byte_at(const uint8_t* message, size_t length, size_t place) {
-    WireReader reader({message, length});
-    reader.skip(place);
-    return reader.u8();
-}
-
 uint8_t command_of(const uint8_t* message, uint32_t length) {
-    return byte_at(message, length, 2);
+    return byte_at({message, length}, 2);
 }
 
 /// The completion code, also of an answer that did not come: the buffer is looked at as it is.
 uint8_t completion_code(const uint8_t* response, int32_t capacity) {
-    return byte_at(response, static_cast<size_t>(std::max(capacity, 0)), PLDM_HEADER_SIZE);
+    return byte_at({response, static_cast<size_t>(std::max(capacity, 0))}, PLDM_HEADER_SIZE);
 }
 
 int32_t judge(pldm_ctx& ctx, uint8_t command, int32_t length, uint8_t completion) {

@@ -3,9 +3,9 @@
 #ifndef SIDEBAND_TRANSPORT_PACKET_H
 #define SIDEBAND_TRANSPORT_PACKET_H
 
+#include <cstddef>
 #include <cstdint>
-
-#include "common/wire.h"
+#include <span>
 
 namespace sideband {
 
@@ -33,13 +33,16 @@ struct PacketHeader {
     /// Makes it the header of the packet behind this one.
     void advance() { flags = (flags + kNextSequence) & (kSequenceMask | kTagOwner | kTagMask); }
 
-    static PacketHeader read(WireReader& reader) {
-        // In this order: members of a braced list are evaluated as they stand.
-        return {reader.u8(), reader.u8(), reader.u8(), reader.u8()};
+    // Spans of its own size in place of cursors: each packet is read and written here.
+    static PacketHeader read(std::span<const uint8_t, kSize> from) {
+        return {from[0], from[1], from[2], from[3]};
     }
 
-    void write(WireWriter& writer) const {
-        writer.u8(version).u8(destination).u8(source).u8(flags);
+    void write(std::span<uint8_t, kSize> to) const {
+        to[0] = version;
+        to[1] = destination;
+        to[2] = source;
+        to[3] = flags;
     }
 };
 

@@ -12,7 +12,6 @@
 #include <span>
 
 #include "common/crc.h"
-#include "common/memory.h"
 #include "common/wire.h"
 #include "transport/mctp.h"
 #include "transport/packet.h"
@@ -38,10 +37,12 @@ using Bytes = std::span<const uint8_t>;
 /// Room for what a message brings.
 class Room {
 public:
-    Room(uint8_t* to, int32_t capacity) : to_(to), left_(static_cast<size_t>(capacity)) {}
+    Room(uint8_t* buffer, int32_t capacity)
+        : buffer_(buffer), to_(buffer), left_(static_cast<size_t>(capacity)) {}
 
     bool full() const { return left_ == 0; }
     int32_t left() const { return static_cast<int32_t>(left_); }
+    int32_t stored() const { return static_cast<int32_t>(to_ - buffer_); }
 
     /// Stores what there is room for.
     void append(Bytes bytes) {
@@ -51,7 +52,16 @@ public:
         left_ -= size;
     }
 
+    /// What has been stored is void, and must not be taken for data behind a shorter message.
+    void clear() {
+        const auto size = static_cast<size_t>(stored());
+        std::memset(buffer_, 0, size);
+        to_ = buffer_;
+        left_ += size;
+    }
+
 private:
+    uint8_t* buffer_;
     uint8_t* to_;
     size_t left_;
 };
@@ -88,9 +98,10 @@ public:
 
 private:
     bool present_ = false;
-    uint32_t crc_ = kCrc32cInitial;
-    std::array<uint8_t, kIntegrityCheckSize> tail_{};  ///< the last bytes so far
-    size_t held_ = 0;                                  ///< how many of them
+    // begin() sets them: no other message looks at them.
+    uint32_t crc_;
+    std::array<uint8_t, kIntegrityCheckSize> tail_;  ///< the last bytes so far
+    size_t held_;                                    ///< how many of them
 };
 
 /// The reassembly of one message (DSP0236, clause 8.4), as deployed firmware expects it, but for
@@ -104,10 +115,9 @@ public:
                     ctx.binding->read == sl8_smbus_block_read),
           strict_(ctx.strict &
                   (MCTP_STRICT_PACKETS | MCTP_STRICT_INTEGRITY | MCTP_STRICT_ADDRESSES)),
-          buffer_(buffer),
-          capacity_(capacity),
           room_(buffer, capacity),
           packet_(block_.data() + (in_place_ ? kBlockHeaderSize : 0)) {
+        block_.clear();
         start();
     }
 
@@ -125,6 +135,7 @@ private:
     int32_t assemble();
     /// The end of the message. @return body bytes stored; -1 if its integrity check is not right
     int32_t finish() const;
+    bool has_right_check() const;
 
     /// Bytes of the next packet that are wanted.
     int32_t wanted_length() const {
@@ -185,10 +196,8 @@ private:
         payload_offset_ = PacketHeader::kSize + (wanted_.type_byte ? 0 : 1);
     }
 
-    /// What has been stored is void, and must not be taken for data behind a shorter message.
     void start_anew() {
-        std::memset(buffer_, 0, static_cast<size_t>(capacity_ - room_.left()));
-        room_ = Room(buffer_, capacity_);
+        room_.clear();
         start();
     }
 
@@ -203,8 +212,6 @@ private:
     /// Whether the packets stay where the platform stores them, behind the header of their block.
     bool in_place_;
     uint32_t strict_;  ///< the bits that matter here: most contexts have none
-    uint8_t* buffer_;
-    int32_t capacity_;
     Room room_;
     int32_t header_length_;
     /// Where the bytes to be delivered begin: behind the type byte, unless that is wanted too.
@@ -219,8 +226,8 @@ private:
 
     /// One for the whole message: the next packet takes the place of the last one.
     SlaveBlock block_;
-    const uint8_t* packet_;          ///< where the packet is in it
-    size_t filled_ = block_.size();  ///< bytes of it that may not be zero
+    const uint8_t* packet_;  ///< where the packet is in it
+    size_t filled_ = 0;      ///< bytes of it that may not be zero
 };
 
 int32_t Reassembly::assemble() {
@@ -230,8 +237,8 @@ int32_t Reassembly::assemble() {
         if (length < 0) {
             return -1;
         }
-        WireReader reader({packet_, PacketHeader::kSize});
-        const PacketHeader header = PacketHeader::read(reader);
+        const PacketHeader header = PacketHeader::read(
+            std::span<const uint8_t, PacketHeader::kSize>(packet_, PacketHeader::kSize));
         const bool taken = (strict_ == 0 || screen(header, length)) &&
                            accept(header, length, wanted) && store(header, length);
         if (taken && (header.eom() || (room_.full() && !integrity_.present()))) {
@@ -244,26 +251,28 @@ int32_t Reassembly::assemble() {
         } else if (strict_ == 0) {
             fruitless_ = 0;
         }
+        block_.clear_packet(filled_);
     }
     debug_log("[%s] gave up after %d packets that had to be dropped\n", kReceiveName,
               kDroppedPacketsMax);
     return -1;
 }
 
-int32_t Reassembly::finish() const {
+bool Reassembly::has_right_check() const {
     const bool wants_check = (ctx_.msg_type & MCTP_MSG_TYPE_INTEGRITY_CHECK) != 0;
-    const bool is_right = integrity_.present() ? integrity_.right() : !wants_check;
-    if (keeps_to(MCTP_STRICT_INTEGRITY) && !is_right) {
+    return integrity_.present() ? integrity_.right() : !wants_check;
+}
+
+int32_t Reassembly::finish() const {
+    if (keeps_to(MCTP_STRICT_INTEGRITY) && !has_right_check()) {
         debug_log("[%s] EID %d: the integrity check is %s\n", kReceiveName, ctx_.dest_eid,
                   integrity_.present() ? "wrong" : "missing");
         return -1;
     }
-    return capacity_ - room_.left();
+    return room_.stored();
 }
 
 int32_t Reassembly::read(int32_t wanted) {
-    // The binding is promised zeros: only what the last packet filled has to be cleared again.
-    zero(std::span(block_).first(filled_));
     if (!in_place_) {
         filled_ = kPacketRoom;
         return ctx_.binding->read(&ctx_.section, wanted, block_.data());

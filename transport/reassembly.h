@@ -13,8 +13,9 @@ inline bool unit_size_usable(const mctp_ctx& ctx) {
     return ctx.unit_size != 0 && ctx.unit_size <= MCTP_UNIT_SIZE_MAX;
 }
 
-/// Which message a receive waits for. The last two are looked at by strict contexts alone.
-struct Wanted {
+/// Which message a receive waits for. The last two are looked at by strict contexts alone. As a
+/// word it travels in a register.
+struct alignas(uint32_t) Wanted {
     bool type_byte = false;    ///< deliver it too; it may be any then
     bool answer_only = false;  ///< no request of the endpoint's own
     uint8_t also_from = 0;     ///< an EID that the endpoint may have beside dest_eid; 0: none

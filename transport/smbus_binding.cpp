@@ -18,8 +18,6 @@ namespace {
 
 /// Destination address, command code, byte count, source address.
 constexpr int32_t kFrameHeaderSize = 4;
-/// A received block has no destination address in front.
-constexpr int32_t kReadHeaderSize = static_cast<int32_t>(kBlockHeaderSize);
 constexpr uint8_t kCommandCodeMctp = 0x0F;
 constexpr uint8_t kDefaultBmcAddress = 0x20;
 constexpr int kWriteAttempts = 3;
@@ -27,7 +25,7 @@ constexpr int kWriteAttempts = 3;
 /// The request record counts bytes in 8 bits: n + 4, and 1 more with a PEC in software.
 constexpr int32_t kWriteLengthMax = 255 - kFrameHeaderSize;
 constexpr int32_t kSl8WriteLengthMax = kWriteLengthMax - kPecSize;
-constexpr int32_t kReadLengthMax = 255 - kReadHeaderSize;
+constexpr int32_t kReadLengthMax = 255 - kBlockHeaderSize;
 
 bool main_power_on() {
     uint8_t main_power = 0;
@@ -88,9 +86,9 @@ char* put_decimal(uint8_t value, char* to) {
 /// Empties the BMC's slave queue, so that a late answer to an earlier request is not taken for the
 /// answer to this one.
 void drain_slave_queue(uint8_t bus, uint8_t bmc_address) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    constexpr char kStart[] = "cat /sys/bus/i2c/devices/";
-    constexpr char kEnd[] = "-00__/mctp-slave-mqueue";
+    static constexpr char kDigits[] = "0123456789abcdef";
+    static constexpr char kStart[] = "cat /sys/bus/i2c/devices/";
+    static constexpr char kEnd[] = "-00__/mctp-slave-mqueue";
     constexpr size_t kCommandSize = 4;
     constexpr size_t kAddressPlace = 3;
     // By hand: this is done for each packet, and printf would be two thirds of what that costs.
@@ -112,7 +110,8 @@ int32_t smbus_block_write(mctp_section* section, int32_t length, uint8_t* frame)
     if (length < 0 || length > kWriteLengthMax || !access_allowed("smbus_block_write")) {
         return -1;
     }
-    plt_i2c_request request{};
+    plt_i2c_request request;
+    clear<sizeof request>(&request);
     const uint8_t bmc_address = prepare_write(*section, length, frame, request);
     for (int attempt = 0; attempt < kWriteAttempts; ++attempt) {
         drain_slave_queue(section->bus, bmc_address);
@@ -127,7 +126,8 @@ int32_t sl8_smbus_block_write(mctp_section* section, int32_t length, uint8_t* fr
     if (length < 0 || length > kSl8WriteLengthMax || !access_allowed("sl8_smbus_block_write")) {
         return -1;
     }
-    plt_i2c_request request{};
+    plt_i2c_request request;
+    clear<sizeof request>(&request);
     prepare_write(*section, length, frame, request);
     frame[length + kFrameHeaderSize] = CRC8Gen(frame, request.write_length);
     request.write_length = static_cast<uint8_t>(request.write_length + kPecSize);
@@ -139,23 +139,8 @@ int32_t sl8_smbus_block_write(mctp_section* section, int32_t length, uint8_t* fr
     return -1;
 }
 
-int32_t sideband::read_block(const mctp_section& section, int32_t length, SlaveBlock& block) {
-    plt_i2c_request request{};
-    request.bus = section.bus;
-    request.slave_addr = section.slave_addr;
-    request.read_length = static_cast<uint8_t>(length + kReadHeaderSize);
-    request.read_buffer = block.data();
-    SetI2CMux(&request, section.mux);
-    const int32_t received = PltMCTPI2C_SlaveReadWithPEC_NoMutex(request, section.route);
-    if (received < 0) {
-        return received;
-    }
-    const bool has_room = received >= kReadHeaderSize + kPecSize;
-    return has_room && received <= PLT_I2C_READ_BUFFER_SIZE ? received : -1;
-}
-
 bool sideband::is_mctp_block(const SlaveBlock& block, int32_t received) {
-    WireReader reader(block);
+    WireReader reader({block.data(), kBlockHeaderSize});
     const uint8_t command = reader.u8();
     const int32_t count = reader.u8();
     const uint8_t source_address = reader.u8();
@@ -168,7 +153,7 @@ int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer)
         return -1;
     }
     SlaveBlock block;
-    zero(block);
+    block.clear();
     const int32_t received = read_block(*section, length, block);
     if (received < 0) {
         return received;
@@ -178,7 +163,7 @@ int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer)
         return 0;
     }
     const int32_t stored = std::min(packet_length(received), length);
-    std::copy_n(block.data() + kReadHeaderSize, stored, buffer);
+    std::copy_n(block.data() + kBlockHeaderSize, stored, buffer);
     return stored;
 }
 

@@ -9,11 +9,40 @@
 #include <array>
 #include <cstdint>
 
+#include "common/memory.h"
+
 namespace sideband {
 
 /// What the platform's slave read stores: command code, byte count, source address, packet, PEC.
-using SlaveBlock = std::array<uint8_t, PLT_I2C_READ_BUFFER_SIZE>;
-inline constexpr size_t kBlockHeaderSize = 3;
+/// It is in words, since it is cleared for each packet.
+class SlaveBlock {
+public:
+    static constexpr size_t kSize = PLT_I2C_READ_BUFFER_SIZE;
+
+    uint8_t* data() { return reinterpret_cast<uint8_t*>(words_.data()); }
+    const uint8_t* data() const { return reinterpret_cast<const uint8_t*>(words_.data()); }
+
+    void clear() { clear_rounds<256>(kSize); }
+    /// Clears the first size bytes, and perhaps some behind them. One round does for the usual
+    /// packet of 64 bytes.
+    void clear_packet(size_t size) { clear_rounds<128>(size); }
+
+private:
+    template <size_t kRound>
+    void clear_rounds(size_t size) {
+        static_assert(kSize % kRound == 0);
+        uint8_t* at = data();
+        const uint8_t* const end = at + size;
+        do {
+            sideband::clear<kRound>(at);
+            at += kRound;
+        } while (at < end);
+    }
+
+    std::array<uint64_t, kSize / sizeof(uint64_t)> words_;
+};
+/// A received block has no destination address in front.
+inline constexpr int32_t kBlockHeaderSize = 3;
 inline constexpr int32_t kPecSize = 1;
 
 /// Waits for a block.
@@ -21,11 +50,25 @@ inline constexpr int32_t kPecSize = 1;
 /// @param block   zeros, as the platform's read is promised
 /// @return bytes of the block, at least those around a packet; negative on failure, as
 ///         smbus_block_read() has it
-int32_t read_block(const mctp_section& section, int32_t length, SlaveBlock& block);
+inline int32_t read_block(const mctp_section& section, int32_t length, SlaveBlock& block) {
+    plt_i2c_request request;
+    clear<sizeof request>(&request);
+    request.bus = section.bus;
+    request.slave_addr = section.slave_addr;
+    request.read_length = static_cast<uint8_t>(length + kBlockHeaderSize);
+    request.read_buffer = block.data();
+    SetI2CMux(&request, section.mux);
+    const int32_t received = PltMCTPI2C_SlaveReadWithPEC_NoMutex(request, section.route);
+    if (received < 0) {
+        return received;
+    }
+    const bool has_room = received >= kBlockHeaderSize + kPecSize;
+    return has_room && received <= PLT_I2C_READ_BUFFER_SIZE ? received : -1;
+}
 
 /// Bytes of the packet in a block, behind its header.
 inline int32_t packet_length(int32_t received) {
-    return received - static_cast<int32_t>(kBlockHeaderSize) - kPecSize;
+    return received - kBlockHeaderSize - kPecSize;
 }
 
 /// Whether a block is what DSP0237 makes of an MCTP packet (clause 6.2): its byte count is that of

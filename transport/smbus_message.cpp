@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <span>
 
 #include "common/crc.h"
@@ -52,10 +53,12 @@ public:
     /// Copies the next count bytes, count being at most remaining().
     void take(uint8_t* to, size_t count) {
         const size_t part = std::min(count, body_.size());
-        to = std::copy_n(body_.data(), part, to);
-        body_ = body_.subspan(part);
+        if (part != 0) {
+            std::memcpy(to, body_.data(), part);
+            body_ = body_.subspan(part);
+        }
         for (size_t i = part; i < count; ++i) {
-            *to++ = check_[check_taken_++];
+            to[i] = check_[check_taken_++];
         }
     }
 
@@ -95,9 +98,9 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
     size_t remaining = type_size + bytes.remaining();
     PacketHeader header = first_header(ctx, tag_owner, unit >= remaining);
     std::array<uint8_t, kSendBufferSize> frame;
-    WireWriter start(frame);
-    header.write(start.le32(0));  // The room for the binding's own header.
-    start.u8(ctx.msg_type);
+    std::fill_n(frame.begin(), kPhysicalHeaderSize, uint8_t{0});
+    header.write(std::span(frame).subspan<kPhysicalHeaderSize, PacketHeader::kSize>());
+    frame[kPayloadPlace] = ctx.msg_type;
     ctx.tx_seq = 0;
     while (remaining != 0) {
         if (remaining <= end_size_max) {

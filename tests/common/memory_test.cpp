@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Heap buffers, and the clearing of a buffer.
+// Heap buffers, and the clearing of an object.
 #include "common/memory.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 
 #include "support/bytes.h"
 
@@ -25,13 +26,17 @@ TEST(Memory, ACopyHasZerosBehindIt) {
     EXPECT_NE(sideband::copy_bytes({}, 0), nullptr) << "a block that can be freed, as of any size";
 }
 
-TEST(Memory, ZeroClearsTheBufferAndNothingElse) {
-    for (const size_t size : {0u, 1u, 7u, 128u}) {
-        test::Guarded buffer(size);
-        sideband::zero({buffer.data(), buffer.size()});
-        EXPECT_EQ(buffer.head(size), test::Bytes(size));
-        EXPECT_TRUE(buffer.intact());
-    }
+TEST(Memory, ClearZeroesTheObjectAndNothingElse) {
+    struct alignas(8) Surrounded {
+        uint64_t before = ~uint64_t{0};
+        std::array<uint8_t, 48> object;
+        uint64_t behind = ~uint64_t{0};
+    } place;
+    place.object.fill(0xA5);
+    sideband::clear<sizeof place.object>(place.object.data());
+    EXPECT_EQ(place.object, (std::array<uint8_t, 48>{}));
+    EXPECT_EQ(place.before, ~uint64_t{0});
+    EXPECT_EQ(place.behind, ~uint64_t{0});
 }
 
 }  // namespace

@@ -15,6 +15,19 @@ using sideband::WireWriter;
 using test::Bytes;
 using test::hex;
 
+TEST(Wire, AByteThatIsNotThereIsZero) {
+    const Bytes bytes = hex("01 02");
+    EXPECT_EQ(sideband::byte_at(bytes, 1), 0x02);
+    EXPECT_EQ(sideband::byte_at(bytes, 2), 0x00);
+    EXPECT_EQ(sideband::byte_at({}, 0), 0x00);
+}
+
+TEST(Wire, LittleEndianNumbersComeFromAnywhere) {
+    const Bytes bytes = hex("FF 0302 07060584");
+    EXPECT_EQ(sideband::le16(std::span(bytes).subspan<1, 2>()), 0x0203);
+    EXPECT_EQ(sideband::le32(std::span(bytes).subspan<3, 4>()), 0x84050607u);
+}
+
 TEST(WireReader, ReadsNumbersInBothOrders) {
     const Bytes bytes = hex("01 0302 07060504 0809 0A0B0C0D");
     WireReader reader(bytes);
