@@ -29,6 +29,16 @@ TEST_F(MctpPcieBinding, RequestRecordIsZeroWhereNothingIsSaid) {
     EXPECT_EQ(request.reserved_1074[0] | request.reserved_1074[1], 0);
 }
 
+TEST_F(MctpPcieBinding, WriteSendsAWholeMessageAndNeverFails) {
+    Bytes whole = hex("01 80 02");
+    answer(hex("FF"), 0);
+    EXPECT_EQ(pcie_mctp_binding.write(&ctx.section, 3, whole.data()), 0);
+    const plt_pcie_request& request = port().pcie_requests.at(0);
+    EXPECT_EQ(request.operation, PLT_PCIE_WRITE);
+    EXPECT_EQ(message(request), whole);
+    EXPECT_EQ(ctx.pcie_bdf[0], 0x41) << "a write brings no address";
+}
+
 TEST_F(MctpPcieBinding, TransferCutsAReplyOf20BytesToARoomOf10) {
     answer(test::counting(20));
     Guarded buffer(10);

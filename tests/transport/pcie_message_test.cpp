@@ -321,4 +321,50 @@ TEST_F(MctpPcie, OperationsWithoutABindingFail) {
     EXPECT_EQ(port().pcie_requests.size(), 0u);
 }
 
+// ---- A caller's own binding ----
+
+/// What went through it, and what it says.
+struct {
+    std::vector<Bytes> messages;
+    int32_t result;
+} other;
+
+int32_t other_write(mctp_section* /*section*/, int32_t length, uint8_t* message) {
+    other.messages.emplace_back(message, message + length);
+    return other.result;
+}
+
+int32_t other_transfer(mctp_section* /*section*/, int32_t request_length, int32_t response_length,
+                       const uint8_t* request, uint8_t* response) {
+    other.messages.emplace_back(request, request + request_length);
+    const Bytes answer = hex("01 00 02 00 4A");
+    std::copy_n(answer.begin(),
+                std::min<size_t>(answer.size(), static_cast<size_t>(response_length)), response);
+    return other.result;
+}
+
+TEST_F(MctpPcie, AnotherBindingHasTheWholeMessageAndItsResultCounts) {
+    static const mctp_binding kOther{other_write, pcie_mctp_binding.read, other_transfer};
+    ctx.binding = &kOther;
+    other = {{}, 0};
+    EXPECT_EQ(send(hex("80 02")), 0);
+    other.result = -7;
+    EXPECT_EQ(send(hex("80 03")), -1);
+    other.result = 5;
+    EXPECT_EQ(xfer(hex("80 04"), 64), 4);
+    EXPECT_EQ(response, hex("00 02 00 4A"));
+    other.result = 3;
+    EXPECT_EQ(xfer(hex("80 05"), 2), 2);
+    EXPECT_EQ(response, hex("00 02"));
+    other.result = 5000;
+    EXPECT_EQ(xfer(hex("80 06"), 2), 4999)
+        << "what it says, and no byte more than there is room for";
+    other.result = -3;
+    EXPECT_EQ(xfer(hex("80 07"), 64), -4);
+    EXPECT_EQ(other.messages,
+              (std::vector<Bytes>{hex("01 80 02"), hex("01 80 03"), hex("01 80 04"),
+                                  hex("01 80 05"), hex("01 80 06"), hex("01 80 07")}));
+    EXPECT_EQ(port().pcie_requests.size(), 0u);
+}
+
 }  // namespace
