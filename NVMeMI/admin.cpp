@@ -165,7 +165,7 @@ int32_t nvme_admin_set_feature(nvme_admin_req* req, uint8_t fid, uint8_t save,
     }
     if (save > 1) {
         console_log("Wrong save flag (%x)\n", save);
-        return -1;
+        return nvme::fail_call(req->ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
     req->cdw10 = uint32_t{save} << kSaveShift | fid;
     return nvme_admin_get_set_feature(req, kSetFeatures, result);
@@ -181,7 +181,7 @@ int32_t nvme_admin_get_feature(nvme_admin_req* req, uint8_t fid, uint8_t sel,
     req->cdw10 = (sel & kSelectMask) << kSelectShift | fid;
     if (sel > NVME_FEATURE_CAPABILITIES) {
         console_log("Unsupported SEL (%x)\n", sel);
-        return -1;
+        return nvme::fail_call(req->ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
     return nvme_admin_get_set_feature(req, kGetFeatures, result);
 }
@@ -208,7 +208,7 @@ int32_t nvme_admin_get_set_feature(nvme_admin_req* req, uint8_t opcode,
 int32_t nvme_namespace_mgmt_create(nvmemi_ctx* ctx, uint16_t cntlid, const uint8_t* data,
                                    uint32_t* nsid) {
     if (data == nullptr) {
-        return -1;
+        return nvme::fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
     DataRequest bytes;
     std::memcpy(data_of(bytes).data(), data, NVME_ADMIN_DATA_MAX);
@@ -265,7 +265,7 @@ int32_t nvme_lockdown_set(const nvme_lockdown_param* param) {
 
 int32_t nvme_format_nvm(nvmemi_ctx* ctx, uint16_t cntlid, uint32_t nsid, const uint32_t* cdw10) {
     if (cdw10 == nullptr) {
-        return -1;
+        return nvme::fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
     return plain_command(ctx,
                          {.opcode = kFormatNvm, .cntlid = cntlid, .nsid = nsid, .cdw10 = *cdw10});

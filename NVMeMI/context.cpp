@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "NVMeMI/message.h"
+#include "common/error.h"
 #include "common/lock.h"
 #include "common/sleep.h"
 #include "transport/mctp.h"
@@ -58,7 +59,7 @@ int32_t receive(mctp_ctx& mctp, int32_t room, uint8_t* area) {
     }
     // The receive of this binding is one that its exchange calls with the bus locked.
     const MutexGuard bus(at_p_St_GlobalVar->bus_mutex[mctp.bus]);
-    return bus ? mctp.recv(&mctp, room, area) : -1;
+    return bus ? mctp.recv(&mctp, room, area) : fail(mctp.last_error, SIDEBAND_CAUSE_LOCK);
 }
 
 /// Waits for the response that an endpoint has announced.
@@ -71,9 +72,24 @@ int32_t receive_later(mctp_ctx& mctp, int32_t room, uint8_t* area) {
     return result;
 }
 
-bool is_usable(const nvmemi_ctx* ctx, const uint8_t* request, const uint8_t* response) {
-    return ctx != nullptr && ctx->mctp != nullptr && ctx->mctp->xfer != nullptr &&
-           ctx->mctp->recv != nullptr && request != nullptr && response != nullptr;
+/// Begins an exchange. @return whether there is all that it needs
+bool is_usable(nvmemi_ctx* ctx, const uint8_t* request, const uint8_t* response) {
+    if (ctx == nullptr) {
+        return false;
+    }
+    const bool usable = ctx->mctp != nullptr && ctx->mctp->xfer != nullptr &&
+                        ctx->mctp->recv != nullptr && request != nullptr && response != nullptr;
+    ctx->last_error = usable ? kNoError : kArgumentError;
+    return usable;
+}
+
+/// The end of an exchange: a failure of the endpoint's is one of the context's.
+int32_t conclude(nvmemi_ctx& ctx, int32_t result) {
+    if (result < 0) {
+        ctx.last_error = ctx.mctp->last_error;
+        fail(ctx.last_error, SIDEBAND_CAUSE_NO_ANSWER);
+    }
+    return result;
 }
 
 /// Exchanges in an area that has more room than is asked for.
@@ -86,16 +102,17 @@ int32_t run(mctp_ctx& mctp, uint32_t request_length, uint32_t response_capacity,
     int32_t result = -1;
     bool busy = false;
     for (int i = 0; i < kTries && result <= 0 && !busy; ++i) {
+        mctp.last_error = kNoError;
         result = mctp.xfer(&mctp, request_length, room, request, area);
         busy = wants_time(mctp, {request, request_length}, area);
     }
     if (busy) {
         result = receive_later(mctp, room, area);
     } else if (result <= 0) {
-        return -1;
+        return result < 0 ? -1 : fail(mctp.last_error, SIDEBAND_CAUSE_MALFORMED);
     }
     // More than there is room for is nothing that an operation could have stored.
-    return result > room ? -1 : std::max(result, -1);
+    return result > room ? fail(mctp.last_error, SIDEBAND_CAUSE_MALFORMED) : std::max(result, -1);
 }
 
 /// Exchanges aside, for a response that is left alone unless one came.
@@ -119,7 +136,7 @@ int32_t request_with_retries(nvmemi_ctx* ctx, uint32_t request_length, uint32_t 
     }
     const auto run_in =
         response_capacity <= kShortCapacity ? run_aside<ShortArea> : run_aside<Area>;
-    return run_in(*ctx->mctp, request_length, response_capacity, request, response);
+    return conclude(*ctx, run_in(*ctx->mctp, request_length, response_capacity, request, response));
 }
 
 int32_t request_in_area(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,
@@ -127,7 +144,7 @@ int32_t request_in_area(nvmemi_ctx* ctx, uint32_t request_length, uint32_t respo
     if (!is_usable(ctx, request, response)) {
         return -1;
     }
-    return run(*ctx->mctp, request_length, response_capacity, request, response);
+    return conclude(*ctx, run(*ctx->mctp, request_length, response_capacity, request, response));
 }
 
 }  // namespace sideband::nvme
@@ -140,9 +157,13 @@ constexpr uint32_t kReadParameter = 0x001203E8;
 
 int32_t initialise(nvmemi_ctx* ctx, const mctp_ctx* config, uint32_t read_parameter,
                    int32_t (*bring_up)(mctp_ctx*)) {
-    if (ctx == nullptr || config == nullptr) {
+    if (config == nullptr) {
+        return nvme::fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
+    }
+    if (ctx == nullptr) {
         return -1;
     }
+    ctx->last_error = kNoError;
     // First: the prototype may be the endpoint that is released.
     mctp_ctx* const endpoint = create_endpoint(*config).release();
     release_former(ctx->owned, ctx->mctp);
@@ -151,13 +172,15 @@ int32_t initialise(nvmemi_ctx* ctx, const mctp_ctx* config, uint32_t read_parame
     ctx->mi_request = nvme::request_with_retries;
     if (endpoint == nullptr) {
         std::puts("cannot alloc m_ctx");
-        return -1;
+        return nvme::fail_call(ctx, SIDEBAND_CAUSE_MEMORY);
     }
     endpoint->unit_size = kUnitSize;
     endpoint->msg_type = MCTP_MSG_TYPE_NVME_MI;
     endpoint->skip_discovery = 1;
     endpoint->route = read_parameter;
-    return bring_up(endpoint);
+    const int32_t result = bring_up(endpoint);
+    ctx->last_error = endpoint->last_error;
+    return result;
 }
 
 }  // namespace
@@ -175,4 +198,8 @@ int32_t nvmemi_deinit(nvmemi_ctx* ctx) {
         release_current(ctx->owned, ctx->mctp);
     }
     return 0;
+}
+
+const sideband_error* nvmemi_last_error(const nvmemi_ctx* ctx) {
+    return ctx != nullptr ? &ctx->last_error : null_context_error();
 }

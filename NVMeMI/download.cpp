@@ -11,6 +11,7 @@
 #include <cstdio>
 
 #include "NVMeMI/message.h"
+#include "common/error.h"
 #include "common/file.h"
 #include "common/printable.h"
 
@@ -54,6 +55,16 @@ void set_update_status(uint8_t update_status) {
 
 int32_t conclude(uint8_t update_status, int32_t result) {
     set_update_status(update_status);
+    return result;
+}
+
+/// Ends a download that no command has failed. @return -1
+int32_t give_up(nvmemi_ctx* ctx, uint8_t update_status, uint8_t cause) {
+    set_update_status(update_status);
+    const int32_t result = nvme::fail_call(ctx, cause);
+    if (ctx != nullptr) {
+        record_step(ctx->last_error, SIDEBAND_STEP_FILE);
+    }
     return result;
 }
 
@@ -106,7 +117,7 @@ int32_t send_piece(const Transfer& transfer, const Piece& piece) {
     const auto data = std::span(bytes).subspan(NVME_ADMIN_REQUEST_SIZE, piece.length);
     std::fill_n(data.end(), piece.padding, uint8_t{0});
     if (!read_image(transfer, piece.offset, data)) {
-        return conclude(NVME_FW_DOWNLOAD_UNREADABLE, -1);
+        return give_up(transfer.ctx, NVME_FW_DOWNLOAD_UNREADABLE, SIDEBAND_CAUSE_FILE);
     }
     const uint32_t length = NVME_ADMIN_REQUEST_SIZE + piece.length + piece.padding;
     log_place();
@@ -171,21 +182,21 @@ bool is_chunk_size(uint32_t chunk_size) {
 int32_t nvme_fw_image_download(nvmemi_ctx* ctx, uint16_t cntlid, const char* path,
                                uint32_t chunk_size, uint32_t task_id) {
     if (path == nullptr) {
-        return conclude(NVME_FW_DOWNLOAD_NO_PATH, -1);
+        return give_up(ctx, NVME_FW_DOWNLOAD_NO_PATH, SIDEBAND_CAUSE_ARGUMENT);
     }
     if (!is_chunk_size(chunk_size)) {
-        return conclude(NVME_FW_DOWNLOAD_COMMAND, -1);
+        return give_up(ctx, NVME_FW_DOWNLOAD_COMMAND, SIDEBAND_CAUSE_ARGUMENT);
     }
     // Without waiting, as open_regular() does; what opens but is no file has an outcome of its own.
     const File file(open(path, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file) {
         debug_log("%s, can't open %s\n", "nvme_fw_image_download", Printable(path).text());
-        return conclude(NVME_FW_DOWNLOAD_NO_FILE, -1);
+        return give_up(ctx, NVME_FW_DOWNLOAD_NO_FILE, SIDEBAND_CAUSE_FILE);
     }
     FileStamp stamp;
     if (!is_image(file, stamp)) {
         debug_log("%s, %s is no image file\n", "nvme_fw_image_download", Printable(path).text());
-        return conclude(NVME_FW_DOWNLOAD_UNREADABLE, -1);
+        return give_up(ctx, NVME_FW_DOWNLOAD_UNREADABLE, SIDEBAND_CAUSE_FILE);
     }
     const auto size = static_cast<uint32_t>(stamp.size);
     log_place();

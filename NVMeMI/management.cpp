@@ -35,10 +35,13 @@ constexpr char kConfigurationFailure[] = "fail to get NVMe-MI config";
 using ShortResponse = std::array<uint8_t, NVMEMI_RESPONSE_SIZE>;
 
 /// Whether there is a context, and what else a command needs.
-bool is_usable(const nvmemi_ctx* ctx, bool has_arguments = true) {
+bool is_usable(nvmemi_ctx* ctx, bool has_arguments = true) {
     if (ctx == nullptr) {
         std::puts("nvmemi ctx is null");
         return false;
+    }
+    if (!has_arguments) {
+        nvme::fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
     return has_arguments;
 }
@@ -99,12 +102,12 @@ int32_t nvmemi_read_nvmemi_data_structure(nvmemi_ctx* ctx, const uint32_t* nmd0,
         return status;
     }
     if (!is_structure(static_cast<uint8_t>(*nmd0 >> kTypeShift), size)) {
-        return -1;
+        return nvme::fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
     }
     if (size > answer.body.remaining() || size > capacity) {
         debug_log("%s, data structure of %d bytes: %zu came, room for %u\n", "nvmemi", size,
                   answer.body.remaining(), capacity);
-        return -1;
+        return nvme::fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
     }
     answer.body.copy({data, size});
     *length = size;
@@ -153,12 +156,12 @@ int32_t nvmemi_controller_health_status_poll(
     if (reported > NVMEMI_CONTROLLERS_MAX) {
         std::printf("Response entries (%d) should not greater than MAX_NVME_CONTROLLER=%d.\n",
                     reported, NVMEMI_CONTROLLERS_MAX);
-        return -1;
+        return nvme::fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
     }
     if (body.remaining() < reported * kEntrySize) {
         debug_log("%s, %zu bytes do not hold %d controllers\n", "nvmemi", answer.message.size(),
                   reported);
-        return -1;
+        return nvme::fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
     }
     for (nvme_controller_health& entry : std::span(entries, reported)) {
         entry = {body.le16(), body.le16(), body.le16(), body.u8(), body.u8(), body.u8()};
@@ -174,7 +177,7 @@ int32_t nvmemi_config_set_smbus_freq(nvmemi_ctx* ctx, uint8_t port, uint8_t freq
     }
     if (frequency < NVMEMI_SMBUS_100_KHZ || frequency > NVMEMI_SMBUS_1_MHZ) {
         std::printf("invalid freq (%x)\n", frequency);
-        return -1;
+        return nvme::fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
     return plain_command(
         ctx, {.opcode = kConfigurationSet, .nmd0 = configuration(kSmbusFrequency, port, frequency)},
@@ -241,7 +244,7 @@ int32_t nvmemi_vpd_read(nvmemi_ctx* ctx, uint16_t offset, uint16_t length, uint8
     const auto room = allocate_bytes(size);
     if (room == nullptr) {
         std::puts("fail to allocate buffer");
-        return -1;
+        return nvme::fail_call(ctx, SIDEBAND_CAUSE_MEMORY);
     }
     nvme::Answer answer = nvme::exchange(ctx, {.opcode = kVpdRead, .nmd0 = offset, .nmd1 = length},
                                          std::span(room.get(), size));
@@ -260,13 +263,13 @@ int32_t nvmemi_vpd_write(nvmemi_ctx* ctx, const uint8_t* data, uint16_t offset, 
     }
     if (length > NVMEMI_VPD_WRITE_MAX) {
         debug_log("%s, %d bytes are too many for a VPD write\n", "nvmemi", length);
-        return -1;
+        return nvme::fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
     const size_t size = NVMEMI_REQUEST_SIZE + size_t{length};
     const auto request = allocate_bytes(size);
     if (request == nullptr) {
         std::puts("fail to allocate buffer");
-        return -1;
+        return nvme::fail_call(ctx, SIDEBAND_CAUSE_MEMORY);
     }
     std::memcpy(request.get() + NVMEMI_REQUEST_SIZE, data, length);
     ShortResponse room{};

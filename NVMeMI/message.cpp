@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "common/crc.h"
+#include "common/error.h"
 
 using namespace sideband;
 
@@ -29,12 +30,22 @@ constexpr uint8_t kAdminTypeMask = 0x86;
 constexpr uint8_t kResponse = 0x80;
 constexpr uint8_t kCommonMask = 0x79;
 
+constexpr size_t kOpcode = 3;
+
+/// Says which command a recorded failure is of.
+[[gnu::cold]] void note_command(nvmemi_ctx& ctx, std::span<const uint8_t> request) {
+    const bool is_admin = (request[0] & (kManagementCommand | kAdminCommand)) == kAdminCommand;
+    record_step(ctx.last_error, is_admin ? SIDEBAND_STEP_NVME : SIDEBAND_STEP_NVME_MI,
+                request[kOpcode]);
+}
+
 /// Sets the message type of the context and sends the bytes of a request over it.
 /// @return what the operation says; -1 for every failure
 int32_t transfer(nvmemi_ctx* ctx, std::span<uint8_t> request, Room room) {
     if (ctx == nullptr || ctx->mctp == nullptr || ctx->mi_request == nullptr) {
-        return -1;
+        return fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
+    ctx->last_error = kNoError;
     ctx->mctp->msg_type = kMessageType;
     if (room.is_area) {
         std::fill_n(room.bytes.begin(), NVME_ADMIN_RESPONSE_SIZE, uint8_t{0});
@@ -44,6 +55,10 @@ int32_t transfer(nvmemi_ctx* ctx, std::span<uint8_t> request, Room room) {
     const int32_t result =
         operation(ctx, static_cast<uint32_t>(request.size()),
                   static_cast<uint32_t>(room.bytes.size()), request.data(), room.bytes.data());
+    if (result < 0) {
+        fail_command(ctx, SIDEBAND_CAUSE_NO_ANSWER);
+        note_command(*ctx, request);
+    }
     return std::max(result, -1);
 }
 
@@ -92,6 +107,19 @@ void report_status(std::span<const uint8_t> message, Outlet outlet) {
     }
 }
 
+[[gnu::cold]] void note_status(nvmemi_ctx& ctx, std::span<const uint8_t> request,
+                               std::span<const uint8_t> message) {
+    WireReader reader(message);
+    reader.skip(kStatus);
+    const uint8_t status = reader.u8();
+    const uint8_t bit = reader.u8() & 0x07;
+    const bool located = status == NVMEMI_STATUS_INVALID_PARAMETER;
+    const int place = reader.u8() << 8 | bit;
+    record_code(ctx.last_error, SIDEBAND_CODE_NVME_MI, status,
+                static_cast<uint16_t>(located ? place : 0));
+    note_command(ctx, request);
+}
+
 Answer failed_exchange() {
     return {Stage::kFailedExchange, -1, {}, WireReader({})};
 }
@@ -108,15 +136,26 @@ Answer judge(nvmemi_ctx* ctx, std::span<uint8_t> request, Room room) {
     const uint8_t status = reader.u8();
     if (!reader.ok()) {
         debug_log("%s, response of %zu bytes has no status\n", "nvmemi", message.size());
+        fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
+        note_command(*ctx, request);
         return {Stage::kMalformed, -1, message, reader};
     }
     if (!is_response(*ctx->mctp, request, message)) {
         debug_log("%s, message %02x is no response to request %02x\n", "nvmemi", message[0],
                   request[0]);
+        fail_command(ctx, SIDEBAND_CAUSE_WRONG_TAG);
+        note_command(*ctx, request);
         return {Stage::kMalformed, -1, message, reader};
     }
-    return {status == NVMEMI_STATUS_SUCCESS ? Stage::kDone : Stage::kRefused, status, message,
-            reader};
+    if (status != NVMEMI_STATUS_SUCCESS) {
+        note_status(*ctx, request, message);
+    }
+    return {status == NVMEMI_STATUS_SUCCESS ? Stage::kDone : Stage::kRefused,
+            status,
+            message,
+            reader,
+            ctx,
+            request[kOpcode]};
 }
 
 /// Whether a completion says that the controller has failed the command. Deployed firmware takes a
@@ -135,15 +174,30 @@ void judge_completion(const mctp_ctx& mctp, AdminAnswer& answer) {
     if (!answer.body.ok()) {
         debug_log("%s, response of %zu bytes has no completion\n", "nvme admin",
                   answer.message.size());
+        fail_command(answer.ctx, SIDEBAND_CAUSE_MALFORMED);
         answer.stage = Stage::kMalformed;
         answer.result = -1;
     } else if (has_failed(mctp, answer.dword3)) {
+        record_code(answer.ctx->last_error, SIDEBAND_CODE_NVME,
+                    static_cast<uint16_t>(NVME_COMPLETION_SCT(answer.dword3) << 8 |
+                                          NVME_COMPLETION_SC(answer.dword3)));
         answer.stage = Stage::kFailed;
         answer.result = static_cast<int32_t>(answer.dword3);
     }
 }
 
 }  // namespace
+
+int32_t fail_command(nvmemi_ctx* ctx, uint8_t cause) {
+    return ctx != nullptr ? fail(ctx->last_error, cause) : -1;
+}
+
+int32_t fail_call(nvmemi_ctx* ctx, uint8_t cause) {
+    if (ctx != nullptr) {
+        ctx->last_error = {.cause = cause};
+    }
+    return -1;
+}
 
 size_t body_length(const mctp_ctx& mctp, std::span<const uint8_t> room, int32_t result) {
     constexpr size_t kCheckSize = 4;
@@ -200,6 +254,9 @@ AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, Room room) {
     AdminAnswer answer{judge(ctx, request.bytes, room), 0, 0};
     if (answer.stage == Stage::kDone) {
         judge_completion(*ctx->mctp, answer);
+        if (answer.stage != Stage::kDone) {
+            note_command(*ctx, request.bytes);
+        }
     }
     return answer;
 }
@@ -207,6 +264,7 @@ AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, Room room) {
 AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, Room room) {
     if (command.dlen > NVME_ADMIN_DATA_MAX) {
         debug_log("%s, %u bytes of data are too many\n", "nvme admin", command.dlen);
+        fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
         return {failed_exchange(), 0, 0};
     }
     std::array<uint8_t, NVME_ADMIN_REQUEST_SIZE> bytes;
@@ -220,6 +278,8 @@ int32_t finish(const Answer& answer, const char* failure) {
         report_status(answer.message, Outlet::kOutput);
     } else if (answer.stage == Stage::kDone && !answer.body.ok()) {
         debug_log("%s, response of %zu bytes is too short\n", "nvmemi", answer.message.size());
+        fail(answer.ctx->last_error, SIDEBAND_CAUSE_MALFORMED);
+        record_step(answer.ctx->last_error, SIDEBAND_STEP_NVME_MI, answer.opcode);
         return -1;
     }
     return answer.result;
@@ -240,7 +300,7 @@ int32_t finish(const AdminAnswer& answer) {
 int32_t nvme_admin_cmd(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,
                        uint8_t* request, uint8_t* response) {
     if (request == nullptr || request_length < NVME_ADMIN_REQUEST_SIZE || response == nullptr) {
-        return -1;
+        return nvme::fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
     const std::span bytes(request, request_length);
     nvme::complete(bytes);

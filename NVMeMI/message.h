@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <span>
 
+#include "common/error.h"
 #include "common/wire.h"
 
 namespace sideband::nvme {
@@ -95,6 +96,8 @@ struct Answer {
     std::span<const uint8_t> message;
     /// What is behind the status; if there is a completion queue entry, what is behind that.
     WireReader body;
+    nvmemi_ctx* ctx = nullptr;  ///< who has asked, and for what
+    uint8_t opcode = 0;
 };
 
 /// The answer to an admin command.
@@ -116,6 +119,15 @@ int32_t finish(const Answer& answer, const char* failure);
 /// The end of an admin command. Says on the console what the endpoint or the controller refused.
 /// @return the result
 int32_t finish(const AdminAnswer& answer);
+
+/// Records why a command has failed, or is not sent at all, unless something is recorded already.
+/// @param ctx    null: nothing is recorded
+/// @param cause  SIDEBAND_CAUSE_...
+/// @return -1
+[[gnu::cold]] int32_t fail_command(nvmemi_ctx* ctx, uint8_t cause);
+
+/// As fail_command(), of a call that has not begun: what is recorded is of an earlier one.
+[[gnu::cold]] int32_t fail_call(nvmemi_ctx* ctx, uint8_t cause);
 
 /// The operation that nvmemi_init() installs.
 int32_t request_with_retries(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,

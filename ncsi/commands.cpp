@@ -41,7 +41,7 @@ bool discover(ncsi_ctx& ctx, unsigned package, unsigned number) {
 
 int32_t address_package(ncsi_channel* channel, uint8_t type, uint32_t package_id,
                         const char* failure) {
-    if (!ncsi::can_exchange(channel)) {
+    if (!ncsi::begin(channel)) {
         return -1;
     }
     int32_t result = -1;
@@ -67,7 +67,11 @@ int32_t ncsi_request_init(uint8_t* header) {
 }
 
 int32_t ncsi_discovery(ncsi_ctx* ctx) {
-    if (ctx == nullptr || ctx->transfer == nullptr) {
+    if (ctx == nullptr) {
+        return -1;
+    }
+    ctx->last_error = kArgumentError;
+    if (ctx->transfer == nullptr) {
         return -1;
     }
     for (unsigned package = 0; package < NCSI_PACKAGES; ++package) {
@@ -76,6 +80,7 @@ int32_t ncsi_discovery(ncsi_ctx* ctx) {
             found |= discover(*ctx, package, number);
         }
         if (found) {
+            ctx->last_error = kNoError;  // Of channels that are not there.
             return 0;
         }
     }
@@ -83,7 +88,11 @@ int32_t ncsi_discovery(ncsi_ctx* ctx) {
 }
 
 int32_t ncsi_oem_discovery(ncsi_ctx* ctx) {
-    if (ctx == nullptr || ctx->oem_transfer == nullptr) {
+    if (ctx == nullptr) {
+        return -1;
+    }
+    ctx->last_error = kArgumentError;
+    if (ctx->oem_transfer == nullptr) {
         return -1;
     }
     for (unsigned number = 0; number < NCSI_CHANNELS; ++number) {
@@ -104,7 +113,7 @@ int32_t ncsi_get_link_status(ncsi_channel* channel) {
     constexpr uint32_t kSpeedMask = 0x0F;
     constexpr uint32_t kAutonegDone = 1u << 6;
     constexpr unsigned kExtendedSpeedShift = 24;
-    if (!ncsi::can_exchange(channel)) {
+    if (!ncsi::begin(channel)) {
         return -1;
     }
     ncsi::Request request(NCSI_GET_LINK_STATUS, channel->channel_id);

@@ -22,7 +22,11 @@ void install(ncsi_ctx& ctx, ncsi_transfer_op transfer) {
 }  // namespace
 
 int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
-    if (ctx == nullptr || config == nullptr) {
+    if (ctx == nullptr) {
+        return -1;
+    }
+    ctx->last_error = kArgumentError;
+    if (config == nullptr) {
         return -1;
     }
     // First: the prototype may be the endpoint that is released.
@@ -30,11 +34,14 @@ int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
     release_former(ctx->owned, ctx->mctp);
     ctx->mctp = nullptr;
     if (endpoint == nullptr) {
+        ctx->last_error = {.cause = SIDEBAND_CAUSE_MEMORY, .step = SIDEBAND_STEP_SET_UP};
         std::puts("can't alloc m_ctx");
         return -1;
     }
     install(*ctx, ncsi::transfer);
     if (mctp_init2(endpoint.get()) < 0) {
+        ctx->last_error = endpoint->last_error;
+        record_step(ctx->last_error, SIDEBAND_STEP_SET_UP);
         std::puts("mctp discover failed");
         return -1;
     }
@@ -52,7 +59,11 @@ int32_t ncsi_deinit(ncsi_ctx* ctx) {
 }
 
 int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp) {
-    if (ctx == nullptr || mctp == nullptr) {
+    if (ctx == nullptr) {
+        return -1;
+    }
+    ctx->last_error = kArgumentError;
+    if (mctp == nullptr) {
         return -1;
     }
     release_former(ctx->owned, ctx->mctp, mctp);
@@ -61,9 +72,15 @@ int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp) {
     install(*ctx, ncsi::transfer_by_oem);
     mctp->skip_discovery = 1;
     mctp->i2c_delay_us = 0;
-    if (mctp_init2(mctp) < 0) {
+    const int32_t result = mctp_init2(mctp);
+    ctx->last_error = mctp->last_error;
+    if (result < 0) {
         std::puts("binding method configure error");
         return -1;
     }
     return 0;
+}
+
+const sideband_error* ncsi_last_error(const ncsi_ctx* ctx) {
+    return ctx != nullptr ? &ctx->last_error : null_context_error();
 }

@@ -30,9 +30,15 @@ T padded(T length) {
     return (length + (kAlignment - 1)) / kAlignment * kAlignment;
 }
 
-bool is_usable(const ncsi_ctx* ctx, const uint8_t* request, const uint8_t* response) {
-    return ctx != nullptr && ctx->mctp != nullptr && ctx->mctp->xfer != nullptr &&
-           request != nullptr && response != nullptr;
+/// Begins a transfer. @return whether there is all that it needs
+bool is_usable(ncsi_ctx* ctx, const uint8_t* request, const uint8_t* response) {
+    if (ctx == nullptr) {
+        return false;
+    }
+    const bool usable = ctx->mctp != nullptr && ctx->mctp->xfer != nullptr && request != nullptr &&
+                        response != nullptr;
+    ctx->last_error = usable ? kNoError : kArgumentError;
+    return usable;
 }
 
 /// The checksum of header, payload and padding (DSP0222, clause 8.2.2.3).
@@ -80,6 +86,7 @@ int32_t padded_capacity(int32_t capacity) {
 int32_t transfer_over(mctp_ctx& mctp, uint32_t length, int32_t capacity, const uint8_t* request,
                       uint8_t* response) {
     const int32_t room = padded_capacity(capacity);
+    mctp.last_error = kNoError;
     return std::min(mctp.xfer(&mctp, length, room, request, response), room);
 }
 
@@ -96,52 +103,57 @@ bool is_unharmed(std::span<const uint8_t> response, size_t end) {
     return checksum == 0 || checksum == checksum_of(response.first(end));
 }
 
+/// What is wrong with a response.
+struct Fault {
+    const char* name = nullptr;  ///< null: nothing
+    uint8_t cause = SIDEBAND_CAUSE_NONE;
+};
+
 /// What the strict bits of the endpoint find wrong with the response to a request (DSP0222, clauses
 /// 8.2.1 and 8.2.2.3). Without them its channel ID is not asked for, among other things: there are
 /// controllers that answer the command of a package with that of a channel.
-/// @return null if nothing
-const char* fault_of(const mctp_ctx& mctp, std::span<const uint8_t> request,
-                     std::span<const uint8_t> response) {
+Fault fault_of(const mctp_ctx& mctp, std::span<const uint8_t> request,
+               std::span<const uint8_t> response) {
     const Header sent = Header::read(request);
     const Header came = Header::read(response);
     const size_t end = NCSI_HEADER_SIZE + size_t{came.payload_length};
     if ((mctp.strict & MCTP_STRICT_PACKETS) != 0) {
         if (came.type != (sent.type | kResponseBit)) {
-            return "type";
+            return {"type", SIDEBAND_CAUSE_WRONG_TAG};
         }
         if (came.iid != sent.iid) {
-            return "instance ID";
+            return {"instance ID", SIDEBAND_CAUSE_WRONG_TAG};
         }
         if (end < kResponseSize || end > response.size()) {
-            return "length";
+            return {"length", SIDEBAND_CAUSE_MALFORMED};
         }
     }
     if ((mctp.strict & MCTP_STRICT_ADDRESSES) != 0 && came.channel_id != sent.channel_id) {
-        return "channel ID";
+        return {"channel ID", SIDEBAND_CAUSE_WRONG_TAG};
     }
     if ((mctp.strict & MCTP_STRICT_INTEGRITY) != 0 && !is_unharmed(response, padded(end))) {
-        return "checksum";
+        return {"checksum", SIDEBAND_CAUSE_WRONG_CHECK};
     }
-    return nullptr;
+    return {};
 }
 
 /// Looks at the response to a request. What did not come of it counts as zero.
-int32_t judge(const mctp_ctx& mctp, const uint8_t* request, const uint8_t* response,
-              int32_t length) {
+int32_t judge(ncsi_ctx& ctx, const uint8_t* request, const uint8_t* response, int32_t length) {
+    const mctp_ctx& mctp = *ctx.mctp;
     std::array<uint8_t, kResponseSize> head{};
     const size_t received = std::min(static_cast<size_t>(length), head.size());
     std::memcpy(head.data(), response, received);
     const uint8_t type = type_of(head.data());
     if (type != (type_of(request) | kResponseBit)) {
         std::printf("the command code in the response(%x) is not right.", type);
-        return -1;
+        return fail(ctx.last_error, SIDEBAND_CAUSE_WRONG_TAG);
     }
-    const char* const fault = mctp.strict != 0 ? fault_of(mctp, {request, NCSI_HEADER_SIZE},
-                                                          {response, static_cast<size_t>(length)})
-                                               : nullptr;
-    if (fault != nullptr) {
-        debug_log("%s, response with a wrong %s\n", "ncsi", fault);
-        return -1;
+    const Fault fault = mctp.strict != 0 ? fault_of(mctp, {request, NCSI_HEADER_SIZE},
+                                                    {response, static_cast<size_t>(length)})
+                                         : Fault{};
+    if (fault.name != nullptr) {
+        debug_log("%s, response with a wrong %s\n", "ncsi", fault.name);
+        return fail(ctx.last_error, fault.cause);
     }
     WireReader codes{std::span(head).subspan(NCSI_HEADER_SIZE)};
     const uint16_t code = codes.be16();
@@ -151,7 +163,26 @@ int32_t judge(const mctp_ctx& mctp, const uint8_t* request, const uint8_t* respo
     }
     std::printf("compleition is not successful(%x,%x) or return size(%x) is too small\n", code,
                 reason, static_cast<unsigned>(length));
-    return -1;
+    if (code != 0 || reason != 0) {
+        record_code(ctx.last_error, SIDEBAND_CODE_NCSI, code, reason);
+    }
+    return fail(ctx.last_error, SIDEBAND_CAUSE_MALFORMED);
+}
+
+/// The end of a transfer whose result is in the context.
+int32_t conclude(ncsi_ctx& ctx, const uint8_t* request, const uint8_t* response) {
+    int32_t result = -1;
+    if (ctx.response_length >= 1) {
+        result = judge(ctx, request, response, ctx.response_length);
+    } else {
+        ctx.last_error = ctx.mctp->last_error;
+        fail(ctx.last_error,
+             ctx.response_length < 0 ? SIDEBAND_CAUSE_NO_ANSWER : SIDEBAND_CAUSE_MALFORMED);
+    }
+    if (result < 0) {
+        record_step(ctx.last_error, SIDEBAND_STEP_NCSI, type_of(request));
+    }
+    return result;
 }
 
 }  // namespace
@@ -180,6 +211,7 @@ Answer exchange(ncsi_channel& channel, Request& request, int32_t capacity) {
     const auto room = request.room();
     // An operation that does not know better has filled the response.
     ctx.response_length = capacity;
+    ctx.last_error = kNoError;
     const int32_t result =
         ctx.transfer(&channel, request.size(), capacity, request.data(), room.data());
     const int32_t length = std::clamp(ctx.response_length, 0, capacity);
@@ -189,15 +221,21 @@ Answer exchange(ncsi_channel& channel, Request& request, int32_t capacity) {
     const bool unsupported =
         codes.be16() == NCSI_RESPONSE_UNSUPPORTED && codes.be16() == NCSI_REASON_UNSUPPORTED &&
         (ctx.mctp == nullptr ||
-         fault_of(*ctx.mctp, {request.data(), request.size()}, response) == nullptr);
+         fault_of(*ctx.mctp, {request.data(), request.size()}, response).name == nullptr);
     WireReader body(response);
     body.skip(kResponseSize);
-    return {result, ctx.response_length, unsupported, body};
+    if (result < 0) {
+        fail(ctx.last_error, SIDEBAND_CAUSE_NO_ANSWER);
+        record_step(ctx.last_error, SIDEBAND_STEP_NCSI, type_of(request.data()));
+    }
+    return {result, ctx.response_length, unsupported, body, &ctx, type_of(request.data())};
 }
 
 int32_t finish(const Answer& answer) {
     if (answer.result >= 0 && !answer.body.ok()) {
         debug_log("%s, response of %d bytes is too short\n", "ncsi", answer.length);
+        fail(answer.ctx->last_error, SIDEBAND_CAUSE_MALFORMED);
+        record_step(answer.ctx->last_error, SIDEBAND_STEP_NCSI, answer.type);
         return -1;
     }
     return answer.result;
@@ -211,7 +249,7 @@ int32_t transfer(ncsi_channel* channel, uint32_t request_length, int32_t respons
     ncsi_ctx& ctx = *channel->ctx;
     const uint32_t length = complete(ctx, request_length, request);
     if (length == 0) {
-        return -1;
+        return fail(ctx.last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     mctp_ctx& mctp = *ctx.mctp;
     if (type_of(request) == NCSI_CLEAR_INITIAL_STATE) {
@@ -220,7 +258,7 @@ int32_t transfer(ncsi_channel* channel, uint32_t request_length, int32_t respons
     ctx.response_length = transfer_over(mctp, length, response_capacity, request, response);
     mctp.route = 0;
     ++ctx.iid;
-    return ctx.response_length < 1 ? -1 : judge(mctp, request, response, ctx.response_length);
+    return conclude(ctx, request, response);
 }
 
 int32_t transfer_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response_capacity,
@@ -230,17 +268,17 @@ int32_t transfer_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response
     }
     const uint32_t length = complete(*ctx, request_length, request);
     if (length == 0) {
-        return -1;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     mctp_ctx& mctp = *ctx->mctp;
     {
         const ChannelGuard channel(mctp.bus != 0 ? mctp.bus : platform.default_i2c_channel);
         if (!channel) {
-            return -1;
+            return fail(ctx->last_error, SIDEBAND_CAUSE_LOCK);
         }
         const MutexGuard global(at_p_St_GlobalVar->ncsi_lock);
         if (!global) {
-            return -1;
+            return fail(ctx->last_error, SIDEBAND_CAUSE_LOCK);
         }
         ctx->response_length = transfer_over(mctp, length, response_capacity, request, response);
     }
@@ -248,15 +286,18 @@ int32_t transfer_locked(ncsi_ctx* ctx, uint32_t request_length, int32_t response
     if ((mctp.strict & MCTP_STRICT_PACKETS) != 0) {
         ++ctx->iid;
     }
-    return ctx->response_length < 1 ? -1 : judge(mctp, request, response, ctx->response_length);
+    return conclude(*ctx, request, response);
 }
 
 int32_t transfer_by_oem(ncsi_channel* channel, uint32_t request_length, int32_t response_capacity,
                         uint8_t* request, uint8_t* response) {
-    if (channel == nullptr || channel->ctx == nullptr || channel->ctx->oem_transfer == nullptr) {
+    if (channel == nullptr || channel->ctx == nullptr) {
         return -1;
     }
     ncsi_ctx* const ctx = channel->ctx;
+    if (ctx->oem_transfer == nullptr) {
+        return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
+    }
     return ctx->oem_transfer(ctx, request_length, response_capacity, request, response);
 }
 

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <span>
 
+#include "common/error.h"
 #include "common/wire.h"
 
 namespace sideband::ncsi {
@@ -58,14 +59,22 @@ struct Answer {
     int32_t length;    ///< bytes of the response, as the operation says
     bool unsupported;  ///< the controller does not know the command; the result is no success then
     WireReader body;   ///< what is behind the codes
+    ncsi_ctx* ctx;     ///< who has asked, and for what
+    uint8_t type;
 };
 
-/// Whether commands can be sent over the channel's context.
-inline bool can_exchange(const ncsi_channel* channel) {
-    return channel != nullptr && channel->ctx != nullptr && channel->ctx->transfer != nullptr;
+/// Begins a command over a channel: if it ends in front of an exchange, an argument is wrong.
+/// @return whether commands can be sent over the channel's context
+inline bool begin(ncsi_channel* channel) {
+    if (channel == nullptr || channel->ctx == nullptr) {
+        return false;
+    }
+    channel->ctx->last_error = kArgumentError;
+    return channel->ctx->transfer != nullptr;
 }
 
-/// Sends a command by the transfer operation of the channel's context, which must have one.
+/// Sends a command by the transfer operation of the channel's context, which must have one, and
+/// records why it failed.
 /// @param capacity  bytes that are asked for, a multiple of four
 Answer exchange(ncsi_channel& channel, Request& request, int32_t capacity);
 

@@ -113,6 +113,7 @@ int32_t ncsi_oem_brcm_entry(ncsi_channel* channel, uint32_t command) {
             return entry.handler(channel);
         }
     }
+    ncsi::begin(channel);
     return -1;
 }
 
@@ -123,11 +124,12 @@ int32_t ncsi_oem_mx_entry(ncsi_channel* channel, uint32_t command) {
             return entry.handler(channel);
         }
     }
+    ncsi::begin(channel);
     return -1;
 }
 
 int32_t ncsi_oem_brcm_get_preboot_server_config(ncsi_channel* channel) {
-    if (!ncsi::can_exchange(channel)) {
+    if (!ncsi::begin(channel)) {
         return -1;
     }
     Preboot preboot;
@@ -143,7 +145,7 @@ int32_t ncsi_oem_brcm_get_preboot_server_config(ncsi_channel* channel) {
 
 int32_t ncsi_oem_brcm_set_preboot_server_config(ncsi_channel* channel) {
     constexpr const char* kFunction = "ncsi_oem_brcm_set_preboot_server_config";
-    if (!ncsi::can_exchange(channel)) {
+    if (!ncsi::begin(channel)) {
         return -1;
     }
     Preboot preboot;
@@ -172,7 +174,7 @@ int32_t ncsi_oem_brcm_set_preboot_server_config(ncsi_channel* channel) {
 }
 
 int32_t ncsi_oem_mx_get_card_tlv_info(ncsi_channel* channel) {
-    if (!ncsi::can_exchange(channel)) {
+    if (!ncsi::begin(channel)) {
         return -1;
     }
     Tlv tlv;
@@ -191,7 +193,7 @@ int32_t ncsi_oem_mx_get_card_tlv_info(ncsi_channel* channel) {
 
 int32_t ncsi_oem_mx_set_card_tlv_info(ncsi_channel* channel) {
     constexpr const char* kFunction = "ncsi_oem_mx_set_card_tlv_info";
-    if (!ncsi::can_exchange(channel)) {
+    if (!ncsi::begin(channel)) {
         return -1;
     }
     Tlv tlv;
@@ -226,7 +228,7 @@ int32_t ncsi_oem_mx_get_pf_mac_address(ncsi_channel* channel) {
     constexpr size_t kShown = 16;
     constexpr size_t kMac = 8;
     constexpr size_t kMacSize = 6;
-    if (!ncsi::can_exchange(channel)) {
+    if (!ncsi::begin(channel)) {
         return -1;
     }
     ncsi::Request request(NCSI_OEM_COMMAND, channel->channel_id, 8);
@@ -247,7 +249,7 @@ int32_t ncsi_oem_mx_get_pf_mac_address(ncsi_channel* channel) {
 
 int32_t ncsi_oem_mx_get_temperature(ncsi_channel* channel) {
     constexpr size_t kInFront = 11;
-    if (!ncsi::can_exchange(channel)) {
+    if (!ncsi::begin(channel)) {
         return -1;
     }
     ncsi::Request request(NCSI_OEM_COMMAND, channel->channel_id, 8);

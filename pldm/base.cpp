@@ -31,7 +31,7 @@ PldmAnswer exchange_header(pldm_ctx* ctx, Command command, std::span<uint8_t> ro
     if (ctx == nullptr) {
         std::printf("[%s] Null ptr error.\n", function);
     }
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return {};
     }
     PldmRequest request(PLDM_TYPE_BASE, command);
@@ -40,6 +40,7 @@ PldmAnswer exchange_header(pldm_ctx* ctx, Command command, std::span<uint8_t> ro
         debug_log("[%s] PLDM tx failed (%d)\n", function, answer.result);
     } else if (answer.header.command != command) {
         debug_log("call %s, reqCode[%d] respCode[%d]\n", call, command, answer.header.command);
+        fail_command(*ctx, SIDEBAND_CAUSE_MALFORMED);
         answer.result = -1;
     }
     return answer;
@@ -106,11 +107,12 @@ int32_t pldm_get_tid(pldm_ctx* ctx) {
 int32_t pldm_get_version(pldm_ctx* ctx, uint8_t type) {
     constexpr size_t kRoom = 25;
     constexpr int kPassesMax = 7;
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return -1;
     }
     const auto room = allocate_bytes(kRoom);
     if (room == nullptr) {
+        ctx->last_error = {.cause = SIDEBAND_CAUSE_MEMORY};
         return -1;
     }
     std::printf("verion len : %d\n", 17);
@@ -130,6 +132,7 @@ int32_t pldm_get_version(pldm_ctx* ctx, uint8_t type) {
         handle = part.next_handle;
         operation = kGetNextPart;
     }
+    fail_command(*ctx, SIDEBAND_CAUSE_MALFORMED);
     std::printf("Get Version Timeout\n");
     return -1;
 }
@@ -159,7 +162,7 @@ int32_t pldm_get_type(pldm_ctx* ctx) {
 }
 
 int32_t pldm_get_commands(pldm_ctx* ctx) {
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return -1;
     }
     uint32_t version = 0;  // any, which the standard does not know

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 
+#include "common/error.h"
 #include "transport/mctp.h"
 
 using namespace sideband;
@@ -45,15 +46,21 @@ int32_t mctp_pldm_register(mctp_ctx* mctp, pldm_ctx* ctx) {
 int32_t pldm_terminus_init(pldm_ctx* ctx, const mctp_ctx* config) {
     if (config == nullptr || ctx == nullptr) {
         debug_log("%s, invalid parameters\n", "pldm_terminus_init");
+        if (ctx != nullptr) {
+            ctx->last_error = kArgumentError;
+        }
         return PLDM_ERROR_ARGUMENT;
     }
     EndpointPtr endpoint = create_endpoint(*config);
     if (endpoint == nullptr) {
         debug_log("%s, malloc() fail\n", "pldm_terminus_init");
+        ctx->last_error = {.cause = SIDEBAND_CAUSE_MEMORY, .step = SIDEBAND_STEP_SET_UP};
         return PLDM_ERROR_ARGUMENT;
     }
     if (mctp_init2(endpoint.get()) < 0) {
         debug_log("%s, mctp_initial() fail\n", "pldm_terminus_init");
+        ctx->last_error = endpoint->last_error;
+        record_step(ctx->last_error, SIDEBAND_STEP_SET_UP);
         return -1;
     }
     mctp_pldm_register(endpoint.get(), ctx);
@@ -72,15 +79,21 @@ int32_t pldm_terminus_deinit(pldm_ctx* ctx) {
 }
 
 int32_t discover_pldm_terminus(pldm_ctx* ctx, const mctp_ctx* config) {
+    sideband_error unused;
+    sideband_error& error = ctx != nullptr ? ctx->last_error : unused;
     if (config == nullptr) {
+        error = kArgumentError;
         return -1;
     }
     const EndpointPtr endpoint = create_endpoint(*config);
     if (endpoint == nullptr) {
+        error = {.cause = SIDEBAND_CAUSE_MEMORY, .step = SIDEBAND_STEP_SET_UP};
         std::printf("can't alloc m_ctx\n");
         return -1;
     }
     if (mctp_init2(endpoint.get()) < 0) {
+        error = endpoint->last_error;
+        record_step(error, SIDEBAND_STEP_SET_UP);
         debug_log("[%s] mctp init & discovery failed.", "discover_pldm_terminus");
         return -1;
     }

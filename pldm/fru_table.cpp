@@ -155,11 +155,13 @@ int32_t learn_table_facts(pldm_ctx& ctx, uint32_t expected, TableFacts& facts) {
     }
     const uint32_t length = facts.length;
     if (expected != 0 && expected != length) {
+        fail_command(ctx, SIDEBAND_CAUSE_ARGUMENT);
         return PLDM_ERROR_ARGUMENT;
     }
     std::printf("recordTable_length = %d\n", static_cast<int>(length));
     if (length > PLDM_FRU_TABLE_LENGTH_MAX) {
         debug_log("%s, table of %u bytes is too long\n", kReader, length);
+        fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
         return PLDM_ERROR_ARGUMENT;
     }
     return 0;
@@ -197,6 +199,7 @@ int32_t read_parts(pldm_ctx& ctx, std::span<uint8_t> table) {
     const size_t size = table.size() + kBehindTable;
     const HeapPtr<uint8_t[]> room = allocate_bytes(size);
     if (room == nullptr) {
+        fail_command(ctx, SIDEBAND_CAUSE_MEMORY);
         return PLDM_ERROR_ARGUMENT;
     }
     std::printf("buf size = %d, RECORD_TABLE_RESP_REMAINING_BYTE =%d\n", static_cast<int>(size),
@@ -256,6 +259,7 @@ int32_t collect_parts(pldm_ctx& ctx, const char* function, std::span<uint8_t> ro
             part.is_last != (data.size() == rest.size())) {
             debug_log("%s, part of %d bytes: the table has %d more\n", function,
                       data_length(answer), static_cast<int>(rest.size()));
+            fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
             return PLDM_ERROR_ARGUMENT;
         }
         WireWriter(rest).bytes(data);
@@ -274,12 +278,14 @@ int32_t collect_parts(pldm_ctx& ctx, const char* function, std::span<uint8_t> ro
 int32_t read_checked(pldm_ctx& ctx, const char* function, const uint32_t* told,
                      std::span<uint8_t> table) {
     if (table.size() > PLDM_FRU_TABLE_LENGTH_MAX) {
+        fail_command(ctx, SIDEBAND_CAUSE_ARGUMENT);
         return PLDM_ERROR_ARGUMENT;
     }
     const size_t size = padded(table.size()) + kChecksumSize;
     const auto room = allocate_bytes(kPartHeaderSize + size);
     const auto whole = allocate_bytes(size);
     if (room == nullptr || whole == nullptr) {
+        fail_command(ctx, SIDEBAND_CAUSE_MEMORY);
         return PLDM_ERROR_ARGUMENT;
     }
     const int32_t result =
@@ -291,6 +297,7 @@ int32_t read_checked(pldm_ctx& ctx, const char* function, const uint32_t* told,
     const uint32_t computed = crc32(0, reader.bytes(padded(table.size())));
     if (reader.le32() != computed || (told != nullptr && *told != computed)) {
         debug_log("%s, the checksum of the table is wrong\n", function);
+        fail_command(ctx, SIDEBAND_CAUSE_WRONG_CHECK);
         return PLDM_ERROR_ARGUMENT;
     }
     WireWriter(table).bytes({whole.get(), table.size()});
@@ -389,7 +396,7 @@ int32_t print_fields(std::span<const uint8_t> table, uint32_t field_id) {
 }  // namespace
 
 int32_t pldm_get_FRU_record_table_metadata(pldm_ctx* ctx, uint32_t* table_length) {
-    if (!can_exchange(ctx) || table_length == nullptr) {
+    if (!begin(ctx) || table_length == nullptr) {
         return -1;
     }
     MetadataRoom room{};
@@ -409,7 +416,7 @@ int32_t pldm_get_FRU_record_table_metadata(pldm_ctx* ctx, uint32_t* table_length
 }
 
 int32_t pldm_get_FRU_record_table(pldm_ctx* ctx, uint8_t* destination, uint32_t expected_length) {
-    if (!can_exchange(ctx) || destination == nullptr) {
+    if (!begin(ctx) || destination == nullptr) {
         return -1;
     }
     TableFacts facts{};
@@ -418,7 +425,7 @@ int32_t pldm_get_FRU_record_table(pldm_ctx* ctx, uint8_t* destination, uint32_t 
 }
 
 int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination, int32_t length) {
-    if (!can_exchange(ctx) || destination == nullptr || length < 0) {
+    if (!begin(ctx) || destination == nullptr || length < 0) {
         return -1;
     }
     const auto size = static_cast<size_t>(length);
@@ -456,15 +463,19 @@ int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination, int32_
 }
 
 int32_t pldm_get_FRU_fields(pldm_ctx* ctx, uint32_t field_id) {
+    const bool can_ask = begin(ctx);
     if (field_id < PLDM_FRU_FIELD_TYPE_MIN || field_id > PLDM_FRU_FIELD_TYPE_MAX) {
         std::printf("%d - error fieldId. can't get the fields\n", static_cast<int>(field_id));
         return -1;
     }
     TableFacts facts{};
     HeapPtr<uint8_t[]> table;
-    int32_t result = can_exchange(ctx) ? learn_table_facts(*ctx, 0, facts) : -1;
+    int32_t result = can_ask ? learn_table_facts(*ctx, 0, facts) : -1;
     if (result == 0) {
         table = allocate_bytes(std::max<size_t>(facts.length, 1));
+        if (table == nullptr) {
+            fail_command(*ctx, SIDEBAND_CAUSE_MEMORY);
+        }
         result = table == nullptr ? PLDM_ERROR_ARGUMENT : read_table(*ctx, facts, table.get());
     }
     if (result < 0) {
@@ -472,5 +483,8 @@ int32_t pldm_get_FRU_fields(pldm_ctx* ctx, uint32_t field_id) {
         return -2;
     }
     const int32_t printed = print_fields({table.get(), facts.length}, field_id);
+    if (printed != 0) {
+        fail(ctx->last_error, SIDEBAND_CAUSE_MALFORMED);
+    }
     return result != 0 && printed != -3 ? result : printed;
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "common/error.h"
 #include "common/output.h"
 #include "common/sleep.h"
 #include "pldm/message.h"
@@ -50,10 +51,25 @@ uint8_t completion_code(const uint8_t* response, int32_t capacity) {
     return byte_at({response, static_cast<size_t>(std::max(capacity, 0))}, PLDM_HEADER_SIZE);
 }
 
+/// Records why an exchange has failed, as far as the endpoint knows.
+[[gnu::cold]] void note_failure(pldm_ctx& ctx, uint8_t command, uint8_t otherwise) {
+    if (ctx.mctp != nullptr && ctx.last_error.cause == SIDEBAND_CAUSE_NONE) {
+        ctx.last_error = ctx.mctp->last_error;
+    }
+    fail(ctx.last_error, otherwise);
+    record_step(ctx.last_error, SIDEBAND_STEP_PLDM, command);
+}
+
+[[gnu::cold]] void note_code(pldm_ctx& ctx, uint8_t command, uint8_t completion) {
+    record_code(ctx.last_error, SIDEBAND_CODE_PLDM, completion);
+    record_step(ctx.last_error, SIDEBAND_STEP_PLDM, command);
+}
+
 int32_t judge(pldm_ctx& ctx, uint8_t command, int32_t length, uint8_t completion) {
     if (length < PLDM_RESPONSE_HEADER_SIZE) {
         std::printf("return size(%d) is too small\n", length);
         ctx.completion_code = completion;
+        note_failure(ctx, command, SIDEBAND_CAUSE_MALFORMED);
         return -1;
     }
     if (completion == PLDM_CC_SUCCESS) {
@@ -61,7 +77,18 @@ int32_t judge(pldm_ctx& ctx, uint8_t command, int32_t length, uint8_t completion
     }
     std::printf("command:0x%x is not successful, completion code:0x%x\n", command, completion);
     ctx.completion_code = completion;
+    note_code(ctx, command, completion);
     return -1;
+}
+
+/// Of an operation that is not pldm_transfer() too, which has recorded nothing.
+[[gnu::cold]] void note_result(pldm_ctx& ctx, uint8_t command, const PldmAnswer& answer) {
+    if (answer.result >= 0) {
+        note_code(ctx, command, answer.header.completion);
+    } else {
+        fail(ctx.last_error, SIDEBAND_CAUSE_NO_ANSWER);
+        record_step(ctx.last_error, SIDEBAND_STEP_PLDM, command);
+    }
 }
 
 }  // namespace
@@ -96,17 +123,22 @@ PldmAnswer exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8_t
     const auto capacity = static_cast<int32_t>(room.size());
     // An operation other than pldm_transfer that does not know better has filled the response.
     ctx.response_length = capacity;
+    ctx.last_error = kNoError;
     const int32_t result = ctx.transfer_op(&ctx, static_cast<uint32_t>(request.size()), capacity,
                                            request.data(), room.data());
     const int32_t length = ctx.response_length;
     PldmAnswer answer;
     answer.result = result;
+    answer.ctx = &ctx;
     answer.length = length;
     answer.length_known = ctx.transfer_op == pldm_transfer || length < capacity;
     const auto came = room.first(static_cast<size_t>(std::clamp(length, 0, capacity)));
     answer.header = header_of(came);
     answer.body = WireReader(came);
     answer.body.skip(PLDM_RESPONSE_HEADER_SIZE);
+    if (result < 0 || answer.header.completion != PLDM_CC_SUCCESS) {
+        note_result(ctx, command_of(request.data(), static_cast<uint32_t>(request.size())), answer);
+    }
     return answer;
 }
 
@@ -117,7 +149,16 @@ int32_t finish(const PldmAnswer& answer, const char* function) {
     if (answer.body.ok()) {
         return 0;
     }
+    if (answer.ctx != nullptr) {
+        note_failure(*answer.ctx, answer.ctx->last_command, SIDEBAND_CAUSE_MALFORMED);
+    }
     debug_log("%s, response of %d bytes is too short\n", function, answer.length);
+    return -1;
+}
+
+int32_t fail_command(pldm_ctx& ctx, uint8_t cause) {
+    ctx.last_error = {.cause = cause};
+    record_step(ctx.last_error, SIDEBAND_STEP_PLDM, ctx.last_command);
     return -1;
 }
 
@@ -156,18 +197,31 @@ void pldm_fw_update_response_init(uint8_t* response, const uint8_t* request) {
 }
 
 int32_t pldm_recv(pldm_ctx* ctx, int32_t capacity, uint8_t* buffer) {
-    if (buffer == nullptr || ctx == nullptr || ctx->mctp == nullptr || ctx->mctp->recv == nullptr) {
+    if (ctx == nullptr) {
         return -1;
+    }
+    ctx->last_error = kNoError;
+    if (buffer == nullptr || ctx->mctp == nullptr || ctx->mctp->recv == nullptr) {
+        return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     if (capacity > 0) {
         buffer[0] = MCTP_MSG_TYPE_PLDM;
     }
-    return ctx->mctp->recv(ctx->mctp, capacity, buffer) < 0 ? -1 : 0;
+    ctx->mctp->last_error = kNoError;
+    if (ctx->mctp->recv(ctx->mctp, capacity, buffer) < 0) {
+        ctx->last_error = ctx->mctp->last_error;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_NO_ANSWER);
+    }
+    return 0;
 }
 
 int32_t pldm_send(pldm_ctx* ctx, uint32_t length, const uint8_t* message, uint8_t tag_owner) {
-    if (message == nullptr || ctx == nullptr || length < PLDM_HEADER_SIZE) {
+    if (ctx == nullptr) {
         return -1;
+    }
+    ctx->last_error = kNoError;
+    if (message == nullptr || length < PLDM_HEADER_SIZE) {
+        return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     const uint8_t command = command_of(message, length);
     const int limit = attempts_for(command);
@@ -175,9 +229,10 @@ int32_t pldm_send(pldm_ctx* ctx, uint32_t length, const uint8_t* message, uint8_
         // Read anew each time: another layer may have put another endpoint in place meanwhile.
         mctp_ctx* mctp = ctx->mctp;
         if (mctp == nullptr || mctp->send == nullptr) {
-            return -1;
+            return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
         }
         ctx->last_command = command;
+        mctp->last_error = kNoError;
         if (mctp->send(mctp, length, message, tag_owner) >= 0) {
             return 0;
         }
@@ -186,6 +241,7 @@ int32_t pldm_send(pldm_ctx* ctx, uint32_t length, const uint8_t* message, uint8_
     }
     ctx->completion_code = PLDM_CC_RETRIES_EXHAUSTED;
     std::printf("failed to send PLDM messages\n");
+    note_failure(*ctx, command, SIDEBAND_CAUSE_NOT_ACKNOWLEDGED);
     return -1;
 }
 
@@ -193,20 +249,26 @@ int32_t pldm_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_c
                       uint8_t* request, uint8_t* response) {
     if (ctx == nullptr || response == nullptr || request == nullptr) {
         std::printf("[%s] Null ptr error.\n", "pldm_transfer");
+        if (ctx != nullptr) {
+            ctx->last_error = kArgumentError;
+        }
         return -1;
     }
+    ctx->last_error = kNoError;
     if (ctx->mctp == nullptr || ctx->mctp->xfer == nullptr || request_length < PLDM_HEADER_SIZE) {
-        return -1;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     stamp_instance_id(*request, ctx->instance_id);
     const int limit = attempts_for(command_of(request, request_length));
+    bool came_not_ready = false;
     for (int attempt = 0; attempt < limit; ++attempt) {
         mctp_ctx* mctp = ctx->mctp;
         if (mctp == nullptr || mctp->xfer == nullptr) {
-            return -1;
+            return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
         }
         const uint8_t command = command_of(request, request_length);
         ctx->last_command = command;
+        mctp->last_error = kNoError;
         const int32_t length =
             is_strict(*ctx)
                 ? exchange_strictly(*mctp, {request, request_length},
@@ -219,11 +281,21 @@ int32_t pldm_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_c
             ++ctx->instance_id;
             return judge(*ctx, command, length, completion);
         }
+        came_not_ready = length >= PLDM_RESPONSE_HEADER_SIZE;
         sleep_us(kRetryPauseUs);
         std::printf("do retrying to xfer PLDM messages - %d\n", attempt);
     }
     ++ctx->instance_id;
+    if (came_not_ready) {
+        note_code(*ctx, ctx->last_command, PLDM_CC_NOT_READY);
+    } else {
+        note_failure(*ctx, ctx->last_command, SIDEBAND_CAUSE_NO_ANSWER);
+    }
     std::printf("failed to xfer PLDM messages\n");
     ctx->completion_code = PLDM_CC_RETRIES_EXHAUSTED;
     return -1;
+}
+
+const sideband_error* pldm_last_error(const pldm_ctx* ctx) {
+    return ctx != nullptr ? &ctx->last_error : null_context_error();
 }

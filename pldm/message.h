@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <span>
 
+#include "common/error.h"
 #include "common/wire.h"
 
 namespace sideband {
@@ -66,6 +67,7 @@ private:
 /// What came back.
 struct PldmAnswer {
     int32_t result = -1;        ///< of transfer_op
+    pldm_ctx* ctx = nullptr;    ///< who has asked
     int32_t length = 0;         ///< response_length as transfer_op has left it
     bool length_known = false;  ///< false: an operation that does not know it has left the capacity
     PldmHeader header;          ///< zeros if none came
@@ -77,7 +79,17 @@ inline bool can_exchange(const pldm_ctx* ctx) {
     return ctx != nullptr && ctx->transfer_op != nullptr;
 }
 
-/// Calls the context's transfer_op. The context must have one.
+/// Begins a command over the context: if it ends in front of an exchange, an argument is wrong.
+/// @return as can_exchange()
+inline bool begin(pldm_ctx* ctx) {
+    if (ctx == nullptr) {
+        return false;
+    }
+    ctx->last_error = kArgumentError;
+    return ctx->transfer_op != nullptr;
+}
+
+/// Calls the context's transfer_op, and records why it failed. The context must have one.
 /// @param room  for the response; all of it is offered to the operation
 PldmAnswer exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8_t> room);
 
@@ -90,6 +102,11 @@ inline PldmAnswer exchange(pldm_ctx& ctx, PldmRequest& request, std::span<uint8_
 /// @param function  the exported function, for the report
 /// @return 0; the negative result of transfer_op; -1 if the answer was too short
 int32_t finish(const PldmAnswer& answer, const char* function);
+
+/// Records why a command fails whose exchanges have not.
+/// @param cause  SIDEBAND_CAUSE_..., in place of what was recorded
+/// @return -1
+[[gnu::cold]] int32_t fail_command(pldm_ctx& ctx, uint8_t cause);
 
 /// Prints a line to standard output.
 void print_line(const char* text);

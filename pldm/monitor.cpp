@@ -121,7 +121,7 @@ void dump_packet(const uint8_t* buffer, int32_t length) {
 
 int32_t pldm_set_numeric_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t operational_state,
                                        uint8_t event_enable) {
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return PLDM_ERROR_ARGUMENT;
     }
     PldmRequest request(PLDM_TYPE_MONITOR, kSetNumericSensorEnable);
@@ -143,7 +143,7 @@ int32_t pldm_set_numeric_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_
 }
 
 int32_t pldm_get_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, uint32_t* reading) {
-    if (!can_exchange(ctx) || reading == nullptr) {
+    if (!begin(ctx) || reading == nullptr) {
         return PLDM_ERROR_ARGUMENT;
     }
     PldmRequest request(PLDM_TYPE_MONITOR, kGetSensorReading);
@@ -160,8 +160,11 @@ int32_t pldm_get_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, uint32_t* rea
     const uint8_t operational_state = answer.body.u8();
     answer.body.skip(4);  // event message enable, present, previous and event state
     answer.body.skip(reading_width(data_size));
-    if (finish(answer, "pldm_get_sensor_reading") < 0 || !count_reading(operational_state)) {
+    if (finish(answer, "pldm_get_sensor_reading") < 0) {
         return -1;
+    }
+    if (!count_reading(operational_state)) {
+        return fail_command(*ctx, SIDEBAND_CAUSE_REFUSED);
     }
     // What comes behind a narrow reading is a part of the result, zeros stand for what does not.
     *reading = WireReader(std::span(room).last(sizeof *reading)).le32();
@@ -170,7 +173,7 @@ int32_t pldm_get_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, uint32_t* rea
 
 int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t count,
                                      uint8_t operational_state, uint8_t event_enable) {
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return PLDM_ERROR_ARGUMENT;
     }
     const size_t length = (size_t{count} + 3) * 2;
@@ -178,6 +181,7 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
     // Deliberately never released: a transfer operation may hold on to the request.
     uint8_t* block = allocate_bytes(length).release();
     if (block == nullptr) {
+        ctx->last_error = {.cause = SIDEBAND_CAUSE_MEMORY};
         return PLDM_ERROR_ARGUMENT;
     }
     if (count > PLDM_COMPOSITE_SENSORS_MAX) {
@@ -206,11 +210,12 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
 
 int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, pldm_state_reading* out) {
     constexpr const char* kFunction = "pldm_get_state_sensor_reading";
-    if (out == nullptr || !can_exchange(ctx)) {
+    if (!begin(ctx) || out == nullptr) {
         return -1;
     }
     const HeapPtr<uint8_t[]> room = allocate_bytes(kStateResponseSize);
     if (room == nullptr) {
+        ctx->last_error = {.cause = SIDEBAND_CAUSE_MEMORY};
         return -1;
     }
     print_line("====== get State reading Req =====");
@@ -244,16 +249,18 @@ int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, pldm_st
 int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx, uint16_t sensor_id,
                                                   pldm_state_reading* out, uint8_t index) {
     constexpr const char* kFunction = "pldm_get_state_sensor_reading_from_HEALTH";
+    const bool usable = begin(ctx);
     if (out == nullptr || ctx == nullptr) {
         debug_log("%s, invalid parameters\n", kFunction);
         return PLDM_ERROR_ARGUMENT;
     }
-    if (ctx->transfer_op == nullptr) {
+    if (!usable) {
         return PLDM_ERROR_ARGUMENT;
     }
     const HeapPtr<uint8_t[]> room = allocate_bytes(kStateResponseSize);
     if (room == nullptr) {
         debug_log("%s, malloc() fail\n", kFunction);
+        ctx->last_error = {.cause = SIDEBAND_CAUSE_MEMORY};
         return PLDM_ERROR_ARGUMENT;
     }
     PldmAnswer answer = exchange_state_readings(*ctx, sensor_id, {room.get(), kStateResponseSize});
@@ -267,6 +274,7 @@ int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx, uint16_t sensor
     // Quietly: an answer that ends in front of the reading does not have it.
     if (index >= count || !answer.body.ok() ||
         reading.sensor_operational_state != PLDM_SENSOR_ENABLED) {
+        fail_command(*ctx, SIDEBAND_CAUSE_NOT_FOUND);
         return PLDM_SENSOR_NOT_FOUND;
     }
     *out = reading;

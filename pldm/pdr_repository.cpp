@@ -126,6 +126,7 @@ bool crc_holds(const Record& record, PldmAnswer& answer) {
     }
     if (crc != crc8(record.room.first(record.received))) {
         debug_log("%s, the transfer CRC is wrong\n", kReader);
+        fail_command(*answer.ctx, SIDEBAND_CAUSE_WRONG_CHECK);
         return false;
     }
     return true;
@@ -155,6 +156,7 @@ int32_t read_record(pldm_ctx& ctx, uint32_t& handle, const PartRoom& room, Recor
         // Quietly: services tell by the handle, which stays, that the record is not whole.
         const std::span<uint8_t> rest = record.room.subspan(record.received);
         if (part.count > PLDM_PDR_PART_SIZE || part.count > rest.size()) {
+            fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
             return 0;
         }
         WireWriter(rest).bytes(answer.body.bytes(part.count));
@@ -173,6 +175,7 @@ int32_t read_record(pldm_ctx& ctx, uint32_t& handle, const PartRoom& room, Recor
         at.transfer_handle = part.next_transfer;
         at.operation = kGetNextPart;
     }
+    fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
     print_line("Get PDR Resp Timeout");
     return 0;
 }
@@ -181,7 +184,7 @@ int32_t read_record(pldm_ctx& ctx, uint32_t& handle, const PartRoom& room, Recor
 
 int32_t pldm_get_pdr_repository_info(pldm_ctx* ctx, uint32_t* record_count) {
     constexpr const char* kFunction = "pldm_get_pdr_repository_info";
-    if (!can_exchange(ctx) || record_count == nullptr) {
+    if (!begin(ctx) || record_count == nullptr) {
         return PLDM_ERROR_ARGUMENT;
     }
     PldmRequest request(PLDM_TYPE_MONITOR, kGetPdrRepositoryInfo);
@@ -207,27 +210,32 @@ int32_t pldm_get_pdr_repository_info(pldm_ctx* ctx, uint32_t* record_count) {
 }
 
 int32_t pldm_get_pdr(pldm_ctx* ctx, uint32_t* record_handle, uint8_t* buffer, uint32_t capacity) {
-    if (buffer == nullptr || record_handle == nullptr || capacity == 0 || !can_exchange(ctx)) {
+    if (!begin(ctx) || buffer == nullptr || record_handle == nullptr || capacity == 0) {
         return PLDM_PDR_NOT_FOUND;
     }
     const PartRoom part = allocate_part();
     Record record{{buffer, capacity}};
-    return part == nullptr ? PLDM_PDR_NOT_FOUND : read_record(*ctx, *record_handle, part, record);
+    if (part == nullptr) {
+        fail_command(*ctx, SIDEBAND_CAUSE_MEMORY);
+        return PLDM_PDR_NOT_FOUND;
+    }
+    return read_record(*ctx, *record_handle, part, record);
 }
 
 int32_t pldm_get_full_pdr(pldm_ctx* ctx, uint32_t record_handle, pldm_pdr* parsed) {
+    const bool can_ask = begin(ctx);
     if (ctx == nullptr || parsed == nullptr) {
         return -1;
     }
     const HeapPtr<uint8_t[]> room = allocate_bytes(PLDM_PDR_PART_SIZE);
     if (room == nullptr) {
-        return -1;
+        return fail_command(*ctx, SIDEBAND_CAUSE_MEMORY);
     }
     Record record{{room.get(), PLDM_PDR_PART_SIZE}};
-    if (can_exchange(ctx)) {
+    if (can_ask) {
         const PartRoom part = allocate_part();
-        const int32_t result =
-            part == nullptr ? -1 : read_record(*ctx, record_handle, part, record);
+        const int32_t result = part == nullptr ? fail_command(*ctx, SIDEBAND_CAUSE_MEMORY)
+                                               : read_record(*ctx, record_handle, part, record);
         if (result < 0) {
             return result;
         }
@@ -236,17 +244,23 @@ int32_t pldm_get_full_pdr(pldm_ctx* ctx, uint32_t record_handle, pldm_pdr* parse
     if (record.received < pdr_size_demanded(record.room)) {
         debug_log("%s, record of %d bytes is too short\n", "pldm_get_full_pdr",
                   static_cast<int>(record.received));
+        fail(ctx->last_error, SIDEBAND_CAUSE_MALFORMED);
         return -1;
     }
-    return pldm_parse_pdr(room.get(), parsed);
+    const int32_t result = pldm_parse_pdr(room.get(), parsed);
+    if (result != 0) {
+        fail(ctx->last_error, SIDEBAND_CAUSE_MALFORMED);
+    }
+    return result;
 }
 
 int32_t pldm_PDR_traversal(pldm_ctx* ctx) {
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return PLDM_PDR_NOT_USABLE;
     }
     const HeapPtr<uint8_t[]> room = allocate_bytes(PLDM_PDR_PART_SIZE);
     if (room == nullptr) {
+        fail_command(*ctx, SIDEBAND_CAUSE_MEMORY);
         return PLDM_PDR_NOT_USABLE;
     }
     uint32_t handle = 0;
@@ -254,10 +268,12 @@ int32_t pldm_PDR_traversal(pldm_ctx* ctx) {
     do {
         if (records == PLDM_PDR_RECORDS_MAX) {
             debug_log("%s, no last record among %d\n", "pldm_PDR_traversal", records);
+            fail_command(*ctx, SIDEBAND_CAUSE_MALFORMED);
             return PLDM_PDR_NOT_USABLE;
         }
         const PartRoom part = allocate_part();
         if (part == nullptr) {
+            fail_command(*ctx, SIDEBAND_CAUSE_MEMORY);
             return PLDM_PDR_NOT_USABLE;
         }
         Record record{{room.get(), PLDM_PDR_PART_SIZE}};

@@ -113,7 +113,14 @@ int32_t exchange_strictly(mctp_ctx& mctp, std::span<const uint8_t> request,
         is_answer(request, arrived(response, length))) {
         return length;
     }
-    return pass_over(mctp, tag, request, response);
+    const int32_t answered = pass_over(mctp, tag, request, response);
+    if (answered < 0) {
+        const uint8_t cause = mctp.last_error.cause;
+        if (cause == SIDEBAND_CAUSE_NONE || cause == SIDEBAND_CAUSE_NO_ANSWER) {
+            mctp.last_error = {.cause = SIDEBAND_CAUSE_WRONG_TAG};
+        }
+    }
+    return answered;
 }
 
 bool is_request(const uint8_t* message, uint8_t type) {

@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include "common/error.h"
 #include "common/lock.h"
 #include "common/sleep.h"
 #include "transport/amd_mpio.h"
@@ -62,8 +63,9 @@ void _init_amd_mpio_ctx(mctp_ctx* mpio) {
 int32_t init_amd_mpio_if_need(mctp_ctx* mpio) {
     debug_log("try do_init_amd_mpio\n");
     const MutexGuard bring_up(at_p_St_GlobalSecVar->mpio_mutex);
+    mpio->last_error = kNoError;
     if (!bring_up) {
-        return -1;
+        return fail(mpio->last_error, SIDEBAND_CAUSE_LOCK);
     }
     if (mpio_state() != PLT_MPIO_WANTED) {
         return 0;
@@ -108,6 +110,7 @@ int32_t get_eid_from_mpio(mctp_ctx* ctx) {
             mctp_prepare_for_endpoint_discovery(&mpio);  // a nudge, whatever comes of it
         }
         debug_log("[Turin] MPIO not ready, skip the MCTP req.\n");
+        ctx->last_error = {.cause = SIDEBAND_CAUSE_NOT_FOUND, .step = SIDEBAND_STEP_SET_UP};
         return -1;
     }
     if (get_eid_from_routing_table(&mpio, ctx) == 0) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <span>
 
+#include "common/error.h"
 #include "common/sleep.h"
 #include "transport/control.h"
 #include "transport/eid_pool.h"
@@ -57,8 +58,19 @@ bool is_allocated(WireReader& data, uint8_t operation) {
     return data.ok() && (accepted || operation == kGetInformation);
 }
 
-Answer no_answer() {
-    return {-1, WireReader({})};
+/// @param cause  counts if the binding has not said why
+Answer no_answer(mctp_ctx* ctx, Command command, uint8_t cause) {
+    if (ctx != nullptr) {
+        fail(ctx->last_error, cause);
+    }
+    return {-1, WireReader({}), ctx, command};
+}
+
+/// The command has been answered, but not done. @return -1
+int32_t refuse(const Answer& answer) {
+    fail(answer.ctx->last_error, SIDEBAND_CAUSE_REFUSED);
+    record_step(answer.ctx->last_error, SIDEBAND_STEP_CONTROL, answer.command);
+    return -1;
 }
 
 /// Sends until the endpoint is ready, three times at most.
@@ -70,7 +82,8 @@ int32_t transfer_until_ready(mctp_ctx& ctx, std::span<const uint8_t> request,
         received = ctx.xfer(&ctx, static_cast<uint32_t>(request.size()),
                             static_cast<int32_t>(room.size()), request.data(), room.data());
         if (received < static_cast<int32_t>(kResponseSize)) {
-            return -1;
+            return fail(ctx.last_error,
+                        received < 0 ? SIDEBAND_CAUSE_NO_ANSWER : SIDEBAND_CAUSE_MALFORMED);
         }
         if (room[kCompletionOffset] != kCompletionNotReady) {
             break;
@@ -99,8 +112,11 @@ void Header::write(WireWriter& writer) const {
 
 Answer exchange(mctp_ctx* ctx, Command command, std::span<const uint8_t> data,
                 std::span<uint8_t> room) {
+    if (ctx != nullptr) {
+        ctx->last_error = kNoError;
+    }
     if (ctx == nullptr || ctx->xfer == nullptr) {
-        return no_answer();
+        return no_answer(ctx, command, SIDEBAND_CAUSE_ARGUMENT);
     }
     const Header sent{true, Header::instance_of(ctx->instance_id), command};
     ++ctx->instance_id;
@@ -111,7 +127,7 @@ Answer exchange(mctp_ctx* ctx, Command command, std::span<const uint8_t> data,
     const int32_t received =
         transfer_until_ready(*ctx, std::span(bytes).first(writer.written()), room);
     if (received < 0) {
-        return no_answer();
+        return no_answer(ctx, command, SIDEBAND_CAUSE_NO_ANSWER);
     }
     WireReader reader(room);
     const Header header = Header::read(reader);
@@ -123,17 +139,27 @@ Answer exchange(mctp_ctx* ctx, Command command, std::span<const uint8_t> data,
         completion == kCompletionSuccess || (completion == kCompletionNotReady && !strict);
     if (!is_answer || (strict && !is_response(room[0])) || header.command != sent.command ||
         header.instance_id != sent.instance_id) {
-        return no_answer();
+        if (!is_answer) {
+            record_code(ctx->last_error, SIDEBAND_CODE_CONTROL, completion);
+        }
+        return no_answer(ctx, command, SIDEBAND_CAUSE_MALFORMED);
     }
     if (completion == kCompletionSuccess) {
         reader = WireReader(reader.rest().first(
             std::min(static_cast<size_t>(received), room.size()) - kResponseSize));
     }
-    return {received, reader};
+    return {received, reader, ctx, command};
 }
 
 int32_t finish(const Answer& answer) {
-    return answer.result >= 0 && answer.data.ok() ? 0 : -1;
+    if (answer.result >= 0 && answer.data.ok()) {
+        return 0;
+    }
+    if (answer.ctx != nullptr) {
+        fail(answer.ctx->last_error, SIDEBAND_CAUSE_MALFORMED);
+        record_step(answer.ctx->last_error, SIDEBAND_STEP_CONTROL, answer.command);
+    }
+    return -1;
 }
 
 uint8_t assigned_eid(const mctp_ctx& ctx, std::span<const uint8_t> request) {
@@ -167,9 +193,11 @@ int32_t mctp_set_endpoint_id(mctp_ctx* ctx, uint8_t eid) {
     std::array<uint8_t, 6> room;
     room.fill(0xFF);
     Answer answer = exchange(ctx, kSetEndpointId, data, room);
-    if (finish(answer) < 0 ||
-        (is_strict(*ctx, MCTP_STRICT_ADDRESSES) && !is_accepted(answer.data, eid))) {
+    if (finish(answer) < 0) {
         return -1;
+    }
+    if (is_strict(*ctx, MCTP_STRICT_ADDRESSES) && !is_accepted(answer.data, eid)) {
+        return refuse(answer);
     }
     ctx->dest_eid = eid;  // what was asked for, not what the endpoint echoed
     note_in_use(*ctx, eid);
@@ -206,8 +234,12 @@ int32_t mctp_allocate_endpoint_ids(mctp_ctx* ctx, uint8_t operation, uint8_t poo
     const std::array<uint8_t, 3> data{operation, pool_size, starting_eid};
     std::array<uint8_t, 6> room{};
     Answer answer = exchange(ctx, kAllocateEndpointIds, data, room);
-    if (finish(answer) < 0 ||
-        (is_strict(*ctx, MCTP_STRICT_ADDRESSES) && !is_allocated(answer.data, operation))) {
+    int32_t result = finish(answer);
+    if (result == 0 && is_strict(*ctx, MCTP_STRICT_ADDRESSES) &&
+        !is_allocated(answer.data, operation)) {
+        result = refuse(answer);
+    }
+    if (result < 0) {
         console_log("[%s] failed\n", "mctp_allocate_endpoint_ids");
         return -1;
     }
@@ -216,7 +248,13 @@ int32_t mctp_allocate_endpoint_ids(mctp_ctx* ctx, uint8_t operation, uint8_t poo
 
 int32_t mctp_get_routing_table_entries(mctp_ctx* ctx, uint8_t entry_handle, uint8_t* table) {
     std::array<uint8_t, MCTP_ROUTING_TABLE_RESPONSE_SIZE> room;
-    if (table == nullptr || read_routing_table(ctx, entry_handle, room) < 0) {
+    if (table == nullptr) {
+        if (ctx != nullptr) {
+            ctx->last_error = kArgumentError;
+        }
+        return -1;
+    }
+    if (read_routing_table(ctx, entry_handle, room) < 0) {
         return -1;
     }
     std::memcpy(table, room.data(), room.size());

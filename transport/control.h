@@ -51,6 +51,8 @@ inline constexpr size_t kCompletionOffset = Header::kSize;
 struct Answer {
     int32_t result;   ///< bytes received; -1 on failure
     WireReader data;  ///< what is behind the completion code
+    mctp_ctx* ctx;    ///< who has asked, and for what
+    Command command;
 };
 
 /// Sends a request, again if the endpoint is not ready, and takes the response to it.
@@ -59,7 +61,8 @@ struct Answer {
 Answer exchange(mctp_ctx* ctx, Command command, std::span<const uint8_t> data,
                 std::span<uint8_t> room);
 
-/// The end of a command. @return 0; -1 for a failure, and if more was read than came
+/// The end of a command. A context with a failure has it in its record.
+/// @return 0; -1 for a failure, and if more was read than came
 int32_t finish(const Answer& answer);
 
 /// The EID that a request assigns with Set Endpoint ID: strict contexts take an answer from it,

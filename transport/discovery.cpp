@@ -8,6 +8,7 @@
 #include <array>
 #include <span>
 
+#include "common/error.h"
 #include "common/lock.h"
 #include "common/wire.h"
 #include "transport/amd_mpio.h"
@@ -93,6 +94,12 @@ Lookup look_up(std::span<const uint8_t> response, mctp_ctx& target, uint8_t& han
     return Lookup::kNotHere;
 }
 
+/// Leaves with a context why an endpoint that was asked on its behalf did not help. @return -1
+int32_t fail_as(mctp_ctx& ctx, const mctp_ctx& asked) {
+    ctx.last_error = asked.last_error;
+    return -1;
+}
+
 /// What the pool gives to an endpoint. A context that is not strict gets whatever comes next.
 eid_pool::Choice choose(const mctp_ctx& ctx, uint8_t next) {
     if (!is_strict(ctx, MCTP_STRICT_ADDRESSES)) {
@@ -140,8 +147,9 @@ int32_t mctp_assign_eid(mctp_ctx* ctx) {
     uint8_t eid = 0;
     {
         MutexGuard pool(at_p_St_GlobalSecVar->eid_mutex);
+        ctx->last_error = kNoError;
         if (!pool) {
-            return -1;
+            return fail(ctx->last_error, SIDEBAND_CAUSE_LOCK);
         }
         uint8_t& next = at_p_St_GlobalVar->next_eid;
         if (next == 0) {
@@ -150,7 +158,7 @@ int32_t mctp_assign_eid(mctp_ctx* ctx) {
         const eid_pool::Choice choice = choose(*ctx, next);
         eid = choice.eid;
         if (eid == 0 || mctp_set_endpoint_id(ctx, eid) < 0) {
-            return -1;
+            return fail(ctx->last_error, SIDEBAND_CAUSE_NOT_FOUND);
         }
         next = choice.next;
         eid_pool::note_given(*ctx, eid);
@@ -174,18 +182,22 @@ int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* target) {
         const int32_t received = control::read_routing_table(owner, handle, table);
         if (received < 0) {
             debug_log("fail in mctp_get_routing_table_entries\n");
-            return -1;
+            return fail_as(*target, *owner);
         }
         const size_t size = std::min(static_cast<size_t>(received), table.size());
         const Lookup result = look_up(std::span(table).first(size), *target, handle);
         if (result == Lookup::kFound) {
+            target->last_error = kNoError;
             return 0;
         }
         if (result == Lookup::kMalformed) {
+            fail(owner->last_error, SIDEBAND_CAUSE_MALFORMED);
             break;
         }
     }
     debug_log("[%s] B/D/F: %02X/%02X/%02X, EID not find\n", "get_eid_from_routing_table", bdf[0],
               bdf[1], bdf[2]);
-    return -1;
+    fail(owner->last_error, SIDEBAND_CAUSE_NOT_FOUND);
+    record_step(owner->last_error, SIDEBAND_STEP_CONTROL, control::kGetRoutingTableEntries);
+    return fail_as(*target, *owner);
 }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "common/error.h"
 #include "transport/eid_pool.h"
 #include "transport/mctp.h"
 #include "transport/pcie_message.h"
@@ -25,6 +26,7 @@ EndpointPtr create_endpoint(const mctp_ctx& config) {
         endpoint->send = nullptr;
         endpoint->xfer = nullptr;
         endpoint->binding = nullptr;
+        endpoint->last_error = kNoError;
     }
     return endpoint;
 }
@@ -113,8 +115,9 @@ int32_t initialise(mctp_ctx& ctx, const Operations* operations) {
     if (ctx.unit_size == 0) {
         ctx.unit_size = MCTP_UNIT_SIZE_DEFAULT;
     }
+    ctx.last_error = kNoError;
     if (operations == nullptr) {
-        return -1;
+        return fail(ctx.last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     install(ctx, *operations);
     // The EIDs that the kernel routes to are given out by whoever owns the bus.

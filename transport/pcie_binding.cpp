@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/error.h"
+
 using namespace sideband;
 
 namespace {
@@ -64,7 +66,7 @@ int32_t pcie_read(mctp_section* section, int32_t length, uint8_t* buffer) {
 int32_t pcie_transfer(mctp_section* section, int32_t request_length, int32_t response_length,
                       const uint8_t* message, uint8_t* response) {
     if (!fits_record(request_length) || response_length < 0) {
-        return -1;
+        return fail(section->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     plt_pcie_request request{};
     std::memcpy(request.message, message, static_cast<size_t>(request_length));
@@ -88,9 +90,13 @@ void sideband::write_record(const mctp_section& section, plt_pcie_request& recor
 int32_t sideband::read_record(mctp_section& section, uint32_t operation, plt_pcie_request& record) {
     record.operation = operation;
     fill_addressing(record, section);
+    const int result = PltMCTP_WriteRead(&record);
+    if (result != kPlatformSuccess) {
+        return fail_by_platform(section.last_error, result, SIDEBAND_CAUSE_NO_ANSWER);
+    }
     // A received length that the record cannot hold is a failure.
-    if (PltMCTP_WriteRead(&record) != kPlatformSuccess || record.length > PLT_PCIE_MESSAGE_SIZE) {
-        return -1;
+    if (record.length > PLT_PCIE_MESSAGE_SIZE) {
+        return fail(section.last_error, SIDEBAND_CAUSE_MALFORMED);
     }
     take_addressing(section, record);
     return static_cast<int32_t>(record.length);

@@ -10,6 +10,7 @@
 #include <span>
 
 #include "common/crc.h"
+#include "common/error.h"
 #include "common/wire.h"
 #include "transport/control.h"
 #include "transport/mctp.h"
@@ -117,6 +118,7 @@ int32_t inspect(mctp_ctx& ctx, const Wanted& wanted, std::span<const uint8_t> me
         debug_log("[%s] passed over a message from EID %d at %02X/%02X/%02X\n", "mctp pcie",
                   ctx.binding_eids[0], ctx.pcie_bdf[0], ctx.pcie_bdf[1], ctx.pcie_bdf[2]);
         std::memcpy(ctx.pcie_bdf, wanted.bdf, sizeof wanted.bdf);
+        fail(ctx.last_error, SIDEBAND_CAUSE_WRONG_TAG);
         return kForeign;
     }
     const auto length = static_cast<int32_t>(message.size());
@@ -129,7 +131,7 @@ int32_t inspect(mctp_ctx& ctx, const Wanted& wanted, std::span<const uint8_t> me
     if (!is_right) {
         debug_log("[%s] EID %d: the integrity check is %s\n", "mctp pcie", ctx.dest_eid,
                   has_check(message[0]) ? "wrong" : "missing");
-        return -1;
+        return fail(ctx.last_error, SIDEBAND_CAUSE_WRONG_CHECK);
     }
     return length - static_cast<int32_t>(kIntegrityCheckSize);
 }
@@ -153,7 +155,7 @@ int32_t receive(mctp_ctx& ctx, int32_t length, const uint8_t* buffer, bool any_t
                 plt_pcie_request& record) {
     if (buffer == nullptr || length <= 0 || ctx.binding == nullptr ||
         ctx.binding->read == nullptr) {
-        return -1;
+        return fail(ctx.last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     Wanted wanted(ctx);
     wanted.any_type = any_type;
@@ -162,14 +164,22 @@ int32_t receive(mctp_ctx& ctx, int32_t length, const uint8_t* buffer, bool any_t
         record = {};
         received = read_message(ctx, length, buffer, record);
         if (received < 1 || received > PLT_PCIE_MESSAGE_SIZE) {
-            return -1;
+            return fail(ctx.last_error,
+                        received < 0 ? SIDEBAND_CAUSE_NO_ANSWER : SIDEBAND_CAUSE_MALFORMED);
         }
         if (ctx.strict != 0) {
             received = inspect(ctx, wanted,
                                std::span(record.message).first(static_cast<size_t>(received)));
         }
     }
-    return received != kForeign && received <= length ? received : -1;
+    if (received > length) {
+        return fail(ctx.last_error, SIDEBAND_CAUSE_MALFORMED);
+    }
+    if (received <= kForeign) {
+        return -1;
+    }
+    ctx.last_error = kNoError;  // Of what was passed over.
+    return received;
 }
 
 /// The exchange through another binding than the library's own.
@@ -202,9 +212,10 @@ void advance_tag(mctp_ctx& ctx) {
 
 int32_t pcie_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t /*tag_owner*/) {
     plt_pcie_request record{};
+    ctx->last_error = kNoError;
     if (ctx->binding == nullptr || ctx->binding->write == nullptr ||
         !build_message(*ctx, length, body, record)) {
-        return -1;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     ctx->route = is_for_root_complex(*ctx, length, body) ? PLT_PCIE_ROUTE_TO_ROOT_COMPLEX
                                                          : PLT_PCIE_ROUTE_BY_ID;
@@ -213,14 +224,17 @@ int32_t pcie_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t /
         return 0;
     }
     const auto total = static_cast<int32_t>(record.length);
-    return ctx->binding->write(&ctx->section, total, record.message) >= 0 ? 0 : -1;
+    return ctx->binding->write(&ctx->section, total, record.message) >= 0
+               ? 0
+               : fail(ctx->last_error, SIDEBAND_CAUSE_NOT_ACKNOWLEDGED);
 }
 
 int32_t pcie_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
     plt_pcie_request record;
+    ctx->last_error = kNoError;
     const int32_t received = receive(*ctx, length, buffer, false, record);
     if (received <= 1) {
-        return -1;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_MALFORMED);
     }
     std::memcpy(buffer, record.message + 1, static_cast<size_t>(received - 1));
     return 0;  // and not the length: callers learn that from the message itself
@@ -229,10 +243,11 @@ int32_t pcie_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
 int32_t pcie_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
                   const uint8_t* request, uint8_t* response) {
     plt_pcie_request record{};
+    ctx->last_error = kNoError;
     if (ctx->binding == nullptr || ctx->binding->transfer == nullptr || response_length < 0 ||
         (response == nullptr && response_length != 0) ||
         !build_message(*ctx, request_length, request, record)) {
-        return -1;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     ctx->binding_eids[0] = ctx->src_eid;
     ctx->binding_eids[1] = ctx->dest_eid;
@@ -254,6 +269,9 @@ int32_t pcie_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_lengt
         const int32_t body = std::min(received, room) - 1;
         std::memcpy(response, record.message + 1, static_cast<size_t>(body));
     }
+    if (received < 1) {
+        fail(ctx->last_error, received < 0 ? SIDEBAND_CAUSE_NO_ANSWER : SIDEBAND_CAUSE_MALFORMED);
+    }
     return received - 1;
 }
 
@@ -261,6 +279,7 @@ int32_t pcie_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_lengt
 
 int32_t mctp_pcie_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
     plt_pcie_request record;
+    ctx->last_error = kNoError;
     const int32_t received = receive(*ctx, length, buffer, true, record);
     if (received < 1) {
         return -1;

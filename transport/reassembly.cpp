@@ -12,6 +12,7 @@
 #include <span>
 
 #include "common/crc.h"
+#include "common/error.h"
 #include "common/wire.h"
 #include "transport/mctp.h"
 #include "transport/packet.h"
@@ -125,8 +126,11 @@ public:
     /// @return body bytes stored, or -1
     int32_t run() {
         const int32_t result = assemble();
-        if (dropped_ > kReportedPacketsMax) {
-            report_rest();
+        if (dropped_ != 0) {
+            conclude(result);
+        }
+        if (result >= 0) {
+            ctx_.last_error = kNoError;  // Of a packet that was lost in front of an answer too.
         }
         return result;
     }
@@ -176,12 +180,24 @@ private:
     bool reports() const { return dropped_ < kReportedPacketsMax; }
 
     /// @return false
-    [[gnu::cold]] bool drop(int32_t length) {
+    /// @param cause  that of a failure if nothing else comes
+    [[gnu::cold]] bool drop(int32_t length, uint8_t cause = SIDEBAND_CAUSE_MALFORMED) {
         if (reports()) {
             dump_packets(std::min(length, kPacketRoom), packet_);
         }
         ++dropped_;
+        dropped_for_ = cause;
         return false;
+    }
+
+    /// Says what has come of packets that were dropped.
+    [[gnu::cold]] void conclude(int32_t result) {
+        if (result < 0 && ctx_.last_error.cause == SIDEBAND_CAUSE_NO_ANSWER) {
+            ctx_.last_error = {.cause = dropped_for_};
+        }
+        if (dropped_ > kReportedPacketsMax) {
+            report_rest();
+        }
     }
 
     void report_rest() const {
@@ -220,7 +236,8 @@ private:
     int32_t unit_ = 0;       ///< strict: payload of all packets but the last
     IntegrityWatch integrity_;
 
-    uint32_t dropped_ = 0;  ///< packets of the whole receive
+    uint32_t dropped_ = 0;                            ///< packets of the whole receive
+    uint8_t dropped_for_ = SIDEBAND_CAUSE_WRONG_TAG;  ///< the last of them
     /// Packets that have brought nothing: those in a row; strict: all of them.
     int fruitless_ = 0;
 
@@ -235,7 +252,7 @@ int32_t Reassembly::assemble() {
         const int32_t wanted = wanted_length();
         const int32_t length = read(wanted);
         if (length < 0) {
-            return -1;
+            return fail(ctx_.last_error, SIDEBAND_CAUSE_NO_ANSWER);
         }
         const PacketHeader header = PacketHeader::read(
             std::span<const uint8_t, PacketHeader::kSize>(packet_, PacketHeader::kSize));
@@ -255,7 +272,7 @@ int32_t Reassembly::assemble() {
     }
     debug_log("[%s] gave up after %d packets that had to be dropped\n", kReceiveName,
               kDroppedPacketsMax);
-    return -1;
+    return fail(ctx_.last_error, dropped_for_);
 }
 
 bool Reassembly::has_right_check() const {
@@ -267,7 +284,7 @@ int32_t Reassembly::finish() const {
     if (keeps_to(MCTP_STRICT_INTEGRITY) && !has_right_check()) {
         debug_log("[%s] EID %d: the integrity check is %s\n", kReceiveName, ctx_.dest_eid,
                   integrity_.present() ? "wrong" : "missing");
-        return -1;
+        return fail(ctx_.last_error, SIDEBAND_CAUSE_WRONG_CHECK);
     }
     return room_.stored();
 }
@@ -294,7 +311,7 @@ bool Reassembly::screen(PacketHeader header, int32_t length) {
         return true;  // accept() drops it.
     }
     if (keeps_to(MCTP_STRICT_ADDRESSES) && !is_from_peer(header)) {
-        return drop(length);
+        return drop(length, SIDEBAND_CAUSE_WRONG_TAG);
     }
     if (!keeps_to(MCTP_STRICT_PACKETS)) {
         return true;
@@ -328,7 +345,7 @@ bool Reassembly::may_start(PacketHeader header, int32_t length) {
     const int type_difference = packet_[PacketHeader::kSize] ^ ctx_.msg_type;
     const bool other_type = (type_difference & ~MCTP_MSG_TYPE_INTEGRITY_CHECK) != 0;
     if ((other_type && !wanted_.type_byte) || (header.tag_owner() && wanted_.answer_only)) {
-        return drop(length);
+        return drop(length, SIDEBAND_CAUSE_WRONG_TAG);
     }
     if (!header.tag_owner() && header.tag() != (ctx_.tag & PacketHeader::kTagMask)) {
         return refuse_tag(header, length);
@@ -383,7 +400,7 @@ bool Reassembly::refuse_tag(PacketHeader header, int32_t length) {
     if (reports()) {
         debug_log("MCTP request tag is %d but response tag is %d\n", ctx_.tag, header.tag());
     }
-    return drop(length);
+    return drop(length, SIDEBAND_CAUSE_WRONG_TAG);
 }
 
 bool Reassembly::refuse_length(int32_t length, int32_t wanted) {
@@ -422,7 +439,7 @@ int32_t receive_message(mctp_ctx& ctx, int32_t capacity, uint8_t* buffer, Wanted
         return 0;
     }
     if (!unit_size_usable(ctx) || ctx.binding == nullptr || ctx.binding->read == nullptr) {
-        return -1;
+        return fail(ctx.last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     return Reassembly(ctx, capacity, buffer, wanted).run();
 }

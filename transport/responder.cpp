@@ -8,6 +8,7 @@
 #include <span>
 #include <utility>
 
+#include "common/error.h"
 #include "transport/control.h"
 #include "transport/eid_pool.h"
 #include "transport/pcie_message.h"
@@ -166,11 +167,13 @@ int32_t respond_until_assigned(mctp_ctx& ctx, uint8_t former_eid) {
         std::array<uint8_t, kMessageRoom> bytes{};
         const int32_t length = ctx.recv(&ctx, static_cast<int32_t>(bytes.size()), bytes.data());
         if (length < 0) {
+            fail(ctx.last_error, SIDEBAND_CAUSE_NO_ANSWER);
             return 0;
         }
         Message message = parse(bytes);
         if (!is_control(length, message)) {
             if (++ignored == kIgnoredMessagesMax) {
+                ctx.last_error = {.cause = SIDEBAND_CAUSE_WRONG_TAG};
                 return 0;
             }
             continue;
@@ -185,7 +188,11 @@ int32_t respond_until_assigned(mctp_ctx& ctx, uint8_t former_eid) {
 }  // namespace
 
 int32_t get_bmc_by_owner(mctp_ctx* ctx) {
-    if (ctx == nullptr || ctx->xfer == nullptr || ctx->recv == nullptr || ctx->send == nullptr) {
+    if (ctx == nullptr) {
+        return 0;
+    }
+    if (ctx->xfer == nullptr || ctx->recv == nullptr || ctx->send == nullptr) {
+        ctx->last_error = kArgumentError;
         return 0;
     }
     const uint8_t former_eid = ctx->src_eid;

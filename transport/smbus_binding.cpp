@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/error.h"
 #include "common/memory.h"
 #include "common/wire.h"
 
@@ -34,9 +35,10 @@ bool main_power_on() {
 }
 
 /// A device that has no power must not be addressed: its pins would load the bus.
-bool standby_access_allowed(const char* function) {
+bool standby_access_allowed(const char* function, sideband_error& error) {
     if (platform.standby_option != 1) {
         debug_log("%s found power down, interrupt I2C access\n", function);
+        fail(error, SIDEBAND_CAUSE_NO_POWER);
         return false;
     }
     if (at_p_St_GlobalVar->standby_override != 0 ||
@@ -44,12 +46,13 @@ bool standby_access_allowed(const char* function) {
         return true;
     }
     debug_log("%s stby power down, interrupt I2C access\n", function);
+    fail(error, SIDEBAND_CAUSE_NO_POWER);
     return false;
 }
 
 /// Main power is on nearly always: only the rest is worth a call.
-inline bool access_allowed(const char* function) {
-    return main_power_on() || standby_access_allowed(function);
+inline bool access_allowed(const char* function, sideband_error& error) {
+    return main_power_on() || standby_access_allowed(function, error);
 }
 
 /// Fills the frame's header, routes the bus and prepares the request. Returns the BMC's address.
@@ -107,36 +110,42 @@ void drain_slave_queue(uint8_t bus, uint8_t bmc_address) {
 }  // namespace
 
 int32_t smbus_block_write(mctp_section* section, int32_t length, uint8_t* frame) {
-    if (length < 0 || length > kWriteLengthMax || !access_allowed("smbus_block_write")) {
-        return -1;
+    if (length < 0 || length > kWriteLengthMax ||
+        !access_allowed("smbus_block_write", section->last_error)) {
+        return fail(section->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     plt_i2c_request request;
     clear<sizeof request>(&request);
     const uint8_t bmc_address = prepare_write(*section, length, frame, request);
+    int result = 0;
     for (int attempt = 0; attempt < kWriteAttempts; ++attempt) {
         drain_slave_queue(section->bus, bmc_address);
-        if (PltMCTPI2C_MasterWriteWithPEC_NoMutex(request) == 0) {
+        result = PltMCTPI2C_MasterWriteWithPEC_NoMutex(request);
+        if (result == 0) {
             return 0;
         }
     }
-    return -1;
+    return fail_by_platform(section->last_error, result, SIDEBAND_CAUSE_NOT_ACKNOWLEDGED);
 }
 
 int32_t sl8_smbus_block_write(mctp_section* section, int32_t length, uint8_t* frame) {
-    if (length < 0 || length > kSl8WriteLengthMax || !access_allowed("sl8_smbus_block_write")) {
-        return -1;
+    if (length < 0 || length > kSl8WriteLengthMax ||
+        !access_allowed("sl8_smbus_block_write", section->last_error)) {
+        return fail(section->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     plt_i2c_request request;
     clear<sizeof request>(&request);
     prepare_write(*section, length, frame, request);
     frame[length + kFrameHeaderSize] = CRC8Gen(frame, request.write_length);
     request.write_length = static_cast<uint8_t>(request.write_length + kPecSize);
+    int result = 0;
     for (int attempt = 0; attempt < kWriteAttempts; ++attempt) {
-        if (PltMCTPI2C_MasterWrite_NoMutex(request) == 0) {
+        result = PltMCTPI2C_MasterWrite_NoMutex(request);
+        if (result == 0) {
             return 0;
         }
     }
-    return -1;
+    return fail_by_platform(section->last_error, result, SIDEBAND_CAUSE_NOT_ACKNOWLEDGED);
 }
 
 bool sideband::is_mctp_block(const SlaveBlock& block, int32_t received) {
@@ -150,7 +159,7 @@ bool sideband::is_mctp_block(const SlaveBlock& block, int32_t received) {
 
 int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer) {
     if (length < 0 || length > kReadLengthMax) {
-        return -1;
+        return fail(section->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     SlaveBlock block;
     block.clear();

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 
+#include "common/error.h"
 #include "common/memory.h"
 
 namespace sideband {
@@ -50,7 +51,7 @@ inline constexpr int32_t kPecSize = 1;
 /// @param block   zeros, as the platform's read is promised
 /// @return bytes of the block, at least those around a packet; negative on failure, as
 ///         smbus_block_read() has it
-inline int32_t read_block(const mctp_section& section, int32_t length, SlaveBlock& block) {
+inline int32_t read_block(mctp_section& section, int32_t length, SlaveBlock& block) {
     plt_i2c_request request;
     clear<sizeof request>(&request);
     request.bus = section.bus;
@@ -60,10 +61,13 @@ inline int32_t read_block(const mctp_section& section, int32_t length, SlaveBloc
     SetI2CMux(&request, section.mux);
     const int32_t received = PltMCTPI2C_SlaveReadWithPEC_NoMutex(request, section.route);
     if (received < 0) {
+        fail_by_platform(section.last_error, received, SIDEBAND_CAUSE_NO_ANSWER);
         return received;
     }
     const bool has_room = received >= kBlockHeaderSize + kPecSize;
-    return has_room && received <= PLT_I2C_READ_BUFFER_SIZE ? received : -1;
+    return has_room && received <= PLT_I2C_READ_BUFFER_SIZE
+               ? received
+               : fail(section.last_error, SIDEBAND_CAUSE_MALFORMED);
 }
 
 /// Bytes of the packet in a block, behind its header.

@@ -9,6 +9,7 @@
 #include <span>
 
 #include "common/crc.h"
+#include "common/error.h"
 #include "common/lock.h"
 #include "common/sleep.h"
 #include "common/wire.h"
@@ -86,7 +87,7 @@ PacketHeader first_header(const mctp_ctx& ctx, uint8_t tag_owner, bool is_last) 
 int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t tag_owner,
                      bool integrity_check) {
     if (!can_send(ctx, length, body)) {
-        return -1;
+        return fail(ctx.last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     OutgoingBytes bytes(ctx.msg_type, {body, length}, integrity_check);
     const size_t unit = ctx.unit_size;
@@ -113,7 +114,7 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
             &ctx.section, PacketHeader::kSize + static_cast<int32_t>(chunk), frame.data());
         // Only the end packet's failure counts: a device that lost an earlier one does not answer.
         if (result < 0 && (header.eom() || strict)) {
-            return -1;
+            return fail(ctx.last_error, SIDEBAND_CAUSE_NOT_ACKNOWLEDGED);
         }
         header.advance();
         ++ctx.tx_seq;
@@ -130,7 +131,8 @@ bool has_check(const mctp_ctx& ctx) {
 /// Takes the bus mutex for a receive.
 int32_t receive_locked(mctp_ctx& ctx, int32_t length, uint8_t* buffer, Wanted wanted = {}) {
     const MutexGuard bus(bus_mutex(ctx));
-    return bus ? receive_message(ctx, length, buffer, wanted) : -1;
+    return bus ? receive_message(ctx, length, buffer, wanted)
+               : fail(ctx.last_error, SIDEBAND_CAUSE_LOCK);
 }
 
 /// What answers a request.
@@ -145,19 +147,23 @@ Wanted answer_to(const mctp_ctx& ctx, uint32_t length, const uint8_t* request) {
 }  // namespace
 
 int32_t smbus_send_locked(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner) {
+    ctx->last_error = kNoError;
     MutexGuard bus(bus_mutex(*ctx));
-    return bus ? send_message(*ctx, length, body, tag_owner, has_check(*ctx)) : -1;
+    return bus ? send_message(*ctx, length, body, tag_owner, has_check(*ctx))
+               : fail(ctx->last_error, SIDEBAND_CAUSE_LOCK);
 }
 
 int32_t smbus_recv_locked(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
+    ctx->last_error = kNoError;
     return receive_locked(*ctx, length, buffer);
 }
 
 int32_t smbus_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
                    const uint8_t* request, uint8_t* response) {
+    ctx->last_error = kNoError;
     MutexGuard bus(bus_mutex(*ctx));
     if (!bus) {
-        return -1;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_LOCK);
     }
     ctx->tag = next_tag(ctx->tag);
     if (send_message(*ctx, request_length, request, 1, has_check(*ctx)) < 0) {
@@ -176,8 +182,9 @@ int32_t smbus_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_leng
 int32_t smbus_xfer_delayed(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
                            const uint8_t* request, uint8_t* response) {
     constexpr uint32_t kSettleUs = 100000;
+    ctx->last_error = kNoError;
     if (ctx->send == nullptr || ctx->recv == nullptr) {
-        return -1;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     ctx->tag = next_tag(ctx->tag);
     if (ctx->send(ctx, request_length, request, 1) < 0) {
@@ -196,27 +203,30 @@ int32_t smbus_xfer_delayed(mctp_ctx* ctx, uint32_t request_length, int32_t respo
 }
 
 int32_t sl8_smbus_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner) {
+    ctx->last_error = kNoError;
     return send_message(*ctx, length, body, tag_owner,
                         has_check(*ctx) && is_strict(*ctx, MCTP_STRICT_INTEGRITY));
 }
 
 int32_t sl8_smbus_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
+    ctx->last_error = kNoError;
     return receive_message(*ctx, length, buffer);
 }
 
 int32_t sl8_smbus_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
                        const uint8_t* request, uint8_t* response) {
+    ctx->last_error = kNoError;
     if (ctx->send == nullptr || ctx->recv == nullptr) {
-        return -1;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     MutexGuard bus(bus_mutex(*ctx));
     if (!bus) {
-        return -1;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_LOCK);
     }
     ctx->tag = next_tag(ctx->tag);
     if (ctx->send(ctx, request_length, request, 1) < 0) {
         debug_log("Failed to write %d bytes\n", static_cast<int>(request_length));
-        return -1;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_NOT_ACKNOWLEDGED);
     }
     if (response_length < 1) {
         return 0;
@@ -236,6 +246,7 @@ int32_t sl8_smbus_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_
 int32_t mctp_smbus_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
     using namespace sideband;
     constexpr Wanted kWithType{.type_byte = true};
+    ctx->last_error = kNoError;
     // Like the stock receive: the software-PEC binding's own operations do not lock.
     return ctx->binding_kind == MCTP_BINDING_KIND_SL8_SMBUS
                ? receive_message(*ctx, length, buffer, kWithType)

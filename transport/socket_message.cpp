@@ -20,6 +20,7 @@
 
 #include "common/clock.h"
 #include "common/crc.h"
+#include "common/error.h"
 #include "common/wire.h"
 #include "transport/mctp.h"
 #include "transport/socket_table.h"
@@ -91,16 +92,34 @@ const char* hint_for(int error) {
     }
 }
 
+/// What a failure of the kernel's says of the endpoint.
+uint8_t cause_of(int error) {
+    switch (error) {
+        case EHOSTUNREACH:
+        case ENETUNREACH:
+        case ENODEV:
+            return SIDEBAND_CAUSE_NO_BUS;
+        case EOPNOTSUPP:
+        case ENOTCONN:
+            return SIDEBAND_CAUSE_ARGUMENT;
+        case ENOMEM:
+            return SIDEBAND_CAUSE_MEMORY;
+        default:
+            return SIDEBAND_CAUSE_SYSTEM;
+    }
+}
+
 /// Reports a call of the kernel that failed, by errno.
 /// @return false
-bool report(const mctp_ctx& ctx, const char* call) {
+bool report(mctp_ctx& ctx, const char* call) {
     const int error = errno;
+    fail(ctx.last_error, cause_of(error), static_cast<uint16_t>(error));
     console_log("[%s] EID %d of network %u, %s: %s%s\n", kName, ctx.dest_eid, ctx.pcie_param, call,
                 std::strerror(error), hint_for(error));
     return false;
 }
 
-bool open_socket(const mctp_ctx& ctx, Socket& socket) {
+bool open_socket(mctp_ctx& ctx, Socket& socket) {
     socket.descriptor = ::socket(kFamily, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     return socket.descriptor >= 0 || report(ctx, "socket");
 }
@@ -113,7 +132,7 @@ bool is_pldm(const mctp_ctx& ctx) {
 
 /// Opens and binds the listener, unless it is. To any network and any of the BMC's EIDs: that is
 /// what other programs bind to, and the kernel refuses only what somebody has bound to just so.
-bool open_listener(const mctp_ctx& ctx, Socket& socket) {
+bool open_listener(mctp_ctx& ctx, Socket& socket) {
     socket.owner = &ctx;
     if (socket.descriptor >= 0) {
         return true;
@@ -129,8 +148,9 @@ bool open_listener(const mctp_ctx& ctx, Socket& socket) {
 }
 
 /// Makes the listener ready for a context, with a report where it cannot be had.
-bool have_listener(const mctp_ctx& ctx, Held& held) {
+bool have_listener(mctp_ctx& ctx, Held& held) {
     if (!held) {
+        fail(ctx.last_error, SIDEBAND_CAUSE_LOCK);
         console_log("[%s] EID %d of network %u: another thread receives the requests of devices\n",
                     kName, ctx.dest_eid, ctx.pcie_param);
         return false;
@@ -175,7 +195,7 @@ void stop_listening() {
 
 /// Opens the listener in front of a request that lets the device ask: it may do so right behind its
 /// answer. What earlier updates have left there goes when another one begins.
-bool listen_from(const mctp_ctx& ctx, Step step) {
+bool listen_from(mctp_ctx& ctx, Step step) {
     if (step == Step::kBegin) {
         stop_listening();
     }
@@ -234,7 +254,7 @@ bool ask_for_tag(const mctp_ctx& ctx, Socket& socket) {
 
 /// Has a tag for the socket, if need be that of a request which nobody has answered. Kernels before
 /// 5.18 give none out beforehand; there it comes with the message.
-bool allocate_tag(const mctp_ctx& ctx, Socket& socket) {
+bool allocate_tag(mctp_ctx& ctx, Socket& socket) {
     socket.tag = kTagOwner;
     while (!ask_for_tag(ctx, socket)) {
         if (errno != EBUSY) {
@@ -284,9 +304,10 @@ bool send_request(mctp_ctx& ctx, Socket& socket, std::span<const uint8_t> body) 
 }
 
 /// A place in the table for a request, with a report where there is none.
-Socket* place_for(const mctp_ctx& ctx) {
+Socket* place_for(mctp_ctx& ctx) {
     Socket* const place = claim_place();
     if (place == nullptr) {
+        fail(ctx.last_error, SIDEBAND_CAUSE_SYSTEM, EBUSY);
         console_log("[%s] EID %d of network %u: %zu requests wait for their answers\n", kName,
                     ctx.dest_eid, ctx.pcie_param, kRequestsMax);
     }
@@ -354,6 +375,7 @@ private:
     Socket* last_;
     Socket* requests_;
     uint32_t dropped_ = 0;
+    uint8_t dropped_for_ = SIDEBAND_CAUSE_WRONG_TAG;
 };
 
 int32_t Reception::wait() {
@@ -380,7 +402,7 @@ int32_t Reception::wait() {
     }
     debug_log("[%s] EID %d of network %u: nothing within %u ms\n", kName, ctx_.dest_eid,
               ctx_.pcie_param, wait);
-    return -1;
+    return fail(ctx_.last_error, dropped_ != 0 ? dropped_for_ : SIDEBAND_CAUSE_NO_ANSWER);
 }
 
 /// Looks at the next message, and takes it from its queue.
@@ -411,6 +433,7 @@ int32_t Reception::read_one(Socket& socket) {
         accept(socket, from);
     } else if (has_check(from.type)) {
         drop(from, length, "wrong integrity check");
+        dropped_for_ = SIDEBAND_CAUSE_WRONG_CHECK;
     }
     return stored;
 }
@@ -468,6 +491,7 @@ int32_t Reception::store_checked(int descriptor, uint8_t type) {
 
 /// The first of a wait is reported, the rest of them counted.
 void Reception::drop(const Address& from, ssize_t length, const char* why) {
+    dropped_for_ = SIDEBAND_CAUSE_WRONG_TAG;
     if (dropped_++ == 0) {
         debug_log("[%s] dropped %zd bytes from EID %d of network %u, type 0x%02x, tag 0x%02x: %s\n",
                   kName, length, from.eid, from.network, from.type, from.tag, why);
@@ -488,8 +512,9 @@ void Reception::accept(Socket& socket, const Address& from) {
 }  // namespace
 
 int32_t socket_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner) {
+    ctx->last_error = kNoError;
     if (body == nullptr && length != 0) {
-        return -1;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     if (tag_owner == 0) {
         return send_answer(*ctx, {body, length});
@@ -503,6 +528,7 @@ int32_t socket_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t
 }
 
 int32_t socket_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
+    ctx->last_error = kNoError;
     if (buffer == nullptr || length <= 0) {
         return 0;
     }
@@ -527,8 +553,9 @@ int32_t socket_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
 
 int32_t socket_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
                     const uint8_t* request, uint8_t* response) {
+    ctx->last_error = kNoError;
     if (request == nullptr && request_length != 0) {
-        return -1;
+        return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
     Held held(place_for(*ctx));
     if (!held || !send_request(*ctx, *held, {request, request_length})) {

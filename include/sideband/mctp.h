@@ -9,6 +9,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <sideband/error.h>
 #include <sideband/export.h>
 
 SIDEBAND_BEGIN_DECLS
@@ -250,6 +251,10 @@ SIDEBAND_STATIC_ASSERT(sizeof(mctp_route) == 52, "bus owner route");
  *  i2c_delay_us      caller: microseconds between the request and the first read, 0 = none
  *  strict            caller: MCTP_STRICT_... bits, 0 = what deployed firmware needs. The contexts
  *                    of the layers above look at those of their endpoint
+ *  last_error        why the last call failed; see error.h. The operations clear it when they
+ *                    begin, and so does every function that takes the context
+ *  deadline_s        of mctp_set_deadline(), by CLOCK_MONOTONIC_COARSE; 0: there is none
+ *  deadline_ms       milliseconds behind deadline_s, 0 to 999
  */
 #define MCTP_SECTION_MEMBERS     \
     mctp_recv_op recv;           \
@@ -269,7 +274,10 @@ SIDEBAND_STATIC_ASSERT(sizeof(mctp_route) == 52, "bus owner route");
     void* pcie_session;          \
     uint8_t skip_discovery;      \
     uint32_t i2c_delay_us;       \
-    uint32_t strict;
+    uint32_t strict;             \
+    sideband_error last_error;   \
+    uint32_t deadline_s;         \
+    uint16_t deadline_ms;
 
 /** What a binding gets to see of a context. */
 struct mctp_section {
@@ -300,8 +308,8 @@ struct mctp_ctx {
     };
 };
 
-SIDEBAND_STATIC_ASSERT(offsetof(mctp_ctx, strict) ==
-                           offsetof(mctp_ctx, section) + offsetof(mctp_section, strict),
+SIDEBAND_STATIC_ASSERT(offsetof(mctp_ctx, deadline_ms) ==
+                           offsetof(mctp_ctx, section) + offsetof(mctp_section, deadline_ms),
                        "the section must mirror the members");
 
 /**

@@ -79,7 +79,8 @@ struct ncsi_ctx {
     ncsi_transfer_op transfer;            /**< by ncsi_init(), ncsi_oem_init(): the last one's */
     ncsi_oem_transfer_op oem_transfer;    /**< installed by ncsi_oem_init() */
     int32_t response_length;              /**< bytes of the last response */
-    mctp_owned owned; /**< library: the endpoint that ncsi_init() has allocated */
+    mctp_owned owned;          /**< library: the endpoint that ncsi_init() has allocated */
+    sideband_error last_error; /**< why the last call failed: see ncsi_last_error() */
 };
 
 /* ---- Strictness ------------------------------------------------------------------------------ */
@@ -103,6 +104,15 @@ struct ncsi_ctx {
  * MCTP_STRICT_ADDRESSES ("channel ID"): the response has the channel ID of its request, that of a
  * package among them.
  */
+
+/* ---- Failures -------------------------------------------------------------------------------- */
+
+/**
+ * Why the last call that took the context, or a record of one of its channels, failed, also of one
+ * that has no endpoint: see error.h.
+ * @return the record in ctx, which the next call changes; for null one that says "wrong argument"
+ */
+SIDEBAND_EXPORT const sideband_error* ncsi_last_error(const ncsi_ctx* ctx);
 
 /* ---- Life ------------------------------------------------------------------------------------ */
 

@@ -64,7 +64,17 @@ struct nvmemi_ctx {
     mctp_ctx* mctp;               /**< the endpoint; freed by nvmemi_deinit() */
     nvmemi_request_op mi_request; /**< installed by the functions below */
     mctp_owned owned;             /**< library: the endpoint that an initialiser has allocated */
+    sideband_error last_error;    /**< why the last call failed: see nvmemi_last_error() */
 };
+
+/* ---- Failures -------------------------------------------------------------------------------- */
+
+/**
+ * Why the last call that took the context failed, also one in a record of parameters, and one that
+ * has no endpoint: see error.h. A call whose record of parameters is null has no context to tell.
+ * @return the record in ctx, which the next call changes; for null one that says "wrong argument"
+ */
+SIDEBAND_EXPORT const sideband_error* nvmemi_last_error(const nvmemi_ctx* ctx);
 
 /* ---- Strictness ------------------------------------------------------------------------------ */
 /*

@@ -96,6 +96,7 @@ struct pldm_ctx {
     pldm_transfer_op transfer_op; /**< pldm_transfer */
     int32_t response_length;      /**< bytes of the last response; see pldm_transfer_op */
     mctp_owned owned;             /**< library: what pldm_terminus_init() allocated */
+    sideband_error last_error;    /**< why the last call failed: see pldm_last_error() */
 };
 
 /* ---- Strictness ------------------------------------------------------------------------------ */
@@ -124,6 +125,16 @@ struct pldm_ctx {
  * An operation in the place of pldm_transfer() has to match answers itself; the rest applies to it
  * as well. MCTP_STRICT_PACKAGE is about package files: see pldm_fw_update.h.
  */
+
+/* ---- Failures -------------------------------------------------------------------------------- */
+
+/**
+ * Why the last call that took the context failed, also of one that has no endpoint, or has none any
+ * more: see error.h. pldm_init() clears it. What an endpoint's failure is to the command stands in
+ * mctp_ctx.last_error too.
+ * @return the record in ctx, which the next call changes; for null one that says "wrong argument"
+ */
+SIDEBAND_EXPORT const sideband_error* pldm_last_error(const pldm_ctx* ctx);
 
 /* ---- Headers (DSP0240, clause 8.1) ----------------------------------------------------------- */
 /*

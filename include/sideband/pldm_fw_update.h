@@ -115,7 +115,23 @@ typedef struct pldm_fw_update_ctx {
      * endpoint, looks here alone.
      */
     uint32_t strict;
+    sideband_error last_error; /**< why the last update failed: see pldm_fw_update_last_error() */
 } pldm_fw_update_ctx;
+
+/**
+ * Why an update failed, or was not done in full: see error.h. It is the first failure since
+ * pldm_nic_update(), pldm_request_firmware_update(), pldm_fw_update_init(), pldm_parse_file(),
+ * pldm_check_firmware_image() or its like has begun, whichever was last, that has left a mark in
+ * completion_code, ended a component or ended the update. If there is none, it is that of the last
+ * command: ctx->pldm.last_error.
+ *
+ * A package that is bad or for another device is SIDEBAND_CAUSE_FILE, a device that asks for
+ * nothing any more SIDEBAND_CAUSE_NO_ANSWER, and what it reports of a component
+ * SIDEBAND_CODE_PLDM_FW_RESULT. pldm_nic_update() returns 0 for an update in which a component
+ * failed: the record tells.
+ * @return a record in ctx; for null one that says "wrong argument"
+ */
+SIDEBAND_EXPORT const sideband_error* pldm_fw_update_last_error(const pldm_fw_update_ctx* ctx);
 
 /* ---- The package file ------------------------------------------------------------------------ */
 

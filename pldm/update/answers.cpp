@@ -98,7 +98,7 @@ int32_t refuse_package_data(pldm_fw_update_ctx& ctx, const uint8_t* req, uint32_
     if (result < 0) {
         std::printf("error handling response fail, rc =%d\n", result);
     }
-    return -1;
+    return fail_request(ctx, kGetPackageData, SIDEBAND_CAUSE_MALFORMED);
 }
 
 /// Copies package data of the first record; behind its end the zeros of the target stay. The length
@@ -119,7 +119,7 @@ int32_t send_package_data(pldm_fw_update_ctx& ctx, const uint8_t* req, uint32_t 
     const size_t size = kPackageDataHeaderSize + part;
     const auto room = allocate_bytes(size);
     if (room == nullptr) {
-        return -1;
+        return fail_request(ctx, kGetPackageData, SIDEBAND_CAUSE_MEMORY);
     }
     const std::span<uint8_t> answer(room.get(), size);
     std::printf("resp_len = %d, transfer_size = %d\n", static_cast<int>(size),
@@ -250,7 +250,7 @@ int32_t refuse_piece(pldm_fw_update_ctx& ctx, const uint8_t* req, uint8_t comple
     std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE> answer;
     start_answer(answer, req, completion);
     send_answer(ctx, answer);
-    return -1;
+    return fail_request(ctx, kRequestFirmwareData, SIDEBAND_CAUSE_MALFORMED);
 }
 
 /// What the device has so far is of another image: with more bytes it would get a mixture. It is
@@ -258,7 +258,8 @@ int32_t refuse_piece(pldm_fw_update_ctx& ctx, const uint8_t* req, uint8_t comple
 /// make a device ask again, ask for something else or wait for a cancel that is not sent.
 int32_t refuse_changed(pldm_fw_update_ctx& ctx, const uint8_t* req) {
     debug_log("%s, %s has changed since it was parsed\n", "pldm_request_fw_data", ctx.package_file);
-    return refuse_piece(ctx, req, PLDM_CC_ERROR);
+    refuse_piece(ctx, req, PLDM_CC_ERROR);
+    return fail_request(ctx, kRequestFirmwareData, SIDEBAND_CAUSE_FILE);
 }
 
 int32_t send_piece(pldm_fw_update_ctx& ctx, const uint8_t* req, const PackageFile& file,
@@ -266,14 +267,15 @@ int32_t send_piece(pldm_fw_update_ctx& ctx, const uint8_t* req, const PackageFil
     const size_t size = PLDM_RESPONSE_HEADER_SIZE + size_t{piece.length};
     const auto room = allocate_bytes(size);
     if (room == nullptr) {
-        return -1;
+        return fail_request(ctx, kRequestFirmwareData, SIDEBAND_CAUSE_MEMORY);
     }
     const std::span<uint8_t> answer(room.get(), size);
     start_answer(answer, req, PLDM_CC_SUCCESS);
     if (!file.copy(uint64_t{component.location_offset} + piece.offset,
                    answer.subspan(PLDM_RESPONSE_HEADER_SIZE, piece.copied))) {
         debug_log("%s, can't read %s\n", "pldm_request_fw_data", ctx.package_file);
-        return refuse_piece(ctx, req, PLDM_CC_ERROR);
+        refuse_piece(ctx, req, PLDM_CC_ERROR);
+        return fail_request(ctx, kRequestFirmwareData, SIDEBAND_CAUSE_FILE);
     }
     if (!file.is_untouched()) {
         return refuse_changed(ctx, req);
@@ -311,9 +313,14 @@ bool is_mark(uint8_t completion) {
 
 /// Cancels the component. The mark stands against the codes of the cancel, busy ones of one that
 /// succeeds among them, and of what follows it, up to the mark of a later step.
-int32_t give_component_up(pldm_fw_update_ctx& ctx, uint8_t mark) {
+/// @param result  of the step, as the device reports it, or kAnswerNotSent
+int32_t give_component_up(pldm_fw_update_ctx& ctx, uint8_t mark, uint8_t result) {
     uint8_t& completion = ctx.pldm.completion_code;
-    completion = mark;
+    if (result != kAnswerNotSent) {
+        record_code(ctx.pldm.last_error, SIDEBAND_CODE_PLDM_FW_RESULT, result);
+        record_step(ctx.pldm.last_error, SIDEBAND_STEP_FW_UPDATE, ctx.pldm.last_command);
+    }
+    leave_mark(ctx, mark, SIDEBAND_CAUSE_NOT_ACKNOWLEDGED);
     const bool cancelled = can_exchange(&ctx) && exchange_cancel_component(ctx) >= 0;
     completion = mark;
     if (cancelled) {
@@ -351,7 +358,7 @@ int32_t pldm_request_fw_data(pldm_fw_update_ctx* ctx, const uint8_t* req) {
     // Opened for each request: whoever removes the package stops the update.
     const PackageFile file(ctx->package_file);
     if (!file.is_open()) {
-        return -1;
+        return fail_request(*ctx, kRequestFirmwareData, SIDEBAND_CAUSE_FILE);
     }
     if (!file.is_package_of(*ctx)) {
         return refuse_changed(*ctx, req);
@@ -367,7 +374,7 @@ int32_t pldm_request_fw_data(pldm_fw_update_ctx* ctx, const uint8_t* req) {
     const pldm_update_component* element = update_element(*ctx, ctx->component_index);
     if (element == nullptr) {
         debug_log("%s, no component %d\n", "pldm_request_fw_data", ctx->component_index);
-        return -1;
+        return fail_request(*ctx, kRequestFirmwareData, SIDEBAND_CAUSE_NOT_FOUND);
     }
     const uint8_t completion = judge_piece(*ctx, file.size(), piece);
     return completion == PLDM_CC_SUCCESS
@@ -390,7 +397,7 @@ int32_t pldm_transfer_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {
         return 0;
     }
     std::printf("transfer complete with error %d\n", result);
-    return give_component_up(*ctx, PLDM_FW_MARK_TRANSFER_COMPLETE);
+    return give_component_up(*ctx, PLDM_FW_MARK_TRANSFER_COMPLETE, result);
 }
 
 int32_t pldm_verify_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {
@@ -404,7 +411,7 @@ int32_t pldm_verify_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {
         return 0;
     }
     std::printf("verify complete with error %d\n", result);
-    return give_component_up(*ctx, PLDM_FW_MARK_VERIFY_COMPLETE);
+    return give_component_up(*ctx, PLDM_FW_MARK_VERIFY_COMPLETE, result);
 }
 
 int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {
@@ -426,5 +433,5 @@ int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {
         return 0;
     }
     std::printf("Apply complete with error %d\n", result);
-    return give_component_up(*ctx, PLDM_FW_MARK_APPLY_COMPLETE);
+    return give_component_up(*ctx, PLDM_FW_MARK_APPLY_COMPLETE, result);
 }

@@ -46,6 +46,7 @@ int32_t start_update(pldm_fw_update_ctx& ctx, PldmAnswer& answer) {
     const uint8_t will_ask_for_package_data = answer.body.u8();
     const int32_t result = finish(answer, "pldm_request_firmware_update");
     if (result < 0) {
+        note_update_failure(ctx, SIDEBAND_CAUSE_MALFORMED);
         return result;
     }
     ctx.fd_metadata_len = metadata_length;
@@ -134,7 +135,7 @@ int32_t judge_component(pldm_fw_update_ctx& ctx, unsigned index, PldmAnswer& ans
     const uint16_t wait = answer.body.le16();
     const int32_t result = finish(answer, "pldm_update_component_table");
     if (result < 0) {
-        ctx.pldm.completion_code = PLDM_FW_MARK_UPDATE_COMPONENT;
+        leave_mark(ctx, PLDM_FW_MARK_UPDATE_COMPONENT, SIDEBAND_CAUSE_MALFORMED);
         return result;
     }
     if (compatibility == kCanBeUpdated) {
@@ -150,6 +151,8 @@ int32_t judge_component(pldm_fw_update_ctx& ctx, unsigned index, PldmAnswer& ans
         debug_log("%s, unknown compatibility response 0x%x\n", "pldm_update_component_table",
                   compatibility);
     }
+    fail_command(ctx.pldm, SIDEBAND_CAUSE_REFUSED);
+    note_update_failure(ctx, SIDEBAND_CAUSE_REFUSED);
     return -1;
 }
 
@@ -223,9 +226,10 @@ void sideband::skip_component(pldm_fw_update_ctx& ctx) {
 }
 
 int32_t pldm_request_firmware_update(pldm_fw_update_ctx* ctx) {
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return -1;
     }
+    ctx->last_error = kNoError;
     if (ctx->records == nullptr || ctx->record_index >= ctx->device_record_num ||
         ctx->records[ctx->record_index].image_version_string == nullptr) {
         debug_log("%s, no device record %d\n", "pldm_request_firmware_update", ctx->record_index);
@@ -241,11 +245,12 @@ int32_t pldm_request_firmware_update(pldm_fw_update_ctx* ctx) {
     switch (answer.header.completion) {
         case kAlreadyInUpdateMode:
             print_line("in update mode!");
+            note_update_failure(*ctx, SIDEBAND_CAUSE_REFUSED);
             pldm_cancel_update(ctx);
             return -2;
         case kUnableToInitiateUpdate:
             print_line("unable initiate update");
-            ctx->pldm.completion_code = PLDM_FW_MARK_REQUEST_UPDATE;
+            leave_mark(*ctx, PLDM_FW_MARK_REQUEST_UPDATE, SIDEBAND_CAUSE_REFUSED);
             return -1;
         case kRetryRequestUpdate:
             sleep_us(kFwPauseUs);
@@ -258,13 +263,13 @@ int32_t pldm_request_firmware_update(pldm_fw_update_ctx* ctx) {
 
 int32_t pldm_get_device_metadata(pldm_fw_update_ctx* ctx, uint16_t len) {
     constexpr int kRoundsMax = 7;
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return -1;
     }
     const size_t size = kMetaDataHeaderSize + len;
     const auto room = allocate_bytes(size);
     if (room == nullptr) {
-        return -1;
+        return fail_command(ctx->pldm, SIDEBAND_CAUSE_MEMORY);
     }
     uint32_t handle = 0;
     uint8_t operation = kGetFirstPart;
@@ -279,21 +284,25 @@ int32_t pldm_get_device_metadata(pldm_fw_update_ctx* ctx, uint16_t len) {
 }
 
 int32_t pldm_update_component_table(pldm_fw_update_ctx* ctx, uint8_t index) {
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return -1;
     }
     const pldm_update_component* element = update_element(*ctx, index);
     if (element == nullptr) {
         debug_log("%s, no component %d\n", "pldm_update_component_table", index);
-        return -1;
+        return fail_command(ctx->pldm, SIDEBAND_CAUSE_NOT_FOUND);
     }
     std::array<uint8_t, 12> room{};
     PldmAnswer answer = exchange_update_component(*ctx, *element, room);
-    return answer.header.completion == kNotInUpdateMode ? -1 : judge_component(*ctx, index, answer);
+    if (answer.header.completion == kNotInUpdateMode) {
+        note_update_failure(*ctx, SIDEBAND_CAUSE_REFUSED);
+        return -1;
+    }
+    return judge_component(*ctx, index, answer);
 }
 
 int32_t pldm_get_meta_data(pldm_fw_update_ctx* ctx, uint8_t* buf, uint16_t len) {
-    if (!can_exchange(ctx) || buf == nullptr) {
+    if (!begin(ctx) || buf == nullptr) {
         return -1;
     }
     const PldmAnswer answer = exchange_multipart(*ctx, kGetMetaData, 0, kGetNextPart, {buf, len});
@@ -301,13 +310,13 @@ int32_t pldm_get_meta_data(pldm_fw_update_ctx* ctx, uint8_t* buf, uint16_t len) 
 }
 
 int32_t pldm_activate_firmware(pldm_fw_update_ctx* ctx) {
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return -1;
     }
     const pldm_update_component* element = first_component(*ctx);
     if (element == nullptr) {
         debug_log("%s, no component\n", "pldm_activate_firmware");
-        return -1;
+        return fail_command(ctx->pldm, SIDEBAND_CAUSE_NOT_FOUND);
     }
     PldmRequest request(PLDM_TYPE_FW_UPDATE, kActivateFirmware);
     request.fields.u8(self_contained_flag(ctx->pldm, Component(element->image)));
@@ -327,7 +336,7 @@ int32_t pldm_activate_firmware(pldm_fw_update_ctx* ctx) {
 }
 
 int32_t pldm_get_status(pldm_fw_update_ctx* ctx) {
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return -1;
     }
     PldmRequest request(PLDM_TYPE_FW_UPDATE, kGetStatus);
@@ -349,7 +358,7 @@ int32_t pldm_get_status(pldm_fw_update_ctx* ctx) {
 }
 
 int32_t pldm_cancel_update_component(pldm_fw_update_ctx* ctx) {
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return -1;
     }
     const int32_t result = exchange_cancel_component(*ctx);
@@ -361,7 +370,7 @@ int32_t pldm_cancel_update_component(pldm_fw_update_ctx* ctx) {
 }
 
 int32_t pldm_cancel_update(pldm_fw_update_ctx* ctx) {
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return -1;
     }
     std::array<uint8_t, 13> room;

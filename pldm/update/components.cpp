@@ -87,7 +87,7 @@ bool pass_component(pldm_fw_update_ctx& ctx, const pldm_update_component& elemen
         return false;
     }
     if (answer.result < 0) {
-        ctx.pldm.completion_code = PLDM_FW_MARK_PASS_COMPONENT_TABLE;
+        leave_mark(ctx, PLDM_FW_MARK_PASS_COMPONENT_TABLE, SIDEBAND_CAUSE_MALFORMED);
     }
     // What the device thinks of the component it says again in UpdateComponent, which counts.
     return answer.result != -1;

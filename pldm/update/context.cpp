@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "common/error.h"
 #include "pldm/update/package.h"
 
 using namespace sideband;
@@ -58,4 +59,11 @@ int32_t pldm_free_ctx_resource(pldm_fw_update_ctx* ctx) {
     release(ctx->active_version_string);
     release(ctx->pending_version_string);
     return 0;
+}
+
+const sideband_error* pldm_fw_update_last_error(const pldm_fw_update_ctx* ctx) {
+    if (ctx == nullptr) {
+        return null_context_error();
+    }
+    return ctx->last_error.cause != SIDEBAND_CAUSE_NONE ? &ctx->last_error : &ctx->pldm.last_error;
 }

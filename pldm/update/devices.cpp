@@ -74,6 +74,20 @@ enum CheckResult : int32_t {
     kNoRecordMatches = -7,
 };
 
+/// Why a card could not be reached.
+uint8_t cause_of(int32_t result) {
+    switch (result) {
+        case kNoPlatform:
+            return SIDEBAND_CAUSE_SYSTEM;
+        case kPowerOff:
+            return SIDEBAND_CAUSE_NO_POWER;
+        case kUnknownCard:
+            return SIDEBAND_CAUSE_NOT_FOUND;
+        default:
+            return SIDEBAND_CAUSE_ARGUMENT;
+    }
+}
+
 /// What tells a check of one kind of card from that of another.
 struct Check {
     const char* function;
@@ -132,6 +146,7 @@ int32_t match_record(const Check& check, pldm_fw_update_ctx& ctx) {
         }
     }
     debug_log("%dth record don't match\n", ctx.device_record_num);
+    note_update_failure(ctx, SIDEBAND_CAUSE_FILE);
     return kNoRecordMatches;
 }
 
@@ -150,19 +165,25 @@ int32_t check_package(const Check& check, const char* path, Target& target) {
 
 int32_t run_check(const Check& check, const char* path, const pldm_card_location& location,
                   Target target) {
+    sideband_error& error = target.ctx.last_error;
+    error = kNoError;
+    target.ctx.pldm.last_error = kNoError;
     const int32_t reached = reach_card(check, location, target);
     if (reached != kMatches) {
+        error = {.cause = cause_of(reached), .step = SIDEBAND_STEP_SET_UP};
         return reached;
     }
     const ChannelGuard channel(target.mctp.bus,
                                target.mctp.binding_kind == MCTP_BINDING_KIND_SMBUS);
     if (!channel) {
         debug_log("[%s:%d] I2C channel mutex refused\n", check.function, __LINE__);
+        fail(error, SIDEBAND_CAUSE_LOCK);
         return kNoPlatform;
     }
     const MutexGuard global(at_p_St_GlobalVar->global_lock);
     if (!global) {
         debug_log("[%s:%d] global lock refused\n", check.function, __LINE__);
+        fail(error, SIDEBAND_CAUSE_LOCK);
         return kNoPlatform;
     }
     return check_package(check, path, target);
@@ -182,25 +203,29 @@ int32_t pldm_fw_update_init(pldm_fw_update_ctx* ctx, const mctp_ctx* mctp) {
     constexpr uint8_t kFirmwareUpdateType = 1 << PLDM_TYPE_FW_UPDATE;
     if (ctx == nullptr || mctp == nullptr) {
         debug_log("%s, invalid parameters\n", "pldm_fw_update_init");
+        if (ctx != nullptr) {
+            ctx->last_error = kArgumentError;
+        }
         return PLDM_ERROR_ARGUMENT;
     }
+    ctx->last_error = kNoError;
     ctx->state = kStateIdle;
     ctx->strict |= mctp->strict;
     int32_t result = pldm_terminus_init(&ctx->pldm, mctp);
     if (result < 0) {
         debug_log("%s, pldm_terminus_init() fail\n", "pldm_fw_update_init");
-        ctx->pldm.completion_code = PLDM_FW_MARK_TERMINUS;
+        leave_mark(*ctx, PLDM_FW_MARK_TERMINUS, SIDEBAND_CAUSE_NO_ANSWER);
         return result;
     }
     result = pldm_discovery(&ctx->pldm);
     if (result < 0) {
         debug_log("%s, pldm_discovery() fail\n", "pldm_fw_update_init");
-        ctx->pldm.completion_code = PLDM_FW_MARK_TERMINUS;
+        leave_mark(*ctx, PLDM_FW_MARK_TERMINUS, SIDEBAND_CAUSE_MALFORMED);
         return result;
     }
     if ((ctx->pldm.pldm_types[0] & kFirmwareUpdateType) == 0) {
         debug_log("%s, not support fw update\n", "pldm_fw_update_init");
-        ctx->pldm.completion_code = PLDM_FW_MARK_NO_FW_UPDATE;
+        leave_mark(*ctx, PLDM_FW_MARK_NO_FW_UPDATE, SIDEBAND_CAUSE_REFUSED);
         return PLDM_ERROR_ARGUMENT;
     }
     return 0;

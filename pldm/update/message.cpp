@@ -13,6 +13,24 @@ uint8_t transfer_flag(bool first, bool last) {
     return last ? kTransferEnd : kTransferMiddle;
 }
 
+void note_update_failure(pldm_fw_update_ctx& ctx, uint8_t otherwise) {
+    if (ctx.last_error.cause == SIDEBAND_CAUSE_NONE) {
+        ctx.last_error = ctx.pldm.last_error;
+    }
+    fail(ctx.last_error, otherwise);
+    record_step(ctx.last_error, SIDEBAND_STEP_FW_UPDATE, ctx.pldm.last_command);
+}
+
+void leave_mark(pldm_fw_update_ctx& ctx, uint8_t mark, uint8_t otherwise) {
+    ctx.pldm.completion_code = mark;
+    note_update_failure(ctx, otherwise);
+}
+
+int32_t fail_request(pldm_fw_update_ctx& ctx, FwCommand command, uint8_t cause) {
+    ctx.pldm.last_error = {.cause = cause, .step = SIDEBAND_STEP_FW_UPDATE, .command = command};
+    return -1;
+}
+
 void report_percentage(pldm_fw_update_ctx& ctx, uint8_t percentage) {
     ctx.last_percentage = percentage;
     TaskServiceUpdateTaskPercentage(ctx.task_id, percentage);

@@ -103,8 +103,25 @@ inline bool can_exchange(const pldm_fw_update_ctx* ctx) {
     return ctx != nullptr && can_exchange(&ctx->pldm);
 }
 
+/// Begins a command to the device, as begin(pldm_ctx*).
+inline bool begin(pldm_fw_update_ctx* ctx) {
+    return ctx != nullptr && begin(&ctx->pldm);
+}
+
 /// TransferFlag of a part.
 uint8_t transfer_flag(bool first, bool last);
+
+/// Keeps why an update goes wrong, if nothing has done so before: the failure of the last command,
+/// or a cause if that has not failed.
+[[gnu::cold]] void note_update_failure(pldm_fw_update_ctx& ctx, uint8_t otherwise);
+
+/// Leaves a mark of the update agent's own in the completion code.
+/// @param mark       PLDM_FW_MARK_...
+/// @param otherwise  as note_update_failure()
+[[gnu::cold]] void leave_mark(pldm_fw_update_ctx& ctx, uint8_t mark, uint8_t otherwise);
+
+/// Records why a request of the device is not served. @return -1
+[[gnu::cold]] int32_t fail_request(pldm_fw_update_ctx& ctx, FwCommand command, uint8_t cause);
 
 /// Tells the platform how far the update is.
 void report_percentage(pldm_fw_update_ctx& ctx, uint8_t percentage);

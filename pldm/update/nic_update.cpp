@@ -40,6 +40,7 @@ public:
         pcie_session = {};
         if (libmctp_pcie_open(&pcie_session) != 0) {
             print_line("failed to open libmctp_qbex_ctx");
+            ctx.last_error = {.cause = SIDEBAND_CAUSE_SYSTEM, .step = SIDEBAND_STEP_SET_UP};
             failed_ = true;
             return;
         }
@@ -133,10 +134,10 @@ private:
         if (pldm_query_device_identifiers(&ctx_, &record) != 0) {
             ++mismatches_;
             if (mismatches_ == ctx_.device_record_num) {
-                ctx_.pldm.completion_code = PLDM_FW_MARK_NO_RECORD;
+                leave_mark(ctx_, PLDM_FW_MARK_NO_RECORD, SIDEBAND_CAUSE_FILE);
             }
         } else if (pldm_get_firmware_parameters(&ctx_) != 0) {
-            ctx_.pldm.completion_code = PLDM_FW_MARK_FW_PARAMETERS;
+            leave_mark(ctx_, PLDM_FW_MARK_FW_PARAMETERS, SIDEBAND_CAUSE_MALFORMED);
         } else if ((flags_ & PLDM_FW_FLAG_QUERY) != 0) {
             print_versions(ctx_, flags_);
         } else {
@@ -179,8 +180,10 @@ private:
 };
 
 int32_t run_update(const char* path, pldm_fw_update_ctx& ctx, uint32_t flags) {
+    ctx.last_error = kNoError;
+    ctx.pldm.last_error = kNoError;
     if (!load_package(path, ctx)) {
-        ctx.pldm.completion_code = PLDM_FW_MARK_PACKAGE;
+        leave_mark(ctx, PLDM_FW_MARK_PACKAGE, SIDEBAND_CAUSE_FILE);
         pldm_free_ua_resource(&ctx);
         return -1;
     }

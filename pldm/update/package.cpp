@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "common/crc.h"
+#include "common/error.h"
 #include "common/file.h"
 #include "common/memory.h"
 #include "common/output.h"
@@ -440,9 +441,14 @@ uint32_t CRC32(uint32_t crc, const uint8_t* buffer, size_t length) {
 }
 
 int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ctx) {
-    if (path == nullptr || ctx == nullptr) {
+    if (ctx == nullptr) {
         return -1;
     }
+    if (path == nullptr) {
+        ctx->last_error = kArgumentError;
+        return -1;
+    }
+    ctx->last_error = {.cause = SIDEBAND_CAUSE_FILE, .step = SIDEBAND_STEP_FILE};
     MappedFile file;
     if (!map_file(path, file)) {
         std::puts("open_file_fail");
@@ -453,6 +459,9 @@ int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ctx) {
     ctx->package_size = file.size;
     std::memcpy(ctx->package_stamp, &file.stamp, sizeof file.stamp);
     const int32_t result = parse(file.descriptor, file.address, file.size, *ctx) ? 0 : -1;
+    if (result == 0) {
+        ctx->last_error = kNoError;
+    }
     close_pldm_file(file.descriptor, file.address, file.size);
     console_log("[RUWA][%s]res=%d \n", "pldm_parse_file", result);
     return result;

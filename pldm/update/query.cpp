@@ -22,11 +22,12 @@ using Bytes = std::span<const uint8_t>;
 /// @param room  receives a buffer of PLDM_FW_UPDATE_RESPONSE_SIZE bytes with the response
 PldmAnswer exchange_inventory(pldm_fw_update_ctx* ctx, FwCommand command, const char* function,
                               HeapPtr<uint8_t[]>& room) {
-    if (!can_exchange(ctx)) {
+    if (!begin(ctx)) {
         return {};
     }
     room = allocate_bytes(PLDM_FW_UPDATE_RESPONSE_SIZE);
     if (room == nullptr) {
+        fail_command(ctx->pldm, SIDEBAND_CAUSE_MEMORY);
         return {};
     }
     PldmRequest request(PLDM_TYPE_FW_UPDATE, command);
@@ -224,7 +225,9 @@ int32_t pldm_query_device_identifiers(pldm_fw_update_ctx* ctx, const pldm_device
     HeapPtr<uint8_t[]> room;
     const PldmAnswer answer =
         exchange_inventory(ctx, kQueryDeviceIdentifiers, "pldm_query_device_identifiers", room);
-    return answer.result < 0 || device_matches(*record, answer.body) ? answer.result : -1;
+    return answer.result < 0 || device_matches(*record, answer.body)
+               ? answer.result
+               : fail_command(ctx->pldm, SIDEBAND_CAUSE_FILE);
 }
 
 int32_t pldm_get_firmware_parameters(pldm_fw_update_ctx* ctx) {
@@ -237,7 +240,7 @@ int32_t pldm_get_firmware_parameters(pldm_fw_update_ctx* ctx) {
     if (answer.header.command != kGetFirmwareParameters) {
         debug_log("call get firmware parameter, reqCode[%d] respCode[%d]\n", kGetFirmwareParameters,
                   answer.header.command);
-        return -1;
+        return fail_command(ctx->pldm, SIDEBAND_CAUSE_MALFORMED);
     }
     [[maybe_unused]] const Parameters parameters(answer.body);
     if (finish(answer, kFunction) < 0) {

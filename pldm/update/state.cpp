@@ -48,6 +48,7 @@ bool serve(pldm_fw_update_ctx& ctx, uint8_t command, const uint8_t* request) {
             print_line("------------PLDM_FW_UPDATE_GET_PACKAGE_DATA ---------------");
             const int32_t result = pldm_get_package_data(&ctx, request);
             if (result < 0) {
+                note_update_failure(ctx, SIDEBAND_CAUSE_REFUSED);
                 print_line("pldm_get_package_data fail");
             } else if (result == 1) {
                 print_line("last GetPackageData cmd");
@@ -56,6 +57,7 @@ bool serve(pldm_fw_update_ctx& ctx, uint8_t command, const uint8_t* request) {
         }
         case kRequestFirmwareData:
             if (pldm_request_fw_data(&ctx, request) < 0) {
+                note_update_failure(ctx, SIDEBAND_CAUSE_REFUSED);
                 advance_component(ctx);
                 return false;
             }
@@ -90,6 +92,8 @@ bool is_silent(const pldm_fw_update_ctx& ctx, time_t& last) {
 void serve_device(pldm_fw_update_ctx& ctx) {
     const auto message = allocate_bytes(kMessageSize);
     if (message == nullptr || ctx.pldm.recv_op == nullptr) {
+        note_update_failure(ctx,
+                            message == nullptr ? SIDEBAND_CAUSE_MEMORY : SIDEBAND_CAUSE_ARGUMENT);
         return;
     }
     time_t last = time(nullptr);
@@ -99,7 +103,7 @@ void serve_device(pldm_fw_update_ctx& ctx) {
         if (ctx.pldm.recv_op(&ctx.pldm, kMessageSize, message.get()) < 0) {
             // Asked again at once: the wait is in the operation.
             if (is_silent(ctx, last)) {
-                ctx.pldm.completion_code = PLDM_FW_MARK_TIMEOUT;
+                leave_mark(ctx, PLDM_FW_MARK_TIMEOUT, SIDEBAND_CAUSE_NO_ANSWER);
                 return;
             }
             continue;
@@ -117,7 +121,7 @@ void serve_device(pldm_fw_update_ctx& ctx) {
         }
     }
     debug_log("%s, the device asks without an end\n", "fw_update_state_fn");
-    ctx.pldm.completion_code = PLDM_FW_MARK_TIMEOUT;
+    leave_mark(ctx, PLDM_FW_MARK_TIMEOUT, SIDEBAND_CAUSE_MALFORMED);
 }
 
 // ---- The states ----
@@ -138,6 +142,8 @@ void learn_components(pldm_fw_update_ctx& ctx) {
     }
     if (build_update_list(ctx) && pass_component_table(ctx)) {
         go_on(ctx, kStateReadyToTransfer);
+    } else {
+        note_update_failure(ctx, SIDEBAND_CAUSE_NOT_FOUND);
     }
 }
 
@@ -147,6 +153,7 @@ void transfer_components(pldm_fw_update_ctx& ctx) {
     if (ctx.component_num > PLDM_FW_COMPONENTS_MAX) {
         debug_log("%s, %d components are more than %d\n", "fw_update_state_fn", ctx.component_num,
                   PLDM_FW_COMPONENTS_MAX);
+        note_update_failure(ctx, SIDEBAND_CAUSE_FILE);
         return;
     }
     while (ctx.component_index < ctx.component_num) {
@@ -177,7 +184,9 @@ void next_component(pldm_fw_update_ctx& ctx) {
 void activate(pldm_fw_update_ctx& ctx) {
     constexpr uint8_t kActivating = 98;
     report_percentage(ctx, kActivating);
-    pldm_activate_firmware(&ctx);
+    if (pldm_activate_firmware(&ctx) < 0) {
+        note_update_failure(ctx, SIDEBAND_CAUSE_REFUSED);
+    }
 }
 
 }  // namespace

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// How a failure gets into the record of its context.
+#ifndef SIDEBAND_COMMON_ERROR_H
+#define SIDEBAND_COMMON_ERROR_H
+
+#include <sideband/error.h>
+
+#include <cstdint>
+
+namespace sideband {
+
+/// What a call that is over has left behind.
+inline constexpr sideband_error kNoError{};
+/// What stands in a record while a command has not sent anything: then its arguments are at fault.
+inline constexpr sideband_error kArgumentError{.cause = SIDEBAND_CAUSE_ARGUMENT};
+
+/// Records a cause, unless one is there already.
+/// @param cause   SIDEBAND_CAUSE_...
+/// @param detail  what the platform said
+/// @return -1
+[[gnu::cold]] int32_t fail(sideband_error& error, uint8_t cause, uint16_t detail = 0);
+
+/// As fail(), by what a call of the platform has returned, of which some values have a meaning.
+/// @param otherwise  the cause that all other values have
+[[gnu::cold]] int32_t fail_by_platform(sideband_error& error, int result, uint8_t otherwise);
+
+/// Records the code of a device in place of what is there.
+/// @param kind  SIDEBAND_CODE_...
+[[gnu::cold]] void record_code(sideband_error& error, uint8_t kind, uint16_t code,
+                               uint16_t detail = 0);
+
+/// Says what was being done, unless that is said already.
+/// @param step  SIDEBAND_STEP_...
+[[gnu::cold]] void record_step(sideband_error& error, uint8_t step, uint8_t command = 0);
+
+/// What an accessor gives for a context that is null.
+const sideband_error* null_context_error();
+
+}  // namespace sideband
+
+#endif
