@@ -72,29 +72,21 @@ int32_t receive_later(mctp_ctx& mctp, int32_t room, uint8_t* area) {
     return result;
 }
 
-/// Begins an exchange. @return whether there is all that it needs
-bool is_usable(nvmemi_ctx* ctx, const uint8_t* request, const uint8_t* response) {
-    if (ctx == nullptr) {
-        return false;
-    }
-    const bool usable = ctx->mctp != nullptr && ctx->mctp->xfer != nullptr &&
-                        ctx->mctp->recv != nullptr && request != nullptr && response != nullptr;
-    ctx->last_error = usable ? kNoError : kArgumentError;
-    return usable;
+bool is_usable(const nvmemi_ctx* ctx, const uint8_t* request, const uint8_t* response) {
+    return ctx != nullptr && ctx->mctp != nullptr && ctx->mctp->xfer != nullptr &&
+           ctx->mctp->recv != nullptr && request != nullptr && response != nullptr;
 }
 
-/// The end of an exchange: a failure of the endpoint's is one of the context's.
-int32_t conclude(nvmemi_ctx& ctx, int32_t result) {
-    if (result < 0) {
-        ctx.last_error = ctx.mctp->last_error;
-        fail(ctx.last_error, SIDEBAND_CAUSE_NO_ANSWER);
-    }
-    return result;
+/// Records why there is no response, as far as the endpoint knows. @return -1
+[[gnu::cold]] int32_t fail_exchange(nvmemi_ctx& ctx, int32_t result) {
+    ctx.last_error = ctx.mctp->last_error;
+    return fail_command(&ctx, result < 0 ? SIDEBAND_CAUSE_NO_ANSWER : SIDEBAND_CAUSE_MALFORMED);
 }
 
 /// Exchanges in an area that has more room than is asked for.
-int32_t run(mctp_ctx& mctp, uint32_t request_length, uint32_t response_capacity,
+int32_t run(nvmemi_ctx& ctx, uint32_t request_length, uint32_t response_capacity,
             const uint8_t* request, uint8_t* area) {
+    mctp_ctx& mctp = *ctx.mctp;
     const auto room =
         static_cast<int32_t>(std::min<uint32_t>(response_capacity, NVMEMI_RESPONSE_MAX));
     // The status is looked at even if it did not come.
@@ -108,19 +100,20 @@ int32_t run(mctp_ctx& mctp, uint32_t request_length, uint32_t response_capacity,
     }
     if (busy) {
         result = receive_later(mctp, room, area);
-    } else if (result <= 0) {
-        return result < 0 ? -1 : fail(mctp.last_error, SIDEBAND_CAUSE_MALFORMED);
     }
     // More than there is room for is nothing that an operation could have stored.
-    return result > room ? fail(mctp.last_error, SIDEBAND_CAUSE_MALFORMED) : std::max(result, -1);
+    if (result < 0 || result > room || (result == 0 && !busy)) {
+        return fail_exchange(ctx, result);
+    }
+    return result;
 }
 
 /// Exchanges aside, for a response that is left alone unless one came.
 template <typename Aside>
-int32_t run_aside(mctp_ctx& mctp, uint32_t request_length, uint32_t response_capacity,
+int32_t run_aside(nvmemi_ctx& ctx, uint32_t request_length, uint32_t response_capacity,
                   const uint8_t* request, uint8_t* response) {
     Aside area;
-    const int32_t result = run(mctp, request_length, response_capacity, request, area.data());
+    const int32_t result = run(ctx, request_length, response_capacity, request, area.data());
     if (result > 0) {
         std::memcpy(response, area.data(), static_cast<size_t>(result));
     }
@@ -132,19 +125,20 @@ int32_t run_aside(mctp_ctx& mctp, uint32_t request_length, uint32_t response_cap
 int32_t request_with_retries(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,
                              uint8_t* request, uint8_t* response) {
     if (!is_usable(ctx, request, response)) {
-        return -1;
+        return fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
+    ctx->last_error = kNoError;
     const auto run_in =
         response_capacity <= kShortCapacity ? run_aside<ShortArea> : run_aside<Area>;
-    return conclude(*ctx, run_in(*ctx->mctp, request_length, response_capacity, request, response));
+    return run_in(*ctx, request_length, response_capacity, request, response);
 }
 
 int32_t request_in_area(nvmemi_ctx* ctx, uint32_t request_length, uint32_t response_capacity,
                         uint8_t* request, uint8_t* response) {
     if (!is_usable(ctx, request, response)) {
-        return -1;
+        return fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
-    return conclude(*ctx, run(*ctx->mctp, request_length, response_capacity, request, response));
+    return run(*ctx, request_length, response_capacity, request, response);
 }
 
 }  // namespace sideband::nvme

@@ -150,12 +150,8 @@ Answer judge(nvmemi_ctx* ctx, std::span<uint8_t> request, Room room) {
     if (status != NVMEMI_STATUS_SUCCESS) {
         note_status(*ctx, request, message);
     }
-    return {status == NVMEMI_STATUS_SUCCESS ? Stage::kDone : Stage::kRefused,
-            status,
-            message,
-            reader,
-            ctx,
-            request[kOpcode]};
+    return {status == NVMEMI_STATUS_SUCCESS ? Stage::kDone : Stage::kRefused, status, message,
+            reader, ctx};
 }
 
 /// Whether a completion says that the controller has failed the command. Deployed firmware takes a
@@ -194,7 +190,7 @@ int32_t fail_command(nvmemi_ctx* ctx, uint8_t cause) {
 
 int32_t fail_call(nvmemi_ctx* ctx, uint8_t cause) {
     if (ctx != nullptr) {
-        ctx->last_error = {.cause = cause};
+        ctx->last_error = error_of(cause);
     }
     return -1;
 }
@@ -279,7 +275,6 @@ int32_t finish(const Answer& answer, const char* failure) {
     } else if (answer.stage == Stage::kDone && !answer.body.ok()) {
         debug_log("%s, response of %zu bytes is too short\n", "nvmemi", answer.message.size());
         fail(answer.ctx->last_error, SIDEBAND_CAUSE_MALFORMED);
-        record_step(answer.ctx->last_error, SIDEBAND_STEP_NVME_MI, answer.opcode);
         return -1;
     }
     return answer.result;

@@ -96,8 +96,7 @@ struct Answer {
     std::span<const uint8_t> message;
     /// What is behind the status; if there is a completion queue entry, what is behind that.
     WireReader body;
-    nvmemi_ctx* ctx = nullptr;  ///< who has asked, and for what
-    uint8_t opcode = 0;
+    nvmemi_ctx* ctx = nullptr;  ///< who has asked
 };
 
 /// The answer to an admin command.

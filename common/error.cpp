@@ -92,7 +92,8 @@ bool has_command(uint8_t step) {
 
 int32_t fail(sideband_error& error, uint8_t cause, uint16_t detail) {
     if (error.cause == SIDEBAND_CAUSE_NONE) {
-        error = {.cause = cause, .detail = detail};
+        error = error_of(cause);
+        error.detail = detail;
     }
     return -1;
 }

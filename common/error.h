@@ -9,10 +9,18 @@
 
 namespace sideband {
 
+/// A record without a code.
+/// @param cause  SIDEBAND_CAUSE_...
+/// @param step   SIDEBAND_STEP_...
+constexpr sideband_error error_of(uint8_t cause, uint8_t step = SIDEBAND_STEP_NONE,
+                                  uint8_t command = 0) {
+    return {cause, SIDEBAND_CODE_NONE, step, command, 0, 0};
+}
+
 /// What a call that is over has left behind.
 inline constexpr sideband_error kNoError{};
 /// What stands in a record while a command has not sent anything: then its arguments are at fault.
-inline constexpr sideband_error kArgumentError{.cause = SIDEBAND_CAUSE_ARGUMENT};
+inline constexpr sideband_error kArgumentError = error_of(SIDEBAND_CAUSE_ARGUMENT);
 
 /// Records a cause, unless one is there already.
 /// @param cause   SIDEBAND_CAUSE_...

@@ -34,7 +34,7 @@ int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
     release_former(ctx->owned, ctx->mctp);
     ctx->mctp = nullptr;
     if (endpoint == nullptr) {
-        ctx->last_error = {.cause = SIDEBAND_CAUSE_MEMORY, .step = SIDEBAND_STEP_SET_UP};
+        ctx->last_error = error_of(SIDEBAND_CAUSE_MEMORY, SIDEBAND_STEP_SET_UP);
         std::puts("can't alloc m_ctx");
         return -1;
     }

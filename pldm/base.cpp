@@ -112,7 +112,7 @@ int32_t pldm_get_version(pldm_ctx* ctx, uint8_t type) {
     }
     const auto room = allocate_bytes(kRoom);
     if (room == nullptr) {
-        ctx->last_error = {.cause = SIDEBAND_CAUSE_MEMORY};
+        ctx->last_error = error_of(SIDEBAND_CAUSE_MEMORY);
         return -1;
     }
     std::printf("verion len : %d\n", 17);

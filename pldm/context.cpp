@@ -54,7 +54,7 @@ int32_t pldm_terminus_init(pldm_ctx* ctx, const mctp_ctx* config) {
     EndpointPtr endpoint = create_endpoint(*config);
     if (endpoint == nullptr) {
         debug_log("%s, malloc() fail\n", "pldm_terminus_init");
-        ctx->last_error = {.cause = SIDEBAND_CAUSE_MEMORY, .step = SIDEBAND_STEP_SET_UP};
+        ctx->last_error = error_of(SIDEBAND_CAUSE_MEMORY, SIDEBAND_STEP_SET_UP);
         return PLDM_ERROR_ARGUMENT;
     }
     if (mctp_init2(endpoint.get()) < 0) {
@@ -87,7 +87,7 @@ int32_t discover_pldm_terminus(pldm_ctx* ctx, const mctp_ctx* config) {
     }
     const EndpointPtr endpoint = create_endpoint(*config);
     if (endpoint == nullptr) {
-        error = {.cause = SIDEBAND_CAUSE_MEMORY, .step = SIDEBAND_STEP_SET_UP};
+        error = error_of(SIDEBAND_CAUSE_MEMORY, SIDEBAND_STEP_SET_UP);
         std::printf("can't alloc m_ctx\n");
         return -1;
     }

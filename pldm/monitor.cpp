@@ -181,7 +181,7 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
     // Deliberately never released: a transfer operation may hold on to the request.
     uint8_t* block = allocate_bytes(length).release();
     if (block == nullptr) {
-        ctx->last_error = {.cause = SIDEBAND_CAUSE_MEMORY};
+        ctx->last_error = error_of(SIDEBAND_CAUSE_MEMORY);
         return PLDM_ERROR_ARGUMENT;
     }
     if (count > PLDM_COMPOSITE_SENSORS_MAX) {
@@ -215,7 +215,7 @@ int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, pldm_st
     }
     const HeapPtr<uint8_t[]> room = allocate_bytes(kStateResponseSize);
     if (room == nullptr) {
-        ctx->last_error = {.cause = SIDEBAND_CAUSE_MEMORY};
+        ctx->last_error = error_of(SIDEBAND_CAUSE_MEMORY);
         return -1;
     }
     print_line("====== get State reading Req =====");
@@ -260,7 +260,7 @@ int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx, uint16_t sensor
     const HeapPtr<uint8_t[]> room = allocate_bytes(kStateResponseSize);
     if (room == nullptr) {
         debug_log("%s, malloc() fail\n", kFunction);
-        ctx->last_error = {.cause = SIDEBAND_CAUSE_MEMORY};
+        ctx->last_error = error_of(SIDEBAND_CAUSE_MEMORY);
         return PLDM_ERROR_ARGUMENT;
     }
     PldmAnswer answer = exchange_state_readings(*ctx, sensor_id, {room.get(), kStateResponseSize});

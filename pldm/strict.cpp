@@ -117,7 +117,7 @@ int32_t exchange_strictly(mctp_ctx& mctp, std::span<const uint8_t> request,
     if (answered < 0) {
         const uint8_t cause = mctp.last_error.cause;
         if (cause == SIDEBAND_CAUSE_NONE || cause == SIDEBAND_CAUSE_NO_ANSWER) {
-            mctp.last_error = {.cause = SIDEBAND_CAUSE_WRONG_TAG};
+            mctp.last_error = error_of(SIDEBAND_CAUSE_WRONG_TAG);
         }
     }
     return answered;

@@ -110,7 +110,7 @@ int32_t get_eid_from_mpio(mctp_ctx* ctx) {
             mctp_prepare_for_endpoint_discovery(&mpio);  // a nudge, whatever comes of it
         }
         debug_log("[Turin] MPIO not ready, skip the MCTP req.\n");
-        ctx->last_error = {.cause = SIDEBAND_CAUSE_NOT_FOUND, .step = SIDEBAND_STEP_SET_UP};
+        ctx->last_error = error_of(SIDEBAND_CAUSE_NOT_FOUND, SIDEBAND_STEP_SET_UP);
         return -1;
     }
     if (get_eid_from_routing_table(&mpio, ctx) == 0) {

@@ -129,9 +129,6 @@ public:
         if (dropped_ != 0) {
             conclude(result);
         }
-        if (result >= 0) {
-            ctx_.last_error = kNoError;  // Of a packet that was lost in front of an answer too.
-        }
         return result;
     }
 
@@ -193,7 +190,7 @@ private:
     /// Says what has come of packets that were dropped.
     [[gnu::cold]] void conclude(int32_t result) {
         if (result < 0 && ctx_.last_error.cause == SIDEBAND_CAUSE_NO_ANSWER) {
-            ctx_.last_error = {.cause = dropped_for_};
+            ctx_.last_error = error_of(dropped_for_);
         }
         if (dropped_ > kReportedPacketsMax) {
             report_rest();

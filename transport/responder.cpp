@@ -173,7 +173,7 @@ int32_t respond_until_assigned(mctp_ctx& ctx, uint8_t former_eid) {
         Message message = parse(bytes);
         if (!is_control(length, message)) {
             if (++ignored == kIgnoredMessagesMax) {
-                ctx.last_error = {.cause = SIDEBAND_CAUSE_WRONG_TAG};
+                ctx.last_error = error_of(SIDEBAND_CAUSE_WRONG_TAG);
                 return 0;
             }
             continue;

@@ -170,7 +170,7 @@ int32_t run_check(const Check& check, const char* path, const pldm_card_location
     target.ctx.pldm.last_error = kNoError;
     const int32_t reached = reach_card(check, location, target);
     if (reached != kMatches) {
-        error = {.cause = cause_of(reached), .step = SIDEBAND_STEP_SET_UP};
+        error = error_of(cause_of(reached), SIDEBAND_STEP_SET_UP);
         return reached;
     }
     const ChannelGuard channel(target.mctp.bus,

@@ -27,7 +27,7 @@ void leave_mark(pldm_fw_update_ctx& ctx, uint8_t mark, uint8_t otherwise) {
 }
 
 int32_t fail_request(pldm_fw_update_ctx& ctx, FwCommand command, uint8_t cause) {
-    ctx.pldm.last_error = {.cause = cause, .step = SIDEBAND_STEP_FW_UPDATE, .command = command};
+    ctx.pldm.last_error = error_of(cause, SIDEBAND_STEP_FW_UPDATE, command);
     return -1;
 }
 

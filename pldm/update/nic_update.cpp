@@ -40,7 +40,7 @@ public:
         pcie_session = {};
         if (libmctp_pcie_open(&pcie_session) != 0) {
             print_line("failed to open libmctp_qbex_ctx");
-            ctx.last_error = {.cause = SIDEBAND_CAUSE_SYSTEM, .step = SIDEBAND_STEP_SET_UP};
+            ctx.last_error = error_of(SIDEBAND_CAUSE_SYSTEM, SIDEBAND_STEP_SET_UP);
             failed_ = true;
             return;
         }

@@ -448,7 +448,7 @@ int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ctx) {
         ctx->last_error = kArgumentError;
         return -1;
     }
-    ctx->last_error = {.cause = SIDEBAND_CAUSE_FILE, .step = SIDEBAND_STEP_FILE};
+    ctx->last_error = error_of(SIDEBAND_CAUSE_FILE, SIDEBAND_STEP_FILE);
     MappedFile file;
     if (!map_file(path, file)) {
         std::puts("open_file_fail");

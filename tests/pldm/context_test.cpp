@@ -27,10 +27,10 @@ pldm_ctx garbage() {
     return ctx;
 }
 
-/// All of a context, its padding included.
+/// All of a context, its padding included, but for the record of failures at its end.
 Bytes bytes_of(const pldm_ctx& ctx) {
-    Bytes bytes(sizeof ctx);
-    std::memcpy(bytes.data(), &ctx, sizeof ctx);
+    Bytes bytes(offsetof(pldm_ctx, last_error));
+    std::memcpy(bytes.data(), &ctx, bytes.size());
     return bytes;
 }
 
