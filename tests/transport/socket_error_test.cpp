@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+// Why an exchange over MCTP sockets failed, as the context remembers it.
+#include <sideband/mctp.h>
+
+#include <cerrno>
+#include <string>
+
+#include "support/errors.h"
+#include "transport/socket_fixture.h"
+
+namespace {
+
+using test::hex;
+using test::said;
+
+class SocketError : public test::SocketTest {
+protected:
+    /// @param call  one of the kernel's that fails once
+    void expect_of(const std::string& call, int error, const char* text) {
+        kernel.errors[call] = {error};
+        EXPECT_EQ(xfer(hex("80 02 11")), -1);
+        EXPECT_EQ(said(ctx.last_error), text) << call << " " << error;
+        EXPECT_EQ(ctx.last_error.detail, error);
+    }
+};
+
+TEST_F(SocketError, WhatTheKernelSaysIsRemembered) {
+    expect_of("sendmsg", EHOSTUNREACH, "no such bus");
+    expect_of("sendmsg", ENETUNREACH, "no such bus");
+    expect_of("sendmsg", ENODEV, "no such bus");
+    expect_of("sendmsg", ENOBUFS, "refused by the system");
+    expect_of("sendmsg", ENOMEM, "out of memory");
+    expect_of("socket", EAFNOSUPPORT, "refused by the system");
+}
+
+TEST_F(SocketError, SilenceAndWhatAnswersSomethingElseAreToldApart) {
+    EXPECT_EQ(xfer(hex("80 02 11")), -1);
+    EXPECT_EQ(said(ctx.last_error), "no answer");
+    EXPECT_EQ(ctx.send(&ctx, 1, nullptr, 1), -1);
+    EXPECT_EQ(said(ctx.last_error), "wrong argument");
+}
+
+}  // namespace
