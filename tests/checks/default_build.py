@@ -16,9 +16,10 @@ LINE = re.compile(r"`(meson setup build) && ninja -C build && sudo meson install
 BUILT = {("sideband", "shared library"), ("sideband-sim", "shared library"),
          ("sideband-sim", "executable"),
          ("sideband-linux", "shared library"), ("sideband", "executable"),
+         ("sideband-porttest", "executable"), ("sideband-porttest", "static library"),
          ("machine_core", "static library"), ("board_file_core", "static library"),
          ("pcapng_core", "static library"), ("tool-core", "static library")}
-INSTALLED = re.compile(r"libsideband(-sim|-linux)?\.so[.0-9]*$|/bin/sideband(-sim)?$|/sideband(-sim|-linux)?\.pc$"
+INSTALLED = re.compile(r"libsideband(-sim|-linux)?\.so[.0-9]*$|/bin/sideband(-sim|-porttest)?$|/libsideband-porttest\.a$|/sideband(-sim|-linux)?\.pc$"
                        r"|/sideband(-sim|-linux)?/\w+\.h$|/doc/sideband/[\w-]+\.md$")
 
 
