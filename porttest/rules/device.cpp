@@ -146,10 +146,10 @@ Verdict switches(const Subject& subject) {
 }
 
 constexpr Rule kRules[] = {
-    {"write-with-pec", "locks-granted",
+    {"write-with-pec", "locks-granted bmc-address bmc-eid",
      "PltMCTPI2C_MasterWriteWithPEC_NoMutex() writes write_length bytes and appends the PEC",
      "the PEC: over all of write_data, the destination address in it", with_pec},
-    {"write-as-given", "locks-granted",
+    {"write-as-given", "locks-granted bmc-address bmc-eid",
      "PltMCTPI2C_MasterWrite_NoMutex() writes write_length bytes and nothing else",
      "a controller that appends a PEC of its own to what has one already", as_given},
     {"read-block", "write-as-given",

@@ -179,7 +179,7 @@ Verdict threads(const Subject& subject) {
 }
 
 constexpr Rule kRules[] = {
-    {"exchange", "power-agrees power-allows write-with-pec write-as-given read-block read-whole",
+    {"exchange", "crc8 power-agrees power-allows write-with-pec write-as-given read-whole",
      "the library reads the device's endpoint ID, with either PEC",
      "what the port does with tag, EIDs or message type: all bytes of a packet are the library's",
      exchange},
@@ -187,7 +187,7 @@ constexpr Rule kRules[] = {
      "the room of the slave queue: 64 blocks are recommended", message},
     {"storm", "exchange", "exchanges in a row (--rounds) all succeed",
      "what each call takes and does not give back: descriptors, memory, places in a queue", storm},
-    {"threads", "exchange locks-contended", "eight threads exchange with the device in turns",
+    {"threads", "storm locks-contended", "eight threads exchange with the device in turns",
      "what belongs to a thread: a descriptor, a buffer that is not the caller's", threads},
 };
 

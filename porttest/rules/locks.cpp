@@ -19,7 +19,9 @@ constexpr int kAttachBus = 254;
 constexpr uint8_t kChannel = 200;
 constexpr uint8_t kOtherChannel = 201;
 constexpr int kThreads = 8;
-constexpr int kTurns = 100;
+constexpr int kTurns = 50;
+/// Long enough for the others to queue up.
+constexpr std::chrono::microseconds kInside{200};
 
 /// A lock of either kind, by what takes and gives it.
 struct Lock {
@@ -220,6 +222,7 @@ Verdict contention(const Subject& subject) {
                 }
                 together = __atomic_add_fetch(&inside, 1, __ATOMIC_SEQ_CST) != 1 || together;
                 ++counted;
+                std::this_thread::sleep_for(kInside);
                 __atomic_sub_fetch(&inside, 1, __ATOMIC_SEQ_CST);
                 lock.put();
             }

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "porttest/aside.h"
 #include "porttest/rule.h"
@@ -13,6 +14,7 @@ namespace porttest {
 namespace {
 
 constexpr int kLongMs = 3000;
+constexpr int kShortMs = 60;
 constexpr size_t kLongLine = 4000;
 
 Verdict ends(const char* what, std::function<void()> work) {
@@ -30,26 +32,43 @@ Verdict long_lines(const Subject& subject) {
     });
 }
 
-/// With all locks that the library may hold; the logs get a thread that has them.
-Verdict under_locks(const Subject& subject) {
+/// Takes all locks that the library may hold, logs, and looks whether they are held still.
+/// @return which is not, none for success
+std::string log_with_locks(const Subject& subject) {
     const Port& port = subject.port;
     plt_global_var& var = subject.global_var();
     plt_global_sec_var& sec_var = subject.global_sec_var();
-    constexpr uint8_t kBus = 200;
-    return ends("a line while locks are held", [&] {
-        port.channel_get(kBus, LX_MUTEX_WAIT_FOREVER);
-        lx_mutex* const locks[] = {&var.global_lock, &sec_var.mpio_mutex, &sec_var.eid_mutex,
-                                   &var.bus_mutex[kBus]};
-        for (lx_mutex* lock : locks) {
-            port.mutex_get(lock, LX_MUTEX_WAIT_FOREVER);
-        }
-        port.syslog("sideband-porttest: %d\n", 1);
-        port.console("sideband-porttest: %d\n", 1);
-        for (size_t i = std::size(locks); i > 0; --i) {
-            port.mutex_put(locks[i - 1]);
-        }
-        port.channel_put(kBus);
-    });
+    const std::pair<const char*, lx_mutex*> locks[] = {{"global_lock", &var.global_lock},
+                                                       {"mpio_mutex", &sec_var.mpio_mutex},
+                                                       {"eid_mutex", &sec_var.eid_mutex},
+                                                       {"bus_mutex[200]", &var.bus_mutex[200]}};
+    for (const auto& [name, lock] : locks) {
+        port.mutex_get(lock, LX_MUTEX_WAIT_FOREVER);
+    }
+    port.syslog("sideband-porttest: %d\n", 1);
+    port.console("sideband-porttest: %d\n", 1);
+    std::string lost;
+    for (const auto& [name, lock] : locks) {
+        Aside other([&port, lock = lock] {
+            const int result = port.mutex_get(lock, LX_MUTEX_WAIT_FOREVER);
+            if (result == 0) {
+                port.mutex_put(lock);
+            }
+            return result;
+        });
+        lost += other.wait(kShortMs) == 0 ? std::string(lost.empty() ? "" : ", ") + name : "";
+        port.mutex_put(lock);
+        other.wait(kLongMs);
+    }
+    return lost;
+}
+
+Verdict under_locks(const Subject& subject) {
+    std::string lost;
+    if (!duration_of(kLongMs, [&] { lost = log_with_locks(subject); })) {
+        return failed(text("a line while locks are held has not ended after %d ms", kLongMs));
+    }
+    return lost.empty() ? passed() : failed(lost + " is free behind a line of the log");
 }
 
 Verdict progress(const Subject& subject) {

@@ -20,7 +20,7 @@ BUILT = {("sideband", "shared library"), ("sideband-sim", "shared library"),
          ("machine_core", "static library"), ("board_file_core", "static library"),
          ("pcapng_core", "static library"), ("tool-core", "static library")}
 INSTALLED = re.compile(r"libsideband(-sim|-linux)?\.so[.0-9]*$|/bin/sideband(-sim|-porttest)?$|/libsideband-porttest\.a$|/sideband(-sim|-linux)?\.pc$"
-                       r"|/sideband(-sim|-linux)?/\w+\.h$|/doc/sideband/[\w-]+\.md$")
+                       r"|/sideband(-sim|-linux)?/\w+\.h$|/doc/sideband/[\w-]+\.md$|/share/sideband/port\.c$")
 
 
 def meson(*arguments):
