@@ -96,8 +96,9 @@ Verdict shell(const Subject& subject) {
 constexpr Rule kRules[] = {
     {"log-long", "attach", "ipmi_syslog() and console_log() bear lines of any length",
      "vsprintf() into a fixed buffer: vsnprintf() cuts", long_lines},
-    {"log-under-locks", "locks-nest", "the logs may be called with any lock held",
-     "a log that takes one of the records' mutexes", under_locks},
+    {"log-under-locks", "locks-nest locks-exclusive locks-handed-on",
+     "the logs may be called with any lock held", "a log that takes one of the records' mutexes",
+     under_locks},
     {"progress", "attach",
      "TaskServiceUpdateTaskPercentage() bears any task and a percentage that shrinks",
      "an assertion or a table of tasks in TaskServiceUpdateTaskPercentage()", progress},

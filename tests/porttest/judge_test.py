@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Shows that the judge of ports finds what a port breaks, and nothing in one that is sound.
 
-usage: judge_test.py --judge PROGRAM --broken PORT [--sim PORT] [--linux PORT] --half 0|1
+usage: judge_test.py --judge PROGRAM --broken PORT [--sim PORT] [--linux PORT]
+                     [--template PORT --toy PORT --read-toy PROGRAM --judged-toy PROGRAM] --half 0|1
 
 The broken port breaks the rule that SIDEBAND_BROKEN names. The first half of the tests takes every other
 rule, the second half the rest and the sound ports.
@@ -21,7 +22,11 @@ ARGUMENTS = argparse.Namespace()
 BOARD = ["--device", "i2c:1:0x40:00", "--other", "i2c:1:0x40:01", "--absent", "i2c:1:0x50", "--wait-limit", "500",
          "--shared", "--shell"]
 SIM = ["--open", "sideband_sim_open", "--absent", "i2c:3:0x7e"]
-DEFECT_SECONDS = 200
+# What does not apply to records of one service, and without a device.
+ONE_SERVICE = ["processes-exclusive", "processes-killed", "shell"]
+NEED_A_DEVICE = ["write-with-pec", "write-as-given", "read-block", "read-whole", "read-kept", "read-queue",
+                 "mux-switches", "exchange", "message", "storm", "threads"]
+MOST_SECONDS = 200
 
 
 def run(port, *options, **environment):
@@ -29,7 +34,7 @@ def run(port, *options, **environment):
         environment = {**os.environ, "SIDEBAND_RECORDS": f"{folder}/records", "SIDEBAND_RUN_FOLDER": f"{folder}/run",
                        "TMPDIR": folder, **environment}
         return subprocess.run([ARGUMENTS.judge, *options, *([port] if port else [])], capture_output=True, text=True,
-                              env=environment, timeout=DEFECT_SECONDS, check=False)
+                              env=environment, timeout=MOST_SECONDS, check=False)
 
 
 def rules():
@@ -73,15 +78,28 @@ class Sound(unittest.TestCase):
         self.assert_sound([], ARGUMENTS.broken, *BOARD)
 
     def test_the_simulated_board(self):
-        one_service = ["processes-exclusive", "processes-killed", "shell"]
-        self.assert_sound(one_service + ["mux-switches"], ARGUMENTS.sim, *SIM, "--device", "i2c:3:0x9e")
-        self.assert_sound(one_service, ARGUMENTS.sim, *SIM, "--device", "i2c:2:0x3a:01e002", "--other",
+        self.assert_sound(ONE_SERVICE + ["mux-switches"], ARGUMENTS.sim, *SIM, "--device", "i2c:3:0x9e")
+        self.assert_sound(ONE_SERVICE, ARGUMENTS.sim, *SIM, "--device", "i2c:2:0x3a:01e002", "--other",
                           "i2c:2:0x64:01e001")
 
     def test_a_linux_machine_without_a_bus(self):
-        self.assert_sound(["write-with-pec", "write-as-given", "read-block", "read-whole", "read-kept", "read-queue",
-                           "mux-switches", "exchange", "message", "storm", "threads"],
-                          ARGUMENTS.linux, "--absent", "i2c:200:0x7e", "--shared", "--shell")
+        self.assert_sound(NEED_A_DEVICE, ARGUMENTS.linux, "--absent", "i2c:200:0x7e", "--shared", "--shell")
+
+    def test_the_port_to_copy(self):
+        self.assert_sound(ONE_SERVICE[:2] + ["power-allows", "pcie-session", *NEED_A_DEVICE], ARGUMENTS.template,
+                          "--absent", "i2c:1:0x50", "--shell")
+
+    def test_the_toy_port(self):
+        expected = [*ONE_SERVICE, "pcie-session", "mux-switches", "message"]
+        options = ["--device", "i2c:1:0x40", "--absent", "i2c:1:0x50"]
+        self.assert_sound(expected, ARGUMENTS.toy, *options)
+        linked = subprocess.run([ARGUMENTS.judged_toy, *options], capture_output=True, text=True, check=False)
+        self.assertEqual(linked.returncode, 0, linked)
+        self.assertRegex(linked.stdout, rf"\n\d+ passed, 0 failed, {len(expected)} not applicable\n$")
+
+    def test_the_toy_has_a_temperature(self):
+        done = subprocess.run([ARGUMENTS.read_toy], capture_output=True, text=True, check=True)
+        self.assertTrue(done.stdout.endswith("EID 29: 21.6 degC\n"), done.stdout)
 
 
 class Telling(unittest.TestCase):
@@ -138,6 +156,8 @@ def main():
     parser.add_argument("--broken", required=True)
     parser.add_argument("--sim")
     parser.add_argument("--linux")
+    for name in ("--template", "--toy", "--read-toy", "--judged-toy"):
+        parser.add_argument(name)
     parser.add_argument("--half", required=True, choices="01")
     parser.parse_args(namespace=ARGUMENTS)
     suite = unittest.TestSuite()
@@ -150,6 +170,9 @@ def main():
             suite.addTest(Sound("test_the_simulated_board"))
         if ARGUMENTS.linux:
             suite.addTest(Sound("test_a_linux_machine_without_a_bus"))
+        if ARGUMENTS.toy:
+            for name in ("test_the_port_to_copy", "test_the_toy_port", "test_the_toy_has_a_temperature"):
+                suite.addTest(Sound(name))
     return 0 if unittest.TextTestRunner(verbosity=2).run(suite).wasSuccessful() else 1
 
 
