@@ -42,6 +42,11 @@ def deepest(build, binding):
     return dict(list(depths.items())[:stack.DEEPEST])
 
 
+def families(build, binding):
+    depths, functions, _ = stack.measure(build, binding)
+    return stack.families(depths, functions)
+
+
 def counted(build, plugin=None):
     return {case: round(parts["library"] + parts["libc"]) for case, parts in instructions.measure(build, plugin)}
 
@@ -51,6 +56,7 @@ def measure(x86, arm):
         "instructions on x86-64, -O2": counted(x86),
         "instructions on armhf, -Os": counted(arm, pathlib.Path(x86) / "bench" / "count_plugin.so"),
         **{f"stack over {binding} on armhf, bytes": deepest(arm, binding) for binding in stack.BINDINGS},
+        **{f"stack by family over {binding} on armhf, bytes": families(arm, binding) for binding in stack.BINDINGS},
         "size on armhf, bytes": sizes(arm),
     }
 

@@ -4,8 +4,8 @@
 
 usage: stack.py BUILD_DIRECTORY [FUNCTION...]
 
-Reads what -fcallgraph-info=su wrote beside the library's objects, and prints for each kind of binding the ten deepest
-functions, or those named with the way down, with the library's own bindings. What libc and the platform take below a call is not in it.
+Reads what -fcallgraph-info=su wrote beside the library's objects, and prints for each kind of binding the deepest of each
+family of calls and the ten deepest of all, or those named with the way down, with the library's own bindings. What libc and the platform take below a call is not in it.
 """
 import pathlib
 import re
@@ -43,6 +43,21 @@ INDIRECT = [
     (r"NVMeMI/message\.cpp", r"^transfer$", r"NVMeMI/.*:request_with_retries$"),
     (r"NVMeMI/", r"", OPERATIONS),
 ]
+
+# The families of calls that docs/porting.md tells a port about, by the file that a function is in. The first line that
+# fits counts.
+FAMILIES = {
+    "MCTP control, discovery": r"transport/",
+    "PLDM base": r"pldm/(base|context|message|strict)\.cpp",
+    "PLDM monitoring": r"pldm/(monitor|pdr\w*|state_sets)\.cpp",
+    "PLDM FRU data": r"pldm/fru_\w+\.cpp",
+    "PLDM firmware update": r"pldm/update/",
+    "NC-SI": r"ncsi/",
+    "NVMe-MI context and management": r"NVMeMI/(context|message|management)\.cpp",
+    "NVMe firmware download": r"NVMeMI/download\.cpp",
+    "NVMe admin commands": r"NVMeMI/admin\.cpp",
+    "log": r"common/debug_log\.cpp",
+}
 
 # What calls itself on purpose, once more for each component of a package; it counts once here.
 NESTS = ("fw_update_state_fn",)
@@ -164,12 +179,29 @@ def measure(build, binding):
     return dict(sorted(sizes.items(), key=lambda item: (-item[1], item[0]))), functions, depths
 
 
+def families(sizes, functions):
+    """The deepest exported function of each family: bytes by family."""
+    found = dict.fromkeys(FAMILIES, 0)
+    for name, size in sizes.items():
+        place = functions[name].place
+        family = next((family for family, pattern in FAMILIES.items() if re.search(pattern, place)), None)
+        if family is None:
+            sys.exit(f"stack.py: {name} ({place}) is in no family: say in which, in FAMILIES")
+        found[family] = max(found[family], size)
+    if 0 in found.values():
+        sys.exit(f"stack.py: a family without calls: {found}")
+    return found
+
+
 def main():
     if len(sys.argv) < 2:
         sys.exit(__doc__)
     for binding in BINDINGS:
         sizes, functions, depths = measure(sys.argv[1], binding)
         print(f"over {binding}:")
+        if len(sys.argv) == 2:
+            for family, size in families(sizes, functions).items():
+                print(f"{size:>7} {family}")
         for name in sys.argv[2:] or list(sizes)[:DEEPEST]:
             print(f"{sizes[name]:>7} {name}")
             if len(sys.argv) > 2:
