@@ -7,17 +7,27 @@
 
 SIDEBAND_BEGIN_DECLS
 
+/* The paths can be others: whoever builds the library with -DDEBUG_LOG_FILE=..., and so on. */
+
 /** While this file exists, messages go to standard error. */
+#ifndef DEBUG_LOG_CONSOLE_MARKER
 #define DEBUG_LOG_CONSOLE_MARKER "/nv/ConsoleLogEn"
+#endif
 /** While this file exists, messages go to the system log and to DEBUG_LOG_FILE. */
+#ifndef DEBUG_LOG_FILE_MARKER
 #define DEBUG_LOG_FILE_MARKER "/nv/DebugLogEn"
+#endif
 /**
  * The log file; messages are appended. Created for its owner alone (mode 0600). Anything in its
  * place that is not a regular file, a symbolic link included, takes no message.
  */
+#ifndef DEBUG_LOG_FILE
 #define DEBUG_LOG_FILE "/nv/debug.log"
+#endif
 /** The one previous generation of the log file. */
+#ifndef DEBUG_LOG_FILE_ROTATED
 #define DEBUG_LOG_FILE_ROTATED "/nv/debug.log.0"
+#endif
 /** The log file is rotated once it is larger than this many bytes. */
 #define DEBUG_LOG_ROTATE_SIZE 0x20000
 /** Milliseconds that one message waits for the log file's lock at most. */

@@ -525,8 +525,13 @@ SIDEBAND_EXPORT int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* ta
 
 /* ---- AMD MPIO, the bus owner of PCIe devices behind the CPU ---------------------------------- */
 
-/** Created after a successful bring-up; never removed by the library. */
+/**
+ * Created after a successful bring-up; never removed by the library. Another path for whoever
+ * builds the library with -DMCTP_MPIO_READY_MARKER=...
+ */
+#ifndef MCTP_MPIO_READY_MARKER
 #define MCTP_MPIO_READY_MARKER "/nv/mpio.ready"
+#endif
 
 /**
  * Makes a zeroed context the MPIO's: PCIe binding, root complex, source EID 0x80, message type

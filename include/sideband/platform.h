@@ -2,7 +2,8 @@
 /*
  * What the firmware's platform library supplies: raw I2C and PCIe access, multiplexers, locks,
  * power and board state, the log, task progress. A port defines every function and record below;
- * libsideband.so leaves them undefined and needs nothing else but libc and libm.
+ * libsideband.so leaves them undefined and needs nothing else but libc and libm. docs/porting.md is
+ * the guide, platform/template/port.c a port to copy, sideband-porttest a program that checks one.
  *
  * Rules that hold for all of them:
  *  - Every call is made on the thread of the caller of the library, never from a signal handler.
@@ -12,6 +13,8 @@
  *        I2C channel mutex -> global or NC-SI lock -> MPIO mutex -> EID-pool mutex -> bus mutex.
  *  - The three global records must be valid before the first call into the library, and until the
  *    last one has returned. A port that fills them in GlobalParaInit() calls that itself first.
+ *  - Calls come from as many threads and processes at once as call the library: what a lock named
+ *    below does not protect, a port protects by itself.
  */
 #ifndef SIDEBAND_PLATFORM_H
 #define SIDEBAND_PLATFORM_H
@@ -31,6 +34,9 @@ struct mctp_ctx;
  * A platform mutex. The library never looks inside: it hands the address to lx_mutex_get() and
  * lx_mutex_put(). The room suffices for a process-shared pthread_mutex_t, so that the records
  * that hold mutexes can lie in memory shared by several services. Must not be recursive.
+ *
+ * Zeroed bytes are no mutex but by chance: a port initialises each one before it is first taken.
+ * Between services a mutex is robust, or one whose holder is killed stays taken for ever.
  */
 typedef struct lx_mutex {
     union {
@@ -45,7 +51,8 @@ typedef struct lx_mutex {
 /**
  * Takes a mutex.
  * @param mutex    one of the mutexes in the records below
- * @param wait_ms  milliseconds to wait at most; always LX_MUTEX_WAIT_FOREVER from this library
+ * @param wait_ms  milliseconds to wait at most, 0 to try, negative to wait for ever; always
+ *                 LX_MUTEX_WAIT_FOREVER from this library
  * @return 0 when the caller now holds the mutex; any other value when it does not. The library
  *         then fails the call it is in with that call's ordinary error and releases nothing.
  */
@@ -58,9 +65,10 @@ int lx_mutex_get(lx_mutex* mutex, int wait_ms);
 int lx_mutex_put(lx_mutex* mutex);
 
 /**
- * Takes the mutex of an I2C channel, which other users of the I2C driver take as well. Called by
- * the NC-SI OEM exchange and the firmware-update image checks, with no lock held; the global or
- * NC-SI lock and the bus mutex are taken inside it. The SMBus binding itself never takes it.
+ * Takes the mutex of an I2C channel, which other users of the I2C driver take as well, and which is
+ * not plt_global_var.bus_mutex: the library holds both at once. Called by the NC-SI OEM exchange
+ * and the firmware-update image checks, with no lock held; the global or NC-SI lock and the bus
+ * mutex are taken inside it. The SMBus binding itself never takes it.
  * @param channel  I2C bus number
  * @param wait_ms  as for lx_mutex_get()
  * @return 0 when taken, any other value when not
@@ -134,13 +142,27 @@ typedef struct plt_parameters {
 } plt_parameters;
 
 /**
- * Attaches the calling service to the global records.
+ * Attaches the calling service to the global records. A firmware update's image check calls it once
+ * more, while other threads may be in the library and hold any lock: records that are there stay
+ * where and as they are.
  * @param parameters  zeroed by the caller; filled on success
  * @return 0 on failure, any other value on success
  */
 int GlobalParaInit(plt_parameters* parameters);
 
 /* ---- I2C ----------------------------------------------------------------------------------- */
+/*
+ * MCTP over SMBus is written both ways (DSP0237, clause 6): the BMC writes a request to the device,
+ * and the device, as a master, writes the answer to the BMC's own slave address as soon as it has
+ * it. Hence
+ *  - the slave listens on a bus before the first write there, and from then on: not only while a
+ *    slave read waits;
+ *  - a block that arrives before it is read is kept, and blocks are read in the order in which they
+ *    came. Devices send the packets of a message back to back: room for 64 blocks is recommended;
+ *  - the PEC is over all bytes of a transfer from the destination address on: 9E 0F 08 21 01 00 08
+ *    C9 00 81 02 has the PEC 6D. Of a block that the BMC receives the destination address is its
+ *    own, which is not in the buffer but is under the PEC.
+ */
 
 /**
  * One I2C access: 48 bytes, passed by value. The offsets are the same on 32-bit and 64-bit
@@ -180,7 +202,8 @@ SIDEBAND_STATIC_ASSERT(offsetof(plt_i2c_request, read_buffer) == 16, "I2C reques
  * Lock held: the bus mutex of request.bus.
  * @param request  write_data: destination address, command code, byte count, source address,
  *                 MCTP packet; write_length counts all of these and no PEC
- * @return 0 when every byte was acknowledged, any other value on failure
+ * @return 0 when every byte was acknowledged, any other value on failure: at once if the address is
+ *         not, since the library itself tries three times
  */
 int PltMCTPI2C_MasterWriteWithPEC_NoMutex(plt_i2c_request request);
 
@@ -196,24 +219,27 @@ int PltMCTPI2C_MasterWrite_NoMutex(plt_i2c_request request);
  * Takes no lock. Lock held: the bus mutex of request.bus. The wait must end: a port returns a
  * negative value when nothing arrives within its time limit.
  * @param request  read_buffer receives command code, byte count, source slave address, MCTP
- *                 packet and PEC; read_length is the MCTP packet length wanted plus 3
- * @param param    mctp_ctx.route, handed through; 0 = the port's default time limit
+ *                 packet and PEC; read_length is the MCTP packet length wanted plus 3. It is no
+ *                 bound: the whole block is stored, and the library takes what it has room for
+ * @param param    mctp_ctx.route, handed through; 0 = the port's default time limit, 1 s being
+ *                 recommended. The ports of this project take the low 16 bits for milliseconds
  * @return bytes stored, the PEC included, at most PLT_I2C_READ_BUFFER_SIZE; negative on failure.
  *         The library takes 0 to 3, and more than the buffer holds, for a failure.
  */
 int PltMCTPI2C_SlaveReadWithPEC_NoMutex(plt_i2c_request request, uint32_t param);
 
 /**
- * Routes the bus through the multiplexers in front of a device. Called before every write and
- * read, with the same lock held; the request already names bus and device.
+ * Routes the bus through the multiplexers in front of a device, and closes what leads elsewhere:
+ * behind two channels there may be one address. Called before every write and read, with the same
+ * lock held; the request already names bus and device.
  * @param mux  the 48 bytes of mctp_ctx.mux, whose meaning is the port's own
  * @return ignored: a bus that was not routed shows as a missing acknowledge
  */
 int SetI2CMux(const plt_i2c_request* request, const void* mux);
 
 /**
- * Gives the BMC's own slave address.
- * @param address  8-bit form; preset to 0x20, which stands if the port leaves it alone
+ * Gives the BMC's own slave address, the same on all buses.
+ * @param address  8-bit form, bit 0 clear; preset to 0x20, which stands if the port leaves it alone
  * @return ignored
  */
 int GetBMCCtrAdd(uint8_t* address);
@@ -326,7 +352,7 @@ typedef struct plt_card_info {
 
 /**
  * Finds and selects the I2C route to a card. No lock held.
- * @return 0 on success; the results are in card
+ * @return 0 on success; the results are in card. Any other value if there is no such card
  */
 int PCIEDeviceMux(uint8_t bus, uint8_t device, plt_card_info* card);
 
@@ -354,7 +380,7 @@ void MCTP_binding_PCIE(struct mctp_ctx* ctx, uint8_t setup_parameter, const plt_
 
 /* ---- Power --------------------------------------------------------------------------------- */
 
-/** @return 1 when the host is powered on, any other value when not */
+/** @return 1 when the host is powered on, any other value when not; as _PltGPIO_RegRead() has it */
 int PltCHASSIS_PowerStatus(void);
 
 /** @return non-zero when the power policy has standby power to the devices switched off */
@@ -362,7 +388,8 @@ int GetS5stByPwrConfig(void);
 
 /**
  * Reads one GPIO register byte. Called before every SMBus write with PLT_MAIN_POWER_REGISTER, 0
- * and 0. Lock held: the bus mutex.
+ * and 0, and so to be quick: a port keeps for a while what takes long to find out. Lock held: the
+ * bus mutex.
  * @param value  preset to 0 (power off); receives non-zero when host main power is on. If it is
  *               left at 0 and plt_platform.standby_option is not 1, the write returns -1 before
  *               any I2C access; the only trace is a debug_log() line, "smbus_block_write (or
@@ -374,15 +401,19 @@ int _PltGPIO_RegRead(uint32_t base, uint32_t group, uint32_t offset, uint8_t* va
 /* ---- Shell, log, progress ------------------------------------------------------------------ */
 
 /**
- * Runs a shell command line and waits for it. Lock held: the MPIO mutex.
+ * Runs a shell command line and waits for it. Only a board with an MPIO needs it. Lock held: the
+ * MPIO mutex.
  * @return ignored
  */
 int run_shellcmd(const char* command);
 
-/** Writes a printf-style message to the system log. May be called with any lock held. */
+/**
+ * Writes a printf-style message to the system log. May be called with any lock held, so that it
+ * takes none of those in the records. Lines may have any length.
+ */
 void ipmi_syslog(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 
-/** Prints a printf-style message where the operator sees it. May be called with any lock held. */
+/** As ipmi_syslog(), prints a message where the operator sees it. */
 void console_log(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 
 /**

@@ -229,6 +229,31 @@ class RefreshPage(Tree):
         self.assertEqual(page[1:], ["sideband-sim: fails as it should"])
 
 
+class PortingPage(Tree):
+    """porting_page.py, on a copy of the page and of what it tells."""
+
+    def page(self, old="", new=""):
+        """What the check says of the page with one text in the place of another."""
+        source = HERE.parent.parent
+        for name in ("docs/porting.md", "bench/budgets.json", *(f"include/sideband/{header.name}" for header in
+                                                                (source / "include" / "sideband").glob("*.h"))):
+            self.write(name, (source / name).read_text(encoding="utf-8"))
+        page = self.root / "docs" / "porting.md"
+        self.assertIn(old, page.read_text(encoding="utf-8"))
+        page.write_text(page.read_text(encoding="utf-8").replace(old, new, 1), encoding="utf-8")
+        return self.check("porting_page.py", "--root", self.root, "--compiler", shlex.join(COMPILER))
+
+    def test_accepts_what_is_right(self):
+        passed, said = self.page()
+        self.assertTrue(passed, said)
+
+    def test_finds_each_wrong_figure(self):
+        for old, new in (("| `lx_mutex` | 64 | 64 |", "| `lx_mutex` | 65 | 65 |"), ("| log | 5", "| log | 6"),
+                         ("| NC-SI |", "| NCSI |"), ("02 | 6d", "02 | 6c"), ("00 | 7d", "01 | 7d")):
+            passed, said = self.page(old, new)
+            self.assertFalse(passed, said)
+
+
 class HeaderCheck(Tree):
     def headers(self):
         return self.check("headers.py", "--include", self.root / "include", "--compiler",
