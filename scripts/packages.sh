@@ -12,7 +12,8 @@ declare -A package_groups=(
         pkgconf=pkg-config'
     [tests]='googletest=/usr/src/googletest/googletest/src/gtest-all.cc
         nlohmann-json3-dev=/usr/include/nlohmann/json.hpp
-        pkgconf=pkg-config'
+        pkgconf=pkg-config
+        cmake=cmake make=make'
     [arm]='g++-arm-linux-gnueabihf=arm-linux-gnueabihf-g++'
     [emulator]='qemu-user=qemu-arm'
     [bench]='libbenchmark-dev=/usr/include/benchmark/benchmark.h pkgconf=pkg-config'

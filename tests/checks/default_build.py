@@ -19,8 +19,10 @@ BUILT = {("sideband", "shared library"), ("sideband-sim", "shared library"),
          ("sideband-porttest", "executable"), ("sideband-porttest", "static library"),
          ("machine_core", "static library"), ("board_file_core", "static library"),
          ("pcapng_core", "static library"), ("tool-core", "static library")}
-INSTALLED = re.compile(r"libsideband(-sim|-linux)?\.so[.0-9]*$|/bin/sideband(-sim|-porttest)?$|/libsideband-porttest\.a$|/sideband(-sim|-linux)?\.pc$"
-                       r"|/sideband(-sim|-linux)?/\w+\.h$|/doc/sideband/[\w-]+\.md$|/share/sideband/port\.c$")
+INSTALLED = re.compile(r"libsideband(-sim|-linux)?\.so[.0-9]*$|/bin/sideband(-sim|-porttest)?$|/libsideband-porttest\.a$"
+                       r"|/sideband(-sim|-linux)?\.pc$|/sideband(-sim|-linux)?/\w+\.h$"
+                       r"|/cmake/sideband/sideband-config(-version)?\.cmake$|/doc/sideband/[\w-]+\.md$"
+                       r"|/share/sideband/port\.c$")
 
 
 def meson(*arguments):
