@@ -27,6 +27,7 @@ declare -A package_groups=(
     [kernel]='linux-source-6.1=/usr/src/linux-source-6.1.tar.xz
         xz-utils=xz make=make gcc=gcc flex=flex bison=bison bc=bc'
     [clients]='nvme-cli=nvme libnvme-dev=/usr/include/libnvme-mi.h'
+    [abi]='abigail-tools=abidiff'
     [tshark]='mmdebstrap=mmdebstrap debian-archive-keyring=/usr/share/keyrings/debian-archive-keyring.gpg'
 )
 

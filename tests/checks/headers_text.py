@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Finds the functions and variables that a C header of this project declares."""
 import re
+from typing import NamedTuple
 
 
 def _statements(text):
@@ -18,13 +19,19 @@ def _statements(text):
     return [" ".join(statement.split()) for statement in "".join(outside).split(";")]
 
 
-def declared_names(text, marked_with=None):
+class Declaration(NamedTuple):
+    name: str
+    text: str  # without the semicolon
+    is_function: bool
+
+
+def declarations(text, marked_with=None):
     """
-    Names of the functions and extern variables declared in the text.
+    The functions and extern variables declared in the text.
 
     With marked_with only declarations that contain this word count.
     """
-    names = set()
+    found = []
     for statement in _statements(text):
         statement = re.sub(r"\bSIDEBAND_(BEGIN|END)_DECLS\b", "", statement).strip()
         if statement.startswith(("typedef ", "SIDEBAND_STATIC_ASSERT")):
@@ -33,8 +40,11 @@ def declared_names(text, marked_with=None):
             continue
         function = re.search(r"\b(\w+)\s*\(", statement)
         variable = re.search(r"\bextern\b.*?\b(\w+)(?:\s*\[[^\]]*\])*$", statement)
-        if variable and not function:
-            names.add(variable.group(1))
-        elif function:
-            names.add(function.group(1))
-    return names
+        if function or variable:
+            found.append(Declaration((function or variable).group(1), statement, bool(function)))
+    return found
+
+
+def declared_names(text, marked_with=None):
+    """Their names."""
+    return {each.name for each in declarations(text, marked_with)}
