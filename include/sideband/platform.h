@@ -203,14 +203,15 @@ SIDEBAND_STATIC_ASSERT(offsetof(plt_i2c_request, read_buffer) == 16, "I2C reques
  * @param request  write_data: destination address, command code, byte count, source address,
  *                 MCTP packet; write_length counts all of these and no PEC
  * @return 0 when every byte was acknowledged, any other value on failure: at once if the address is
- *         not, since the library itself tries three times
+ *         not, since the library itself tries three times; -ENODEV if there is no such bus, for
+ *         ports that can tell (see sideband/error.h)
  */
 int PltMCTPI2C_MasterWriteWithPEC_NoMutex(plt_i2c_request request);
 
 /**
  * Master write of the bytes as given, the PEC already among them. Takes no lock.
  * Lock held: the bus mutex of request.bus.
- * @return 0 when every byte was acknowledged, any other value on failure
+ * @return as PltMCTPI2C_MasterWriteWithPEC_NoMutex()
  */
 int PltMCTPI2C_MasterWrite_NoMutex(plt_i2c_request request);
 
@@ -223,7 +224,8 @@ int PltMCTPI2C_MasterWrite_NoMutex(plt_i2c_request request);
  *                 bound: the whole block is stored, and the library takes what it has room for
  * @param param    mctp_ctx.route, handed through; 0 = the port's default time limit, 1 s being
  *                 recommended. The ports of this project take the low 16 bits for milliseconds
- * @return bytes stored, the PEC included, at most PLT_I2C_READ_BUFFER_SIZE; negative on failure.
+ * @return bytes stored, the PEC included, at most PLT_I2C_READ_BUFFER_SIZE; negative on failure:
+ *         -EBADMSG for a wrong PEC, -ENODEV if there is no such bus, for ports that can tell.
  *         The library takes 0 to 3, and more than the buffer holds, for a failure.
  */
 int PltMCTPI2C_SlaveReadWithPEC_NoMutex(plt_i2c_request request, uint32_t param);
@@ -308,7 +310,8 @@ SIDEBAND_STATIC_ASSERT(offsetof(plt_pcie_request, session) == 1080, "PCIe reques
  * device, function and tag are the sender's. get_bmc_by_owner() also bears a port that returns the
  * peer in dest_eid.
  * @param request  for a read, message[0] holds the first byte of the reader's buffer
- * @return 1 when a read or write-then-read succeeded; any other value on failure. Ignored for a
+ * @return 1 when a read or write-then-read succeeded; any other value on failure: -ENODEV if there
+ *         is no PCIe, -ENXIO if nobody took the request, for ports that can tell. Ignored for a
  *         write.
  */
 int PltMCTP_WriteRead(plt_pcie_request* request);

@@ -40,6 +40,16 @@ uint64_t messages_max(const pldm_fw_update_ctx& ctx) {
     return kSpare + kTries * (size / kTransferSizeMin);
 }
 
+/// Whether the device may send a report in this state.
+bool is_in_turn(pldm_fw_update_ctx& ctx, FwState state, FwCommand command) {
+    if (ctx.state == state) {
+        return true;
+    }
+    fail_request(ctx, command, SIDEBAND_CAUSE_MALFORMED);
+    note_update_failure(ctx, SIDEBAND_CAUSE_MALFORMED);
+    return false;
+}
+
 /// Answers a request.
 /// @return whether another one is waited for
 bool serve(pldm_fw_update_ctx& ctx, uint8_t command, const uint8_t* request) {
@@ -48,7 +58,6 @@ bool serve(pldm_fw_update_ctx& ctx, uint8_t command, const uint8_t* request) {
             print_line("------------PLDM_FW_UPDATE_GET_PACKAGE_DATA ---------------");
             const int32_t result = pldm_get_package_data(&ctx, request);
             if (result < 0) {
-                note_update_failure(ctx, SIDEBAND_CAUSE_REFUSED);
                 print_line("pldm_get_package_data fail");
             } else if (result == 1) {
                 print_line("last GetPackageData cmd");
@@ -67,10 +76,11 @@ bool serve(pldm_fw_update_ctx& ctx, uint8_t command, const uint8_t* request) {
             return pldm_transfer_complete(&ctx, request) >= 0;
         case kVerifyComplete:
             print_line("------------PLDM_FW_UPDATE_VERIFY_COMPLETE---------------");
-            return ctx.state == kStateVerify && pldm_verify_complete(&ctx, request) >= 0;
+            return is_in_turn(ctx, kStateVerify, kVerifyComplete) &&
+                   pldm_verify_complete(&ctx, request) >= 0;
         case kApplyComplete:
             print_line("---------------PLDM_FW_UPDATE_APPLY_COMPLETE--------");
-            if (ctx.state == kStateApply) {
+            if (is_in_turn(ctx, kStateApply, kApplyComplete)) {
                 pldm_apply_complete(&ctx, request);
             }
             return false;

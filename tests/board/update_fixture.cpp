@@ -164,6 +164,7 @@ UpdateReport UpdateRun::update(uint32_t flags, Check check) {
     report.log = log.text();
     report.mark = ctx.pldm.completion_code;
     report.state = ctx.state;
+    report.error = *pldm_fw_update_last_error(&ctx);
     EXPECT_EQ(ctx.pldm.mctp, nullptr);
     EXPECT_EQ(ctx.records, nullptr);
     EXPECT_EQ(ctx.update_list, nullptr);

@@ -23,6 +23,7 @@ struct UpdateReport {
     int32_t update = 0;  ///< 1 if there was none
     uint8_t mark = 0;    ///< pldm.completion_code
     uint8_t state = 0;
+    sideband_error error{};  ///< pldm_fw_update_last_error()
     std::string out;  ///< standard output
     std::string log;  ///< the debug log
 };

@@ -147,11 +147,13 @@ std::span<const uint8_t> NcsiClient::last_response() const {
 Failure NcsiClient::failure(const std::string& operation) const {
     const Exchange& last = link_.last;
     const std::span<const uint8_t> answer = last_response();
+    const sideband_error& error = *ncsi_last_error(&link_.ncsi);
+    const std::string cause = cause_name(error);
     if (!last.made) {
-        return {name(), operation, "nothing was sent"};
+        return {name(), operation, "nothing was sent", std::nullopt, cause};
     }
     if (answer.empty()) {
-        return {name(), operation, silence()};
+        return {name(), operation, silence(error), std::nullopt, cause};
     }
     const bool fits = answer.size() > kPacketChannel &&
                       answer[kPacketType] == (last.request[kPacketType] | kResponseBit) &&
@@ -165,13 +167,14 @@ Failure NcsiClient::failure(const std::string& operation) const {
                                     .reason = reason,
                                     .reason_name = ncsi_reason_name(reason),
                                     .kind = DeviceCode::Kind::kNcsi};
-            return {name(), operation, code_text(device), device};
+            return {name(), operation, code_text(device), device, cause};
         }
     }
     return {name(), operation,
             fits || answer.size() <= kPacketChannel
                 ? fmt::format("the answer has {} bytes only", last.length)
-                : "the answer does not fit the request"};
+                : "the answer does not fit the request",
+            std::nullopt, cause};
 }
 
 int32_t read_temperature(NcsiClient& client, unsigned number, uint8_t sensor) {

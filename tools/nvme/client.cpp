@@ -120,11 +120,12 @@ std::span<const uint8_t> NvmeClient::last_response() const {
 
 Failure NvmeClient::failure(const std::string& operation, const std::string& addition) const {
     const std::span<const uint8_t> answer = last_response();
+    const sideband_error& error = *nvmemi_last_error(&link_.nvme);
     const auto plain = [&](const std::string& reason) {
-        return Failure(name(), operation, reason + addition);
+        return Failure(name(), operation, reason + addition, std::nullopt, cause_name(error));
     };
     const auto coded = [&](const DeviceCode& code) {
-        return Failure(name(), operation, code_text(code) + addition, code);
+        return Failure(name(), operation, code_text(code) + addition, code, cause_name(error));
     };
     const bool admin = (last_.kind & kMessageTypeBits) == kAdminMessage;
     const bool whole = answer.size() >= NVME_ADMIN_RESPONSE_SIZE;
@@ -132,7 +133,7 @@ Failure NvmeClient::failure(const std::string& operation, const std::string& add
         return plain("nothing was sent");
     }
     if (answer.empty()) {
-        return plain(silence());
+        return plain(silence(error));
     }
     if (answer.size() > kResponseStatus && answer[kResponseStatus] != NVMEMI_STATUS_SUCCESS) {
         return coded(message_code(answer));

@@ -44,21 +44,22 @@ class Failure : public std::runtime_error {
 public:
     Failure(ExitStatus status, const std::string& text)
         : std::runtime_error(text),
-          details_(std::make_shared<Details>(Details{status, {}, {}, {}, {}})) {}
+          details_(std::make_shared<Details>(Details{status, {}, {}, {}, {}, {}})) {}
 
     /// Several things are wrong at once: each has a line, of which what() is the first.
     /// @param lines  at least one
     Failure(ExitStatus status, const std::vector<std::string>& lines)
         : std::runtime_error(lines.front()),
           details_(std::make_shared<Details>(
-              Details{status, {}, {}, {}, {lines.begin() + 1, lines.end()}})) {}
+              Details{status, {}, {}, {}, {lines.begin() + 1, lines.end()}, {}})) {}
 
     /// A device or its transport failed: "ENDPOINT: OPERATION failed: REASON".
+    /// @param cause  of cause_name(), if the library knows one
     Failure(const std::string& endpoint, const std::string& operation, const std::string& reason,
-            const std::optional<DeviceCode>& code = std::nullopt)
+            const std::optional<DeviceCode>& code = std::nullopt, const std::string& cause = {})
         : std::runtime_error(endpoint + ": " + operation + " failed: " + reason),
           details_(std::make_shared<Details>(
-              Details{ExitStatus::kFailed, endpoint, operation, code, {}})) {}
+              Details{ExitStatus::kFailed, endpoint, operation, code, {}, cause})) {}
 
     ExitStatus status() const { return details_->status; }
 
@@ -68,6 +69,9 @@ public:
 
     /// Empty if no answer with a code came.
     const std::optional<DeviceCode>& code() const { return details_->code; }
+
+    /// What the library has to say of it, as a word; empty if nothing.
+    const std::string& cause() const { return details_->cause; }
 
     /// What else is wrong, a line each.
     const std::vector<std::string>& more() const { return details_->more; }
@@ -79,6 +83,7 @@ private:
         std::string operation;
         std::optional<DeviceCode> code;
         std::vector<std::string> more;
+        std::string cause;
     };
 
     std::shared_ptr<const Details> details_;

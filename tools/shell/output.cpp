@@ -164,6 +164,9 @@ Json failure_json(const Failure& failure) {
         json["endpoint"] = failure.endpoint();
         json["operation"] = failure.operation();
     }
+    if (!failure.cause().empty()) {
+        json["cause"] = failure.cause();
+    }
     if (!failure.more().empty()) {
         json["more"] = failure.more();
     }

@@ -73,14 +73,6 @@ std::string code_text(const DeviceCode& code) {
     }
 }
 
-std::string silence() {
-    uint8_t power = 0;
-    _PltGPIO_RegRead(PLT_MAIN_POWER_REGISTER, 0, 0, &power);
-    const std::string reason = WireWatch::reason();
-    return (reason.empty() ? "no answer" : reason) +
-           (power != 0 ? "" : ", the host's main power is off");
-}
-
 void before_sending() {
     SignalWatch::check();
     WireWatch::forget();
@@ -187,7 +179,8 @@ void Session::discover() {
     }
     if (!find_eid()) {
         if (endpoint_.transport == Transport::kPcie && !link_.last.made) {
-            throw failure("discovery", "the MPIO's routing table does not list it");
+            throw failure("discovery", "the MPIO's routing table does not list it",
+                          link_.mctp.last_error);
         }
         throw control_failure(link_.last.made ? control_command_name(link_.last.request[1])
                                               : "discovery");
@@ -242,8 +235,9 @@ std::span<const uint8_t> Session::last_answer() const {
     return std::span(last.response).first(std::min(length, last.response.size()));
 }
 
-Failure Session::failure(const std::string& operation, const std::string& reason) const {
-    return {endpoint_.name, operation, reason};
+Failure Session::failure(const std::string& operation, const std::string& reason,
+                         const sideband_error& error) const {
+    return {endpoint_.name, operation, reason, std::nullopt, cause_name(error)};
 }
 
 mctp_ctx& Session::control() {
@@ -255,21 +249,23 @@ mctp_ctx& Session::control() {
 
 Failure Session::control_failure(const std::string& operation) const {
     const Exchange& last = link_.last;
+    const sideband_error& error = link_.mctp.last_error;
     const std::span<const uint8_t> answer = last_answer();
     if (!last.made) {
-        return failure(operation, "nothing was sent");
+        return failure(operation, "nothing was sent", error);
     }
     if (answer.empty()) {
-        return failure(operation, silence());
+        return failure(operation, silence(error), error);
     }
     if (answer.size() < 3) {
-        return failure(operation, fmt::format("the answer has {} bytes only", answer.size()));
+        return failure(operation, fmt::format("the answer has {} bytes only", answer.size()),
+                       error);
     }
     if (answer[2] != 0) {
         DeviceCode code{answer[2], control_code_name(answer[2])};
-        return {endpoint_.name, operation, code_text(code), code};
+        return {endpoint_.name, operation, code_text(code), code, cause_name(error)};
     }
-    return failure(operation, "the answer does not fit the request");
+    return failure(operation, "the answer does not fit the request", error);
 }
 
 EndpointId Session::endpoint_id() {
@@ -349,7 +345,7 @@ std::vector<uint8_t> Session::exchange(uint8_t type, std::span<const uint8_t> bo
         throw failure(type == MCTP_MSG_TYPE_CONTROL && body.size() >= 2
                           ? control_command_name(body[1])
                           : fmt::format("the exchange of message type 0x{:02x}", type),
-                      silence());
+                      silence(link_.mctp.last_error), link_.mctp.last_error);
     }
     answer.resize(static_cast<size_t>(length));
     return answer;
@@ -379,22 +375,24 @@ void Session::check_pldm(int32_t result, const std::string& operation) const {
 
 Failure Session::pldm_failure(const std::string& operation) const {
     const Exchange& last = link_.last;
+    const sideband_error& error = *pldm_last_error(&pldm_);
     const std::span<const uint8_t> answer = last_answer();
     if (!last.made) {
-        return failure(operation, "nothing was sent");
+        return failure(operation, "nothing was sent", error);
     }
     if (answer.empty()) {
-        return failure(operation, silence());
+        return failure(operation, silence(error), error);
     }
     if (answer.size() < PLDM_RESPONSE_HEADER_SIZE) {
-        return failure(operation, fmt::format("the answer has {} bytes only", answer.size()));
+        return failure(operation, fmt::format("the answer has {} bytes only", answer.size()),
+                       error);
     }
     if (answer[3] != PLDM_CC_SUCCESS) {
         const uint8_t type = last.request[1] & 0x3F;
         DeviceCode code{answer[3], pldm_code_name(type, last.request[2], answer[3])};
-        return {endpoint_.name, operation, code_text(code), code};
+        return {endpoint_.name, operation, code_text(code), code, cause_name(error)};
     }
-    return failure(operation, "the answer does not fit the request");
+    return failure(operation, "the answer does not fit the request", error);
 }
 
 }  // namespace tool

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/shell/cause.h"
 #include "tools/shell/failure.h"
 #include "tools/shell/port.h"
 
@@ -21,9 +22,6 @@ namespace tool {
 
 /// "completion code 0x80 (INVALID_SENSOR_ID)", and likewise the codes of the other kinds.
 std::string code_text(const DeviceCode& code);
-
-/// Why nothing came back, as far as the board can tell: without power nothing is even sent.
-std::string silence();
 
 /// Comes before every call of the library that sends something: a signal ends the command here,
 /// and silence() speaks of what follows.
@@ -148,7 +146,8 @@ private:
     bool find_eid();
     mctp_ctx& control();
     Failure control_failure(const std::string& operation) const;
-    Failure failure(const std::string& operation, const std::string& reason) const;
+    Failure failure(const std::string& operation, const std::string& reason,
+                    const sideband_error& error = {}) const;
 
     inline static uint32_t strict_ = 0;
 

@@ -119,13 +119,13 @@ private:
             (record_.component ? fmt::format(" of component {}", *record_.component)
                                : std::string());
         if (!refusal.code) {
-            return {endpoint_, step, refusal.silence + suffix()};
+            return plain(step, refusal.silence);
         }
         if (*refusal.code == PLDM_CC_SUCCESS) {
-            return {endpoint_, step, "the answer does not fit the request" + suffix()};
+            return plain(step, "the answer does not fit the request");
         }
         const DeviceCode code = named(refusal);
-        return {endpoint_, step, code_text(code) + suffix(), code};
+        return {endpoint_, step, code_text(code) + suffix(), code, cause_name(record_.error)};
     }
 
     /// Neither a mark nor a refusal: the state in which it stands tells.
@@ -160,7 +160,7 @@ private:
     }
 
     Failure plain(const std::string& step, const std::string& reason) const {
-        return {endpoint_, step, reason + suffix()};
+        return {endpoint_, step, reason + suffix(), std::nullopt, cause_name(record_.error)};
     }
 
     /// The mark, for those who look for it in a log, and what else there is to know.

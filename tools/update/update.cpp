@@ -55,6 +55,7 @@ void FirmwareUpdate::bring_up() {
     context.pcie_session = prototype.pcie_session;
     if (pldm_fw_update_init(&context, &prototype) != 0) {
         record_.mark = context.pldm.completion_code;
+        record_.error = *pldm_fw_update_last_error(&context);
         throw update_failure(session_.endpoint().name, record_);
     }
     operations_ = context.pldm;
@@ -71,6 +72,7 @@ const UpdateRecord& FirmwareUpdate::run(const std::string& package, uint32_t tra
     pldm_nic_update(package.c_str(), &link_.context, nullptr, flags);
     note_mark();
     record_.state = link_.context.state;
+    record_.error = *pldm_fw_update_last_error(&link_.context);
     if (record_.unfinished()) {
         leave_update_mode();
     }
@@ -193,7 +195,7 @@ void FirmwareUpdate::note_exchange(const uint8_t* request, int32_t result,
             if (answered) {
                 record_.refusal->code = code;
             } else {
-                record_.refusal->silence = silence();
+                record_.refusal->silence = silence(link_.context.pldm.last_error);
             }
             record_.component = command == kUpdateComponent ? record_.current : std::nullopt;
         }

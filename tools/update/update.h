@@ -43,6 +43,7 @@ struct UpdateRecord {
     std::optional<size_t> component;           ///< index of the component that was refused
     std::optional<size_t> current;             ///< index of the last component that was offered
     uint8_t state = 0;                         ///< of the context, at the end
+    sideband_error error{};                    ///< what the library has to say, at the end
     bool interrupted = false;
     bool cancelled = false;              ///< CancelUpdate was sent at the end
     std::optional<uint8_t> cancel_code;  ///< the device's answer to it; none if none came

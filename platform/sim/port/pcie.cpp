@@ -91,7 +91,7 @@ int PltMCTP_WriteRead(plt_pcie_request* request) {
         return kFailure;
     }
     std::lock_guard guard(board->mutex);
-    return board->pcie.devices().empty() ? kFailure : transact(board->pcie, *request);
+    return board->pcie.devices().empty() ? -ENODEV : transact(board->pcie, *request);
 }
 
 // The driver is there on every board, with or without devices behind it.

@@ -78,6 +78,7 @@ TEST(NcsiLink, OneChannelThatFailsDoesNotHideTheOther) {
     const Json wanted{{"message", error},
                       {"endpoint", "nc0"},
                       {"operation", "Get Link Status of channel 0"},
+                      {"cause", "device-code"},
                       {"response_code", 1},
                       {"response_code_name", "Command Failed"},
                       {"reason_code", 0x0A06},

@@ -62,6 +62,7 @@ TEST(NvmeFirmware, ADownloadThatIsRefusedSaysWhereAndWhy) {
     const Json wanted{{"message", message},
                       {"endpoint", "nvme0"},
                       {"operation", "Firmware Image Download"},
+                      {"cause", "device-code"},
                       {"status_code_type", 1},
                       {"status_code_type_name", "Command Specific Status"},
                       {"status_code", 0x14},

@@ -25,7 +25,7 @@ TEST_F(Errors, AMissingDeviceEndsWithOne) {
                  "sideband-sim: mctp eid: i2c:1:0x42: Get Endpoint ID failed: no acknowledge from "
                  "i2c:1:0x42");
     expect_error(run({"raw", "i2c:9:0x42", "pldm", "800002"}), 1,
-                 "sideband-sim: raw: i2c:9:0x42: Get Endpoint ID failed: no answer");
+                 "sideband-sim: raw: i2c:9:0x42: Get Endpoint ID failed: no such bus");
     expect_error(run({"mctp", "eid", "pcie:01:02.3"}), 1,
                  "sideband-sim: mctp eid: pcie:01:02.3: opening the PCIe session failed: the "
                  "platform has none");
@@ -107,8 +107,8 @@ TEST(PowerOff, IsNamedAsTheReason) {
         "buses": [{"bus": 1}],
         "devices": [{"name": "dev0", "type": "pldm", "bus": 1, "address": "0x40"}]})");
     expect_error(run_tool({"--board", board.path(), "pldm", "info", "dev0"}), 1,
-                 "sideband-sim: pldm info: dev0: Get Endpoint ID failed: no answer, the host's "
-                 "main power is off");
+                 "sideband-sim: pldm info: dev0: Get Endpoint ID failed: the host's main "
+                 "power is off");
 }
 
 TEST_F(Errors, WrongUsageEndsWithTwo) {
@@ -230,7 +230,7 @@ TEST_F(Errors, AreOneDocumentWhereJsonIsWanted) {
 TEST_F(Errors, WithACodeCarryItForPrograms) {
     const char* const wanted = R"json({
         "message": "rec0: GetTID failed: completion code 0x01 (ERROR)", "endpoint": "rec0",
-        "operation": "GetTID", "completion_code": 1, "completion_code_name": "ERROR",
+        "operation": "GetTID", "cause": "device-code", "completion_code": 1, "completion_code_name": "ERROR",
         "exit_status": 1})json";
     const Outcome failed = run({"--json", "pldm", "info", "rec0"});
     EXPECT_EQ(one_document(failed.out)["error"], parse_json(wanted));

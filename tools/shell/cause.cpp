@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+// Why a call of the library failed, in the tool's words.
+#include "tools/shell/cause.h"
+
+#include <sideband/platform.h>
+
+#include "tools/shell/name_table.h"
+#include "tools/shell/wire_watch.h"
+
+namespace tool {
+namespace {
+
+/// Words for whoever reads the tool's JSON: they do not change.
+constexpr Name kWords[] = {
+    {SIDEBAND_CAUSE_NONE, ""},
+    {SIDEBAND_CAUSE_ARGUMENT, "argument"},
+    {SIDEBAND_CAUSE_MEMORY, "memory"},
+    {SIDEBAND_CAUSE_LOCK, "lock-refused"},
+    {SIDEBAND_CAUSE_NO_POWER, "no-power"},
+    {SIDEBAND_CAUSE_NO_BUS, "no-bus"},
+    {SIDEBAND_CAUSE_NOT_ACKNOWLEDGED, "not-acknowledged"},
+    {SIDEBAND_CAUSE_NO_ANSWER, "no-answer"},
+    {SIDEBAND_CAUSE_WRONG_TAG, "wrong-tag"},
+    {SIDEBAND_CAUSE_WRONG_CHECK, "wrong-checksum"},
+    {SIDEBAND_CAUSE_MALFORMED, "malformed-answer"},
+    {SIDEBAND_CAUSE_DEVICE, "device-code"},
+    {SIDEBAND_CAUSE_REFUSED, "refused"},
+    {SIDEBAND_CAUSE_NOT_FOUND, "not-found"},
+    {SIDEBAND_CAUSE_FILE, "file"},
+    {SIDEBAND_CAUSE_DEADLINE, "deadline"},
+    {SIDEBAND_CAUSE_SYSTEM, "system"},
+};
+
+/// For what the packets do not tell.
+constexpr Name kReasons[] = {
+    {SIDEBAND_CAUSE_MEMORY, "out of memory"},
+    {SIDEBAND_CAUSE_LOCK, "a lock was refused"},
+    {SIDEBAND_CAUSE_NOT_ACKNOWLEDGED, "no acknowledge"},
+    {SIDEBAND_CAUSE_WRONG_TAG, "only answers to something else came"},
+    {SIDEBAND_CAUSE_WRONG_CHECK, "the answer came with a wrong checksum"},
+    {SIDEBAND_CAUSE_MALFORMED, "what came is no answer"},
+    {SIDEBAND_CAUSE_DEADLINE, "the time limit has passed"},
+};
+
+constexpr const char* kPowerOff = "the host's main power is off";
+
+}  // namespace
+
+std::string cause_name(const sideband_error& error) {
+    return find_name(kWords, error.cause, "");
+}
+
+std::string silence(const sideband_error& error) {
+    if (error.cause == SIDEBAND_CAUSE_NO_POWER) {
+        return kPowerOff;
+    }
+    if (error.cause == SIDEBAND_CAUSE_NO_BUS) {
+        const std::string seen = WireWatch::reason();
+        return seen.empty() ? "no such bus" : seen;
+    }
+    uint8_t power = 0;
+    _PltGPIO_RegRead(PLT_MAIN_POWER_REGISTER, 0, 0, &power);
+    const std::string seen = WireWatch::reason();
+    return (seen.empty() ? find_name(kReasons, error.cause, "no answer") : seen) +
+           (power != 0 ? "" : std::string(", ") + kPowerOff);
+}
+
+}  // namespace tool
