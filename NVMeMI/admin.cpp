@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 #include "NVMeMI/message.h"
 #include "common/memory.h"
+#include "common/output.h"
 
 using namespace sideband;
 
@@ -124,7 +124,7 @@ int32_t nvme_get_log_page(nvme_admin_req* req, uint16_t cntlid, uint32_t length,
         nvme::exchange(req->ctx, command, room_for(area, NVME_ADMIN_DATA_MAX));
     const int32_t result = finish_read(answer, data, length, received);
     if (is_completed(answer)) {
-        std::printf("MORE=%d\n", static_cast<int>(NVME_COMPLETION_MORE(answer.dword3)));
+        print_formatted("MORE=%d\n", static_cast<int>(NVME_COMPLETION_MORE(answer.dword3)));
     }
     return result;
 }
@@ -138,20 +138,21 @@ int32_t nvme_identify(nvme_admin_req* req, uint32_t length, uint8_t passthrough,
     if (passthrough != 0) {
         command.opcode = kMarvellPassthrough;
         command.cdw9 = length;
-        console_log("[%s:%d] Doing Marvell passthrough: DW9=%d\n", kSource, __LINE__,
-                    static_cast<int>(length));
+        print_on_console("[%s:%d] Doing Marvell passthrough: DW9=%d\n", kSource, __LINE__,
+                         static_cast<int>(length));
     } else {
-        console_log("[%s:%d] Doing Direct NVMe-MI\n", kSource, __LINE__);
+        print_on_console("[%s:%d] Doing Direct NVMe-MI\n", kSource, __LINE__);
     }
     nvme::Area area;
     const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room_for(area, length));
     const int32_t result = finish_read(answer, data, length, received);
     if (is_completed(answer)) {
         const size_t arrived = answer.body.remaining();
-        std::printf("M:%d, read_len=%d\n", static_cast<int>(NVME_COMPLETION_MORE(answer.dword3)),
-                    static_cast<int>(arrived));
+        print_formatted("M:%d, read_len=%d\n",
+                        static_cast<int>(NVME_COMPLETION_MORE(answer.dword3)),
+                        static_cast<int>(arrived));
         if (arrived == 0) {
-            std::puts("no NVMe-MI payload received");
+            print_line("no NVMe-MI payload received");
         }
     }
     return result;
@@ -164,7 +165,7 @@ int32_t nvme_admin_set_feature(nvme_admin_req* req, uint8_t fid, uint8_t save,
         return -1;
     }
     if (save > 1) {
-        console_log("Wrong save flag (%x)\n", save);
+        print_on_console("Wrong save flag (%x)\n", save);
         return nvme::fail_call(req->ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
     req->cdw10 = uint32_t{save} << kSaveShift | fid;
@@ -180,7 +181,7 @@ int32_t nvme_admin_get_feature(nvme_admin_req* req, uint8_t fid, uint8_t sel,
     }
     req->cdw10 = (sel & kSelectMask) << kSelectShift | fid;
     if (sel > NVME_FEATURE_CAPABILITIES) {
-        console_log("Unsupported SEL (%x)\n", sel);
+        print_on_console("Unsupported SEL (%x)\n", sel);
         return nvme::fail_call(req->ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
     return nvme_admin_get_set_feature(req, kGetFeatures, result);
@@ -307,10 +308,10 @@ int32_t nvme_mrvl_read_cmd(nvme_admin_req* req, uint32_t length, uint8_t* data,
     const nvme::AdminAnswer answer = nvme::exchange(req->ctx, command, room_for(area, length));
     const int32_t result = finish_read(answer, data, length, received);
     if (answer.stage == nvme::Stage::kFailed) {
-        std::printf("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(answer.dword3),
-                    NVME_COMPLETION_SC(answer.dword3));
+        print_formatted("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(answer.dword3),
+                        NVME_COMPLETION_SC(answer.dword3));
     } else if (result < 0) {
-        std::puts("fail to nvme_admin_cmd");
+        print_line("fail to nvme_admin_cmd");
     }
     return result;
 }

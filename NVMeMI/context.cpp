@@ -5,13 +5,14 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 #include "NVMeMI/message.h"
 #include "common/error.h"
 #include "common/lock.h"
+#include "common/output.h"
 #include "common/sleep.h"
+#include "transport/deadline.h"
 #include "transport/mctp.h"
 #include "transport/pcie_message.h"
 
@@ -65,9 +66,12 @@ int32_t receive(mctp_ctx& mctp, int32_t room, uint8_t* area) {
 /// Waits for the response that an endpoint has announced.
 int32_t receive_later(mctp_ctx& mctp, int32_t room, uint8_t* area) {
     int32_t result = -1;
-    for (int i = 0; i < kTries && result < 0; ++i) {
+    for (int i = 0; i < kTries && result < 0 && !is_over(mctp); ++i) {
         sleep_us(kProcessingTimeUs);
         result = receive(mctp, room, area);
+    }
+    if (result < 0 && is_over(mctp)) {
+        fail(mctp.last_error, SIDEBAND_CAUSE_DEADLINE);
     }
     return result;
 }
@@ -165,7 +169,7 @@ int32_t initialise(nvmemi_ctx* ctx, const mctp_ctx* config, uint32_t read_parame
     ctx->mctp = endpoint;
     ctx->mi_request = nvme::request_with_retries;
     if (endpoint == nullptr) {
-        std::puts("cannot alloc m_ctx");
+        print_line("cannot alloc m_ctx");
         return nvme::fail_call(ctx, SIDEBAND_CAUSE_MEMORY);
     }
     endpoint->unit_size = kUnitSize;

@@ -8,11 +8,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 
 #include "NVMeMI/message.h"
 #include "common/error.h"
 #include "common/file.h"
+#include "common/output.h"
 #include "common/printable.h"
 
 using namespace sideband;
@@ -45,7 +45,7 @@ struct Piece {
 
 /// Puts the place of a message in front of it.
 void log_place(int line = __builtin_LINE()) {
-    console_log("[%s:%d]", "nvme_fw_image_download", line);
+    print_on_console("[%s:%d]", "nvme_fw_image_download", line);
 }
 
 /// Sets the status that other threads and processes read meanwhile: there is one for all downloads.
@@ -101,8 +101,8 @@ Piece piece_of(const Transfer& transfer, uint32_t index) {
     const uint32_t length = size - offset;
     const uint32_t padding = (kDword - size % kDword) % kDword;
     log_place();
-    console_log("append_bytes=%d, offset=%d\n", static_cast<int>(padding),
-                static_cast<int>(offset));
+    print_on_console("append_bytes=%d, offset=%d\n", static_cast<int>(padding),
+                     static_cast<int>(offset));
     return {offset, length, padding, length / kDword + (padding != 0 ? 1 : 0)};
 }
 
@@ -121,9 +121,10 @@ int32_t send_piece(const Transfer& transfer, const Piece& piece) {
     }
     const uint32_t length = NVME_ADMIN_REQUEST_SIZE + piece.length + piece.padding;
     log_place();
-    console_log("tx_size=%d, num_dw=%d offset=%d, DW10=%ld, dW11=%ld\n", static_cast<int>(length),
-                static_cast<int>(piece.dwords), static_cast<int>(piece.offset),
-                static_cast<long>(command.cdw10), static_cast<long>(command.cdw11));
+    print_on_console("tx_size=%d, num_dw=%d offset=%d, DW10=%ld, dW11=%ld\n",
+                     static_cast<int>(length), static_cast<int>(piece.dwords),
+                     static_cast<int>(piece.offset), static_cast<long>(command.cdw10),
+                     static_cast<long>(command.cdw11));
     std::array<uint8_t, NVME_ADMIN_RESPONSE_SIZE> room{};
     const nvme::AdminAnswer answer =
         nvme::exchange(transfer.ctx, nvme::encode(command, std::span(bytes).first(length)), room);
@@ -138,7 +139,7 @@ int32_t send_piece(const Transfer& transfer, const Piece& piece) {
         case nvme::Stage::kFailed:
             return conclude(NVME_FW_DOWNLOAD_COMMAND, result);
         default:
-            console_log("nvme_admin_cmd failed. resp.status=%d\n", room[nvme::kStatus]);
+            print_on_console("nvme_admin_cmd failed. resp.status=%d\n", room[nvme::kStatus]);
             return conclude(NVME_FW_DOWNLOAD_EXCHANGE, -1);
     }
 }
@@ -146,7 +147,7 @@ int32_t send_piece(const Transfer& transfer, const Piece& piece) {
 int32_t send_all(const Transfer& transfer, uint32_t task_id) {
     for (uint32_t i = 0; i < transfer.pieces; ++i) {
         log_place();
-        console_log("loop:%d/%d\n", static_cast<int>(i), static_cast<int>(transfer.pieces));
+        print_on_console("loop:%d/%d\n", static_cast<int>(i), static_cast<int>(transfer.pieces));
         const int32_t result = send_piece(transfer, piece_of(transfer, i));
         if (result != 0) {
             return result;
@@ -156,7 +157,7 @@ int32_t send_all(const Transfer& transfer, uint32_t task_id) {
         set_update_status(percent);
         TaskServiceUpdateTaskPercentage(task_id, percent);
         log_place();
-        console_log("NVMe FW download percent done=%d\n", percent);
+        print_on_console("NVMe FW download percent done=%d\n", percent);
     }
     set_update_status(NVME_FW_DOWNLOAD_DONE);
     // Of an empty image the task has heard nothing so far.
@@ -169,10 +170,11 @@ int32_t send_all(const Transfer& transfer, uint32_t task_id) {
 bool is_chunk_size(uint32_t chunk_size) {
     if (chunk_size == 0) {
         log_place();
-        console_log("NVMe fw_download_chunk_size should not be 0\n");
+        print_on_console("NVMe fw_download_chunk_size should not be 0\n");
     } else if (chunk_size > NVME_ADMIN_DATA_MAX) {
         log_place();
-        console_log("NVMe fw_download_chunk_size should not be above %d\n", NVME_ADMIN_DATA_MAX);
+        print_on_console("NVMe fw_download_chunk_size should not be above %d\n",
+                         NVME_ADMIN_DATA_MAX);
     }
     return chunk_size - 1 < NVME_ADMIN_DATA_MAX;
 }
@@ -200,10 +202,10 @@ int32_t nvme_fw_image_download(nvmemi_ctx* ctx, uint16_t cntlid, const char* pat
     }
     const auto size = static_cast<uint32_t>(stamp.size);
     log_place();
-    console_log("st.st_size=%lu\n", static_cast<unsigned long>(size));
+    print_on_console("st.st_size=%lu\n", static_cast<unsigned long>(size));
     const uint32_t pieces = size / chunk_size + (size % chunk_size != 0 ? 1 : 0);
     log_place();
-    console_log("num_loop=%d, fw_download_chunk_size=%d\n", static_cast<int>(pieces),
-                static_cast<int>(chunk_size));
+    print_on_console("num_loop=%d, fw_download_chunk_size=%d\n", static_cast<int>(pieces),
+                     static_cast<int>(chunk_size));
     return send_all({ctx, cntlid, file.descriptor(), stamp, chunk_size, pieces}, task_id);
 }

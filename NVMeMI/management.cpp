@@ -4,11 +4,11 @@
 #include <sideband/nvme_mi.h>
 
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 #include "NVMeMI/message.h"
 #include "common/memory.h"
+#include "common/output.h"
 
 using namespace sideband;
 
@@ -37,7 +37,7 @@ using ShortResponse = std::array<uint8_t, NVMEMI_RESPONSE_SIZE>;
 /// Whether there is a context, and what else a command needs.
 bool is_usable(nvmemi_ctx* ctx, bool has_arguments = true) {
     if (ctx == nullptr) {
-        std::puts("nvmemi ctx is null");
+        print_line("nvmemi ctx is null");
         return false;
     }
     if (!has_arguments) {
@@ -72,13 +72,13 @@ nvme::Answer get_setting(nvmemi_ctx* ctx, uint8_t identifier, uint8_t port, Shor
 bool is_structure(uint8_t type, uint16_t length) {
     constexpr int kFixedSize = 32;
     if (type > NVMEMI_DTYP_OPTIONAL_COMMANDS) {
-        std::printf("unsupported DTYP (%x)\n", type);
+        print_formatted("unsupported DTYP (%x)\n", type);
         return false;
     }
     const bool is_list =
         type == NVMEMI_DTYP_CONTROLLER_LIST || type == NVMEMI_DTYP_OPTIONAL_COMMANDS;
     if (!is_list && length != kFixedSize) {
-        std::printf("ds size missmatch (%d:%d)\n", length, kFixedSize);
+        print_formatted("ds size missmatch (%d:%d)\n", length, kFixedSize);
         return false;
     }
     return true;
@@ -154,8 +154,8 @@ int32_t nvmemi_controller_health_status_poll(
         return status;
     }
     if (reported > NVMEMI_CONTROLLERS_MAX) {
-        std::printf("Response entries (%d) should not greater than MAX_NVME_CONTROLLER=%d.\n",
-                    reported, NVMEMI_CONTROLLERS_MAX);
+        print_formatted("Response entries (%d) should not greater than MAX_NVME_CONTROLLER=%d.\n",
+                        reported, NVMEMI_CONTROLLERS_MAX);
         return nvme::fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
     }
     if (body.remaining() < reported * kEntrySize) {
@@ -176,7 +176,7 @@ int32_t nvmemi_config_set_smbus_freq(nvmemi_ctx* ctx, uint8_t port, uint8_t freq
         return -1;
     }
     if (frequency < NVMEMI_SMBUS_100_KHZ || frequency > NVMEMI_SMBUS_1_MHZ) {
-        std::printf("invalid freq (%x)\n", frequency);
+        print_formatted("invalid freq (%x)\n", frequency);
         return nvme::fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
     return plain_command(
@@ -243,7 +243,7 @@ int32_t nvmemi_vpd_read(nvmemi_ctx* ctx, uint16_t offset, uint16_t length, uint8
     const size_t size = NVMEMI_RESPONSE_SIZE + size_t{length};
     const auto room = allocate_bytes(size);
     if (room == nullptr) {
-        std::puts("fail to allocate buffer");
+        print_line("fail to allocate buffer");
         return nvme::fail_call(ctx, SIDEBAND_CAUSE_MEMORY);
     }
     nvme::Answer answer = nvme::exchange(ctx, {.opcode = kVpdRead, .nmd0 = offset, .nmd1 = length},
@@ -268,7 +268,7 @@ int32_t nvmemi_vpd_write(nvmemi_ctx* ctx, const uint8_t* data, uint16_t offset, 
     const size_t size = NVMEMI_REQUEST_SIZE + size_t{length};
     const auto request = allocate_bytes(size);
     if (request == nullptr) {
-        std::puts("fail to allocate buffer");
+        print_line("fail to allocate buffer");
         return nvme::fail_call(ctx, SIDEBAND_CAUSE_MEMORY);
     }
     std::memcpy(request.get() + NVMEMI_REQUEST_SIZE, data, length);

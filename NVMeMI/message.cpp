@@ -7,10 +7,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 
 #include "common/crc.h"
 #include "common/error.h"
+#include "common/output.h"
 
 using namespace sideband;
 
@@ -98,12 +98,12 @@ void report_status(std::span<const uint8_t> message, Outlet outlet) {
     const uint8_t byte = reader.u8();
     const bool located = status == NVMEMI_STATUS_INVALID_PARAMETER;
     if (outlet == Outlet::kConsole) {
-        located ? console_log(kInvalidParameter, kName, kConsoleLine, byte, bit)
-                : console_log(kUnsuccess, status);
+        located ? print_on_console(kInvalidParameter, kName, kConsoleLine, byte, bit)
+                : print_on_console(kUnsuccess, status);
     } else if (located) {
-        std::printf(kInvalidParameter, kName, kOutputLine, byte, bit);
+        print_formatted(kInvalidParameter, kName, kOutputLine, byte, bit);
     } else {
-        std::printf(kUnsuccess, status);
+        print_formatted(kUnsuccess, status);
     }
 }
 
@@ -269,7 +269,7 @@ AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, Room room) {
 
 int32_t finish(const Answer& answer, const char* failure) {
     if (answer.stage == Stage::kFailedExchange) {
-        std::puts(failure);
+        print_line(failure);
     } else if (answer.stage == Stage::kRefused) {
         report_status(answer.message, Outlet::kOutput);
     } else if (answer.stage == Stage::kDone && !answer.body.ok()) {
@@ -284,8 +284,8 @@ int32_t finish(const AdminAnswer& answer) {
     if (answer.stage == Stage::kRefused) {
         report_status(answer.message, Outlet::kConsole);
     } else if (answer.stage == Stage::kFailed) {
-        console_log("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(answer.dword3),
-                    NVME_COMPLETION_SC(answer.dword3));
+        print_on_console("Command error (SCT:%#x, SC:%#x)\n", NVME_COMPLETION_SCT(answer.dword3),
+                         NVME_COMPLETION_SC(answer.dword3));
     }
     return answer.result;
 }

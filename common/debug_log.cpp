@@ -16,7 +16,8 @@
 
 #include "common/clock.h"
 #include "common/file.h"
-#include "common/memory.h"
+#include "common/formatted.h"
+#include "common/output.h"
 
 using namespace sideband;
 
@@ -76,29 +77,11 @@ void append_to_file(const char* text) {
     }
 }
 
-/// @param caller_errno  what %m stands for, whatever was called meanwhile
 void report_to_system_and_file(int caller_errno, const char* format, va_list arguments) {
-    // Nearly every message fits; a longer one is cut only if the heap is exhausted.
-    char room[256];
-    va_list again;
-    va_copy(again, arguments);
-    errno = caller_errno;
-    const int length = std::vsnprintf(room, sizeof room, format, arguments);
-    HeapPtr<uint8_t[]> large;
-    const char* text = room;
-    if (length >= static_cast<int>(sizeof room)) {
-        large = allocate_bytes(static_cast<size_t>(length) + 1);
-        if (large != nullptr) {
-            char* whole = reinterpret_cast<char*>(large.get());
-            errno = caller_errno;
-            std::vsnprintf(whole, static_cast<size_t>(length) + 1, format, again);
-            text = whole;
-        }
-    }
-    va_end(again);
-    if (length >= 0) {
-        ipmi_syslog("%s", text);
-        append_to_file(text);
+    const Formatted message(caller_errno, format, arguments);
+    if (message) {
+        ipmi_syslog("%s", message.text());
+        append_to_file(message.text());
     }
 }
 
@@ -107,6 +90,12 @@ void report_to_system_and_file(int caller_errno, const char* format, va_list arg
 void debug_log(const char* format, ...) {
     const int saved_errno = errno;
     va_list arguments;
+    if (is_led(SIDEBAND_OUTLET_DEBUG)) {
+        va_start(arguments, format);
+        hand_over(SIDEBAND_OUTLET_DEBUG, format, arguments);
+        va_end(arguments);
+        return;
+    }
     if (exists(DEBUG_LOG_CONSOLE_MARKER)) {
         va_start(arguments, format);
         errno = saved_errno;

@@ -1,17 +1,85 @@
 // SPDX-License-Identifier: Apache-2.0
-// Text for standard output, of which printf() costs more than the work that it tells of.
+// Text for standard output and console, or for whoever takes their place.
 #include "common/output.h"
 
+#include <sideband/platform.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+
+#include "common/formatted.h"
 
 namespace sideband {
 namespace {
 
 constexpr char kDigits[] = "0123456789abcdef";
 
+/// Who takes texts, and of which outlets.
+struct Taker {
+    uint32_t outlets;
+    sideband_output_op take;
+    void* context;
+};
+Taker taker;
+
+int print_to_taker(const char* format, ...) SIDEBAND_PRINTF(1, 2);
+int print_to_taker(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    hand_over(SIDEBAND_OUTLET_PRINTED, format, arguments);
+    va_end(arguments);
+    return 0;
+}
+
+void log_to_taker(const char* format, ...) SIDEBAND_PRINTF(1, 2);
+void log_to_taker(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    hand_over(SIDEBAND_OUTLET_CONSOLE, format, arguments);
+    va_end(arguments);
+}
+
 }  // namespace
+
+int (*print_formatted)(const char* format, ...) = std::printf;
+void (*print_on_console)(const char* format, ...) = console_log;
+
+void hand_over(uint32_t outlet, const char* format, va_list arguments) {
+    const int caller_errno = errno;
+    const Formatted text(caller_errno, format, arguments);
+    if (text) {
+        taker.take(taker.context, outlet, text.text(), std::strlen(text.text()));
+    }
+    errno = caller_errno;
+}
+
+bool is_led(uint32_t outlet) {
+    return (taker.outlets & outlet) != 0;
+}
+
+void lead_output(uint32_t outlets, sideband_output_op take, void* context) {
+    taker = {outlets, take, context};
+    print_formatted = is_led(SIDEBAND_OUTLET_PRINTED) ? print_to_taker : std::printf;
+    print_on_console = is_led(SIDEBAND_OUTLET_CONSOLE) ? log_to_taker : console_log;
+}
+
+void print_line(const char* text) {
+    if (is_led(SIDEBAND_OUTLET_PRINTED)) {
+        print_to_taker("%s\n", text);
+    } else {
+        std::puts(text);
+    }
+}
+
+void print_bytes(const char* text, size_t length) {
+    if (is_led(SIDEBAND_OUTLET_PRINTED)) {
+        taker.take(taker.context, SIDEBAND_OUTLET_PRINTED, text, length);
+    } else {
+        std::fwrite(text, 1, length, stdout);
+    }
+}
 
 void Output::print(const char* format, ...) {
     va_list arguments;
@@ -111,7 +179,7 @@ void Output::put(const char* text, size_t length) {
 /// Puts what there is no room for behind what is gathered.
 void Output::put_around(const char* text, size_t length) {
     flush();
-    std::fwrite(text, 1, length, stdout);
+    print_bytes(text, length);
 }
 
 void Output::put_number(unsigned value, unsigned base) {
@@ -128,7 +196,7 @@ void Output::put_number(unsigned value, unsigned base) {
 }
 
 void Output::flush() {
-    std::fwrite(room_, 1, gathered_, stdout);
+    print_bytes(room_, gathered_);
     gathered_ = 0;
 }
 

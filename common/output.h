@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Text for standard output, of which printf() costs more than the work that it tells of.
+// Text for standard output and console, or for whoever takes their place.
 #ifndef SIDEBAND_COMMON_OUTPUT_H
 #define SIDEBAND_COMMON_OUTPUT_H
 
 #include <sideband/export.h>
+#include <sideband/output.h>
 
 #include <cstdarg>
 #include <cstddef>
@@ -12,8 +13,25 @@
 
 namespace sideband {
 
-/// Gathers text and hands it to standard output in large pieces, the last one when this ends. What
-/// prints by other means meanwhile comes in front of what is gathered.
+/// printf() to standard output, of which the result is of no use; or to who takes its place.
+extern int (*print_formatted)(const char* format, ...) SIDEBAND_PRINTF(1, 2);
+/// The same for console_log().
+extern void (*print_on_console)(const char* format, ...) SIDEBAND_PRINTF(1, 2);
+/// Prints a line, as puts().
+void print_line(const char* text);
+/// Prints bytes of text.
+void print_bytes(const char* text, size_t length);
+
+/// Hands a text to who takes the place of an outlet.
+void hand_over(uint32_t outlet, const char* format, va_list arguments) SIDEBAND_PRINTF(2, 0);
+/// Whether somebody takes an outlet's place.
+bool is_led(uint32_t outlet);
+/// See sideband_set_output().
+void lead_output(uint32_t outlets, sideband_output_op take, void* context);
+
+/// Gathers text, for which printf() costs more than the work that it tells of, and hands it to
+/// standard output in large pieces, the last one when this ends. What prints by other means
+/// meanwhile comes in front of what is gathered.
 class Output {
 public:
     Output() = default;

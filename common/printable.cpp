@@ -3,8 +3,9 @@
 #include "common/printable.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
+
+#include "common/output.h"
 
 namespace sideband {
 namespace {
@@ -110,7 +111,7 @@ void print_printable(Bytes text) {
         while (!text.empty() && text[0] != 0 && end <= shown + sizeof shown - kShownCharacterSize) {
             end = show_character(text, end);
         }
-        std::fwrite(shown, 1, static_cast<size_t>(end - shown), stdout);
+        print_bytes(shown, static_cast<size_t>(end - shown));
     }
 }
 

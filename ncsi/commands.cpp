@@ -3,9 +3,9 @@
 #include <sideband/ncsi.h>
 #include <sideband/platform.h>
 
-#include <cstdio>
 #include <cstring>
 
+#include "common/output.h"
 #include "ncsi/message.h"
 
 using namespace sideband;
@@ -30,12 +30,12 @@ bool discover(ncsi_ctx& ctx, unsigned package, unsigned number) {
     const uint8_t id = channel_id_of(package, number);
     ncsi_channel& channel = ctx.channels[number];
     if (plain_command(channel, NCSI_CLEAR_INITIAL_STATE, id) < 0) {
-        std::printf("clear init state failed. channel_id:%02x\n", id);
+        print_formatted("clear init state failed. channel_id:%02x\n", id);
         return false;
     }
     channel.channel_id = id;
     ++ctx.channel_num;
-    std::printf("discovery ncsi channel[%u], channel_id:%02x\n", number, id);
+    print_formatted("discovery ncsi channel[%u], channel_id:%02x\n", number, id);
     return true;
 }
 
@@ -50,7 +50,7 @@ int32_t address_package(ncsi_channel* channel, uint8_t type, uint32_t package_id
         result = plain_command(*channel, type, channel_id_of(package_id, ncsi::kWholePackage));
     }
     if (result < 0) {
-        console_log(failure, static_cast<int>(package_id));
+        print_on_console(failure, static_cast<int>(package_id));
     }
     return result;
 }
@@ -101,7 +101,7 @@ int32_t ncsi_oem_discovery(ncsi_ctx* ctx) {
                               request.room().data()) >= 0) {
             return 0;
         }
-        std::puts("clear init state failed.");
+        print_line("clear init state failed.");
     }
     return -1;
 }
@@ -121,7 +121,7 @@ int32_t ncsi_get_link_status(ncsi_channel* channel) {
     const uint32_t status = answer.body.be32();
     const int32_t result = finish(answer);
     if (result < 0) {
-        std::puts("get link status failed.");
+        print_line("get link status failed.");
         return result;
     }
     const uint32_t extended_speed = status >> kExtendedSpeedShift;

@@ -2,8 +2,7 @@
 // The life of an NC-SI context: an endpoint of its own, or one that is lent (DSP0261).
 #include <sideband/ncsi.h>
 
-#include <cstdio>
-
+#include "common/output.h"
 #include "ncsi/message.h"
 #include "transport/mctp.h"
 
@@ -35,14 +34,14 @@ int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
     ctx->mctp = nullptr;
     if (endpoint == nullptr) {
         ctx->last_error = error_of(SIDEBAND_CAUSE_MEMORY, SIDEBAND_STEP_SET_UP);
-        std::puts("can't alloc m_ctx");
+        print_line("can't alloc m_ctx");
         return -1;
     }
     install(*ctx, ncsi::transfer);
     if (mctp_init2(endpoint.get()) < 0) {
         ctx->last_error = endpoint->last_error;
         record_step(ctx->last_error, SIDEBAND_STEP_SET_UP);
-        std::puts("mctp discover failed");
+        print_line("mctp discover failed");
         return -1;
     }
     endpoint->msg_type = MCTP_MSG_TYPE_NCSI;
@@ -75,7 +74,7 @@ int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp) {
     const int32_t result = mctp_init2(mctp);
     ctx->last_error = mctp->last_error;
     if (result < 0) {
-        std::puts("binding method configure error");
+        print_line("binding method configure error");
         return -1;
     }
     return 0;

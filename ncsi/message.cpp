@@ -6,10 +6,10 @@
 #include <sideband/platform.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "common/lock.h"
+#include "common/output.h"
 
 namespace sideband::ncsi {
 namespace {
@@ -54,7 +54,7 @@ uint32_t checksum_of(std::span<const uint8_t> packet) {
 /// @return bytes to send; 0 if it has no header
 uint32_t complete(ncsi_ctx& ctx, uint32_t length, uint8_t* request) {
     if (length < NCSI_HEADER_SIZE) {
-        std::puts("the length of ncsi request is not enough!");
+        print_line("the length of ncsi request is not enough!");
         return 0;
     }
     if (length > kRequestLengthMax) {
@@ -145,7 +145,7 @@ int32_t judge(ncsi_ctx& ctx, const uint8_t* request, const uint8_t* response, in
     std::memcpy(head.data(), response, received);
     const uint8_t type = type_of(head.data());
     if (type != (type_of(request) | kResponseBit)) {
-        std::printf("the command code in the response(%x) is not right.", type);
+        print_formatted("the command code in the response(%x) is not right.", type);
         return fail(ctx.last_error, SIDEBAND_CAUSE_WRONG_TAG);
     }
     const Fault fault = mctp.strict != 0 ? fault_of(mctp, {request, NCSI_HEADER_SIZE},
@@ -161,8 +161,8 @@ int32_t judge(ncsi_ctx& ctx, const uint8_t* request, const uint8_t* response, in
     if (code == 0 && reason == 0 && received == head.size()) {
         return 0;
     }
-    std::printf("compleition is not successful(%x,%x) or return size(%x) is too small\n", code,
-                reason, static_cast<unsigned>(length));
+    print_formatted("compleition is not successful(%x,%x) or return size(%x) is too small\n", code,
+                    reason, static_cast<unsigned>(length));
     if (code != 0 || reason != 0) {
         record_code(ctx.last_error, SIDEBAND_CODE_NCSI, code, reason);
     }

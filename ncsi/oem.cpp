@@ -2,9 +2,9 @@
 // OEM commands of two makers of network controllers, and the tables that they are found in.
 #include <sideband/ncsi.h>
 
-#include <cstdio>
 #include <iterator>
 
+#include "common/output.h"
 #include "ncsi/message.h"
 
 using namespace sideband;
@@ -13,7 +13,8 @@ namespace {
 
 /// Says that a "get" failed.
 void report_failure(const char* function, const char* what, bool unsupported) {
-    std::printf("[%s] %s command %s\n", function, what, unsupported ? "unsupported!" : "failed.");
+    print_formatted("[%s] %s command %s\n", function, what,
+                    unsupported ? "unsupported!" : "failed.");
 }
 
 // ---- Broadcom ----
@@ -86,9 +87,9 @@ int32_t get_tlv(ncsi_channel& channel, Tlv& tlv, bool& unsupported) {
 
 void print_bytes(std::span<const uint8_t> bytes) {
     for (const uint8_t byte : bytes) {
-        std::printf(" %x", byte);
+        print_formatted(" %x", byte);
     }
-    std::puts("");
+    print_line("");
 }
 
 }  // namespace
@@ -168,7 +169,7 @@ int32_t ncsi_oem_brcm_set_preboot_server_config(ncsi_channel* channel) {
         .be16(setting);
     result = finish(exchange(*channel, request, 36));
     if (result < 0) {
-        std::printf("[%s] set preboot server config command failed.\n", kFunction);
+        print_formatted("[%s] set preboot server config command failed.\n", kFunction);
     }
     return result;
 }
@@ -200,7 +201,7 @@ int32_t ncsi_oem_mx_set_card_tlv_info(ncsi_channel* channel) {
     bool unsupported = false;
     int32_t result = get_tlv(*channel, tlv, unsupported);
     if (result < 0) {
-        std::printf("[%s] %s command failed.\n", kFunction, kGetTlv);
+        print_formatted("[%s] %s command failed.\n", kFunction, kGetTlv);
         return result;
     }
     const auto flags = static_cast<uint8_t>((tlv.flags & kTlvForeign) |
@@ -218,7 +219,7 @@ int32_t ncsi_oem_mx_set_card_tlv_info(ncsi_channel* channel) {
         .be16(channel->oem_value);
     result = finish(exchange(*channel, request, 32));
     if (result < 0) {
-        std::printf("[%s] set card tlv information command failed.\n", kFunction);
+        print_formatted("[%s] set card tlv information command failed.\n", kFunction);
     }
     return result;
 }
@@ -240,9 +241,9 @@ int32_t ncsi_oem_mx_get_pf_mac_address(ncsi_channel* channel) {
         report_failure(kFunction, "get pf mac address", answer.unsupported);
         return result;
     }
-    std::printf("[%s] get pf mac address resp:\n", kFunction);
+    print_formatted("[%s] get pf mac address resp:\n", kFunction);
     print_bytes(shown);
-    std::printf("[%s] mac address:\n", kFunction);
+    print_formatted("[%s] mac address:\n", kFunction);
     print_bytes(shown.subspan(kMac, kMacSize));
     return result;
 }

@@ -4,10 +4,10 @@
 #include <sideband/pldm.h>
 
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 #include "common/memory.h"
+#include "common/output.h"
 #include "common/wire.h"
 #include "pldm/message.h"
 #include "pldm/strict.h"
@@ -29,7 +29,7 @@ enum Command : uint8_t {
 PldmAnswer exchange_header(pldm_ctx* ctx, Command command, std::span<uint8_t> room,
                            const char* function, const char* call) {
     if (ctx == nullptr) {
-        std::printf("[%s] Null ptr error.\n", function);
+        print_formatted("[%s] Null ptr error.\n", function);
     }
     if (!begin(ctx)) {
         return {};
@@ -58,7 +58,7 @@ const char* type_name(unsigned type) {
 void print_types(uint8_t types) {
     for (unsigned type = 0; type < 8; ++type) {
         if ((types >> type & 1u) != 0) {
-            std::printf("%u: %s\n", type, type_name(type));
+            print_formatted("%u: %s\n", type, type_name(type));
         }
     }
 }
@@ -100,7 +100,7 @@ int32_t pldm_get_tid(pldm_ctx* ctx) {
         return result;
     }
     ctx->tid = tid;
-    std::printf("get tid: %d\n", ctx->tid);
+    print_formatted("get tid: %d\n", ctx->tid);
     return 0;
 }
 
@@ -115,7 +115,7 @@ int32_t pldm_get_version(pldm_ctx* ctx, uint8_t type) {
         ctx->last_error = error_of(SIDEBAND_CAUSE_MEMORY);
         return -1;
     }
-    std::printf("verion len : %d\n", 17);
+    print_formatted("verion len : %d\n", 17);
     uint32_t handle = 0;
     uint8_t operation = kGetFirstPart;
     for (int pass = 0; pass < kPassesMax; ++pass) {
@@ -133,7 +133,7 @@ int32_t pldm_get_version(pldm_ctx* ctx, uint8_t type) {
         operation = kGetNextPart;
     }
     fail_command(*ctx, SIDEBAND_CAUSE_MALFORMED);
-    std::printf("Get Version Timeout\n");
+    print_formatted("Get Version Timeout\n");
     return -1;
 }
 
@@ -174,7 +174,7 @@ int32_t pldm_get_commands(pldm_ctx* ctx) {
         version = ctx->pldm_version;
     }
     std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE + sizeof ctx->base_commands> room{};
-    std::printf("verion len : %d\n", static_cast<int>(room.size()));
+    print_formatted("verion len : %d\n", static_cast<int>(room.size()));
     PldmRequest request(PLDM_TYPE_BASE, kGetPldmCommands);
     request.fields.u8(PLDM_TYPE_BASE).le32(version);
     PldmAnswer answer = exchange(*ctx, request, room);

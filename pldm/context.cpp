@@ -3,9 +3,8 @@
 #include <sideband/debug_log.h>
 #include <sideband/pldm.h>
 
-#include <cstdio>
-
 #include "common/error.h"
+#include "common/output.h"
 #include "transport/mctp.h"
 
 using namespace sideband;
@@ -16,7 +15,7 @@ int32_t pldm_init(pldm_ctx* ctx) {
     }
     if (ctx->mctp != nullptr) {
         // The number is part of the text that log readers match.
-        std::printf("[%s:%d] release ptr in dangerous way.\n", "pldm_init", 411);
+        print_formatted("[%s:%d] release ptr in dangerous way.\n", "pldm_init", 411);
     }
     release(ctx->owned);
     *ctx = pldm_ctx{};
@@ -88,7 +87,7 @@ int32_t discover_pldm_terminus(pldm_ctx* ctx, const mctp_ctx* config) {
     const EndpointPtr endpoint = create_endpoint(*config);
     if (endpoint == nullptr) {
         error = error_of(SIDEBAND_CAUSE_MEMORY, SIDEBAND_STEP_SET_UP);
-        std::printf("can't alloc m_ctx\n");
+        print_formatted("can't alloc m_ctx\n");
         return -1;
     }
     if (mctp_init2(endpoint.get()) < 0) {

@@ -4,11 +4,11 @@
 #include <sideband/platform.h>
 #include <sideband/pldm_fru.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "common/memory.h"
+#include "common/output.h"
 #include "common/wire.h"
 
 using namespace sideband;
@@ -31,7 +31,7 @@ bool parse_field(WireReader& table, pldm_fru_field& field) {
     }
     auto copy = copy_bytes(value, 1);
     if (copy == nullptr) {
-        std::printf("Fail- memory alloc fial\n");
+        print_formatted("Fail- memory alloc fial\n");
         return false;
     }
     field.value = reinterpret_cast<char*>(copy.release());
@@ -66,7 +66,7 @@ int32_t pldm_parse_record_table(const uint8_t* table, pldm_fru_record* record, u
     record->fields =
         static_cast<pldm_fru_field*>(std::calloc(record->number_of_fields, sizeof(pldm_fru_field)));
     if (record->fields == nullptr) {
-        std::printf("Fail to alloc memory for FRU fields\n");
+        print_formatted("Fail to alloc memory for FRU fields\n");
         return PLDM_ERROR_ARGUMENT;
     }
     for (unsigned i = 0; i < record->number_of_fields; ++i) {
@@ -90,11 +90,11 @@ void freeFRUdata(pldm_fru_record* record) {
 }
 
 void print_pldm_metadata(pldm_fru_metadata metadata) {
-    console_log("majorver     = 0x%x\n", metadata.majorver);
-    console_log("minorver     = 0x%x\n", metadata.minorver);
-    console_log("maxsize      = 0x%x\n", metadata.maxsize);
-    console_log("table_len    = 0x%x\n", metadata.table_len);
-    console_log("setIdent_num = 0x%x\n", metadata.setIdent_num);
-    console_log("record_num   = 0x%x\n", metadata.record_num);
-    console_log("checksum     = 0x%x\n", metadata.checksum);
+    print_on_console("majorver     = 0x%x\n", metadata.majorver);
+    print_on_console("minorver     = 0x%x\n", metadata.minorver);
+    print_on_console("maxsize      = 0x%x\n", metadata.maxsize);
+    print_on_console("table_len    = 0x%x\n", metadata.table_len);
+    print_on_console("setIdent_num = 0x%x\n", metadata.setIdent_num);
+    print_on_console("record_num   = 0x%x\n", metadata.record_num);
+    print_on_console("checksum     = 0x%x\n", metadata.checksum);
 }

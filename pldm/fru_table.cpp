@@ -6,11 +6,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 #include "common/crc.h"
 #include "common/memory.h"
+#include "common/output.h"
 #include "common/printable.h"
 #include "common/wire.h"
 #include "pldm/message.h"
@@ -158,7 +158,7 @@ int32_t learn_table_facts(pldm_ctx& ctx, uint32_t expected, TableFacts& facts) {
         fail_command(ctx, SIDEBAND_CAUSE_ARGUMENT);
         return PLDM_ERROR_ARGUMENT;
     }
-    std::printf("recordTable_length = %d\n", static_cast<int>(length));
+    print_formatted("recordTable_length = %d\n", static_cast<int>(length));
     if (length > PLDM_FRU_TABLE_LENGTH_MAX) {
         debug_log("%s, table of %u bytes is too long\n", kReader, length);
         fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
@@ -173,9 +173,10 @@ int32_t learn_table_facts(pldm_ctx& ctx, uint32_t expected, TableFacts& facts) {
 int32_t take_part(PldmAnswer& answer, bool last, std::span<uint8_t>& rest) {
     const auto remaining = static_cast<int>(rest.size());
     if (last) {
-        std::printf("dump tmp_buf1, tem_len = %d\n", remaining);
+        print_formatted("dump tmp_buf1, tem_len = %d\n", remaining);
     } else {
-        std::printf("dump tmp_buf2, tem_len = %d, maxlen = %d\n", remaining, PLDM_FRU_PART_SIZE);
+        print_formatted("dump tmp_buf2, tem_len = %d, maxlen = %d\n", remaining,
+                        PLDM_FRU_PART_SIZE);
     }
     const size_t size = last ? rest.size() : std::min<size_t>(rest.size(), PLDM_FRU_PART_SIZE);
     const std::span<const uint8_t> data = answer.body.bytes(size);
@@ -184,7 +185,8 @@ int32_t take_part(PldmAnswer& answer, bool last, std::span<uint8_t>& rest) {
     }
     WireWriter(rest).bytes(data);
     if (!last && size != 0 && size < PLDM_FRU_PART_SIZE) {
-        std::printf("dump tmp_buf3, tem_len = %d, maxlen = %d\n", remaining, PLDM_FRU_PART_SIZE);
+        print_formatted("dump tmp_buf3, tem_len = %d, maxlen = %d\n", remaining,
+                        PLDM_FRU_PART_SIZE);
     }
     rest = rest.subspan(size);
     return 0;
@@ -202,15 +204,15 @@ int32_t read_parts(pldm_ctx& ctx, std::span<uint8_t> table) {
         fail_command(ctx, SIDEBAND_CAUSE_MEMORY);
         return PLDM_ERROR_ARGUMENT;
     }
-    std::printf("buf size = %d, RECORD_TABLE_RESP_REMAINING_BYTE =%d\n", static_cast<int>(size),
-                kBehindHeader);
+    print_formatted("buf size = %d, RECORD_TABLE_RESP_REMAINING_BYTE =%d\n", static_cast<int>(size),
+                    kBehindHeader);
     const std::span<uint8_t> response(room.get(), size);
     TableRequest request;
     SurplusReport surplus(kReader);
     for (std::span<uint8_t> rest = table;;) {
         PldmAnswer answer = request.exchange_with(ctx, response);
         if (answer.result < 0) {
-            std::printf("%s-%d command fail\n", kReader, 216);
+            print_formatted("%s-%d command fail\n", kReader, 216);
             return answer.result;
         }
         const uint8_t code = answer.header.completion;
@@ -326,17 +328,17 @@ PldmAnswer exchange_fixed_part(pldm_ctx& ctx, TableRequest& request, std::span<u
     print_line(kRule);
     const PldmAnswer answer = request.exchange_with(ctx, room);
     if (answer.result < 0) {
-        console_log("%s command fail\n", kFixedReader);
+        print_on_console("%s command fail\n", kFixedReader);
         return answer;
     }
     const uint8_t code = answer.header.completion;
     if (const char* name = ending_code_name(code)) {
-        console_log("%s\n", name);
+        print_on_console("%s\n", name);
         return answer;
     }
     print_line("====== pldm_get_FRU_record_table_M1 Resp =====");
     print_line(kRule);
-    std::printf("%s resp.h.completion =%d\n", kFixedReader, code);
+    print_formatted("%s resp.h.completion =%d\n", kFixedReader, code);
     ended = false;
     return answer;
 }
@@ -344,8 +346,8 @@ PldmAnswer exchange_fixed_part(pldm_ctx& ctx, TableRequest& request, std::span<u
 /// Copies what the last part brings.
 void take_last_fixed_part(const PldmAnswer& answer, std::span<uint8_t> rest, size_t length) {
     if (rest.size() > PLDM_FRU_PART_SIZE) {
-        console_log("len fail tmp_len =%d, data_len =%d\n", static_cast<int>(rest.size()),
-                    static_cast<int>(length - rest.size()));
+        print_on_console("len fail tmp_len =%d, data_len =%d\n", static_cast<int>(rest.size()),
+                         static_cast<int>(length - rest.size()));
         return;
     }
     const std::span<const uint8_t> data = answer.body.rest();
@@ -354,7 +356,7 @@ void take_last_fixed_part(const PldmAnswer& answer, std::span<uint8_t> rest, siz
                   static_cast<int>(rest.size()));
     }
     WireWriter(rest).bytes(data.first(std::min(data.size(), rest.size())));
-    std::printf("tmp_len =%d, data_len =%d\n", 0, static_cast<int>(length));
+    print_formatted("tmp_len =%d, data_len =%d\n", 0, static_cast<int>(length));
 }
 
 /// Copies a part that is not the last one, or what of it there is room for.
@@ -363,13 +365,13 @@ void take_fixed_part(std::span<const uint8_t> data, std::span<uint8_t>& rest, si
     WireWriter(rest).bytes(data);
     rest = rest.subspan(data.size());
     if (data.size() == PLDM_FRU_PART_SIZE) {
-        std::printf("tmp_len =%d, data_len =%d\n", static_cast<int>(rest.size()),
-                    static_cast<int>(length - rest.size()));
+        print_formatted("tmp_len =%d, data_len =%d\n", static_cast<int>(rest.size()),
+                        static_cast<int>(length - rest.size()));
         return;
     }
     print_line("=============Warning==============");
-    std::printf("dump tmp_buf3, tem_len = %d, maxlen = %d\n", static_cast<int>(data.size()),
-                PLDM_FRU_PART_SIZE);
+    print_formatted("dump tmp_buf3, tem_len = %d, maxlen = %d\n", static_cast<int>(data.size()),
+                    PLDM_FRU_PART_SIZE);
 }
 
 /// @return 0 or a negative result: what pldm_get_FRU_fields() prints, or why not
@@ -378,15 +380,15 @@ int32_t print_fields(std::span<const uint8_t> table, uint32_t field_id) {
     int32_t result =
         pldm_parse_record_table(table.data(), &record, static_cast<uint32_t>(table.size()));
     if (record.number_of_fields > PLDM_FRU_FIELDS_MAX) {
-        std::printf("%d field nums is too much, please check\n", record.number_of_fields);
+        print_formatted("%d field nums is too much, please check\n", record.number_of_fields);
         result = -3;
     } else {
-        std::printf("field_num = %d\n", record.number_of_fields);
+        print_formatted("field_num = %d\n", record.number_of_fields);
     }
     for (int i = 0; result == 0 && i < record.number_of_fields; ++i) {
         if (record.fields[i].type == field_id) {
-            std::printf("FRUData.fields[%d].ctx = %s\n", i,
-                        Printable(record.fields[i].value).text());
+            print_formatted("FRUData.fields[%d].ctx = %s\n", i,
+                            Printable(record.fields[i].value).text());
         }
     }
     freeFRUdata(&record);
@@ -465,7 +467,7 @@ int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination, int32_
 int32_t pldm_get_FRU_fields(pldm_ctx* ctx, uint32_t field_id) {
     const bool can_ask = begin(ctx);
     if (field_id < PLDM_FRU_FIELD_TYPE_MIN || field_id > PLDM_FRU_FIELD_TYPE_MAX) {
-        std::printf("%d - error fieldId. can't get the fields\n", static_cast<int>(field_id));
+        print_formatted("%d - error fieldId. can't get the fields\n", static_cast<int>(field_id));
         return -1;
     }
     TableFacts facts{};

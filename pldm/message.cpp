@@ -4,13 +4,13 @@
 #include <sideband/pldm.h>
 
 #include <algorithm>
-#include <cstdio>
 
 #include "common/error.h"
 #include "common/output.h"
 #include "common/sleep.h"
 #include "pldm/message.h"
 #include "pldm/strict.h"
+#include "transport/deadline.h"
 
 using namespace sideband;
 
@@ -67,7 +67,7 @@ uint8_t completion_code(const uint8_t* response, int32_t capacity) {
 
 int32_t judge(pldm_ctx& ctx, uint8_t command, int32_t length, uint8_t completion) {
     if (length < PLDM_RESPONSE_HEADER_SIZE) {
-        std::printf("return size(%d) is too small\n", length);
+        print_formatted("return size(%d) is too small\n", length);
         ctx.completion_code = completion;
         note_failure(ctx, command, SIDEBAND_CAUSE_MALFORMED);
         return -1;
@@ -75,7 +75,7 @@ int32_t judge(pldm_ctx& ctx, uint8_t command, int32_t length, uint8_t completion
     if (completion == PLDM_CC_SUCCESS) {
         return 0;
     }
-    std::printf("command:0x%x is not successful, completion code:0x%x\n", command, completion);
+    print_formatted("command:0x%x is not successful, completion code:0x%x\n", command, completion);
     ctx.completion_code = completion;
     note_code(ctx, command, completion);
     return -1;
@@ -162,10 +162,6 @@ int32_t fail_command(pldm_ctx& ctx, uint8_t cause) {
     return -1;
 }
 
-void print_line(const char* text) {
-    std::puts(text);
-}
-
 void print_framed(const char* first_line, std::span<const uint8_t> bytes, const char* last_line) {
     Output out;
     out.print_line(first_line);
@@ -236,11 +232,14 @@ int32_t pldm_send(pldm_ctx* ctx, uint32_t length, const uint8_t* message, uint8_
         if (mctp->send(mctp, length, message, tag_owner) >= 0) {
             return 0;
         }
+        if (is_over(*mctp)) {
+            break;
+        }
         sleep_us(kRetryPauseUs);
-        std::printf("do retrying to send PLDM messages %d - %d\n", command, attempt);
+        print_formatted("do retrying to send PLDM messages %d - %d\n", command, attempt);
     }
     ctx->completion_code = PLDM_CC_RETRIES_EXHAUSTED;
-    std::printf("failed to send PLDM messages\n");
+    print_formatted("failed to send PLDM messages\n");
     note_failure(*ctx, command, SIDEBAND_CAUSE_NOT_ACKNOWLEDGED);
     return -1;
 }
@@ -248,7 +247,7 @@ int32_t pldm_send(pldm_ctx* ctx, uint32_t length, const uint8_t* message, uint8_
 int32_t pldm_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_capacity,
                       uint8_t* request, uint8_t* response) {
     if (ctx == nullptr || response == nullptr || request == nullptr) {
-        std::printf("[%s] Null ptr error.\n", "pldm_transfer");
+        print_formatted("[%s] Null ptr error.\n", "pldm_transfer");
         if (ctx != nullptr) {
             ctx->last_error = kArgumentError;
         }
@@ -282,8 +281,11 @@ int32_t pldm_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_c
             return judge(*ctx, command, length, completion);
         }
         came_not_ready = length >= PLDM_RESPONSE_HEADER_SIZE;
+        if (is_over(*mctp)) {
+            break;
+        }
         sleep_us(kRetryPauseUs);
-        std::printf("do retrying to xfer PLDM messages - %d\n", attempt);
+        print_formatted("do retrying to xfer PLDM messages - %d\n", attempt);
     }
     ++ctx->instance_id;
     if (came_not_ready) {
@@ -291,7 +293,7 @@ int32_t pldm_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_c
     } else {
         note_failure(*ctx, ctx->last_command, SIDEBAND_CAUSE_NO_ANSWER);
     }
-    std::printf("failed to xfer PLDM messages\n");
+    print_formatted("failed to xfer PLDM messages\n");
     ctx->completion_code = PLDM_CC_RETRIES_EXHAUSTED;
     return -1;
 }

@@ -11,6 +11,7 @@
 #include <span>
 
 #include "common/error.h"
+#include "common/output.h"
 #include "common/wire.h"
 
 namespace sideband {
@@ -107,9 +108,6 @@ int32_t finish(const PldmAnswer& answer, const char* function);
 /// @param cause  SIDEBAND_CAUSE_..., in place of what was recorded
 /// @return -1
 [[gnu::cold]] int32_t fail_command(pldm_ctx& ctx, uint8_t cause);
-
-/// Prints a line to standard output.
-void print_line(const char* text);
 
 /// Prints bytes to standard output as dump_packet() does, between two lines.
 void print_framed(const char* first_line, std::span<const uint8_t> bytes, const char* last_line);

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 #include "common/memory.h"
@@ -71,13 +70,13 @@ bool count_reading(uint8_t operational_state) {
 int32_t judge_enables(const PldmAnswer& answer) {
     switch (answer.header.completion) {
         case PLDM_CC_SUCCESS:
-            console_log("pldm set state sensor enable success\n");
+            print_on_console("pldm set state sensor enable success\n");
             return 0;
         case kInvalidSensorId:
-            console_log("pldm set state sensor enable fail: PLDM_MONITOR_INVALID_SENSOR_ID\n");
+            print_on_console("pldm set state sensor enable fail: PLDM_MONITOR_INVALID_SENSOR_ID\n");
             return -1;
         case kEventGenerationNotSupported:
-            console_log(
+            print_on_console(
                 "pldm set state sensor enable fail: "
                 "PLDM_MONITOR_EVENT_GENERATION_NOT_SUPPORTED\n");
             return -1;
@@ -177,7 +176,7 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
         return PLDM_ERROR_ARGUMENT;
     }
     const size_t length = (size_t{count} + 3) * 2;
-    console_log("pldm_set_state_sensor_enable req_len =%d\n", static_cast<int>(length));
+    print_on_console("pldm_set_state_sensor_enable req_len =%d\n", static_cast<int>(length));
     // Deliberately never released: a transfer operation may hold on to the request.
     uint8_t* block = allocate_bytes(length).release();
     if (block == nullptr) {
@@ -186,7 +185,7 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
     }
     if (count > PLDM_COMPOSITE_SENSORS_MAX) {
         // NOLINTNEXTLINE(clang-analyzer-unix.Malloc)
-        console_log("invaild stats count: %d\n", count);
+        print_on_console("invaild stats count: %d\n", count);
         return -1;
     }
     PldmRequest request(PLDM_TYPE_MONITOR, kSetStateSensorEnables);
@@ -196,7 +195,7 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
     }
     const std::span<uint8_t> kept(block, length);
     std::memcpy(block, request.bytes().data(), length);
-    std::printf("====== set state sensor enable Req: len %d=====\n", static_cast<int>(length));
+    print_formatted("====== set state sensor enable Req: len %d=====\n", static_cast<int>(length));
     dump_packet(block, static_cast<int32_t>(length));
     print_line(kRequestEnd);
     std::array<uint8_t, PLDM_RESPONSE_HEADER_SIZE> room{};
@@ -230,7 +229,7 @@ int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, pldm_st
     }
     print_line("====== get State reading Resp =====");
     print_line(kResponseEnd);
-    std::printf("compositeSensorCount = %d\n", count);
+    print_formatted("compositeSensorCount = %d\n", count);
     for (unsigned left = readings_among(count); left > 0; --left) {
         const pldm_state_reading reading = read_state(answer.body);
         if (finish(answer, kFunction) < 0) {

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "common/output.h"
 #include "common/wire.h"
 #include "pldm/pdr.h"
 
@@ -106,7 +107,7 @@ int32_t pldm_parse_pdr(const uint8_t* raw, pldm_pdr* out) {
         case PLDM_PDR_TYPE_STATE_SENSOR:
             return pldm_parse_state_sensor_pdr(raw, &out->state);
         default:
-            console_log("[%s] unknow the PDR type\n", "pldm_parse_pdr");
+            print_on_console("[%s] unknow the PDR type\n", "pldm_parse_pdr");
             return -1;
     }
 }

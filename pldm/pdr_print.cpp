@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <span>
 
+#include "common/output.h"
 #include "common/wire.h"
 
 using namespace sideband;
@@ -109,12 +110,12 @@ void dump_numeric_sensor_pdr(const pldm_numeric_sensor_pdr* record) {
     }
     size_t count = 0;
     for (const uint8_t byte : bytes_of(*record)) {
-        console_log(" %02x", byte);
+        print_on_console(" %02x", byte);
         if (++count % kBytesPerLine == 0) {
-            console_log("\n");
+            print_on_console("\n");
         }
     }
-    console_log("\n");
+    print_on_console("\n");
 }
 
 void pldm_print_numeric_PDR(const pldm_numeric_sensor_pdr* record) {

@@ -4,11 +4,11 @@
 #include <sideband/pldm_monitor.h>
 
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 #include "common/crc.h"
 #include "common/memory.h"
+#include "common/output.h"
 #include "common/wire.h"
 #include "pldm/message.h"
 #include "pldm/pdr.h"
@@ -204,7 +204,7 @@ int32_t pldm_get_pdr_repository_info(pldm_ctx* ctx, uint32_t* record_count) {
         return -1;
     }
     *record_count = count;
-    std::printf("record_count = %d\n", static_cast<int>(count));
+    print_formatted("record_count = %d\n", static_cast<int>(count));
     print_framed("====== get pdr repo Resp =====", room, "==============================");
     return 0;
 }

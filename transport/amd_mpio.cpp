@@ -42,6 +42,8 @@ mctp_ctx sideband::mpio_for(const mctp_ctx& ctx) {
     mctp_ctx mpio{};
     _init_amd_mpio_ctx(&mpio);
     mpio.strict = ctx.strict;
+    mpio.deadline_s = ctx.deadline_s;
+    mpio.deadline_ms = ctx.deadline_ms;
     return mpio;
 }
 

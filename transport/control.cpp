@@ -9,6 +9,7 @@
 #include <span>
 
 #include "common/error.h"
+#include "common/output.h"
 #include "common/sleep.h"
 #include "transport/control.h"
 #include "transport/eid_pool.h"
@@ -177,7 +178,7 @@ int32_t read_routing_table(mctp_ctx* ctx, uint8_t entry_handle, RoutingTable roo
     Answer answer = exchange(ctx, kGetRoutingTableEntries, {&entry_handle, 1}, room);
     answer.data.skip(kHandleAndCount);
     if (finish(answer) < 0) {
-        console_log("[%s] failed\n", "mctp_get_routing_table_entries");
+        print_on_console("[%s] failed\n", "mctp_get_routing_table_entries");
         return -1;
     }
     return answer.result;
@@ -221,7 +222,7 @@ int32_t mctp_get_endpoint_uuid(mctp_ctx* ctx) {
     Answer answer = exchange(ctx, kGetEndpointUuid, {}, room);
     const auto uuid = answer.data.bytes(sizeof ctx->uuid);
     if (finish(answer) < 0) {
-        console_log("fail to get mctp UUID\n");
+        print_on_console("fail to get mctp UUID\n");
         return -1;
     }
     std::memcpy(ctx->uuid, uuid.data(), sizeof ctx->uuid);
@@ -240,7 +241,7 @@ int32_t mctp_allocate_endpoint_ids(mctp_ctx* ctx, uint8_t operation, uint8_t poo
         result = refuse(answer);
     }
     if (result < 0) {
-        console_log("[%s] failed\n", "mctp_allocate_endpoint_ids");
+        print_on_console("[%s] failed\n", "mctp_allocate_endpoint_ids");
         return -1;
     }
     return 0;

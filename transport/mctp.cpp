@@ -2,10 +2,10 @@
 // The endpoint context: set-up by binding kind, and the trace of dropped packets.
 #include <sideband/mctp.h>
 
-#include <cstdio>
 #include <cstdlib>
 
 #include "common/error.h"
+#include "common/output.h"
 #include "transport/eid_pool.h"
 #include "transport/mctp.h"
 #include "transport/pcie_message.h"
@@ -164,13 +164,13 @@ int32_t mctp_init2_with_i2c_delay(mctp_ctx* ctx) {
 
 void dump_packets(int32_t length, const uint8_t* packet) {
     // File and line are part of the text that log readers match; they are not this call's place.
-    std::printf("[%s:%d] Dumping Packets....\n", "transport/mctp", 42);
-    std::printf("===== mctp payload packets(len: %d)=====\n", length);
+    print_formatted("[%s:%d] Dumping Packets....\n", "transport/mctp", 42);
+    print_formatted("===== mctp payload packets(len: %d)=====\n", length);
     for (int32_t i = 0; packet != nullptr && i < length; ++i) {
         if (i != 0 && i % 12 == 0) {
-            std::printf("\n");
+            print_formatted("\n");
         }
-        std::printf(" %02x", packet[i]);
+        print_formatted(" %02x", packet[i]);
     }
-    std::printf("\n===========================");
+    print_formatted("\n===========================");
 }

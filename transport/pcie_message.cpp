@@ -13,6 +13,7 @@
 #include "common/error.h"
 #include "common/wire.h"
 #include "transport/control.h"
+#include "transport/deadline.h"
 #include "transport/mctp.h"
 #include "transport/pcie_binding.h"
 
@@ -161,6 +162,9 @@ int32_t receive(mctp_ctx& ctx, int32_t length, const uint8_t* buffer, bool any_t
     wanted.any_type = any_type;
     int32_t received = kForeign;
     for (int passed_over = 0; received == kForeign && passed_over < kPassedOverMax; ++passed_over) {
+        if (is_over(ctx)) {
+            return fail(ctx.last_error, SIDEBAND_CAUSE_DEADLINE);
+        }
         record = {};
         received = read_message(ctx, length, buffer, record);
         if (received < 1 || received > PLT_PCIE_MESSAGE_SIZE) {
@@ -217,6 +221,9 @@ int32_t pcie_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t /
         !build_message(*ctx, length, body, record)) {
         return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
+    if (is_over(*ctx)) {
+        return fail(ctx->last_error, SIDEBAND_CAUSE_DEADLINE);
+    }
     ctx->route = is_for_root_complex(*ctx, length, body) ? PLT_PCIE_ROUTE_TO_ROOT_COMPLEX
                                                          : PLT_PCIE_ROUTE_BY_ID;
     if (is_stock(*ctx)) {
@@ -248,6 +255,9 @@ int32_t pcie_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_lengt
         (response == nullptr && response_length != 0) ||
         !build_message(*ctx, request_length, request, record)) {
         return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
+    }
+    if (is_over(*ctx)) {
+        return fail(ctx->last_error, SIDEBAND_CAUSE_DEADLINE);
     }
     ctx->binding_eids[0] = ctx->src_eid;
     ctx->binding_eids[1] = ctx->dest_eid;

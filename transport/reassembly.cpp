@@ -7,13 +7,14 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <span>
 
 #include "common/crc.h"
 #include "common/error.h"
+#include "common/output.h"
 #include "common/wire.h"
+#include "transport/deadline.h"
 #include "transport/mctp.h"
 #include "transport/packet.h"
 #include "transport/smbus_binding.h"
@@ -199,7 +200,7 @@ private:
 
     void report_rest() const {
         const uint32_t rest = dropped_ - kReportedPacketsMax;
-        std::printf("\n[%s] %u more packets dropped\n", kReceiveName, rest);
+        print_formatted("\n[%s] %u more packets dropped\n", kReceiveName, rest);
         debug_log("[%s] %u more packets dropped\n", kReceiveName, rest);
     }
 
@@ -246,6 +247,9 @@ private:
 
 int32_t Reassembly::assemble() {
     while (fruitless_ < kDroppedPacketsMax) {
+        if (is_over(ctx_)) {
+            return fail(ctx_.last_error, SIDEBAND_CAUSE_DEADLINE);
+        }
         const int32_t wanted = wanted_length();
         const int32_t length = read(wanted);
         if (length < 0) {
@@ -402,7 +406,8 @@ bool Reassembly::refuse_tag(PacketHeader header, int32_t length) {
 
 bool Reassembly::refuse_length(int32_t length, int32_t wanted) {
     if (reports()) {
-        console_log("MCTP buffer space is not enough due to the length(%d ,%d)!\n", wanted, length);
+        print_on_console("MCTP buffer space is not enough due to the length(%d ,%d)!\n", wanted,
+                         length);
     }
     go_on();
     return drop(length);

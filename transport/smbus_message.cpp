@@ -14,6 +14,7 @@
 #include "common/sleep.h"
 #include "common/wire.h"
 #include "transport/control.h"
+#include "transport/deadline.h"
 #include "transport/mctp.h"
 #include "transport/packet.h"
 #include "transport/reassembly.h"
@@ -88,6 +89,9 @@ int32_t send_message(mctp_ctx& ctx, size_t length, const uint8_t* body, uint8_t 
                      bool integrity_check) {
     if (!can_send(ctx, length, body)) {
         return fail(ctx.last_error, SIDEBAND_CAUSE_ARGUMENT);
+    }
+    if (is_over(ctx)) {
+        return fail(ctx.last_error, SIDEBAND_CAUSE_DEADLINE);
     }
     OutgoingBytes bytes(ctx.msg_type, {body, length}, integrity_check);
     const size_t unit = ctx.unit_size;

@@ -21,7 +21,9 @@
 #include "common/clock.h"
 #include "common/crc.h"
 #include "common/error.h"
+#include "common/output.h"
 #include "common/wire.h"
+#include "transport/deadline.h"
 #include "transport/mctp.h"
 #include "transport/socket_table.h"
 
@@ -114,8 +116,8 @@ uint8_t cause_of(int error) {
 bool report(mctp_ctx& ctx, const char* call) {
     const int error = errno;
     fail(ctx.last_error, cause_of(error), static_cast<uint16_t>(error));
-    console_log("[%s] EID %d of network %u, %s: %s%s\n", kName, ctx.dest_eid, ctx.pcie_param, call,
-                std::strerror(error), hint_for(error));
+    print_on_console("[%s] EID %d of network %u, %s: %s%s\n", kName, ctx.dest_eid, ctx.pcie_param,
+                     call, std::strerror(error), hint_for(error));
     return false;
 }
 
@@ -151,8 +153,9 @@ bool open_listener(mctp_ctx& ctx, Socket& socket) {
 bool have_listener(mctp_ctx& ctx, Held& held) {
     if (!held) {
         fail(ctx.last_error, SIDEBAND_CAUSE_LOCK);
-        console_log("[%s] EID %d of network %u: another thread receives the requests of devices\n",
-                    kName, ctx.dest_eid, ctx.pcie_param);
+        print_on_console(
+            "[%s] EID %d of network %u: another thread receives the requests of devices\n", kName,
+            ctx.dest_eid, ctx.pcie_param);
         return false;
     }
     if (!open_listener(ctx, *held)) {
@@ -282,6 +285,10 @@ bool transmit_request(mctp_ctx& ctx, Socket& socket, std::span<const uint8_t> bo
 }
 
 bool send_request(mctp_ctx& ctx, Socket& socket, std::span<const uint8_t> body) {
+    if (is_over(ctx)) {
+        fail(ctx.last_error, SIDEBAND_CAUSE_DEADLINE);
+        return false;
+    }
     const Step step = step_of(ctx, body);
     if ((step == Step::kBegin || step == Step::kTransfer) && !listen_from(ctx, step)) {
         return false;
@@ -308,8 +315,8 @@ Socket* place_for(mctp_ctx& ctx) {
     Socket* const place = claim_place();
     if (place == nullptr) {
         fail(ctx.last_error, SIDEBAND_CAUSE_SYSTEM, EBUSY);
-        console_log("[%s] EID %d of network %u: %zu requests wait for their answers\n", kName,
-                    ctx.dest_eid, ctx.pcie_param, kRequestsMax);
+        print_on_console("[%s] EID %d of network %u: %zu requests wait for their answers\n", kName,
+                         ctx.dest_eid, ctx.pcie_param, kRequestsMax);
     }
     return place;
 }
@@ -320,6 +327,9 @@ int32_t send_answer(mctp_ctx& ctx, std::span<const uint8_t> body) {
         errno = EOPNOTSUPP;
         report(ctx, "answer");
         return -1;
+    }
+    if (is_over(ctx)) {
+        return fail(ctx.last_error, SIDEBAND_CAUSE_DEADLINE);
     }
     Held held(claim_listener());
     if (!have_listener(ctx, held)) {
@@ -338,8 +348,9 @@ constexpr size_t kCheckedMax = 4224;
 /// The low half of what other bindings hand to the platform's read, in milliseconds.
 uint32_t wait_of(const mctp_ctx& ctx) {
     constexpr uint32_t kMask = 0xFFFF;
-    const uint32_t wait = ctx.route & kMask;
-    return wait != 0 ? wait : MCTP_SOCKET_WAIT_DEFAULT_MS;
+    const uint32_t named = ctx.route & kMask;
+    const uint32_t wait = named != 0 ? named : MCTP_SOCKET_WAIT_DEFAULT_MS;
+    return ctx.deadline_s == 0 ? wait : std::min(wait, time_left_ms(ctx.section));
 }
 
 /// The wait for one message.
@@ -402,6 +413,9 @@ int32_t Reception::wait() {
     }
     debug_log("[%s] EID %d of network %u: nothing within %u ms\n", kName, ctx_.dest_eid,
               ctx_.pcie_param, wait);
+    if (is_over(ctx_)) {
+        return fail(ctx_.last_error, SIDEBAND_CAUSE_DEADLINE);
+    }
     return fail(ctx_.last_error, dropped_ != 0 ? dropped_for_ : SIDEBAND_CAUSE_NO_ANSWER);
 }
 

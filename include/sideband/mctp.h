@@ -372,6 +372,22 @@ SIDEBAND_EXPORT int32_t mctp_init2(mctp_ctx* ctx);
  */
 SIDEBAND_EXPORT int32_t mctp_init2_with_i2c_delay(mctp_ctx* ctx);
 
+/**
+ * Sets a time limit for all that goes over a context from now on, however many calls and exchanges
+ * that takes: a walk through all PDRs, the update of a firmware, an NVMe-MI command with its "more
+ * processing required". It stands until it is set anew, and goes into the endpoints that are made
+ * after this one's configuration, and into those that are made to ask the MPIO for it.
+ *
+ * It is looked at where the library begins to send a message and where it waits for a packet or,
+ * over PCIe, a message; sockets wait no longer than it. A wait of the platform that has begun ends
+ * as the platform has it. Once it has passed nothing is sent nor received: calls fail with their
+ * ordinary results and SIDEBAND_CAUSE_DEADLINE, and are not tried again. A device that was in the
+ * middle of something stays there: who wants to cancel an update sets another limit first. It is
+ * kept to the tick of the system's clock, a few milliseconds.
+ * @param ms_from_now  milliseconds; 0: no limit any more
+ */
+SIDEBAND_EXPORT void mctp_set_deadline(mctp_ctx* ctx, uint32_t ms_from_now);
+
 /* ---- SMBus binding (DSP0237, clause 6) ------------------------------------------------------ */
 
 /**

@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 #include "common/file.h"
 #include "common/memory.h"
+#include "common/output.h"
 #include "pldm/update/message.h"
 #include "pldm/update/package.h"
 #include "transport/pcie_message.h"
@@ -96,7 +96,7 @@ int32_t refuse_package_data(pldm_fw_update_ctx& ctx, const uint8_t* req, uint32_
     package_data_progress = {};
     const int32_t result = send_answer(ctx, answer);
     if (result < 0) {
-        std::printf("error handling response fail, rc =%d\n", result);
+        print_formatted("error handling response fail, rc =%d\n", result);
     }
     return fail_request(ctx, kGetPackageData, SIDEBAND_CAUSE_MALFORMED);
 }
@@ -122,8 +122,8 @@ int32_t send_package_data(pldm_fw_update_ctx& ctx, const uint8_t* req, uint32_t 
         return fail_request(ctx, kGetPackageData, SIDEBAND_CAUSE_MEMORY);
     }
     const std::span<uint8_t> answer(room.get(), size);
-    std::printf("resp_len = %d, transfer_size = %d\n", static_cast<int>(size),
-                static_cast<int>(part));
+    print_formatted("resp_len = %d, transfer_size = %d\n", static_cast<int>(size),
+                    static_cast<int>(part));
     start_answer(answer, req, PLDM_CC_SUCCESS)
         .le32(next_handle)
         .u8(transfer_flag(progress.requests == 1, last));
@@ -138,7 +138,7 @@ int32_t send_package_data(pldm_fw_update_ctx& ctx, const uint8_t* req, uint32_t 
     if (last) {
         progress = {};
     }
-    std::printf("pldm_get_package_data e rc = %d, last_part =%d\n", result, last ? 1 : 0);
+    print_formatted("pldm_get_package_data e rc = %d, last_part =%d\n", result, last ? 1 : 0);
     return last ? 1 : result;
 }
 
@@ -238,7 +238,7 @@ void report_progress(pldm_fw_update_ctx& ctx, const Piece& piece, uint32_t compo
     const uint8_t shown = percentage_of(end);
     if (shown != printed_percentage) {
         printed_percentage = shown;
-        std::printf("%d%%\n", shown);
+        print_formatted("%d%%\n", shown);
     }
     const uint8_t percentage = percentage_of(std::min<uint64_t>(end, component_size));
     if (percentage >= ctx.last_percentage + kStep) {
@@ -339,7 +339,7 @@ int32_t pldm_get_package_data(pldm_fw_update_ctx* ctx, const uint8_t* req) {
         return -1;
     }
     ++package_data_progress.requests;
-    std::printf("cmd_idx = %d\n", static_cast<int>(package_data_progress.requests));
+    print_formatted("cmd_idx = %d\n", static_cast<int>(package_data_progress.requests));
     WireReader reader = fields_of(req);
     PackageDataRequest request;
     request.handle = reader.le32();
@@ -368,8 +368,8 @@ int32_t pldm_request_fw_data(pldm_fw_update_ctx* ctx, const uint8_t* req) {
     piece.offset = reader.le32();
     piece.length = reader.le32();
     if (piece.offset < kShownBelow) {
-        std::printf("image length = 0x%x, offset = 0x%x\n", static_cast<unsigned>(file.size()),
-                    piece.offset);
+        print_formatted("image length = 0x%x, offset = 0x%x\n", static_cast<unsigned>(file.size()),
+                        piece.offset);
     }
     const pldm_update_component* element = update_element(*ctx, ctx->component_index);
     if (element == nullptr) {
@@ -386,17 +386,18 @@ int32_t pldm_transfer_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {
     if (!can_answer(ctx, req)) {
         return -1;
     }
-    std::printf("TransferResult: 0x%x\n", fields_of(req).u8());
+    print_formatted("TransferResult: 0x%x\n", fields_of(req).u8());
     if (ctx->state != kStateDownload) {
         // Reported only: devices that send it again get the same answer again.
-        std::printf("%s command not expected, state: 0x%x\n", "pldm_transfer_complete", ctx->state);
+        print_formatted("%s command not expected, state: 0x%x\n", "pldm_transfer_complete",
+                        ctx->state);
     }
     const uint8_t result = acknowledge(*ctx, req);
     if (result == 0) {
         ctx->state = kStateVerify;
         return 0;
     }
-    std::printf("transfer complete with error %d\n", result);
+    print_formatted("transfer complete with error %d\n", result);
     return give_component_up(*ctx, PLDM_FW_MARK_TRANSFER_COMPLETE, result);
 }
 
@@ -404,13 +405,13 @@ int32_t pldm_verify_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {
     if (!can_answer(ctx, req)) {
         return -1;
     }
-    std::printf("VerifyResult: %x\n", fields_of(req).u8());
+    print_formatted("VerifyResult: %x\n", fields_of(req).u8());
     const uint8_t result = acknowledge(*ctx, req);
     if (result == 0) {
         ctx->state = kStateApply;
         return 0;
     }
-    std::printf("verify complete with error %d\n", result);
+    print_formatted("verify complete with error %d\n", result);
     return give_component_up(*ctx, PLDM_FW_MARK_VERIFY_COMPLETE, result);
 }
 
@@ -423,15 +424,15 @@ int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {
     WireReader reader = fields_of(req);
     const uint8_t reported = reader.u8();
     const uint8_t modification_low = reader.u8();
-    std::printf("AppleResult: 0x%x - (%x,%x)\n", reported, modification_low, reader.u8());
+    print_formatted("AppleResult: 0x%x - (%x,%x)\n", reported, modification_low, reader.u8());
     const uint8_t result = acknowledge(*ctx, req);
     if (result <= kAppliedWithModification) {
-        std::printf("Apply complete success ctx->component_index =%d\n", ctx->component_index);
+        print_formatted("Apply complete success ctx->component_index =%d\n", ctx->component_index);
         if (advance_component(*ctx)) {
             fw_update_state_fn(ctx);
         }
         return 0;
     }
-    std::printf("Apply complete with error %d\n", result);
+    print_formatted("Apply complete with error %d\n", result);
     return give_component_up(*ctx, PLDM_FW_MARK_APPLY_COMPLETE, result);
 }

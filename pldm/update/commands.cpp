@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 #include "common/memory.h"
+#include "common/output.h"
 #include "common/printable.h"
 #include "common/sleep.h"
 #include "pldm/strict.h"
@@ -22,11 +22,13 @@ namespace {
 constexpr uint8_t kOutstandingTransferRequests = 1;
 
 void warn_of_record(unsigned index, const pldm_device_record& record) {
-    std::printf("Warning. record[%u] component image has something wrong\n", index);
-    std::printf("component_image_string_type = %d\n", record.component_image_set_ver_string_type);
-    std::printf("component_image_string_len  = %d\n", record.component_image_set_ver_string_len);
-    std::printf("component_image_set_ver_string = %s\n",
-                Printable(record.image_version_string).text());
+    print_formatted("Warning. record[%u] component image has something wrong\n", index);
+    print_formatted("component_image_string_type = %d\n",
+                    record.component_image_set_ver_string_type);
+    print_formatted("component_image_string_len  = %d\n",
+                    record.component_image_set_ver_string_len);
+    print_formatted("component_image_set_ver_string = %s\n",
+                    Printable(record.image_version_string).text());
 }
 
 PldmAnswer exchange_request_update(pldm_fw_update_ctx& ctx, const pldm_device_record& record,
@@ -109,7 +111,7 @@ PldmAnswer exchange_update_component(pldm_fw_update_ctx& ctx, const pldm_update_
     if (pldm_force_update_flag != 0) {
         options |= kForceUpdate;
     }
-    std::printf(
+    print_formatted(
         "classification : %x,\nidentifier : %x,\nclassification_index : %x,\n"
         "component_comparison_stamp : %x,\ncomponent_size : %x,\n",
         component.classification, component.identifier, index, component.comparison_stamp,
@@ -145,8 +147,8 @@ int32_t judge_component(pldm_fw_update_ctx& ctx, unsigned index, PldmAnswer& ans
         return 0;
     }
     if (compatibility == kWillNotBeUpdated) {
-        std::printf("Component will no be updated, response code: 0x%x,\n", code);
-        std::printf("Give up component image index = %u\n", index);
+        print_formatted("Component will no be updated, response code: 0x%x,\n", code);
+        print_formatted("Give up component image index = %u\n", index);
     } else {
         debug_log("%s, unknown compatibility response 0x%x\n", "pldm_update_component_table",
                   compatibility);
@@ -323,14 +325,14 @@ int32_t pldm_activate_firmware(pldm_fw_update_ctx* ctx) {
     std::array<uint8_t, 6> room{};
     PldmAnswer answer = exchange(ctx->pldm, request, room);
     const uint8_t completion = answer.header.completion;
-    std::printf("activate fw completion code: %x\n", completion);
+    print_formatted("activate fw completion code: %x\n", completion);
     if (refuses_activation(completion)) {
         return -1;
     }
     const uint16_t activation_time = answer.body.le16();
     const int32_t result = finish(answer, "pldm_activate_firmware");
     if (result == 0) {
-        std::printf("activation time: %x\n", activation_time);
+        print_formatted("activation time: %x\n", activation_time);
     }
     return result;
 }
@@ -347,13 +349,13 @@ int32_t pldm_get_status(pldm_fw_update_ctx* ctx) {
     if (result < 0) {
         return result;
     }
-    std::printf("state: %d\n", fields.u8());
-    std::printf("pre state: %d\n", fields.u8());
-    std::printf("aux state: %d\n", fields.u8());
-    std::printf("aux state status: %d\n", fields.u8());
-    std::printf("percentage: %d\n", fields.u8());
-    std::printf("reason_code : %d\n", fields.u8());
-    std::printf("update option flags %d\n", fields.u8());
+    print_formatted("state: %d\n", fields.u8());
+    print_formatted("pre state: %d\n", fields.u8());
+    print_formatted("aux state: %d\n", fields.u8());
+    print_formatted("aux state status: %d\n", fields.u8());
+    print_formatted("percentage: %d\n", fields.u8());
+    print_formatted("reason_code : %d\n", fields.u8());
+    print_formatted("update option flags %d\n", fields.u8());
     return 0;
 }
 

@@ -3,11 +3,11 @@
 // PassComponentTable command).
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
+#include "common/output.h"
 #include "pldm/update/message.h"
 
 using namespace sideband;
@@ -45,8 +45,8 @@ bool fill_update_list(pldm_fw_update_ctx& ctx) {
         element.image = ctx.component_images[i];
         const Component component(element.image);
         if (!find_classification_index(ctx, component, element.classification_index)) {
-            std::printf("can't find the classification index!. (%d,%d)\n", component.classification,
-                        component.identifier);
+            print_formatted("can't find the classification index!. (%d,%d)\n",
+                            component.classification, component.identifier);
             return false;
         }
     }

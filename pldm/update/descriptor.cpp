@@ -129,8 +129,8 @@ int32_t sideband::compare(const Descriptor& wanted, const Descriptor& found) {
         if (wanted.value[0] <= found.value[0]) {
             return 0;
         }
-        console_log("error desc_type: 103 desc: 0x%x, desc1 =0x%x", wanted.value[0],
-                    found.value[0]);
+        print_on_console("error desc_type: 103 desc: 0x%x, desc1 =0x%x", wanted.value[0],
+                         found.value[0]);
         return 1;
     }
     return std::memcmp(wanted.value.data(), found.value.data(), wanted.value.size());

@@ -3,10 +3,10 @@
 #include <sideband/debug_log.h>
 #include <sideband/platform.h>
 
-#include <cstdio>
 #include <span>
 
 #include "common/lock.h"
+#include "common/output.h"
 #include "pldm/update/message.h"
 
 using namespace sideband;
@@ -141,7 +141,7 @@ int32_t match_record(const Check& check, pldm_fw_update_ctx& ctx) {
     }
     for (unsigned i = 0; i < ctx.device_record_num; ++i) {
         if (pldm_query_device_identifiers(&ctx, &ctx.records[i]) == 0) {
-            std::printf("%uth Record pass\n", i + 1);
+            print_formatted("%uth Record pass\n", i + 1);
             return kMatches;
         }
     }

@@ -4,8 +4,8 @@
 #include <sideband/platform.h>
 
 #include <algorithm>
-#include <cstdio>
 
+#include "common/output.h"
 #include "common/printable.h"
 #include "pldm/update/message.h"
 #include "transport/mctp.h"
@@ -96,11 +96,13 @@ bool load_package(const char* path, pldm_fw_update_ctx& ctx) {
 }
 
 void print_versions(const pldm_fw_update_ctx& ctx, uint32_t flags) {
-    std::printf("FD active component version : %s\n", Printable(ctx.active_version_string).text());
-    std::printf("FD pending component version : %s\n",
-                Printable(ctx.pending_version_string).text());
+    print_formatted("FD active component version : %s\n",
+                    Printable(ctx.active_version_string).text());
+    print_formatted("FD pending component version : %s\n",
+                    Printable(ctx.pending_version_string).text());
     if ((flags & PLDM_FW_FLAG_SHOW_IMAGE) != 0) {
-        std::printf("Image component version : %s\n", Printable(ctx.package_version_string).text());
+        print_formatted("Image component version : %s\n",
+                        Printable(ctx.package_version_string).text());
     }
 }
 
@@ -124,9 +126,9 @@ private:
     void announce() {
         ctx_.record_index = 0;
         report_percentage(ctx_, kStartPercentage);
-        std::printf("average percentage     = %u\n", step_);
-        std::printf("  device_record_num    = %d\n", ctx_.device_record_num);
-        std::printf("  component_num        = %d\n", ctx_.component_num);
+        print_formatted("average percentage     = %u\n", step_);
+        print_formatted("  device_record_num    = %d\n", ctx_.device_record_num);
+        print_formatted("  component_num        = %d\n", ctx_.component_num);
         print_line("====================parsing file finishes==============");
     }
 
@@ -165,7 +167,7 @@ private:
         const int32_t cancelled = pldm_cancel_update(&ctx_);
         if (cancelled < 0) {
             result_ = cancelled;
-            std::printf("the error code of pldm_cancel_update is %x\n", cancelled);
+            print_formatted("the error code of pldm_cancel_update is %x\n", cancelled);
             return false;
         }
         report_percentage(ctx_, static_cast<uint8_t>(step_ * ctx_.record_index + kStartPercentage));

@@ -88,7 +88,7 @@ private:
 };
 
 bool refuse() {
-    std::puts("boundary check failed");
+    print_line("boundary check failed");
     return false;
 }
 
@@ -114,10 +114,10 @@ bool Parser::read_identifier() {
     // Later header formats have identifiers of their own, so that none of them gets past this.
     if (file_.size() < sizeof kIdentifier ||
         std::memcmp(file_.data(), kIdentifier, sizeof kIdentifier) != 0) {
-        console_log("package header id mismatch!\n");
+        print_on_console("package header id mismatch!\n");
         return false;
     }
-    std::puts("package header id passed!");
+    print_line("package header id passed!");
     return true;
 }
 
@@ -131,9 +131,9 @@ bool Parser::read_header() {
     const uint8_t revision = reader.u8();
     print("Header format version is %x\n", revision);
     if (revision == 1) {
-        console_log("Header format version 1.0.x\n");
+        print_on_console("Header format version 1.0.x\n");
     } else if (revision == 2) {
-        console_log("Header format version 1.1.x\n");
+        print_on_console("Header format version 1.1.x\n");
     }
     const uint16_t header_size = reader.le16();
     limit_ = header_size - static_cast<int32_t>(kChecksumSize);
@@ -206,7 +206,7 @@ void print_record(unsigned index, const pldm_device_record& record) {
     const uint8_t* descriptor = record.descriptors;
     for (unsigned i = 0; i < record.desc_num; ++i) {
         if (pldm_parse_record_descriptors(descriptor) != 0) {
-            std::puts("parse descriptot fail");
+            print_line("parse descriptot fail");
             return;
         }
         descriptor += Descriptor(descriptor).size();
@@ -215,7 +215,7 @@ void print_record(unsigned index, const pldm_device_record& record) {
 
 bool Parser::read_record(unsigned index) {
     if (index >= ctx_.device_record_num) {
-        console_log("device record index is out of range.\n");
+        print_on_console("device record index is out of range.\n");
         return false;
     }
     pldm_device_record& record = ctx_.records[index];
@@ -361,7 +361,7 @@ bool Parser::compare_checksum() {
         stored == crc32(0, file_.first(static_cast<size_t>(limit_)))) {
         return true;
     }
-    std::puts("checksum checking failed.");
+    print_line("checksum checking failed.");
     return false;
 }
 
@@ -400,7 +400,7 @@ bool sideband::map_file(const char* path, MappedFile& file) {
     // As open_regular(), but what is no regular file counts as one that cannot be mapped.
     File opened(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!opened) {
-        std::printf("can't open file %s\n", path);
+        print_formatted("can't open file %s\n", path);
         return false;
     }
     FileStamp stamp{};
@@ -411,7 +411,7 @@ bool sideband::map_file(const char* path, MappedFile& file) {
                        opened.descriptor(), 0);
     }
     if (mapping == MAP_FAILED) {
-        std::printf("can't map the file %s\n", path);
+        print_formatted("can't map the file %s\n", path);
         return false;
     }
     file = {opened.release(), mapping, static_cast<size_t>(stamp.size), stamp};
@@ -451,7 +451,7 @@ int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ctx) {
     ctx->last_error = error_of(SIDEBAND_CAUSE_FILE, SIDEBAND_STEP_FILE);
     MappedFile file;
     if (!map_file(path, file)) {
-        std::puts("open_file_fail");
+        print_line("open_file_fail");
         return -1;
     }
     release_package(*ctx);
@@ -463,7 +463,7 @@ int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ctx) {
         ctx->last_error = kNoError;
     }
     close_pldm_file(file.descriptor, file.address, file.size);
-    console_log("[RUWA][%s]res=%d \n", "pldm_parse_file", result);
+    print_on_console("[RUWA][%s]res=%d \n", "pldm_parse_file", result);
     return result;
 }
 
@@ -474,21 +474,22 @@ int32_t pldm_parse_component_image(const void* /*ignored*/, const uint8_t* entry
     WireReader reader({entry, PLDM_COMPONENT_IMAGE_SIZE});
     const auto print_pair = [&reader](const char* name) {
         const uint8_t low = reader.u8();
-        std::printf("%s: %x %x\n", name, low, reader.u8());
+        print_formatted("%s: %x %x\n", name, low, reader.u8());
     };
     const auto print_long = [&reader](const char* name) {
-        std::printf("%s %lx\n", name, static_cast<unsigned long>(reader.le32()));
+        print_formatted("%s %lx\n", name, static_cast<unsigned long>(reader.le32()));
     };
-    std::printf("classification: %x\n", reader.le16());
-    std::printf("identifier: %x\n", reader.le16());
+    print_formatted("classification: %x\n", reader.le16());
+    print_formatted("identifier: %x\n", reader.le16());
     print_long("comparison stamp:");
     print_pair("option");
     print_pair("activation_method");
     print_long("offset:");
     print_long("size: ");
-    std::printf("ver_string_type: %d\n", reader.u8());
+    print_formatted("ver_string_type: %d\n", reader.u8());
     const uint8_t length = reader.u8();
-    std::printf("ver_string_length: %x\n", length);
-    std::printf("ver_string: %s\n", Printable({entry + PLDM_COMPONENT_IMAGE_SIZE, length}).text());
+    print_formatted("ver_string_length: %x\n", length);
+    print_formatted("ver_string: %s\n",
+                    Printable({entry + PLDM_COMPONENT_IMAGE_SIZE, length}).text());
     return 0;
 }

@@ -4,10 +4,10 @@
 #include <sideband/platform.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "common/memory.h"
+#include "common/output.h"
 #include "common/printable.h"
 #include "pldm/update/message.h"
 #include "pldm/update/package.h"
@@ -34,7 +34,7 @@ PldmAnswer exchange_inventory(pldm_fw_update_ctx* ctx, FwCommand command, const 
     const PldmAnswer answer =
         exchange(ctx->pldm, request, {room.get(), PLDM_FW_UPDATE_RESPONSE_SIZE});
     if (answer.result < 0) {
-        std::printf("fail to call %s\n", function);
+        print_formatted("fail to call %s\n", function);
     }
     return answer;
 }
@@ -129,17 +129,17 @@ struct Parameters {
 void print(const Parameters& parameters) {
     print_line("==========cap during update======");
     for (const uint8_t byte : parameters.capabilities) {
-        std::printf(" %x", byte);
+        print_formatted(" %x", byte);
     }
-    std::printf("component count: %d\n", parameters.component_count);
-    std::printf("active component image string type: %d\n", parameters.active_type);
-    std::printf("active component image string len: %d\n", parameters.active_length);
-    std::printf("active component image string : %s\n", Printable(parameters.active).text());
-    std::printf("pending component image string type: %d\n", parameters.pending_type);
-    std::printf("pending component image string len: %d\n", parameters.pending_length);
+    print_formatted("component count: %d\n", parameters.component_count);
+    print_formatted("active component image string type: %d\n", parameters.active_type);
+    print_formatted("active component image string len: %d\n", parameters.active_length);
+    print_formatted("active component image string : %s\n", Printable(parameters.active).text());
+    print_formatted("pending component image string type: %d\n", parameters.pending_type);
+    print_formatted("pending component image string len: %d\n", parameters.pending_length);
     // By the length of the active string: readers of the consoles know the line like that.
-    std::printf("pending component image string : %s\n",
-                shown(parameters.behind_active, parameters.active_length).text());
+    print_formatted("pending component image string : %s\n",
+                    shown(parameters.behind_active, parameters.active_length).text());
 }
 
 /// A component parameter table entry in front of its strings.
@@ -151,20 +151,20 @@ size_t print_entry(Bytes table) {
     constexpr size_t kReleaseDateSize = 8;
     WireReader reader(table);
     print_line("=============CMD fw Parameter ================");
-    std::printf("classification          0x%x\n", reader.le16());
-    std::printf("identifier              0x%x\n", reader.le16());
-    std::printf("class_index             0x %x\n", reader.u8());
-    std::printf("active component stamp  0x%lx\n", static_cast<unsigned long>(reader.le32()));
-    std::printf("active component type   0x%x\n", reader.u8());
+    print_formatted("classification          0x%x\n", reader.le16());
+    print_formatted("identifier              0x%x\n", reader.le16());
+    print_formatted("class_index             0x %x\n", reader.u8());
+    print_formatted("active component stamp  0x%lx\n", static_cast<unsigned long>(reader.le32()));
+    print_formatted("active component type   0x%x\n", reader.u8());
     const uint8_t active_length = reader.u8();
-    std::printf("active component len    %d\n", active_length);
-    std::printf("active component        %s\n",
-                shown(table.subspan(kEntrySize), active_length).text());
+    print_formatted("active component len    %d\n", active_length);
+    print_formatted("active component        %s\n",
+                    shown(table.subspan(kEntrySize), active_length).text());
     reader.skip(kReleaseDateSize);
-    std::printf("pending component stamp 0x%lx\n", static_cast<unsigned long>(reader.le32()));
-    std::printf("pending component type  0x%x\n", reader.u8());
+    print_formatted("pending component stamp 0x%lx\n", static_cast<unsigned long>(reader.le32()));
+    print_formatted("pending component type  0x%x\n", reader.u8());
     const uint8_t pending_length = reader.u8();
-    std::printf("pending component len   %d\n", pending_length);
+    print_formatted("pending component len   %d\n", pending_length);
     return kEntrySize + active_length + pending_length;
 }
 
@@ -174,7 +174,7 @@ bool keep_entry(WireReader& table, uint8_t*& kept) {
     const Bytes rest = table.rest();
     const void* const buffer_end = address(rest.data(), rest.size());
     if (rest.size() < kEntrySize) {
-        console_log(
+        print_on_console(
             "[%s][%d] Buffer overfolow - buffer_end: %p and ptr + sizeof "
             "(pldm_component_parameter_table ): %d = %p\n",
             "pldm_parse_firmware_para", 249, buffer_end, static_cast<int>(kEntrySize),
@@ -188,9 +188,9 @@ bool keep_entry(WireReader& table, uint8_t*& kept) {
     }
     const Bytes entry = table.bytes(size);
     if (!table.ok()) {
-        console_log("[%s][%d] Buffer overfolow - buffer_end: %p and ptr + len: %d = %p\n",
-                    "pldm_parse_firmware_para", 270, buffer_end, static_cast<int>(size),
-                    address(rest.data(), size));
+        print_on_console("[%s][%d] Buffer overfolow - buffer_end: %p and ptr + len: %d = %p\n",
+                         "pldm_parse_firmware_para", 270, buffer_end, static_cast<int>(size),
+                         address(rest.data(), size));
         return false;
     }
     std::memcpy(kept, entry.data(), size);

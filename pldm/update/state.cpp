@@ -4,13 +4,14 @@
 #include <sideband/debug_log.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 
 #include "common/memory.h"
+#include "common/output.h"
 #include "pldm/strict.h"
 #include "pldm/update/message.h"
+#include "transport/deadline.h"
 
 using namespace sideband;
 
@@ -112,7 +113,8 @@ void serve_device(pldm_fw_update_ctx& ctx) {
         std::memset(message.get(), 0, PLDM_FW_UPDATE_REQUEST_SIZE);
         if (ctx.pldm.recv_op(&ctx.pldm, kMessageSize, message.get()) < 0) {
             // Asked again at once: the wait is in the operation.
-            if (is_silent(ctx, last)) {
+            const bool is_late = ctx.pldm.mctp != nullptr && is_over(*ctx.pldm.mctp);
+            if (is_late || is_silent(ctx, last)) {
                 leave_mark(ctx, PLDM_FW_MARK_TIMEOUT, SIDEBAND_CAUSE_NO_ANSWER);
                 return;
             }
@@ -158,8 +160,8 @@ void learn_components(pldm_fw_update_ctx& ctx) {
 }
 
 void transfer_components(pldm_fw_update_ctx& ctx) {
-    std::printf("PLDM_FW_UPDATE_STATE_READY_XFER s ctx->component_index = %d\n",
-                ctx.component_index);
+    print_formatted("PLDM_FW_UPDATE_STATE_READY_XFER s ctx->component_index = %d\n",
+                    ctx.component_index);
     if (ctx.component_num > PLDM_FW_COMPONENTS_MAX) {
         debug_log("%s, %d components are more than %d\n", "fw_update_state_fn", ctx.component_num,
                   PLDM_FW_COMPONENTS_MAX);
@@ -168,12 +170,12 @@ void transfer_components(pldm_fw_update_ctx& ctx) {
     }
     while (ctx.component_index < ctx.component_num) {
         if (pldm_update_component_table(&ctx, ctx.component_index) == 0) {
-            std::printf("PLDM_FW_UPDATE_STATE_READY_XFER e, ctx->component_index = %d\n",
-                        ctx.component_index);
+            print_formatted("PLDM_FW_UPDATE_STATE_READY_XFER e, ctx->component_index = %d\n",
+                            ctx.component_index);
             return;
         }
-        std::printf("PLDM_FW_UPDATE_STATE_READY_XFER err, ctx->component_index = %d\n",
-                    ctx.component_index);
+        print_formatted("PLDM_FW_UPDATE_STATE_READY_XFER err, ctx->component_index = %d\n",
+                        ctx.component_index);
         advance_component(ctx);  // at most to component_num
         go_on(ctx, kStateApply);
     }
@@ -181,8 +183,8 @@ void transfer_components(pldm_fw_update_ctx& ctx) {
 
 void next_component(pldm_fw_update_ctx& ctx) {
     constexpr uint8_t kAllApplied = 97;
-    std::printf("ctx->component_index = %d, ctx->components_num =%d\n", ctx.component_index,
-                ctx.component_num);
+    print_formatted("ctx->component_index = %d, ctx->components_num =%d\n", ctx.component_index,
+                    ctx.component_num);
     if (ctx.component_index == ctx.component_num) {
         report_percentage(ctx, kAllApplied);
         go_on(ctx, kStateActivate);
@@ -205,7 +207,7 @@ int32_t fw_update_state_fn(pldm_fw_update_ctx* ctx) {
     if (ctx == nullptr) {
         return -1;
     }
-    std::printf("ctx->state = 0x%x\n", ctx->state);
+    print_formatted("ctx->state = 0x%x\n", ctx->state);
     switch (ctx->state) {
         case kStateLearnComponents:
             learn_components(*ctx);

@@ -36,6 +36,18 @@ bool is_substituted(const char* path) {
 
 // ---- The substitutes ----
 
+int patched_clock_gettime(clockid_t clock, timespec* result) {
+    const int outcome = clock_gettime(clock, result);
+    if (clock == CLOCK_MONOTONIC_COARSE) {
+        constexpr int64_t kNsPerMs = 1000000;
+        constexpr int64_t kMsPerS = 1000;
+        const int64_t ms = result->tv_nsec / kNsPerMs + active->later_ms;
+        result->tv_sec += static_cast<time_t>(ms / kMsPerS);
+        result->tv_nsec = static_cast<long>(ms % kMsPerS * kNsPerMs);
+    }
+    return outcome;
+}
+
 int patched_usleep(useconds_t microseconds) {
     active->calls["usleep"]++;
     active->sleeps.push_back(microseconds);
@@ -270,21 +282,38 @@ void patched_free(void* block) {
 
 // The 64 bit names are what large-file builds of the library refer to.
 Substitute substitutes[] = {
-    {"usleep", address_of(patched_usleep)},   {"time", address_of(patched_time)},
-    {"__time64", address_of(patched_time)},   {"system", address_of(patched_system)},
-    {"access", address_of(patched_access)},   {"fopen", address_of(patched_fopen)},
-    {"fopen64", address_of(patched_fopen)},   {"fdopen", address_of(patched_fdopen)},
-    {"rename", address_of(patched_rename)},   {"unlink", address_of(patched_unlink)},
-    {"remove", address_of(patched_unlink)},   {"fileno", address_of(patched_fileno)},
-    {"flock", address_of(patched_flock)},     {"fstat", address_of(patched_fstat)},
-    {"fstat64", address_of(patched_fstat)},   {"__fstat64_time64", address_of(patched_fstat)},
-    {"fflush", address_of(patched_fflush)},   {"fclose", address_of(patched_fclose)},
-    {"open", address_of(patched_open)},       {"open64", address_of(patched_open)},
-    {"close", address_of(patched_close)},     {"mmap", address_of(patched_mmap)},
-    {"mmap64", address_of(patched_mmap)},     {"munmap", address_of(patched_munmap)},
-    {"pread", address_of(patched_pread)},     {"pread64", address_of(patched_pread)},
-    {"malloc", address_of(patched_malloc)},   {"calloc", address_of(patched_calloc)},
-    {"realloc", address_of(patched_realloc)}, {"free", address_of(patched_free)},
+    {"clock_gettime", address_of(patched_clock_gettime)},
+    {"__clock_gettime64", address_of(patched_clock_gettime)},
+    {"usleep", address_of(patched_usleep)},
+    {"time", address_of(patched_time)},
+    {"__time64", address_of(patched_time)},
+    {"system", address_of(patched_system)},
+    {"access", address_of(patched_access)},
+    {"fopen", address_of(patched_fopen)},
+    {"fopen64", address_of(patched_fopen)},
+    {"fdopen", address_of(patched_fdopen)},
+    {"rename", address_of(patched_rename)},
+    {"unlink", address_of(patched_unlink)},
+    {"remove", address_of(patched_unlink)},
+    {"fileno", address_of(patched_fileno)},
+    {"flock", address_of(patched_flock)},
+    {"fstat", address_of(patched_fstat)},
+    {"fstat64", address_of(patched_fstat)},
+    {"__fstat64_time64", address_of(patched_fstat)},
+    {"fflush", address_of(patched_fflush)},
+    {"fclose", address_of(patched_fclose)},
+    {"open", address_of(patched_open)},
+    {"open64", address_of(patched_open)},
+    {"close", address_of(patched_close)},
+    {"mmap", address_of(patched_mmap)},
+    {"mmap64", address_of(patched_mmap)},
+    {"munmap", address_of(patched_munmap)},
+    {"pread", address_of(patched_pread)},
+    {"pread64", address_of(patched_pread)},
+    {"malloc", address_of(patched_malloc)},
+    {"calloc", address_of(patched_calloc)},
+    {"realloc", address_of(patched_realloc)},
+    {"free", address_of(patched_free)},
 };
 
 }  // namespace

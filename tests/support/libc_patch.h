@@ -23,6 +23,7 @@ namespace test {
  *
  *  usleep           recorded in sleeps and in the port's trace; takes no time
  *  time             gives now, if that is set
+ *  clock_gettime    gives the machine's time; CLOCK_MONOTONIC_COARSE is later_ms ahead of it
  *  system           recorded in commands and the trace; returns system_result
  *  access, fopen, open, rename, unlink
  *                   paths under /nv and /sys/bus/i2c/devices are looked up under root. While root
@@ -54,6 +55,7 @@ public:
     std::set<std::string> present;      ///< paths that access() finds while root is empty
     std::vector<uint32_t> sleeps;       ///< microseconds of each usleep()
     std::optional<time_t> now;          ///< seconds of time(); empty: those of the machine
+    int64_t later_ms = 0;               ///< milliseconds that time limits have come nearer
     std::vector<std::string> commands;  ///< command lines of system()
     int system_result = 0;
     std::map<std::string, int> fail;    ///< which calls fail, by libc name

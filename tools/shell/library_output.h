@@ -3,36 +3,40 @@
 #ifndef SIDEBAND_TOOLS_SHELL_LIBRARY_OUTPUT_H
 #define SIDEBAND_TOOLS_SHELL_LIBRARY_OUTPUT_H
 
-#include <cstdio>
+#include <cstddef>
+#include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace tool {
 
-/// Takes the place of the stream stdout, through which the library prints, from show() on. Lines
-/// come out in order with those that are written to standard error directly, if end_line() is
-/// called before.
+/// Takes what the library prints for as long as it stands, and drops it until show(). Lines come
+/// out in order with those that are written to standard error directly, if end_line() is called
+/// before. One stands at a time.
 class LibraryOutput {
 public:
-    LibraryOutput() = default;
+    LibraryOutput();
     ~LibraryOutput();
     LibraryOutput(const LibraryOutput&) = delete;
     LibraryOutput& operator=(const LibraryOutput&) = delete;
 
     /// Shows from now on what is printed, control characters other than line ends as text.
-    void show();
+    void show() { shown_ = true; }
 
-    bool shown() const { return stream_ != nullptr; }
+    bool shown() const { return shown_; }
 
     /// Writes out what has been printed, and ends the line if the library has not.
     void end_line();
 
-private:
-    static ssize_t write(void* self, const char* text, size_t length);
-    void put(std::string_view text);
+    /// As sideband_output_op, of this.
+    static void take(void* self, uint32_t outlet, const char* text, size_t length);
 
-    FILE* stream_ = nullptr;
-    FILE* before_ = nullptr;
-    bool in_line_ = false;
+private:
+    void put(std::string_view text);
+    static void write(std::string_view text);
+
+    bool shown_ = false;
+    std::string line_;  ///< as far as it has been printed
 };
 
 }  // namespace tool

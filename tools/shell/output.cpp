@@ -2,7 +2,6 @@
 // The tool's standard output and error, kept apart from what the library prints.
 #include "tools/shell/output.h"
 
-#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -69,11 +68,6 @@ Output::Output(bool json) : json_(json) {
     const int own = dup(STDOUT_FILENO);
     if (own >= 0) {
         stream_ = fdopen(own, "w");
-    }
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (nowhere >= 0) {
-        dup2(nowhere, STDOUT_FILENO);
-        close(nowhere);
     }
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Stands before libc: sleeps and the time of day are virtual, the MCTP queue file and /nv are the
-// board's.
+// Stands before libc: sleeps, the time of day and of limits are virtual, the MCTP queue file and
+// /nv are the board's.
 #include <dlfcn.h>
 #include <time.h>
 #include <unistd.h>
@@ -58,6 +58,22 @@ extern "C" time_t time(time_t* timer) noexcept {
         *timer = now;
     }
     return now;
+}
+
+/// The clock of time limits. All others, which the board's users wait by, stay the machine's.
+extern "C" int clock_gettime(clockid_t clock, timespec* now) noexcept {
+    static const auto machine_clock = next<int (*)(clockid_t, timespec*)>("clock_gettime");
+    if (clock != CLOCK_MONOTONIC_COARSE || sim::in_use() == nullptr) {
+        return machine_clock(clock, now);
+    }
+    constexpr uint64_t kUsPerS = 1'000'000;
+    constexpr uint64_t kNsPerUs = 1'000;
+    constexpr uint64_t kUptimeS = 100;
+    const uint64_t us = sim::Board::current()->now_us();
+    // Of a machine that has been on for a while.
+    now->tv_sec = static_cast<time_t>(kUptimeS + us / kUsPerS);
+    now->tv_nsec = static_cast<long>(us % kUsPerS * kNsPerUs);
+    return 0;
 }
 
 extern "C" int access(const char* name, int type) noexcept {
