@@ -171,7 +171,8 @@ std::optional<Options> parse(int count, char** arguments, std::string& error) {
         const std::string value = i + 1 < count ? arguments[i + 1] : "";
         const std::optional<bool> taken = take_value(options, name, value);
         if (!taken || !*taken) {
-            error = !taken ? "unknown option " + name : name + " does not take '" + value + "'";
+            error = !taken ? "unknown option " + name
+                           : std::string(name).append(" does not take '").append(value).append("'");
             return std::nullopt;
         }
         ++i;

@@ -4,9 +4,6 @@
 
 #include <dlfcn.h>
 
-#include <cstring>
-#include <vector>
-
 namespace porttest {
 
 namespace {
@@ -16,13 +13,12 @@ class Names {
 public:
     explicit Names(void* handle) : handle_(handle) {}
 
-    template <typename Pointer>
-    void find(const char* name, Pointer& to) {
-        void* const found = dlsym(handle_, name);
-        if (found == nullptr) {
+    template <typename Named>
+    void find(const char* name, Named*& to) {
+        to = reinterpret_cast<Named*>(dlsym(handle_, name));
+        if (to == nullptr) {
             missing_ += std::string(missing_.empty() ? "" : "\n") + "does not define " + name;
         }
-        std::memcpy(&to, &found, sizeof to);
     }
 
     const std::string& missing() const { return missing_; }
@@ -71,12 +67,12 @@ void find_surroundings(Names& names, Port& port) {
 std::string open_port(void* handle, const std::string& open) {
     const size_t equals = open.find('=');
     const std::string name = open.substr(0, equals);
-    void* const found = dlsym(handle, name.c_str());
-    if (found == nullptr) {
-        return "does not define " + name;
-    }
+    Names names(handle);
     int (*function)(const char*) = nullptr;
-    std::memcpy(&function, &found, sizeof function);
+    names.find(name.c_str(), function);
+    if (function == nullptr) {
+        return names.missing();
+    }
     const std::string argument = equals != std::string::npos ? open.substr(equals + 1) : "";
     const int result = function(equals != std::string::npos ? argument.c_str() : nullptr);
     return result == 0 ? "" : name + "() returns " + std::to_string(result);

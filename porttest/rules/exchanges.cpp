@@ -161,6 +161,7 @@ Verdict threads(const Subject& subject) {
     const Endpoints endpoints(subject);
     const int each = std::max(1, subject.options.rounds / kThreads);
     std::vector<Aside> callers;
+    callers.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i) {
         callers.emplace_back([&] {
             mctp_ctx ctx;

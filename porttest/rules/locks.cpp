@@ -100,6 +100,7 @@ Verdict granted(const Subject& subject) {
 
 Verdict channels_granted(const Subject& subject) {
     std::vector<Lock> locks;
+    locks.reserve(PLT_I2C_BUS_COUNT);
     for (int i = 0; i < PLT_I2C_BUS_COUNT; ++i) {
         locks.push_back(channel_of(subject, static_cast<uint8_t>(i)));
     }
@@ -214,6 +215,7 @@ Verdict contention(const Subject& subject) {
     int counted = 0;
     bool together = false;
     std::vector<Aside> threads;
+    threads.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&] {
             for (int turn = 0; turn < kTurns; ++turn) {

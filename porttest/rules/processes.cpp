@@ -39,6 +39,7 @@ public:
             words.push_back(options.port);
         }
         std::vector<char*> arguments;
+        arguments.reserve(words.size() + 1);
         for (std::string& word : words) {
             arguments.push_back(word.data());
         }
