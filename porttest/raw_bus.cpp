@@ -13,7 +13,7 @@ namespace {
 constexpr uint8_t kCommandCode = 0x0F;   // DSP0237, table 1
 constexpr uint8_t kRequestFlags = 0xC8;  // SOM, EOM, tag owner; DSP0236, clause 8.1
 constexpr uint8_t kAnswerFlags = 0xC0;   // SOM, EOM
-constexpr uint8_t kRequestBit = 0x80;    // DSP0236, clause 12.2
+constexpr uint8_t kRequestBit = 0x80;    // DSP0236, clause 12
 constexpr int kForeignMax = 32;          // blocks of others that are passed over
 constexpr size_t kGuard = 64;
 constexpr uint8_t kGuardByte = 0xA5;

@@ -10,7 +10,7 @@ namespace porttest {
 namespace {
 
 /// In which a device has answered, and its block has arrived at the BMC.
-constexpr unsigned kAnsweredUs = 200'000;
+constexpr unsigned kAnsweredUs = 300'000;
 constexpr int kSwitches = 5;
 
 const char* const kNoDevice = "needs --device";

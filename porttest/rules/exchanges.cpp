@@ -80,7 +80,7 @@ int32_t transfer(mctp_ctx& ctx, uint8_t type, const Bytes& request, Bytes& answe
     return length;
 }
 
-/// The message types of the device (DSP0236, clause 12.7).
+/// The message types of the device: Get MCTP Message Type Support (DSP0236, clause 12).
 Bytes types_of(mctp_ctx& ctx) {
     constexpr size_t kCountAt = 3;
     Bytes answer;
@@ -100,9 +100,10 @@ struct LongAnswer {
 };
 
 std::vector<LongAnswer> long_answers() {
-    return {// GetFRURecordTable, first part (DSP0257, table 6).
+    return {// GetFRURecordTable, first part (DSP0257).
             {kPldm, kPldm, {0x80, 0x04, 0x02, 0, 0, 0, 0, 0x01}},
-            // VPD Read of 256 bytes (NVMe-MI, clause 5), with its integrity check by the library.
+            // VPD Read of 256 bytes (NVMe-MI, Management Interface Command Set), with its integrity
+            // check by the library.
             {kNvmeMi,
              MCTP_MSG_TYPE_INTEGRITY_CHECK | kNvmeMi,
              {0x08, 0, 0, 0x05, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0}}};

@@ -13,7 +13,7 @@ namespace {
 /// In which a lock that is free has to be granted, and a wait that has a limit to have ended.
 constexpr int kLongMs = 2000;
 /// In which a thread that has to wait must not get on.
-constexpr int kShortMs = 60;
+constexpr int kShortMs = 100;
 constexpr int kBus = 200;
 constexpr int kAttachBus = 254;
 constexpr uint8_t kChannel = 200;
@@ -178,7 +178,7 @@ Verdict not_recursive(const Subject& subject) {
             lock.put();
             return again ? 1 : 0;
         });
-        if (twice.wait(2 * kShortMs) == 1) {
+        if (twice.wait(kLongMs) == 1) {
             return failed(lock.name + " is granted twice to one thread");
         }
     }

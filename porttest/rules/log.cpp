@@ -14,7 +14,7 @@ namespace porttest {
 namespace {
 
 constexpr int kLongMs = 3000;
-constexpr int kShortMs = 60;
+constexpr int kShortMs = 100;
 constexpr size_t kLongLine = 4000;
 
 Verdict ends(const char* what, std::function<void()> work) {

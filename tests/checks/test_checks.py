@@ -341,6 +341,21 @@ class HouseCheck(Tree):
         self.assert_refused("platform/board_file/b.cpp",
                             self.OPENING + "#include <sideband/platform.h>\n")
 
+    def test_the_judge_of_ports_looks_from_outside(self):
+        self.write("include/sideband/mctp.h", "/* SPDX-License-Identifier: Apache-2.0 */\n/* A header. */\n")
+        passed, said = self.house("porttest/rules/a.cpp", self.OPENING + "#include <sideband/mctp.h>\n"
+                                  + '#include "porttest/rule.h"\n')
+        self.assertTrue(passed, said)
+        for name in ("common/wire.h", "transport/mctp.h", "tools/part.h", "platform/sim/part.h"):
+            self.write(name, "// SPDX-License-Identifier: Apache-2.0\n// A header.\n")
+            self.assert_refused("porttest/a.cpp", self.OPENING + f'#include "{name}"\n')
+
+    def test_the_template_knows_public_headers_alone(self):
+        passed, said = self.house("platform/template/port.c", self.OPENING + "#include <sideband/mctp.h>\n")
+        self.assertTrue(passed, said)
+        self.assert_refused("platform/template/port.c", self.OPENING + '#include "platform/linux/part.h"\n')
+        self.assert_refused("platform/template/port.c", self.OPENING + "#include <sideband/pldm.h>\n")
+
     def test_a_card_alone_knows_the_context(self):
         knowing = self.OPENING + "#include <sideband/mctp.h>\n"
         self.write("include/sideband/mctp.h", "/* SPDX-License-Identifier: Apache-2.0 */\n/* A header. */\n")

@@ -131,7 +131,7 @@ static int board_write(uint8_t bus, uint8_t address, const uint8_t* bytes, size_
 }
 
 static int board_read(uint8_t bus, uint8_t* block, size_t room, int wait_ms) {
-    constexpr auto kStale = std::chrono::milliseconds(150);
+    constexpr auto kStale = std::chrono::milliseconds(280);
     while (broken::breaks("read-kept") && !broken::queue.empty() &&
            broken::Clock::now() - broken::queue.front().at > kStale) {
         broken::queue.pop_front();
