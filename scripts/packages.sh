@@ -28,6 +28,8 @@ declare -A package_groups=(
         xz-utils=xz make=make gcc=gcc flex=flex bison=bison bc=bc'
     [clients]='nvme-cli=nvme libnvme-dev=/usr/include/libnvme-mi.h'
     [abi]='abigail-tools=abidiff'
+    [package]='debhelper=dh lintian=lintian dpkg-dev=dpkg-buildpackage pkgconf=pkg-config'
+    [chroot]='mmdebstrap=mmdebstrap debian-archive-keyring=/usr/share/keyrings/debian-archive-keyring.gpg'
     [tshark]='mmdebstrap=mmdebstrap debian-archive-keyring=/usr/share/keyrings/debian-archive-keyring.gpg'
 )
 

@@ -23,20 +23,7 @@ if command -v tshark >/dev/null && tshark -G protocols 2>/dev/null | grep -q $'\
     exit 0
 fi
 
-# The mirror that this machine's apt uses for the distribution itself.
-release=$(. /etc/os-release && printf %s "${VERSION_CODENAME:-}")
-# shellcheck disable=SC2016 # apt expands these itself
-mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Component: main' \
-    "Codename: $release" | head -n 1)
-if [[ -z $mirror ]]; then
-    # shellcheck disable=SC2016 # as above
-    mirror=$(apt-get indextargets --format '$(RELEASE) $(REPO_URI)' 'Created-By: Packages' \
-        'Component: main' | awk -v release="$release" '$1 == release { print $2; exit }')
-fi
-if [[ -z $mirror ]]; then
-    echo "tshark.sh: apt names no mirror of the distribution" >&2
-    exit 1
-fi
+mirror=$("$(dirname "${BASH_SOURCE[0]}")/mirror.sh")
 
 # Unpacked aside first: a run that is cut short leaves nothing that looks whole.
 partial=$folder.partial.$$
