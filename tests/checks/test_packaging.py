@@ -1,0 +1,95 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Shows that flags.py and scripts/yocto.py find what they look for."""
+import pathlib
+import sys
+import tempfile
+import unittest
+
+sys.dont_write_bytecode = True  # no __pycache__ in the source tree
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(ROOT / "scripts"))
+import flags  # noqa: E402
+import yocto  # noqa: E402
+
+RECIPE = next((ROOT / "packaging" / "yocto").rglob("sideband_*.bb"))
+WANTED = ["-O2", "-fstack-protector-strong", "-D_FORTIFY_SOURCE=2"]
+
+
+class FlagCheck(unittest.TestCase):
+    def said(self, *words):
+        return flags.line_complaints("x.cpp", ["c++", *words], WANTED)
+
+    def test_accepts_the_flags_among_others(self):
+        self.assertEqual(self.said("-O1", "-Wall", *WANTED, "-fno-rtti"), [])
+
+    def test_finds_one_that_does_not_arrive(self):
+        self.assertEqual(self.said("-O2", "-D_FORTIFY_SOURCE=2"), ["x.cpp: lacks -fstack-protector-strong"])
+
+    def test_finds_what_has_the_last_word(self):
+        self.assertEqual(self.said(*WANTED, "-O0"), ["x.cpp: -O0 has the last word, not -O2"])
+        self.assertEqual(self.said(*WANTED, "-D_FORTIFY_SOURCE=1"),
+                         ["x.cpp: -D_FORTIFY_SOURCE=1 has the last word, not -D_FORTIFY_SOURCE=2"])
+
+    def test_finds_what_takes_one_back_or_fails_on_warnings(self):
+        for word in ("-fno-stack-protector", "-U_FORTIFY_SOURCE", "-Werror", "-w", "-Wl,-z,norelro"):
+            self.assertEqual(self.said(*WANTED, word), [f"x.cpp: has {word}"])
+
+
+class YoctoCheck(unittest.TestCase):
+    def setUp(self):
+        scratch = tempfile.TemporaryDirectory()
+        self.addCleanup(scratch.cleanup)
+        self.image = pathlib.Path(scratch.name)
+        self.recipe = yocto.Recipe(RECIPE, ["static"])
+
+    def put(self, name, content=b"text"):
+        path = self.image / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(content)
+
+    def said(self):
+        return yocto.qa(*yocto.split(self.recipe, self.image), self.image, "/home/build", "")
+
+    def test_splits_as_bitbake_does(self):
+        for name in ("usr/lib/libsideband.so", "usr/lib/libsideband.so.0", "usr/lib/libsideband.a", "usr/bin/sideband",
+                     "usr/lib/libsideband-sim.so.0", "usr/include/sideband/mctp.h"):
+            self.put(name)
+        packages, left = yocto.split(self.recipe, self.image)
+        given = {package: [path.name for path in files] for package, files in packages.items() if files}
+        self.assertEqual(left, [])
+        self.assertEqual(given, {"sideband": ["libsideband.so.0"], "sideband-dev": ["mctp.h", "libsideband.so"],
+                                 "sideband-sim": ["libsideband-sim.so.0"], "sideband-staticdev": ["libsideband.a"],
+                                 "sideband-tools": ["sideband"]})
+
+    def test_options_follow_the_configuration(self):
+        self.assertIn("-Ddefault_library=both", self.recipe.meson_options())
+        self.assertIn("-Dtools=disabled", self.recipe.meson_options())
+        with self.assertRaises(SystemExit):
+            yocto.Recipe(RECIPE, ["no-such-part"])
+
+    def test_finds_a_file_that_no_package_takes(self):
+        self.put("usr/share/sideband.txt")
+        self.assertEqual(self.said(), ["installed-vs-shipped: usr/share/sideband.txt"])
+
+    def test_finds_a_linker_name_in_the_package_itself(self):
+        self.put("usr/bin/x")
+        (self.image / "usr/bin/libx.so").symlink_to("x")
+        self.assertEqual(self.said(), ["sideband: usr/bin/libx.so: dev-so"])
+
+    def test_finds_the_build_folder_in_a_file(self):
+        self.put("usr/bin/x", b"from /home/build/x.cpp")
+        self.assertEqual(self.said(), ["sideband: usr/bin/x: buildpaths"])
+
+    def test_finds_a_program_for_another_machine(self):
+        self.put("usr/bin/x", pathlib.Path(sys.executable).resolve().read_bytes())
+        self.assertIn("sideband: usr/bin/x: arch: it is for another machine", self.said())
+
+    def test_finds_another_licence(self):
+        self.put("LICENSE", b"another")
+        self.assertEqual(len(yocto.check_licence(self.recipe, self.image)), 1)
+        self.assertEqual(yocto.check_licence(self.recipe, ROOT), [])
+
+
+if __name__ == "__main__":
+    unittest.main()
