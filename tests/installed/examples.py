@@ -18,6 +18,9 @@ LANGUAGES = {".c": "cc -std=c11", ".cpp": "cxx -std=c++20"}
 LONGEST = 100  # lines
 # The file that an example is given.
 FILES = {"update_nic": "nic.fwpkg", "update_drive": "drive.img"}
+# A file that the device does not take, and what the example says of it: its exit status is 1.
+REFUSED = {"update_nic": ("cut.fwpkg", "the card is not there, or the package is not for it"),
+           "update_drive": ("nic.fwpkg", "the drive does not keep the image")}
 # Lines that it prints, in this order, among others: the trace of the library goes to the same place.
 EXPECTED = {
     "read_sensor": ["EID 29: 69.000 degC"],
@@ -63,6 +66,10 @@ def check(prefix, example, data):
                  f"$(pkg-config --cflags --libs sideband sideband-sim) -o {name}")
     output = prefix.execute(name, *[data / FILES[name]] if name in FILES else [])
     line = missing_line(output, EXPECTED.get(name, ["what examples.py expects of it"]))
+    if name in REFUSED:
+        file, words = REFUSED[name]
+        said = prefix.execute(name, data / file, status=1)
+        complaints += [f"{name}: does not say \"{words}\":\n{said}" for _ in range(words not in said)]
     if line is not None:
         complaints.append(f"{name}: does not print, at its place, \"{line}\":\n{output}")
     return complaints

@@ -7,12 +7,12 @@ import subprocess
 import sys
 
 
-def run(command, **options):
-    """Runs a command and returns its standard output and error; a failing one ends the test."""
+def run(command, status=0, **options):
+    """Runs a command and returns its standard output and error; one with another status ends the test."""
     done = subprocess.run(command, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                           check=False, **options)
-    if done.returncode != 0:
-        sys.exit(f"{command} ended with {done.returncode}:\n{done.stdout}")
+    if done.returncode != status:
+        sys.exit(f"{command} ended with {done.returncode}, not {status}:\n{done.stdout}")
     return done.stdout
 
 
@@ -61,7 +61,7 @@ class Prefix:
                               for name, language in (("cc", "c"), ("cxx", "c++")))
         return run(["sh", "-ec", f"{functions}\n{line}"], cwd=self.folder, env=environment)
 
-    def execute(self, program, *arguments):
+    def execute(self, program, *arguments, status=0):
         """Runs a program of this folder and returns what it printed."""
         wrapper = shlex.split(os.environ.get("MESON_EXE_WRAPPER", ""))
-        return run([*wrapper, str(self.folder / program), *map(str, arguments)], env=self.environment())
+        return run([*wrapper, str(self.folder / program), *map(str, arguments)], status, env=self.environment())
