@@ -26,10 +26,10 @@ declare -A package_groups=(
     [fuzz]='clang-14=clang++-14 libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang'
     [kernel]='linux-source-6.1=/usr/src/linux-source-6.1.tar.xz
         xz-utils=xz make=make gcc=gcc flex=flex bison=bison bc=bc'
-    [clients]='nvme-cli=nvme libnvme-dev=/usr/include/libnvme-mi.h'
     [abi]='abigail-tools=abidiff'
     [package]='debhelper=dh lintian=lintian dpkg-dev=dpkg-buildpackage pkgconf=pkg-config'
     [chroot]='mmdebstrap=mmdebstrap debian-archive-keyring=/usr/share/keyrings/debian-archive-keyring.gpg'
+    [clients]='nvme-cli=nvme libnvme-dev=/usr/include/libnvme-mi.h i2c-tools=i2ctransfer'
     [tshark]='mmdebstrap=mmdebstrap debian-archive-keyring=/usr/share/keyrings/debian-archive-keyring.gpg'
 )
 

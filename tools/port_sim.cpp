@@ -5,6 +5,7 @@
 
 #include "sim/board/board.h"
 #include "sim/board/passing.h"
+#include "sim/cuse/service.h"
 #include "sim/nvme/firmware.h"
 #include "sim/serial/service.h"
 #include "tools/shell/failure.h"
@@ -111,6 +112,38 @@ void SerialLine::serve_a_while() {
     }
 }
 
+class Buses final : public BusService {
+public:
+    explicit Buses(std::unique_ptr<sim::BusService> service) : service_(std::move(service)) {}
+
+    std::vector<ServedBus> buses() const override;
+    BusTraffic traffic() const override;
+    void serve_a_while() override;
+
+private:
+    std::unique_ptr<sim::BusService> service_;
+};
+
+std::vector<ServedBus> Buses::buses() const {
+    std::vector<ServedBus> all;
+    for (const sim::ServedBus& bus : service_->buses()) {
+        all.push_back({.bus = bus.bus, .device = bus.device, .slave_queue = bus.slave_queue});
+    }
+    return all;
+}
+
+BusTraffic Buses::traffic() const {
+    const sim::BusTraffic sum = service_->traffic();
+    return {
+        .written = sum.written, .refused = sum.refused, .read = sum.read, .dropped = sum.dropped};
+}
+
+void Buses::serve_a_while() {
+    if (!service_->serve_a_while()) {
+        throw Failure(ExitStatus::kFailed, "the kernel has taken a bus away");
+    }
+}
+
 class SimulatedPort final : public Port {
 public:
     explicit SimulatedPort(std::unique_ptr<sim::Board> board) : board_(std::move(board)) {
@@ -142,6 +175,7 @@ public:
     uint8_t task_percentage(uint32_t task_id) const override;
     std::vector<uint8_t> drive_image(const std::string& revision, size_t size) const override;
     std::unique_ptr<Service> start_service(const std::string& tty, uint8_t eid) override;
+    std::unique_ptr<BusService> start_bus_service() override;
     std::vector<std::string> lock_complaints() const override;
     std::vector<std::string> log_lines() const override;
 
@@ -241,6 +275,15 @@ std::unique_ptr<Service> SimulatedPort::start_service(const std::string& tty, ui
         throw Failure(ExitStatus::kFailed, error);
     }
     return std::make_unique<SerialLine>(std::move(service));
+}
+
+std::unique_ptr<BusService> SimulatedPort::start_bus_service() {
+    std::string error;
+    std::unique_ptr<sim::BusService> service = sim::BusService::open(*board_, error);
+    if (service == nullptr) {
+        throw Failure(ExitStatus::kFailed, error);
+    }
+    return std::make_unique<Buses>(std::move(service));
 }
 
 std::vector<std::string> SimulatedPort::lock_complaints() const {

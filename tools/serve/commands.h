@@ -17,11 +17,13 @@ void add_serve_commands(const Commands& commands);
 
 /// How a board is served.
 struct ServeWish {
-    std::string tty;  ///< empty for a new pseudo-terminal
-    uint8_t eid = 8;  ///< of the bridge
+    std::string tty;   ///< empty for a new pseudo-terminal
+    uint8_t eid = 8;   ///< of the bridge
+    bool i2c = false;  ///< its buses, instead of a line
 };
 
 void run_serve(Context& context, const ServeWish& wish);
+void run_serve_buses(Context& context, const ServeWish& wish);
 
 }  // namespace tool
 

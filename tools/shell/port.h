@@ -133,6 +133,37 @@ public:
     virtual void serve_a_while() = 0;
 };
 
+/// An I2C bus of a board that is served, as the machine's programs find it.
+struct ServedBus {
+    uint8_t bus = 0;
+    std::string device;       ///< path of the adapter
+    std::string slave_queue;  ///< path of the queue of what devices write to the BMC
+};
+
+/// What passed over the buses of a board that is served.
+struct BusTraffic {
+    uint64_t written = 0;  ///< messages that were acknowledged
+    uint64_t refused = 0;  ///< those that were not
+    uint64_t read = 0;     ///< blocks that somebody took from a queue
+    uint64_t dropped = 0;  ///< blocks that were longer than their reader's room
+};
+
+/// The I2C buses of a board as devices of this machine.
+class BusService {
+public:
+    BusService() = default;
+    virtual ~BusService() = default;
+    BusService(const BusService&) = delete;
+    BusService& operator=(const BusService&) = delete;
+
+    virtual std::vector<ServedBus> buses() const = 0;
+    virtual BusTraffic traffic() const = 0;
+
+    /// Serves for a moment, and ends early if a signal comes. Throws Failure if the kernel has
+    /// taken a device away.
+    virtual void serve_a_while() = 0;
+};
+
 /// The board under the platform interface. One file, port_NAME.cpp, implements it for a platform.
 class Port {
 public:
@@ -212,6 +243,11 @@ public:
     /// @param eid  of the bridge; the endpoints' follow it
     /// @return null if the platform cannot
     virtual std::unique_ptr<Service> start_service(const std::string& tty, uint8_t eid) = 0;
+
+    /// Makes the board's I2C buses devices of this machine. Nothing else talks to it meanwhile.
+    /// Throws Failure.
+    /// @return null if the platform cannot
+    virtual std::unique_ptr<BusService> start_bus_service() { return nullptr; }
 
     /// Names of platform locks that are held now, and misuse of locks seen so far.
     virtual std::vector<std::string> lock_complaints() const = 0;

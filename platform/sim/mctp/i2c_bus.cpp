@@ -38,6 +38,10 @@ std::optional<ByteView> packet_of(ByteView frame) {
     return frame.subspan(kBlockHead + 1, frame[2] - 1u);
 }
 
+constexpr uint8_t channel_bit(uint8_t channel) {
+    return static_cast<uint8_t>(1u << channel);
+}
+
 bool pec_good(ByteView frame) {
     return smbus_pec(frame.first(frame.size() - 1)) == frame.back();
 }
@@ -76,15 +80,15 @@ bool I2cBus::select(const MuxPath& path) {
         return false;
     }
     for (MuxState& state : muxes_) {
-        std::optional<uint8_t> wanted;
+        uint8_t wanted = 0;
         for (const MuxHop& hop : path) {
             if (hop.address == state.mux.address) {
-                wanted = hop.channel;
+                wanted = channel_bit(hop.channel);
             }
         }
-        if (state.selected != wanted) {
+        if (state.connected != wanted) {
             occupy(kMuxWrite);
-            state.selected = wanted;
+            state.connected = wanted;
         }
     }
     return true;
@@ -93,7 +97,8 @@ bool I2cBus::select(const MuxPath& path) {
 bool I2cBus::connected(const MuxPath& path) const {
     return std::ranges::all_of(path, [&](const MuxHop& hop) {
         return std::ranges::any_of(muxes_, [&](const MuxState& state) {
-            return state.mux.address == hop.address && state.selected == hop.channel;
+            return state.mux.address == hop.address &&
+                   (state.connected & channel_bit(hop.channel)) != 0;
         });
     });
 }
@@ -184,11 +189,7 @@ int I2cBus::read(Bytes& block, uint64_t limit_ns) {
     Clock& clock = around_.clock;
     const uint64_t deadline = clock.now_ns() + limit_ns;
     if (queue_.empty()) {
-        for (Device* device : devices_) {
-            bool ended = false;
-            schedule(*device, device->bmc_waits(ended));
-            statistics_.missing_ends += ended ? 1 : 0;
-        }
+        bmc_waits();
     }
     while (queue_.empty()) {
         const std::optional<uint64_t> due = clock.next_due();
@@ -198,13 +199,80 @@ int I2cBus::read(Bytes& block, uint64_t limit_ns) {
         }
         clock.advance_to(*due);
     }
-    const Bytes frame = std::move(queue_.front());
-    queue_.pop_front();
+    const Bytes frame = *take_block();
     if (!pec_good(frame)) {
         return -EBADMSG;
     }
     block.assign(frame.begin() + 1, frame.end());
     return 0;
+}
+
+/// A multiplexer, where those in front of it lead to it.
+I2cBus::MuxState* I2cBus::find_chip(uint8_t address) {
+    for (MuxState& state : muxes_) {
+        const std::optional<MuxHop>& behind = state.mux.behind;
+        if (state.mux.address == address && (!behind || connected(path_to(*behind)))) {
+            return &state;
+        }
+    }
+    return nullptr;
+}
+
+bool I2cBus::answers(uint8_t address) const {
+    Device* const device = find_device(address);
+    return device != nullptr && device->acknowledges();
+}
+
+int I2cBus::master_write(uint8_t address, ByteView data) {
+    if (MuxState* const chip = find_chip(address)) {
+        occupy(1 + data.size());
+        if (!data.empty()) {
+            const unsigned existing = (1u << chip->mux.channels) - 1;
+            chip->connected = static_cast<uint8_t>(data.back() & existing);
+        }
+        return 0;
+    }
+    if (data.empty()) {
+        occupy(1);
+        return answers(address) ? 0 : -ENXIO;
+    }
+    Bytes frame{address};
+    append(frame, data);
+    return write(address, frame);
+}
+
+int I2cBus::master_read(uint8_t address, size_t size, Bytes& data) {
+    constexpr uint8_t kNobody = 0xFF;
+    const MuxState* const chip = find_chip(address);
+    const bool there = chip != nullptr || answers(address);
+    occupy(there ? 1 + size : 1);
+    data.assign(there ? size : 0, chip != nullptr ? chip->connected : kNobody);
+    return there ? 0 : -ENXIO;
+}
+
+std::optional<Bytes> I2cBus::take_block() {
+    if (queue_.empty()) {
+        return std::nullopt;
+    }
+    Bytes frame = std::move(queue_.front());
+    queue_.pop_front();
+    return frame;
+}
+
+void I2cBus::bmc_waits() {
+    for (Device* device : devices_) {
+        bool ended = false;
+        schedule(*device, device->bmc_waits(ended));
+        statistics_.missing_ends += ended ? 1 : 0;
+    }
+}
+
+void I2cBus::let_devices_act() {
+    for (Device* device : devices_) {
+        if (powered(*device)) {
+            schedule(*device, device->time_passes());
+        }
+    }
 }
 
 void I2cBus::schedule(Device& device, const std::vector<Outgoing>& outgoing) {

@@ -62,15 +62,40 @@ public:
     /// Empties the BMC's slave queue.
     void drain() { queue_.clear(); }
 
+    // What a controller does for whoever drives the bus byte by byte.
+
+    /// Writes bytes to a device, or to a multiplexer, whose channels are then those whose bits the
+    /// last byte has set.
+    /// @param data  what follows the address, for a device up to the PEC; empty for the address
+    /// alone
+    /// @return 0, or a negative errno value as write() has it
+    int master_write(uint8_t address, ByteView data);
+
+    /// Reads so many bytes: a multiplexer's channels; of a device, which writes to the BMC whatever
+    /// it has to say, a bus that nobody pulls down.
+    /// @return 0, or a negative errno value if an acknowledge was missing
+    int master_read(uint8_t address, size_t size, Bytes& data);
+
+    /// Whether a block waits in the BMC's slave queue.
+    bool has_block() const { return !queue_.empty(); }
+    /// Takes the oldest one, from the BMC's address to the PEC, right or wrong.
+    std::optional<Bytes> take_block();
+    /// The BMC has begun to wait for a block.
+    void bmc_waits();
+    /// Time has passed in which the BMC has asked nothing.
+    void let_devices_act();
+
 private:
     struct MuxState {
         Mux mux;
-        std::optional<uint8_t> selected;
+        uint8_t connected = 0;  ///< its channels, a bit each
     };
 
     bool connected(const MuxPath& path) const;
     bool powered(const Device& device) const;
     Device* find_device(uint8_t address) const;
+    MuxState* find_chip(uint8_t address);
+    bool answers(uint8_t address) const;
     uint64_t wire_ns(size_t bytes) const;
     void tell_refused(uint8_t address, ByteView frame);
     void charge(size_t bytes);

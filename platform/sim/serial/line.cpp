@@ -13,18 +13,14 @@
 #include <cstring>
 #include <utility>
 
+#include "sim/board/real_time.h"
+
 namespace sim {
 
 namespace {
 
-constexpr uint64_t kNsPerSecond = 1'000'000'000;
 /// Nothing tells of a pseudo-terminal that is opened again. It is looked at so often.
 constexpr uint64_t kLookNs = 20'000'000;
-
-timespec timespec_of(uint64_t nanoseconds) {
-    return {static_cast<time_t>(nanoseconds / kNsPerSecond),
-            static_cast<long>(nanoseconds % kNsPerSecond)};
-}
 
 int open_pseudo_terminal(std::string& path) {
     const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);

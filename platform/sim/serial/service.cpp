@@ -2,8 +2,6 @@
 // A board behind a serial line, in real time.
 #include "sim/serial/service.h"
 
-#include <algorithm>
-#include <chrono>
 #include <mutex>
 #include <utility>
 
@@ -11,7 +9,6 @@ namespace sim {
 
 namespace {
 
-constexpr uint64_t kTurnNs = 100'000'000;
 constexpr size_t kReadSize = 4096;
 /// With so much to write nothing more is read: who does not take answers gets no more of them.
 constexpr size_t kMuchOutput = size_t{64} << 10;
@@ -33,10 +30,8 @@ std::unique_ptr<SerialService> SerialService::open(Board& board, const std::stri
 SerialService::SerialService(Board& board, std::unique_ptr<Line> line, uint8_t eid)
     : board_(board.state()),
       line_(std::move(line)),
-      bridge_(board_, eid, [this](ByteView packet) { send(packet); }) {
-    // The clock never goes backwards, so that this may wrap: it is only ever added.
-    ahead_ns_ = board_.clock.now_ns() - real_ns();
-}
+      bridge_(board_, eid, [this](ByteView packet) { send(packet); }),
+      time_(board_.clock) {}
 
 std::vector<ServedEndpoint> SerialService::endpoints() const {
     std::lock_guard guard(board_.mutex);
@@ -54,45 +49,24 @@ SerialCounts SerialService::counts() const {
     return {reader_.counts(), sent_, discarded_};
 }
 
-uint64_t SerialService::real_ns() const {
-    using std::chrono::nanoseconds;
-    const auto since = std::chrono::steady_clock::now().time_since_epoch();
-    return static_cast<uint64_t>(std::chrono::duration_cast<nanoseconds>(since).count());
-}
-
-uint64_t SerialService::time_to_wait() const {
-    const uint64_t now = real_ns() + ahead_ns_;
-    uint64_t until = next_turn_ns_;
-    for (const std::optional<uint64_t>& due : {bridge_.next_due(), board_.clock.next_due()}) {
-        until = std::min(until, due.value_or(until));
-    }
-    return until > now ? std::min(until - now, kTurnNs) : 0;
-}
-
 bool SerialService::serve_a_while() {
     uint64_t limit_ns = 0;
     {
         std::lock_guard guard(board_.mutex);
-        limit_ns = time_to_wait();
+        limit_ns = time_.time_to_wait({bridge_.next_due()});
     }
     line_->wait(output_.size() < kMuchOutput, !output_.empty(), limit_ns);
     std::lock_guard guard(board_.mutex);
-    follow_real_time();
+    if (time_.follow()) {
+        bridge_.let_devices_act();
+        board_.tap.capture().flush();
+    }
     if (output_.size() < kMuchOutput || line_->is_hung_up()) {
         read_line();
     }
     bridge_.send_due();
     write_line();
     return !line_->is_dead();
-}
-
-void SerialService::follow_real_time() {
-    board_.clock.advance_to(real_ns() + ahead_ns_);
-    if (board_.clock.now_ns() >= next_turn_ns_) {
-        next_turn_ns_ = board_.clock.now_ns() + kTurnNs;
-        bridge_.let_devices_act();
-        board_.tap.capture().flush();
-    }
 }
 
 void SerialService::read_line() {

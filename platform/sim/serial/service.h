@@ -10,6 +10,7 @@
 
 #include "sim/board/board.h"
 #include "sim/board/bytes.h"
+#include "sim/board/real_time.h"
 #include "sim/serial/bridge.h"
 #include "sim/serial/frame.h"
 #include "sim/serial/line.h"
@@ -51,9 +52,6 @@ public:
 
 private:
     SerialService(Board& board, std::unique_ptr<Line> line, uint8_t eid);
-    uint64_t real_ns() const;
-    uint64_t time_to_wait() const;
-    void follow_real_time();
     void read_line();
     void write_line();
     void send(ByteView packet);
@@ -65,8 +63,7 @@ private:
     Bytes output_;  ///< frames that the line has not taken
     uint64_t sent_ = 0;
     uint64_t discarded_ = 0;
-    uint64_t ahead_ns_ = 0;      ///< the board's clock less the real one
-    uint64_t next_turn_ns_ = 0;  ///< when the devices act by themselves again
+    RealTime time_;
 };
 
 }  // namespace sim
