@@ -48,6 +48,7 @@ Endpoint endpoint_of(const machine::Device& device) {
         endpoint.address = device.address;
         endpoint.unit_size = device.unit_size;
         endpoint.i2c_delay_us = device.i2c_delay_us;
+        endpoint.mux = device.mux;
     }
     endpoint.route = device.read_timeout_ms;
     endpoint.name = device.name;
@@ -156,7 +157,7 @@ std::vector<Endpoint> LinuxPort::present_endpoints() const {
 
 std::string LinuxPort::objection(const Endpoint& endpoint) const {
     if (endpoint.transport == Transport::kI2c) {
-        return "this platform reaches devices through the kernel's MCTP only, as mctp:NET,EID";
+        return machine::in_use()->i2c.at(endpoint.bus).objection();
     }
     return machine::mctp_objection();
 }

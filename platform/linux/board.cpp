@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/board_file/file.h"
+#include "platform/linux/board_buses.h"
 
 namespace machine {
 
@@ -34,14 +35,6 @@ std::string read_text(ObjectReader& reader, const std::string& key) {
         place.complain("must not be empty");
     }
     return text;
-}
-
-std::string read_path(ObjectReader& reader, const std::string& key) {
-    std::string path = read_text(reader, key);
-    if (!path.starts_with('/')) {
-        reader.complain(key, "must be a path from the root on");
-    }
-    return path;
 }
 
 void read_bmc(Board& board, const Place& place) {
@@ -104,12 +97,13 @@ void read_mctp_way(Device& device, const Place& place) {
     reader.finish();
 }
 
-void read_i2c_way(Device& device, ObjectReader& reader) {
+void read_i2c_way(const Board& board, Device& device, ObjectReader& reader) {
     device.bus = static_cast<uint8_t>(reader.whole("bus", 0, 255));
     device.address = reader.address("address");
     device.software_pec = reader.choice("pec", {"hardware", "software"}, 0) == 1;
     device.unit_size = static_cast<uint16_t>(reader.whole("unit_size", 0, 250, 0));
     device.i2c_delay_us = static_cast<uint32_t>(reader.whole("i2c_delay_us", 0, kLongestWaitUs, 0));
+    device.mux = read_mux_setting(board, device.bus, reader);
 }
 
 Card read_card(const Place& place) {
@@ -135,7 +129,7 @@ bool same_place(const Device& a, const Device& b) {
         return false;
     }
     return a.way == Device::Way::kMctp ? a.net == b.net && a.eid == b.eid
-                                       : a.bus == b.bus && a.address == b.address;
+                                       : a.bus == b.bus && a.address == b.address && a.mux == b.mux;
 }
 
 /// Complaints about a place that another device has.
@@ -161,7 +155,7 @@ void read_device(Board& board, std::set<std::string>& names, const Place& place)
         device.way = Device::Way::kMctp;
         board_file::attempt([&] { read_mctp_way(device, *mctp); });
     } else {
-        read_i2c_way(device, reader);
+        read_i2c_way(board, device, reader);
     }
     device.read_timeout_ms = static_cast<uint16_t>(reader.whole("read_timeout_ms", 0, 0xFFFF, 0));
     reader.within("card", [&](const Place& card) { device.card = read_card(card); });
@@ -192,11 +186,21 @@ void read_board(Board& board, const Place& root) {
     reader.within("power", [&](const Place& power) { read_power(board, power); });
     reader.within("platform", [&](const Place& place) { read_platform(board, place); });
     reader.within("pcie", [&](const Place& pcie) { read_pcie(board, pcie); });
+    reader.within("i2c", [&](const Place& i2c) { read_i2c(board, i2c); });
+    reader.each("buses", [&](const Place& bus) { read_bus(board, bus); });
     reader.within("devices", [&](const Place& devices) { read_devices(board, devices); });
     reader.finish();
 }
 
 }  // namespace
+
+std::string read_path(ObjectReader& reader, const std::string& key) {
+    std::string path = read_text(reader, key);
+    if (!path.starts_with('/')) {
+        reader.complain(key, "must be a path from the root on");
+    }
+    return path;
+}
 
 std::optional<Board> parse_board(std::string_view text, board_file::BoardError& error) {
     Board board;

@@ -3,6 +3,7 @@
 #ifndef SIDEBAND_LINUX_BOARD_H
 #define SIDEBAND_LINUX_BOARD_H
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -34,6 +35,43 @@ struct Card {
     uint8_t slot = 0;
 };
 
+/// One multiplexer on the way to a device.
+struct MuxHop {
+    uint8_t address = 0;  ///< 8-bit form
+    uint8_t channel = 0;
+    bool operator==(const MuxHop&) const = default;
+};
+
+/// A multiplexer that is switched by a write to it.
+struct Mux {
+    uint8_t address = 0;
+    uint8_t channels = 0;
+    uint8_t enable =
+        0;  ///< 0: a bit for each channel is written; else a channel's number with this
+    std::optional<MuxHop> behind = std::nullopt;
+};
+
+/// Patterns of the paths of a bus, in which {bus} is its number and {address} the 7-bit slave
+/// address of the BMC in two hex digits.
+struct I2cPaths {
+    std::string device = "/dev/i2c-{bus}";
+    std::string slave_queue;  ///< empty: where drivers put it
+};
+
+struct BusPlace {
+    uint8_t bus = 0;
+    I2cPaths paths;
+    std::vector<Mux> muxes;  ///< each behind the one that it is behind of
+};
+
+/// What goes into mctp_ctx.mux: a count, then address and value of each write, in their order.
+using MuxSetting = std::array<uint8_t, 48>;
+
+struct MuxWrite {
+    uint8_t address = 0;
+    uint8_t value = 0;
+};
+
 struct Device {
     enum class Way : uint8_t { kI2c, kMctp };
     std::string name;
@@ -45,6 +83,7 @@ struct Device {
     bool software_pec = false;
     uint16_t unit_size = 0;
     uint32_t i2c_delay_us = 0;
+    MuxSetting mux{};
 
     // Through the kernel's MCTP.
     uint32_t net = 0;
@@ -68,8 +107,20 @@ struct Board {
     uint16_t identifier = 0;
     uint8_t mpio_state = 0;
     uint32_t pcie_net = 1;
+    I2cPaths i2c;  ///< of buses that are not described
+    std::vector<BusPlace> buses;
     std::vector<Device> devices;
+
+    const I2cPaths& paths_of(uint8_t bus) const;
+    const BusPlace* find_bus(uint8_t bus) const;
 };
+
+/// The path that a pattern makes.
+std::string fill_in(const std::string& pattern, uint8_t bus, uint8_t bmc_address);
+/// Where the slave queue of a bus may be.
+std::vector<std::string> queue_paths(const I2cPaths& paths, uint8_t bus, uint8_t bmc_address);
+/// @return nothing for bytes that are no setting
+std::vector<MuxWrite> decode_mux(const MuxSetting& setting);
 
 /// @return nothing, with error filled, for a text that is no board file
 std::optional<Board> parse_board(std::string_view text, board_file::BoardError& error);

@@ -43,7 +43,7 @@ int PCIEDeviceMux(uint8_t bus, uint8_t device, plt_card_info* card) {
     // Behind the kernel's MCTP there is no bus to know: all are zero.
     card->i2c_channel = found->bus;
     card->slave_addr = found->address;
-    std::memset(card->mux, 0, sizeof card->mux);
+    std::memcpy(card->mux, found->mux.data(), sizeof card->mux);
     return 0;
 }
 

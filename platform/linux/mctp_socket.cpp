@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 
 namespace machine {
 
@@ -56,24 +55,8 @@ bool MctpSocket::send(const MctpPeer& peer, std::span<const uint8_t> message) {
                   sizeof address) == static_cast<ssize_t>(body.size());
 }
 
-int64_t MctpSocket::now_ms() {
-    timespec time{};
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
-}
-
 bool MctpSocket::wait_until(int64_t deadline, short events) const {
-    for (;;) {
-        const int64_t left = deadline - now_ms();
-        pollfd waited{.fd = socket_.get(), .events = events, .revents = 0};
-        const int ready = poll(&waited, 1, left > 0 ? static_cast<int>(left) : 0);
-        if (ready > 0) {
-            return (waited.revents & events) != 0;
-        }
-        if (ready == 0 || errno != EINTR) {
-            return false;
-        }
-    }
+    return (wait_for(socket_.get(), events, deadline) & events) != 0;
 }
 
 std::optional<MctpArrival> MctpSocket::take(std::span<uint8_t> buffer) const {

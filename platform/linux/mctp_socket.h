@@ -12,6 +12,7 @@
 #include <string>
 
 #include "platform/linux/descriptor.h"
+#include "platform/linux/wait.h"
 
 namespace machine {
 
@@ -57,9 +58,6 @@ public:
         }
         return std::nullopt;
     }
-
-    /// Milliseconds of a clock that only runs forward.
-    static int64_t now_ms();
 
 private:
     explicit MctpSocket(Descriptor socket) : socket_(std::move(socket)) {}

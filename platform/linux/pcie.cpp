@@ -138,7 +138,7 @@ int Session::exchange(plt_pcie_request& request) {
     };
     const std::optional<MctpArrival> arrival =
         socket->receive(request.message, wait_of(request), answers);
-    const int64_t now = MctpSocket::now_ms();
+    const int64_t now = machine::now_ms();
     while (!unanswered_.empty() &&
            (unanswered_.front().until <= now || unanswered_.size() >= kMostTags)) {
         unanswered_.pop_front();

@@ -19,7 +19,7 @@ namespace machine {
 
 namespace {
 
-constexpr uint32_t kMagic = 0x53424C31;  // "SBL1"; another one for another layout
+constexpr uint32_t kMagic = 0x53424C32;  // "SBL2"; another one for another layout
 constexpr Records::Layout kLayout{kMagic, sizeof(Records), sizeof(pthread_mutex_t), sizeof(void*)};
 constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kFileMode = 0660;

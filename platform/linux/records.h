@@ -25,6 +25,8 @@ struct Records {
     plt_global_var global_var;
     plt_global_sec_var global_sec_var;
     lx_mutex i2c_channel[PLT_I2C_BUS_COUNT];
+    /// Which process has switched the multiplexers of a bus last; guarded by the mutex of the bus.
+    uint32_t router[PLT_I2C_BUS_COUNT];
 };
 
 class RecordsFile {

@@ -12,16 +12,18 @@
 #include <string_view>
 
 #include "platform/linux/board.h"
+#include "platform/linux/i2c_bus.h"
 #include "platform/linux/power.h"
 #include "platform/linux/records.h"
 
 namespace machine {
 
 struct State {
-    explicit State(Board described) : board(std::move(described)), power(board.power) {}
+    explicit State(Board described) : board(std::move(described)), power(board.power), i2c(board) {}
 
     const Board board;
     Power power;
+    I2cBuses i2c;
     RecordsFile records;
     std::atomic<bool> lock_trouble_told{false};
 

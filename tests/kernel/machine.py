@@ -43,7 +43,7 @@ class Tool:
         return json.loads(done.stdout)["error"]
 
 
-class Served:
+class Serving:
     """`sideband-sim serve` in a process of its own."""
 
     def __init__(self, program, folder, *options):
@@ -56,8 +56,6 @@ class Served:
         except BaseException:
             self.end(signal.SIGKILL)
             raise
-        self.tty = self.document["tty"]
-        self.eids = {endpoint["name"]: endpoint["eid"] for endpoint in self.document["endpoints"]}
 
     def first_document(self):
         """What it prints when it is ready."""
@@ -88,6 +86,15 @@ class Served:
     def footprint(self):
         """(resident kilobytes, open descriptors)."""
         return footprint(self.process.pid)
+
+
+class Served(Serving):
+    """A board behind a serial line."""
+
+    def __init__(self, program, folder, *options):
+        super().__init__(program, folder, *options)
+        self.tty = self.document["tty"]
+        self.eids = {endpoint["name"]: endpoint["eid"] for endpoint in self.document["endpoints"]}
 
 
 def footprint(process):

@@ -11,6 +11,7 @@ import pathlib
 import sys
 
 import faults
+import i2c
 import libnvme
 import nvme_cli
 import same_tool
@@ -24,6 +25,7 @@ def main():
     tool, report = Tool(program), Report()
     groups = {
         "sideband": lambda: same_tool.check(report, program, tool, folder, os.environ["SIDEBAND_TOOL"]),
+        "i2c": lambda: i2c.check(report, program, tool, folder, os.environ["SIDEBAND_TOOL"]),
         "session": lambda: session.check(report, program, folder, os.environ["SIDEBAND_TOOL"]),
         "nvme-cli": lambda: nvme_cli.check(report, program, tool, folder),
         "libnvme": lambda: libnvme.check(report, program, tool, folder, os.environ["SIDEBAND_MI_CLIENT"]),

@@ -77,15 +77,18 @@ def differences(theirs, ours, path=""):
 class Sideband:
     """The tool on this kernel, with a board file that gives the endpoints their names."""
 
-    def __init__(self, program, folder, eids):
+    def __init__(self, program, folder, board):
         self.program, self.board = program, folder / "names.json"
-        self.board.write_text(json.dumps({
-            "name": "desk", "run_folder": str(folder / "locks"),
-            "devices": [{"name": name, "mctp": {"net": NET, "eid": eid}} for name, eid in eids.items()]}))
+        self.board.write_text(json.dumps({"name": "desk", "run_folder": str(folder / "locks"), **board}))
 
     def run(self, *words, seconds=60):
         """The finished command."""
         return run([self.program, "--board", self.board, "--json", *words], seconds)
+
+
+def behind_the_kernel(eids):
+    """What the board file says of endpoints of the kernel's MCTP."""
+    return {"devices": [{"name": name, "mctp": {"net": NET, "eid": eid}} for name, eid in eids.items()]}
 
 
 def compare(case, sideband, tool, words):
@@ -99,6 +102,16 @@ def compare(case, sideband, tool, words):
         return
     found = differences(json.loads(through.stdout), json.loads(direct.stdout))
     case.equal(f"differences of {' '.join(words)}", found, [])
+
+
+def compare_all(report, sideband, tool, title, names, commands):
+    """A case for each device: all commands that name it."""
+    for name in names:
+        mine = [words for words in commands if name in words]
+        if mine:
+            with report.case(f"sideband {title} {name}: {len(mine)} commands") as case:
+                for words in mine:
+                    compare(case, sideband, tool, words)
 
 
 def updates(case, sideband, folder):
@@ -139,13 +152,9 @@ def check(report, program, tool, folder, sideband_program):
         return
     for title, commands in (("reading", READING), ("writing", WRITING)):
         with Machine(program, folder) as machine:
-            sideband = Sideband(sideband_program, folder, machine.served.eids)
-            for name in ("nic0", "gpu0", "gpu1", "nic1", "rec0", "rec1", "ncsi0", "nvme0"):
-                mine = [words for words in commands if name in words]
-                if mine:
-                    with report.case(f"sideband {title} {name}: {len(mine)} commands") as case:
-                        for words in mine:
-                            compare(case, sideband, tool, words)
+            sideband = Sideband(sideband_program, folder, behind_the_kernel(machine.served.eids))
+            compare_all(report, sideband, tool, title, ("nic0", "gpu0", "gpu1", "nic1", "rec0", "rec1", "ncsi0", "nvme0"),
+                        commands)
     with report.case("sideband updates the firmware of a NIC and of a drive") as case:
         with Machine(program, folder, "--board", str(expecting_board(folder))) as machine:
-            updates(case, Sideband(sideband_program, folder, machine.served.eids), folder)
+            updates(case, Sideband(sideband_program, folder, behind_the_kernel(machine.served.eids)), folder)

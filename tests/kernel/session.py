@@ -9,7 +9,7 @@ import time
 
 from machine import OWN_EID, ROOT, Machine, run, wait_until
 from report import Skip
-from same_tool import Sideband, expecting_board
+from same_tool import Sideband, behind_the_kernel, expecting_board
 
 sys.path.insert(0, str(ROOT / "tests" / "checks"))
 import pcapng  # noqa: E402  pylint: disable=wrong-import-position
@@ -112,10 +112,10 @@ def check(report, program, folder, sideband_program):
         return
     board = str(expecting_board(folder))
     with Machine(program, folder) as machine:
-        sideband = Sideband(sideband_program, folder, machine.served.eids)
+        sideband = Sideband(sideband_program, folder, behind_the_kernel(machine.served.eids))
         with report.case("sideband --capture: a tap on the kernel's line") as case:
             capture(case, sideband, machine, folder)
     for title, act in (("progress in a file", progress), ("Ctrl-C during an update", interrupt)):
         with report.case(f"sideband: {title}") as case:
             with Machine(program, folder, "--board", board) as machine:
-                act(case, Sideband(sideband_program, folder, machine.served.eids), folder)
+                act(case, Sideband(sideband_program, folder, behind_the_kernel(machine.served.eids)), folder)
