@@ -70,6 +70,9 @@ ssize_t SlaveQueue::fail(int error) {
 bool SlaveQueue::wait(int64_t deadline_ms) {
     if (idle_) {
         pause_ms(kIdlePauseMs);
+        if (now_ms() >= deadline_ms) {
+            return false;
+        }
     }
     const short wanted = attribute_ ? POLLPRI : POLLIN;
     const short told = wait_for(file_.get(), wanted, deadline_ms);

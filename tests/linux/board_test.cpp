@@ -163,7 +163,7 @@ const Wrong kWrong[] = {
     {R"("devices": [{"name": "a", "mctp": {"eid": 9}, "card": {"bdf": "41:00.0", "vendor_id": 1}},
                     {"name": "b", "mctp": {"eid": 10}, "card": {"bdf": "41:00.0", "vendor_id": 1}}])",
      nullptr},  // on the third line, see below
-    {R"("buses": [])", "buses: no such key"},
+    {R"("serial": [])", "serial: no such key"},
 };
 
 TEST(LinuxBoard, ErrorsNameKeyAndLine) {

@@ -294,21 +294,6 @@ TEST_F(LinuxCards, ThatNobodyDescribesAreNotFound) {
     EXPECT_EQ(PCIEDeviceMux(0x41, 2, &card), -ENODEV);
 }
 
-TEST_F(LinuxCards, I2cFailsWithALine) {
-    uint8_t frame[8] = {0x9E};
-    uint8_t room[PLT_I2C_READ_BUFFER_SIZE] = {};
-    plt_i2c_request request{};
-    request.bus = 4;
-    request.write_data = frame;
-    request.read_buffer = room;
-    EXPECT_LT(PltMCTPI2C_MasterWriteWithPEC_NoMutex(request), 0);
-    EXPECT_LT(PltMCTPI2C_MasterWrite_NoMutex(request), 0);
-    EXPECT_LT(PltMCTPI2C_SlaveReadWithPEC_NoMutex(request, 0), 0);
-    EXPECT_EQ(console.size(), 3U);
-    EXPECT_EQ(console.at(0),
-              "I2C bus 4: this platform reaches devices through the kernel's MCTP only");
-}
-
 // SMBus 3.2, clause 6.4.1: x^8 + x^2 + x + 1, from 0.
 TEST(LinuxCrc, IsThatOfSmbus) {
     const uint8_t digits[] = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};

@@ -16,6 +16,7 @@ using Strings = std::vector<std::string>;
 
 const char* const kBoard = R"({
   "name": "rack7",
+  "i2c": {"device": "/none/i2c-{bus}"},
   "devices": [
     {"name": "nic0", "mctp": {"net": 1, "eid": 9}},
     {"name": "gpu0", "bus": 3, "address": "0x9e"}
@@ -23,8 +24,7 @@ const char* const kBoard = R"({
 })";
 
 const std::string kNoMctp = "this kernel has no MCTP sockets (CONFIG_MCTP)";
-const std::string kNoI2c =
-    "this platform reaches devices through the kernel's MCTP only, as mctp:NET,EID";
+const std::string kNoI2c = "no such bus: /none/i2c-3 is not there";
 
 class LinuxTool : public ::testing::Test {
 protected:
@@ -111,6 +111,19 @@ TEST_F(LinuxTool, DevicesHaveTheirNamesFromTheBoard) {
                  "sideband: mctp eid: i2c:3:0x9e: " + kNoI2c);
     expect_error(run_tool({"--board", file, "mctp", "eid", "ssd0"}), 1,
                  "sideband: mctp eid: ssd0: no such device on board rack7; it has: nic0, gpu0");
+}
+
+TEST_F(LinuxTool, SaysThatABusCannotBeUsed) {
+    const TemporaryFile queue(
+        R"({"name": "x", "i2c": {"device": "/dev/null", "slave_queue": "/none/{bus}-{address}"}})");
+    expect_error(run_tool({"--board", queue.path(), "pldm", "info", "i2c:4:0x9e"}), 1,
+                 "sideband: pldm info: i2c:4:0x9e: no slave queue: /none/4-10 is not there");
+    // Neither is one: nothing is sent, and what the kernel said is told.
+    const TemporaryFile none(
+        R"({"name": "x", "i2c": {"device": "/dev/null", "slave_queue": "/dev/null"}})");
+    expect_error(run_tool({"--board", none.path(), "mctp", "eid", "i2c:4:0x9e"}), 1,
+                 "sideband: mctp eid: i2c:4:0x9e: Get Endpoint ID failed: I2C bus 4: writing to "
+                 "0x9e: Inappropriate ioctl for device");
 }
 
 TEST_F(LinuxTool, ScansTheDevicesOfTheBoard) {
