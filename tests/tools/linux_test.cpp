@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of the tool on the platform library for a Linux machine, whose kernel has no MCTP here.
 #include <cstdlib>
+#include <filesystem>
 
 #include "tests/tools/tool_runner.h"
 
@@ -35,7 +36,11 @@ protected:
         const std::string options =
             std::string(before != nullptr ? before : "") + ":verify_asan_link_order=0";
         setenv("ASAN_OPTIONS", options.c_str(), 1);
-        setenv("SIDEBAND_RUN_FOLDER", (::testing::TempDir() + "sideband-run").c_str(), 1);
+        std::string folder = ::testing::TempDir() + "sideband-run-XXXXXX";
+        setenv("SIDEBAND_RUN_FOLDER", mkdtemp(folder.data()), 1);
+    }
+    static void TearDownTestSuite() {
+        std::filesystem::remove_all(std::getenv("SIDEBAND_RUN_FOLDER"));
     }
     TemporaryFile board_{kBoard};
 };

@@ -475,6 +475,21 @@ TEST_F(Serve, EidsThatCannotBeAreRefused) {
     }
 }
 
+TEST_F(Serve, BusesGoWithoutALine) {
+    const std::string why = "sideband-sim: serve: --i2c goes without --tty and --eid (try --help)";
+    expect_error(run({"serve", "--i2c", "--tty", "/dev/null"}), 2, why);
+    expect_error(run({"serve", "--i2c", "--eid", "9"}), 2, why);
+}
+
+/// Whoever may make devices would make them.
+TEST_F(Serve, BusesNeedTheKernelsHelp) {
+    if (access("/dev/cuse", F_OK) == 0 || access("/dev/i2c-2", F_OK) == 0) {
+        GTEST_SKIP() << "this machine has /dev/cuse, or an I2C bus 2 of its own";
+    }
+    expect_error(run({"serve", "--i2c"}), 1,
+                 "sideband-sim: serve: /dev/cuse: No such file or directory");
+}
+
 TEST(ServePage, ShowsTheTable) {
     RunningTool tool({"serve"});
     const std::string out = tool.printed_until(" nvme-mi\n");
