@@ -17,6 +17,7 @@ BUS_KEYS = ("bus", "muxes")
 DEVICE_KEYS = ("name", "bus", "address", "mux", "pec", "unit_size", "i2c_delay_us", "read_timeout_ms")
 NAMES = ("nic0", "gpu0", "rec0", "ncsi0", "nvme0")
 SLAVE_QUEUE = "/dev/i2c-{bus}-slave-queue"
+PATIENCE_MS = 10_000
 GPU_BUS, GPU = 3, 0x9E
 MUX_BUS, MUX = 2, 0xE0
 BMC = 0x20
@@ -35,13 +36,16 @@ def pec(data):
 
 
 def described(board_file):
-    """What the file of a Linux machine says of the buses and devices of a simulated board."""
+    """What the file of a Linux machine says of the buses and devices of a simulated board. All but the one that
+    is asked for what it does not answer have time to answer on a busy machine."""
     board = json.loads(pathlib.Path(board_file).read_text())
-    return {
-        "i2c": {"slave_queue": SLAVE_QUEUE},
-        "buses": [{key: bus[key] for key in BUS_KEYS if key in bus} for bus in board["buses"]],
-        "devices": [{key: device[key] for key in DEVICE_KEYS if key in device}
-                    for device in board["devices"] if device.get("transport", "i2c") == "i2c"]}
+    devices = [{"read_timeout_ms": PATIENCE_MS, **{key: device[key] for key in DEVICE_KEYS if key in device}}
+               for device in board["devices"] if device.get("transport", "i2c") == "i2c"]
+    for device in devices:
+        if device["name"] == "ncsi0":
+            del device["read_timeout_ms"]
+    return {"i2c": {"slave_queue": SLAVE_QUEUE}, "devices": devices,
+            "buses": [{key: bus[key] for key in BUS_KEYS if key in bus} for bus in board["buses"]]}
 
 
 @contextlib.contextmanager
@@ -122,6 +126,11 @@ def by_hand(case):
     case.equal("its PEC", answer[-1], pec(answer[:-1]))
     case.equal("control message, instance, command, success", answer[8:12], bytes.fromhex("00 00 02 00"))
     case.equal("the queue is empty", from_queue(GPU_BUS, 0.3), b"")
+    for _ in range(2):
+        transfer(GPU_BUS, f"w{len(block)}@0x{GPU >> 1:02x}", *hexes(block))
+    time.sleep(0.1)
+    whole = run(["sh", "-c", f"cat {SLAVE_QUEUE.format(bus=GPU_BUS)} | xxd -p | tr -d '\n'"])
+    case.equal("what cat makes of two answers", whole.stdout, (answer + answer).hex())
     wrong = transfer(GPU_BUS, f"w{len(block)}@0x{GPU >> 1:02x}", *hexes(block[:-1] + bytes([block[-1] ^ 1])))
     case.that(f"a wrong PEC is refused: {wrong.stderr.strip()}", wrong.returncode == 1 and "Input/output" in wrong.stderr)
     nobody = transfer(GPU_BUS, "w1@0x12", "0x00")
@@ -160,6 +169,17 @@ def stale(case, sideband):
         done = sideband.run("mctp", "uuid", name)
         case.equal(f"exit status for {name} ({done.stderr.strip()})", done.returncode, 0)
     case.equal("what is left in the queue", from_queue(MUX_BUS, 0.3), b"")
+
+
+def channel(case, sideband):
+    """A channel that a kernel driver has given a bus number of its own: blocks arrive on the bus in front."""
+    own = {"bus": 20, "device": f"/dev/i2c-{MUX_BUS}", "slave_queue": SLAVE_QUEUE.format(bus=MUX_BUS)}
+    described_so = Sideband(sideband.program, sideband.board.parent, {
+        "buses": [own], "devices": [{"name": "nic0", "bus": 20, "address": "0x64"}]})
+    transfer(MUX_BUS, f"w1@0x{MUX >> 1:02x}", "0x02")  # what the driver does
+    done = described_so.run("pldm", "info", "nic0")
+    case.equal(f"exit status of pldm info ({done.stderr.strip()})", done.returncode, 0)
+    case.equal("what the multiplexer says", transfer(MUX_BUS, f"r1@0x{MUX >> 1:02x}").stdout.strip(), "0x02")
 
 
 def faulty(case, sideband):
@@ -219,7 +239,8 @@ def check(report, program, tool, folder, sideband_program):
         with report.case(f"i2c-tools: {title}") as case:
             with buses(program, folder):
                 act(case)
-    for title, act in (("refusals", refusals), ("stale answers", stale), ("eight processes at once", at_once)):
+    for title, act in (("refusals", refusals), ("stale answers", stale),
+                       ("a channel with a bus number of its own", channel), ("eight processes at once", at_once)):
         with report.case(f"sideband over I2C: {title}") as case:
             with buses(program, folder):
                 act(case, Sideband(sideband_program, folder, board))
