@@ -107,7 +107,9 @@ int32_t fail_by_platform(sideband_error& error, int result, uint8_t otherwise) {
     } else if (result == -EBADMSG) {
         cause = SIDEBAND_CAUSE_WRONG_CHECK;
     }
-    return fail(error, cause, static_cast<uint16_t>(result < 0 ? -result : 0));
+    constexpr int kErrnoMax = 4095;
+    const bool is_errno = result < 0 && result >= -kErrnoMax;
+    return fail(error, cause, static_cast<uint16_t>(is_errno ? -result : 0));
 }
 
 void record_code(sideband_error& error, uint8_t kind, uint16_t code, uint16_t detail) {
