@@ -97,7 +97,7 @@ public:
 
 private:
     struct Request;
-    void take(ByteView request);
+    void take(ByteView bytes);
     void make_known(const Request& request);
     void open(const Request& request);
     void read(Request& request);
