@@ -56,19 +56,24 @@ ssize_t take(void* room, size_t size) {
 short wait_for_message(const FakeI2c::Path& path, short events, int wait_ms) {
     FakeI2c& fake = *standing;
     std::unique_lock guard(fake.mutex);
+    ++fake.polls;
     if (fake.hangup != 0) {
         return fake.hangup;
     }
     if (fake.told_always) {
         return events;
     }
+    const bool attribute = path.kind == FakeI2c::Kind::kAttribute;
+    if (attribute && (events & POLLIN) != 0) {
+        return POLLIN;  // sysfs: always readable
+    }
     const bool there = fake.arrived.wait_for(guard, std::chrono::milliseconds(wait_ms),
                                              [&fake] { return !fake.messages.empty(); });
-    if (path.kind == FakeI2c::Kind::kDevice) {
-        return there ? events & POLLIN : 0;
+    if (!there) {
+        return 0;
     }
-    // sysfs: always readable and writable, an error with each event.
-    return there ? static_cast<short>((events & (POLLIN | POLLPRI)) | POLLERR) : events & POLLIN;
+    // sysfs: an error with each event.
+    return attribute ? static_cast<short>((events & POLLPRI) | POLLERR) : events & POLLIN;
 }
 
 }  // namespace

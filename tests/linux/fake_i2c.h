@@ -61,6 +61,7 @@ public:
     std::deque<int> read_errnos;  ///< of the next read()s; 0: there is none, whatever waits
     bool told_always = false;     ///< poll() reports a message where there is none
     short hangup = 0;             ///< what poll() reports instead
+    size_t polls = 0;
 
     // For the substituted calls only.
     mutable std::mutex mutex;

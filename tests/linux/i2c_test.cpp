@@ -287,7 +287,8 @@ TEST_F(LinuxI2c, TakesABlockThatComesWhileItWaits) {
 
 TEST_F(LinuxI2c, ReadsAnAttributeOfSysfsFromItsBeginning) {
     i2c.add_queue(kQueue, FakeI2c::Kind::kAttribute);
-    EXPECT_EQ(read(50), -ETIMEDOUT) << "that it is readable means nothing";
+    EXPECT_EQ(read(50), -ETIMEDOUT);
+    EXPECT_EQ(i2c.polls, 1U) << "that it is readable means nothing";
     std::thread device([this] {
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
         i2c.deliver(kBlock);
