@@ -114,6 +114,9 @@ void serve_device(pldm_fw_update_ctx& ctx) {
         if (ctx.pldm.recv_op(&ctx.pldm, kMessageSize, message.get()) < 0) {
             // Asked again at once: the wait is in the operation.
             const bool is_late = ctx.pldm.mctp != nullptr && is_over(*ctx.pldm.mctp);
+            if (is_late) {
+                ctx.pldm.last_error = error_of(SIDEBAND_CAUSE_DEADLINE);
+            }
             if (is_late || is_silent(ctx, last)) {
                 leave_mark(ctx, PLDM_FW_MARK_TIMEOUT, SIDEBAND_CAUSE_NO_ANSWER);
                 return;

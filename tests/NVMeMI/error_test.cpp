@@ -131,4 +131,18 @@ TEST_F(NvmeSmbusError, ADriveThatIsBusyAndThenSilentSaysThatNothingCame) {
     EXPECT_EQ(said(*nvmemi_last_error(&ctx)), "not acknowledged, in NVMe-MI command 0x01");
 }
 
+TEST_F(NvmeError, BehindTheTimeLimitADriveThatAsksForMoreTimeIsNotWaitedFor) {
+    answer({status_response(0x01)});
+    mctp_set_deadline(&endpoint, 1000);
+    endpoint.on_call = [this] { libc.later_ms += 2000; };
+    EXPECT_EQ(poll(), -1);
+    EXPECT_EQ(why(), "deadline passed, in NVMe-MI command 0x01");
+    EXPECT_EQ(endpoint.calls.size(), 1u);
+    EXPECT_TRUE(libc.sleeps.empty());
+    endpoint.on_call = nullptr;
+    mctp_set_deadline(&endpoint, 60000);
+    answer({status_response(0x01), test::mi_response(test::Bytes(3), test::Bytes(8))});
+    EXPECT_EQ(poll(), 0) << "there is time";
+}
+
 }  // namespace

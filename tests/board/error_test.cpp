@@ -115,4 +115,26 @@ TEST_F(BoardError, WithoutPcieThereIsNoSuchBusAndBehindTheMpioAnUnknownFunctionI
     EXPECT_EQ(said(terminus.last_error), "not found, in MCTP control command 0x0a");
 }
 
+// ---- Time limits ----
+
+TEST_F(BoardError, AWalkThroughAllRecordsEndsWithItsTimeLimit) {
+    open(board_with("", kDevice));
+    sim::BoardError error;
+    ASSERT_TRUE(board->add_fault("gpu0", R"({"kind": "late", "delay_us": 400000})", error));
+    mctp = context_of("gpu0");
+    ASSERT_EQ(pldm_terminus_init(&terminus, &mctp), 0);
+    EXPECT_EQ(pldm_PDR_traversal(&terminus), 0);
+    const uint64_t whole_us = board->now_us();
+    EXPECT_EQ(pldm_PDR_traversal(&terminus), 0);
+    const uint64_t walk_us = board->now_us() - whole_us;
+    EXPECT_GT(walk_us, 400000u);
+    mctp_set_deadline(terminus.mctp, 100);
+    EXPECT_EQ(pldm_PDR_traversal(&terminus), 0xFF);
+    EXPECT_EQ(said(terminus.last_error), "deadline passed, in PLDM command 0x51");
+    EXPECT_LT(board->now_us() - whole_us - walk_us, 1500000u) << "one wait behind the limit";
+    mctp_set_deadline(terminus.mctp, 60000);
+    EXPECT_EQ(pldm_PDR_traversal(&terminus), 0);
+    EXPECT_EQ(pldm_terminus_deinit(&terminus), 0);
+}
+
 }  // namespace

@@ -334,4 +334,42 @@ INSTANTIATE_TEST_SUITE_P(Transfer, FailedStep,
 INSTANTIATE_TEST_SUITE_P(End, FailedStep, ::testing::Combine(kBindings, ::testing::ValuesIn(kEnd)),
                          scenario_name);
 
+/// A device that asks for nothing any more keeps an update for minutes, unless there is a limit.
+class LimitedUpdate : public UpdateRun {};
+
+TEST_F(LimitedUpdate, EndsWithItsTimeLimit) {
+    open_card(Binding::kSmbus);
+    provide(card_package());
+    device->set_faults({stall(0x15)});
+    mctp_ctx config = context_of("nic0");
+    mctp_set_deadline(&config, 20000);
+    pldm_fw_update_ctx ctx{};
+    ctx.max_transfer_size = 128;
+    test::Capture out;
+    ASSERT_EQ(pldm_fw_update_init(&ctx, &config), 0);
+    const uint64_t start_us = board->now_us();
+    EXPECT_EQ(pldm_nic_update(path.c_str(), &ctx, nullptr, 0), 0);
+    EXPECT_EQ(ctx.pldm.completion_code, 0x5A);
+    EXPECT_EQ(pldm_fw_update_last_error(&ctx)->cause, SIDEBAND_CAUSE_DEADLINE)
+        << test::said(*pldm_fw_update_last_error(&ctx));
+    EXPECT_GT(board->now_us() - start_us, 18'000'000u);
+    EXPECT_LT(board->now_us() - start_us, 22'000'000u);
+    pldm_free_ua_resource(&ctx);
+}
+
+TEST_F(LimitedUpdate, ThatHasTimeEnoughIsDone) {
+    open_card(Binding::kSmbus);
+    provide(card_package());
+    mctp_ctx config = context_of("nic0");
+    mctp_set_deadline(&config, 20000);
+    pldm_fw_update_ctx ctx{};
+    ctx.max_transfer_size = 128;
+    test::Capture out;
+    ASSERT_EQ(pldm_fw_update_init(&ctx, &config), 0);
+    EXPECT_EQ(pldm_nic_update(path.c_str(), &ctx, nullptr, 0), 0);
+    EXPECT_EQ(pldm_fw_update_last_error(&ctx)->cause, SIDEBAND_CAUSE_NONE);
+    EXPECT_EQ(device->active().text, "NEW");
+    pldm_free_ua_resource(&ctx);
+}
+
 }  // namespace

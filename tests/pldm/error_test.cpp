@@ -205,4 +205,18 @@ TEST_F(TerminusError, OfAnUpdateThatDoesNotBeginTheReasonIsKept) {
     EXPECT_EQ(why_not(), "wrong checksum, in MCTP control command 0x02");
 }
 
+TEST_F(PldmError, BehindTheTimeLimitACommandIsNotTriedAgain) {
+    mctp_set_deadline(&endpoint, 1000);
+    endpoint.on_call = [this] { libc.later_ms += 2000; };
+    test::Bytes request = hex("80 05 1A 00");  // tried ten times if there is time
+    uint8_t response[6] = {};
+    EXPECT_EQ(pldm_transfer(&ctx, 4, sizeof response, request.data(), response), -1);
+    EXPECT_EQ(endpoint.calls.size(), 1u);
+    EXPECT_TRUE(libc.sleeps.empty());
+    EXPECT_EQ(ctx.completion_code, PLDM_CC_RETRIES_EXHAUSTED);
+    EXPECT_EQ(pldm_send(&ctx, 4, request.data(), 1), -1);
+    EXPECT_EQ(endpoint.calls.size(), 2u);
+    EXPECT_TRUE(libc.sleeps.empty());
+}
+
 }  // namespace

@@ -40,4 +40,17 @@ TEST_F(SocketError, SilenceAndWhatAnswersSomethingElseAreToldApart) {
     EXPECT_EQ(said(ctx.last_error), "wrong argument");
 }
 
+TEST_F(SocketError, ATimeLimitCutsTheWaitAndThenNothingIsSent) {
+    mctp_set_deadline(&ctx, 100);
+    const int64_t before = kernel.now;
+    EXPECT_EQ(xfer(hex("80 02 11")), -1);
+    EXPECT_EQ(said(ctx.last_error), "deadline passed");
+    EXPECT_EQ(kernel.now - before, 100);
+    EXPECT_EQ(sent().size(), 1u);
+    EXPECT_EQ(xfer(hex("80 02 11")), -1);
+    EXPECT_EQ(said(ctx.last_error), "deadline passed");
+    EXPECT_EQ(sent().size(), 1u);
+    EXPECT_EQ(kernel.now - before, 100);
+}
+
 }  // namespace
