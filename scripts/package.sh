@@ -10,7 +10,8 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 what=$1 folder=$2 third=$3
 library_only=pkg.sideband.libraryonly
-export DEB_BUILD_OPTIONS="nocheck parallel=$(nproc)"
+jobs=$(nproc)
+export DEB_BUILD_OPTIONS="nocheck parallel=$jobs"
 
 say() { printf 'package.sh: %s\n' "$*" >&2; }
 die() {
@@ -77,8 +78,10 @@ make_chroot() {
     [[ ! -e $third/.complete ]] || return 0
     say "making a chroot of Debian 12"
     rm -rf "$third"
+    mkdir -p "$(dirname "$third")"
     mmdebstrap --variant=buildd --architectures="$(dpkg --print-architecture),armhf" \
-        --include=cmake,crossbuild-essential-armhf,debhelper,pkgconf bookworm "$third" "$("$root/scripts/mirror.sh")" \
+        --include=cmake,crossbuild-essential-armhf,debhelper,libc6-dev:armhf,libstdc++-12-dev:armhf,pkgconf \
+        bookworm "$third" "$("$root/scripts/mirror.sh")" \
         >"$folder/chroot.log" 2>&1 || die "mmdebstrap failed: $folder/chroot.log"
     touch "$third/.complete"
 }
