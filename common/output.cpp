@@ -24,15 +24,6 @@ struct Taker {
 };
 Taker taker;
 
-int print_to_taker(const char* format, ...) SIDEBAND_PRINTF(1, 2);
-int print_to_taker(const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    hand_over(SIDEBAND_OUTLET_PRINTED, format, arguments);
-    va_end(arguments);
-    return 0;
-}
-
 void log_to_taker(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 void log_to_taker(const char* format, ...) {
     va_list arguments;
@@ -43,7 +34,6 @@ void log_to_taker(const char* format, ...) {
 
 }  // namespace
 
-int (*print_formatted)(const char* format, ...) = std::printf;
 void (*print_on_console)(const char* format, ...) = console_log;
 
 void hand_over(uint32_t outlet, const char* format, va_list arguments) {
@@ -61,13 +51,23 @@ bool is_led(uint32_t outlet) {
 
 void lead_output(uint32_t outlets, sideband_output_op take, void* context) {
     taker = {outlets, take, context};
-    print_formatted = is_led(SIDEBAND_OUTLET_PRINTED) ? print_to_taker : std::printf;
     print_on_console = is_led(SIDEBAND_OUTLET_CONSOLE) ? log_to_taker : console_log;
+}
+
+void print_formatted(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    if (is_led(SIDEBAND_OUTLET_PRINTED)) {
+        hand_over(SIDEBAND_OUTLET_PRINTED, format, arguments);
+    } else {
+        std::vprintf(format, arguments);
+    }
+    va_end(arguments);
 }
 
 void print_line(const char* text) {
     if (is_led(SIDEBAND_OUTLET_PRINTED)) {
-        print_to_taker("%s\n", text);
+        print_formatted("%s\n", text);
     } else {
         std::puts(text);
     }

@@ -13,9 +13,9 @@
 
 namespace sideband {
 
-/// printf() to standard output, of which the result is of no use; or to who takes its place.
-extern int (*print_formatted)(const char* format, ...) SIDEBAND_PRINTF(1, 2);
-/// The same for console_log().
+/// As printf() to standard output, or to who takes its place.
+void print_formatted(const char* format, ...) SIDEBAND_PRINTF(1, 2);
+/// console_log(), which takes no va_list, or who takes its place.
 extern void (*print_on_console)(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 /// Prints a line, as puts().
 void print_line(const char* text);
