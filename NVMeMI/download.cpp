@@ -203,7 +203,8 @@ int32_t nvme_fw_image_download(nvmemi_ctx* ctx, uint16_t cntlid, const char* pat
     const auto size = static_cast<uint32_t>(stamp.size);
     log_place();
     print_on_console("st.st_size=%lu\n", static_cast<unsigned long>(size));
-    const uint32_t pieces = size / chunk_size + (size % chunk_size != 0 ? 1 : 0);
+    // In 64 bits, where it cannot overflow.
+    const auto pieces = static_cast<uint32_t>((uint64_t{size} + chunk_size - 1) / chunk_size);
     log_place();
     print_on_console("num_loop=%d, fw_download_chunk_size=%d\n", static_cast<int>(pieces),
                      static_cast<int>(chunk_size));

@@ -166,9 +166,12 @@ void dump_packets(int32_t length, const uint8_t* packet) {
     // File and line are part of the text that log readers match; they are not this call's place.
     print_formatted("[%s:%d] Dumping Packets....\n", "transport/mctp", 42);
     print_formatted("===== mctp payload packets(len: %d)=====\n", length);
+    constexpr int32_t kPerLine = 12;
+    int32_t line_end = kPerLine;
     for (int32_t i = 0; packet != nullptr && i < length; ++i) {
-        if (i != 0 && i % 12 == 0) {
+        if (i == line_end) {
             print_formatted("\n");
+            line_end += kPerLine;
         }
         print_formatted(" %02x", packet[i]);
     }

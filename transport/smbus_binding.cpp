@@ -74,15 +74,20 @@ uint8_t prepare_write(const mctp_section& section, int32_t length, uint8_t* fram
     return bmc_address;
 }
 
-/// Writes a number in decimal. @return behind it
+/// Writes a number in decimal. Without a division, which is a function of half a kilobyte on ARM:
+/// n * 205 / 2048 is n / 10 up to 99.
+/// @return behind it
 char* put_decimal(uint8_t value, char* to) {
+    const unsigned hundreds = (value >= 100 ? 1U : 0U) + (value >= 200 ? 1U : 0U);
+    const unsigned rest = value - hundreds * 100;
+    const unsigned tens = rest * 205 / 2048;
     if (value >= 100) {
-        *to++ = static_cast<char>('0' + value / 100);
+        *to++ = static_cast<char>('0' + hundreds);
     }
     if (value >= 10) {
-        *to++ = static_cast<char>('0' + value / 10 % 10);
+        *to++ = static_cast<char>('0' + tens);
     }
-    *to++ = static_cast<char>('0' + value % 10);
+    *to++ = static_cast<char>('0' + (rest - tens * 10));
     return to;
 }
 
