@@ -4,6 +4,7 @@
 
 #include "tools/demo/commands.h"
 #include "tools/mctp/commands.h"
+#include "tools/metrics/commands.h"
 #include "tools/ncsi/commands.h"
 #include "tools/nvme/commands.h"
 #include "tools/pldm/commands.h"
@@ -15,7 +16,7 @@ namespace tool {
 std::span<const AddCommands> rooms() {
     static constexpr AddCommands kRooms[] = {
         add_demo_commands, add_mctp_commands,   add_pldm_commands,  add_ncsi_commands,
-        add_nvme_commands, add_update_commands, add_serve_commands,
+        add_nvme_commands, add_update_commands, add_serve_commands, add_metrics_commands,
     };
     return kRooms;
 }

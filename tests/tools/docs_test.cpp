@@ -156,7 +156,8 @@ constexpr const char* kCommands[] = {"demo",
                                      "nvme ns detach",
                                      "nvme ns delete",
                                      "nvme format",
-                                     "nvme sanitize"};
+                                     "nvme sanitize",
+                                     "metrics"};
 
 TEST(ToolPage, ShowsWhatTheToolPrints) {
     const PageFolder folder;

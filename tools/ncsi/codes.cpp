@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <iterator>
+
 #include "tools/shell/name_table.h"
 
 namespace tool {
@@ -80,6 +82,15 @@ std::string ncsi_speed_name(uint8_t speed) {
     // The table goes on in newer revisions of DSP0222.
     const std::string name = find_name(kNames, speed, "");
     return name.empty() ? fmt::format("speed 0x{:02x}", speed) : name;
+}
+
+uint64_t ncsi_bits_per_second(uint8_t speed) {
+    // In Mbps, by the codes of ncsi_speed_name().
+    static constexpr uint64_t kMegabits[] = {0,    10,    10,    100,    100,    100,   1000,
+                                             1000, 10000, 20000, 25000,  40000,  50000, 100000,
+                                             2500, 5000,  1000,  200000, 400000, 800000};
+    constexpr uint64_t kMega = 1000000;
+    return speed < std::size(kMegabits) ? kMegabits[speed] * kMega : 0;
 }
 
 }  // namespace tool

@@ -52,20 +52,23 @@ void SignalWatch::check() {
     }
 }
 
-void SignalWatch::wait_for_input(int descriptor) {
+bool SignalWatch::poll(int descriptor, short events, const timespec* limit) {
     sigset_t held;
     sigset_t before;
     sigemptyset(&held);
     for (const int signal : kSignals) {
         sigaddset(&held, signal);
     }
-    pollfd input{.fd = descriptor, .events = POLLIN, .revents = 0};
+    pollfd waiting{.fd = descriptor, .events = events, .revents = 0};
     // Held until the wait has begun: one that came just before would not end it.
     sigprocmask(SIG_BLOCK, &held, &before);
-    if (signal() == 0) {
-        ppoll(&input, 1, nullptr, &before);
-    }
+    const bool ready = noted == 0 && ppoll(&waiting, 1, limit, &before) > 0;
     sigprocmask(SIG_SETMASK, &before, nullptr);
+    return ready;
+}
+
+void SignalWatch::wait_for_input(int descriptor) {
+    poll(descriptor, POLLIN, nullptr);
     check();
 }
 
@@ -84,6 +87,13 @@ InterruptGuard::~InterruptGuard() {
 
 bool InterruptGuard::pending() {
     return noted != 0;
+}
+
+bool InterruptGuard::wait_until_ready(int descriptor, short events, int milliseconds) {
+    constexpr int kMilli = 1000;
+    const timespec limit{.tv_sec = milliseconds / kMilli,
+                         .tv_nsec = milliseconds % kMilli * 1000000L};
+    return SignalWatch::poll(descriptor, events, &limit);
 }
 
 }  // namespace tool

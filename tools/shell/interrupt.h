@@ -31,6 +31,9 @@ public:
     static void wait_for_input(int descriptor);
 
 private:
+    friend class InterruptGuard;
+    static bool poll(int descriptor, short events, const timespec* limit);
+
     static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
     struct sigaction before_[3]{};
 };
@@ -46,6 +49,11 @@ public:
 
     /// Whether one has come.
     static bool pending();
+
+    /// Waits until a descriptor is ready, the time is over or a signal has come.
+    /// @param events  POLLIN, POLLOUT
+    /// @return whether it is ready
+    static bool wait_until_ready(int descriptor, short events, int milliseconds);
 };
 
 }  // namespace tool

@@ -212,6 +212,17 @@ std::string printable_lines(std::string_view text) {
     return shown + printable(text);
 }
 
+std::string valid_utf8(std::string_view text) {
+    std::string valid;
+    while (!text.empty()) {
+        const std::string_view character = text.substr(0, character_size(text));
+        text.remove_prefix(character.size());
+        const bool lone = character.size() == 1 && is_in(character[0], 0x80, 0xFF);
+        valid += lone ? std::string_view("\xEF\xBF\xBD") : character;
+    }
+    return valid;
+}
+
 std::string utf16_text(std::span<const uint8_t> bytes, bool big_endian) {
     const auto unit_at = [&](size_t at) {
         return static_cast<uint32_t>(bytes[at + (big_endian ? 0 : 1)] << 8 |

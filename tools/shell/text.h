@@ -48,6 +48,9 @@ std::string printable(std::string_view text);
 /// As printable(), for text of several lines: their ends stay.
 std::string printable_lines(std::string_view text);
 
+/// The text with each byte that is no part of a character in UTF-8 made U+FFFD.
+std::string valid_utf8(std::string_view text);
+
 /// UTF-16 as UTF-8. What is no character becomes a question mark.
 std::string utf16_text(std::span<const uint8_t> bytes, bool big_endian);
 

@@ -1,0 +1,216 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tests of metrics --listen, as clients see it that mean well and that do not.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "tests/tools/tool_runner.h"
+
+namespace {
+
+using tool_test::contains;
+using tool_test::expect_error;
+using tool_test::Outcome;
+using tool_test::OwnBoard;
+using tool_test::RunningTool;
+using Clock = std::chrono::steady_clock;
+
+const std::string kGet = "GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n";
+
+class MetricsServer : public OwnBoard {
+protected:
+    MetricsServer() {
+        const std::string printed = tool_.printed_until("/metrics\n");
+        const size_t colon = printed.rfind(':');
+        EXPECT_TRUE(printed.starts_with("metrics on http://127.0.0.1:")) << printed;
+        port_ = static_cast<uint16_t>(std::atoi(printed.c_str() + colon + 1));
+    }
+
+    uint16_t port() const { return port_; }
+    RunningTool& tool() { return tool_; }
+
+private:
+    RunningTool tool_{{"metrics", "dev0", "--listen", "127.0.0.1:0", "--board", board_.path()}};
+    uint16_t port_ = 0;
+};
+
+/// A connection to the server.
+class Connection {
+public:
+    explicit Connection(uint16_t port) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            throw std::runtime_error("nobody listens");
+        }
+    }
+    ~Connection() { close(socket_); }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    /// @return whether the server still takes it
+    bool say(const std::string& text) const {
+        return send(socket_, text.data(), text.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(text.size());
+    }
+    void hang_up() const { shutdown(socket_, SHUT_WR); }
+
+    /// All that the server says until it closes; it must do so in time.
+    std::string heard() const {
+        constexpr int kLongest = 30000;
+        std::string text;
+        char block[4096];
+        pollfd waiting{.fd = socket_, .events = POLLIN, .revents = 0};
+        while (poll(&waiting, 1, kLongest) > 0) {
+            const ssize_t got = recv(socket_, block, sizeof block, 0);
+            if (got <= 0) {
+                return text;
+            }
+            text.append(block, static_cast<size_t>(got));
+        }
+        ADD_FAILURE() << "the server has forgotten its client";
+        return text;
+    }
+
+private:
+    int socket_;
+};
+
+std::string asked(uint16_t port, const std::string& request) {
+    const Connection connection(port);
+    connection.say(request);
+    return connection.heard();
+}
+
+TEST_F(MetricsServer, ServesAndEndsCleanly) {
+    const std::string answer = asked(port(), kGet);
+    EXPECT_TRUE(answer.starts_with("HTTP/1.1 200 OK\r\n")) << answer;
+    EXPECT_TRUE(contains(answer, "sideband_endpoint_up{endpoint=\"dev0\"} 1\n")) << answer;
+    EXPECT_TRUE(answer.ends_with("# EOF\n"));
+    const std::string head = asked(port(), "HEAD /metrics HTTP/1.1\r\n\r\n");
+    EXPECT_TRUE(head.starts_with("HTTP/1.1 200 OK\r\n") && head.ends_with("\r\n\r\n")) << head;
+    EXPECT_TRUE(asked(port(), "GET / HTTP/1.1\r\n\r\n").starts_with("HTTP/1.1 404 "));
+    EXPECT_TRUE(asked(port(), "POST /metrics HTTP/1.1\r\n\r\n").starts_with("HTTP/1.1 405 "));
+    EXPECT_TRUE(asked(port(), "nonsense\r\n\r\n").starts_with("HTTP/1.1 400 "));
+    const Outcome end = tool().end(SIGTERM);
+    EXPECT_EQ(end.status, 0);
+    EXPECT_EQ(end.err, "");
+}
+
+TEST_F(MetricsServer, InterruptEndsItToo) {
+    EXPECT_EQ(tool().end(SIGINT).status, 0);
+}
+
+TEST_F(MetricsServer, ARequestInPiecesIsOne) {
+    const Connection connection(port());
+    for (const char c : kGet) {
+        ASSERT_TRUE(connection.say(std::string(1, c)));
+    }
+    EXPECT_TRUE(connection.heard().starts_with("HTTP/1.1 200 "));
+}
+
+TEST_F(MetricsServer, WhoGoesInTheMiddleIsForgotten) {
+    for (size_t size = 0; size < kGet.size(); size += 3) {
+        const Connection connection(port());
+        connection.say(kGet.substr(0, size));
+        connection.hang_up();
+        EXPECT_EQ(connection.heard(), "") << size;
+    }
+    { const Connection gone(port()); }
+    {
+        const Connection deaf(port());
+        deaf.say(kGet);
+    }
+    EXPECT_TRUE(asked(port(), kGet).starts_with("HTTP/1.1 200 "));
+}
+
+TEST_F(MetricsServer, AHeadWithoutEndIsCutOff) {
+    const Connection connection(port());
+    connection.say("GET /metrics HTTP/1.1\r\n");
+    const std::string field = "X-Field: " + std::string(500, 'x') + "\r\n";
+    for (int i = 0; i < 4000 && connection.say(field); ++i) {
+    }
+    const std::string answer = connection.heard();
+    EXPECT_TRUE(answer.empty() || answer.starts_with("HTTP/1.1 431 ")) << answer;
+    EXPECT_TRUE(asked(port(), "GET /metrics HTTP/1.1\r\nX: " + std::string(9000, 'x'))
+                    .starts_with("HTTP/1.1 431 "));
+    EXPECT_TRUE(asked(port(), kGet).starts_with("HTTP/1.1 200 "));
+}
+
+TEST_F(MetricsServer, WhoIsSlowKeepsNobodyForLong) {
+    const Connection slow(port());
+    slow.say("GET /metr");
+    const Clock::time_point begin = Clock::now();
+    EXPECT_TRUE(asked(port(), kGet).starts_with("HTTP/1.1 200 "));
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(20));
+    EXPECT_TRUE(slow.heard().starts_with("HTTP/1.1 408 "));
+}
+
+TEST_F(MetricsServer, ASignalDoesNotWaitForASlowClient) {
+    const Connection slow(port());
+    slow.say("GET");
+    EXPECT_EQ(tool().end(SIGTERM).status, 0);
+}
+
+TEST_F(MetricsServer, SecondOnTheSameAddressSaysSo) {
+    const std::string address = "127.0.0.1:" + std::to_string(port());
+    expect_error(run({"metrics", "--listen", address}), 1,
+                 "sideband-sim: metrics: " + address +
+                     ": nobody can listen there: Address already in use");
+}
+
+TEST_F(OwnBoard, AddressesThatAreNone) {
+    for (const char* address : {"nowhere", "1.2.3.4.5", "127.0.0.1:65536", "127.0.0.1:", "[::1",
+                                "[::1]x", "127.0.0.1:http", "127.0.0.1:0x10", ":-1"}) {
+        expect_error(run({"metrics", "--listen", address}), 2,
+                     "sideband-sim: metrics: " + std::string(address) +
+                         ": an address to listen on is given as 127.0.0.1:9823 or [::1]:9823");
+    }
+}
+
+/// What a program that is there prints when it is asked for a page.
+std::string printed_by(const std::string& command) {
+    std::string printed;
+    FILE* pipe = popen(command.c_str(), "r");
+    char block[4096];
+    for (size_t got; pipe != nullptr && (got = std::fread(block, 1, sizeof block, pipe)) > 0;) {
+        printed.append(block, got);
+    }
+    return pipe != nullptr && pclose(pipe) == 0 ? printed : "";
+}
+
+TEST_F(MetricsServer, PrometheusScrapesIt) {
+    if (printed_by("command -v prometheus").empty()) {
+        GTEST_SKIP() << "prometheus is not installed";
+    }
+    const std::string folder =
+        testing::TempDir() + "sideband-prometheus-" + std::to_string(getpid());
+    std::filesystem::create_directory(folder);
+    std::ofstream(folder + "/prometheus.yml")
+        << "global: {scrape_interval: 1s, scrape_timeout: 1s}\nscrape_configs:\n"
+           "  - {job_name: sideband, static_configs: [{targets: ['127.0.0.1:"
+        << port() << "']}]}\n";
+    // A scrape is written to the log of what it stores; without a page of its own nobody else asks.
+    const std::string log =
+        printed_by("cd " + folder +
+                   " && (timeout -s TERM 6 prometheus --config.file=prometheus.yml "
+                   "--storage.tsdb.path=data --web.listen-address=127.0.0.1:0 >log 2>&1; "
+                   "promtool tsdb dump data >series 2>&1; cat series)");
+    std::filesystem::remove_all(folder);
+    EXPECT_TRUE(contains(log, "__name__=\"up\"")) << log;
+    EXPECT_TRUE(contains(log, "__name__=\"sideband_sensor_temperature_celsius\"")) << log;
+    EXPECT_TRUE(contains(log, "-21.5")) << log;
+}
+
+}  // namespace
