@@ -70,7 +70,7 @@ def main():
         sys.exit("usage: refresh_page.py TOOL PAGE")
     tool, page = pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2])
     with tempfile.TemporaryDirectory() as folder:
-        make_examples.make(pathlib.Path(folder))
+        make_examples.make(pathlib.Path(folder), tool)
         try:
             lines = refresh(tool, folder, page.read_text().splitlines())
         except (Refused, OSError) as reason:

@@ -39,6 +39,18 @@ void add_update(Command pldm, const Commands& commands) {
         .range(32, 65536);
 }
 
+void add_create(Command pkg, const Commands& commands) {
+    const auto [create, recipe] = commands.add<PackageRecipe>(
+        pkg, "create", "makes a package of a description and images",
+        [](Context& c, const PackageRecipe& r) { run_pkg_create(c, r); });
+    create.add_option("OUT", recipe.package, "the file to make").required();
+    create.add_option("--metadata", recipe.metadata, "what it is for, in JSON")
+        .type_name("FILE")
+        .required();
+    create.add_option("--image", recipe.images, "images of the components, in their order")
+        .type_name("FILE");
+}
+
 }  // namespace
 
 void add_update_commands(const Commands& commands) {
@@ -50,6 +62,7 @@ void add_update_commands(const Commands& commands) {
         pkg, "show", "what a package holds; no device is asked",
         [](Context& c, const PackageArguments& a) { run_pkg_show(c, a.package); });
     show.add_option("PACKAGE", arguments.package, kPackageHelp).required();
+    add_create(pkg, commands);
 }
 
 }  // namespace tool

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "tools/shell/command.h"
 
@@ -29,6 +30,15 @@ void run_pldm_fw_update(Context& context, const std::string& endpoint, const std
 
 /// @param path  a firmware update package
 void run_pkg_show(Context& context, const std::string& path);
+
+/// What a package is made of, and where it goes.
+struct PackageRecipe {
+    std::string package;
+    std::string metadata;             ///< a description in JSON
+    std::vector<std::string> images;  ///< of the components, in their order
+};
+
+void run_pkg_create(Context& context, const PackageRecipe& recipe);
 
 }  // namespace tool
 

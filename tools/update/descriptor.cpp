@@ -96,6 +96,11 @@ std::string descriptor_name(uint16_t type) {
     return type_of(type).name;
 }
 
+std::optional<size_t> descriptor_size(uint16_t type) {
+    const size_t size = type_of(type).size;
+    return size == 0 ? std::nullopt : std::optional(size);
+}
+
 std::string descriptor_value(const Descriptor& descriptor) {
     const DescriptorType& type = type_of(descriptor.type);
     if (descriptor.data.size() != type.size) {

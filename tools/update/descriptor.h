@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -28,6 +29,9 @@ struct Descriptor {
 
 /// The standard's name of a type; "Unknown ID" for one that it does not assign.
 std::string descriptor_name(uint16_t type);
+
+/// Bytes of a type's value; nothing if the standard does not say.
+std::optional<size_t> descriptor_size(uint16_t type);
 
 /// The value as people write it: PCI IDs in hex and an enterprise number in decimal, a UUID in its
 /// groups, a model number as text. Empty for other types, and if the data have not the type's

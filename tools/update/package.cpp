@@ -2,21 +2,19 @@
 // A firmware update package that the library has parsed, for the commands that show or use it.
 #include "tools/update/package.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "testing/package_builder.h"
 #include "tools/shell/failure.h"
 #include "tools/shell/temporary_file.h"
 #include "tools/shell/text.h"
+#include "tools/update/input_file.h"
 
 namespace tool {
 namespace {
@@ -50,29 +48,9 @@ constexpr HeaderFormat kLaterFormats[] = {
       0x78}},
 };
 
-struct CloseFile {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using OpenFile = std::unique_ptr<FILE, CloseFile>;
-
-Failure unusable(const std::string& path, const std::string& why) {
-    return {ExitStatus::kInput, path + ": " + why};
-}
-
-/// Opens without waiting: a FIFO would have the tool wait for its other end.
 /// @param size  receives the file's size
 OpenFile open_package(const std::string& path, uint64_t& size) {
-    const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    OpenFile file(descriptor >= 0 ? fdopen(descriptor, "rb") : nullptr);
-    struct stat status;
-    if (file == nullptr || fstat(descriptor, &status) != 0) {
-        throw unusable(path, std::strerror(errno));
-    }
-    if (!S_ISREG(status.st_mode)) {
-        throw unusable(path,
-                       S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "this is no regular file");
-    }
-    size = static_cast<uint64_t>(status.st_size);
+    OpenFile file = open_regular_file(path, size);
     if (size > kPackageSizeMax) {
         throw unusable(path, fmt::format("the file has {} bytes, a package has at most {}", size,
                                          kPackageSizeMax));

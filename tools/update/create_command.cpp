@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command pkg create: a firmware update package of a description and images.
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sideband/pldm_fw_update.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "tools/shell/text.h"
+#include "tools/update/commands.h"
+#include "tools/update/input_file.h"
+#include "tools/update/metadata.h"
+
+namespace tool {
+namespace {
+
+Failure unwritable(const std::string& path) {
+    return {ExitStatus::kFailed, path + ": cannot be written: " + std::strerror(errno)};
+}
+
+struct Image {
+    std::string path;
+    OpenFile file;
+    uint32_t size = 0;
+};
+
+Image open_image(const std::string& path) {
+    uint64_t size = 0;
+    OpenFile file = open_regular_file(path, size);
+    if (size == 0 || size > UINT32_MAX) {
+        throw unusable(
+            path, fmt::format("an image has 1 to {} bytes, this one has {}", UINT32_MAX, size));
+    }
+    return {.path = path, .file = std::move(file), .size = static_cast<uint32_t>(size)};
+}
+
+/// The package's file while it is made: under a name of its own, so that nobody finds half of it,
+/// and an image that is to be overwritten is read before.
+class NewFile {
+public:
+    explicit NewFile(const std::string& path)
+        : path_(path), made_(path + ".XXXXXX"), file_(mkostemp(made_.data(), O_CLOEXEC)) {
+        if (file_ < 0) {
+            throw unwritable(path_);
+        }
+    }
+    ~NewFile() {
+        close(file_);
+        if (!done_) {
+            unlink(made_.c_str());
+        }
+    }
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    const std::string& made() const { return made_; }
+
+    void write(const uint8_t* bytes, size_t size) const {
+        while (size > 0) {
+            const ssize_t count = ::write(file_, bytes, size);
+            if (count < 0) {
+                throw unwritable(path_);
+            }
+            bytes += count;
+            size -= static_cast<size_t>(count);
+        }
+    }
+
+    /// Gives it the name and the rights that it is to have.
+    void finish() {
+        const mode_t mask = umask(0);
+        umask(mask);
+        if (fchmod(file_, 0666 & ~mask) != 0 || fsync(file_) != 0 ||
+            rename(made_.c_str(), path_.c_str()) != 0) {
+            throw unwritable(path_);
+        }
+        done_ = true;
+    }
+
+private:
+    std::string path_;
+    std::string made_;
+    int file_;
+    bool done_ = false;
+};
+
+/// Copies as many bytes as the image had when the header was made.
+void copy(const Image& image, const NewFile& out) {
+    std::vector<uint8_t> block(1 << 16);
+    for (uint64_t left = image.size; left > 0;) {
+        const size_t got =
+            std::fread(block.data(), 1, std::min<uint64_t>(left, block.size()), image.file.get());
+        if (got == 0) {
+            throw unusable(image.path, std::ferror(image.file.get()) != 0
+                                           ? std::strerror(errno)
+                                           : "it has been cut meanwhile");
+        }
+        out.write(block.data(), got);
+        left -= got;
+    }
+}
+
+/// The header, once with places that count from its own end, then with the right ones.
+std::vector<uint8_t> build_header(Package& package, const std::vector<Image>& images,
+                                  const std::string& metadata) {
+    for (size_t i = 0; i < images.size(); ++i) {
+        package.components[i].size = images[i].size;
+        package.components[i].location_offset = 0;
+    }
+    const uint64_t size = build_package(package).size();
+    if (size > UINT16_MAX) {
+        throw unusable(metadata, fmt::format("makes a package header of {} bytes, more than {}",
+                                             size, UINT16_MAX));
+    }
+    uint64_t place = size;
+    for (size_t i = 0; i < images.size(); ++i) {
+        if (place > UINT32_MAX) {
+            throw unusable(images[i].path, fmt::format("the image would begin at byte {}, behind "
+                                                       "the last that a package can name",
+                                                       place));
+        }
+        package.components[i].location_offset = static_cast<uint32_t>(place);
+        place += images[i].size;
+    }
+    return build_package(package);
+}
+
+/// Has the library read what was made, by the letter of the standard.
+void check_package(const std::string& made, const std::string& metadata) {
+    pldm_fw_update_ctx context{};
+    context.strict = MCTP_STRICT_PACKAGE;
+    const bool good = pldm_parse_file(made.c_str(), &context) == 0;
+    pldm_free_ctx_resource(&context);
+    if (!good) {
+        throw unusable(metadata, "the library refuses the package that this describes");
+    }
+}
+
+}  // namespace
+
+void run_pkg_create(Context& context, const PackageRecipe& recipe) {
+    Package package = read_metadata(recipe.metadata, recipe.images.size());
+    std::vector<Image> images;
+    for (const std::string& path : recipe.images) {
+        images.push_back(open_image(path));
+    }
+    const std::vector<uint8_t> header = build_header(package, images, recipe.metadata);
+    NewFile out(recipe.package);
+    out.write(header.data(), header.size());
+    uint64_t size = header.size();
+    for (const Image& image : images) {
+        copy(image, out);
+        size += image.size;
+    }
+    check_package(out.made(), recipe.metadata);
+    out.finish();
+    context.output.text(fmt::format("{}: {} in {}\n", recipe.package, counted(size, "byte"),
+                                    counted(images.size(), "component")));
+    context.output.document({{"package", recipe.package},
+                             {"size", size},
+                             {"header_size", header.size()},
+                             {"components", images.size()}});
+}
+
+}  // namespace tool
