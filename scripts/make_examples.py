@@ -9,6 +9,7 @@ nic.img     the image of its one component
 nic.fwpkg   the package, made of both by `pkg create`
 cut.fwpkg   its first 100 bytes
 drive.img   a firmware image that the drive nvme0 takes
+steps.txt   commands for `batch`
 
 TOOL is sideband-sim: without the option the one that the environment variable SIDEBAND_TOOL names, else the
 one that ./dev build has built, else the one on the path.
@@ -47,6 +48,12 @@ DESCRIPTION = {
         "ComponentComparisonStamp": "0x16290000",
     }],
 }
+STEPS = """\
+# A namespace, from its making to its use.
+nvme ns create nvme0 --blocks 1024
+nvme ns attach nvme0 2
+nvme ns list nvme0
+"""
 IMAGE_SIZE = 65536
 CUT_SIZE = 100
 DRIVE_IMAGE_SIZE = 16384
@@ -67,6 +74,7 @@ def make(folder, tool):
     subprocess.run([tool, "pkg", "create", folder / "nic.fwpkg", "--metadata", folder / "nic.json",
                     "--image", folder / "nic.img"], stdout=subprocess.DEVNULL, check=True)
     (folder / "cut.fwpkg").write_bytes((folder / "nic.fwpkg").read_bytes()[:CUT_SIZE])
+    (folder / "steps.txt").write_text(STEPS)
     (folder / "drive.img").write_bytes(b"SIMDRIVEES11    ".ljust(DRIVE_IMAGE_SIZE, b"\0"))
 
 

@@ -25,10 +25,10 @@ MAY_INCLUDE = {
     # The judge of ports sees them and the library from outside.
     "porttest": ("porttest",),
 }
-# The tool's rooms stand beside one another on the shell, which knows none of them; the tour and the
-# metrics are on top of all, and so is what lies in tools/ itself.
+# The tool's rooms stand beside one another on the shell, which knows none of them; the tour, the
+# metrics and batches are on top of all, and so is what lies in tools/ itself.
 TOOL_SHELL = "shell"
-TOOL_TOP = ("demo", "metrics")
+TOOL_TOP = ("batch", "demo", "metrics")
 # Rooms of platform/ that every platform may include, and that include one another only.
 SHARED_BY_PLATFORMS = ("board_file", "pcapng")
 # Spelt in pieces, so that no file of the project holds the words themselves.

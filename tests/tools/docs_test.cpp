@@ -158,7 +158,8 @@ constexpr const char* kCommands[] = {"demo",
                                      "nvme ns delete",
                                      "nvme format",
                                      "nvme sanitize",
-                                     "metrics"};
+                                     "metrics",
+                                     "batch"};
 
 TEST(ToolPage, ShowsWhatTheToolPrints) {
     const PageFolder folder;

@@ -113,7 +113,7 @@ void Output::plain(std::string_view text) {
 
 void Output::document(const Json& document) {
     if (json_) {
-        plain(printable_json(document).dump(2) + "\n");
+        plain(printable_json(document).dump(indent_) + "\n");
         document_printed_ = true;
     }
 }

@@ -50,6 +50,11 @@ public:
     /// The command's one JSON document; swallowed if text is wanted.
     void document(const Json& document);
 
+    /// From now on there may be several documents, each on a line of its own: of every command, and
+    /// of every reading of one that goes on. begin_document() stands in front of a command's.
+    void print_documents_as_lines() { indent_ = -1; }
+    void begin_document() { document_printed_ = false; }
+
     /// One line on standard error, behind the name of the program. If JSON is wanted and the
     /// command has printed no document, the error becomes that document.
     void error(const std::string& command, const Failure& failure);
@@ -68,6 +73,7 @@ private:
     bool json_ = false;
     LibraryOutput library_;
     bool document_printed_ = false;
+    int indent_ = 2;
 };
 
 /// A failure as a JSON object: message, and endpoint, operation and the device's code if known.
