@@ -10,6 +10,7 @@ nic.fwpkg   the package, made of both by `pkg create`
 cut.fwpkg   its first 100 bytes
 drive.img   a firmware image that the drive nvme0 takes
 steps.txt   commands for `batch`
+board.json  a small board file
 
 TOOL is sideband-sim: without the option the one that the environment variable SIDEBAND_TOOL names, else the
 one that ./dev build has built, else the one on the path.
@@ -54,6 +55,11 @@ nvme ns create nvme0 --blocks 1024
 nvme ns attach nvme0 2
 nvme ns list nvme0
 """
+BOARD = {
+    "name": "small",
+    "buses": [{"bus": 1}],
+    "devices": [{"name": "card0", "type": "pldm", "bus": 1, "address": "0x40"}],
+}
 IMAGE_SIZE = 65536
 CUT_SIZE = 100
 DRIVE_IMAGE_SIZE = 16384
@@ -74,6 +80,7 @@ def make(folder, tool):
     subprocess.run([tool, "pkg", "create", folder / "nic.fwpkg", "--metadata", folder / "nic.json",
                     "--image", folder / "nic.img"], stdout=subprocess.DEVNULL, check=True)
     (folder / "cut.fwpkg").write_bytes((folder / "nic.fwpkg").read_bytes()[:CUT_SIZE])
+    (folder / "board.json").write_text(json.dumps(BOARD, indent=4) + "\n")
     (folder / "steps.txt").write_text(STEPS)
     (folder / "drive.img").write_bytes(b"SIMDRIVEES11    ".ljust(DRIVE_IMAGE_SIZE, b"\0"))
 

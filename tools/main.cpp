@@ -46,12 +46,30 @@ void run(Context& context, const CommandLine& line) {
     }
 }
 
+/// A fault of the command line: "ENDPOINT=KIND", or "ENDPOINT={...}" as in a board file.
+void add_fault(Port& port, const std::string& text) {
+    const size_t equals = text.find('=');
+    if (equals == std::string::npos) {
+        throw Failure(ExitStatus::kUsage, text + ": a fault is given as ENDPOINT=KIND");
+    }
+    const std::string fault = text.substr(equals + 1);
+    try {
+        port.add_fault(text.substr(0, equals),
+                       fault.starts_with('{') ? fault : Json{{"kind", fault}}.dump());
+    } catch (const Failure& failure) {
+        throw Failure(ExitStatus::kUsage, failure.what());
+    }
+}
+
 ExitStatus execute(Output& output, const CommandLine& line) {
     if (line.verbose) {
         output.show_library_output();
     }
     Session::set_strict(line.strict ? MCTP_STRICT_ALL : 0);
     const std::unique_ptr<Port> port = Port::open(line.board);
+    for (const std::string& fault : line.faults) {
+        add_fault(*port, fault);
+    }
     Context context{*port, output, line.command};
     try {
         run(context, line);

@@ -209,6 +209,10 @@ bool Port::is_simulated() {
     return false;
 }
 
+BoardSummary Port::check_board(const std::string& board_file) {
+    throw Failure(ExitStatus::kFailed, board_file + ": no simulated board is here to check it");
+}
+
 bool Port::is_strict() {
     return true;
 }

@@ -54,7 +54,8 @@ Endpoint endpoint_of(const sim::EndpointInfo& info) {
                       .unit_size = info.unit_size,
                       .i2c_delay_us = info.i2c_delay_us,
                       .pcie_param = info.pcie_param,
-                      .sensors = {}};
+                      .sensors = {},
+                      .hint = {}};
     for (const sim::SensorInfo& sensor : info.sensors) {
         endpoint.sensors.push_back(sensor_of(sensor));
     }
@@ -146,7 +147,8 @@ void Buses::serve_a_while() {
 
 class SimulatedPort final : public Port {
 public:
-    explicit SimulatedPort(std::unique_ptr<sim::Board> board) : board_(std::move(board)) {
+    SimulatedPort(std::unique_ptr<sim::Board> board, std::string text)
+        : board_(std::move(board)), text_(std::move(text)) {
         for (const sim::EndpointInfo& info : board_->endpoints()) {
             endpoints_.push_back(endpoint_of(info));
         }
@@ -155,6 +157,7 @@ public:
     ~SimulatedPort() override { sim::Board::use(nullptr); }
 
     std::string board_name() const override { return board_->name(); }
+    std::string board_text() const override { return text_; }
     const std::vector<Endpoint>& endpoints() const override { return endpoints_; }
     std::string objection(const Endpoint& endpoint) const override {
         return endpoint.transport == Transport::kMctp
@@ -181,6 +184,7 @@ public:
 
 private:
     std::unique_ptr<sim::Board> board_;
+    std::string text_;
     std::vector<Endpoint> endpoints_;
     std::string capture_path_;
 };
@@ -302,6 +306,25 @@ std::vector<std::string> SimulatedPort::log_lines() const {
     return lines;
 }
 
+/// The text of a board file. Throws Failure.
+std::string read_board_text(const std::string& path) {
+    std::string text;
+    if (const std::optional<std::string> reason = board_file::read_file(path, text)) {
+        throw Failure(ExitStatus::kInput, lines_of(sim::BoardError{"", 0, *reason}.message(path)));
+    }
+    return text;
+}
+
+/// @param name  of the file, as errors show it
+std::unique_ptr<sim::Board> read_board(const std::string& name, const std::string& text) {
+    sim::BoardError error;
+    std::unique_ptr<sim::Board> board = sim::Board::parse(text, error);
+    if (board == nullptr) {
+        throw Failure(ExitStatus::kInput, lines_of(error.message(name)));
+    }
+    return board;
+}
+
 }  // namespace
 
 std::string_view Port::program_name() {
@@ -320,17 +343,17 @@ bool Port::is_strict() {
     return false;
 }
 
+BoardSummary Port::check_board(const std::string& board_file) {
+    const std::unique_ptr<sim::Board> board = read_board(board_file, read_board_text(board_file));
+    return {.name = board->name(), .devices = board->endpoints().size()};
+}
+
 std::unique_ptr<Port> Port::open(const std::string& board_file) {
-    sim::BoardError error;
-    std::unique_ptr<sim::Board> board = board_file.empty()
-                                            ? sim::Board::parse(sim::Board::built_in_file(), error)
-                                            : sim::Board::load(board_file, error);
-    if (board == nullptr) {
-        throw Failure(
-            ExitStatus::kInput,
-            lines_of(error.message(board_file.empty() ? "the built-in board" : board_file)));
-    }
-    return std::make_unique<SimulatedPort>(std::move(board));
+    std::string text =
+        board_file.empty() ? std::string(sim::Board::built_in_file()) : read_board_text(board_file);
+    const std::string shown = board_file.empty() ? "the built-in board" : board_file;
+    std::unique_ptr<sim::Board> board = read_board(shown, text);
+    return std::make_unique<SimulatedPort>(std::move(board), std::move(text));
 }
 
 }  // namespace tool

@@ -159,7 +159,9 @@ constexpr const char* kCommands[] = {"demo",
                                      "nvme format",
                                      "nvme sanitize",
                                      "metrics",
-                                     "batch"};
+                                     "batch",
+                                     "board check",
+                                     "board dump"};
 
 TEST(ToolPage, ShowsWhatTheToolPrints) {
     const PageFolder folder;

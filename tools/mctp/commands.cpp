@@ -7,6 +7,10 @@
 namespace tool {
 namespace {
 
+struct ScanArguments {
+    std::optional<uint32_t> bus;
+};
+
 struct RawArguments : EndpointArguments {
     std::string type;
     std::vector<std::string> pieces;
@@ -23,8 +27,12 @@ void add_raw(const Commands& commands) {
 }  // namespace
 
 void add_mctp_commands(const Commands& commands) {
-    commands.add(commands.top(), "scan", "every endpoint: where it is, EID, UUID, what it speaks",
-                 run_scan);
+    const auto [scan, arguments] = commands.add<ScanArguments>(
+        commands.top(), "scan", "every endpoint: where it is, EID, UUID, what it speaks",
+        [](Context& c, const ScanArguments& a) { run_scan(c, a.bus); });
+    scan.add_option("--bus", arguments.bus, "those on one I2C bus alone")
+        .type_name("N")
+        .range(0, 255);
     const Command mctp = commands.noun("mctp", "MCTP control");
     commands.add(mctp, "eid", "the endpoint ID, assigned where there was none", run_mctp_eid);
     commands.add(mctp, "uuid", "the endpoint's UUID", run_mctp_uuid);

@@ -3,6 +3,8 @@
 #ifndef SIDEBAND_TOOLS_MCTP_COMMANDS_H
 #define SIDEBAND_TOOLS_MCTP_COMMANDS_H
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,7 +16,8 @@ class Commands;
 
 void add_mctp_commands(const Commands& commands);
 
-void run_scan(Context& context);
+/// @param bus  the I2C bus whose endpoints are looked at; nothing for all endpoints
+void run_scan(Context& context, std::optional<uint32_t> bus);
 void run_mctp_eid(Context& context, const std::string& endpoint);
 void run_mctp_uuid(Context& context, const std::string& endpoint);
 void run_mctp_routes(Context& context, const std::string& endpoint);

@@ -7,8 +7,13 @@
 
 namespace tool {
 
-void run_scan(Context& context) {
-    const std::vector<Finding> findings = survey(context.port);
+void run_scan(Context& context, std::optional<uint32_t> bus) {
+    const std::vector<Finding> findings =
+        bus ? survey_bus(context.port, *bus) : survey(context.port);
+    if (bus && findings.empty()) {
+        throw Failure(ExitStatus::kFailed,
+                      "no endpoint is known on I2C bus " + std::to_string(*bus));
+    }
     context.output.text(survey_text(findings));
     context.output.document(
         {{"board", context.port.board_name()}, {"endpoints", survey_json(findings)}});

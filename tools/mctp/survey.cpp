@@ -46,6 +46,19 @@ Finding look_at(const Port& port, const Endpoint& endpoint) {
     return finding;
 }
 
+/// Looks at those of some endpoints that are wanted.
+template <typename Wanted>
+std::vector<Finding> survey_those(const Port& port, const std::vector<Endpoint>& endpoints,
+                                  Wanted wanted) {
+    std::vector<Finding> findings;
+    for (const Endpoint& endpoint : endpoints) {
+        if (wanted(endpoint)) {
+            findings.push_back(look_at(port, endpoint));
+        }
+    }
+    return findings;
+}
+
 Json finding_json(const Finding& finding) {
     const Endpoint& endpoint = finding.endpoint;
     Json json{{"endpoint", endpoint.name}, {"location", endpoint_location(endpoint)}};
@@ -79,21 +92,19 @@ bool Finding::speaks(uint8_t message_type) const {
 }
 
 std::vector<Finding> survey(const Port& port) {
-    std::vector<Finding> findings;
-    for (const Endpoint& endpoint : port.present_endpoints()) {
-        findings.push_back(look_at(port, endpoint));
-    }
-    return findings;
+    return survey_those(port, port.present_endpoints(), [](const Endpoint&) { return true; });
+}
+
+std::vector<Finding> survey_bus(const Port& port, uint32_t bus) {
+    return survey_those(port, port.present_endpoints(), [bus](const Endpoint& endpoint) {
+        return endpoint.transport == Transport::kI2c && endpoint.bus == bus;
+    });
 }
 
 std::vector<Finding> survey(const Port& port, Transport transport) {
-    std::vector<Finding> findings;
-    for (const Endpoint& endpoint : port.endpoints()) {
-        if (endpoint.transport == transport) {
-            findings.push_back(look_at(port, endpoint));
-        }
-    }
-    return findings;
+    return survey_those(port, port.endpoints(), [transport](const Endpoint& endpoint) {
+        return endpoint.transport == transport;
+    });
 }
 
 std::string survey_text(const std::vector<Finding>& findings, size_t indent) {

@@ -30,6 +30,8 @@ struct Finding {
 /// Looks at every endpoint that is present, by what the port knows; one that does not answer stops
 /// nothing.
 std::vector<Finding> survey(const Port& port);
+/// The same of the endpoints on one I2C bus.
+std::vector<Finding> survey_bus(const Port& port, uint32_t bus);
 /// The same of the endpoints on one transport.
 std::vector<Finding> survey(const Port& port, Transport transport);
 

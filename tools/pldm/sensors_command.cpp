@@ -75,27 +75,22 @@ void show_once(Context& context, Session& session, const SensorList& list) {
 
 void watch_sensors(Context& context, Session& session, const SensorList& list, const Watch& watch) {
     const InterruptGuard guard;
-    Json readings = Json::array();
-    std::vector<Failure> failures;
+    context.output.print_documents_as_lines();
     for (uint32_t done = 0; !InterruptGuard::pending() && !context.output.broken();) {
         const uint64_t time = context.port.now_us();
         const SensorReport report = read_sensors(session, list.sensors);
         context.output.text(fmt::format("{}{}\n{}", done == 0 ? "" : "\n", seconds_text(time),
                                         report.table.text()));
-        if (context.output.json()) {
-            readings.push_back({{"virtual_time_us", time}, {"sensors", report.list}});
-        }
+        context.output.document({{"endpoint", session.endpoint().name},
+                                 {"virtual_time_us", time},
+                                 {"sensors", report.list}});
         for (const Failure& failure : report.failures) {
-            context.output.json() ? failures.push_back(failure) : context.report(failure);
+            context.report(failure);
         }
         if (++done == watch.count || InterruptGuard::pending()) {
             break;
         }
         pause(context.port, watch);
-    }
-    context.output.document({{"endpoint", session.endpoint().name}, {"readings", readings}});
-    for (const Failure& failure : failures) {
-        context.report(failure);
     }
 }
 
@@ -105,9 +100,6 @@ void run_pldm_sensors(Context& context, const std::string& endpoint,
                       const std::vector<std::string>& ids, const Watch& watch) {
     Session session(find_endpoint(context.port, endpoint));
     SensorList list = named_sensors(session.endpoint(), ids);
-    if (watch.seconds > 0 && watch.count == 0 && context.output.json()) {
-        throw Failure(ExitStatus::kUsage, "--watch with --json needs --count: it is one document");
-    }
     session.discover();
     if (ids.empty()) {
         list = find_sensors(session);

@@ -23,6 +23,13 @@ void add_options(CLI::App& app, CommandLine& line, bool& lax) {
     app.add_flag("--json", line.json, "one JSON document on standard output, nothing else");
     app.add_option("--capture", line.capture, "write what passes over the buses as pcapng")
         ->type_name("FILE");
+    if (Port::is_simulated()) {
+        // One value each time: else the command behind it would be a second one.
+        app.add_option("--fault", line.faults, "make a device misbehave, e.g. nic0=no_ack")
+            ->type_name("ENDPOINT=KIND")
+            ->expected(1)
+            ->take_all();
+    }
     app.add_flag("--verbose", line.verbose,
                  "every packet, and the library's own dumps and log, on standard error");
     const std::string standing = Port::is_strict() ? "--strict" : "--lax";

@@ -6,14 +6,16 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "tools/shell/command.h"
 
 namespace tool {
 
 struct CommandLine {
-    std::string board;    ///< --board; empty for the platform's own
-    std::string capture;  ///< --capture; empty for none
+    std::string board;                ///< --board; empty for the platform's own
+    std::string capture;              ///< --capture; empty for none
+    std::vector<std::string> faults;  ///< --fault: ENDPOINT=KIND, or a fault in JSON behind the =
     bool json = false;
     bool verbose = false;
     bool strict = false;  ///< --strict, or what the platform has without --lax

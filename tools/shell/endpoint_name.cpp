@@ -22,6 +22,15 @@ Failure malformed(std::string_view name, std::string_view why) {
     return {ExitStatus::kUsage, fmt::format("{}: {}", name, why)};
 }
 
+constexpr uint32_t kSevenBits = 0x7F;
+
+/// What an odd address may be meant to be; empty for one that has no other form.
+std::string seven_bit_hint(const std::optional<uint32_t>& address) {
+    return address && *address <= kSevenBits
+               ? fmt::format("; 0x{:02x} in 7-bit form is 0x{:02x}", *address, *address * 2)
+               : "";
+}
+
 Endpoint parse_i2c(std::string_view name) {
     const std::string_view place = name.substr(4);
     const size_t colon = place.find(':');
@@ -34,7 +43,8 @@ Endpoint parse_i2c(std::string_view name) {
         throw malformed(name, "the bus is a number from 0 to 255");
     }
     if (!address || *address % 2 != 0) {
-        throw malformed(name, "the address is an even number from 0 to 0xfe (8-bit form)");
+        throw malformed(name, "the address is an even number from 0 to 0xfe (8-bit form)" +
+                                  seven_bit_hint(address));
     }
     Endpoint endpoint;
     endpoint.binding_kind = MCTP_BINDING_KIND_SMBUS;
@@ -118,6 +128,18 @@ std::string known_names(const Port& port) {
     return names.empty() ? "none" : names;
 }
 
+/// Whether an address at which the board describes nobody is another's in 7-bit form.
+std::string undescribed_hint(const Port& port, const Endpoint& wanted) {
+    for (const Endpoint& endpoint : port.endpoints()) {
+        if (endpoint.transport == Transport::kI2c && endpoint.bus == wanted.bus &&
+            wanted.address <= kSevenBits && endpoint.address == wanted.address * 2) {
+            return fmt::format("; in 8-bit form {} is at 0x{:02x}", endpoint.name,
+                               endpoint.address);
+        }
+    }
+    return "";
+}
+
 /// The endpoint that an argument names, as far as name and board tell.
 Endpoint described_endpoint(const Port& port, std::string_view name) {
     for (const Endpoint& endpoint : port.endpoints()) {
@@ -141,6 +163,9 @@ Endpoint described_endpoint(const Port& port, std::string_view name) {
             wanted = endpoint;
             break;
         }
+    }
+    if (wanted.transport == Transport::kI2c && wanted.name.empty()) {
+        wanted.hint = undescribed_hint(port, wanted);
     }
     wanted.name = name;
     return wanted;

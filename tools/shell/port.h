@@ -50,6 +50,7 @@ struct Endpoint {
     uint32_t i2c_delay_us = 0;
     uint32_t pcie_param = 0;
     std::vector<Sensor> sensors;
+    std::string hint = {};  ///< what may be wrong with the name, if nobody answers
 };
 
 /// An MCTP packet on a bus.
@@ -164,6 +165,12 @@ public:
     virtual void serve_a_while() = 0;
 };
 
+/// What there is to say of a board file that is right.
+struct BoardSummary {
+    std::string name;
+    size_t devices = 0;
+};
+
 /// The board under the platform interface. One file, port_NAME.cpp, implements it for a platform.
 class Port {
 public:
@@ -183,12 +190,18 @@ public:
     /// Whether devices are held to the standards unless --lax says otherwise.
     static bool is_strict();
 
+    /// Reads a file that describes a simulated board, and leaves the board that is there alone.
+    /// Throws Failure, with a line for each error.
+    static BoardSummary check_board(const std::string& board_file);
+
     Port() = default;
     virtual ~Port() = default;
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
 
     virtual std::string board_name() const = 0;
+    /// The board file of a simulated board; empty on another platform.
+    virtual std::string board_text() const { return {}; }
     virtual const std::vector<Endpoint>& endpoints() const = 0;
 
     /// The endpoints of the board or, where nobody has described it, those that the platform finds.

@@ -255,7 +255,7 @@ Failure Session::control_failure(const std::string& operation) const {
         return failure(operation, "nothing was sent", error);
     }
     if (answer.empty()) {
-        return failure(operation, silence(error), error);
+        return failure(operation, silence(error) + endpoint_.hint, error);
     }
     if (answer.size() < 3) {
         return failure(operation, fmt::format("the answer has {} bytes only", answer.size()),

@@ -5,6 +5,7 @@
 namespace {
 
 using tool::Json;
+using tool_test::expect_error;
 using tool_test::expect_text;
 using tool_test::one_document;
 using tool_test::Outcome;
@@ -27,6 +28,15 @@ TEST(Scan, ListsEveryEndpointOfTheBuiltInBoard) {
         "nic1      pcie:c2:00.0   66  6e696331-73f2-4b0d-8d54-000000000009  pldm     ok\n"
         "ncsi0     i2c:5:0x50     18  6e637369-3024-4f61-8b0e-00000000000a  ncsi     ok\n"
         "nvme0     i2c:2:0x3a     19  6e766d65-304b-4e27-a15c-00000000000b  nvme-mi  ok\n");
+}
+
+TEST(Scan, OneBusAlone) {
+    expect_text(run_tool({"scan", "--bus", "3"}),
+                "ENDPOINT  WHERE       EID  UUID                                  SPEAKS  STATUS\n"
+                "gpu0      i2c:3:0x9e   29  67707530-2c4e-4d5f-8a6b-000000000002  pldm    ok\n");
+    expect_error(run_tool({"scan", "--bus", "9"}), 1,
+                 "sideband-sim: scan: no endpoint is known on I2C bus 9");
+    EXPECT_EQ(run_tool({"scan", "--bus", "256"}).status, 2);
 }
 
 TEST(Scan, GivesProgramsNumbersAndUuidsWithHyphens) {

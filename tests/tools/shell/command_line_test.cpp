@@ -142,6 +142,25 @@ TEST_F(OwnBoard, CaptureIsAPcapngFileWithTheTraffic) {
     EXPECT_TRUE(contains(content, std::string("\x01\x00\x00\x02\x00\x07", 6)));
 }
 
+TEST_F(OwnBoard, FaultsOfTheCommandLine) {
+    const std::string refused = "Get Endpoint ID failed: no acknowledge from i2c:1:0x40";
+    expect_error(run({"--fault", "dev0=no_ack", "mctp", "eid", "dev0"}), 1,
+                 "sideband-sim: mctp eid: dev0: " + refused);
+    expect_error(run({"mctp", "eid", "dev0", "--fault", "rec0=lost", "--fault",
+                      "dev0={\"kind\": \"no_ack\", \"count\": 0}"}),
+                 1, "sideband-sim: mctp eid: dev0: " + refused);
+    expect_error(run({"scan", "--fault", "dev0"}), 2,
+                 "sideband-sim: scan: dev0: a fault is given as ENDPOINT=KIND");
+    for (const char* wrong : {"=no_ack", "dev9=no_ack", "dev0=", "dev0=none", "dev0={", "dev0={}",
+                              "dev0={\"kind\": 1}", "dev0=\x1b[31m"}) {
+        const Outcome failed = run({"scan", "--fault", wrong});
+        EXPECT_EQ(failed.status, 2) << wrong;
+        EXPECT_EQ(std::count(failed.err.begin(), failed.err.end(), '\n'), 1) << failed.err;
+        EXPECT_TRUE(contains(failed.err, "the fault is refused: ")) << failed.err;
+        EXPECT_FALSE(tool_test::has_control(failed.err)) << wrong;
+    }
+}
+
 TEST_F(OwnBoard, CaptureIsKeptWhereTheCommandFails) {
     const TemporaryFile capture("");
     const Outcome captured = run({"pldm", "info", "rec0", "--capture", capture.path()});

@@ -4,6 +4,7 @@
 
 namespace {
 
+using tool_test::expect_error;
 using tool_test::expect_text;
 using tool_test::one_document;
 using tool_test::OwnBoard;
@@ -17,6 +18,12 @@ TEST_F(OwnBoard, AnEndpointIsFoundByItsAddressToo) {
 
 TEST(EndpointByAddress, UsesTheBoardsMultiplexerSetting) {
     expect_text(run_tool({"raw", "i2c:2:0x64", "pldm", "800002"}), "0000020001\n");
+}
+
+TEST(EndpointByAddress, OneThatIsSilentInSevenBitFormIsHintedAt) {
+    expect_error(run_tool({"mctp", "eid", "i2c:2:0x32"}), 1,
+                 "sideband-sim: mctp eid: i2c:2:0x32: Get Endpoint ID failed: no acknowledge from "
+                 "i2c:2:0x32; in 8-bit form nic0 is at 0x64");
 }
 
 }  // namespace

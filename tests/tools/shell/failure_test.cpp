@@ -132,7 +132,11 @@ TEST_F(Errors, WrongUsageEndsWithTwo) {
         {{"pldm", "info", "i2c:256:0x40"},
          "pldm info: i2c:256:0x40: the bus is a number from 0 to 255"},
         {{"pldm", "info", "i2c:1:0x41"},
-         "pldm info: i2c:1:0x41: the address is an even number from 0 to 0xfe (8-bit form)"},
+         "pldm info: i2c:1:0x41: the address is an even number from 0 to 0xfe (8-bit form); 0x41 "
+         "in "
+         "7-bit form is 0x82"},
+        {{"pldm", "info", "i2c:1:0x81"},
+         "pldm info: i2c:1:0x81: the address is an even number from 0 to 0xfe (8-bit form)"},
         {{"pldm", "info", "pcie:1:2.3"},
          "pldm info: pcie:1:2.3: a PCIe endpoint is named pcie:BB:DD.F, in hex"},
         {{"pldm", "info", "pcie:01:20.0"},
