@@ -4,6 +4,7 @@
 
 #include "tools/batch/commands.h"
 #include "tools/board/commands.h"
+#include "tools/check/commands.h"
 #include "tools/demo/commands.h"
 #include "tools/mctp/commands.h"
 #include "tools/metrics/commands.h"
@@ -17,9 +18,9 @@ namespace tool {
 
 std::span<const AddCommands> rooms() {
     static constexpr AddCommands kRooms[] = {
-        add_demo_commands,  add_mctp_commands,   add_pldm_commands,  add_ncsi_commands,
-        add_nvme_commands,  add_update_commands, add_serve_commands, add_metrics_commands,
-        add_batch_commands, add_board_commands,
+        add_demo_commands,    add_mctp_commands,   add_pldm_commands,  add_ncsi_commands,
+        add_nvme_commands,    add_update_commands, add_check_commands, add_serve_commands,
+        add_metrics_commands, add_batch_commands,  add_board_commands,
     };
     return kRooms;
 }

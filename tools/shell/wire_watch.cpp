@@ -132,6 +132,15 @@ void WireWatch::passed(const Packet& packet) {
     if (shown_ != nullptr) {
         shown_->note(packet_text(packet));
     }
+    if (other_ != nullptr) {
+        other_->passed(packet);
+    }
+}
+
+void WireWatch::relay(PacketObserver* other) {
+    if (standing != nullptr) {
+        standing->other_ = other;
+    }
 }
 
 void WireWatch::forget() {

@@ -51,6 +51,9 @@ public:
 
     void passed(const Packet& packet) override;
 
+    /// Tells somebody else of the packets too, from now on; null for nobody.
+    static void relay(PacketObserver* other);
+
     /// Forgets the last message: what comes now belongs to the next one.
     static void forget();
     /// Why the last message has no answer; empty if nobody can tell.
@@ -59,6 +62,7 @@ public:
 private:
     Port& port_;
     Output* shown_;
+    PacketObserver* other_ = nullptr;
     MessageFate fate_;
 };
 
