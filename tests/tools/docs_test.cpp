@@ -101,6 +101,14 @@ private:
     std::filesystem::path folder_;
 };
 
+void expect_real(const std::vector<Example>& examples) {
+    for (const Example& example : examples) {
+        SCOPED_TRACE(example.command);
+        const Outcome run = run_tool(split(example.command));
+        expect_shown(run.out + run.err, example.output);
+    }
+}
+
 /// The page has an example of each.
 constexpr const char* kCommands[] = {"demo",
                                      "scan",
@@ -116,6 +124,7 @@ constexpr const char* kCommands[] = {"demo",
                                      "pldm fru",
                                      "pldm fw-info",
                                      "pldm fw-update",
+                                     "check",
                                      "pkg show",
                                      "pkg create",
                                      "ncsi discover",
@@ -166,17 +175,19 @@ constexpr const char* kCommands[] = {"demo",
 TEST(ToolPage, ShowsWhatTheToolPrints) {
     const PageFolder folder;
     const std::vector<Example> examples = examples_of(setting("SIDEBAND_TOOL_PAGE"));
-    for (const Example& example : examples) {
-        SCOPED_TRACE(example.command);
-        const Outcome run = run_tool(split(example.command));
-        expect_shown(run.out + run.err, example.output);
-    }
+    expect_real(examples);
     for (const char* command : kCommands) {
         const bool shown = std::any_of(
             examples.begin(), examples.end(),
             [command](const Example& example) { return contains(example.command, command); });
         EXPECT_TRUE(shown) << "the page shows no " << command;
     }
+}
+
+TEST(CheckPage, ShowsWhatTheToolPrints) {
+    const std::vector<Example> examples = examples_of(setting("SIDEBAND_CHECK_PAGE"));
+    EXPECT_GE(examples.size(), 2u);
+    expect_real(examples);
 }
 
 /// The commands in the README's indented blocks, without their comments: those behind the one that
@@ -211,11 +222,7 @@ TEST(Readme, CommandsSucceedBehindTheOneThatMakesTheirFiles) {
 TEST(Readme, ShowsWhatTheToolPrints) {
     const std::vector<Example> examples = examples_of(setting("SIDEBAND_README"));
     EXPECT_GE(examples.size(), 2u);
-    for (const Example& example : examples) {
-        SCOPED_TRACE(example.command);
-        const Outcome run = run_tool(split(example.command));
-        expect_shown(run.out + run.err, example.output);
-    }
+    expect_real(examples);
 }
 
 }  // namespace

@@ -111,10 +111,11 @@ std::string_view family_of(const Result& result) {
 }
 
 /// How many results at the beginning say the same of a whole family, that it does not apply; 0 if
-/// they do not.
+/// they do not. Rules that were not wanted say nothing.
 size_t family_left_out(std::span<const Result> results) {
     const auto same = [&](const Result& result) {
-        return result.outcome == Outcome::kNotApplicable && result.text == results.front().text;
+        return result.outcome == Outcome::kNotApplicable &&
+               (result.rule->writes || result.text == results.front().text);
     };
     size_t size = 0;
     while (size < results.size() && family_of(results[size]) == family_of(results.front())) {
