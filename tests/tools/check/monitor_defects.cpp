@@ -52,7 +52,7 @@ void lengthen_part(Exchange& exchange) {
     }
 }
 
-std::vector<Defect> repository_defects() {
+std::vector<Defect> record_defects() {
     return {
         {"monitor.info.length", "gpu0", info(), lengthen(1)},
         {"monitor.info.state", "gpu0", info(), put(4, 3)},
@@ -75,6 +75,11 @@ std::vector<Defect> repository_defects() {
          flip(kRecord + 8, 0x01),
          {"monitor.pdr.same"}},
         {"monitor.pdr.transfer-flag", "gpu0", whole(3), put(kFlag, 4)},
+    };
+}
+
+std::vector<Defect> transfer_defects() {
+    return {
         {"monitor.pdr.parts", "gpu0", small_next(), code(0x80)},
         {"monitor.pdr.request-count",
          "gpu0",
@@ -176,11 +181,10 @@ std::vector<Defect> sensor_defects() {
 }  // namespace
 
 std::vector<Defect> monitor_defects() {
-    std::vector<Defect> all = repository_defects();
-    const std::vector<Defect> sensors = sensor_defects();
-    all.insert(all.end(), sensors.begin(), sensors.end());
-    all.push_back(stuck_transfer());
-    all.push_back(unsteady_part());
+    std::vector<Defect> all = {stuck_transfer(), unsteady_part()};
+    for (const auto& table : {record_defects(), transfer_defects(), sensor_defects()}) {
+        all.insert(all.end(), table.begin(), table.end());
+    }
     return all;
 }
 
