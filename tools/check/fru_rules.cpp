@@ -45,7 +45,7 @@ Metadata metadata_of(Device& device) {
     metadata.exchange = ask_metadata(device);
     sideband::WireReader reader(pldm_data(metadata.exchange, "GetFRURecordTableMetadata"));
     metadata.major = reader.u8();
-    reader.skip(1 + 4);  // minor version, maximum size
+    reader.skip(5);  // minor version, maximum size
     metadata.length = reader.le32();
     metadata.sets = reader.le16();
     metadata.records = reader.le16();

@@ -34,7 +34,7 @@ void header_bit_is_zero(Device& device) {
 }
 
 void instance_is_echoed(Device& device) {
-    for (const uint8_t instance : {0, 1, 21, 31}) {
+    for (const uint8_t instance : kInstances) {
         Bytes request = control_request(kGetEndpointId);
         request[0] |= instance;
         const Exchange exchange = device.send(MCTP_MSG_TYPE_CONTROL, request);

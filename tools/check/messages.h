@@ -61,6 +61,8 @@ inline constexpr uint8_t kRequestBit = 0x80;
 inline constexpr uint8_t kDatagramBit = 0x40;
 inline constexpr uint8_t kReservedBit = 0x20;
 inline constexpr uint8_t kInstanceBits = 0x1F;
+/// Instance IDs that are tried.
+inline constexpr uint8_t kInstances[] = {0, 1, 21, 31};
 
 // ---- MCTP control -------------------------------------------------------------------------------
 

@@ -39,7 +39,7 @@ Info info_of(Device& device) {
     Info info;
     info.exchange = ask_info(device);
     sideband::WireReader reader(pldm_data(info.exchange, "GetPDRRepositoryInfo"));
-    constexpr size_t kTimestamps = 2 * 13;
+    constexpr size_t kTimestamps = 26;  // two, of 13 bytes each
     info.state = reader.u8();
     reader.skip(kTimestamps);
     info.records = reader.le32();

@@ -181,7 +181,8 @@ void controller_is_echoed(Device& device) {
 }
 
 void instance_is_echoed(Device& device) {
-    for (const uint8_t instance : {0x01, 0x7F, 0xFE}) {
+    constexpr uint8_t kTried[] = {0x01, 0x7F, 0xFE};
+    for (const uint8_t instance : kTried) {
         Bytes request = packet(kGetLinkStatus, channel_of(device));
         request[kInstance] = instance;
         const Exchange exchange = device.send(MCTP_MSG_TYPE_NCSI, request);

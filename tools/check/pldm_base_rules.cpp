@@ -44,7 +44,7 @@ void header_bit_is_zero(Device& device) {
 
 void instance_is_echoed(Device& device) {
     need_pldm(device);
-    for (const uint8_t instance : {0, 1, 21, 31}) {
+    for (const uint8_t instance : kInstances) {
         Bytes request = pldm_request(kBase, kGetTid);
         request[0] |= instance;
         const Exchange exchange = device.send(MCTP_MSG_TYPE_PLDM, request);

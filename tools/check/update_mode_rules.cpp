@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Rules on update mode: what is refused outside it, and how it is entered and left (DSP0267).
+#include <csignal>
+
 #include "tools/check/rules.h"
 #include "tools/check/update.h"
 #include "tools/shell/interrupt.h"

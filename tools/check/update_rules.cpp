@@ -139,7 +139,7 @@ Version read_version(sideband::WireReader& reader) {
 }
 
 void read_component(sideband::WireReader& reader, Parameters& parameters) {
-    reader.skip(2 + 2 + 1);  // classification, identifier, index
+    reader.skip(5);  // classification, identifier, index
     const Version active = read_version(reader);
     const Version pending = read_version(reader);
     parameters.activation_methods.push_back(reader.le16());

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 
 #include "tests/tools/check/defects.h"
+#include "tools/shell/interrupt.h"
 
 namespace {
 
@@ -65,6 +67,26 @@ TEST(CheckRules, ChangeNothingUnlessTheyMay) {
         results_of(device, true, count);
         EXPECT_GT(changed, 0U) << device;
     }
+}
+
+TEST(CheckRules, LeaveNoDeviceInUpdateModeIfASignalComes) {
+    const tool::SignalWatch signals;
+    int requests = 0;
+    int cancelled = 0;
+    const Match interrupt = [&](const Exchange& exchange) {
+        if (pldm(5, 0x10)(exchange)) {
+            ++requests;
+            std::raise(SIGINT);
+        } else if (requests != 0 && pldm(5, 0x1D)(exchange)) {
+            ++cancelled;
+        }
+        return false;
+    };
+    EXPECT_THROW(results_of("gpu0", true, interrupt), tool::Interrupted);
+    EXPECT_EQ(requests, 1);
+    EXPECT_EQ(cancelled, 1);
+    EXPECT_EQ(tool::SignalWatch::signal(), SIGINT);
+    const tool::InterruptGuard forgets_it;
 }
 
 TEST(CheckRules, HaveNamesOfTheirOwn) {
