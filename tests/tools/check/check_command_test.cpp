@@ -17,7 +17,10 @@ using tool_test::parse_json;
 using tool_test::replay_board;
 using tool_test::run_on;
 using tool_test::run_tool;
+using tool_test::run_tool_for;
 using tool_test::TemporaryFile;
+
+constexpr unsigned kLongestSeconds = 60;
 
 /// A device whose Get Message Type Support tells of a type too few.
 std::string lying_board() {
@@ -163,6 +166,30 @@ TEST(Check, RefusesWrongUsage) {
     const Outcome nobody = run_tool({"check", "i2c:3:0x70"});
     EXPECT_EQ(nobody.status, 1);
     EXPECT_TRUE(contains(nobody.err, "no acknowledge from i2c:3:0x70")) << nobody.err;
+}
+
+TEST(Check, EndsOnABadBus) {
+    for (const char* kind : {"no_ack", "lost", "duplicate", "reorder", "late", "truncate",
+                             "over_long", "bad_pec", "wrong_tag", "wrong_sequence", "not_ready"}) {
+        SCOPED_TRACE(kind);
+        Json fault{{"kind", kind}, {"after", 10}, {"every", 3}};
+        if (kind == std::string("late")) {
+            fault["delay_us"] = 3'000'000;
+        }
+        Json board = parse_json(R"({"name": "bad", "buses": [{"bus": 1}], "devices": [
+            {"name": "dev0", "type": "pldm", "bus": 1, "address": "0x40", "eid": 12, "tid": 7,
+             "sensors": [{"kind": "numeric", "id": 1, "data_size": 1,
+                          "waveform": {"shape": "constant", "value": 20}}]}]})");
+        board["devices"][0]["faults"] = Json::array({fault});
+        const TemporaryFile file(board.dump());
+        const Outcome run = run_tool_for(
+            {"--board", file.path(), "--json", "check", "dev0", "--write"}, kLongestSeconds);
+        const Json report = one_document(run.out);
+        const size_t failed = report["failed"].get<size_t>();
+        EXPECT_EQ(run.status, failed == 0 ? 0 : 1) << run.err;
+        EXPECT_EQ(report["rules"].size(),
+                  report["passed"].get<size_t>() + failed + report["not_applicable"].get<size_t>());
+    }
 }
 
 TEST(Check, ListsItsRules) {
