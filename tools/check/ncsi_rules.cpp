@@ -31,7 +31,7 @@ enum PacketType : uint8_t {
     kClearInitialState = 0x00,
     kSelectPackage = 0x01,
     kGetLinkStatus = 0x0A,
-    kNoPacketType = 0x4D,  // nobody has defined it
+    kNoPacketType = 0x7D,  // nobody has defined it
 };
 
 // Response and reason codes.

@@ -81,8 +81,9 @@ void first_identifier_is_initial(Device& device) {
 
 void identifiers_have_their_sizes(Device& device) {
     static const std::map<uint16_t, uint16_t> kSizes = {
-        {0x0000, 2}, {0x0001, 4}, {0x0002, 16}, {0x0003, 3}, {0x0004, 4}, {0x0100, 2},
-        {0x0101, 2}, {0x0102, 2}, {0x0103, 1},  {0x0104, 4}, {0x0105, 4}};
+        {0x0000, 2}, {0x0001, 4},  {0x0002, 16}, {0x0003, 3},  {0x0004, 4}, {0x0100, 2},
+        {0x0101, 2}, {0x0102, 2},  {0x0103, 1},  {0x0104, 4},  {0x0105, 4}, {0x0005, 3},
+        {0x0006, 8}, {0x0106, 40}, {0x0107, 10}, {0x0108, 16}, {0x0109, 4}};
     const Identifiers identifiers = whole_identifiers(device);
     for (const Descriptor& descriptor : identifiers.descriptors) {
         const auto size = kSizes.find(descriptor.type);

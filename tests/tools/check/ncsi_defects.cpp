@@ -9,7 +9,7 @@ namespace {
 
 using namespace tool::check;
 
-enum PacketType : uint8_t { kClear = 0x00, kSelect = 0x01, kLink = 0x0A, kNone = 0x4D };
+enum PacketType : uint8_t { kClear = 0x00, kSelect = 0x01, kLink = 0x0A, kNone = 0x7D };
 
 Match link() {
     return ncsi(kLink);

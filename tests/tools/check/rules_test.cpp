@@ -8,6 +8,7 @@
 #include <csignal>
 
 #include "tests/tools/check/defects.h"
+#include "tests/tools/published_names.h"
 #include "tools/shell/interrupt.h"
 
 namespace {
@@ -114,6 +115,32 @@ TEST(CheckRules, EachHasADeviceThatBreaksIt) {
     }
     for (const Rule* rule : rules_named("")) {
         EXPECT_TRUE(broken.contains(rule->name)) << rule->name;
+    }
+}
+
+/// What the rules send for a command that nobody has defined; the defects name the same numbers.
+TEST(CheckRules, AskForCommandsThatNobodyHasDefined) {
+    if (!tool_test::has_published_names()) {
+        GTEST_SKIP() << "no list of published numbers";
+    }
+    const std::pair<const char*, unsigned> undefined[] = {
+        {"DSP0236 MCTP control commands", 0x70},
+        {"DSP0239 MCTP message types", 0x70},
+        {"DSP0240 commands", 0x7F},
+        {"DSP0245 PLDM types", 0x3E},
+        {"DSP0267 commands", 0x7F},
+        {"DSP0222 control packet types (commands)", 0x7D},
+        {"NVMe-MI command opcodes", 0xBF},
+        {"NVMe-MI data structure types", 0xFE},
+        {"NVMe-MI configuration identifiers", 0xBF}};
+    for (const auto& [table, number] : undefined) {
+        size_t rows = 0;
+        for (const tool::Json& row : tool_test::published_names().at(table)) {
+            const tool_test::PublishedName name = tool_test::published_name(row);
+            EXPECT_FALSE(name.first <= number && number <= name.last) << table << name.name;
+            ++rows;
+        }
+        EXPECT_GT(rows, 1U) << table;
     }
 }
 
