@@ -152,14 +152,6 @@ Change put(size_t place, uint8_t value) {
     };
 }
 
-Change resize(size_t size) {
-    return [=](Exchange& exchange) {
-        if (exchange.response) {
-            exchange.response->resize(size);
-        }
-    };
-}
-
 Change shorten(size_t bytes) {
     return [=](Exchange& exchange) {
         if (exchange.response) {

@@ -44,8 +44,6 @@ Match from_on(Match match, int nth);
 
 Change flip(size_t place, uint8_t bits);
 Change put(size_t place, uint8_t value);
-/// The answer, cut to a length or filled with zeros to it.
-Change resize(size_t size);
 /// Without its last bytes, or with more zeros behind it.
 Change shorten(size_t bytes);
 Change lengthen(size_t bytes);
