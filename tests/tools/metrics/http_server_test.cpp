@@ -165,9 +165,9 @@ TEST_F(MetricsServer, ASignalDoesNotWaitForASlowClient) {
 
 TEST_F(MetricsServer, SecondOnTheSameAddressSaysSo) {
     const std::string address = "127.0.0.1:" + std::to_string(port());
-    expect_error(run({"metrics", "--listen", address}), 1,
-                 "sideband-sim: metrics: " + address +
-                     ": nobody can listen there: Address already in use");
+    expect_error(
+        run({"metrics", "--listen", address}), 1,
+        "sideband-sim: metrics: " + address + ": nobody can listen there: Address already in use");
 }
 
 TEST_F(OwnBoard, AddressesThatAreNone) {

@@ -105,9 +105,9 @@ TEST(Metrics, HostileNamesStayInTheirLabels) {
       "name": "hostile", "buses": [{"bus": 1}],
       "devices": [{"name": "dev0", "type": "pldm", "bus": 1, "address": "0x40",
         "sensors": [
-          {"kind": "numeric", "id": 1, "name": "a\"} 1\n# EOF\nb{c=\"", "unit": "\u001b[31m\"\\",
+          {"kind": "numeric", "id": 1, "name": "a\"} 1\n# EOF\nb{c=\"", "unit": "\u001b[31m\"\\", "pdr": false,
            "waveform": {"shape": "constant", "value": 5}},
-          {"kind": "numeric", "id": 2, "name": "\u009b\u0000x\ufffd\ud83d\ude00", "unit": "degC",
+          {"kind": "numeric", "id": 2, "name": "\u009b\u0000x\ufffd\ud83d\ude00", "unit": "degC", "pdr": false,
            "waveform": {"shape": "constant", "value": 6}}]}]})";
     const Outcome run = run_on(board, {"metrics"});
     EXPECT_EQ(run.status, 0) << run.err;
