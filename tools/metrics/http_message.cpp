@@ -27,6 +27,10 @@ constexpr Name kReasons[] = {
     {505, "HTTP Version Not Supported"},
 };
 
+std::string reason_of(int status) {
+    return find_name(kReasons, static_cast<uint16_t>(status), "");
+}
+
 bool is_token_character(char c) {
     const bool letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
     return letter || (c >= '0' && c <= '9') ||
@@ -112,7 +116,7 @@ bool read_field(std::string_view line, HttpRequest& request) {
 }
 
 std::string answer_text(int status, const std::string& type, std::string_view body, bool head) {
-    std::string text = fmt::format("HTTP/1.1 {} {}\r\n", status, find_name(kReasons, status, ""));
+    std::string text = fmt::format("HTTP/1.1 {} {}\r\n", status, reason_of(status));
     text += fmt::format("Content-Type: {}\r\nContent-Length: {}\r\n", type, body.size());
     text += status == 405 ? "Allow: GET, HEAD\r\n" : "";
     text += "Connection: close\r\n\r\n";
@@ -175,7 +179,7 @@ std::string http_answer(const HttpRequest& request, const HttpPage& page) {
 }
 
 std::string http_refusal(int status) {
-    return plain_answer(status, find_name(kReasons, status, ""), false);
+    return plain_answer(status, reason_of(status), false);
 }
 
 }  // namespace tool
