@@ -22,7 +22,7 @@ constexpr std::string_view kShared[] = {"--board",   "--json",   "--capture", "-
 /// The first of the words that may not stand in a line; empty for none.
 std::string misplaced(const std::vector<std::string>& words) {
     for (const std::string& word : words) {
-        const std::string option = word.substr(0, word.find('='));
+        std::string option = word.substr(0, word.find('='));
         if (std::find(std::begin(kShared), std::end(kShared), option) != std::end(kShared)) {
             return option;
         }

@@ -86,7 +86,8 @@ std::optional<tm> parse_time(const std::string& text) {
 /// The time of the build, so that the same package comes out whenever it is made again.
 tm present_time() {
     const char* const epoch = std::getenv("SOURCE_DATE_EPOCH");
-    const time_t now = epoch != nullptr ? static_cast<time_t>(std::atoll(epoch)) : time(nullptr);
+    const time_t now =
+        epoch != nullptr ? static_cast<time_t>(std::strtoll(epoch, nullptr, 10)) : time(nullptr);
     tm broken_down{};
     gmtime_r(&now, &broken_down);
     return broken_down;
