@@ -191,12 +191,13 @@ FAKE_TOOL = """\
 case $1 in
 show) test -s "$2" && echo "read $2" || { echo "sideband-sim: $2: No such file" >&2; exit 3; } ;;
 fail) echo "sideband-sim: fails as it should" >&2; exit 1 ;;
+pkg) echo "a package" >"$3" ;;
 esac
 """
 
 
 class RefreshPage(Tree):
-    """scripts/refresh_page.py, with a tool that only looks whether a file is there."""
+    """scripts/refresh_page.py, with a tool that only looks whether a file is there, and makes a package of nothing."""
 
     def refresh(self, *lines):
         """(how it ended, the page behind it)"""

@@ -90,7 +90,7 @@ def main():
     with tempfile.TemporaryDirectory() as name:
         data = pathlib.Path(name) / "data"
         data.mkdir()
-        run([sys.executable, arguments.make_examples, str(data)])
+        run([sys.executable, arguments.make_examples, "--tool", arguments.tool, str(data)])
         prefix = Prefix(pathlib.Path(name), arguments)
         for example in arguments.example:
             complaints += check(prefix, example, data)

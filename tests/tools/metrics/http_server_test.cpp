@@ -192,7 +192,7 @@ std::string printed_by(const std::string& command) {
 
 TEST_F(MetricsServer, PrometheusScrapesIt) {
     if (printed_by("command -v prometheus").empty()) {
-        GTEST_SKIP() << "prometheus is not installed";
+        GTEST_SKIP() << "prometheus is not installed (./dev prometheus does it)";
     }
     const std::string folder =
         testing::TempDir() + "sideband-prometheus-" + std::to_string(getpid());
