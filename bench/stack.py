@@ -34,7 +34,7 @@ INDIRECT = [
     (r"pldm/(message|base|strict)\.cpp", r"", OPERATIONS),
     (r"pldm/update/(answers|state|message)\.cpp", r"", LAYER),
     # The platform's own, and what prints.
-    (r"pldm/update/(devices|descriptor)\.cpp|common/printable\.cpp", r"", NOBODY),
+    (r"pldm/update/(devices|descriptor)\.cpp|common/(printable|output|debug_log)\.cpp", r"", NOBODY),
     (r"ncsi/message", r"^exchange$", r"ncsi/message\.cpp:(transfer|transfer_by_oem)$"),
     (r"ncsi/(message|commands)", r"^(transfer_by_oem|ncsi_oem_\w+)$", r"ncsi/message\.cpp:transfer_locked$"),
     (r"ncsi/oem\.cpp", r"^ncsi_oem_\w+_entry$", r"ncsi/oem\.cpp:ncsi_oem_(?!.*_entry$)\w+$"),

@@ -24,17 +24,7 @@ struct Taker {
 };
 Taker taker;
 
-void log_to_taker(const char* format, ...) SIDEBAND_PRINTF(1, 2);
-void log_to_taker(const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    hand_over(SIDEBAND_OUTLET_CONSOLE, format, arguments);
-    va_end(arguments);
-}
-
 }  // namespace
-
-void (*print_on_console)(const char* format, ...) = console_log;
 
 void hand_over(uint32_t outlet, const char* format, va_list arguments) {
     const int caller_errno = errno;
@@ -51,7 +41,6 @@ bool is_led(uint32_t outlet) {
 
 void lead_output(uint32_t outlets, sideband_output_op take, void* context) {
     taker = {outlets, take, context};
-    print_on_console = is_led(SIDEBAND_OUTLET_CONSOLE) ? log_to_taker : console_log;
 }
 
 void print_formatted(const char* format, ...) {
@@ -61,6 +50,17 @@ void print_formatted(const char* format, ...) {
         hand_over(SIDEBAND_OUTLET_PRINTED, format, arguments);
     } else {
         std::vprintf(format, arguments);
+    }
+    va_end(arguments);
+}
+
+void print_on_console(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    if (is_led(SIDEBAND_OUTLET_CONSOLE)) {
+        hand_over(SIDEBAND_OUTLET_CONSOLE, format, arguments);
+    } else if (const Formatted text(errno, format, arguments); text) {
+        console_log("%s", text.text());
     }
     va_end(arguments);
 }

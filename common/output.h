@@ -15,8 +15,8 @@ namespace sideband {
 
 /// As printf() to standard output, or to who takes its place.
 void print_formatted(const char* format, ...) SIDEBAND_PRINTF(1, 2);
-/// console_log(), which takes no va_list, or who takes its place.
-extern void (*print_on_console)(const char* format, ...) SIDEBAND_PRINTF(1, 2);
+/// The same for console_log(), which takes no va_list and so gets the whole text.
+void print_on_console(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 /// Prints a line, as puts().
 void print_line(const char* text);
 /// Prints bytes of text.
