@@ -56,7 +56,7 @@ FAMILIES = {
     "NVMe-MI context and management": r"NVMeMI/(context|message|management)\.cpp",
     "NVMe firmware download": r"NVMeMI/download\.cpp",
     "NVMe admin commands": r"NVMeMI/admin\.cpp",
-    "log": r"common/debug_log\.cpp",
+    "log, texts": r"common/",
 }
 
 # What calls itself on purpose, once more for each component of a package; it counts once here.
