@@ -101,6 +101,9 @@ int32_t run(nvmemi_ctx& ctx, uint32_t request_length, uint32_t response_capacity
         mctp.last_error = kNoError;
         result = mctp.xfer(&mctp, request_length, room, request, area);
         busy = wants_time(mctp, {request, request_length}, area);
+        if (is_over(mctp)) {
+            break;
+        }
     }
     if (busy) {
         result = receive_later(mctp, room, area);

@@ -74,6 +74,9 @@ void print_line(const char* text) {
 }
 
 void print_bytes(const char* text, size_t length) {
+    if (length == 0) {
+        return;
+    }
     if (is_led(SIDEBAND_OUTLET_PRINTED)) {
         taker.take(taker.context, SIDEBAND_OUTLET_PRINTED, text, length);
     } else {

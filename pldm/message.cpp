@@ -232,7 +232,7 @@ int32_t pldm_send(pldm_ctx* ctx, uint32_t length, const uint8_t* message, uint8_
         if (mctp->send(mctp, length, message, tag_owner) >= 0) {
             return 0;
         }
-        if (is_over(*mctp)) {
+        if (ctx->mctp != nullptr && is_over(*ctx->mctp)) {
             break;
         }
         sleep_us(kRetryPauseUs);
@@ -281,7 +281,7 @@ int32_t pldm_transfer(pldm_ctx* ctx, uint32_t request_length, int32_t response_c
             return judge(*ctx, command, length, completion);
         }
         came_not_ready = length >= PLDM_RESPONSE_HEADER_SIZE;
-        if (is_over(*mctp)) {
+        if (ctx->mctp != nullptr && is_over(*ctx->mctp)) {
             break;
         }
         sleep_us(kRetryPauseUs);

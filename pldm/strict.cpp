@@ -10,6 +10,7 @@
 #include <array>
 
 #include "common/clock.h"
+#include "common/error.h"
 #include "common/lock.h"
 #include "common/wire.h"
 #include "pldm/message.h"
@@ -76,7 +77,8 @@ int32_t receive(mctp_ctx& mctp, std::span<uint8_t> response) {
     }
     // There the operation leaves the lock to its caller.
     const MutexGuard bus(at_p_St_GlobalVar->bus_mutex[mctp.bus]);
-    return bus ? mctp.recv(&mctp, capacity, response.data()) : -1;
+    return bus ? mctp.recv(&mctp, capacity, response.data())
+               : fail(mctp.last_error, SIDEBAND_CAUSE_LOCK);
 }
 
 /// @param tag      of the request

@@ -37,8 +37,12 @@ void mctp_set_deadline(mctp_ctx* ctx, uint32_t ms_from_now) {
         const uint64_t end = static_cast<uint64_t>(time.tv_sec) * kMsPerS +
                              static_cast<uint32_t>(time.tv_nsec / kNsPerMs) + ms_from_now;
         const auto seconds = static_cast<uint32_t>(end / kMsPerS);
-        // In the first second of the machine 0 would stand for no limit at all.
-        ctx->deadline_s = std::max(seconds, uint32_t{1});
+        ctx->deadline_s = seconds;
         ctx->deadline_ms = static_cast<uint16_t>(end - uint64_t{seconds} * kMsPerS);
+        if (seconds == 0) {
+            // In the first second of the machine: 0 would stand for no limit at all.
+            ctx->deadline_s = 1;
+            ctx->deadline_ms = 0;
+        }
     }
 }

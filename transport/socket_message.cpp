@@ -349,8 +349,13 @@ constexpr size_t kCheckedMax = 4224;
 uint32_t wait_of(const mctp_ctx& ctx) {
     constexpr uint32_t kMask = 0xFFFF;
     const uint32_t named = ctx.route & kMask;
-    const uint32_t wait = named != 0 ? named : MCTP_SOCKET_WAIT_DEFAULT_MS;
-    return ctx.deadline_s == 0 ? wait : std::min(wait, time_left_ms(ctx.section));
+    return named != 0 ? named : MCTP_SOCKET_WAIT_DEFAULT_MS;
+}
+
+/// Milliseconds to an end, or to the time limit of the context, by the clock that each has.
+int64_t left_to(int64_t end, const mctp_ctx& ctx) {
+    const int64_t left = end - monotonic_ms();
+    return ctx.deadline_s == 0 ? left : std::min<int64_t>(left, time_left_ms(ctx.section));
 }
 
 /// The wait for one message.
@@ -391,13 +396,13 @@ private:
 
 int32_t Reception::wait() {
     const uint32_t wait = wait_of(ctx_);
-    const int64_t deadline = monotonic_ms() + wait;
+    const int64_t end = monotonic_ms() + wait;
     Socket* const from[] = {last_, requests_};
     pollfd polled[std::size(from)];
     for (size_t i = 0; i < std::size(from); ++i) {
         polled[i] = {from[i] != nullptr ? from[i]->descriptor : -1, POLLIN, 0};
     }
-    for (int64_t left = wait; left > 0; left = deadline - monotonic_ms()) {
+    for (int64_t left = left_to(end, ctx_); left > 0; left = left_to(end, ctx_)) {
         const int ready = poll(polled, std::size(polled), static_cast<int>(left));
         if (ready < 0 && errno != EINTR) {
             report(ctx_, "poll");

@@ -92,7 +92,7 @@ SIDEBAND_BEGIN_DECLS
 #define SIDEBAND_STEP_SET_UP 8
 
 /**
- * Why a call failed. Every context has one as last_error, at its end. A call that uses the context
+ * Why a call failed. Every context has one as last_error. A call that uses the context
  * clears it when it begins, and fills it when it fails: what it says belongs to the last call, and
  * counts if that has failed by its result. Of several things that went wrong the first one stands;
  * where a call tries again, the last attempt counts. A context that is null keeps nothing.

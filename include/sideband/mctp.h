@@ -380,10 +380,11 @@ SIDEBAND_EXPORT int32_t mctp_init2_with_i2c_delay(mctp_ctx* ctx);
  *
  * It is looked at where the library begins to send a message and where it waits for a packet or,
  * over PCIe, a message; sockets wait no longer than it. A wait of the platform that has begun ends
- * as the platform has it. Once it has passed nothing is sent nor received: calls fail with their
- * ordinary results and SIDEBAND_CAUSE_DEADLINE, and are not tried again. A device that was in the
- * middle of something stays there: who wants to cancel an update sets another limit first. It is
- * kept to the tick of the system's clock, a few milliseconds.
+ * as the platform has it. Once it has passed nothing is sent nor received, and nothing is tried
+ * again: calls fail with their ordinary results, and those that begin behind it with
+ * SIDEBAND_CAUSE_DEADLINE; the one in which it passes may tell of what ended its last attempt. A
+ * device that was in the middle of something stays there: who wants to cancel an update sets
+ * another limit first. It is kept to the tick of the system's clock, a few milliseconds.
  * @param ms_from_now  milliseconds; 0: no limit any more
  */
 SIDEBAND_EXPORT void mctp_set_deadline(mctp_ctx* ctx, uint32_t ms_from_now);

@@ -128,7 +128,7 @@ typedef struct pldm_fw_update_ctx {
  * A package that is bad or for another device is SIDEBAND_CAUSE_FILE, a device that asks for
  * nothing any more SIDEBAND_CAUSE_NO_ANSWER, and what it reports of a component
  * SIDEBAND_CODE_PLDM_FW_RESULT. pldm_nic_update() returns 0 for an update in which a component
- * failed: the record tells.
+ * failed: the record tells, if the package has no further record for the device.
  * @return a record in ctx; for null one that says "wrong argument"
  */
 SIDEBAND_EXPORT const sideband_error* pldm_fw_update_last_error(const pldm_fw_update_ctx* ctx);

@@ -125,7 +125,20 @@ void I2cBus::route(const MuxSetting& setting) {
     });
 }
 
+/// Whoever cannot hear the answer does not ask: without a queue it is as if there were no such bus.
+int I2cBus::open_queue() {
+    const int error = queue_.open();
+    if (error == 0) {
+        return 0;
+    }
+    tell_queue(error);
+    return -ENODEV;
+}
+
 int I2cBus::empty() {
+    if (const int result = open_queue(); result < 0) {
+        return result;
+    }
     std::array<uint8_t, kMessageRoom> stale;
     ssize_t length = 1;
     for (int i = 0; i < kMostStale && length > 0; ++i) {
@@ -138,10 +151,8 @@ int I2cBus::write(uint8_t address, std::span<const uint8_t> bytes) {
     if (!routed_) {
         return -EIO;  // route() has told why
     }
-    if (const int error = queue_.open(); error != 0) {
-        return tell_queue(error);
-    }
-    return transfer(address, bytes, "");
+    const int result = open_queue();
+    return result < 0 ? result : transfer(address, bytes, "");
 }
 
 int I2cBus::transfer(uint8_t address, std::span<const uint8_t> bytes, const char* what) {

@@ -59,6 +59,8 @@ private:
     int unpack(std::span<const uint8_t> message, std::span<uint8_t> room) const;
     int tell(int error, const std::string& text) const;
     int tell_queue(int error) const;
+    /// @return 0; -ENODEV, told
+    int open_queue();
 
     uint8_t number_;
     uint8_t bmc_address_;

@@ -109,6 +109,7 @@ static void start(void) {
     const int shared = path[0] != '\0';
     const int file = shared ? open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0660) : -1;
     if (shared && (flock(file, LOCK_EX) != 0 || ftruncate(file, sizeof(Records)) != 0)) {
+        close(file); /* and the lock with it */
         return;
     }
     void* const mapped = mmap(NULL, sizeof(Records), PROT_READ | PROT_WRITE,

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "common/error.h"
 #include "common/output.h"
 #include "common/printable.h"
 #include "pldm/update/message.h"
@@ -147,6 +148,8 @@ private:
             ++mismatches_;
             if (mismatches_ == ctx_.device_record_num) {
                 leave_mark(ctx_, PLDM_FW_MARK_NO_RECORD, SIDEBAND_CAUSE_FILE);
+            } else if (ctx_.pldm.last_error.cause == SIDEBAND_CAUSE_FILE) {
+                ctx_.pldm.last_error = kNoError;  // Another record may be the device's.
             }
         } else if (pldm_get_firmware_parameters(&ctx_) != 0) {
             leave_mark(ctx_, PLDM_FW_MARK_FW_PARAMETERS, SIDEBAND_CAUSE_MALFORMED);

@@ -21,7 +21,7 @@ BUILT = {("sideband", "shared library"), ("sideband-sim", "shared library"),
          ("pcapng_core", "static library"), ("tool-core", "static library")}
 INSTALLED = re.compile(r"libsideband(-sim|-linux)?\.so[.0-9]*$|/bin/sideband(-sim|-porttest)?$|/libsideband-porttest\.a$"
                        r"|/sideband(-sim|-linux)?\.pc$|/sideband(-sim|-linux)?/\w+\.h$"
-                       r"|/cmake/sideband/sideband-config(-version)?\.cmake$|/doc/sideband/[\w-]+\.md$"
+                       r"|/cmake/sideband/sideband-config(-version)?\.cmake$|/doc/sideband/([\w-]+\.md|board\.schema\.json)$"
                        r"|/share/sideband/port\.c$")
 
 
