@@ -24,8 +24,8 @@ struct UpdateReport {
     uint8_t mark = 0;    ///< pldm.completion_code
     uint8_t state = 0;
     sideband_error error{};  ///< pldm_fw_update_last_error()
-    std::string out;  ///< standard output
-    std::string log;  ///< the debug log
+    std::string out;         ///< standard output
+    std::string log;         ///< the debug log
 };
 
 /// An image whose bytes tell where they stand and to which component they belong.

@@ -2,6 +2,8 @@
 // Lines of a batch: where they end, and the words in them.
 #include "tools/batch/words.h"
 
+#include <fmt/format.h>
+
 #include <unistd.h>
 
 #include <array>
@@ -48,7 +50,7 @@ private:
             const char c = take();
             if (c == '\'' || c == '"') {
                 if (!take_quoted(c, word)) {
-                    return std::string("the quote ") + c + " has no end";
+                    return fmt::format("the quote {} has no end", c);
                 }
             } else if (c != '\\') {
                 word += c;

@@ -61,8 +61,11 @@ std::string silence(const sideband_error& error) {
     uint8_t power = 0;
     _PltGPIO_RegRead(PLT_MAIN_POWER_REGISTER, 0, 0, &power);
     const std::string seen = WireWatch::reason();
-    return (seen.empty() ? find_name(kReasons, error.cause, "no answer") : seen) +
-           (power != 0 ? "" : std::string(", ") + kPowerOff);
+    std::string text = seen.empty() ? find_name(kReasons, error.cause, "no answer") : seen;
+    if (power == 0) {
+        text.append(", ").append(kPowerOff);
+    }
+    return text;
 }
 
 }  // namespace tool
