@@ -39,8 +39,8 @@ static int board_start(void) {
     return 0;
 }
 
-/* Writes bytes as a master to an 8-bit address, the PEC among them, and none but them. 0 when
- * every byte was acknowledged; a missing acknowledge fails at once. */
+/* Writes bytes, which are command code to PEC, as a master to an 8-bit address, which is not among
+ * them. 0 when every byte was acknowledged; a missing acknowledge fails at once. */
 static int board_write(uint8_t bus, uint8_t address, const uint8_t* bytes, size_t length) {
     (void)bus, (void)address, (void)bytes, (void)length;
     return -ENOSYS;
