@@ -49,7 +49,8 @@ void print_formatted(const char* format, ...) {
     if (is_led(SIDEBAND_OUTLET_PRINTED)) {
         hand_over(SIDEBAND_OUTLET_PRINTED, format, arguments);
     } else {
-        std::vprintf(format, arguments);
+        // The analyzer does not see that va_start() has been there.
+        std::vprintf(format, arguments);  // NOLINT(clang-analyzer-valist.Uninitialized)
     }
     va_end(arguments);
 }
