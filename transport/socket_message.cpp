@@ -352,9 +352,9 @@ uint32_t wait_of(const mctp_ctx& ctx) {
     return named != 0 ? named : MCTP_SOCKET_WAIT_DEFAULT_MS;
 }
 
-/// Milliseconds to an end, or to the time limit of the context, by the clock that each has.
-int64_t left_to(int64_t end, const mctp_ctx& ctx) {
-    const int64_t left = end - monotonic_ms();
+/// What is left of a wait in milliseconds, or up to the time limit of the context, which has a
+/// clock of its own.
+int64_t rest_of(int64_t left, const mctp_ctx& ctx) {
     return ctx.deadline_s == 0 ? left : std::min<int64_t>(left, time_left_ms(ctx.section));
 }
 
@@ -402,7 +402,7 @@ int32_t Reception::wait() {
     for (size_t i = 0; i < std::size(from); ++i) {
         polled[i] = {from[i] != nullptr ? from[i]->descriptor : -1, POLLIN, 0};
     }
-    for (int64_t left = left_to(end, ctx_); left > 0; left = left_to(end, ctx_)) {
+    for (int64_t left = rest_of(wait, ctx_); left > 0; left = rest_of(end - monotonic_ms(), ctx_)) {
         const int ready = poll(polled, std::size(polled), static_cast<int>(left));
         if (ready < 0 && errno != EINTR) {
             report(ctx_, "poll");
