@@ -90,9 +90,9 @@ TEST_F(Sink, TakesOneOutletAndLeavesTheOthers) {
 TEST_F(Sink, TakesTheDebugLogWhateverTheMarkersSay) {
     libc.present.clear();
     const Taken taken(SIDEBAND_OUTLET_DEBUG);
-    const char* format = "%m";  // ISO C has no %m: the compiler must not look at it
+    const char* format = "%s%m";  // ISO C has no %m: the compiler must not look at it
     errno = ENOENT;
-    debug_log(format);
+    debug_log(format, "");
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(taken.of(SIDEBAND_OUTLET_DEBUG), "No such file or directory");
     EXPECT_EQ(libc.calls["access"], 0);
