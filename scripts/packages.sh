@@ -65,7 +65,12 @@ install_packages() {
     fi
     say "installing $*"
     local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -o Acquire::Retries=3)
-    # Index files may be missing altogether or name versions that the mirror no longer has.
-    "${apt[@]}" update >&2 </dev/null
-    "${apt[@]}" install -y --no-install-recommends "$@" >&2 </dev/null
+    mkdir -p "$builds"
+    (
+        # One chore at a time, if several run beside one another.
+        flock 9
+        # Index files may be missing altogether or name versions that the mirror no longer has.
+        "${apt[@]}" update >&2 </dev/null
+        "${apt[@]}" install -y --no-install-recommends "$@" >&2 </dev/null
+    ) 9>"$builds/.installing"
 }

@@ -3,7 +3,7 @@
 """What ./dev kernel runs in its kernel: every group of cases, then their count.
 
 Environment: SIDEBAND_SIM, SIDEBAND_MI_CLIENT, SIDEBAND_TOOL (programs), SIDEBAND_RUN (folder for what is
-written); its file "words" names the groups to run as JSON, none for all of them.
+written); its file "words" names the groups to run as JSON, none for all of them; behind "all-but", those not to run.
 """
 import json
 import os
@@ -20,6 +20,13 @@ from machine import Tool
 from report import Report
 
 
+def wanted(words, groups):
+    """The groups that the words ask for."""
+    if words[:1] == ["all-but"]:
+        return [name for name in groups if name not in words[1:]]
+    return words or list(groups)
+
+
 def main():
     program, folder = os.environ["SIDEBAND_SIM"], pathlib.Path(os.environ["SIDEBAND_RUN"])
     tool, report = Tool(program), Report()
@@ -31,7 +38,7 @@ def main():
         "libnvme": lambda: libnvme.check(report, program, tool, folder, os.environ["SIDEBAND_MI_CLIENT"]),
         "faults": lambda: faults.check(report, program, folder),
     }
-    for name in json.loads((folder / "words").read_text()) or list(groups):
+    for name in wanted(json.loads((folder / "words").read_text()), groups):
         # A group that does not get as far as its cases fails as one.
         try:
             groups[name]()
