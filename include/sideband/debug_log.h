@@ -7,6 +7,7 @@
 
 SIDEBAND_BEGIN_DECLS
 
+/* ---- Paths and limits ------------------------------------------------------------------------ */
 /* The paths can be others: whoever builds the library with -DDEBUG_LOG_FILE=..., and so on. */
 
 /** While this file exists, messages go to standard error. */
@@ -32,6 +33,8 @@ SIDEBAND_BEGIN_DECLS
 #define DEBUG_LOG_ROTATE_SIZE 0x20000
 /** Milliseconds that one message waits for the log file's lock at most. */
 #define DEBUG_LOG_LOCK_WAIT_MS 300
+
+/* ---- Messages -------------------------------------------------------------------------------- */
 
 /**
  * Reports one message on every enabled outlet: standard error, the platform's system log, the

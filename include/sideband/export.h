@@ -4,6 +4,7 @@
 #define SIDEBAND_EXPORT_H
 
 #ifdef __cplusplus
+/** In front of declarations that have C linkage in C++ too, and behind them. */
 #define SIDEBAND_BEGIN_DECLS extern "C" {
 #define SIDEBAND_END_DECLS }
 #else

@@ -14,6 +14,8 @@
 
 SIDEBAND_BEGIN_DECLS
 
+/* ---- Bindings, message types, sizes ---------------------------------------------------------- */
+
 /** mctp_ctx.binding_kind: SMBus/I2C, PEC by the I2C controller. */
 #define MCTP_BINDING_KIND_SMBUS 0
 /** mctp_ctx.binding_kind: PCIe vendor-defined messages. */
@@ -57,8 +59,9 @@ SIDEBAND_BEGIN_DECLS
 /** Largest mctp_ctx.unit_size that the SMBus bindings can carry; a larger one fails every call. */
 #define MCTP_UNIT_SIZE_MAX 120
 
-/**
- * Bits of mctp_ctx.strict: where the library does what deployed firmware needs, a bit makes it keep
+/* ---- Strictness: mctp_ctx.strict ------------------------------------------------------------- */
+/*
+ * Bits of it: where the library does what deployed firmware needs, a bit makes it keep
  * to the standard instead. Each can be set by itself, and be changed between two calls. Contexts
  * that the library makes for another one, to ask the MPIO for it, are as strict.
  */
@@ -133,6 +136,8 @@ SIDEBAND_BEGIN_DECLS
 /** All of them, those of later versions too. */
 #define MCTP_STRICT_ALL 0xFFFFFFFFU
 
+/* ---- Records and operations ------------------------------------------------------------------ */
+
 /** Bytes of mctp_ctx.mux. */
 #define MCTP_MUX_SIZE 48
 /** Bytes of a Get Routing Table Entries answer: header, completion code, handle, count, 7 x 8. */
@@ -203,9 +208,11 @@ typedef int32_t (*mctp_send_op)(mctp_ctx* ctx, uint32_t length, const uint8_t* b
  * request is routed by ID, and no mutex is taken. Nor is one over sockets: exchanges of several
  * threads, with one endpoint too, do not wait for each other, but a process can have no more than
  * 64 in six seconds that are not answered. What answers a request later than it waited is dropped.
+ * @param request_length   bytes at request
  * @param response_length  room at response in bytes, over PCIe too without the type byte. Below 1,
  *                         SMBus, sockets: the request is sent, nothing is read, the result is 0.
- * PCIe: 0 sends and gives 0 if an answer came; below 0 sends nothing and gives -1
+ *                         PCIe: 0 sends and gives 0 if an answer came; below 0 sends nothing and
+ *                         gives -1
  * @return body bytes stored; -1 on failure. PCIe: -2 when the platform's transfer fails, -1 when
  *         it returned nothing
  */
@@ -222,7 +229,7 @@ typedef struct mctp_route {
 
 SIDEBAND_STATIC_ASSERT(sizeof(mctp_route) == 52, "bus owner route");
 
-/*
+/**
  * The binding section of a context: all that a binding needs to reach the endpoint. Declared
  * once here, for mctp_section and as members of mctp_ctx alike.
  *
@@ -317,8 +324,8 @@ SIDEBAND_STATIC_ASSERT(offsetof(mctp_ctx, deadline_ms) ==
  * context, and so frees.
  */
 typedef struct mctp_owned {
-    mctp_ctx* endpoint;
-    uintptr_t check; /**< ~endpoint, which garbage is not */
+    mctp_ctx* endpoint; /**< null: none */
+    uintptr_t check;    /**< ~endpoint, which garbage is not */
 } mctp_owned;
 
 /** The operations of a physical binding. */
@@ -406,6 +413,7 @@ SIDEBAND_EXPORT int32_t smbus_block_write(mctp_section* section, int32_t length,
  * is left alone.
  * @param length  MCTP packet length n, 0 to 250
  * @param frame   n + 5 bytes
+ * @return as smbus_block_write()
  */
 SIDEBAND_EXPORT int32_t sl8_smbus_block_write(mctp_section* section, int32_t length,
                                               uint8_t* frame);
@@ -420,7 +428,7 @@ SIDEBAND_EXPORT int32_t sl8_smbus_block_write(mctp_section* section, int32_t len
  */
 SIDEBAND_EXPORT int32_t smbus_block_read(mctp_section* section, int32_t length, uint8_t* buffer);
 
-/** The same as smbus_block_read(). */
+/** As smbus_block_read(). @return the same */
 SIDEBAND_EXPORT int32_t sl8_smbus_block_read(mctp_section* section, int32_t length,
                                              uint8_t* buffer);
 
@@ -502,13 +510,14 @@ SIDEBAND_EXPORT int32_t get_bmc_by_owner(mctp_ctx* ctx);
 
 /**
  * A receive operation for SMBus contexts that delivers the message with its type byte. Locks the
- * bus as the stock receive of the context's binding kind does.
+ * bus as the stock receive of the context's binding kind does. See mctp_recv_op.
  * @return bytes stored, the type byte included; 0 if there is no buffer; -1 on failure
  */
 SIDEBAND_EXPORT int32_t mctp_smbus_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
 
 /**
- * A receive operation for PCIe contexts that delivers the message with its type byte.
+ * A receive operation for PCIe contexts that delivers the message with its type byte. See
+ * mctp_recv_op.
  * @return bytes stored, the type byte included; -1 on failure and if the message is longer
  *         than the buffer
  */

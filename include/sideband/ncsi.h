@@ -195,8 +195,8 @@ SIDEBAND_EXPORT int32_t ncsi_deselect_package(ncsi_channel* channel, uint32_t pa
 
 /** An entry of a command table. */
 typedef struct ncsi_oem_cmd {
-    uint32_t command; /**< what the entry functions look for */
-    int32_t (*handler)(ncsi_channel* channel);
+    uint32_t command;                          /**< what the entry functions look for */
+    int32_t (*handler)(ncsi_channel* channel); /**< runs it; see the handlers below */
 } ncsi_oem_cmd;
 
 /** Commands of Broadcom: 0 get, 1 set preboot server config. */
@@ -208,9 +208,10 @@ SIDEBAND_EXPORT extern const uint8_t ncsi_oem_mx_cmd_tbl_size; /**< entries: 4 *
 
 /** Runs the handler of a command number. @return its result; -1 if no entry has the number */
 SIDEBAND_EXPORT int32_t ncsi_oem_brcm_entry(ncsi_channel* channel, uint32_t command);
-/** As ncsi_oem_brcm_entry(); only the low byte of the number counts. */
+/** As ncsi_oem_brcm_entry(); only the low byte of the number counts. @return the same */
 SIDEBAND_EXPORT int32_t ncsi_oem_mx_entry(ncsi_channel* channel, uint32_t command);
 
+/* ---- Handlers of OEM commands ---------------------------------------------------------------- */
 /*
  * The handlers return 0, or -1 on failure. A "get" fills oem_flag and oem_value and sets oem_valid
  * to 1. A "set" writes oem_flag and oem_value; the bits beside them are read first and written back

@@ -116,6 +116,7 @@ SIDEBAND_EXPORT int32_t nvmemi_init(nvmemi_ctx* ctx, const mctp_ctx* config);
 /**
  * As nvmemi_init(), by mctp_init2_with_i2c_delay(): for drives that answer slowly. The bus is free
  * between request and response, config->i2c_delay_us apart. Needs MCTP_BINDING_KIND_SMBUS.
+ * @return as nvmemi_init(); -1 for any other binding kind
  */
 SIDEBAND_EXPORT int32_t nvmemi_init_for_MARV(nvmemi_ctx* ctx, const mctp_ctx* config);
 
@@ -126,7 +127,8 @@ SIDEBAND_EXPORT int32_t nvmemi_deinit(nvmemi_ctx* ctx);
 /*
  * All return 0 on success, the response message status (1 to 255) if it is not success, and -1
  * if an argument is null, data of no length among them, the exchange failed or the response was
- * malformed. What they fill stays as it was unless the result is 0.
+ * malformed. What they fill stays as it was unless the result is 0. port is a port identifier,
+ * offset one in the VPD, in bytes.
  *
  * Failures are printed to standard output: a null ctx, no memory, a failed exchange, a status, a
  * frequency, type, size or number that is none. To debug_log() go responses that are too short for
@@ -277,9 +279,10 @@ SIDEBAND_EXPORT int32_t nvmemi_vpd_write(nvmemi_ctx* ctx, const uint8_t* data, u
  * All return 0 on success; the response message status (1 to 255) if it is not success; dword 3
  * of the completion queue entry if its status code is not 0 (see NVME_COMPLETION_SC(); with
  * MCTP_STRICT_NVME_MI also if its status code type is not 0; with "do not retry" set it is
- * negative); and -1 if an argument is null, the exchange failed, the
- * response was malformed or there was more than NVME_ADMIN_DATA_MAX bytes of data to move: nothing
- * is sent then. Unless the result is 0, what they fill stays as it was.
+ * negative); and -1 if an argument is null, the exchange failed, the response was malformed or
+ * there was more than NVME_ADMIN_DATA_MAX bytes of data to move: nothing is sent then. Unless the
+ * result is 0, what they fill stays as it was. cntlid is a controller ID, nsid a namespace ID, fid
+ * a feature identifier.
  *
  * A status, a status code and a refused argument go to console_log(). To debug_log() go responses
  * that are too short for a status or a completion, and too many data. A null argument and a failed
@@ -296,11 +299,11 @@ typedef struct nvme_admin_req {
     uint32_t dlen;   /**< length of it, for nvme_admin_get_set_feature() and those above it */
     uint8_t opcode;  /**< for nvme_get_pd_info() and nvme_mrvl_read_cmd() */
     uint32_t cdw10;  /**< submission queue entry dwords 10 to 15 */
-    uint32_t cdw11;
-    uint32_t cdw12;
-    uint32_t cdw13;
-    uint32_t cdw14;
-    uint32_t cdw15;
+    uint32_t cdw11;  /**< dword 11 */
+    uint32_t cdw12;  /**< dword 12 */
+    uint32_t cdw13;  /**< dword 13 */
+    uint32_t cdw14;  /**< dword 14 */
+    uint32_t cdw15;  /**< dword 15 */
 } nvme_admin_req;
 
 /** What a feature command has given. */
@@ -472,8 +475,10 @@ typedef struct nvme_lockdown_param {
 /** Lockdown (0x24). */
 SIDEBAND_EXPORT int32_t nvme_lockdown_set(const nvme_lockdown_param* param);
 
+/* ---- Admin commands that read data ----------------------------------------------------------- */
 /*
- * The following read data.
+ * These return what all admin commands do. Of their arguments
+ *  cntlid       controller ID
  *  length       bytes wanted, 0 to NVME_ADMIN_DATA_MAX, from req->dofst on; req->dlen is not read
  *  passthrough  not 0: Marvell's vendor command in place of the standard one
  *  data         room for length bytes; those behind what came stay as they were. May be null:

@@ -40,9 +40,9 @@ struct mctp_ctx;
  */
 typedef struct lx_mutex {
     union {
-        uint64_t align;
-        uint8_t opaque[64];
-    } storage;
+        uint64_t align;     /**< its alignment */
+        uint8_t opaque[64]; /**< the port's own */
+    } storage;              /**< 64 bytes */
 } lx_mutex;
 
 /** The wait handed to lx_mutex_get() and i2c_chnl_mutex_get(): for ever. */
@@ -75,7 +75,7 @@ int lx_mutex_put(lx_mutex* mutex);
  */
 int i2c_chnl_mutex_get(uint8_t channel, int wait_ms);
 
-/** Releases what i2c_chnl_mutex_get() took. @return ignored. */
+/** Releases what i2c_chnl_mutex_get() took for a channel. @return ignored. */
 int i2c_chnl_mutex_put(uint8_t channel);
 
 /* ---- Global records ------------------------------------------------------------------------ */
@@ -248,7 +248,7 @@ int GetBMCCtrAdd(uint8_t* address);
 
 /**
  * SMBus CRC-8: polynomial 0x07, initial value 0, no reflection.
- * @return the CRC of the length bytes at data
+ * @return the CRC of the length bytes at data, 0 for none
  */
 uint8_t CRC8Gen(const uint8_t* data, uint8_t length);
 
@@ -355,6 +355,8 @@ typedef struct plt_card_info {
 
 /**
  * Finds and selects the I2C route to a card. No lock held.
+ * @param bus     PCIe bus number
+ * @param device  PCIe device number
  * @return 0 on success; the results are in card. Any other value if there is no such card
  */
 int PCIEDeviceMux(uint8_t bus, uint8_t device, plt_card_info* card);
@@ -390,9 +392,9 @@ int PltCHASSIS_PowerStatus(void);
 int GetS5stByPwrConfig(void);
 
 /**
- * Reads one GPIO register byte. Called before every SMBus write with PLT_MAIN_POWER_REGISTER, 0
- * and 0, and so to be quick: a port keeps for a while what takes long to find out. Lock held: the
- * bus mutex.
+ * Reads one GPIO register byte. Called before every SMBus write with PLT_MAIN_POWER_REGISTER as
+ * base, 0 as group and 0 as offset, and so to be quick: a port keeps for a while what takes long to
+ * find out. Lock held: the bus mutex.
  * @param value  preset to 0 (power off); receives non-zero when host main power is on. If it is
  *               left at 0 and plt_platform.standby_option is not 1, the write returns -1 before
  *               any I2C access; the only trace is a debug_log() line, "smbus_block_write (or
@@ -413,6 +415,7 @@ int run_shellcmd(const char* command);
 /**
  * Writes a printf-style message to the system log. May be called with any lock held, so that it
  * takes none of those in the records. Lines may have any length.
+ * @param format  the message, and what stands for its arguments
  */
 void ipmi_syslog(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 
@@ -420,9 +423,9 @@ void ipmi_syslog(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 void console_log(const char* format, ...) SIDEBAND_PRINTF(1, 2);
 
 /**
- * Reports the progress of a task: percent is 0 to 100. No lock held. It need not grow: a PLDM
- * update reports 10 to 95 for the transfer, then 97 and 98, and in front of that up to 100 if a
- * device that was in update mode already has been made to leave it.
+ * Reports the progress of the task task_id: percent is 0 to 100. No lock held. It need not grow: a
+ * PLDM update reports 10 to 95 for the transfer, then 97 and 98, and in front of that up to 100 if
+ * a device that was in update mode already has been made to leave it.
  */
 void TaskServiceUpdateTaskPercentage(uint32_t task_id, uint8_t percent);
 

@@ -156,7 +156,7 @@ SIDEBAND_EXPORT int32_t pldm_fw_update_request_init(uint8_t* request);
 
 /**
  * The header of an answer to a device's own request: PLDM type 5, Rq clear, instance ID and
- * command copied from the request. Neither may be null.
+ * command copied from the request. Neither may be null: response has room for three bytes.
  */
 SIDEBAND_EXPORT void pldm_fw_update_response_init(uint8_t* response, const uint8_t* request);
 

@@ -49,8 +49,8 @@ typedef struct pldm_device_record {
     uint16_t package_data_len;      /**< FirmwareDevicePackageDataLength */
     uint8_t desc_num;               /**< DescriptorCount */
     uint32_t applicable_components; /**< bit n: the package's component n is for this device */
-    uint8_t component_image_set_ver_string_type;
-    uint8_t component_image_set_ver_string_len;
+    uint8_t component_image_set_ver_string_type; /**< ComponentImageSetVersionStringType */
+    uint8_t component_image_set_ver_string_len;  /**< ComponentImageSetVersionStringLength */
     char* image_version_string; /**< ComponentImageSetVersionString, NUL-terminated */
     /**
      * FirmwareDevicePackageData and a NUL behind it. Null if memory ran out, even in a package
@@ -100,7 +100,7 @@ typedef struct pldm_fw_update_ctx {
      * component image information area), with a NUL behind its version string.
      */
     uint8_t** component_images;
-    pldm_device_record* records;
+    pldm_device_record* records;        /**< device_record_num entries */
     uint8_t** fd_component_params;      /**< component parameter table entries of the device */
     pldm_device_record* matched_record; /**< the entry of records that matched the device */
     pldm_update_component* update_list; /**< component_num entries */
@@ -172,6 +172,7 @@ SIDEBAND_EXPORT int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ct
 /**
  * Opens a regular file, without waiting, and maps the whole of it, read-only and private. An empty
  * file cannot be mapped.
+ * @param path  of the file
  * @param addr  receives the address of the mapping
  * @param len   receives the file's size in bytes
  * @return the descriptor, to be given back with the mapping by close_pldm_file(); -1 on failure or
@@ -179,13 +180,14 @@ SIDEBAND_EXPORT int32_t pldm_parse_file(const char* path, pldm_fw_update_ctx* ct
  */
 SIDEBAND_EXPORT int32_t open_pldm_file(const char* path, void** addr, size_t* len);
 
-/** Undoes open_pldm_file(). @return 0 */
+/** Undoes open_pldm_file(): descriptor, addr and len are what that gave. @return 0 */
 SIDEBAND_EXPORT int32_t close_pldm_file(int32_t descriptor, void* addr, size_t len);
 
 /**
  * CRC-32 of ISO-HDLC and IEEE 802.3 (reflected polynomial 0xEDB88320), the checksum of a package
  * header.
- * @param crc  0, or the result for the bytes in front of these
+ * @param crc  0, or the result for the bytes in front of these length bytes at buffer
+ * @return the checksum of all of them
  */
 SIDEBAND_EXPORT uint32_t CRC32(uint32_t crc, const uint8_t* buffer, size_t length);
 
@@ -207,10 +209,11 @@ SIDEBAND_EXPORT int32_t pldm_free_ctx_resource(pldm_fw_update_ctx* ctx);
 /* ---- Descriptors (DSP0267, descriptor definition) -------------------------------------------- */
 /*
  * A descriptor is a 16-bit type, a 16-bit length and that many bytes of value, little-endian. The
- * functions trust the length: the caller has seen that the value is all there.
+ * functions trust the length: the caller has seen that the value is all there. package_descriptor
+ * is one of a package, device_descriptor one that the device has reported.
  */
 
-/** The name of a descriptor type; "Unknown ID" for those without, that of the UUID among them. */
+/** @return the name of a descriptor type; "Unknown ID" without one, as that of the UUID is */
 SIDEBAND_EXPORT const char* show_desc_id_string(uint16_t type);
 
 /** Prints one descriptor to standard output. @return 0 */
@@ -344,7 +347,7 @@ SIDEBAND_EXPORT int32_t pldm_cancel_update(pldm_fw_update_ctx* ctx);
 
 /* ---- The agent's answers to the device's requests (DSP0267) ---------------------------------- */
 /*
- * Each takes a request of the device from its PLDM header on, in a buffer of at least
+ * Each takes req, a request of the device from its PLDM header on, in a buffer of at least
  * PLDM_FW_UPDATE_REQUEST_SIZE bytes, and answers it through send_op. -1 without an answer if an
  * argument is null, the terminus has no send_op or memory runs out. Some progress is kept for the
  * process: there is one update at a time.
@@ -391,13 +394,15 @@ SIDEBAND_EXPORT int32_t pldm_request_fw_data(pldm_fw_update_ctx* ctx, const uint
  */
 SIDEBAND_EXPORT int32_t pldm_transfer_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
-/** VerifyComplete (0x17): as pldm_transfer_complete(), but to state 5, and mark 0x58. */
+/** VerifyComplete (0x17): as pldm_transfer_complete(), but to state 5, and mark 0x58. @return the
+ * same */
 SIDEBAND_EXPORT int32_t pldm_verify_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
 /**
  * ApplyComplete (0x18): goes on in the same state with the next component if the device reports
  * success (0 or 1), unless component_index is 255: it counts no further. Otherwise as
  * pldm_transfer_complete(), with mark 0x59.
+ * @return 0; -1 if the component was given up
  */
 SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
@@ -457,7 +462,7 @@ SIDEBAND_EXPORT int32_t fw_update_state_fn(pldm_fw_update_ctx* ctx);
 
 /* ---- Devices that can be updated ------------------------------------------------------------- */
 
-/** Fills a context for a card; of the platform: MCTP_binding_SMBUS(), MCTP_binding_PCIE(). */
+/** Fills a context for a card. As MCTP_binding_SMBUS() and MCTP_binding_PCIE() of the platform. */
 typedef void (*pldm_binding_setup)(struct mctp_ctx* ctx, uint8_t setup_parameter,
                                    const plt_card_info* card);
 
@@ -490,7 +495,7 @@ SIDEBAND_EXPORT extern int pldm_force_update_flag;
 /** For other users; null unless they set it, not used here. */
 SIDEBAND_EXPORT extern void* file_buf;
 
-/** @return index of the first row for the vendor, -1 if there is none */
+/** @return index of the first row for the PCI vendor_id, -1 if there is none */
 SIDEBAND_EXPORT int32_t pldm_get_nic_fw_index(uint16_t vendor_id);
 SIDEBAND_EXPORT int32_t pldm_get_gpu_fw_index(uint16_t vendor_id);
 

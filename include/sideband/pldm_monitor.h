@@ -14,6 +14,11 @@
 
 SIDEBAND_BEGIN_DECLS
 
+/* ---- Sensors (DSP0248) ----------------------------------------------------------------------- */
+/*
+ * sensor_id is the ID of a sensor, as its PDR has it.
+ */
+
 /** Most composite sensors in one state sensor (DSP0248, clause 20). */
 #define PLDM_COMPOSITE_SENSORS_MAX 8
 
@@ -27,8 +32,8 @@ SIDEBAND_BEGIN_DECLS
 typedef struct pldm_state_reading {
     uint8_t sensor_operational_state; /**< 0 enabled, 1 disabled, 2 unavailable, ... */
     uint8_t present_state;            /**< a state of the sensor's state set (DSP0249) */
-    uint8_t previous_state;
-    uint8_t event_state;
+    uint8_t previous_state;           /**< previousState */
+    uint8_t event_state;              /**< eventState */
 } pldm_state_reading;
 
 SIDEBAND_STATIC_ASSERT(sizeof(pldm_state_reading) == 4, "state reading record");
@@ -73,7 +78,9 @@ SIDEBAND_EXPORT int32_t pldm_get_sensor_reading(pldm_ctx* ctx, uint16_t sensor_i
  *
  * The request is a heap block of 2 x (count + 3) bytes that is never freed, whatever the result
  * (a transfer operation may hold on to it): not to be called over and over.
- * @param count  composite sensors, at most PLDM_COMPOSITE_SENSORS_MAX
+ * @param count              composite sensors, at most PLDM_COMPOSITE_SENSORS_MAX
+ * @param operational_state  as for pldm_set_numeric_sensor_enable()
+ * @param event_enable       likewise
  * @return 0; PLDM_ERROR_ARGUMENT if ctx is null or has no transfer_op, or on failed allocation; -1
  *         if count is too large, and for the completion codes 0x80 and 0x82 if transfer_op passes
  *         them through; the result of transfer_op for any other code; its negative result on
@@ -138,11 +145,11 @@ SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx,
 
 /** Common header of every PDR (DSP0248). */
 typedef struct SIDEBAND_PACKED pldm_pdr_header {
-    uint32_t record_handle;
-    uint8_t header_version;
-    uint8_t type; /**< PLDM_PDR_TYPE_... */
-    uint16_t record_change_number;
-    uint16_t data_length; /**< bytes behind this header */
+    uint32_t record_handle;        /**< recordHandle */
+    uint8_t header_version;        /**< PDRHeaderVersion */
+    uint8_t type;                  /**< PLDM_PDR_TYPE_... */
+    uint16_t record_change_number; /**< recordChangeNumber */
+    uint16_t data_length;          /**< bytes behind this header */
 } pldm_pdr_header;
 
 /**
@@ -153,48 +160,48 @@ typedef uint32_t pldm_pdr_slot;
 
 /** A decoded Numeric Sensor PDR (DSP0248). */
 typedef struct SIDEBAND_PACKED pldm_numeric_sensor_pdr {
-    pldm_pdr_header header;
-    uint16_t terminus_handle;
-    uint16_t sensor_id;
-    uint16_t entity_type; /**< DSP0249 */
-    uint16_t entity_instance_number;
-    uint16_t container_id;
-    uint8_t sensor_init;
+    pldm_pdr_header header;             /**< type, length, handle */
+    uint16_t terminus_handle;           /**< PLDMTerminusHandle */
+    uint16_t sensor_id;                 /**< sensorID */
+    uint16_t entity_type;               /**< DSP0249 */
+    uint16_t entity_instance_number;    /**< entityInstanceNumber */
+    uint16_t container_id;              /**< containerID */
+    uint8_t sensor_init;                /**< sensorInit: how the sensor is set up */
     uint8_t sensor_auxiliary_names_pdr; /**< not 0: there is an auxiliary names PDR */
     uint8_t base_unit;                  /**< sensorUnits of DSP0248 */
     int8_t unit_modifier;               /**< power of ten */
-    uint8_t rate_unit;
-    uint8_t base_oem_unit_handle;
-    uint8_t aux_unit;
-    int8_t aux_unit_modifier;
-    uint8_t aux_rate_unit;
-    uint8_t rel; /**< relation of base and auxiliary unit */
-    uint8_t aux_oem_unit_handle;
-    uint8_t is_linear;
-    uint8_t sensor_data_size; /**< PLDM_DATA_SIZE_...: of readings, hysteresis, max, min */
-    float resolution;         /**< units of the sensor per count */
-    float offset;             /**< in units of the sensor */
-    uint16_t accuracy;        /**< hundredths of a percent */
-    uint8_t plus_tolerance;
-    uint8_t minus_tolerance;
-    pldm_pdr_slot hysteresis;
-    uint8_t supported_thresholds;
-    uint8_t threshold_and_hysteresis_volatility;
-    float state_transition_interval; /**< seconds */
-    float update_interval;           /**< seconds */
-    pldm_pdr_slot max_readable;
-    pldm_pdr_slot min_readable;
+    uint8_t rate_unit;                  /**< rateUnit: per what time */
+    uint8_t base_oem_unit_handle;       /**< baseOEMUnitHandle */
+    uint8_t aux_unit;                   /**< auxUnit, as base_unit */
+    int8_t aux_unit_modifier;           /**< auxUnitModifier: power of ten */
+    uint8_t aux_rate_unit;              /**< auxrateUnit */
+    uint8_t rel;                        /**< relation of base and auxiliary unit */
+    uint8_t aux_oem_unit_handle;        /**< auxOEMUnitHandle */
+    uint8_t is_linear;                  /**< 1: readings are linear */
+    uint8_t sensor_data_size;     /**< PLDM_DATA_SIZE_...: of readings, hysteresis, max, min */
+    float resolution;             /**< units of the sensor per count */
+    float offset;                 /**< in units of the sensor */
+    uint16_t accuracy;            /**< hundredths of a percent */
+    uint8_t plus_tolerance;       /**< plusTolerance */
+    uint8_t minus_tolerance;      /**< minusTolerance */
+    pldm_pdr_slot hysteresis;     /**< hysteresis, by sensor_data_size */
+    uint8_t supported_thresholds; /**< supportedThresholds: a bit for each */
+    uint8_t threshold_and_hysteresis_volatility; /**< when they are lost: bits */
+    float state_transition_interval;             /**< seconds */
+    float update_interval;                       /**< seconds */
+    pldm_pdr_slot max_readable;                  /**< maxReadable */
+    pldm_pdr_slot min_readable;                  /**< minReadable */
     uint8_t range_field_format;  /**< PLDM_DATA_SIZE_...: of the members behind the next */
     uint8_t range_field_support; /**< which of them mean something */
-    pldm_pdr_slot nominal_value;
-    pldm_pdr_slot normal_max;
-    pldm_pdr_slot normal_min;
-    pldm_pdr_slot warning_high;
-    pldm_pdr_slot warning_low;
-    pldm_pdr_slot critical_high;
-    pldm_pdr_slot critical_low;
-    pldm_pdr_slot fatal_high;
-    pldm_pdr_slot fatal_low;
+    pldm_pdr_slot nominal_value; /**< nominalValue */
+    pldm_pdr_slot normal_max;    /**< normalMax */
+    pldm_pdr_slot normal_min;    /**< normalMin */
+    pldm_pdr_slot warning_high;  /**< warningHigh */
+    pldm_pdr_slot warning_low;   /**< warningLow */
+    pldm_pdr_slot critical_high; /**< criticalHigh */
+    pldm_pdr_slot critical_low;  /**< criticalLow */
+    pldm_pdr_slot fatal_high;    /**< fatalHigh */
+    pldm_pdr_slot fatal_low;     /**< fatalLow */
 } pldm_numeric_sensor_pdr;
 
 /** Bytes of a decoded state sensor record that hold composite sensors. */
@@ -202,15 +209,15 @@ typedef struct SIDEBAND_PACKED pldm_numeric_sensor_pdr {
 
 /** The first 64 bytes of a State Sensor PDR (DSP0248). */
 typedef struct SIDEBAND_PACKED pldm_state_sensor_pdr {
-    pldm_pdr_header header;
-    uint16_t terminus_handle;
-    uint16_t sensor_id;
-    uint16_t entity_type; /**< DSP0249 */
-    uint16_t entity_instance_number;
-    uint16_t container_id;
-    uint8_t sensor_init;
+    pldm_pdr_header header;             /**< type, length, handle */
+    uint16_t terminus_handle;           /**< PLDMTerminusHandle */
+    uint16_t sensor_id;                 /**< sensorID */
+    uint16_t entity_type;               /**< DSP0249 */
+    uint16_t entity_instance_number;    /**< entityInstanceNumber */
+    uint16_t container_id;              /**< containerID */
+    uint8_t sensor_init;                /**< sensorInit: how the sensor is set up */
     uint8_t sensor_auxiliary_names_pdr; /**< not 0: there is an auxiliary names PDR */
-    uint8_t composite_sensor_count;
+    uint8_t composite_sensor_count;     /**< compositeSensorCount */
     /**
      * One entry a composite sensor: stateSetID (2 bytes), possibleStatesSize (1), as many bytes of
      * possibleStates. A device decides what stands here: walk it with bounds.
@@ -220,9 +227,9 @@ typedef struct SIDEBAND_PACKED pldm_state_sensor_pdr {
 
 /** A decoded record: header.type tells which. */
 typedef union SIDEBAND_PACKED pldm_pdr {
-    pldm_pdr_header header;
-    pldm_numeric_sensor_pdr numeric;
-    pldm_state_sensor_pdr state;
+    pldm_pdr_header header;          /**< of either */
+    pldm_numeric_sensor_pdr numeric; /**< of PLDM_PDR_TYPE_NUMERIC_SENSOR */
+    pldm_state_sensor_pdr state;     /**< of PLDM_PDR_TYPE_STATE_SENSOR */
 } pldm_pdr;
 
 SIDEBAND_STATIC_ASSERT(sizeof(pldm_pdr_header) == 10, "PDR common header");
@@ -375,7 +382,7 @@ SIDEBAND_EXPORT uint8_t pldm_numeric_reading_conversion(uint32_t raw_reading,
                                                         const pldm_numeric_sensor_pdr* numeric_pdr);
 
 /**
- * Converts a raw reading by the type of its record.
+ * Converts raw_reading by the type of its record.
  * @param pdr      a decoded record
  * @param convert  0: no conversion, the low byte of the reading
  * @return PLDM_PDR_NOT_USABLE for a null record and, if convert is not 0, for a numeric
@@ -398,7 +405,7 @@ SIDEBAND_EXPORT void dump_numeric_sensor_pdr(const pldm_numeric_sensor_pdr* reco
 
 /** A state set (DSP0249) and its name. */
 typedef struct pldm_state_set {
-    uint16_t id;
+    uint16_t id;                         /**< stateSetID */
     char name[PLDM_STATE_SET_NAME_SIZE]; /**< padded with NULs */
 } pldm_state_set;
 
@@ -416,7 +423,7 @@ SIDEBAND_EXPORT extern pldm_state_set STATE_TABLE[PLDM_STATE_SETS];
 SIDEBAND_EXPORT extern const uint32_t pldm_state_state_num;
 
 /**
- * The name of a state set.
+ * The name of the state set state_set_id.
  * @param dst  PLDM_STATE_SET_NAME_SIZE bytes; receives the name padded with NULs, an empty string
  *             if STATE_TABLE has no such state set. Null: nothing is done
  */
