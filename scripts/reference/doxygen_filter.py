@@ -19,7 +19,8 @@ import markdown  # noqa: E402
 import pages  # noqa: E402
 
 COMMANDS = str.maketrans({"\\": r"\\", "@": r"\@", "&": "&amp;", "<": "&lt;", ">": "&gt;", "#": r"\#", "%": r"\%",
-                          "*": r"\*", "`": r"\`"})
+                          "*": r"\*", "`": r"\`", '"': "&quot;"})
+BOLD = re.compile(r"\*\*(?=\S)(.+?)(?<=\S)\*\*", re.S)
 
 
 def prose(text):
@@ -63,26 +64,23 @@ def told(section, entry, declaration):
         text += f"@details {html(doc.blocks)} " if own else described(doc) if doc.blocks else ""
         for name, said in doc.params:
             text += f"@param {name} {inline(said)} "
+        if not doc.blocks and not own and doc.returns:
+            text = f"@brief {inline(doc.returns)[:1].upper()}{inline(doc.returns)[1:]}. {text}"
+        if declaration.kind == "function" or (declaration.kind == "type" and "(*" in declaration.code):
+            text += untold(section, entry, declaration)
         if doc.returns:
-            text += f"@return {html(doc.returns)}"
-            if not doc.blocks and not own:
-                text = f"@brief {inline(doc.returns)[:1].upper()}{inline(doc.returns)[1:]}. {text}"
-    if declaration.kind == "function" or (declaration.kind == "type" and "(*" in declaration.code):
-        text += untold(section, entry, declaration)
+            text += f" @return {html(doc.returns)}"
     return text
 
 
 def untold(section, entry, declaration):
     """Parameters and result that the header describes elsewhere."""
     text = ""
-    doc = entry.doc
-    if not doc:
-        return text
-    known = {name for name, _ in doc.params}
+    known = {name for name, _ in entry.doc.params}
     for _, name in declaration.parameters():
         where = None if name in known else section.where_told(entry, declaration, name)
         text += f" @param {name} {where}" if where else ""
-    if not declaration.returns_nothing and not doc.returns and section.tells_result():
+    if not declaration.returns_nothing and not entry.doc.returns and section.tells_result():
         text += f" @return as said of all in this section, {prose(section.title)}"
     return text
 
@@ -171,7 +169,10 @@ class HeaderView:
         def replaced(match):
             doc = header.Comment(0, 0, match[0]).doc()
             behind = "<" if match[0].startswith("/**<") else ""
-            said = f"@brief {inline(doc.blocks)}" if behind else described(doc)
+            in_front = text[:match.start()]
+            # Doxygen has no place for a member of an unnamed union that has a brief description alone.
+            deep = in_front.count("{") - in_front.count("}") > 1
+            said = ("" if deep else "@brief ") + inline(doc.blocks) if behind else described(doc)
             said += "".join(f" @param {name} {inline(each)}" for name, each in doc.params)
             said += f" @return {inline(doc.returns)}" if doc.returns else ""
             return f"/**{behind} {said} */" + "\n" * match[0].count("\n")
@@ -181,13 +182,31 @@ class HeaderView:
         self.lines[record.first:record.last + 1] = text.split("\n")
 
 
+def coded(match):
+    """A code span in HTML: Doxygen's own end at an apostrophe, and it looks for commands in them."""
+    text = prose(match[2].strip()).replace("_", r"\_").replace("--", r"\--").replace(r"\\|", r"\|")
+    return f"<code>{text}</code>"
+
+
 def headed(heading, name):
-    """A heading with its name. Those of the main page would stand among the other pages in the tree at the side."""
+    """
+    A heading with its name, in plain words. Those of the main page would stand among the other pages in the tree at
+    the side.
+    """
+    heading = heading._replace(title=heading.title.replace("`", ""))
     if name != pages.MAIN_PAGE:
         return f"{'#' * heading.level} {heading.title} {{#{pages.label(name, heading)}}}"
     if heading.level == 1:
         return f"# {heading.title}"
     return f'<h{heading.level - 1} id="{pages.label(name, heading)}">{heading.title}</h{heading.level - 1}>'
+
+
+def paragraphs(text):
+    """(first, behind the last) line of each stretch of prose."""
+    numbers = [number for number, _ in markdown.prose_lines(text)]
+    starts = [number for number in numbers if number - 1 not in set(numbers)]
+    ends = [number + 1 for number in numbers if number + 1 not in set(numbers)]
+    return list(zip(starts, ends))
 
 
 def page_view(root, name):
@@ -207,6 +226,9 @@ def page_view(root, name):
 
     for link in {link.line for link in markdown.links(text)}:
         lines[link] = markdown.LINK.sub(relinked, lines[link])
+    for first, last in paragraphs(text):
+        said = markdown.CODE.sub(coded, "\n".join(lines[first:last]))
+        lines[first:last] = BOLD.sub(r"<b>\1</b>", said).split("\n")
     return "\n".join(lines)
 
 

@@ -131,18 +131,19 @@ class Section:
 
     def where_told(self, entry, declaration, name):
         """
-        Where else than by @param the header tells what a parameter is, or nothing: in the comment of another function
-        that is like this one, in the text here, or in that of the parameter's own type.
+        Where else than by @param the header tells what a parameter is, or nothing: in the comment of its own type, in
+        the text here, in that of the section, or in the comment of another function that is like this one.
         """
-        like = LIKE.search(entry.doc.text()) if entry.doc else None
-        if entry.doc and re.search(rf"\b{name}\b", entry.doc.text()):
+        types = {each: kind for kind, each in declaration.parameters()}
+        record = re.fullmatch(r"(?:const )?(?:struct )?(\w+)\*?", types[name])
+        if record and not PLAIN_TYPE.match(record[1]):
+            return f"see {record[1]}"
+        if re.search(rf"\b{name}\b", entry.doc.text()):
             return "as said above"
         if self.remark and re.search(rf"\b{name}\b", self.remark.text()):
             return f"as said of all in this section, {self.title}"
-        if like:
-            return f"as for {like[1]}"
-        record = re.fullmatch(r"(?:const )?(?:struct )?(\w+)\*?", dict((n, t) for t, n in declaration.parameters())[name])
-        return f"see {record[1]}" if record and not PLAIN_TYPE.match(record[1]) else None
+        like = LIKE.search(entry.doc.text())
+        return f"as for {like[1]}" if like else None
 
     def tells_result(self):
         """Whether the remark is about results."""

@@ -5,8 +5,8 @@ from typing import NamedTuple
 
 FENCE = re.compile(r"^ *(```|~~~)")
 HEADING = re.compile(r"^(#{1,6}) +(.*?) *#*$")
-LINK = re.compile(r"(?<!!)\[((?:[^\[\]]|\[[^\[\]]*\])*)\]\(([^()\s]+)\)")
-CODE = re.compile(r"(`+)(?!`).*?(?<!`)\1(?!`)")
+LINK = re.compile(r"!?\[((?:[^\[\]]|\[[^\[\]]*\])*)\]\(([^()\s]+)\)")
+CODE = re.compile(r"(?<!`)(`+)(?!`)(.*?)(?<!`)\1(?!`)", re.S)
 EXTERNAL = re.compile(r"^[a-z][a-z0-9+.-]*:")
 
 
@@ -57,16 +57,11 @@ def headings(text):
     return found
 
 
-def outside_code(line):
-    """The line with its code spans blanked, in their places."""
-    return CODE.sub(lambda match: " " * len(match[0]), line)
-
-
 def links(text):
     """Those that lead somewhere inside the project."""
     found = []
     for number, line in prose_lines(text):
-        # The text of a link may be code; what is not a link at all may be in code too.
+        # The text of a link may be code; what only looks like a link may be in code too.
         blanked = CODE.sub(lambda match: "`" + "x" * (len(match[0]) - 2) + "`", line)
         for match in LINK.finditer(blanked):
             if not EXTERNAL.match(match[2]):
