@@ -201,12 +201,16 @@ def headed(heading, name):
     return f'<h{heading.level - 1} id="{pages.label(name, heading)}">{heading.title}</h{heading.level - 1}>'
 
 
-def paragraphs(text):
-    """(first, behind the last) line of each stretch of prose."""
-    numbers = [number for number, _ in markdown.prose_lines(text)]
-    starts = [number for number in numbers if number - 1 not in set(numbers)]
-    ends = [number + 1 for number in numbers if number + 1 not in set(numbers)]
-    return list(zip(starts, ends))
+def relinked(root, name, known, match):
+    """A link to another page, to a heading, or to a file that is copied beside the site."""
+    in_code = any(span.start() < match.start() < span.end() for span in markdown.CODE.finditer(match.string))
+    if in_code or markdown.EXTERNAL.match(match[2]):
+        return match[0]
+    target, anchor = pages.resolved(name, match[2])
+    where = pages.address(root, target, anchor) if target in known else f"files/{target}"
+    if match[0].startswith("!"):
+        return f'<img src="{where}" alt="{match[1]}">'
+    return f'<a href="{where}">{match[1]}</a>'
 
 
 def page_view(root, name):
@@ -216,19 +220,10 @@ def page_view(root, name):
     known = set(pages.pages(root))
     for heading in markdown.headings(text):
         lines[heading.line] = headed(heading, name)
-
-    def relinked(match):
-        if markdown.EXTERNAL.match(match[2]):
-            return match[0]
-        target, anchor = pages.resolved(name, match[2])
-        where = pages.address(root, target, anchor) if target in known else f"files/{target}"
-        return f'<a href="{where}">{match[1]}</a>'
-
-    for link in {link.line for link in markdown.links(text)}:
-        lines[link] = markdown.LINK.sub(relinked, lines[link])
-    for first, last in paragraphs(text):
-        said = markdown.CODE.sub(coded, "\n".join(lines[first:last]))
-        lines[first:last] = BOLD.sub(r"<b>\1</b>", said).split("\n")
+    for first, paragraph in markdown.paragraphs("\n".join(lines)):
+        said = markdown.LINK.sub(lambda match: relinked(root, name, known, match), paragraph)
+        said = BOLD.sub(r"<b>\1</b>", markdown.CODE.sub(coded, said))
+        lines[first:first + said.count("\n") + 1] = said.split("\n")
     return "\n".join(lines)
 
 

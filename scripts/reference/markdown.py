@@ -57,13 +57,26 @@ def headings(text):
     return found
 
 
+def paragraphs(text):
+    """(first line, text) of each stretch of prose; code spans and links may go on in its next line."""
+    found, before = [], None
+    for number, line in prose_lines(text):
+        if before is not None and number == before + 1:
+            found[-1][1].append(line)
+        else:
+            found.append((number, [line]))
+        before = number
+    return [(number, "\n".join(lines)) for number, lines in found]
+
+
 def links(text):
     """Those that lead somewhere inside the project."""
     found = []
-    for number, line in prose_lines(text):
+    for number, prose in paragraphs(text):
         # The text of a link may be code; what only looks like a link may be in code too.
-        blanked = CODE.sub(lambda match: "`" + "x" * (len(match[0]) - 2) + "`", line)
+        blanked = CODE.sub(lambda match: "`" + re.sub(r"[^\n]", "x", match[0][1:-1]) + "`", prose)
         for match in LINK.finditer(blanked):
             if not EXTERNAL.match(match[2]):
-                found.append(Link(number, line[match.start(1):match.end(1)], match[2]))
+                line = number + blanked.count("\n", 0, match.start())
+                found.append(Link(line, prose[match.start(1):match.end(1)], match[2]))
     return found

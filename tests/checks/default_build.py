@@ -18,11 +18,12 @@ BUILT = {("sideband", "shared library"), ("sideband-sim", "shared library"),
          ("sideband-linux", "shared library"), ("sideband", "executable"),
          ("sideband-porttest", "executable"), ("sideband-porttest", "static library"),
          ("machine_core", "static library"), ("board_file_core", "static library"),
-         ("pcapng_core", "static library"), ("tool-core", "static library")}
+         ("pcapng_core", "static library"), ("tool-core", "static library"),
+         ("manual-pages", "custom")}
 INSTALLED = re.compile(r"libsideband(-sim|-linux)?\.so[.0-9]*$|/bin/sideband(-sim|-porttest)?$|/libsideband-porttest\.a$"
                        r"|/sideband(-sim|-linux)?\.pc$|/sideband(-sim|-linux)?/\w+\.h$"
                        r"|/cmake/sideband/sideband-config(-version)?\.cmake$|/doc/sideband/([\w-]+\.md|board\.schema\.json)$"
-                       r"|/share/sideband/port\.c$")
+                       r"|/share/sideband/port\.c$|/man/man3/sideband_\w+\.3$")
 
 
 def meson(*arguments):
