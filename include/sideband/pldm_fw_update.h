@@ -394,8 +394,7 @@ SIDEBAND_EXPORT int32_t pldm_request_fw_data(pldm_fw_update_ctx* ctx, const uint
  */
 SIDEBAND_EXPORT int32_t pldm_transfer_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
-/** VerifyComplete (0x17): as pldm_transfer_complete(), but to state 5, and mark 0x58. @return the
- * same */
+/** VerifyComplete (0x17): as pldm_transfer_complete(), but state 5, mark 0x58. @return the same */
 SIDEBAND_EXPORT int32_t pldm_verify_complete(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
 /**

@@ -9,6 +9,7 @@ leads to and that are no pages are copied beside it.
 """
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -18,8 +19,8 @@ import doxygen_filter  # noqa: E402
 import pages  # noqa: E402
 
 HERE = pathlib.Path(__file__).resolve().parent
-TABS = {"classes": "Records", "classlist": "All records", "classmembers": "Members", "files": "Headers",
-        "filelist": "All headers", "globals": "All names"}
+TABS = {"classes": "Records", "classlist": "All records", "classindex": "By letter", "classmembers": "Members",
+        "files": "Headers", "filelist": "All headers", "globals": "All names"}
 VERSION = '#define SIDEBAND_VERSION_STRING "'
 
 
@@ -64,9 +65,8 @@ def layout(path):
     subprocess.run(["doxygen", "-l", path], check=True)
     text = path.read_text(encoding="utf-8")
     for tab, title in TABS.items():
-        changed = text.replace(f'<tab type="{tab}" visible="yes" title=""', f'<tab type="{tab}" visible="yes" title="{title}"')
-        assert changed != text, tab
-        text = changed
+        text, found = re.subn(rf'(<tab type="{tab}" visible="[^"]*" title=)""', rf'\1"{title}"', text)
+        assert found == 1, tab
     path.write_text(text, encoding="utf-8")
 
 

@@ -33,6 +33,8 @@ class Words(html.parser.HTMLParser):
         self.silent += tag in ("script", "style")
         if tag in ("p", "li", "tr", "td", "th", "div", "h1", "h2", "h3", "h4", "br", "pre"):
             self.said.append(" ")
+        # What stands for a picture is said by it.
+        self.said += [f" {value} " for key, value in attrs if key == "alt" and value]
 
     def handle_endtag(self, tag):
         self.silent -= tag in ("script", "style")
