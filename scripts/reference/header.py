@@ -205,8 +205,8 @@ class Header:
         elif section.title and not section.entries and section.remark is None:
             section.remark, section.remark_comment = comment.doc(), comment
         elif not NO_DECLARATION.match(self._lines[self._line]):
-            raise Malformed(f"{self.name}, line {comment.first + 1}: a comment that belongs to no declaration and is not "
-                            "the first of a section")
+            raise Malformed(f"{self.name}, line {comment.first + 1}: a comment that belongs to no declaration and is "
+                            "not the first of a section")
 
     def _directive(self, line):
         """#else and what follows it are another compiler's."""

@@ -48,7 +48,8 @@ def configuration(root, output):
         "LAYOUT_FILE": f'"{output / "layout.xml"}"',
         "HTML_EXTRA_STYLESHEET": f'"{folder / "site.css"}"',
     }
-    return (folder / "Doxyfile").read_text(encoding="utf-8") + "".join(f"{name} = {value}\n" for name, value in settings.items())
+    ours = "".join(f"{name} = {value}\n" for name, value in settings.items())
+    return (folder / "Doxyfile").read_text(encoding="utf-8") + ours
 
 
 def copy_linked(root, html):

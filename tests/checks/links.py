@@ -48,7 +48,7 @@ def page_complaints(root, page):
             complaints.append(f"{where} has no such heading")
     for number, line in markdown.prose_lines(text):
         if BY_REFERENCE.search(markdown.CODE.sub("", line)):
-            complaints.append(f"{page.relative_to(root)}:{number + 1}: a link by reference, which the site does not follow")
+            complaints.append(f"{page.relative_to(root)}:{number + 1}: a link by reference: the site has none")
     return complaints, len(found)
 
 

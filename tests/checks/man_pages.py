@@ -40,7 +40,8 @@ def warnings(page):
     complaints = []
     for name, command in FORMATTERS.items():
         if shutil.which(name):
-            done = subprocess.run([*command, page], stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
+            done = subprocess.run([*command, page], stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                                  check=False)
             said = done.stderr + (done.stdout if name == "mandoc" else "")
             if said or done.returncode != 0:
                 complaints.append(f"{name}, status {done.returncode}: {said}")
