@@ -22,7 +22,7 @@ BUILT = {("sideband", "shared library"), ("sideband-sim", "shared library"),
          ("manual-pages", "custom")}
 INSTALLED = re.compile(r"libsideband(-sim|-linux)?\.so[.0-9]*$|/bin/sideband(-sim|-porttest)?$|/libsideband-porttest\.a$"
                        r"|/sideband(-sim|-linux)?\.pc$|/sideband(-sim|-linux)?/\w+\.h$"
-                       r"|/cmake/sideband/sideband-config(-version)?\.cmake$|/doc/sideband/([\w-]+\.md|board\.schema\.json)$"
+                       r"|/cmake/sideband/sideband-config(-version)?\.cmake$|/doc/sideband/([\w-]+\.md|board\.schema\.json|pictures/\w+\.svg)$"
                        r"|/share/sideband/port\.c$|/man/man3/sideband_\w+\.3$")
 
 
