@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # Builds Debian packages of the tree and tries them.
 #
-# usage: package.sh library FOLDER LIBSIDEBAND-SIM   the library's packages; an example against them, unpacked
+# usage: package.sh library FOLDER LIBSIDEBAND-SIM   the library's packages; an example against them, unpacked; the
+#                                                    same packages for 32-bit ARM, by the cross compiler of this machine
 #        package.sh all FOLDER CHROOT                every package; their tests in a chroot of Debian, where they are
 #                                                    installed; then those of the library for 32-bit ARM
 set -euo pipefail
@@ -120,6 +121,8 @@ case $what in
 library)
     build "$folder/native" "-P$library_only"
     try_unpacked "$folder/native"
+    # Without a chroot nothing of that architecture is installed (-d), and its libc is the cross compiler's.
+    LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib build "$folder/armhf" "-P$library_only" -aarmhf -d
     ;;
 all)
     [[ $(id -u) -eq 0 ]] || die "a chroot needs root"
