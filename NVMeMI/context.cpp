@@ -84,7 +84,7 @@ bool is_usable(const nvmemi_ctx* ctx, const uint8_t* request, const uint8_t* res
 /// Records why there is no response, as far as the endpoint knows. @return -1
 [[gnu::cold]] int32_t fail_exchange(nvmemi_ctx& ctx, int32_t result) {
     ctx.last_error = ctx.mctp->last_error;
-    return fail_command(&ctx, result < 0 ? SIDEBAND_CAUSE_NO_ANSWER : SIDEBAND_CAUSE_MALFORMED);
+    return fail(ctx.last_error, result < 0 ? SIDEBAND_CAUSE_NO_ANSWER : SIDEBAND_CAUSE_MALFORMED);
 }
 
 /// Exchanges in an area that has more room than is asked for.
@@ -173,14 +173,16 @@ int32_t initialise(nvmemi_ctx* ctx, const mctp_ctx* config, uint32_t read_parame
     ctx->mi_request = nvme::request_with_retries;
     if (endpoint == nullptr) {
         print_line("cannot alloc m_ctx");
-        return nvme::fail_call(ctx, SIDEBAND_CAUSE_MEMORY);
+        return fail_set_up(ctx->last_error, nullptr);
     }
     endpoint->unit_size = kUnitSize;
     endpoint->msg_type = MCTP_MSG_TYPE_NVME_MI;
     endpoint->skip_discovery = 1;
     endpoint->route = read_parameter;
     const int32_t result = bring_up(endpoint);
-    ctx->last_error = endpoint->last_error;
+    if (result < 0) {
+        fail_set_up(ctx->last_error, &endpoint->last_error);
+    }
     return result;
 }
 

@@ -102,12 +102,12 @@ int32_t nvmemi_read_nvmemi_data_structure(nvmemi_ctx* ctx, const uint32_t* nmd0,
         return status;
     }
     if (!is_structure(static_cast<uint8_t>(*nmd0 >> kTypeShift), size)) {
-        return nvme::fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
+        return nvme::fail_answer(answer);
     }
     if (size > answer.body.remaining() || size > capacity) {
         debug_log("%s, data structure of %d bytes: %zu came, room for %u\n", "nvmemi", size,
                   answer.body.remaining(), capacity);
-        return nvme::fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
+        return nvme::fail_answer(answer);
     }
     answer.body.copy({data, size});
     *length = size;
@@ -156,12 +156,12 @@ int32_t nvmemi_controller_health_status_poll(
     if (reported > NVMEMI_CONTROLLERS_MAX) {
         print_formatted("Response entries (%d) should not greater than MAX_NVME_CONTROLLER=%d.\n",
                         reported, NVMEMI_CONTROLLERS_MAX);
-        return nvme::fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
+        return nvme::fail_answer(answer);
     }
     if (body.remaining() < reported * kEntrySize) {
         debug_log("%s, %zu bytes do not hold %d controllers\n", "nvmemi", answer.message.size(),
                   reported);
-        return nvme::fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
+        return nvme::fail_answer(answer);
     }
     for (nvme_controller_health& entry : std::span(entries, reported)) {
         entry = {body.le16(), body.le16(), body.le16(), body.u8(), body.u8(), body.u8()};

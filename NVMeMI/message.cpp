@@ -39,6 +39,11 @@ constexpr size_t kOpcode = 3;
                 request[kOpcode]);
 }
 
+[[gnu::cold]] void fail_request(nvmemi_ctx& ctx, std::span<const uint8_t> request, uint8_t cause) {
+    fail(ctx.last_error, cause);
+    note_command(ctx, request);
+}
+
 /// Sets the message type of the context and sends the bytes of a request over it.
 /// @return what the operation says; -1 for every failure
 int32_t transfer(nvmemi_ctx* ctx, std::span<uint8_t> request, Room room) {
@@ -56,8 +61,7 @@ int32_t transfer(nvmemi_ctx* ctx, std::span<uint8_t> request, Room room) {
         operation(ctx, static_cast<uint32_t>(request.size()),
                   static_cast<uint32_t>(room.bytes.size()), request.data(), room.bytes.data());
     if (result < 0) {
-        fail_command(ctx, SIDEBAND_CAUSE_NO_ANSWER);
-        note_command(*ctx, request);
+        fail_request(*ctx, request, SIDEBAND_CAUSE_NO_ANSWER);
     }
     return std::max(result, -1);
 }
@@ -136,22 +140,24 @@ Answer judge(nvmemi_ctx* ctx, std::span<uint8_t> request, Room room) {
     const uint8_t status = reader.u8();
     if (!reader.ok()) {
         debug_log("%s, response of %zu bytes has no status\n", "nvmemi", message.size());
-        fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
-        note_command(*ctx, request);
+        fail_request(*ctx, request, SIDEBAND_CAUSE_MALFORMED);
         return {Stage::kMalformed, -1, message, reader};
     }
     if (!is_response(*ctx->mctp, request, message)) {
         debug_log("%s, message %02x is no response to request %02x\n", "nvmemi", message[0],
                   request[0]);
-        fail_command(ctx, SIDEBAND_CAUSE_WRONG_TAG);
-        note_command(*ctx, request);
+        fail_request(*ctx, request, SIDEBAND_CAUSE_WRONG_TAG);
         return {Stage::kMalformed, -1, message, reader};
     }
     if (status != NVMEMI_STATUS_SUCCESS) {
         note_status(*ctx, request, message);
     }
-    return {status == NVMEMI_STATUS_SUCCESS ? Stage::kDone : Stage::kRefused, status, message,
-            reader, ctx};
+    return {status == NVMEMI_STATUS_SUCCESS ? Stage::kDone : Stage::kRefused,
+            status,
+            message,
+            reader,
+            ctx,
+            request[kOpcode]};
 }
 
 /// Whether a completion says that the controller has failed the command. Deployed firmware takes a
@@ -170,7 +176,7 @@ void judge_completion(const mctp_ctx& mctp, AdminAnswer& answer) {
     if (!answer.body.ok()) {
         debug_log("%s, response of %zu bytes has no completion\n", "nvme admin",
                   answer.message.size());
-        fail_command(answer.ctx, SIDEBAND_CAUSE_MALFORMED);
+        fail(answer.ctx->last_error, SIDEBAND_CAUSE_MALFORMED);
         answer.stage = Stage::kMalformed;
         answer.result = -1;
     } else if (has_failed(mctp, answer.dword3)) {
@@ -184,8 +190,10 @@ void judge_completion(const mctp_ctx& mctp, AdminAnswer& answer) {
 
 }  // namespace
 
-int32_t fail_command(nvmemi_ctx* ctx, uint8_t cause) {
-    return ctx != nullptr ? fail(ctx->last_error, cause) : -1;
+int32_t fail_answer(const Answer& answer) {
+    fail(answer.ctx->last_error, SIDEBAND_CAUSE_MALFORMED);
+    record_step(answer.ctx->last_error, SIDEBAND_STEP_NVME_MI, answer.opcode);
+    return -1;
 }
 
 int32_t fail_call(nvmemi_ctx* ctx, uint8_t cause) {
@@ -274,8 +282,7 @@ int32_t finish(const Answer& answer, const char* failure) {
         report_status(answer.message, Outlet::kOutput);
     } else if (answer.stage == Stage::kDone && !answer.body.ok()) {
         debug_log("%s, response of %zu bytes is too short\n", "nvmemi", answer.message.size());
-        fail(answer.ctx->last_error, SIDEBAND_CAUSE_MALFORMED);
-        return -1;
+        return fail_answer(answer);
     }
     return answer.result;
 }

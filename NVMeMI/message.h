@@ -97,6 +97,7 @@ struct Answer {
     /// What is behind the status; if there is a completion queue entry, what is behind that.
     WireReader body;
     nvmemi_ctx* ctx = nullptr;  ///< who has asked
+    uint8_t opcode = 0;         ///< and for what
 };
 
 /// The answer to an admin command.
@@ -119,13 +120,14 @@ int32_t finish(const Answer& answer, const char* failure);
 /// @return the result
 int32_t finish(const AdminAnswer& answer);
 
-/// Records why a command has failed, or is not sent at all, unless something is recorded already.
+/// Records that what a management command was answered with success is malformed.
+/// @return -1
+[[gnu::cold]] int32_t fail_answer(const Answer& answer);
+
+/// Records why a call sends nothing. What is recorded is of an earlier one.
 /// @param ctx    null: nothing is recorded
 /// @param cause  SIDEBAND_CAUSE_...
 /// @return -1
-[[gnu::cold]] int32_t fail_command(nvmemi_ctx* ctx, uint8_t cause);
-
-/// As fail_command(), of a call that has not begun: what is recorded is of an earlier one.
 [[gnu::cold]] int32_t fail_call(nvmemi_ctx* ctx, uint8_t cause);
 
 /// The operation that nvmemi_init() installs.

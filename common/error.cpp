@@ -126,6 +126,12 @@ void record_step(sideband_error& error, uint8_t step, uint8_t command) {
     }
 }
 
+int32_t fail_set_up(sideband_error& error, const sideband_error* why) {
+    error = why != nullptr ? *why : error_of(SIDEBAND_CAUSE_MEMORY);
+    record_step(error, SIDEBAND_STEP_SET_UP);
+    return -1;
+}
+
 const sideband_error* null_context_error() {
     return &kArgumentError;
 }

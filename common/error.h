@@ -41,6 +41,11 @@ inline constexpr sideband_error kArgumentError = error_of(SIDEBAND_CAUSE_ARGUMEN
 /// @param step  SIDEBAND_STEP_...
 [[gnu::cold]] void record_step(sideband_error& error, uint8_t step, uint8_t command = 0);
 
+/// Records why there is no endpoint.
+/// @param why  what the endpoint says of itself; null: there is no memory for one
+/// @return -1
+[[gnu::cold]] int32_t fail_set_up(sideband_error& error, const sideband_error* why);
+
 /// What an accessor gives for a context that is null.
 const sideband_error* null_context_error();
 

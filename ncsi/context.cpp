@@ -33,16 +33,13 @@ int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config) {
     release_former(ctx->owned, ctx->mctp);
     ctx->mctp = nullptr;
     if (endpoint == nullptr) {
-        ctx->last_error = error_of(SIDEBAND_CAUSE_MEMORY, SIDEBAND_STEP_SET_UP);
         print_line("can't alloc m_ctx");
-        return -1;
+        return fail_set_up(ctx->last_error, nullptr);
     }
     install(*ctx, ncsi::transfer);
     if (mctp_init2(endpoint.get()) < 0) {
-        ctx->last_error = endpoint->last_error;
-        record_step(ctx->last_error, SIDEBAND_STEP_SET_UP);
         print_line("mctp discover failed");
-        return -1;
+        return fail_set_up(ctx->last_error, &endpoint->last_error);
     }
     endpoint->msg_type = MCTP_MSG_TYPE_NCSI;
     ctx->mctp = endpoint.release();
@@ -71,11 +68,10 @@ int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp) {
     install(*ctx, ncsi::transfer_by_oem);
     mctp->skip_discovery = 1;
     mctp->i2c_delay_us = 0;
-    const int32_t result = mctp_init2(mctp);
-    ctx->last_error = mctp->last_error;
-    if (result < 0) {
+    ctx->last_error = kNoError;
+    if (mctp_init2(mctp) < 0) {
         print_line("binding method configure error");
-        return -1;
+        return fail_set_up(ctx->last_error, &mctp->last_error);
     }
     return 0;
 }

@@ -53,14 +53,12 @@ int32_t pldm_terminus_init(pldm_ctx* ctx, const mctp_ctx* config) {
     EndpointPtr endpoint = create_endpoint(*config);
     if (endpoint == nullptr) {
         debug_log("%s, malloc() fail\n", "pldm_terminus_init");
-        ctx->last_error = error_of(SIDEBAND_CAUSE_MEMORY, SIDEBAND_STEP_SET_UP);
+        fail_set_up(ctx->last_error, nullptr);
         return PLDM_ERROR_ARGUMENT;
     }
     if (mctp_init2(endpoint.get()) < 0) {
         debug_log("%s, mctp_initial() fail\n", "pldm_terminus_init");
-        ctx->last_error = endpoint->last_error;
-        record_step(ctx->last_error, SIDEBAND_STEP_SET_UP);
-        return -1;
+        return fail_set_up(ctx->last_error, &endpoint->last_error);
     }
     mctp_pldm_register(endpoint.get(), ctx);
     own(ctx->owned, endpoint.release());
@@ -86,15 +84,12 @@ int32_t discover_pldm_terminus(pldm_ctx* ctx, const mctp_ctx* config) {
     }
     const EndpointPtr endpoint = create_endpoint(*config);
     if (endpoint == nullptr) {
-        error = error_of(SIDEBAND_CAUSE_MEMORY, SIDEBAND_STEP_SET_UP);
         print_formatted("can't alloc m_ctx\n");
-        return -1;
+        return fail_set_up(error, nullptr);
     }
     if (mctp_init2(endpoint.get()) < 0) {
-        error = endpoint->last_error;
-        record_step(error, SIDEBAND_STEP_SET_UP);
         debug_log("[%s] mctp init & discovery failed.", "discover_pldm_terminus");
-        return -1;
+        return fail_set_up(error, &endpoint->last_error);
     }
     // ctx->mctp is left pointing at the endpoint that goes with this scope, and nobody follows it:
     // the context does not own it. Callers that discover and keep talking use pldm_terminus_init().

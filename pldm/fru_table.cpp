@@ -13,6 +13,7 @@
 #include "common/output.h"
 #include "common/printable.h"
 #include "common/wire.h"
+#include "pldm/fru_record.h"
 #include "pldm/message.h"
 #include "pldm/strict.h"
 
@@ -67,6 +68,12 @@ int32_t take_table_facts(PldmAnswer& answer, const char* function, bool with_che
 }
 
 // ---- Table ----
+
+/// Records that there is no memory to read a table into. @return PLDM_ERROR_ARGUMENT
+[[gnu::cold]] int32_t out_of_memory(pldm_ctx& ctx) {
+    ctx.last_error = error_of(SIDEBAND_CAUSE_MEMORY, SIDEBAND_STEP_PLDM, kGetFruRecordTable);
+    return PLDM_ERROR_ARGUMENT;
+}
 
 /// GetFRURecordTable response in front of its data.
 constexpr size_t kPartHeaderSize = PLDM_RESPONSE_HEADER_SIZE + 5;
@@ -155,7 +162,7 @@ int32_t learn_table_facts(pldm_ctx& ctx, uint32_t expected, TableFacts& facts) {
     }
     const uint32_t length = facts.length;
     if (expected != 0 && expected != length) {
-        fail_command(ctx, SIDEBAND_CAUSE_ARGUMENT);
+        fail_command(ctx, SIDEBAND_CAUSE_MALFORMED);
         return PLDM_ERROR_ARGUMENT;
     }
     print_formatted("recordTable_length = %d\n", static_cast<int>(length));
@@ -201,8 +208,7 @@ int32_t read_parts(pldm_ctx& ctx, std::span<uint8_t> table) {
     const size_t size = table.size() + kBehindTable;
     const HeapPtr<uint8_t[]> room = allocate_bytes(size);
     if (room == nullptr) {
-        fail_command(ctx, SIDEBAND_CAUSE_MEMORY);
-        return PLDM_ERROR_ARGUMENT;
+        return out_of_memory(ctx);
     }
     print_formatted("buf size = %d, RECORD_TABLE_RESP_REMAINING_BYTE =%d\n", static_cast<int>(size),
                     kBehindHeader);
@@ -275,20 +281,16 @@ int32_t collect_parts(pldm_ctx& ctx, const char* function, std::span<uint8_t> ro
 
 /// Reads a table as the standard has it.
 /// @param told   checksum of the metadata, if there are any
-/// @param table  receives the table once its checksum is seen to be right
+/// @param table  at most PLDM_FRU_TABLE_LENGTH_MAX bytes; receives the table once its checksum is
+///               seen to be right
 /// @return as collect_parts()
 int32_t read_checked(pldm_ctx& ctx, const char* function, const uint32_t* told,
                      std::span<uint8_t> table) {
-    if (table.size() > PLDM_FRU_TABLE_LENGTH_MAX) {
-        fail_command(ctx, SIDEBAND_CAUSE_ARGUMENT);
-        return PLDM_ERROR_ARGUMENT;
-    }
     const size_t size = padded(table.size()) + kChecksumSize;
     const auto room = allocate_bytes(kPartHeaderSize + size);
     const auto whole = allocate_bytes(size);
     if (room == nullptr || whole == nullptr) {
-        fail_command(ctx, SIDEBAND_CAUSE_MEMORY);
-        return PLDM_ERROR_ARGUMENT;
+        return out_of_memory(ctx);
     }
     const int32_t result =
         collect_parts(ctx, function, {room.get(), kPartHeaderSize + size}, {whole.get(), size});
@@ -374,13 +376,14 @@ void take_fixed_part(std::span<const uint8_t> data, std::span<uint8_t>& rest, si
                     PLDM_FRU_PART_SIZE);
 }
 
-/// @return 0 or a negative result: what pldm_get_FRU_fields() prints, or why not
-int32_t print_fields(std::span<const uint8_t> table, uint32_t field_id) {
+/// Prints what pldm_get_FRU_fields() is asked for, or records why not. @return 0, a negative result
+int32_t print_fields(pldm_ctx& ctx, std::span<const uint8_t> table, uint32_t field_id) {
     pldm_fru_record record;
-    int32_t result =
-        pldm_parse_record_table(table.data(), &record, static_cast<uint32_t>(table.size()));
+    uint8_t cause = parse_fru_record(table, record);
+    int32_t result = cause == SIDEBAND_CAUSE_NONE ? 0 : PLDM_ERROR_ARGUMENT;
     if (record.number_of_fields > PLDM_FRU_FIELDS_MAX) {
         print_formatted("%d field nums is too much, please check\n", record.number_of_fields);
+        cause = SIDEBAND_CAUSE_MALFORMED;
         result = -3;
     } else {
         print_formatted("field_num = %d\n", record.number_of_fields);
@@ -392,6 +395,10 @@ int32_t print_fields(std::span<const uint8_t> table, uint32_t field_id) {
         }
     }
     freeFRUdata(&record);
+    if (result != 0) {
+        fail(ctx.last_error, cause);
+        record_step(ctx.last_error, SIDEBAND_STEP_PLDM, kGetFruRecordTable);
+    }
     return result;
 }
 
@@ -434,7 +441,8 @@ int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination, int32_
     std::span<uint8_t> rest(destination, size);
     std::memset(destination, 0, size);
     if (is_strict(*ctx)) {
-        return read_checked(*ctx, kFixedReader, nullptr, rest);
+        return size <= PLDM_FRU_TABLE_LENGTH_MAX ? read_checked(*ctx, kFixedReader, nullptr, rest)
+                                                 : PLDM_ERROR_ARGUMENT;
     }
     std::array<uint8_t, 64> room;
     TableRequest request;
@@ -475,18 +483,12 @@ int32_t pldm_get_FRU_fields(pldm_ctx* ctx, uint32_t field_id) {
     int32_t result = can_ask ? learn_table_facts(*ctx, 0, facts) : -1;
     if (result == 0) {
         table = allocate_bytes(std::max<size_t>(facts.length, 1));
-        if (table == nullptr) {
-            fail_command(*ctx, SIDEBAND_CAUSE_MEMORY);
-        }
-        result = table == nullptr ? PLDM_ERROR_ARGUMENT : read_table(*ctx, facts, table.get());
+        result = table == nullptr ? out_of_memory(*ctx) : read_table(*ctx, facts, table.get());
     }
     if (result < 0) {
         print_line("Fail - get FRU record table fail");
         return -2;
     }
-    const int32_t printed = print_fields({table.get(), facts.length}, field_id);
-    if (printed != 0) {
-        fail(ctx->last_error, SIDEBAND_CAUSE_MALFORMED);
-    }
+    const int32_t printed = print_fields(*ctx, {table.get(), facts.length}, field_id);
     return result != 0 && printed != -3 ? result : printed;
 }

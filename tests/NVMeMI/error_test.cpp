@@ -62,7 +62,7 @@ TEST_F(NvmeError, AnswersThatAreNotWhole) {
     EXPECT_EQ(why(), "malformed answer, in NVMe-MI command 0x01");
     answer({hex("88 00 00 00 00")});
     EXPECT_EQ(poll(), -1);
-    EXPECT_EQ(why(), "malformed answer");
+    EXPECT_EQ(why(), "malformed answer, in NVMe-MI command 0x01");
     answer({hex("90 00 00 00 00 00 00")});
     EXPECT_EQ(format(), -1);
     EXPECT_EQ(why(), "malformed answer, in NVMe command 0x80");
@@ -70,6 +70,26 @@ TEST_F(NvmeError, AnswersThatAreNotWhole) {
     answer({status_response(0, hex("00 00 00"), 0x80)});
     EXPECT_EQ(poll(), -1);
     EXPECT_EQ(why(), "only answers to something else came, in NVMe-MI command 0x01");
+}
+
+TEST_F(NvmeError, AnswersWhoseContentDoesNotFitSayWhichCommandTheyAreTo) {
+    uint8_t data[64];
+    uint16_t length = 0;
+    const uint32_t port_0 = NVMEMI_DS(NVMEMI_DTYP_PORT, 0, 0);
+    answer({test::mi_response(hex("1F 00 00"), test::Bytes(31))});
+    EXPECT_EQ(nvmemi_read_nvmemi_data_structure(&ctx, &port_0, data, sizeof data, &length), -1);
+    EXPECT_EQ(why(), "malformed answer, in NVMe-MI command 0x00") << "of another size";
+    answer({test::mi_response(hex("20 00 00"), test::Bytes(31))});
+    EXPECT_EQ(nvmemi_read_nvmemi_data_structure(&ctx, &port_0, data, sizeof data, &length), -1);
+    EXPECT_EQ(why(), "malformed answer, in NVMe-MI command 0x00") << "a byte is missing";
+    const uint32_t dword = 0;
+    uint8_t count = 0;
+    nvme_controller_health entries[NVMEMI_CONTROLLERS_MAX];
+    for (const char* reported : {"00 00 03", "00 00 02"}) {  // too many, and more than come
+        answer({test::mi_response(hex(reported), test::Bytes(16))});
+        EXPECT_EQ(nvmemi_controller_health_status_poll(&ctx, &dword, &dword, &count, entries), -1);
+        EXPECT_EQ(why(), "malformed answer, in NVMe-MI command 0x02") << reported;
+    }
 }
 
 TEST_F(NvmeError, ASuccessClearsItAndAnArgumentIsToldFromSilence) {
@@ -108,12 +128,19 @@ TEST_F(NvmeError, WhatFailedInFrontOfTheEndpointIsRemembered) {
     EXPECT_EQ(said(fresh.last_error), "wrong argument");
     libc.fail_allocation(1);
     EXPECT_EQ(nvmemi_init(&fresh, &config), -1);
-    EXPECT_EQ(said(fresh.last_error), "out of memory");
+    EXPECT_EQ(said(fresh.last_error), "out of memory, in setting up the endpoint");
     config.binding_kind = 9;
     EXPECT_EQ(nvmemi_init(&fresh, &config), -1);
-    EXPECT_EQ(said(fresh.last_error), "wrong argument");
+    EXPECT_EQ(said(fresh.last_error), "wrong argument, in setting up the endpoint");
+    EXPECT_EQ(nvmemi_init_for_MARV(&fresh, &config), -1);
+    EXPECT_EQ(said(fresh.last_error), "wrong argument, in setting up the endpoint");
     EXPECT_EQ(nvmemi_deinit(&fresh), 0);
-    EXPECT_EQ(said(fresh.last_error), "wrong argument");
+    EXPECT_EQ(said(fresh.last_error), "wrong argument, in setting up the endpoint");
+    config.binding_kind = MCTP_BINDING_KIND_SMBUS;
+    EXPECT_EQ(nvmemi_init(&fresh, &config), 0);
+    EXPECT_EQ(said(fresh.last_error), "no failure");
+    EXPECT_EQ(fresh.last_error.step, SIDEBAND_STEP_NONE);
+    EXPECT_EQ(nvmemi_deinit(&fresh), 0);
 }
 
 class NvmeSmbusError : public test::NvmeSmbusTest {};

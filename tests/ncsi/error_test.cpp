@@ -107,6 +107,15 @@ TEST_F(NcsiError, WhatFailedInFrontOfTheEndpointIsRemembered) {
     EXPECT_EQ(said(fresh.last_error), "not acknowledged, in MCTP control command 0x02");
     EXPECT_EQ(ncsi_oem_init(&fresh, nullptr), -1);
     EXPECT_EQ(said(fresh.last_error), "wrong argument");
+    mctp_ctx lent = config;
+    lent.binding_kind = 9;
+    EXPECT_EQ(ncsi_oem_init(&fresh, &lent), -1);
+    EXPECT_EQ(said(fresh.last_error), "wrong argument, in setting up the endpoint");
+    EXPECT_EQ(said(lent.last_error), "wrong argument") << "what the endpoint says of itself";
+    lent.binding_kind = MCTP_BINDING_KIND_SMBUS;
+    EXPECT_EQ(ncsi_oem_init(&fresh, &lent), 0);
+    EXPECT_EQ(said(fresh.last_error), "no failure");
+    EXPECT_EQ(fresh.last_error.step, SIDEBAND_STEP_NONE);
 }
 
 }  // namespace

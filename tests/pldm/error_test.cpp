@@ -134,13 +134,57 @@ TEST_F(PldmError, AFruTableOfAnotherLengthAndItsParts) {
     const char* metadata = "00 04 01 00 01 00 00 00 00 00 08 00 00 00 01 00 01 00 00 00 00 00";
     endpoint.answer({metadata});
     EXPECT_EQ(pldm_get_FRU_record_table(&ctx, table, 7), -112);
-    EXPECT_EQ(why(), "wrong argument, in PLDM command 0x01");
+    EXPECT_EQ(why(), "malformed answer, in PLDM command 0x01") << "of another length than before";
     endpoint.answer({metadata, "01 04 02 00 00 00 00 00 05 01"});
     EXPECT_EQ(pldm_get_FRU_record_table(&ctx, table, 0), -112);
     EXPECT_EQ(why(), "malformed answer, in PLDM command 0x02");
     endpoint.answer({metadata, "02 04 02 85"});
     EXPECT_EQ(pldm_get_FRU_record_table(&ctx, table, 0), -1);
     EXPECT_EQ(why(), "refused by the device: PLDM completion code 0x85, in PLDM command 0x02");
+}
+
+/// The table's one record: each memory that runs out, and a value that the table cuts.
+TEST_F(PldmError, OfFruFieldsMemoryIsToldFromATableThatIsWrong) {
+    const char* metadata = "00 04 01 00 01 00 00 00 00 00 0B 00 00 00 01 00 01 00 00 00 00 00";
+    const std::string head = "01 04 02 00 00 00 00 00 05 01 00 01 02 01 ";
+    const auto fields = [&](const std::string& rest) {
+        endpoint.answers.clear();
+        endpoint.answer({metadata, (head + rest + "00 00 00 00 00").c_str()});
+        ctx.instance_id = 0;
+        return pldm_get_FRU_fields(&ctx, 2);
+    };
+    EXPECT_EQ(fields("02 01 41 03 01 42 "), 0);
+    EXPECT_EQ(why(), "no failure");
+    for (int failing = 1; failing <= 2; ++failing) {
+        libc.fail_allocation(failing);
+        EXPECT_EQ(fields("02 01 41 03 01 42 "), -2);
+        EXPECT_EQ(why(), "out of memory, in PLDM command 0x02") << failing;
+    }
+    for (int failing = 3; failing <= 5; ++failing) {
+        libc.fail_allocation(failing);
+        EXPECT_EQ(fields("02 01 41 03 01 42 "), -112);
+        EXPECT_EQ(why(), "out of memory, in PLDM command 0x02") << failing;
+    }
+    EXPECT_EQ(fields("02 01 41 03 09 42 "), -112);
+    EXPECT_EQ(why(), "malformed answer, in PLDM command 0x02");
+}
+
+TEST_F(PldmError, AStrictFruReaderSaysWhatItCouldNotDoAndOfWhichCommand) {
+    endpoint.strict = MCTP_STRICT_PLDM;
+    endpoint.answer({"00 02 11 80"});
+    EXPECT_EQ(read(&reading), -1);
+    uint8_t table[4] = {};
+    EXPECT_EQ(pldm_get_FRU_record_table_MX(&ctx, table, -1), -1);
+    EXPECT_EQ(why(), "wrong argument");
+    test::Bytes large(PLDM_FRU_TABLE_LENGTH_MAX + 1);
+    EXPECT_EQ(pldm_get_FRU_record_table_MX(&ctx, large.data(), PLDM_FRU_TABLE_LENGTH_MAX + 1),
+              -112);
+    EXPECT_EQ(why(), "wrong argument") << "nothing was sent";
+    for (int failing = 1; failing <= 2; ++failing) {
+        libc.fail_allocation(failing);
+        EXPECT_EQ(pldm_get_FRU_record_table_MX(&ctx, table, sizeof table), -112);
+        EXPECT_EQ(why(), "out of memory, in PLDM command 0x02") << failing;
+    }
 }
 
 // ---- Without an endpoint ----
