@@ -90,7 +90,11 @@ bool has_command(uint8_t step) {
 
 }  // namespace
 
-int32_t fail(sideband_error& error, uint8_t cause, uint16_t detail) {
+int32_t fail(sideband_error& error, uint8_t cause) {
+    return fail_with(error, cause, 0);
+}
+
+int32_t fail_with(sideband_error& error, uint8_t cause, uint16_t detail) {
     if (error.cause == SIDEBAND_CAUSE_NONE) {
         error = error_of(cause);
         error.detail = detail;
@@ -109,7 +113,7 @@ int32_t fail_by_platform(sideband_error& error, int result, uint8_t otherwise) {
     }
     constexpr int kErrnoMax = 4095;
     const bool is_errno = result < 0 && result >= -kErrnoMax;
-    return fail(error, cause, static_cast<uint16_t>(is_errno ? -result : 0));
+    return fail_with(error, cause, static_cast<uint16_t>(is_errno ? -result : 0));
 }
 
 void record_code(sideband_error& error, uint8_t kind, uint16_t code, uint16_t detail) {

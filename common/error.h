@@ -24,9 +24,12 @@ inline constexpr sideband_error kArgumentError = error_of(SIDEBAND_CAUSE_ARGUMEN
 
 /// Records a cause, unless one is there already.
 /// @param cause   SIDEBAND_CAUSE_...
-/// @param detail  what the platform said
 /// @return -1
-[[gnu::cold]] int32_t fail(sideband_error& error, uint8_t cause, uint16_t detail = 0);
+[[gnu::cold]] int32_t fail(sideband_error& error, uint8_t cause);
+
+/// As fail(), with what the platform said.
+/// @param detail  a positive number of errno
+[[gnu::cold]] int32_t fail_with(sideband_error& error, uint8_t cause, uint16_t detail);
 
 /// As fail(), by what a call of the platform has returned, of which some values have a meaning.
 /// @param otherwise  the cause that all other values have

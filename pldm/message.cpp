@@ -157,8 +157,7 @@ int32_t finish(const PldmAnswer& answer, const char* function) {
 }
 
 int32_t fail_command(pldm_ctx& ctx, uint8_t cause) {
-    ctx.last_error = error_of(cause);
-    record_step(ctx.last_error, SIDEBAND_STEP_PLDM, ctx.last_command);
+    ctx.last_error = error_of(cause, SIDEBAND_STEP_PLDM, ctx.last_command);
     return -1;
 }
 

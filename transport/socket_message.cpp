@@ -115,7 +115,7 @@ uint8_t cause_of(int error) {
 /// @return false
 bool report(mctp_ctx& ctx, const char* call) {
     const int error = errno;
-    fail(ctx.last_error, cause_of(error), static_cast<uint16_t>(error));
+    fail_with(ctx.last_error, cause_of(error), static_cast<uint16_t>(error));
     print_on_console("[%s] EID %d of network %u, %s: %s%s\n", kName, ctx.dest_eid, ctx.pcie_param,
                      call, std::strerror(error), hint_for(error));
     return false;
@@ -314,7 +314,7 @@ bool send_request(mctp_ctx& ctx, Socket& socket, std::span<const uint8_t> body) 
 Socket* place_for(mctp_ctx& ctx) {
     Socket* const place = claim_place();
     if (place == nullptr) {
-        fail(ctx.last_error, SIDEBAND_CAUSE_SYSTEM, EBUSY);
+        fail_with(ctx.last_error, SIDEBAND_CAUSE_SYSTEM, EBUSY);
         print_on_console("[%s] EID %d of network %u: %zu requests wait for their answers\n", kName,
                          ctx.dest_eid, ctx.pcie_param, kRequestsMax);
     }
