@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <set>
 #include <utility>
 
@@ -132,6 +133,18 @@ bool same_place(const Device& a, const Device& b) {
                                        : a.bus == b.bus && a.address == b.address && a.mux == b.mux;
 }
 
+/// Complaints about an address that the BMC or a multiplexer has.
+void check_address(const Board& board, const Device& device, const ObjectReader& reader) {
+    if (device.address == board.bmc_address) {
+        reader.complain("address", "is the BMC's own");
+    }
+    const BusPlace* const bus = board.find_bus(device.bus);
+    const auto is_there = [&](const Mux& mux) { return mux.address == device.address; };
+    if (bus != nullptr && std::ranges::any_of(bus->muxes, is_there)) {
+        reader.complain("address", "is that of a multiplexer");
+    }
+}
+
 /// Complaints about a place that another device has.
 void check_places(const Board& board, const Device& device, const ObjectReader& reader) {
     for (const Device& other : board.devices) {
@@ -163,6 +176,9 @@ void read_device(Board& board, std::set<std::string>& names, const Place& place)
     // What follows from an error would be told as one of its own.
     if (!reader.sound()) {
         return;
+    }
+    if (device.way == Device::Way::kI2c) {
+        check_address(board, device, reader);
     }
     check_places(board, device, reader);
     board.devices.push_back(std::move(device));

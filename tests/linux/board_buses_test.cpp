@@ -176,6 +176,33 @@ TEST(LinuxBuses, DevicesOfOneAddressAreToldApartByMultiplexers) {
     EXPECT_EQ(error.message("b"), "b:3: devices[1].address: is in use by a");
 }
 
+// Whoever wrote to such a device would switch a multiplexer, or nothing.
+TEST(LinuxBuses, ADeviceHasNoAddressOfTheBmcOrOfAMultiplexer) {
+    const auto complaints = [](const std::string& devices) {
+        board_file::BoardError error;
+        const bool read = machine::parse_board(R"({"name": "x", "bmc": {"address": "0x24"},
+            "buses": [{"bus": 1, "muxes": [{"address": "0xe0"},
+                {"address": "0xe2", "behind": {"address": "0xe0", "channel": 3}}]}, {"bus": 2}],
+            "devices": [)" + devices + "]}",
+                                               error)
+                              .has_value();
+        return read ? "" : error.message("b");
+    };
+    EXPECT_EQ(complaints("\n{\"name\": \"a\", \"bus\": 1,\n\"address\": \"0xe0\"}"),
+              "b:6: devices[0].address: is that of a multiplexer");
+    EXPECT_EQ(complaints(R"({"name": "a", "bus": 1, "address": "0xe2",
+                             "mux": {"address": "0xe0", "channel": 1}})"),
+              "b:4: devices[0].address: is that of a multiplexer");
+    EXPECT_EQ(complaints(R"({"name": "a", "bus": 1, "address": "0x24"})"),
+              "b:4: devices[0].address: is the BMC's own");
+    EXPECT_EQ(complaints(R"({"name": "a", "bus": 9, "address": "0x24"})"),
+              "b:4: devices[0].address: is the BMC's own")
+        << "of a bus that is not described";
+    EXPECT_EQ(complaints(R"({"name": "a", "bus": 1, "address": "0x20"})"), "") << "is not its own";
+    EXPECT_EQ(complaints(R"({"name": "a", "bus": 2, "address": "0xe0"})"), "") << "another bus";
+    EXPECT_EQ(complaints(R"({"name": "a", "mctp": {"eid": 36}})"), "") << "0x24 is its EID";
+}
+
 TEST(LinuxBuses, AnyBytesAreRead) {
     const std::string whole = kBoard;
     for (size_t at = 0; at < whole.size(); ++at) {
