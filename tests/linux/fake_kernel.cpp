@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace machine_test {
 namespace {
@@ -70,6 +71,40 @@ ssize_t take(int fd, void* address, size_t address_size, void* room, size_t room
     std::memcpy(room, bytes.data() + address_size, std::min(content, room_size));
     truncated = content > room_size;
     return static_cast<ssize_t>(content);
+}
+
+/// As recvfrom() on an MCTP socket: one datagram is taken, or looked at only.
+ssize_t receive_mctp(int fd, void* room, size_t size, int flags, sockaddr* from,
+                     socklen_t* from_length) {
+    Bytes bytes(128 * 1024);
+    const ssize_t length = recv(fd, bytes.data(), bytes.size(), flags & (MSG_PEEK | MSG_DONTWAIT));
+    if (length < 0) {
+        return -1;
+    }
+    if (from != nullptr) {
+        std::memcpy(from, bytes.data(), sizeof(sockaddr_mctp));
+        *from_length = sizeof(sockaddr_mctp);
+    }
+    const size_t content = static_cast<size_t>(length) - sizeof(sockaddr_mctp);
+    const size_t stored = std::min(content, size);
+    std::memcpy(room, bytes.data() + sizeof(sockaddr_mctp), stored);
+    return static_cast<ssize_t>((flags & MSG_TRUNC) != 0 ? content : stored);
+}
+
+/// What the kernel makes of a message that is sent.
+ssize_t carry(int fd, const void* to, Bytes body) {
+    FakeKernel& kernel = *standing;
+    if (kernel.send_errno != 0) {
+        errno = kernel.send_errno;
+        return -1;
+    }
+    MctpMessage message{.address = {}, .body = std::move(body)};
+    std::memcpy(&message.address, to, sizeof message.address);
+    kernel.sent.push_back(message);
+    if (kernel.on_send) {
+        kernel.on_send(fd, message);
+    }
+    return static_cast<ssize_t>(message.body.size());
 }
 
 size_t address_size_of(const FakeKernel::Socket& socket) {
@@ -135,7 +170,6 @@ size_t FakeKernel::open_sockets() const {
 }  // namespace machine_test
 
 using machine_test::FakeKernel;
-using machine_test::MctpMessage;
 
 extern "C" int socket(int family, int type, int protocol) noexcept {
     FakeKernel* const kernel = FakeKernel::current();
@@ -191,20 +225,21 @@ extern "C" ssize_t sendto(int fd, const void* data, size_t length, int flags, co
                                               socklen_t)>("sendto")(fd, data, length, flags, to,
                                                                     to_length);
     }
-    FakeKernel& kernel = *FakeKernel::current();
-    if (kernel.send_errno != 0) {
-        errno = kernel.send_errno;
-        return -1;
-    }
-    MctpMessage message;
-    std::memcpy(&message.address, to, sizeof message.address);
     const auto* const bytes = static_cast<const uint8_t*>(data);
-    message.body.assign(bytes, bytes + length);
-    kernel.sent.push_back(message);
-    if (kernel.on_send) {
-        kernel.on_send(fd, message);
+    return machine_test::carry(fd, to, {bytes, bytes + length});
+}
+
+extern "C" ssize_t sendmsg(int fd, const msghdr* header, int flags) {
+    if (machine_test::own(fd) == nullptr) {
+        return machine_test::next<ssize_t (*)(int, const msghdr*, int)>("sendmsg")(fd, header,
+                                                                                   flags);
     }
-    return static_cast<ssize_t>(length);
+    machine_test::Bytes body;
+    for (size_t i = 0; i < header->msg_iovlen; ++i) {
+        const auto* const bytes = static_cast<const uint8_t*>(header->msg_iov[i].iov_base);
+        body.insert(body.end(), bytes, bytes + header->msg_iov[i].iov_len);
+    }
+    return machine_test::carry(fd, header->msg_name, std::move(body));
 }
 
 extern "C" ssize_t send(int fd, const void* data, size_t length, int flags) {
@@ -248,6 +283,9 @@ extern "C" ssize_t recvfrom(int fd, void* room, size_t size, int flags, sockaddr
     if (socket == nullptr) {
         return machine_test::next<ssize_t (*)(int, void*, size_t, int, sockaddr*, socklen_t*)>(
             "recvfrom")(fd, room, size, flags, from, from_length);
+    }
+    if (socket->family == AF_MCTP) {
+        return machine_test::receive_mctp(fd, room, size, flags, from, from_length);
     }
     bool truncated = false;
     return machine_test::take(fd, from, sizeof(sockaddr_nl), room, size, truncated);
