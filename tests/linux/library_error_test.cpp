@@ -10,9 +10,7 @@
 #include <sideband/pldm_monitor.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <tuple>
 
 #include "fake_i2c.h"
@@ -20,7 +18,7 @@
 #include "machine_test.h"
 #include "tests/support/bytes.h"
 #include "tests/support/errors.h"
-#include "tests/support/offset_table.h"
+#include "tests/support/no_memory.h"
 
 namespace {
 
@@ -41,34 +39,6 @@ constexpr uint32_t kWaitMs = 60;
 constexpr uint32_t kLimitMs = 200;
 constexpr const char* kAdapter = "/dev/i2c-3";
 constexpr const char* kQueue = "/sys/bus/i2c/devices/3-1010/slave-mqueue";
-
-bool out_of_memory = false;
-
-void* malloc_or_none(size_t size) {
-    return out_of_memory ? nullptr : std::malloc(size);
-}
-void* calloc_or_none(size_t count, size_t size) {
-    return out_of_memory ? nullptr : std::calloc(count, size);
-}
-
-/// While one lives, the library gets no memory; the machine and the test get theirs.
-class NoMemory {
-public:
-    NoMemory() {
-        out_of_memory = true;
-        test::patch_offsets(functions_);
-    }
-    ~NoMemory() {
-        test::restore_offsets(functions_);
-        out_of_memory = false;
-    }
-    NoMemory(const NoMemory&) = delete;
-    NoMemory& operator=(const NoMemory&) = delete;
-
-private:
-    test::Substitute functions_[2] = {{"malloc", test::address_of(malloc_or_none)},
-                                      {"calloc", test::address_of(calloc_or_none)}};
-};
 
 /// A device whose answers have the body that a test gives, on whatever way it is asked.
 class LibraryOnLinux : public machine_test::MachineTest {
@@ -271,7 +241,7 @@ TEST_F(OnI2c, ASuccessLeavesNoFailure) {
 
 TEST_F(OnI2c, MemoryThatRanOutIsToldFromAMachineThatIsWrong) {
     const mctp_ctx config = way(MCTP_BINDING_KIND_SMBUS);
-    const NoMemory none;
+    const test::NoMemory none;
     EXPECT_EQ(pldm_terminus_init(&terminus, &config), -112);
     EXPECT_EQ(said(terminus.last_error), "out of memory, in setting up the endpoint");
 }
