@@ -25,7 +25,7 @@ std::string_view behaviour() {
 }
 
 /// Open from the beginning, so that the queue has somebody who may still write.
-const int queue = [] {
+const int kQueue = [] {
     const char* const path = std::getenv("SIDEBAND_TEST_QUEUE");
     return path != nullptr ? open(path, O_RDWR | O_NONBLOCK | O_CLOEXEC) : -1;
 }();
@@ -73,7 +73,7 @@ void answer(const i2c_msg& asked) {
     block[length] = pec_of(block, length, pec_of(&kBmc, 1, 0)) ^
                     static_cast<uint8_t>(behaviour() == "wrong-pec" ? 0x10 : 0);
     ++length;
-    [[maybe_unused]] const ssize_t written = write(queue, block, length);
+    [[maybe_unused]] const ssize_t written = write(kQueue, block, length);
 }
 
 }  // namespace
