@@ -10,6 +10,7 @@
 #include "tools/shell/interrupt.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"
+#include "tools/shell/time_limit.h"
 #include "tools/shell/wire_watch.h"
 
 namespace tool {
@@ -37,6 +38,7 @@ void run_until_signal(Context& context, const CommandLine& line) {
 void run(Context& context, const CommandLine& line) {
     const WireWatch wire(context.port, line.verbose ? &context.output : nullptr);
     const SignalWatch signals;
+    const TimeLimit limit(context.port, line.timeout);
     if (!line.capture.empty()) {
         context.port.start_capture(line.capture);
     }

@@ -10,6 +10,7 @@
 #include "tools/batch/words.h"
 #include "tools/rooms.h"
 #include "tools/shell/interrupt.h"
+#include "tools/shell/time_limit.h"
 #include "tools/update/input_file.h"
 
 namespace tool {
@@ -59,6 +60,7 @@ private:
     ExitStatus run_line(const std::string& text) {
         CommandLine line;
         Context own{context_.port, context_.output, ""};
+        std::optional<TimeLimit> limit;
         context_.output.begin_document();
         try {
             const std::vector<std::string> words = words_of(text);
@@ -67,6 +69,7 @@ private:
             }
             parse(words, line);
             own.command = place() + line.command;
+            limit.emplace(context_.port, line.timeout);
             line.run ? line.run(own) : context_.output.text(line.text);
         } catch (const Failure& failure) {
             own.command = place() + line.command;

@@ -2,6 +2,7 @@
 // The way to a device through a session, with the packets that pass.
 #include "tools/check/session_channel.h"
 
+#include "tools/shell/time_limit.h"
 #include "tools/shell/wire_watch.h"
 
 namespace tool::check {
@@ -25,7 +26,8 @@ Exchange SessionChannel::exchange(uint8_t type, std::span<const uint8_t> body) {
     Exchange exchange{type, {body.begin(), body.end()}, std::nullopt, {}};
     try {
         exchange.response = session_.exchange(type, body);
-    } catch (const Failure&) {  // no answer
+    } catch (const Failure&) {  // no answer, or none that has come in time: nothing is judged by it
+        TimeLimit::check(session_.endpoint().name, "the check");
     }
     exchange.packets = std::move(packets_);
     packets_ = {};

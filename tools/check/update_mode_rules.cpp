@@ -5,6 +5,7 @@
 #include "tools/check/rules.h"
 #include "tools/check/update.h"
 #include "tools/shell/interrupt.h"
+#include "tools/shell/time_limit.h"
 
 namespace tool::check {
 namespace {
@@ -79,6 +80,7 @@ public:
         const int signal = SignalWatch::signal();
         if (!left_) {
             const InterruptGuard guard;
+            const TimeLimitLifted lifted;
             try {
                 leave();
             } catch (const Finding&) {  // too much time has passed

@@ -7,6 +7,7 @@
 #include "tools/metrics/scrape.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/interrupt.h"
+#include "tools/shell/time_limit.h"
 
 namespace tool {
 namespace {
@@ -38,6 +39,7 @@ void serve_metrics(Context& context, const MetricsWish& wish) {
     context.output.text("metrics on " + server.url() + "\n");
     context.output.document({{"url", server.url()}});
     server.serve([&] {
+        TimeLimit::begin_again();
         const std::vector<Endpoint> endpoints = wanted_endpoints(context.port, wish.endpoints);
         return scrape(context.port, endpoints).figures.text();
     });

@@ -11,6 +11,7 @@
 
 #include "tools/ncsi/codes.h"
 #include "tools/shell/interrupt.h"
+#include "tools/shell/time_limit.h"
 
 namespace tool {
 namespace {
@@ -113,6 +114,7 @@ int32_t NcsiClient::record(ncsi_channel* channel, uint32_t request_length,
     if (SignalWatch::signal() != 0) {
         return -1;
     }
+    TimeLimit::put_on(*link->ncsi.mctp);
     const int32_t result =
         link->transfer(channel, request_length, response_capacity, request, response);
     Exchange& last = link->last;
@@ -130,6 +132,7 @@ int32_t NcsiClient::record(ncsi_channel* channel, uint32_t request_length,
 
 int32_t NcsiClient::call(const std::string& operation, const std::function<int32_t()>& command) {
     before_sending();
+    TimeLimit::put_on(*link_.ncsi.mctp);
     link_.last = {};
     const int32_t result = command();
     if (result < 0) {
@@ -150,7 +153,7 @@ Failure NcsiClient::failure(const std::string& operation) const {
     const sideband_error& error = *ncsi_last_error(&link_.ncsi);
     const std::string cause = cause_name(error);
     if (!last.made) {
-        return {name(), operation, "nothing was sent", std::nullopt, cause};
+        return {name(), operation, unsent(error), std::nullopt, cause};
     }
     if (answer.empty()) {
         return {name(), operation, silence(error), std::nullopt, cause};

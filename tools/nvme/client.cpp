@@ -13,6 +13,7 @@
 #include "tools/nvme/codes.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/interrupt.h"
+#include "tools/shell/time_limit.h"
 
 namespace tool {
 namespace {
@@ -80,6 +81,7 @@ int32_t NvmeClient::record(nvmemi_ctx* nvme, uint32_t request_length, uint32_t r
     if (stopped || (client.gate_ && !client.gate_({request, request_length}))) {
         return -1;
     }
+    TimeLimit::put_on(*nvme->mctp);
     last.made = true;
     last.kind = request[0];
     last.length = client.request_(nvme, request_length, response_capacity, request, response);
@@ -93,6 +95,7 @@ int32_t NvmeClient::record(nvmemi_ctx* nvme, uint32_t request_length, uint32_t r
 
 void NvmeClient::call(const std::string& operation, const std::function<int32_t()>& command) {
     before_sending();
+    TimeLimit::put_on(*link_.nvme.mctp);
     last_ = {};
     if (command() != 0) {
         throw failure(operation);
@@ -102,6 +105,7 @@ void NvmeClient::call(const std::string& operation, const std::function<int32_t(
 bool NvmeClient::call_unanswered(const std::string& operation,
                                  const std::function<int32_t()>& command) {
     before_sending();
+    TimeLimit::put_on(*link_.nvme.mctp);
     last_ = {};
     const bool failed = command() != 0;
     if (failed && (!last_.made || last_length() != 0)) {
@@ -130,7 +134,7 @@ Failure NvmeClient::failure(const std::string& operation, const std::string& add
     const bool admin = (last_.kind & kMessageTypeBits) == kAdminMessage;
     const bool whole = answer.size() >= NVME_ADMIN_RESPONSE_SIZE;
     if (!last_.made) {
-        return plain("nothing was sent");
+        return plain(unsent(error));
     }
     if (answer.empty()) {
         return plain(silence(error));

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "tools/shell/interrupt.h"
+#include "tools/shell/time_limit.h"
 
 namespace tool {
 namespace {
@@ -146,11 +147,11 @@ FirmwareSlots reset_and_wait(Port& port, NvmeClient& client, uint16_t controller
     constexpr uint64_t kPauseUs = 1000000;
     client.call_unanswered("Reset", [&] { return nvmemi_reset(client.context()); });
     for (int i = 1;; ++i) {
-        port.wait_us(kPauseUs);
+        TimeLimit::wait_us(port, kPauseUs);
         try {
             return read_firmware_slots(client, controller);
         } catch (const Failure&) {
-            if (i == kTries) {
+            if (i == kTries || TimeLimit::passed()) {
                 throw;
             }
         }

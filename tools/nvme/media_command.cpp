@@ -9,6 +9,7 @@
 #include "tools/shell/json.h"
 #include "tools/shell/progress.h"
 #include "tools/shell/text.h"
+#include "tools/shell/time_limit.h"
 
 namespace tool {
 namespace {
@@ -36,7 +37,7 @@ SanitizeState wait_for_end(Context& context, NvmeClient& client, uint16_t contro
     SanitizeState state = read_sanitize(client, controller);
     while (state.status == kSanitizeInProgress) {
         progress.show(state.percent, 0, 0);
-        context.port.wait_us(kPauseUs);
+        TimeLimit::wait_us(context.port, kPauseUs);
         state = read_sanitize(client, controller);
     }
     if (state.status != kSanitizeFailed) {

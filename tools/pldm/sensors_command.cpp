@@ -8,6 +8,7 @@
 #include "tools/pldm/sensor_report.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/interrupt.h"
+#include "tools/shell/time_limit.h"
 
 namespace tool {
 namespace {
@@ -91,6 +92,7 @@ void watch_sensors(Context& context, Session& session, const SensorList& list, c
             break;
         }
         pause(context.port, watch);
+        TimeLimit::begin_again();
     }
 }
 

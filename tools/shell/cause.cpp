@@ -5,6 +5,7 @@
 #include <sideband/platform.h>
 
 #include "tools/shell/name_table.h"
+#include "tools/shell/time_limit.h"
 #include "tools/shell/wire_watch.h"
 
 namespace tool {
@@ -39,18 +40,38 @@ constexpr Name kReasons[] = {
     {SIDEBAND_CAUSE_WRONG_TAG, "only answers to something else came"},
     {SIDEBAND_CAUSE_WRONG_CHECK, "the answer came with a wrong checksum"},
     {SIDEBAND_CAUSE_MALFORMED, "what came is no answer"},
-    {SIDEBAND_CAUSE_DEADLINE, "the time limit has passed"},
 };
 
+constexpr const char* kTimeIsOver = "the time limit has passed";
 constexpr const char* kPowerOff = "the host's main power is off";
+
+/// Whether an exchange that failed was not tried again since the time was over.
+bool ended_by_limit(const sideband_error& error) {
+    switch (error.cause) {
+        case SIDEBAND_CAUSE_DEADLINE:
+            return true;
+        case SIDEBAND_CAUSE_NOT_ACKNOWLEDGED:
+        case SIDEBAND_CAUSE_NO_ANSWER:
+        case SIDEBAND_CAUSE_WRONG_TAG:
+        case SIDEBAND_CAUSE_WRONG_CHECK:
+        case SIDEBAND_CAUSE_MALFORMED:
+            return TimeLimit::passed();
+        default:
+            return false;
+    }
+}
 
 }  // namespace
 
 std::string cause_name(const sideband_error& error) {
-    return find_name(kWords, error.cause, "");
+    return find_name(kWords, ended_by_limit(error) ? uint8_t{SIDEBAND_CAUSE_DEADLINE} : error.cause,
+                     "");
 }
 
 std::string silence(const sideband_error& error) {
+    if (error.cause == SIDEBAND_CAUSE_DEADLINE) {
+        return kTimeIsOver;
+    }
     if (error.cause == SIDEBAND_CAUSE_NO_POWER) {
         return kPowerOff;
     }
@@ -65,7 +86,14 @@ std::string silence(const sideband_error& error) {
     if (power == 0) {
         text.append(", ").append(kPowerOff);
     }
+    if (ended_by_limit(error)) {
+        text.append(", ").append(kTimeIsOver);
+    }
     return text;
+}
+
+std::string unsent(const sideband_error& error) {
+    return error.cause == SIDEBAND_CAUSE_DEADLINE ? kTimeIsOver : "nothing was sent";
 }
 
 }  // namespace tool

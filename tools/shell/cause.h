@@ -16,6 +16,9 @@ std::string cause_name(const sideband_error& error);
 /// knows what nothing was sent for, and what the platform said.
 std::string silence(const sideband_error& error);
 
+/// Why the library has sent nothing at all.
+std::string unsent(const sideband_error& error);
+
 }  // namespace tool
 
 #endif

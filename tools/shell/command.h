@@ -9,6 +9,7 @@
 #include "tools/shell/json.h"
 #include "tools/shell/output.h"
 #include "tools/shell/port.h"
+#include "tools/shell/time_limit.h"
 
 namespace tool {
 
@@ -22,8 +23,10 @@ struct Context {
 
     /// Reports a failure after which the command goes on.
     void report(const Failure& failure) {
-        output.error(command, failure);
         status = failure.status();
+        if (!is_out_of_time(failure) || TimeLimit::is_news()) {
+            output.error(command, failure);
+        }
     }
 };
 

@@ -4,15 +4,18 @@
 #include "tools/shell/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdlib>
 #include <sstream>
 
 #include "tools/shell/commands.h"
+#include "tools/shell/time_limit.h"
 
 namespace tool {
 namespace {
 
 constexpr const char* kFooter =
-    "Before or behind the command: --board FILE, --json, --capture FILE, --verbose,\n"
+    "Before or behind the command: --board FILE, --json, --capture FILE, --timeout SECONDS, --verbose,\n"
     "--strict, --lax\n"
     "Exit status: 0 done, 1 device or transport failed, 2 wrong usage, 3 an input file is bad";
 
@@ -30,6 +33,10 @@ void add_options(CLI::App& app, CommandLine& line, bool& lax) {
             ->expected(1)
             ->take_all();
     }
+    Option(*app.add_option("--timeout", line.timeout,
+                           "end, as failed, what has not ended after so many seconds"))
+        .type_name("SECONDS")
+        .range(TimeLimit::kLeast, TimeLimit::kMost);
     app.add_flag("--verbose", line.verbose,
                  "every packet, and the library's own dumps and log, on standard error");
     const std::string standing = Port::is_strict() ? "--strict" : "--lax";
@@ -105,6 +112,10 @@ const Option& Option::range(unsigned least, unsigned most) const {
 
 const Option& Option::range(double least, double most) const {
     option_->check(CLI::Range(least, most));
+    // Which lets through what is no number: that is neither too small nor too large.
+    option_->check([](const std::string& text) {
+        return std::isnan(std::strtod(text.c_str(), nullptr)) ? text + " is no number" : "";
+    });
     return *this;
 }
 

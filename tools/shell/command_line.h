@@ -4,6 +4,7 @@
 #define SIDEBAND_TOOLS_SHELL_COMMAND_LINE_H
 
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@ struct CommandLine {
     std::string board;                ///< --board; empty for the platform's own
     std::string capture;              ///< --capture; empty for none
     std::vector<std::string> faults;  ///< --fault: ENDPOINT=KIND, or a fault in JSON behind the =
+    std::optional<double> timeout;    ///< --timeout: seconds
     bool json = false;
     bool verbose = false;
     bool strict = false;  ///< --strict, or what the platform has without --lax

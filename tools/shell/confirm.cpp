@@ -9,6 +9,7 @@
 #include "tools/shell/failure.h"
 #include "tools/shell/interrupt.h"
 #include "tools/shell/text.h"
+#include "tools/shell/time_limit.h"
 
 namespace tool {
 
@@ -25,6 +26,7 @@ void confirm(const Output& output, bool yes, const std::string& what) {
     SignalWatch::wait_for_input(STDIN_FILENO);
     std::string answer;
     std::getline(std::cin, answer);
+    TimeLimit::begin_again();
     if (answer != "y" && answer != "Y" && answer != "yes") {
         throw Failure(ExitStatus::kUsage, "not confirmed: nothing was done");
     }

@@ -12,6 +12,7 @@
 
 #include "tools/shell/codes.h"
 #include "tools/shell/interrupt.h"
+#include "tools/shell/time_limit.h"
 #include "tools/shell/wire_watch.h"
 
 namespace tool {
@@ -179,6 +180,7 @@ void Session::discover() {
     }
     if (!find_eid()) {
         if (endpoint_.transport == Transport::kPcie && !link_.last.made) {
+            TimeLimit::check(endpoint_.name, "discovery");
             throw failure("discovery", "the MPIO's routing table does not list it",
                           link_.mctp.last_error);
         }
@@ -210,6 +212,7 @@ int32_t Session::record(mctp_ctx* mctp, uint32_t request_length, int32_t respons
     if (SignalWatch::signal() != 0) {
         return -1;
     }
+    TimeLimit::put_on(*mctp);
     const int32_t result = link->xfer(mctp, request_length, response_length, request, response);
     Exchange& last = link->last;
     last = {};
@@ -242,6 +245,7 @@ Failure Session::failure(const std::string& operation, const std::string& reason
 
 mctp_ctx& Session::control() {
     before_sending();
+    TimeLimit::put_on(link_.mctp);
     link_.mctp.msg_type = MCTP_MSG_TYPE_CONTROL;
     link_.last = {};
     return link_.mctp;
@@ -252,7 +256,7 @@ Failure Session::control_failure(const std::string& operation) const {
     const sideband_error& error = link_.mctp.last_error;
     const std::span<const uint8_t> answer = last_answer();
     if (!last.made) {
-        return failure(operation, "nothing was sent", error);
+        return failure(operation, unsent(error), error);
     }
     if (answer.empty()) {
         return failure(operation, silence(error) + endpoint_.hint, error);
@@ -336,6 +340,7 @@ std::vector<RoutingEntry> Session::routes() {
 
 std::vector<uint8_t> Session::exchange(uint8_t type, std::span<const uint8_t> body) {
     before_sending();
+    TimeLimit::put_on(link_.mctp);
     link_.last = {};
     link_.mctp.msg_type = type;
     std::vector<uint8_t> answer(kAnswerRoom);
@@ -353,6 +358,7 @@ std::vector<uint8_t> Session::exchange(uint8_t type, std::span<const uint8_t> bo
 
 pldm_ctx& Session::pldm() {
     before_sending();
+    TimeLimit::put_on(link_.mctp);
     if (pldm_.mctp == nullptr) {
         mctp_pldm_register(&link_.mctp, &pldm_);
     }
@@ -364,6 +370,7 @@ pldm_ctx& Session::pldm() {
 mctp_ctx Session::prototype() const {
     mctp_ctx way = link_.mctp;
     way.skip_discovery = 1;
+    TimeLimit::put_on(way);
     return way;
 }
 
@@ -378,7 +385,7 @@ Failure Session::pldm_failure(const std::string& operation) const {
     const sideband_error& error = *pldm_last_error(&pldm_);
     const std::span<const uint8_t> answer = last_answer();
     if (!last.made) {
-        return failure(operation, "nothing was sent", error);
+        return failure(operation, unsent(error), error);
     }
     if (answer.empty()) {
         return failure(operation, silence(error), error);

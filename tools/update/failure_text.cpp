@@ -4,6 +4,7 @@
 
 #include "tools/shell/codes.h"
 #include "tools/shell/name_table.h"
+#include "tools/shell/time_limit.h"
 #include "tools/update/codes.h"
 #include "tools/update/update.h"
 
@@ -40,6 +41,9 @@ public:
     Failure failure() const {
         if (record_.interrupted) {
             return {endpoint_, "the update", "cancelled, " + aftermath()};
+        }
+        if (record_.out_of_time) {
+            return out_of_time(endpoint_, "the update", ", " + aftermath());
         }
         return record_.mark != 0 ? by_mark() : by_refusal();
     }

@@ -8,6 +8,7 @@
 
 #include "tools/shell/json.h"
 #include "tools/shell/text.h"
+#include "tools/shell/time_limit.h"
 
 namespace tool {
 namespace {
@@ -144,7 +145,7 @@ UpdateReport update_firmware(Port& port, Session& session, const ParsedPackage& 
     report.duration_us = port.now_us() - begin;
     // A device that activates by itself is back behind that time.
     constexpr uint16_t kPatienceS = 300;
-    port.wait_us(uint64_t{std::min(record.activation_s, kPatienceS)} * 1000000);
+    TimeLimit::wait_us(port, uint64_t{std::min(record.activation_s, kPatienceS)} * 1000000);
     report.after = read_firmware_versions(session);
     return report;
 }

@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include "tools/shell/interrupt.h"
+#include "tools/shell/time_limit.h"
 
 namespace tool {
 namespace {
@@ -55,6 +56,7 @@ void FirmwareUpdate::bring_up() {
     context.pcie_session = prototype.pcie_session;
     if (pldm_fw_update_init(&context, &prototype) != 0) {
         record_.mark = context.pldm.completion_code;
+        record_.out_of_time = TimeLimit::passed();
         record_.error = *pldm_fw_update_last_error(&context);
         throw update_failure(session_.endpoint().name, record_);
     }
@@ -89,6 +91,7 @@ const UpdateRecord& FirmwareUpdate::run(const std::string& package, uint32_t tra
 void FirmwareUpdate::leave_update_mode() {
     constexpr int kAttempts = 4;
     constexpr uint8_t kRequestBit = 0x80;
+    const TimeLimitLifted lifted;
     record_.cancelled = true;
     for (int i = 0; i < kAttempts; ++i) {
         pldm_fw_update_ctx context{};
@@ -104,11 +107,12 @@ void FirmwareUpdate::leave_update_mode() {
     }
 }
 
-/// Whether nothing may pass any more: somebody wants the update to end.
+/// Whether nothing may pass any more: somebody wants the update to end, or its time is over.
 bool FirmwareUpdate::stopped() {
     const bool done = record_.accepted && record_.activated;
     record_.interrupted |= !done && InterruptGuard::pending();
-    return record_.interrupted;
+    record_.out_of_time |= !done && TimeLimit::passed();
+    return record_.interrupted || record_.out_of_time;
 }
 
 /// A mark can be overwritten by a later step: the first one tells where it began.
@@ -137,6 +141,7 @@ int32_t FirmwareUpdate::receive(pldm_ctx* pldm, int32_t capacity, uint8_t* buffe
         buffer[kCommandOffset] = kVerifyComplete;
         return 0;
     }
+    TimeLimit::put_on(*pldm->mctp);
     const int32_t result = self.operations_.recv_op(pldm, capacity, buffer);
     if (result >= 0) {
         self.note_request(buffer);
@@ -151,6 +156,7 @@ int32_t FirmwareUpdate::send(pldm_ctx* pldm, uint32_t length, const uint8_t* mes
     if (self.stopped()) {
         return -1;
     }
+    TimeLimit::put_on(*pldm->mctp);
     const int32_t result = self.operations_.send_op(pldm, length, message, tag_owner);
     if (result >= 0) {
         self.note_answer({message, length});
@@ -166,6 +172,7 @@ int32_t FirmwareUpdate::transfer(pldm_ctx* pldm, uint32_t request_length, int32_
         return -1;
     }
     self.show();
+    TimeLimit::put_on(*pldm->mctp);
     const int32_t result =
         self.operations_.transfer_op(pldm, request_length, response_capacity, request, response);
     const int32_t length = std::clamp<int32_t>(pldm->response_length, 0, response_capacity);

@@ -45,6 +45,7 @@ struct UpdateRecord {
     uint8_t state = 0;                         ///< of the context, at the end
     sideband_error error{};                    ///< what the library has to say, at the end
     bool interrupted = false;
+    bool out_of_time = false;
     bool cancelled = false;              ///< CancelUpdate was sent at the end
     std::optional<uint8_t> cancel_code;  ///< the device's answer to it; none if none came
 
