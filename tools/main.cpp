@@ -64,6 +64,7 @@ void add_fault(Port& port, const std::string& text) {
 }
 
 ExitStatus execute(Output& output, const CommandLine& line) {
+    output.set_colours(static_cast<Output::Colours>(line.colours));
     if (line.verbose) {
         output.show_library_output();
     }

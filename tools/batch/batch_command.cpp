@@ -17,8 +17,8 @@ namespace tool {
 namespace {
 
 /// Options that are those of the whole batch.
-constexpr std::string_view kShared[] = {"--board",   "--json",   "--capture", "--fault",
-                                        "--verbose", "--strict", "--lax",     "--version"};
+constexpr std::string_view kShared[] = {"--board",  "--json", "--capture", "--fault",  "--verbose",
+                                        "--strict", "--lax",  "--color",   "--version"};
 
 /// The first of the words that may not stand in a line; empty for none.
 std::string misplaced(const std::vector<std::string>& words) {

@@ -78,6 +78,7 @@ void run_check(Context& context, const CheckWish& wish) {
     check::SessionChannel channel(context.port, session);
     check::Device device(channel);
     const std::vector<check::Result> results = check::judge(device, rules, wish.write);
+    context.output.table(check::report_table(results));
     context.output.text(check::report_text(results));
     context.output.document(check::report_json(wish.endpoint, session.eid(), results));
     report.write(check::report_junit(wish.endpoint, results));

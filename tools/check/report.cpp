@@ -24,6 +24,17 @@ const char* outcome_text(Outcome outcome) {
     }
 }
 
+Tone tone_of(Outcome outcome) {
+    switch (outcome) {
+        case Outcome::kPassed:
+            return Tone::kGood;
+        case Outcome::kFailed:
+            return Tone::kBad;
+        default:
+            return Tone::kFaint;
+    }
+}
+
 /// Longest message that is shown whole.
 constexpr size_t kMostShown = 512;
 
@@ -126,23 +137,6 @@ size_t family_left_out(std::span<const Result> results) {
     return size;
 }
 
-/// A row for each rule, or for a family that does not apply as a whole.
-std::string table_text(std::span<const Result> results) {
-    Table table({{"RULE"}, {"OUTCOME"}, {"WHY NOT"}});
-    std::string_view family;
-    for (size_t i = 0; i < results.size();) {
-        const Result& result = results[i];
-        const bool applies = result.outcome != Outcome::kNotApplicable;
-        const bool begins = family_of(result) != std::exchange(family, family_of(result));
-        const size_t left_out = begins ? family_left_out(results.subspan(i)) : 0;
-        table.add(
-            {left_out > 1 ? fmt::format("{}.* ({} rules)", family, left_out) : result.rule->name,
-             outcome_text(result.outcome), applies ? "-" : result.text});
-        i += left_out > 1 ? left_out : 1;
-    }
-    return table.text();
-}
-
 std::string counts_text(std::span<const Result> results) {
     return fmt::format("{}: {} passed, {} failed, {} not applicable",
                        counted(results.size(), "rule"), count_of(results, Outcome::kPassed),
@@ -157,6 +151,24 @@ size_t count_of(std::span<const Result> results, Outcome outcome) {
         results, [outcome](const Result& result) { return result.outcome == outcome; }));
 }
 
+Table report_table(std::span<const Result> results) {
+    constexpr size_t kOutcome = 1;
+    Table table({{"RULE"}, {"OUTCOME"}, {"WHY NOT"}});
+    std::string_view family;
+    for (size_t i = 0; i < results.size();) {
+        const Result& result = results[i];
+        const bool applies = result.outcome != Outcome::kNotApplicable;
+        const bool begins = family_of(result) != std::exchange(family, family_of(result));
+        const size_t left_out = begins ? family_left_out(results.subspan(i)) : 0;
+        table.add(
+            {left_out > 1 ? fmt::format("{}.* ({} rules)", family, left_out) : result.rule->name,
+             outcome_text(result.outcome), applies ? "-" : result.text});
+        table.tint(kOutcome, tone_of(result.outcome));
+        i += left_out > 1 ? left_out : 1;
+    }
+    return table;
+}
+
 std::string report_text(std::span<const Result> results) {
     std::string failures;
     for (const Result& result : results) {
@@ -166,7 +178,7 @@ std::string report_text(std::span<const Result> results) {
                             result.rule->clause, evidence_text(result, "  "));
         }
     }
-    return table_text(results) + "\n" + failures + counts_text(results) + "\n";
+    return "\n" + failures + counts_text(results) + "\n";
 }
 
 Json report_json(const std::string& endpoint, uint8_t eid, std::span<const Result> results) {

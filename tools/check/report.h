@@ -7,13 +7,17 @@
 
 #include "tools/check/rule.h"
 #include "tools/shell/json.h"
+#include "tools/shell/text.h"
 
 namespace tool::check {
 
 /// Of so many results of a kind.
 size_t count_of(std::span<const Result> results, Outcome outcome);
 
-/// The table of the rules, what is known of those that failed, and the numbers.
+/// A row for each rule, or for a family that does not apply as a whole.
+Table report_table(std::span<const Result> results);
+
+/// What is known of the rules that failed, and the numbers.
 std::string report_text(std::span<const Result> results);
 
 Json report_json(const std::string& endpoint, uint8_t eid, std::span<const Result> results);

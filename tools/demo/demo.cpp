@@ -177,7 +177,7 @@ void tour_terminus(Tour& tour, Port& port, const Endpoint& endpoint) {
 void show_discovery(Tour::Step& step, const Port& port, Transport transport,
                     std::vector<Finding>& findings) {
     const std::vector<Finding> seen = survey(port, transport);
-    step.output.text(survey_text(seen, 3));
+    step.output.table(survey_table(seen), 3);
     step.details = survey_json(seen);
     findings.insert(findings.end(), seen.begin(), seen.end());
     size_t assigned = 0;

@@ -55,14 +55,18 @@ void Tour::step(const std::string& title, const std::string& explanation,
                       .details = step.details});
 }
 
-std::string Tour::summary_text() const {
+Table Tour::summary() const {
+    constexpr size_t kOutcome = 3;
     Table table({{"", true}, {"STEP"}, {"ENDPOINT"}, {"OUTCOME"}, {"RESULT"}, {"TIME", true}});
     for (size_t i = 0; i < steps_.size(); ++i) {
         const Done& done = steps_[i];
         table.add({std::to_string(i + 1), done.title, done.endpoint, done.outcome, done.result,
                    seconds_text(done.end_us)});
+        table.tint(kOutcome, done.outcome == "failed"    ? Tone::kBad
+                             : done.outcome == "skipped" ? Tone::kFaint
+                                                         : Tone::kGood);
     }
-    return table.text();
+    return table;
 }
 
 std::string Tour::buses_text() const {
@@ -123,8 +127,9 @@ void Tour::finish() {
     const size_t skipped = static_cast<size_t>(std::count_if(
         steps_.begin(), steps_.end(), [](const Done& done) { return done.outcome == "skipped"; }));
     const size_t ok = steps_.size() - skipped - failures_.size();
-    context_.output.text("\nSummary\n\n" + summary_text() + "\nThe buses\n\n" + buses_text() +
-                         pcie_text());
+    context_.output.text("\nSummary\n\n");
+    context_.output.table(summary());
+    context_.output.text("\nThe buses\n\n" + buses_text() + pcie_text());
     context_.output.text(fmt::format(
         "\n{} steps: {} ok, {} failed, {} skipped, in {} of the board's time.\n", steps_.size(), ok,
         failures_.size(), skipped, seconds_text(context_.port.now_us())));

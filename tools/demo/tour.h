@@ -47,7 +47,7 @@ private:
         Json details;
     };
 
-    std::string summary_text() const;
+    Table summary() const;
     std::string buses_text() const;
     std::string pcie_text() const;
     Json steps_json() const;

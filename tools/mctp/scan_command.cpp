@@ -14,7 +14,7 @@ void run_scan(Context& context, std::optional<uint32_t> bus) {
         throw Failure(ExitStatus::kFailed,
                       "no endpoint is known on I2C bus " + std::to_string(*bus));
     }
-    context.output.text(survey_text(findings));
+    context.output.table(survey_table(findings));
     context.output.document(
         {{"board", context.port.board_name()}, {"endpoints", survey_json(findings)}});
     for (const Finding& found : findings) {

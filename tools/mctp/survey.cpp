@@ -107,7 +107,8 @@ std::vector<Finding> survey(const Port& port, Transport transport) {
     });
 }
 
-std::string survey_text(const std::vector<Finding>& findings, size_t indent) {
+Table survey_table(const std::vector<Finding>& findings) {
+    constexpr size_t kStatus = 5;
     Table table({{"ENDPOINT"}, {"WHERE"}, {"EID", true}, {"UUID"}, {"SPEAKS"}, {"STATUS"}});
     for (const Finding& found : findings) {
         table.add({found.endpoint.name, endpoint_location(found.endpoint),
@@ -115,8 +116,9 @@ std::string survey_text(const std::vector<Finding>& findings, size_t indent) {
                    found.uuid ? uuid_text(*found.uuid) : "-",
                    message_types_text(found.message_types.value_or(std::vector<uint8_t>{})),
                    found.failure ? "failed" : "ok"});
+        table.tint(kStatus, found.failure ? Tone::kBad : Tone::kGood);
     }
-    return table.text(indent);
+    return table;
 }
 
 Json survey_json(const std::vector<Finding>& findings) {

@@ -12,6 +12,7 @@
 #include "tools/shell/failure.h"
 #include "tools/shell/json.h"
 #include "tools/shell/port.h"
+#include "tools/shell/text.h"
 
 namespace tool {
 
@@ -36,7 +37,7 @@ std::vector<Finding> survey_bus(const Port& port, uint32_t bus);
 std::vector<Finding> survey(const Port& port, Transport transport);
 
 /// The findings as a table for people, each line behind some blanks.
-std::string survey_text(const std::vector<Finding>& findings, size_t indent = 0);
+Table survey_table(const std::vector<Finding>& findings);
 
 Json survey_json(const std::vector<Finding>& findings);
 

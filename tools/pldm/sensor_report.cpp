@@ -21,6 +21,14 @@ const char* kind_of(const Sensor& sensor) {
     return sensor.numeric ? "numeric" : "state";
 }
 
+/// How grave a state is, by its name in DSP0248 or in the state set Health State (DSP0249).
+Tone tone_of_state(std::string_view name) {
+    if (name.ends_with("Warning") || name.ends_with("Non-Critical")) {
+        return Tone::kWarning;
+    }
+    return name.ends_with("Critical") || name.ends_with("Fatal") ? Tone::kBad : Tone::kPlain;
+}
+
 /// The name that the board gives to a sensor; empty for none.
 std::string board_name(const Endpoint& endpoint, const Sensor& sensor) {
     for (const Sensor& described : endpoint.sensors) {
@@ -101,6 +109,16 @@ public:
                         .failures = {}};
 
 private:
+    static constexpr size_t kReadingColumn = 5;
+    static constexpr size_t kThresholdsColumn = 7;
+    static constexpr size_t kStateColumn = 8;
+    static constexpr uint16_t kHealthStateSet = 1;
+
+    void tint_operational_state(uint8_t state) {
+        report.table.tint(kStateColumn,
+                          operational_state_name(state) == "failed" ? Tone::kBad : Tone::kPlain);
+    }
+
     void add_row(const Sensor& sensor, const std::string& id, std::vector<std::string> read) {
         std::vector<std::string> row{id, or_dash(sensor.name), or_dash(sensor.entity),
                                      kind_of(sensor)};
@@ -110,6 +128,7 @@ private:
 
     void add_failed(const Sensor& sensor, const char* state, const Failure& failure) {
         add_row(sensor, std::to_string(sensor.id), {"-", "-", "-", "-", state});
+        report.table.tint(kStateColumn, Tone::kBad);
         report.list.push_back({{"sensor_id", sensor.id},
                                {"sensor_type", kind_of(sensor)},
                                {"name", sensor.name},
@@ -124,6 +143,11 @@ private:
             sensor, std::to_string(sensor.id),
             {raw, value_text(sensor, reading), or_dash(sensor.unit),
              threshold_text(sensor, reading), operational_state_name(reading.operational_state)});
+        if (reading.enabled()) {
+            report.table.tint(kThresholdsColumn,
+                              tone_of_state(numeric_state_name(reading.present_state)));
+        }
+        tint_operational_state(reading.operational_state);
         Json json = numeric_json(sensor, reading);
         if (known.record) {
             add_record(*known.record, sensor, json);
@@ -147,6 +171,12 @@ private:
                      enabled ? present_state(sensor, i, states[i].present_state) : "-",
                      i < sensor.state_sets.size() ? state_set_name(sensor.state_sets[i]) : "-", "-",
                      operational_state_name(states[i].sensor_operational_state)});
+            if (enabled && i < sensor.state_sets.size() &&
+                sensor.state_sets[i] == kHealthStateSet) {
+                report.table.tint(kReadingColumn,
+                                  tone_of_state(present_state(sensor, i, states[i].present_state)));
+            }
+            tint_operational_state(states[i].sensor_operational_state);
         }
         if (states.empty()) {
             add_row(sensor, std::to_string(sensor.id), {"-", "-", "-", "-", "no composite sensor"});

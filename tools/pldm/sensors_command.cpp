@@ -67,7 +67,7 @@ void pause(Port& port, const Watch& watch) {
 
 void show_once(Context& context, Session& session, const SensorList& list) {
     const SensorReport report = read_sensors(session, list.sensors);
-    context.output.text(report.table.text());
+    context.output.table(report.table);
     context.output.document({{"endpoint", session.endpoint().name}, {"sensors", report.list}});
     for (const Failure& failure : report.failures) {
         context.report(failure);
@@ -80,8 +80,8 @@ void watch_sensors(Context& context, Session& session, const SensorList& list, c
     for (uint32_t done = 0; !InterruptGuard::pending() && !context.output.broken();) {
         const uint64_t time = context.port.now_us();
         const SensorReport report = read_sensors(session, list.sensors);
-        context.output.text(fmt::format("{}{}\n{}", done == 0 ? "" : "\n", seconds_text(time),
-                                        report.table.text()));
+        context.output.text(fmt::format("{}{}\n", done == 0 ? "" : "\n", seconds_text(time)));
+        context.output.table(report.table);
         context.output.document({{"endpoint", session.endpoint().name},
                                  {"virtual_time_us", time},
                                  {"sensors", report.list}});

@@ -15,9 +15,30 @@ namespace tool {
 namespace {
 
 constexpr const char* kFooter =
-    "Before or behind the command: --board FILE, --json, --capture FILE, --timeout SECONDS, --verbose,\n"
+    "Before or behind the command: --board FILE, --json, --capture FILE, --timeout SECONDS,\n"
+    "--color auto|always|never, --verbose,\n"
     "--strict, --lax\n"
     "Exit status: 0 done, 1 device or transport failed, 2 wrong usage, 3 an input file is bad";
+
+/// What add_choice() does, whatever the value goes into.
+template <typename Value>
+CLI::Option& put_choice(CLI::App& app, const std::string& name, Value& value, Choices choices,
+                        const char* help) {
+    std::string words;
+    for (const auto& [word, number] : choices) {
+        words += (words.empty() ? "" : "|") + std::string(word);
+    }
+    const auto choose = [name, words, &value, choices = std::move(choices)](const std::string& in) {
+        for (const auto& [word, number] : choices) {
+            if (in == word) {
+                value = number;
+                return;
+            }
+        }
+        throw CLI::ValidationError(name, in + " is none of " + words);
+    };
+    return *app.add_option_function<std::string>(name, choose, help)->type_name(words);
+}
 
 void add_options(CLI::App& app, CommandLine& line, bool& lax) {
     app.add_option("--board", line.board,
@@ -37,6 +58,11 @@ void add_options(CLI::App& app, CommandLine& line, bool& lax) {
                            "end, as failed, what has not ended after so many seconds"))
         .type_name("SECONDS")
         .range(TimeLimit::kLeast, TimeLimit::kMost);
+    put_choice(app, "--color", line.colours,
+               {{"auto", static_cast<uint8_t>(Output::Colours::kAuto)},
+                {"always", static_cast<uint8_t>(Output::Colours::kAlways)},
+                {"never", static_cast<uint8_t>(Output::Colours::kNever)}},
+               "colours in tables (default: auto, on a terminal and without NO_COLOR)");
     app.add_flag("--verbose", line.verbose,
                  "every packet, and the library's own dumps and log, on standard error");
     const std::string standing = Port::is_strict() ? "--strict" : "--lax";
@@ -66,26 +92,6 @@ std::string usage_error(const CLI::App& app, const CLI::App& inner, const CLI::P
     // The word that stands where the command should is the first of the left-over ones.
     const std::vector<std::string> left = app.remaining(true);
     return left.empty() ? "a command is required" : left.front() + ": no such command";
-}
-
-/// What add_choice() does, whatever the value goes into.
-template <typename Value>
-CLI::Option& put_choice(CLI::App& app, const std::string& name, Value& value, Choices choices,
-                        const char* help) {
-    std::string words;
-    for (const auto& [word, number] : choices) {
-        words += (words.empty() ? "" : "|") + std::string(word);
-    }
-    const auto choose = [name, words, &value, choices = std::move(choices)](const std::string& in) {
-        for (const auto& [word, number] : choices) {
-            if (in == word) {
-                value = number;
-                return;
-            }
-        }
-        throw CLI::ValidationError(name, in + " is none of " + words);
-    };
-    return *app.add_option_function<std::string>(name, choose, help)->type_name(words);
 }
 
 }  // namespace

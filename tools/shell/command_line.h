@@ -18,6 +18,7 @@ struct CommandLine {
     std::string capture;              ///< --capture; empty for none
     std::vector<std::string> faults;  ///< --fault: ENDPOINT=KIND, or a fault in JSON behind the =
     std::optional<double> timeout;    ///< --timeout: seconds
+    uint8_t colours = 0;              ///< --color: an Output::Colours
     bool json = false;
     bool verbose = false;
     bool strict = false;  ///< --strict, or what the platform has without --lax

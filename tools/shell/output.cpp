@@ -79,10 +79,23 @@ void Output::show_library_output() {
     library_.show();
 }
 
-bool Output::is_terminal() const {
+/// Whether standard output is a terminal that obeys escape sequences.
+bool Output::is_screen() const {
     const char* kind = std::getenv("TERM");
     const bool can_draw = kind == nullptr || std::string_view(kind) != "dumb";
-    return can_draw && !library_.shown() && stream_ != nullptr && isatty(fileno(stream_)) != 0;
+    return can_draw && stream_ != nullptr && isatty(fileno(stream_)) != 0;
+}
+
+bool Output::is_terminal() const {
+    return is_screen() && !library_.shown();
+}
+
+bool Output::has_colours() const {
+    if (colours_ != Colours::kAuto) {
+        return colours_ == Colours::kAlways;
+    }
+    const char* unwanted = std::getenv("NO_COLOR");
+    return is_screen() && (unwanted == nullptr || *unwanted == '\0');
 }
 
 size_t Output::columns() const {
@@ -95,6 +108,12 @@ size_t Output::columns() const {
 void Output::text(std::string_view text) {
     if (!json_) {
         plain(printable_lines(text));
+    }
+}
+
+void Output::table(const Table& table, size_t indent) {
+    if (!json_) {
+        plain(table.text(indent, has_colours()));
     }
 }
 

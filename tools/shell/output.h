@@ -3,6 +3,7 @@
 #ifndef SIDEBAND_TOOLS_SHELL_OUTPUT_H
 #define SIDEBAND_TOOLS_SHELL_OUTPUT_H
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -10,6 +11,7 @@
 #include "tools/shell/failure.h"
 #include "tools/shell/json.h"
 #include "tools/shell/library_output.h"
+#include "tools/shell/text.h"
 
 namespace tool {
 
@@ -32,6 +34,14 @@ public:
 
     bool json() const { return json_; }
 
+    /// When tones of a table are shown as colours.
+    enum class Colours : uint8_t {
+        kAuto,  ///< on a terminal that can, unless NO_COLOR is set to something (no-color.org)
+        kAlways,
+        kNever,
+    };
+    void set_colours(Colours when) { colours_ = when; }
+
     /// Whether standard output is a terminal on which a line can be drawn anew. Not while the
     /// library's own output goes to the same screen.
     bool is_terminal() const;
@@ -40,6 +50,9 @@ public:
 
     /// Text for people; swallowed if JSON is wanted.
     void text(std::string_view text);
+
+    /// A table for people, with its colours where they are wanted.
+    void table(const Table& table, size_t indent = 0);
 
     /// A line of the terminal in the place of the one that stands there; see is_terminal().
     void redraw(std::string_view line);
@@ -69,11 +82,15 @@ public:
     bool finish();
 
 private:
+    bool is_screen() const;
+    bool has_colours() const;
+
     FILE* stream_ = nullptr;
     bool json_ = false;
     LibraryOutput library_;
     bool document_printed_ = false;
     int indent_ = 2;
+    Colours colours_ = Colours::kAuto;
 };
 
 /// A failure as a JSON object: message, and endpoint, operation and the device's code if known.

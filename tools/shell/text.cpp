@@ -94,6 +94,23 @@ bool is_control(std::string_view character) {
     return is_in(character[0], 0xC2, 0xC2) && is_in(character[1], kC1First, kC1Last);
 }
 
+/// A text between the escape sequences of a colour (ECMA-48, SGR) and of its end.
+std::string coloured(const std::string& text, Tone tone) {
+    const auto code = [tone] {
+        switch (tone) {
+            case Tone::kGood:
+                return "32";  // green
+            case Tone::kWarning:
+                return "33";  // yellow
+            case Tone::kBad:
+                return "31";  // red
+            default:
+                return "2";  // faint
+        }
+    };
+    return tone == Tone::kPlain ? text : fmt::format("\x1b[{}m{}\x1b[0m", code(), text);
+}
+
 }  // namespace
 
 std::string hex(std::span<const uint8_t> bytes) {
@@ -254,7 +271,11 @@ void Table::add(std::vector<std::string> row) {
     rows_.push_back(std::move(row));
 }
 
-std::string Table::text(size_t indent) const {
+void Table::tint(size_t column, Tone tone) {
+    tones_[{rows_.size() - 1, column}] = tone;
+}
+
+std::string Table::text(size_t indent, bool colours) const {
     std::vector<std::vector<std::string>> lines(1);
     std::vector<size_t> widths;
     for (const Column& column : columns_) {
@@ -268,11 +289,16 @@ std::string Table::text(size_t indent) const {
         }
     }
     std::string text;
-    for (const std::vector<std::string>& line : lines) {
+    for (size_t row = 0; row < lines.size(); ++row) {
+        const std::vector<std::string>& line = lines[row];
         std::string shown(indent, ' ');
         for (size_t i = 0; i < line.size(); ++i) {
             const std::string room(widths[i] - width(line[i]), ' ');
-            shown += columns_[i].right ? room + line[i] : line[i] + room;
+            // The titles stand above the first row.
+            const auto tone = colours && row > 0 ? tones_.find({row - 1, i}) : tones_.end();
+            const std::string cell =
+                tone == tones_.end() ? line[i] : coloured(line[i], tone->second);
+            shown += columns_[i].right ? room + cell : cell + room;
             shown += "  ";
         }
         shown.erase(shown.find_last_not_of(' ') + 1);

@@ -4,10 +4,12 @@
 #define SIDEBAND_TOOLS_SHELL_TEXT_H
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tool {
@@ -54,6 +56,9 @@ std::string valid_utf8(std::string_view text);
 /// UTF-16 as UTF-8. What is no character becomes a question mark.
 std::string utf16_text(std::span<const uint8_t> bytes, bool big_endian);
 
+/// What a cell tells at a glance, where there are colours.
+enum class Tone : uint8_t { kPlain, kGood, kWarning, kBad, kFaint };
+
 /// Rows in aligned columns, two blanks apart, under their titles. What a cell or a title holds is
 /// made printable here, so that nothing in it can leave its place.
 class Table {
@@ -65,12 +70,16 @@ public:
 
     explicit Table(std::vector<Column> columns);
     void add(std::vector<std::string> row);
-    /// @param indent  blanks before each line
-    std::string text(size_t indent = 0) const;
+    /// Gives a cell of the last row a tone.
+    void tint(size_t column, Tone tone);
+    /// @param indent   blanks before each line
+    /// @param colours  whether tones become escape sequences, which nothing may make printable
+    std::string text(size_t indent = 0, bool colours = false) const;
 
 private:
     std::vector<Column> columns_;
     std::vector<std::vector<std::string>> rows_;
+    std::map<std::pair<size_t, size_t>, Tone> tones_;  ///< by row and column
 };
 
 }  // namespace tool

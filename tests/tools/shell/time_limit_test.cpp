@@ -130,7 +130,12 @@ TEST(TimeLimit, EndsACommandInItsMiddle) {
         expect_line(run);
         const Outcome document = run_tool(with(one.command, {"--json", "--timeout", one.limit}));
         expect_line(document);
-        EXPECT_EQ(first_error(one_document(document.out))["cause"], "deadline") << document.out;
+        const Json printed = one_document(document.out);
+        if (one.command[1] == "pdr") {  // the records that came; the line tells of the rest
+            EXPECT_GT(printed["records"].size(), 0U);
+        } else {
+            EXPECT_EQ(first_error(printed)["cause"], "deadline") << document.out;
+        }
     }
 }
 
