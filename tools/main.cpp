@@ -7,6 +7,7 @@
 
 #include "tools/rooms.h"
 #include "tools/shell/command_line.h"
+#include "tools/shell/completion.h"
 #include "tools/shell/interrupt.h"
 #include "tools/shell/session.h"
 #include "tools/shell/text.h"
@@ -90,6 +91,10 @@ ExitStatus execute(Output& output, const CommandLine& line) {
 ExitStatus run_command_line(int argc, char** argv, Output& output) {
     CommandLine line;
     try {
+        if (const std::string text = hidden_command(argc, argv, rooms()); !text.empty()) {
+            output.plain(text);
+            return ExitStatus::kDone;
+        }
         parse_command_line(argc, argv, rooms(), line);
         if (!line.text.empty()) {
             output.plain(line.text);

@@ -10,7 +10,7 @@ void add_batch_commands(const Commands& commands) {
     const auto [batch, wish] = commands.add<BatchWish>(
         commands.top(), "batch", "commands from a file, one a line, on one board",
         [](Context& c, const BatchWish& w) { run_batch(c, w); });
-    batch.add_option("FILE", wish.file, "the commands; - for standard input").required();
+    batch.add_option("FILE", wish.file, "the commands; - for standard input").required().file();
     batch.add_flag("--keep-going", wish.keep_going, "go on behind a command that fails");
 }
 

@@ -21,7 +21,7 @@ void add_board_commands(const Commands& commands) {
     const auto [check, arguments] = commands.add<CheckArguments>(
         board, "check", "whether a board file is right; no device is asked",
         [](Context& c, const CheckArguments& a) { run_board_check(c, a.file); });
-    check.add_option("FILE", arguments.file, "a board file").required();
+    check.add_option("FILE", arguments.file, "a board file").required().file();
     commands.add(board, "dump", "the board as a board file", run_board_dump);
 }
 

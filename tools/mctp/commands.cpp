@@ -20,7 +20,9 @@ void add_raw(const Commands& commands) {
     const auto [raw, arguments] = commands.add<RawArguments>(
         commands.top(), "raw", "one message body out, the answer in hex",
         [](Context& c, const RawArguments& a) { run_raw(c, a.endpoint, a.type, a.pieces); });
-    raw.add_option("TYPE", arguments.type, "control, pldm, ncsi, nvme-mi, or a number").required();
+    raw.add_option("TYPE", arguments.type, "control, pldm, ncsi, nvme-mi, or a number")
+        .required()
+        .suggest("control|pldm|ncsi|nvme-mi");
     raw.add_option("HEX", arguments.pieces, "the message without its type byte").required();
 }
 

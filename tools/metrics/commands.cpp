@@ -10,8 +10,9 @@ void add_metrics_commands(const Commands& commands) {
     const auto [metrics, wish] = commands.add<MetricsWish>(
         commands.top(), "metrics", "sensors, health, links and versions for Prometheus",
         [](Context& c, const MetricsWish& w) { run_metrics(c, w); });
-    metrics.add_option("ENDPOINT", wish.endpoints,
-                       "of these alone, each named as with other commands");
+    metrics
+        .add_option("ENDPOINT", wish.endpoints, "of these alone, each named as with other commands")
+        .endpoint();
     metrics
         .add_option("--listen", wish.listen,
                     "serve them over HTTP until interrupted, e.g. on 127.0.0.1:9823")

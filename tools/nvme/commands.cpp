@@ -225,7 +225,8 @@ void add_firmware(Command nvme, const Commands& commands) {
                                             "downloads a firmware image", run_nvme_fw_download);
     NvmeFirmwareWish& wish = download.arguments.wish;
     download.command.add_option("IMAGE", wish.path, "the image file; must be writable too")
-        .required();
+        .required()
+        .file();
     download.command.add_option("--chunk-size", wish.chunk_size, "bytes in a piece (default: 4096)")
         .type_name("N")
         .range(4, NVME_ADMIN_DATA_MAX);

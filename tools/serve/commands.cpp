@@ -14,7 +14,8 @@ void add_serve_commands(const Commands& commands) {
         commands.top(), "serve", "the board as a device for other software, until interrupted",
         [](Context& c, const ServeWish& w) { w.i2c ? run_serve_buses(c, w) : run_serve(c, w); });
     serve.add_option("--tty", wish.tty, "a serial line (default: a new pseudo-terminal)")
-        .type_name("PATH");
+        .type_name("PATH")
+        .file();
     serve.add_option("--eid", wish.eid, "of the bridge; the endpoints' follow it (default: 8)")
         .type_name("N")
         .range(8, 254);

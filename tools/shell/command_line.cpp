@@ -8,12 +8,25 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "tools/shell/command_tree.h"
 #include "tools/shell/commands.h"
 #include "tools/shell/time_limit.h"
 
 namespace tool {
 namespace {
 
+// What a shell may offer for a value is kept as the name of a check that lets everything through.
+constexpr const char* kFiles = "file";
+constexpr const char* kEndpoints = "endpoint";
+constexpr const char* kEndpointsBeforeEquals = "endpoint=";
+constexpr std::string_view kWords = "words:";
+
+void mark(CLI::Option& option, const std::string& offer) {
+    option.check(CLI::Validator([](const std::string&) { return std::string(); }, "", offer));
+}
+
+constexpr const char* kDescription =
+    "Talks to the devices of a server over MCTP: discovery, PLDM, NC-SI, NVMe-MI.";
 constexpr const char* kFooter =
     "Before or behind the command: --board FILE, --json, --capture FILE, --timeout SECONDS,\n"
     "--color auto|always|never, --verbose,\n"
@@ -44,15 +57,18 @@ void add_options(CLI::App& app, CommandLine& line, bool& lax) {
     app.add_option("--board", line.board,
                    "the board's description (default: " + std::string(Port::own_board()) + ")")
         ->type_name("FILE");
+    mark(*app.get_option("--board"), kFiles);
     app.add_flag("--json", line.json, "one JSON document on standard output, nothing else");
     app.add_option("--capture", line.capture, "write what passes over the buses as pcapng")
         ->type_name("FILE");
+    mark(*app.get_option("--capture"), kFiles);
     if (Port::is_simulated()) {
         // One value each time: else the command behind it would be a second one.
         app.add_option("--fault", line.faults, "make a device misbehave, e.g. nic0=no_ack")
             ->type_name("ENDPOINT=KIND")
             ->expected(1)
             ->take_all();
+        mark(*app.get_option("--fault"), kEndpointsBeforeEquals);
     }
     Option(*app.add_option("--timeout", line.timeout,
                            "end, as failed, what has not ended after so many seconds"))
@@ -72,6 +88,87 @@ void add_options(CLI::App& app, CommandLine& line, bool& lax) {
     app.add_flag("--lax", lax, "put up with what deployed devices get wrong")->excludes(strict);
     app.set_version_flag("--version", std::string(Port::program_name()) + " " + SIDEBAND_VERSION);
     app.footer(kFooter);
+}
+
+/// All that can stand on the command line.
+void add_all(CLI::App& app, std::span<const AddCommands> rooms, CommandLine& line, bool& lax) {
+    app.fallthrough();
+    app.require_subcommand(1);
+    add_options(app, line, lax);
+    const Commands commands(Command(app), line);
+    for (const AddCommands add_commands : rooms) {
+        add_commands(commands);
+    }
+}
+
+/// The words of a list that has | between them; of one word none.
+std::vector<std::string> alternatives(const std::string& list) {
+    std::vector<std::string> words = CLI::detail::split(list, '|');
+    if (words.size() < 2) {
+        words.clear();
+    }
+    return words;
+}
+
+/// What mark() has noted of an option. What checks have to say of its value is cut off there.
+void read_marks(CLI::Option& option, OptionNode& node) {
+    try {
+        for (int i = 0;; ++i) {
+            const CLI::Validator& check = *option.get_validator(i);
+            const std::string said = check.get_description();
+            if (const size_t at = node.value.rfind(":" + said); !said.empty() && at > 0) {
+                node.value.resize(std::min(at, node.value.size()));
+            }
+            const std::string& name = check.get_name();
+            if (name == kFiles) {
+                node.offer = OptionNode::Offer::kFiles;
+            } else if (name == kEndpoints) {
+                node.offer = OptionNode::Offer::kEndpoints;
+            } else if (name == kEndpointsBeforeEquals) {
+                node.offer = OptionNode::Offer::kEndpointsBeforeEquals;
+            } else if (name.starts_with(kWords)) {
+                node.words = alternatives(name.substr(kWords.size()));
+            }
+        }
+    } catch (const CLI::OptionNotFound&) {  // there are no more
+    }
+}
+
+OptionNode node_of(CLI::Option& option) {
+    OptionNode node;
+    node.argument = option.get_positional();
+    if (node.argument) {
+        node.names = {option.get_single_name()};
+    } else {
+        for (const std::string& name : option.get_lnames()) {
+            node.names.push_back("--" + name);
+        }
+        for (const std::string& name : option.get_snames()) {
+            node.names.push_back("-" + name);
+        }
+    }
+    node.takes_value = option.get_items_expected_max() > 0;
+    node.many = option.get_items_expected_max() > 1;
+    node.again = option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
+    node.value = node.takes_value ? option.get_type_name() : "";
+    node.help = option.get_description();
+    read_marks(option, node);
+    if (node.words.empty()) {
+        node.words = alternatives(node.value);
+    }
+    return node;
+}
+
+CommandNode node_of(CLI::App& app) {
+    CommandNode node{
+        .name = app.get_name(), .help = app.get_description(), .options = {}, .commands = {}};
+    for (CLI::Option* option : app.get_options(nullptr)) {
+        node.options.push_back(node_of(*option));
+    }
+    for (CLI::App* command : app.get_subcommands(nullptr)) {
+        node.commands.push_back(node_of(*command));
+    }
+    return node;
 }
 
 /// The innermost command that the command line has named, and the words that lead to it.
@@ -127,6 +224,21 @@ const Option& Option::range(double least, double most) const {
 
 const Option& Option::one_of(const std::vector<unsigned>& values) const {
     option_->check(CLI::IsMember(values));
+    return *this;
+}
+
+const Option& Option::file() const {
+    mark(*option_, kFiles);
+    return *this;
+}
+
+const Option& Option::endpoint() const {
+    mark(*option_, kEndpoints);
+    return *this;
+}
+
+const Option& Option::suggest(const std::string& words) const {
+    mark(*option_, std::string(kWords) + words);
     return *this;
 }
 
@@ -202,18 +314,19 @@ Command Commands::add_command(Command above, const char* name, const char* help,
     return Command(*command);
 }
 
+CommandNode command_tree(std::span<const AddCommands> rooms) {
+    CLI::App app(kDescription, std::string(Port::program_name()));
+    CommandLine line;
+    bool lax = false;
+    add_all(app, rooms, line, lax);
+    return node_of(app);
+}
+
 void parse_command_line(int argc, char** argv, std::span<const AddCommands> rooms,
                         CommandLine& line) {
-    CLI::App app{"Talks to the devices of a server over MCTP: discovery, PLDM, NC-SI, NVMe-MI.",
-                 std::string(Port::program_name())};
-    app.fallthrough();
-    app.require_subcommand(1);
+    CLI::App app(kDescription, std::string(Port::program_name()));
     bool lax = false;
-    add_options(app, line, lax);
-    const Commands commands(Command(app), line);
-    for (const AddCommands add_commands : rooms) {
-        add_commands(commands);
-    }
+    add_all(app, rooms, line, lax);
     try {
         app.parse(argc, argv);
         line.strict |= Port::is_strict() && !lax;

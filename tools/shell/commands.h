@@ -36,6 +36,12 @@ public:
     const Option& range(unsigned least, unsigned most) const;
     const Option& range(double least, double most) const;
     const Option& one_of(const std::vector<unsigned>& values) const;
+    /// What a shell may offer for its value: files, endpoints of the board, or some words. The
+    /// words of add_choice(), and those that stand in type_name() with | between them, it offers
+    /// anyway.
+    const Option& file() const;
+    const Option& endpoint() const;
+    const Option& suggest(const std::string& words) const;
     const Option& needs(const Option& other) const;
     const Option& excludes(const Option& other) const;
 
@@ -103,7 +109,9 @@ public:
             above, name, help,
             [arguments, run = std::move(run)](Context& context) { run(context, *arguments); });
         if constexpr (std::derived_from<Arguments, EndpointArguments>) {
-            command.add_option("ENDPOINT", arguments->endpoint, kEndpointHelp).required();
+            command.add_option("ENDPOINT", arguments->endpoint, kEndpointHelp)
+                .required()
+                .endpoint();
         }
         return {command, *arguments};
     }

@@ -25,7 +25,7 @@ void add_update(Command pldm, const Commands& commands) {
             run_pldm_fw_update(c, a.endpoint, a.package, a.wish);
         });
     UpdateWish& wish = arguments.wish;
-    update.add_option("PACKAGE", arguments.package, kPackageHelp).required();
+    update.add_option("PACKAGE", arguments.package, kPackageHelp).required().file();
     const Option query =
         update.add_flag("--query", wish.query, "show the versions, change nothing");
     update
@@ -43,12 +43,14 @@ void add_create(Command pkg, const Commands& commands) {
     const auto [create, recipe] = commands.add<PackageRecipe>(
         pkg, "create", "makes a package of a description and images",
         [](Context& c, const PackageRecipe& r) { run_pkg_create(c, r); });
-    create.add_option("OUT", recipe.package, "the file to make").required();
+    create.add_option("OUT", recipe.package, "the file to make").required().file();
     create.add_option("--metadata", recipe.metadata, "what it is for, in JSON")
         .type_name("FILE")
-        .required();
+        .required()
+        .file();
     create.add_option("--image", recipe.images, "images of the components, in their order")
-        .type_name("FILE");
+        .type_name("FILE")
+        .file();
 }
 
 }  // namespace
@@ -61,7 +63,7 @@ void add_update_commands(const Commands& commands) {
     const auto [show, arguments] = commands.add<PackageArguments>(
         pkg, "show", "what a package holds; no device is asked",
         [](Context& c, const PackageArguments& a) { run_pkg_show(c, a.package); });
-    show.add_option("PACKAGE", arguments.package, kPackageHelp).required();
+    show.add_option("PACKAGE", arguments.package, kPackageHelp).required().file();
     add_create(pkg, commands);
 }
 
