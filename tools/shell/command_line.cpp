@@ -118,6 +118,7 @@ void read_marks(CLI::Option& option, OptionNode& node) {
             const std::string said = check.get_description();
             if (const size_t at = node.value.rfind(":" + said); !said.empty() && at > 0) {
                 node.value.resize(std::min(at, node.value.size()));
+                node.limits = said;
             }
             const std::string& name = check.get_name();
             if (name == kFiles) {
@@ -137,6 +138,7 @@ void read_marks(CLI::Option& option, OptionNode& node) {
 OptionNode node_of(CLI::Option& option) {
     OptionNode node;
     node.argument = option.get_positional();
+    node.required = option.get_required();
     if (node.argument) {
         node.names = {option.get_single_name()};
     } else {

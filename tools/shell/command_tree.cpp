@@ -9,9 +9,11 @@ Json tree_json(const CommandNode& node) {
     for (const OptionNode& option : node.options) {
         options.push_back(Json{{"names", option.names},
                                {"argument", option.argument},
+                               {"required", option.required},
                                {"takes_value", option.takes_value},
                                {"many", option.many},
                                {"value", option.value},
+                               {"limits", option.limits},
                                {"help", option.help}});
     }
     Json commands = Json::array();

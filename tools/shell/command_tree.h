@@ -24,10 +24,12 @@ struct OptionNode {
 
     std::vector<std::string> names;  ///< with their hyphens; of an argument one, without
     bool argument = false;
+    bool required = false;
     bool takes_value = false;
     bool many = false;               ///< values that follow one another
     bool again = false;              ///< may be given more than once
     std::string value;               ///< as help shows it
+    std::string limits;              ///< what is checked of it: "INT in [0 - 255]"
     std::vector<std::string> words;  ///< that the value may be
     Offer offer = Offer::kNothing;
     std::string help;
