@@ -99,7 +99,10 @@ def main():
                   if shutil.which(words[0])]
     for name in {"groff", "man"} - {words[0] for words in formatters}:
         print(f"skipped: {name} is not installed")
+    version = subprocess.run([tools[0], "--version"], check=True, capture_output=True, text=True).stdout.split()[1]
     for page in pages:
+        if f'"sideband {version}"' not in page.read_text():
+            complaints.append(f"{page.name}: is not of version {version}")
         for words in formatters:
             complaints += [f"{page.name}: {line}" for line in said_by(*words, str(page))]
     for complaint in complaints:
