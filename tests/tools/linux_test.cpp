@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of the tool on the platform library for a Linux machine, whose kernel has no MCTP here.
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 
@@ -30,8 +31,14 @@ const std::string kNoI2c = "no such bus: /none/i2c-3 is not there";
 class LinuxTool : public ::testing::Test {
 protected:
     /// Whatever the machine has, the tool's kernel has no MCTP; and locks are the test's own.
-    static void SetUpTestSuite() {
-        setenv("LD_PRELOAD", std::getenv("SIDEBAND_NO_MCTP"), 1);
+    static void SetUpTestSuite() { set_up("SIDEBAND_NO_MCTP"); }
+    static void TearDownTestSuite() {
+        std::filesystem::remove_all(std::getenv("SIDEBAND_RUN_FOLDER"));
+    }
+
+    /// @param kernel  the variable that names what is put between the tool and the machine's kernel
+    static void set_up(const char* kernel) {
+        setenv("LD_PRELOAD", std::getenv(kernel), 1);
         const char* const before = std::getenv("ASAN_OPTIONS");
         const std::string options =
             std::string(before != nullptr ? before : "") + ":verify_asan_link_order=0";
@@ -39,9 +46,7 @@ protected:
         std::string folder = ::testing::TempDir() + "sideband-run-XXXXXX";
         setenv("SIDEBAND_RUN_FOLDER", mkdtemp(folder.data()), 1);
     }
-    static void TearDownTestSuite() {
-        std::filesystem::remove_all(std::getenv("SIDEBAND_RUN_FOLDER"));
-    }
+
     TemporaryFile board_{kBoard};
 };
 
@@ -159,6 +164,65 @@ TEST_F(LinuxTool, TellsWhatIsWrongWithABoardFile) {
                            "nett: no such key; did you mean net?\n");
     expect_error(run_tool({"--board", "/none", "scan"}), 3,
                  "sideband: scan: /none: No such file or directory");
+}
+
+/// The kernel has MCTP, and nobody answers.
+class SilentMctp : public LinuxTool {
+protected:
+    static void SetUpTestSuite() { set_up("SIDEBAND_SILENT_MCTP"); }
+};
+
+double seconds_of(const Strings& arguments, Outcome& run) {
+    const auto begin = std::chrono::steady_clock::now();
+    run = run_tool(arguments);
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+TEST_F(SilentMctp, IsNotWaitedForBeyondTheTimeLimit) {
+    // Longer than any machine needs to start the tool, which ends by itself after this.
+    const TemporaryFile patient(R"({"name": "rack7", "devices": [
+        {"name": "nic0", "mctp": {"net": 1, "eid": 9}, "read_timeout_ms": 60000},
+        {"name": "nic1", "mctp": {"net": 1, "eid": 10}, "read_timeout_ms": 60000}]})");
+    for (const Strings& command : {Strings{"mctp", "eid", "nic0"},
+                                   {"mctp", "uuid", "nic0"},
+                                   {"pldm", "sensors", "nic0"},
+                                   {"raw", "nic0", "pldm", "800002"},
+                                   {"nvme", "health", "nic0"},
+                                   {"scan"},
+                                   {"metrics"}}) {
+        SCOPED_TRACE(tool::Json(command).dump());
+        Strings arguments{"--board", patient.path(), "--timeout", "0.7"};
+        arguments.insert(arguments.end(), command.begin(), command.end());
+        Outcome run;
+        const double taken = seconds_of(arguments, run);
+        EXPECT_GE(taken, 0.6);
+        EXPECT_LT(taken, 30);
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << run.err;
+        EXPECT_TRUE(contains(run.err, "the time limit has passed")) << run.err;
+    }
+    const tool::Json error = one_document(
+        run_tool({"--board", patient.path(), "--json", "--timeout", "0.2", "mctp", "eid", "nic0"})
+            .out)["error"];
+    EXPECT_EQ(error["cause"], "deadline") << error.dump();
+}
+
+TEST_F(SilentMctp, TellsTheTimeoutOfTheWaitWithoutALimit) {
+    const TemporaryFile board(R"({"name": "rack7", "devices": [
+        {"name": "nic0", "mctp": {"net": 1, "eid": 9}, "read_timeout_ms": 100}]})");
+    expect_error(run_tool({"--board", board.path(), "--timeout", "60", "mctp", "eid", "nic0"}), 1,
+                 "sideband: mctp eid: nic0: Get Endpoint ID failed: no answer");
+}
+
+/// Names come from the board file alone: nobody is asked, nor the kernel.
+TEST_F(LinuxTool, CompletesTheNamesOfItsBoard) {
+    const Outcome named = run_tool({"__complete", "--board", board_.path(), "mctp", "eid", ""});
+    EXPECT_EQ(named.out, "words\nnic0\tmctp:1,9\ngpu0\ti2c:3:0x9e\n");
+    EXPECT_EQ(named.err, "");
+    const Outcome none = run_tool({"__complete", "--board", "/none", "mctp", "eid", ""});
+    EXPECT_EQ(none.out, "words\n");
+    EXPECT_EQ(none.err, "");
+    EXPECT_FALSE(contains(run_tool({"__complete", ""}).out, "demo"));
 }
 
 }  // namespace
