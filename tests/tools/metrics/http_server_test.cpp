@@ -163,6 +163,27 @@ TEST_F(MetricsServer, ASignalDoesNotWaitForASlowClient) {
     EXPECT_EQ(tool().end(SIGTERM).status, 0);
 }
 
+/// One and a half times what a scrape takes: two of them would not have the time together.
+TEST_F(OwnBoard, EachScrapeHasTheTimeLimitAnew) {
+    const std::string once = run({"metrics", "dev0"}).out;
+    const std::string figure = "scrape_duration_seconds{endpoint=\"dev0\"} ";
+    const size_t at = once.find(figure);
+    ASSERT_NE(at, std::string::npos) << once;
+    const double seconds = std::strtod(once.c_str() + at + figure.size(), nullptr);
+    ASSERT_GT(seconds, 0.01);
+    RunningTool tool({"metrics", "dev0", "--listen", "127.0.0.1:0", "--board", board_.path(),
+                      "--timeout", std::to_string(seconds * 1.5)});
+    const std::string printed = tool.printed_until("/metrics\n");
+    const auto port = static_cast<uint16_t>(std::atoi(printed.c_str() + printed.rfind(':') + 1));
+    for (int i = 0; i < 3; ++i) {
+        const Connection client(port);
+        EXPECT_TRUE(client.say(kGet));
+        const std::string heard = client.heard();
+        EXPECT_TRUE(contains(heard, "scrape_errors{endpoint=\"dev0\"} 0\n")) << heard;
+    }
+    EXPECT_EQ(tool.end(SIGTERM).status, 0);
+}
+
 TEST_F(MetricsServer, SecondOnTheSameAddressSaysSo) {
     const std::string address = "127.0.0.1:" + std::to_string(port());
     expect_error(
