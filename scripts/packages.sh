@@ -13,7 +13,7 @@ declare -A package_groups=(
     [tests]='googletest=/usr/src/googletest/googletest/src/gtest-all.cc
         nlohmann-json3-dev=/usr/include/nlohmann/json.hpp
         pkgconf=pkg-config
-        cmake=cmake make=make'
+        cmake=cmake make=make groff-base=groff'
     [arm]='g++-arm-linux-gnueabihf=arm-linux-gnueabihf-g++'
     [emulator]='qemu-user=qemu-arm'
     [bench]='libbenchmark-dev=/usr/include/benchmark/benchmark.h pkgconf=pkg-config'

@@ -41,8 +41,8 @@ class Bench:
         commands = folder / "commands"
         commands.mkdir()
         wrapper = commands / "sideband-sim"
-        wrapper.write_text(f"#!/bin/sh\n[ \"$1\" != __complete ] || exec '{tool}' \"$@\"\n"
-                           f"printf '%s\\n' \"$@\" >'{self.noted}.new'\nmv '{self.noted}.new' '{self.noted}'\n")
+        wrapper.write_text(f"#!/bin/sh\nif [ \"$1\" = __complete ]; then\n: >'{folder}/asked.'$$\n'{tool}' \"$@\"\n"
+                           f"rm '{folder}/asked.'$$\nexit\nfi\nprintf '%s\\n' \"$@\" >'{self.noted}.new'\nmv '{self.noted}.new' '{self.noted}'\n")
         wrapper.chmod(0o755)
         (folder / "two.json").write_text(board(["only-here", "other.1"]))
         (folder / "hostile.json").write_text(board(HOSTILE))
@@ -51,6 +51,10 @@ class Bench:
         (folder / "broken.json").write_text('{"name": "$(touch BROKEN)", ')
         self.environment = {"PATH": f"{commands}:{os.environ['PATH']}", "HOME": str(folder), "TERM": "dumb",
                             "LC_ALL": "C.UTF-8", "ZDOTDIR": str(folder)}
+
+    def asked(self):
+        """Whether the tool is being asked at this moment."""
+        return any(path.name.startswith("asked.") for path in self.folder.iterdir())
 
     def executed(self):
         return [path.name for path in self.folder.iterdir() if path.name.startswith("BROKEN")]
@@ -107,7 +111,7 @@ class Terminal:
         for _ in range(PATIENCE_S * 20):
             before = len(self.seen)
             self.wait(0.1)
-            quiet = quiet + 1 if len(self.seen) == before else 0
+            quiet = quiet + 1 if len(self.seen) == before and not self.bench.asked() else 0
             if quiet == 6:
                 return
 
