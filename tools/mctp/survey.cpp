@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "tools/shell/cause.h"
 #include "tools/shell/codes.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/json.h"
@@ -32,7 +33,8 @@ Finding look_at(const Port& port, const Endpoint& endpoint) {
     finding.endpoint = endpoint;
     try {
         if (const std::string objection = port.objection(endpoint); !objection.empty()) {
-            throw Failure(endpoint.name, "discovery", objection);
+            throw Failure(endpoint.name, "discovery", objection, std::nullopt,
+                          cause_word(SIDEBAND_CAUSE_NO_BUS));
         }
         Session session(endpoint);
         session.discover();

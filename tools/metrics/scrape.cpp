@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "tools/shell/cause.h"
 #include "tools/shell/endpoint_name.h"
 #include "tools/shell/interrupt.h"
 #include "tools/shell/text.h"
@@ -57,7 +58,8 @@ void scrape_messages(const Subject& subject) {
 bool scrape_endpoint(const Port& port, const Endpoint& endpoint, Scrape& scrape) {
     try {
         if (const std::string objection = port.objection(endpoint); !objection.empty()) {
-            throw Failure(endpoint.name, "discovery", objection);
+            throw Failure(endpoint.name, "discovery", objection, std::nullopt,
+                          cause_word(SIDEBAND_CAUSE_NO_BUS));
         }
         Session session(endpoint);
         session.discover();

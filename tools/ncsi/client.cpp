@@ -61,7 +61,9 @@ void NcsiClient::find_channels() {
     const mctp_ctx way = session_.prototype();
     const bool found = ncsi_init(&ncsi, &way) == 0;
     if (ncsi.mctp == nullptr) {
-        throw Failure(name(), kDiscovery, "the endpoint cannot be brought up");
+        const sideband_error& error = *ncsi_last_error(&ncsi);
+        throw Failure(name(), kDiscovery, "the endpoint cannot be brought up: " + unsent(error), {},
+                      cause_name(error));
     }
     link_.transfer = ncsi.transfer;
     ncsi.transfer = record;
@@ -176,7 +178,7 @@ Failure NcsiClient::failure(const std::string& operation) const {
     return {name(), operation,
             fits || answer.size() <= kPacketChannel
                 ? fmt::format("the answer has {} bytes only", last.length)
-                : "the answer does not fit the request",
+                : unfit(error),
             std::nullopt, cause};
 }
 

@@ -64,8 +64,10 @@ NvmeClient::NvmeClient(Session& session) : session_(session) {
     // A pause between request and response is for drives that want the bus free meanwhile.
     const bool slow = way.i2c_delay_us != 0 && way.binding_kind == MCTP_BINDING_KIND_SMBUS;
     if ((slow ? nvmemi_init_for_MARV : nvmemi_init)(&nvme, &way) != 0) {
+        const sideband_error error = *nvmemi_last_error(&nvme);
         nvmemi_deinit(&nvme);
-        throw Failure(name(), operation, "the endpoint cannot be brought up");
+        throw Failure(name(), operation, "the endpoint cannot be brought up: " + unsent(error), {},
+                      cause_name(error));
     }
     link_.client = this;
     request_ = std::exchange(nvme.mi_request, record);
@@ -150,7 +152,7 @@ Failure NvmeClient::failure(const std::string& operation, const std::string& add
     if (NVME_COMPLETION_SC(dword3) != 0) {
         return coded(completion_code(dword3));
     }
-    return plain("the answer does not fit the request");
+    return plain(unfit(error));
 }
 
 std::vector<uint8_t> NvmeClient::data_structure(const std::string& operation, uint32_t dword0) {

@@ -34,12 +34,16 @@ constexpr Name kWords[] = {
 
 /// For what the packets do not tell.
 constexpr Name kReasons[] = {
+    {SIDEBAND_CAUSE_ARGUMENT, "an argument or a setting is out of range"},
     {SIDEBAND_CAUSE_MEMORY, "out of memory"},
     {SIDEBAND_CAUSE_LOCK, "a lock was refused"},
     {SIDEBAND_CAUSE_NOT_ACKNOWLEDGED, "no acknowledge"},
     {SIDEBAND_CAUSE_WRONG_TAG, "only answers to something else came"},
     {SIDEBAND_CAUSE_WRONG_CHECK, "the answer came with a wrong checksum"},
     {SIDEBAND_CAUSE_MALFORMED, "what came is no answer"},
+    {SIDEBAND_CAUSE_REFUSED, "the device has refused"},
+    {SIDEBAND_CAUSE_NOT_FOUND, "nobody is there"},
+    {SIDEBAND_CAUSE_SYSTEM, "the system has refused"},
 };
 
 constexpr const char* kTimeIsOver = "the time limit has passed";
@@ -64,8 +68,11 @@ bool ended_by_limit(const sideband_error& error) {
 }  // namespace
 
 std::string cause_name(const sideband_error& error) {
-    return find_name(kWords, ended_by_limit(error) ? uint8_t{SIDEBAND_CAUSE_DEADLINE} : error.cause,
-                     "");
+    return cause_word(ended_by_limit(error) ? uint8_t{SIDEBAND_CAUSE_DEADLINE} : error.cause);
+}
+
+std::string cause_word(uint8_t cause) {
+    return find_name(kWords, cause, "");
 }
 
 std::string silence(const sideband_error& error) {
@@ -93,7 +100,15 @@ std::string silence(const sideband_error& error) {
 }
 
 std::string unsent(const sideband_error& error) {
-    return error.cause == SIDEBAND_CAUSE_DEADLINE ? kTimeIsOver : "nothing was sent";
+    return error.cause == SIDEBAND_CAUSE_DEADLINE
+               ? kTimeIsOver
+               : find_name(kReasons, error.cause, "nothing was sent");
+}
+
+std::string unfit(const sideband_error& error) {
+    const char* const ordinary = "the answer does not fit the request";
+    return error.cause == SIDEBAND_CAUSE_MALFORMED ? ordinary
+                                                   : find_name(kReasons, error.cause, ordinary);
 }
 
 }  // namespace tool

@@ -8,6 +8,7 @@
 #include <charconv>
 #include <optional>
 
+#include "tools/shell/cause.h"
 #include "tools/shell/failure.h"
 #include "tools/shell/text.h"
 
@@ -176,7 +177,8 @@ Endpoint described_endpoint(const Port& port, std::string_view name) {
 Endpoint find_endpoint(const Port& port, std::string_view name) {
     Endpoint endpoint = described_endpoint(port, name);
     if (const std::string objection = port.objection(endpoint); !objection.empty()) {
-        throw Failure(ExitStatus::kFailed, fmt::format("{}: {}", name, objection));
+        throw Failure(ExitStatus::kFailed, fmt::format("{}: {}", name, objection),
+                      cause_word(SIDEBAND_CAUSE_NO_BUS));
     }
     return endpoint;
 }

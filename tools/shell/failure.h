@@ -42,9 +42,10 @@ struct DeviceCode {
 /// Copies share what they tell, so that copying cannot throw.
 class Failure : public std::runtime_error {
 public:
-    Failure(ExitStatus status, const std::string& text)
+    /// @param cause  of cause_name(), if the library has a word for it
+    Failure(ExitStatus status, const std::string& text, const std::string& cause = {})
         : std::runtime_error(text),
-          details_(std::make_shared<Details>(Details{status, {}, {}, {}, {}, {}})) {}
+          details_(std::make_shared<Details>(Details{status, {}, {}, {}, {}, cause})) {}
 
     /// Several things are wrong at once: each has a line, of which what() is the first.
     /// @param lines  at least one

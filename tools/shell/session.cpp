@@ -114,7 +114,8 @@ void Session::fill_context() {
 void Session::open_pcie() {
     if (endpoint_.transport == Transport::kPcie && pcie_.handle == nullptr) {
         if (libmctp_pcie_open(&pcie_) != 0) {
-            throw failure("opening the PCIe session", "the platform has none");
+            throw Failure(endpoint_.name, "opening the PCIe session", "the platform has none",
+                          std::nullopt, cause_word(SIDEBAND_CAUSE_SYSTEM));
         }
         link_.mctp.pcie_session = pcie_.handle;
     }
@@ -269,7 +270,7 @@ Failure Session::control_failure(const std::string& operation) const {
         DeviceCode code{answer[2], control_code_name(answer[2])};
         return {endpoint_.name, operation, code_text(code), code, cause_name(error)};
     }
-    return failure(operation, "the answer does not fit the request", error);
+    return failure(operation, unfit(error), error);
 }
 
 EndpointId Session::endpoint_id() {
@@ -399,7 +400,7 @@ Failure Session::pldm_failure(const std::string& operation) const {
         DeviceCode code{answer[3], pldm_code_name(type, last.request[2], answer[3])};
         return {endpoint_.name, operation, code_text(code), code, cause_name(error)};
     }
-    return failure(operation, "the answer does not fit the request", error);
+    return failure(operation, unfit(error), error);
 }
 
 }  // namespace tool

@@ -2,6 +2,7 @@
 // Says in words which step of a firmware update failed, and why.
 #include <fmt/format.h>
 
+#include "tools/shell/cause.h"
 #include "tools/shell/codes.h"
 #include "tools/shell/name_table.h"
 #include "tools/shell/time_limit.h"
@@ -126,7 +127,7 @@ private:
             return plain(step, refusal.silence);
         }
         if (*refusal.code == PLDM_CC_SUCCESS) {
-            return plain(step, "the answer does not fit the request");
+            return plain(step, unfit(record_.error));
         }
         const DeviceCode code = named(refusal);
         return {endpoint_, step, code_text(code) + suffix(), code, cause_name(record_.error)};
