@@ -49,16 +49,32 @@ void run(Context& context, const CommandLine& line) {
     }
 }
 
-/// A fault of the command line: "ENDPOINT=KIND", or "ENDPOINT={...}" as in a board file.
+/// The fault in "KIND", "hostile:SEED", "hostile:SEED:RATE" or "{...}", as a board file has it.
+std::string fault_json(const std::string& text) {
+    constexpr std::string_view kHostile = "hostile:";
+    if (text.starts_with('{')) {
+        return text;
+    }
+    if (!text.starts_with(kHostile)) {
+        return Json{{"kind", text}}.dump();
+    }
+    const std::string numbers = text.substr(kHostile.size());
+    const size_t colon = numbers.find(':');
+    std::string json = R"({"kind": "hostile", "seed": )" + numbers.substr(0, colon);
+    if (colon != std::string::npos) {
+        json += R"(, "rate": )" + numbers.substr(colon + 1);
+    }
+    return json + "}";
+}
+
+/// A fault of the command line: "ENDPOINT=FAULT".
 void add_fault(Port& port, const std::string& text) {
     const size_t equals = text.find('=');
     if (equals == std::string::npos) {
         throw Failure(ExitStatus::kUsage, text + ": a fault is given as ENDPOINT=KIND");
     }
-    const std::string fault = text.substr(equals + 1);
     try {
-        port.add_fault(text.substr(0, equals),
-                       fault.starts_with('{') ? fault : Json{{"kind", fault}}.dump());
+        port.add_fault(text.substr(0, equals), fault_json(text.substr(equals + 1)));
     } catch (const Failure& failure) {
         throw Failure(ExitStatus::kUsage, failure.what());
     }

@@ -57,6 +57,11 @@ std::vector<Outgoing> Device::time_passes() {
     std::vector<Outgoing> out;
     idle();
     send_initiated(out);
+    if (hostile_ && faults_.has(FaultKind::kHostile)) {
+        for (Outgoing& unasked : hostile_->babble()) {
+            send(std::move(unasked), out);
+        }
+    }
     return out;
 }
 
@@ -112,30 +117,53 @@ void Device::respond(const Message& request, std::vector<Outgoing>& out) {
 }
 
 void Device::send_message(const Message& message, uint64_t delay_us, std::vector<Outgoing>& out) {
-    std::vector<Bytes> packets = endpoint_.split(message);
+    const Fault* const fault = faults_.strike(FaultKind::kHostile);
+    if (fault == nullptr) {
+        send_packets(message, delay_us, nullptr, out);
+        return;
+    }
+    if (!hostile_ || !hostile_->is(fault->seed, fault->rate)) {
+        hostile_.emplace(fault->seed, fault->rate);
+    }
+    for (const Message& spoilt : hostile_->spoil(message)) {
+        send_packets(spoilt, delay_us, &*hostile_, out);
+    }
+}
+
+/// @param hostile  what else becomes of the packets, or null
+void Device::send_packets(const Message& message, uint64_t delay_us, Hostile* hostile,
+                          std::vector<Outgoing>& out) {
+    std::vector<Outgoing> packets;
+    for (Bytes& packet : endpoint_.split(message)) {
+        packets.push_back({std::move(packet), delay_us * 1000});
+    }
+    if (hostile != nullptr) {
+        hostile->spoil(packets);
+    }
     for (size_t i = 0; i + 1 < packets.size(); ++i) {
         if (faults_.strike(FaultKind::kReorder) != nullptr) {
             std::swap(packets[i], packets[i + 1]);
         }
     }
-    for (Bytes& packet : packets) {
-        send(std::move(packet), delay_us, out);
+    for (Outgoing& packet : packets) {
+        send(std::move(packet), out);
     }
 }
 
-void Device::send(Bytes packet, uint64_t delay_us, std::vector<Outgoing>& out) {
+void Device::send(Outgoing outgoing, std::vector<Outgoing>& out) {
     if (faults_.strike(FaultKind::kLostResponse) != nullptr) {
         return;
     }
-    Outgoing outgoing;
-    outgoing.delay_ns = delay_us * 1000;
+    Bytes& packet = outgoing.packet;
     if (const Fault* late = faults_.strike(FaultKind::kLate)) {
         outgoing.delay_ns += late->delay_us * 1000;
     }
-    if (faults_.strike(FaultKind::kWrongTag) != nullptr) {
+    // A hostile device may have cut even the header.
+    const bool has_header = packet.size() >= MctpEndpoint::kHeaderSize;
+    if (faults_.strike(FaultKind::kWrongTag) != nullptr && has_header) {
         packet[3] = static_cast<uint8_t>((packet[3] & 0xF8) | ((packet[3] + 1) & 0x07));
     }
-    if (faults_.strike(FaultKind::kWrongSequence) != nullptr) {
+    if (faults_.strike(FaultKind::kWrongSequence) != nullptr && has_header) {
         packet[3] = static_cast<uint8_t>((packet[3] & 0xCF) | ((packet[3] + 0x10) & 0x30));
     }
     if (const Fault* truncate = faults_.strike(FaultKind::kTruncate)) {
@@ -144,9 +172,10 @@ void Device::send(Bytes packet, uint64_t delay_us, std::vector<Outgoing>& out) {
     if (const Fault* over_long = faults_.strike(FaultKind::kOverLong)) {
         packet.resize(packet.size() + over_long->bytes, 0xEE);
     }
-    outgoing.spoil_pec = faults_.strike(FaultKind::kBadPec) != nullptr;
-    outgoing.packet = std::move(packet);
-    out.push_back(outgoing);
+    if (faults_.strike(FaultKind::kBadPec) != nullptr) {
+        outgoing.spoil_pec = true;
+    }
+    out.push_back(std::move(outgoing));
     if (faults_.strike(FaultKind::kDuplicate) != nullptr) {
         out.push_back(out.back());
     }

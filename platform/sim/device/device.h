@@ -13,6 +13,7 @@
 #include "sim/board/clock.h"
 #include "sim/board/file_reader.h"
 #include "sim/device/fault.h"
+#include "sim/device/hostile.h"
 #include "sim/mctp/control.h"
 #include "sim/mctp/endpoint.h"
 
@@ -52,13 +53,6 @@ struct DeviceConfig {
     bool bus_owner = false;
     std::optional<CardInfo> card;
     std::vector<Fault> faults;
-};
-
-/// A packet that a device wants to send.
-struct Outgoing {
-    Bytes packet;           ///< from the MCTP transport header on
-    uint64_t delay_ns = 0;  ///< from now
-    bool spoil_pec = false;
 };
 
 class Device {
@@ -165,13 +159,16 @@ private:
     void send_initiated(std::vector<Outgoing>& out);
     void respond(const Message& request, std::vector<Outgoing>& out);
     void send_message(const Message& message, uint64_t delay_us, std::vector<Outgoing>& out);
-    void send(Bytes packet, uint64_t delay_us, std::vector<Outgoing>& out);
+    void send_packets(const Message& message, uint64_t delay_us, Hostile* hostile,
+                      std::vector<Outgoing>& out);
+    void send(Outgoing outgoing, std::vector<Outgoing>& out);
 
     DeviceConfig config_;
     const Clock& clock_;
     MctpEndpoint endpoint_;
     ControlResponder control_;
     FaultSet faults_;
+    std::optional<Hostile> hostile_;  ///< once it has been
     uint64_t answer_delay_us_ = 0;
     uint8_t requester_eid_ = 0;
     std::vector<Early> early_;

@@ -2,6 +2,8 @@
 // Faults of a device: what goes wrong, and at which occasions.
 #include "sim/device/fault.h"
 
+#include "sim/device/hostile.h"
+
 namespace sim {
 
 namespace {
@@ -11,11 +13,11 @@ constexpr int64_t kMostBytes = 255;
 
 const std::vector<std::string> kKindNames = {"no_ack",    "lost",           "duplicate", "reorder",
                                              "late",      "truncate",       "over_long", "bad_pec",
-                                             "wrong_tag", "wrong_sequence", "not_ready"};
+                                             "wrong_tag", "wrong_sequence", "not_ready", "hostile"};
 constexpr FaultKind kKinds[] = {
     FaultKind::kNoAck,    FaultKind::kLostResponse,  FaultKind::kDuplicate, FaultKind::kReorder,
     FaultKind::kLate,     FaultKind::kTruncate,      FaultKind::kOverLong,  FaultKind::kBadPec,
-    FaultKind::kWrongTag, FaultKind::kWrongSequence, FaultKind::kNotReady};
+    FaultKind::kWrongTag, FaultKind::kWrongSequence, FaultKind::kNotReady,  FaultKind::kHostile};
 const std::vector<std::string> kLostNames = {"response", "request"};
 }  // namespace
 
@@ -35,6 +37,11 @@ Fault read_fault(const Place& place) {
     }
     if (fault.kind == FaultKind::kOverLong) {
         fault.bytes = static_cast<uint64_t>(reader.whole("bytes", 1, kMostBytes, 16));
+    }
+    if (fault.kind == FaultKind::kHostile) {
+        fault.seed = static_cast<uint64_t>(reader.whole("seed", 0, 0xFFFFFFFF));
+        fault.rate =
+            static_cast<uint32_t>(reader.whole("rate", 1, Hostile::kMostRate, Hostile::kUsualRate));
     }
     fault.after = static_cast<uint64_t>(reader.whole("after", 0, kManyTimes, 0));
     fault.every = static_cast<uint64_t>(reader.whole("every", 1, kManyTimes, 1));

@@ -24,6 +24,7 @@ enum class FaultKind {
     kWrongTag,       ///< a packet from the device carries the next message tag
     kWrongSequence,  ///< a packet from the device carries the next packet sequence number
     kNotReady,       ///< a request is answered with completion code 4
+    kHostile,        ///< a message from the device is anything, see hostile.h
 };
 
 struct Fault {
@@ -33,6 +34,8 @@ struct Fault {
     uint64_t count = 0;  ///< that many are hit, 0 = no limit
     uint64_t delay_us = 0;
     uint64_t bytes = 1;
+    uint64_t seed = 0;
+    uint32_t rate = 0;  ///< of a thousand messages
 
     uint64_t seen = 0;
     uint64_t hits = 0;
@@ -45,6 +48,10 @@ class FaultSet {
 public:
     void add(const Fault& fault) { faults_.push_back(fault); }
     void clear() { faults_.clear(); }
+    bool has(FaultKind kind) const {
+        return std::ranges::any_of(faults_,
+                                   [kind](const Fault& fault) { return fault.kind == kind; });
+    }
 
     /// An occasion for faults of one kind.
     /// @return a fault that strikes now; null if none does

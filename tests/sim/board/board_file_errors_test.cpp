@@ -86,7 +86,7 @@ TEST(BoardErrors, AllOfAFileComeAtOnceInTheOrderOfTheirLines) {
         "b:10: devices[2].type: must be one of bus_owner, mpio, ncsi, nvme, pldm, replay\n"
         "b:11: devices[2].faults[0].delay_us: is missing\n"
         "b:12: devices[2].faults[1].kind: must be one of no_ack, lost, duplicate, reorder, late, "
-        "truncate, over_long, bad_pec, wrong_tag, wrong_sequence, not_ready\n"
+        "truncate, over_long, bad_pec, wrong_tag, wrong_sequence, not_ready, hostile\n"
         "b:13: colour: no such key");
 }
 
