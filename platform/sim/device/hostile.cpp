@@ -290,9 +290,11 @@ void Hostile::spoil(std::vector<Outgoing>& packets) {
     if (!std::exchange(packets_too_, false) || packets.empty()) {
         return;
     }
-    if (one_of(8)) {
+    if (one_of(40)) {
         babble_ = packets;
         babble_left_ = one_of(4) ? kForEver : 1 + below(64);
+        static constexpr uint64_t kPeriodsNs[] = {100'000, 2'000'000, 30'000'000, 400'000'000};
+        babble_ns_ = kPeriodsNs[below(4)];
     }
     do {
         const size_t at = below(static_cast<uint32_t>(packets.size()));
@@ -319,7 +321,7 @@ std::vector<Outgoing> Hostile::babble() {
     }
     babble_left_ -= babble_left_ == kForEver ? 0 : 1;
     std::vector<Outgoing> again{babble_[below(static_cast<uint32_t>(babble_.size()))]};
-    again.back().delay_ns = 100'000;
+    again.back().delay_ns = babble_ns_;
     constexpr uint8_t kStartAndEnd = 0xC0;
     constexpr size_t kFlags = 3;
     // Mostly in the middle of a message that has no end.

@@ -102,6 +102,7 @@ private:
     std::vector<Message> said_;  ///< the last messages, as they were meant
     std::vector<Outgoing> babble_;
     uint32_t babble_left_ = 0;
+    uint64_t babble_ns_ = 0;  ///< between two of its packets
 };
 
 }  // namespace sim
