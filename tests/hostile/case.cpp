@@ -13,6 +13,7 @@
 #include "sim/board/passing.h"
 #include "sim/board/state.h"
 #include "sockets.h"
+#include "virtual_clock.h"
 
 // There under AddressSanitizer: whether memory has been lost by now.
 extern "C" __attribute__((weak)) int __lsan_do_recoverable_leak_check();
@@ -23,9 +24,11 @@ namespace {
 
 constexpr uint64_t kUsPerS = 1'000'000;
 /// When a case has had enough of one device.
-constexpr uint64_t kEnoughMessages = 500;
+constexpr uint64_t kEnoughMessages = 1000;
 constexpr uint64_t kEnoughPackets = 10'000;
-constexpr int kEnoughCalls = 150;
+constexpr int kEnoughCalls = 300;
+/// After so many calls the device loses its habits and gets others.
+constexpr int kCallsOfAHabit = 100;
 /// A leak check of the whole process takes longer than a case.
 constexpr uint64_t kLeakCheckEvery = 200;
 
@@ -98,6 +101,7 @@ private:
     void choose_device();
     void address();
     void make_hostile(const std::string& device);
+    void call_until_enough();
     void call(const Call& call);
     void check_bounds(const Call& call, uint64_t messages, uint64_t us);
     void check_locks();
@@ -179,24 +183,31 @@ void Run::address() {
     config.dest_eid = here_->eid();
 }
 
+/// Makes the device hostile, and at times the owner of its bus as well.
 void Run::make_hostile(const std::string& device) {
     static constexpr unsigned kRates[] = {50, 200, 400, 700, 1000};
-    const std::string fault = R"({"kind": "hostile", "seed": )" +
-                              std::to_string(at_.random.word() & 0xFFFFFFFF) + R"(, "rate": )" +
-                              std::to_string(kRates[at_.random.below(5)]) + "}";
-    sim::BoardError error;
-    at_.expect(at_.board.add_fault(device, fault, error), "a fault that the board refuses");
+    const bool owner_too = at_.way == Way::kPcie && device != "mpio" && at_.random.one_of(2);
+    for (const std::string& each : {device, std::string(owner_too ? "mpio" : "")}) {
+        if (each.empty()) {
+            continue;
+        }
+        const std::string fault = R"({"kind": "hostile", "seed": )" +
+                                  std::to_string(at_.random.word() & 0xFFFFFFFF) + R"(, "rate": )" +
+                                  std::to_string(kRates[at_.random.below(5)]) + "}";
+        sim::BoardError error;
+        at_.board.clear_faults(each);
+        at_.expect(at_.board.add_fault(each, fault, error), "a fault that the board refuses");
+    }
 }
 
 /// Virtual seconds that a call may take by what its documentation says. Each packet that was
 /// dropped may have come at the end of a wait, and 1024 of them may go before one that counts.
 uint64_t Run::seconds_for(const Call& call) const {
     constexpr uint64_t kDropped = 1024;
-    constexpr uint64_t kPassedOver = 32;
     constexpr uint64_t kSlack = 10;
-    const bool strict_pldm = at_.strict(MCTP_STRICT_PLDM);
     uint64_t each = at_.way == Way::kSmbus ? kDropped + kSlack : kSlack;
-    each = each * (strict_pldm && at_.way != Way::kSocket ? kPassedOver : 1);
+    // Messages that are no answer are passed over for less than five seconds, and then for a wait.
+    each = at_.strict(MCTP_STRICT_PLDM) ? 2 * each + 5 : each;
     if (call.deadline) {
         return at_.deadline_ms / 1000 + kSlack;
     }
@@ -291,6 +302,23 @@ void Run::check_what_is_left(size_t descriptors) {
     }
 }
 
+/// One call after the other, as often as their weights say.
+void Run::call_until_enough() {
+    unsigned all = 0;
+    for (const Call& each : protocol_->calls) {
+        all += each.weight;
+    }
+    for (int i = 0; i < kEnoughCalls && traffic_.messages < kEnoughMessages &&
+                    traffic_.packets < kEnoughPackets && at_.complaint.empty();
+         ++i) {
+        if (i % kCallsOfAHabit == kCallsOfAHabit - 1) {
+            make_hostile(at_.device->name);
+        }
+        call(protocol_->calls[choose(
+            at_.random, all, [this](size_t number) { return protocol_->calls[number].weight; })]);
+    }
+}
+
 bool Run::run() {
     const size_t descriptors = open_descriptors();
     tally_.current = index_;
@@ -298,29 +326,17 @@ bool Run::run() {
     choose_device();
     sim::Board::use(&at_.board);
     count_blocks();
+    tell_time_of(at_.board.state().clock);
     if (at_.way == Way::kSocket) {
         put_sockets_before(at_.board.state());
     }
     address();
     make_hostile(at_.device->name);
-    if (at_.way == Way::kPcie && at_.device->name != "mpio" && at_.random.one_of(2)) {
-        make_hostile("mpio");
-    }
     at_.board.observe_packets([this](const sim::Passing& passing) { watch(traffic_, passing); });
     sideband_set_output(SIDEBAND_OUTLET_PRINTED | SIDEBAND_OUTLET_CONSOLE | SIDEBAND_OUTLET_DEBUG,
                         take_text, &sink_);
-    unsigned all = 0;
-    for (const Call& each : protocol_->calls) {
-        all += each.weight;
-    }
     if (protocol_->begin(at_)) {
-        for (int i = 0; i < kEnoughCalls && traffic_.messages < kEnoughMessages &&
-                        traffic_.packets < kEnoughPackets && at_.complaint.empty();
-             ++i) {
-            call(protocol_->calls[choose(at_.random, all, [this](size_t number) {
-                return protocol_->calls[number].weight;
-            })]);
-        }
+        call_until_enough();
         protocol_->end(at_);
     }
     check_locks();

@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
-#include <ctime>
 #include <deque>
 #include <map>
 #include <memory>
@@ -226,15 +225,6 @@ int wait_for(pollfd* polled, nfds_t count, int timeout_ms) {
     }
 }
 
-int tell_time(clockid_t /*clock*/, timespec* now) {
-    constexpr uint64_t kNsPerS = 1'000'000'000;
-    constexpr uint64_t kUptimeS = 100;
-    const uint64_t ns = kernel->board.clock.now_ns();
-    now->tv_sec = static_cast<time_t>(kUptimeS + ns / kNsPerS);
-    now->tv_nsec = static_cast<long>(ns % kNsPerS);
-    return 0;
-}
-
 int close_one(int descriptor) {
     if (descriptor < kFirstDescriptor) {
         return ::close(descriptor);
@@ -254,8 +244,6 @@ void put_sockets_before(sim::BoardState& board) {
         {"__recvfrom_chk", test::address_of(receive_checked)},
         {"poll", test::address_of(wait_for)},
         {"__poll_chk", test::address_of(wait_for)},
-        {"clock_gettime", test::address_of(tell_time)},
-        {"__clock_gettime64", test::address_of(tell_time)},
         {"close", test::address_of(close_one)},
     };
     kernel = std::make_unique<Kernel>(board);

@@ -9,7 +9,7 @@
 
 namespace hostile {
 
-/// From now on the library's socket calls end here, and its clocks are the board's: what it sends
+/// From now on the library's socket calls end here, and wait by the board's clock: what it sends
 /// goes to the board as the bridge of a serial line has it, and what devices send comes back
 /// through a reassembly of its own. Once for a process. The bridge has EID 8, the devices those
 /// behind it.
