@@ -3,6 +3,7 @@
 // process.
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,7 +26,7 @@ using hostile::Protocol;
 using hostile::Tally;
 
 /// Real seconds in which a case must be done, however slow the machine is.
-constexpr unsigned kHangS = 300;
+constexpr unsigned kHangS = 120;
 
 struct Wish {
     uint64_t seconds = 0;   ///< 0: no limit
@@ -105,6 +106,8 @@ int fork_case(Boards& boards, const Wish& wish, uint64_t index, Tally& tally) {
     std::fflush(stdout);
     const pid_t child = fork();
     if (child == 0) {
+        // Nobody would end it otherwise where the campaign itself is ended.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         alarm(kHangS);
         const bool holds = hostile::run_case(boards, wish.seed, index, tally, wish.single);
         std::fflush(stdout);
@@ -196,6 +199,7 @@ bool run_all(const char* program, Boards& boards, const Wish& wish, Tally* talli
         std::fflush(stdout);
         const pid_t child = fork();
         if (child == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
             const bool holds = work(program, boards, wish, tallies, worker);
             std::fflush(stdout);
             _exit(holds ? 0 : 1);

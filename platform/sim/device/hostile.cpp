@@ -28,6 +28,22 @@ void append_check(Message& message) {
     append_le32(message.body, crc32c(covered));
 }
 
+/// Whether a message is an answer with a completion code, which is success.
+bool succeeds(const MessageKey& key, const Bytes& body) {
+    constexpr uint8_t kPldm = 1;
+    const size_t header = header_size(key);
+    return key.type <= kPldm && !key.request && body.size() > header && body[header - 1] == 0;
+}
+
+/// Puts the data of an earlier answer behind the header of another: an honest device refuses to be
+/// asked for what it has not announced.
+void say_again(const Bytes& earlier, Bytes& body) {
+    constexpr size_t kInstance = 1;
+    const Bytes start(body.begin(), body.begin() + std::min(body.size(), kInstance));
+    body = earlier;
+    std::ranges::copy(start, body.begin());
+}
+
 /// Removes or repeats some bytes in the middle.
 void edit_range(Bytes& body, bool remove, uint32_t where, uint32_t what) {
     const size_t from = where % body.size();
@@ -81,7 +97,8 @@ Hostile::Action Hostile::choose(const MessageKey& key) {
     if (unknown && (change == Change::kField || change == Change::kGoOn)) {
         change = Change::kByte;
     }
-    return {change, static_cast<uint32_t>(next()), static_cast<uint32_t>(next())};
+    const auto where = static_cast<uint32_t>(next());
+    return {change, where, static_cast<uint32_t>(next())};
 }
 
 void Hostile::change_field(const MessageKey& key, const Action& action, Bytes& body) const {
@@ -90,12 +107,18 @@ void Hostile::change_field(const MessageKey& key, const Action& action, Bytes& b
         return;
     }
     const bool all = action.where % 4 != 0;
+    size_t end = 0;
     for (const Field& field : fields) {
         // Handles that change are what an honest list of parts would have.
         if (action.change == Change::kGoOn && field.goes_on && (all || action.what % 2 == 0)) {
             const uint32_t step = action.what % 3 == 0 ? get_field(body, field) + 1 : 0;
             put_field(body, field, step != 0 && field.width == 4 ? step : *field.goes_on);
+            end = size_t{field.at} + field.width;
         }
+    }
+    // Parts that bring nothing have no end either.
+    if (end != 0 && action.where % 5 == 0) {
+        body.resize(std::min(body.size(), end));
     }
     if (action.change == Change::kField) {
         const Field& field = fields[action.where % fields.size()];
@@ -151,6 +174,9 @@ void Hostile::change_body(const Action& action, Message& message) {
         body.resize(body.size() - kCheckSize);
     }
     const MessageKey key = key_of(message);
+    if (!action.instead.empty()) {
+        say_again(action.instead, body);
+    }
     if (action.change == Change::kField || action.change == Change::kGoOn) {
         change_field(key, action, body);
     } else if (action.change == Change::kExtend || body.empty()) {
@@ -209,7 +235,7 @@ void Hostile::apply(const Action& action, std::vector<Message>& messages) {
 }
 
 /// What the habits have for a message, and what comes to mind now.
-std::vector<Hostile::Action> Hostile::actions_for(const MessageKey& key) {
+std::vector<Hostile::Action> Hostile::actions_for(const MessageKey& key, const Bytes& body) {
     std::vector<Action> actions;
     for (Habit& habit : habits_) {
         if (habit.key == key && habit.left != 0) {
@@ -227,6 +253,9 @@ std::vector<Hostile::Action> Hostile::actions_for(const MessageKey& key) {
         const uint32_t habitual = action.change == Change::kGoOn ? 2 : 8;
         if (habits_.size() < kMostHabits && one_of(habitual)) {
             habits_.push_back({key, action, one_of(2) ? kForEver : 1 + below(64)});
+            if (action.change == Change::kGoOn && succeeds(key, body)) {
+                habits_.back().action.instead = body;
+            }
         }
     } while (one_of(3));
     return actions;
@@ -244,7 +273,7 @@ std::vector<Message> Hostile::spoil(const Message& message) {
     delay_ns_ = 0;
     remember(message);
     std::vector<Message> messages{message};
-    const std::vector<Action> actions = actions_for(key_of(message));
+    const std::vector<Action> actions = actions_for(key_of(message), message.body);
     for (const Action& action : actions) {
         apply(action, messages);
     }

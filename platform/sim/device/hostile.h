@@ -69,6 +69,7 @@ private:
         Change change = Change::kFlip;
         uint32_t where = 0;
         uint32_t what = 0;
+        Bytes instead = {};  ///< of a habit that goes on: what it says whatever it is asked
     };
     /// A change that every message of a key meets.
     struct Habit {
@@ -88,7 +89,7 @@ private:
     void change_bytes(const MessageKey& key, const Action& action, Bytes& body);
     void change_body(const Action& action, Message& message);
     void apply(const Action& action, std::vector<Message>& messages);
-    std::vector<Action> actions_for(const MessageKey& key);
+    std::vector<Action> actions_for(const MessageKey& key, const Bytes& body);
     void remember(const Message& message);
     void spoil_packet(Outgoing& packet);
 
