@@ -5,8 +5,9 @@
 usage: refresh_page.py TOOL PAGE
 
 They run in a folder with the files of make_examples.py. If the page leaves lines out ("..."), as many
-lines as before stay in front of them and behind. A command may fail only if the page shows an error;
-otherwise the page stays as it is and the exit status is 1.
+lines as before stay in front of them and behind. Blocks that are marked as not run stay (pages.py). A command
+may fail only if the page shows an error or an exit status; otherwise the page stays as it is and the exit
+status is 1.
 """
 import pathlib
 import subprocess
@@ -15,53 +16,47 @@ import tempfile
 
 sys.dont_write_bytecode = True  # no __pycache__ in the source tree
 import make_examples  # noqa: E402
+import pages  # noqa: E402
 
-PROMPT = "$ sideband-sim "
+COMMAND = "sideband-sim "
 ERROR = "sideband-sim: "
-GAP = "..."
 
 
 class Refused(Exception):
     """A page that cannot be renewed."""
 
 
-def output_of(tool, folder, command, shown):
+def output_of(tool, folder, example, may_fail):
     """What a command prints, errors last."""
-    run = subprocess.run([tool, *command.split()], capture_output=True, text=True, check=False,
+    run = subprocess.run([tool, *example.command.split()[1:]], capture_output=True, text=True, check=False,
                          cwd=folder)
-    if run.returncode != 0 and not any(line.startswith(ERROR) for line in shown):
-        raise Refused(f"{PROMPT}{command}\nfails, and the page shows no error:\n{run.stderr}")
+    if run.returncode != 0 and not may_fail and not any(line.startswith(ERROR) for line in example.shown):
+        raise Refused(f"{pages.PROMPT}{example.command}\nfails, and the page shows no error:\n{run.stderr}")
     return (run.stdout + run.stderr).splitlines()
 
 
 def cut_like(shown, printed):
-    if GAP not in shown:
+    if pages.GAP not in shown:
         return printed
-    head = shown.index(GAP)
+    head = shown.index(pages.GAP)
     tail = len(shown) - head - 1
-    return [*printed[:head], GAP, *(printed[-tail:] if tail else [])]
+    return [*printed[:head], pages.GAP, *(printed[-tail:] if tail else [])]
 
 
 def refresh(tool, folder, lines):
-    out, shown, command, in_block = [], [], None, False
-
-    def finish():
-        if command is not None:
-            out.extend(cut_like(shown, output_of(tool, folder, command, shown)))
-
-    for line in lines:
-        ends = in_block and line.startswith("```")
-        if in_block and (ends or line.startswith(PROMPT)):
-            finish()
-            shown, command = [], None
-        if line.startswith("```"):
-            in_block = line == "```console"
-        elif in_block and line.startswith(PROMPT):
-            command = line[len(PROMPT):]
-        elif in_block and command is not None:
-            shown.append(line)
+    """The lines of the page with what its commands print now."""
+    renewed = []
+    for block in pages.blocks(lines):
+        if block.language != "console" or block.left_out:
             continue
-        out.append(line)
+        may_fail = block.mark[0] == "exit status"
+        for example in pages.examples(block):
+            if example.command.startswith(COMMAND):
+                printed = output_of(tool, folder, example, may_fail)
+                renewed.append((example.line, len(example.shown), cut_like(example.shown, printed)))
+    out = list(lines)
+    for line, count, shown in reversed(renewed):
+        out[line:line + count] = shown
     return out
 
 
@@ -73,7 +68,7 @@ def main():
         make_examples.make(pathlib.Path(folder), tool)
         try:
             lines = refresh(tool, folder, page.read_text().splitlines())
-        except (Refused, OSError) as reason:
+        except (Refused, pages.BadPage, OSError) as reason:
             sys.exit(f"refresh_page.py: {page} stays as it is: {reason}")
     page.write_text("\n".join(lines) + "\n")
 

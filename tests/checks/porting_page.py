@@ -22,7 +22,7 @@ STACK = "| family of calls | over SMBus | over PCIe | over sockets |"
 # Column of the table of sizes, by what a compiler calls its machine.
 COLUMNS = {"arm-linux-gnueabihf": 0, "x86_64-linux-gnu": 1, "x86_64-pc-linux-gnu": 1}
 BINDINGS = ("SMBus", "PCIe", "sockets")
-EXAMPLE = re.compile(r"^ {4}((?:[0-9a-f]{2} )+)\| ([0-9a-f]{2})$", re.M)
+EXAMPLE = re.compile(r"^((?:[0-9a-f]{2} )+)\| ([0-9a-f]{2})$", re.M)
 
 
 def rows(page, head):
