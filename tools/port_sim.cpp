@@ -249,8 +249,9 @@ bool SimulatedPort::set_main_power(bool on) {
 bool SimulatedPort::add_fault(const std::string& endpoint, std::string_view fault_json) {
     sim::BoardError error;
     if (!board_->add_fault(endpoint, fault_json, error)) {
-        throw Failure(ExitStatus::kFailed, fmt::format("{}: the fault is refused: {}: {}", endpoint,
-                                                       error.key, error.text));
+        const std::string key = error.key.empty() ? "" : error.key + ": ";
+        throw Failure(ExitStatus::kFailed,
+                      fmt::format("{}: the fault is refused: {}{}", endpoint, key, error.text));
     }
     return true;
 }

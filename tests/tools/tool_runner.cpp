@@ -372,7 +372,12 @@ bool has_control(const std::string& text) {
             size = 1;
             point = lead;
         }
-        if ((point < 0x20 && point != '\n') || (point >= 0x7F && point < 0xA0)) {
+        const bool turns = point == 0x61C || point == 0x200E || point == 0x200F ||
+                           (point >= 0x202A && point <= 0x202E) ||
+                           (point >= 0x2066 && point <= 0x2069);
+        const bool ends_line = point == 0x2028 || point == 0x2029;
+        if ((point < 0x20 && point != '\n') || (point >= 0x7F && point < 0xA0) || turns ||
+            ends_line) {
             return true;
         }
         at += size;

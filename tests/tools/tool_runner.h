@@ -73,7 +73,8 @@ Json one_document(const std::string& text);
 bool contains(const std::string& text, const std::string& part);
 
 /// Whether a text has a character that a terminal obeys, other than the end of a line: a byte below
-/// 0x20 or 0x7f, C1 in UTF-8, a byte from 0x80 to 0x9f that is no part of a character in UTF-8.
+/// 0x20 or 0x7f, C1 in UTF-8, a byte from 0x80 to 0x9f that is no part of a character in UTF-8. Or
+/// one that misleads who reads: a separator of lines, or a mark that turns the direction of a text.
 bool has_control(const std::string& text);
 
 /// Expects a run that succeeded with this on standard output, and with nothing on standard error.

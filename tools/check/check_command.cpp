@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command check: a device against the standards, rule by rule.
+#include <fcntl.h>
 #include <fmt/format.h>
 
-#include <fstream>
+#include <cstdio>
+#include <memory>
 
 #include "tools/check/commands.h"
 #include "tools/check/device.h"
@@ -26,20 +28,29 @@ private:
     uint32_t before_;
 };
 
-/// The file for the report, opened before the device is spoken to.
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+/// The file for the report, opened before the device is spoken to. A FIFO that nobody reads is not
+/// waited for.
 class ReportFile {
 public:
     explicit ReportFile(std::string path) : path_(std::move(path)) {
+        constexpr mode_t kReadWriteForAll = 0666;  // less the umask
         if (!path_.empty()) {
-            file_.open(path_, std::ios::binary | std::ios::trunc);
-            require(file_.is_open());
+            const int descriptor = open(
+                path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
+                kReadWriteForAll);
+            file_.reset(descriptor >= 0 ? fdopen(descriptor, "wb") : nullptr);
+            require(file_ != nullptr && fcntl(descriptor, F_SETFL, 0) == 0);
         }
     }
 
-    void write(const std::string& text) {
+    void write(const std::string& text) const {
         if (!path_.empty()) {
-            file_ << text << std::flush;
-            require(file_.good());
+            require(std::fwrite(text.data(), 1, text.size(), file_.get()) == text.size() &&
+                    std::fflush(file_.get()) == 0);
         }
     }
 
@@ -52,7 +63,7 @@ private:
     }
 
     std::string path_;
-    std::ofstream file_;
+    std::unique_ptr<std::FILE, FileCloser> file_;
 };
 
 }  // namespace

@@ -84,6 +84,22 @@ size_t character_size(std::string_view text) {
     return 1;
 }
 
+/// Separators of lines and paragraphs, and what turns the direction of a text (Unicode, Annex 9):
+/// with them a name can look like another one, or like two.
+struct Utf8Range {
+    std::string_view first;
+    std::string_view last;
+};
+
+constexpr Utf8Range kMisleading[] = {
+    {"\u061c", "\u061c"}, {"\u200e", "\u200f"}, {"\u2028", "\u202e"}, {"\u2066", "\u2069"}};
+
+bool is_misleading(std::string_view character) {
+    return std::any_of(std::begin(kMisleading), std::end(kMisleading), [&](const Utf8Range& range) {
+        return character >= range.first && character <= range.last;
+    });
+}
+
 /// @param character  one byte, or a character in UTF-8
 bool is_control(std::string_view character) {
     constexpr uint8_t kC1First = 0x80;
@@ -209,7 +225,7 @@ std::string printable(std::string_view text) {
     while (!text.empty()) {
         const std::string_view character = text.substr(0, character_size(text));
         text.remove_prefix(character.size());
-        if (!is_control(character)) {
+        if (!is_control(character) && !is_misleading(character)) {
             shown += character;
             continue;
         }

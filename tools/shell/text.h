@@ -42,9 +42,9 @@ std::string one_line(std::string_view text);
 std::vector<std::string> lines_of(const std::string& text);
 
 /// Text of a device, a file or the command line, fit for a terminal: each control character (C0,
-/// DEL, C1 as a lone byte and in UTF-8) is shown as \xNN, its bytes in lower-case hex. All else
-/// stays as it is, in UTF-8 and in ISO 8859-1; what has been through this once comes through it
-/// unchanged.
+/// DEL, C1 as a lone byte and in UTF-8), separator of lines and mark that turns the direction of a
+/// text is shown as \xNN, its bytes in lower-case hex. All else stays as it is, in UTF-8 and in ISO
+/// 8859-1; what has been through this once comes through it unchanged.
 std::string printable(std::string_view text);
 
 /// As printable(), for text of several lines: their ends stay.

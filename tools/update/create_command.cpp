@@ -20,8 +20,8 @@
 namespace tool {
 namespace {
 
-Failure unwritable(const std::string& path) {
-    return {ExitStatus::kFailed, path + ": cannot be written: " + std::strerror(errno)};
+Failure unwritable(const std::string& path, const std::string& why = std::strerror(errno)) {
+    return {ExitStatus::kFailed, path + ": cannot be written: " + why};
 }
 
 struct Image {
@@ -38,6 +38,19 @@ Image open_image(const std::string& path) {
             path, fmt::format("an image has 1 to {} bytes, this one has {}", UINT32_MAX, size));
     }
     return {.path = path, .file = std::move(file), .size = static_cast<uint32_t>(size)};
+}
+
+/// What stands at the name is replaced, and must not be a device or a FIFO that others use.
+void require_replaceable(const std::string& path) {
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0) {
+        if (errno != ENOENT) {
+            throw unwritable(path);
+        }
+    } else if (!S_ISREG(status.st_mode)) {
+        throw unwritable(
+            path, S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "this is no regular file");
+    }
 }
 
 /// The package's file while it is made: under a name of its own, so that nobody finds half of it,
@@ -151,6 +164,7 @@ void run_pkg_create(Context& context, const PackageRecipe& recipe) {
         images.push_back(open_image(path));
     }
     const std::vector<uint8_t> header = build_header(package, images, recipe.metadata);
+    require_replaceable(recipe.package);
     NewFile out(recipe.package);
     out.write(header.data(), header.size());
     uint64_t size = header.size();
@@ -160,8 +174,8 @@ void run_pkg_create(Context& context, const PackageRecipe& recipe) {
     }
     check_package(out.made(), recipe.metadata);
     out.finish();
-    context.output.text(fmt::format("{}: {} in {}\n", recipe.package, counted(size, "byte"),
-                                    counted(images.size(), "component")));
+    context.output.text(fmt::format("{}: {} in {}\n", printable(recipe.package),
+                                    counted(size, "byte"), counted(images.size(), "component")));
     context.output.document({{"package", recipe.package},
                              {"size", size},
                              {"header_size", header.size()},

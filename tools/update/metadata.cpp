@@ -42,6 +42,8 @@ std::string read_version(const Place& place) {
         place.complain("must not be empty");
     } else if (text.size() > kLongestText) {
         place.complain(fmt::format("has {} bytes, more than {}", text.size(), kLongestText));
+    } else if (text.find('\0') != std::string::npos) {
+        place.complain("must have no NUL character: whoever reads it would end there");
     }
     return text;
 }

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests that no name, text or path from outside reaches the operator's terminal with its control
 // characters, whatever the command.
-#include "tests/tools/tool_runner.h"
+#include "tests/tools/hostile_text.h"
 #include "tests/tools/update/firmware_bench.h"
 
 namespace {
 
 using tool::Json;
 using tool_test::contains;
+using tool_test::expect_harmless;
 using tool_test::FirmwareBoard;
-using tool_test::has_control;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::parse_json;
@@ -36,15 +36,6 @@ std::string hostile_board() {
         {"type": "model", "text": "M\u001b[1m\u009b2m\nforged: model"}]}]})");
     board["devices"][2]["name"] = kGpu;
     return board.dump();
-}
-
-/// Nothing to obey, and no line that only a name can have begun.
-void expect_harmless(const Outcome& run) {
-    EXPECT_FALSE(has_control(run.out)) << Json(run.out).dump();
-    EXPECT_FALSE(has_control(run.err)) << Json(run.err).dump();
-    for (const std::string& text : {"\n" + run.out, "\n" + run.err}) {
-        EXPECT_FALSE(contains(text, "\nforged:")) << text;
-    }
 }
 
 class HostileBoard : public ::testing::Test {

@@ -71,6 +71,20 @@ TEST(Printable, ShowsControlCharactersInHex) {
     EXPECT_EQ(tool::printable("\u009b1m\u0080\u009f"), "\\xc2\\x9b1m\\xc2\\x80\\xc2\\x9f");
 }
 
+TEST(Printable, ShowsWhatTurnsATextAroundOrPartsItInHex) {
+    EXPECT_EQ(tool::printable("a\u202egpj\u202c"), "a\\xe2\\x80\\xaegpj\\xe2\\x80\\xac");
+    EXPECT_EQ(tool::printable("\u061c\u200e"), "\\xd8\\x9c\\xe2\\x80\\x8e");
+    for (const char* text :
+         {"\u061c", "\u200e", "\u200f", "\u2028", "\u2029", "\u202a", "\u202b", "\u202c", "\u202d",
+          "\u202e", "\u2066", "\u2067", "\u2068", "\u2069"}) {
+        EXPECT_TRUE(tool::printable(text).starts_with("\\x")) << text;
+    }
+    for (const char* text : {"\u061b", "\u061d", "\u200d", "\u2010", "\u2027", "\u202f", "\u2065",
+                             "\u206a", "\u0640", "\u5c81", "\U0001d1c4"}) {
+        EXPECT_EQ(tool::printable(text), text);
+    }
+}
+
 TEST(Printable, LeavesWhatIsPrintableInUtf8AndLatin1) {
     for (const char* text : {"", "plain ~", "\u00a0\u00b0C", "\u20ac\u2e9b", "\U0001f600",
                              "\xb0"
@@ -99,7 +113,7 @@ void for_all_texts(size_t length, const std::string& front, Take take) {
         return;
     }
     for (const char* byte : {"\x1b", "A", "\x7f", "\x80", "\x9b", "\xa0", "\xc1", "\xc2", "\xc3",
-                             "\xe0", "\xe1", "\xed", "\xf0", "\xf4", "\xff"}) {
+                             "\xe0", "\xe1", "\xe2", "\xed", "\xf0", "\xf4", "\xff"}) {
         for_all_texts(length - 1, front + byte, take);
     }
 }
