@@ -80,6 +80,11 @@ uint64_t image_size_of(const std::string& path) {
     if (!error && size == 0) {
         throw Failure(ExitStatus::kInput, path + ": the image is empty");
     }
+    if (!error && size > UINT32_MAX) {
+        throw Failure(ExitStatus::kInput,
+                      fmt::format("{}: the image has {} bytes, a drive is told of at most {}", path,
+                                  size, UINT32_MAX));
+    }
     return error ? 0 : size;
 }
 

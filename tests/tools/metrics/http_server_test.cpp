@@ -1,97 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of metrics --listen, as clients see it that mean well and that do not.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 
-#include "tests/tools/tool_runner.h"
+#include "tests/tools/metrics/metrics_client.h"
 
 namespace {
 
+using tool_test::asked;
+using tool_test::Connection;
 using tool_test::contains;
 using tool_test::expect_error;
+using tool_test::kGet;
+using tool_test::MetricsServer;
 using tool_test::Outcome;
 using tool_test::OwnBoard;
 using tool_test::RunningTool;
 using Clock = std::chrono::steady_clock;
-
-const std::string kGet = "GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n";
-
-class MetricsServer : public OwnBoard {
-protected:
-    MetricsServer() {
-        const std::string printed = tool_.printed_until("/metrics\n");
-        const size_t colon = printed.rfind(':');
-        EXPECT_TRUE(printed.starts_with("metrics on http://127.0.0.1:")) << printed;
-        port_ = static_cast<uint16_t>(std::atoi(printed.c_str() + colon + 1));
-    }
-
-    uint16_t port() const { return port_; }
-    RunningTool& tool() { return tool_; }
-
-private:
-    RunningTool tool_{{"metrics", "dev0", "--listen", "127.0.0.1:0", "--board", board_.path()}};
-    uint16_t port_ = 0;
-};
-
-/// A connection to the server.
-class Connection {
-public:
-    explicit Connection(uint16_t port) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-            throw std::runtime_error("nobody listens");
-        }
-    }
-    ~Connection() { close(socket_); }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-
-    /// @return whether the server still takes it
-    bool say(const std::string& text) const {
-        return send(socket_, text.data(), text.size(), MSG_NOSIGNAL) ==
-               static_cast<ssize_t>(text.size());
-    }
-    void hang_up() const { shutdown(socket_, SHUT_WR); }
-
-    /// All that the server says until it closes; it must do so in time.
-    std::string heard() const {
-        constexpr int kLongest = 30000;
-        std::string text;
-        char block[4096];
-        pollfd waiting{.fd = socket_, .events = POLLIN, .revents = 0};
-        while (poll(&waiting, 1, kLongest) > 0) {
-            const ssize_t got = recv(socket_, block, sizeof block, 0);
-            if (got <= 0) {
-                return text;
-            }
-            text.append(block, static_cast<size_t>(got));
-        }
-        ADD_FAILURE() << "the server has forgotten its client";
-        return text;
-    }
-
-private:
-    int socket_;
-};
-
-std::string asked(uint16_t port, const std::string& request) {
-    const Connection connection(port);
-    connection.say(request);
-    return connection.heard();
-}
 
 TEST_F(MetricsServer, ServesAndEndsCleanly) {
     const std::string answer = asked(port(), kGet);
