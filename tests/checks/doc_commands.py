@@ -2,11 +2,12 @@
 # SPDX-License-Identifier: Apache-2.0
 """Runs every command of the documentation and compares what it prints with what the page shows.
 
-usage: doc_commands.py --root DIR [--program NAME=PATH]... [--packages DIR] [--compiler COMMAND] [--every-command PAGE]
+usage: doc_commands.py --root DIR --build DIR [--program NAME=PATH]... [--cc COMMAND] [--cxx COMMAND]
+                       [--sanitize LIST] [--every-command PAGE]
 
-Each page has a folder of its own, in which its commands run in their order, with the project's files beside them
-and the programs on their path. A command ends with status 0, or fails if the page shows its error. What a page
-marks (scripts/pages.py) as not run is counted, with why; its chores of ./dev and commands of the tool have to be
+Each page has a folder of its own, in which its commands run in their order, with the project's files beside them, this
+build in the place of build/release, its programs on the path and its compilers as cc and c++. A command ends with status 0, or fails if the page shows its error. What a page
+marks (scripts/page_blocks.py) as not run is counted, with why; its chores of ./dev and commands of the tool have to be
 there all the same. JSON has to be right, a C program to compile, a call in a part of one to be in a public header.
 With --every-command that page shows each command that the tool's help knows.
 """
@@ -17,15 +18,16 @@ import json
 import os
 import pathlib
 import re
-import shlex
 import subprocess
 import sys
 import tempfile
 
 sys.dont_write_bytecode = True  # no __pycache__ in the source tree
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "scripts"))
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path[:0] = [str(HERE.parent.parent / "scripts"), str(HERE.parent / "installed")]
 import make_examples  # noqa: E402
-import pages  # noqa: E402
+import page_blocks  # noqa: E402
+import prefix  # noqa: E402
 
 FOLDERS = ("docs", "examples", "packaging", "platform", "tests", "fuzz", "bench", ".github")
 HISTORY = "CHANGELOG.md"
@@ -35,7 +37,9 @@ LONGEST_S = 120
 CHORE = re.compile(r"(?<![\w/])\./dev ([a-z][a-z-]*)")
 SPAN = re.compile(r"`([^`\n]+)`")
 CALL = re.compile(r"\b((?:mctp|pldm|ncsi|nvmemi|nvme|smbus|sideband|plt)_\w+)\(")
-STANDARD = {"c": "-std=c11", "cpp": "-std=c++20"}
+COMPILERS = {"c": ("cc", "-std=c11"), "cpp": ("c++", "-std=c++20")}
+# What follows a command: later ones of its page find what it has exported.
+KEEP = '\nstatus=$?; env -0 >"$DOC_ENVIRONMENT"; exit $status'
 
 
 def said(text):
@@ -61,10 +65,15 @@ class Help:
         below = [line.split()[0] for line in lines if re.match(r" {2}\S", line)]
         return below, set(re.findall(r"(?<![\w-])--?[a-z][\w-]*", done.stdout))
 
-    def leaves(self, words=()):
-        """Every command that has none below it."""
-        below, _ = self.of(words)
-        return [leaf for word in below for leaf in self.leaves((*words, word))] if below else [" ".join(words)]
+    def without_example(self, lines, words=()):
+        """The commands that none of these lines, lists of words, begins with."""
+        for word in self.of(words)[0]:
+            path = [*words, word]
+            behind = [line[len(path):] for line in lines if line[:len(path)] == path]
+            if not behind:
+                yield " ".join(path)
+            elif any(rest and re.fullmatch("[a-z-]+", rest[0]) for rest in behind):
+                yield from self.without_example(lines, tuple(path))
 
     def complaint(self, command):
         """What in a command line the program does not know; empty for nothing."""
@@ -103,8 +112,9 @@ class Folder:
     """Where a page's commands run."""
 
     def __init__(self, options, path, with_examples):
-        self.path = path / "page"
-        self.path.mkdir()
+        self.path, self.answers = path / "page", options.answers
+        (self.path / "build").mkdir(parents=True)
+        (self.path / "build" / "release").symlink_to(options.build)
         for entry in options.root.iterdir():
             if entry.name not in ("build", ".git", ".cache"):
                 (self.path / entry.name).symlink_to(entry)
@@ -112,43 +122,68 @@ class Folder:
         programs.mkdir()
         for name, program in options.programs.items():
             (programs / name).symlink_to(program)
+        for name, command in (("cc", options.cc), ("c++", options.cxx)):
+            line = prefix.compiler(command, options.sanitize)
+            (programs / name).write_text(f'#!/bin/sh\nPATH="{os.environ["PATH"]}" exec {line} "$@"\n')
+            (programs / name).chmod(0o755)
         self.environment = {**os.environ, "PATH": f"{programs}:{os.environ['PATH']}", "HOME": str(path),
-                            "LC_ALL": "C.UTF-8", "SIDEBAND_TOOL": str(options.programs.get(TOOL, ""))}
-        if options.packages:
-            self.environment["PKG_CONFIG_PATH"] = str(options.packages)
+                            "LC_ALL": "C.UTF-8", "SIDEBAND_TOOL": str(options.programs.get(TOOL, "")),
+                            "PKG_CONFIG_PATH": str(options.build / "meson-uninstalled"),
+                            "DOC_ENVIRONMENT": str(path / "environment")}
         if with_examples:
             make_examples.make(self.path, options.programs[TOOL])
 
     def run(self, command):
-        """(exit status, what it printed, errors last)"""
+        """(exit status, what it printed, errors last). What needs no file answers the same on every page."""
+        alone = re.fullmatch(TOOL + r"( [\w:=-]+)+", command) and "--capture" not in command
+        if not alone:
+            return self.run_here(command)
+        if command not in self.answers:
+            self.answers[command] = self.run_here(command)
+        return self.answers[command]
+
+    def run_here(self, command):
         try:
-            done = subprocess.run(["sh", "-c", command], cwd=self.path, env=self.environment, timeout=LONGEST_S,
+            done = subprocess.run(["sh", "-c", command + KEEP], cwd=self.path, env=self.environment, timeout=LONGEST_S,
                                   stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
         except subprocess.TimeoutExpired:
             return "none", f"it takes longer than {LONGEST_S} s"
+        kept = pathlib.Path(self.environment["DOC_ENVIRONMENT"])
+        if kept.exists():
+            self.environment = dict(line.split("=", 1) for line in kept.read_text().split("\0") if "=" in line)
         return done.returncode, done.stdout + done.stderr
+
+
+class Shown(str):
+    """A line of a page, which may leave out the end of what was printed."""
+
+    __hash__ = str.__hash__
+
+    def __eq__(self, printed):
+        gap = " " + page_blocks.GAP
+        return str(self) == printed or (self.endswith(gap) and printed.startswith(self.removesuffix(gap)))
 
 
 def fits(printed, shown):
     """Whether a page shows what was printed, gaps apart."""
     parts = [[]]
     for line in shown:
-        if line == pages.GAP:
+        if line == page_blocks.GAP:
             parts.append([])
         else:
-            parts[-1].append(line)
+            parts[-1].append(Shown(line))
     first, *rest = parts
     if not rest:
-        return printed == first
-    if printed[:len(first)] != first:
+        return first == printed
+    if first != printed[:len(first)]:
         return False
     at = len(first)
     for part in rest[:-1]:
-        at = next((i + len(part) for i in range(at, len(printed) + 1) if printed[i:i + len(part)] == part), None)
+        at = next((i + len(part) for i in range(at, len(printed) + 1) if part == printed[i:i + len(part)]), None)
         if at is None:
             return False
     last = rest[-1]
-    return len(printed) - len(last) >= at and printed[len(printed) - len(last):] == last
+    return len(printed) - len(last) >= at and last == printed[len(printed) - len(last):]
 
 
 class Page:
@@ -166,8 +201,8 @@ class Page:
     def check(self):
         lines = (self.options.root / self.name).read_text(encoding="utf-8").splitlines()
         try:
-            blocks = pages.blocks(lines)
-        except pages.BadPage as reason:
+            blocks = page_blocks.blocks(lines)
+        except page_blocks.BadPage as reason:
             self.complaints.append(f"{self.name}:{reason}")
             return
         self.check_spans(lines, blocks)
@@ -177,7 +212,7 @@ class Page:
             for block in blocks:
                 try:
                     self.check_block(block)
-                except pages.BadPage as reason:
+                except page_blocks.BadPage as reason:
                     self.complaints.append(f"{self.name}:{reason}")
 
     def check_spans(self, lines, blocks):
@@ -218,8 +253,12 @@ class Page:
                 self.reasons[f"{block.mark[0]}: {block.mark[1]}"] += 1
 
     def check_sh(self, block):
-        joined = re.sub(r"\\\n", " ", "\n".join(block.lines)).split("\n")
-        commands = [(block.line + 1 + i, line) for i, line in enumerate(joined) if line.strip() and line[0] != "#"]
+        commands = []
+        for at, line in enumerate(block.lines):
+            if at and block.lines[at - 1].endswith("\\"):
+                commands[-1] = (commands[-1][0], commands[-1][1].removesuffix("\\") + line.strip())
+            elif line.strip() and not line.startswith("#"):
+                commands.append((block.line + 1 + at, line))
         if block.left_out:
             self.leave_out(block, commands)
             return
@@ -238,8 +277,8 @@ class Page:
             self.complain(line, f"{command} is not in .ci/run; the block needs a mark that says why it is not run")
 
     def check_console(self, block):
-        prompts = (pages.PROMPT, *pages.OTHER_PROMPTS) if block.left_out else (pages.PROMPT,)
-        found = pages.examples(block, prompts)
+        prompts = (page_blocks.PROMPT, *page_blocks.OTHER_PROMPTS) if block.left_out else (page_blocks.PROMPT,)
+        found = page_blocks.examples(block, prompts)
         if block.left_out:
             self.leave_out(block, [(example.line, example.command) for example in found])
             return
@@ -287,19 +326,19 @@ class Page:
         source = self.folder.path / f"block.{block.language}"
         source.write_text(text + "\n", encoding="utf-8")
         includes = [f"-I{self.options.root / folder}" for folder in ("include", "platform/sim", "platform/linux")]
-        done = subprocess.run([*self.options.compiler, STANDARD[block.language], "-Wall", "-Wextra", "-Werror",
-                               "-fsyntax-only", *includes, source], capture_output=True, text=True, check=False)
+        done = subprocess.run([*COMPILERS[block.language], "-Wall", "-Wextra", "-Werror", "-fsyntax-only", *includes,
+                               source], env=self.folder.environment, capture_output=True, text=True, check=False)
         if done.returncode != 0:
             self.complain(block.line, f"this program does not compile:{said(done.stderr)}")
 
     def check_text(self, block):
-        command = next((line for line in block.lines if line.startswith((pages.PROMPT, "./dev "))), None)
+        command = next((line for line in block.lines if line.startswith((page_blocks.PROMPT, "./dev "))), None)
         if command:
             self.complain(block.line, f"a command in a block of {block.language}: {command}")
         if block.mark[0] != "shown by":
             return
         status, printed = self.run(block.line, block.mark[1], block, False)
-        around = [pages.GAP, *block.lines, pages.GAP]
+        around = [page_blocks.GAP, *block.lines, page_blocks.GAP]
         if status == 0 and not fits(printed.splitlines(), around):
             self.complain(block.line, f"{block.mark[1]} does not print this")
 
@@ -316,23 +355,25 @@ def public_names(root):
     return {name for header in headers for name in re.findall(r"\w+(?=\()", header.read_text(encoding="utf-8"))}
 
 
-def not_shown(every, shown):
-    """The tool's commands of which no page has an example."""
-    words = [" ".join(word for word in command.split()[1:] if not word.startswith("--")) + " " for command in shown
+def not_shown(tool, shown):
+    """The tool's commands of which a page has no example."""
+    lines = [[word for word in command.split()[1:] if not word.startswith("--")] for command in shown
              if command.split()[0] == TOOL]
-    return [leaf for leaf in every if not any(line.startswith(leaf + " ") for line in words)]
+    return list(tool.without_example(lines))
 
 
 def read_options():
     parser = argparse.ArgumentParser()
     parser.add_argument("--root", required=True, type=pathlib.Path)
     parser.add_argument("--program", action="append", default=[], help="NAME=PATH")
-    parser.add_argument("--packages", type=pathlib.Path, help="the folder of the pkg-config files")
-    parser.add_argument("--compiler", default="cc", type=shlex.split)
+    parser.add_argument("--build", required=True, type=pathlib.Path)
+    parser.add_argument("--cc", default="cc")
+    parser.add_argument("--cxx", default="c++")
+    parser.add_argument("--sanitize", default="none")
     parser.add_argument("--every-command", help="a page")
     options = parser.parse_args()
     options.root = options.root.resolve()
-    options.packages = options.packages and options.packages.resolve()
+    options.build, options.answers = options.build.resolve(), {}
     options.programs = {name: pathlib.Path(path).resolve() for name, path in
                         (program.split("=", 1) for program in options.program)}
     options.help = {name: Help(path) for name, path in options.programs.items()}
@@ -347,7 +388,7 @@ def main():
         page = Page(options, name)
         page.check()
         if name == options.every_command:
-            missing = not_shown(options.help[TOOL].leaves(), page.shown)
+            missing = not_shown(options.help[TOOL], page.shown)
             page.complaints += [f"{name}: there is no example of {TOOL} {command}" for command in missing]
         complaints += page.complaints
         counts += page.counts

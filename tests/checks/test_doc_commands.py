@@ -45,8 +45,8 @@ class DocCommands(unittest.TestCase):
                 path.parent.mkdir(parents=True, exist_ok=True)
                 path.write_text(text)
             (root / "tool").chmod(0o755)
-            done = subprocess.run([sys.executable, SCRIPT, "--root", root, "--program", f"sideband-sim={root}/tool",
-                                   *options], capture_output=True, text=True, check=False)
+            done = subprocess.run([sys.executable, SCRIPT, "--root", root, "--build", root, "--program",
+                                   f"sideband-sim={root}/tool", *options], capture_output=True, text=True, check=False)
             self.assertEqual(done.stderr, "")
             return done.returncode == 0, done.stdout
 
@@ -144,7 +144,7 @@ class DocCommands(unittest.TestCase):
             for name, text in {**FILES, "README.md": "Nothing.\n"}.items():
                 (root / name).parent.mkdir(parents=True, exist_ok=True)
                 (root / name).write_text(text)
-            done = subprocess.run([sys.executable, SCRIPT, "--root", root], capture_output=True, text=True, check=False)
+            done = subprocess.run([sys.executable, SCRIPT, "--root", root, "--build", root], capture_output=True, text=True, check=False)
         self.assertEqual((done.returncode, done.stdout.splitlines()[0]), (1, "no commands"))
 
 

@@ -25,22 +25,24 @@ def parser():
     return made
 
 
+def compiler(command, sanitize):
+    """What compiles for a library that was built so."""
+    # A sanitized library needs its run-time library in the program; no part of what users type.
+    if sanitize == "none":
+        return command
+    clang = " -fsanitize-link-c++-runtime -lstdc++" if "clang" in command else ""
+    return f"{command} -fsanitize={sanitize}{clang}"
+
+
 class Prefix:
     def __init__(self, folder, arguments):
         self.folder, self.root = folder, folder / "root"
         self.sanitize = arguments.sanitize
-        self.compilers = {"c": self._compiler(arguments.cc), "c++": self._compiler(arguments.cxx)}
+        self.compilers = {"c": compiler(arguments.cc, self.sanitize), "c++": compiler(arguments.cxx, self.sanitize)}
         run(["meson", "install", "-C", arguments.build, "--no-rebuild", "--destdir", str(self.root)])
         self.packages = self._only("sideband.pc").parent
         self.libraries = self._only("libsideband.so").parent
         self.headers = self._only("mctp.h").parent.parent
-
-    def _compiler(self, command):
-        # A sanitized library needs its run-time library in the program; no part of what users type.
-        if self.sanitize == "none":
-            return command
-        clang = " -fsanitize-link-c++-runtime -lstdc++" if "clang" in command else ""
-        return f"{command} -fsanitize={self.sanitize}{clang}"
 
     def _only(self, name):
         found = list(self.root.rglob(name))
