@@ -5,11 +5,12 @@
 usage: doc_commands.py --root DIR --build DIR [--program NAME=PATH]... [--cc COMMAND] [--cxx COMMAND]
                        [--sanitize LIST] [--every-command PAGE]
 
-Each page has a folder of its own, in which its commands run in their order, with the project's files beside them, this
-build in the place of build/release, its programs on the path and its compilers as cc and c++. A command ends with status 0, or fails if the page shows its error. What a page
-marks (scripts/page_blocks.py) as not run is counted, with why; its chores of ./dev and commands of the tool have to be
-there all the same. JSON has to be right, a C program to compile, a call in a part of one to be in a public header.
-With --every-command that page shows each command that the tool's help knows.
+Each page has a folder of its own, in which its commands run in their order, with the project's files beside them,
+this build in the place of build/release, its programs on the path and its compilers as cc and c++. A command ends
+with status 0, or fails if the page shows its error. What a page marks (scripts/page_blocks.py) as not run is counted,
+with why; its chores of ./dev and commands of the tool have to be there all the same. JSON has to be right, a C program
+to compile, a call in a part of one to be in a public header. With --every-command that page shows each command that
+the tool's help knows.
 """
 import argparse
 import collections
@@ -38,6 +39,8 @@ CHORE = re.compile(r"(?<![\w/])\./dev ([a-z][a-z-]*)")
 SPAN = re.compile(r"`([^`\n]+)`")
 CALL = re.compile(r"\b((?:mctp|pldm|ncsi|nvmemi|nvme|smbus|sideband|plt)_\w+)\(")
 COMPILERS = {"c": ("cc", "-std=c11"), "cpp": ("c++", "-std=c++20")}
+# What a sanitized build wants of a linker means nothing here.
+QUIET = ("-fsyntax-only", "-Wno-unused-command-line-argument")
 # What follows a command: later ones of its page find what it has exported.
 KEEP = '\nstatus=$?; env -0 >"$DOC_ENVIRONMENT"; exit $status'
 
@@ -326,7 +329,7 @@ class Page:
         source = self.folder.path / f"block.{block.language}"
         source.write_text(text + "\n", encoding="utf-8")
         includes = [f"-I{self.options.root / folder}" for folder in ("include", "platform/sim", "platform/linux")]
-        done = subprocess.run([*COMPILERS[block.language], "-Wall", "-Wextra", "-Werror", "-fsyntax-only", *includes,
+        done = subprocess.run([*COMPILERS[block.language], "-Wall", "-Wextra", "-Werror", *QUIET, *includes,
                                source], env=self.folder.environment, capture_output=True, text=True, check=False)
         if done.returncode != 0:
             self.complain(block.line, f"this program does not compile:{said(done.stderr)}")

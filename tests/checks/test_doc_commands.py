@@ -89,6 +89,14 @@ class DocCommands(unittest.TestCase):
                       ("one", "...", "three", "two", "...", "four"), ("one", "two", "three", "...", "three", "four")):
             self.refuse("prints something else", block("console", "$ sideband-sim show", *shown))
 
+    def test_takes_a_line_whose_end_is_left_out(self):
+        self.accept(block("console", "$ sideband-sim show", "o ...", "two", "...", "fo ..."))
+        self.refuse("prints something else", block("console", "$ sideband-sim show", "t ...", "...", "four"))
+
+    def test_keeps_what_a_command_exports_for_the_page(self):
+        self.accept(block("sh", "export WORD=kept", "test $WORD \\", "    = kept"))
+        self.refuse("test $WORD = kept ends with status", block("sh", "test $WORD = kept"))
+
     def test_finds_a_line_that_prints_nothing(self):
         self.refuse("sideband-sim silent prints nothing", block("sh", "sideband-sim silent"))
 
