@@ -31,7 +31,7 @@ declare -A package_groups=(
     [package]='debhelper=dh lintian=lintian dpkg-dev=dpkg-buildpackage pkgconf=pkg-config'
     [chroot]='mmdebstrap=mmdebstrap debian-archive-keyring=/usr/share/keyrings/debian-archive-keyring.gpg'
     [clients]='nvme-cli=nvme libnvme-dev=/usr/include/libnvme-mi.h i2c-tools=i2ctransfer'
-    [prometheus]='prometheus=prometheus'
+    [counterparts]='prometheus=prometheus zsh=zsh fish=fish'
     [tshark]='mmdebstrap=mmdebstrap debian-archive-keyring=/usr/share/keyrings/debian-archive-keyring.gpg'
 )
 

@@ -141,7 +141,7 @@ std::string printed_by(const std::string& command) {
 
 TEST_F(MetricsServer, PrometheusScrapesIt) {
     if (printed_by("command -v prometheus").empty()) {
-        GTEST_SKIP() << "prometheus is not installed (./dev prometheus does it)";
+        GTEST_SKIP() << "prometheus is not installed (./dev counterparts does it)";
     }
     const std::string folder =
         testing::TempDir() + "sideband-prometheus-" + std::to_string(getpid());
