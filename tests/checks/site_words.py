@@ -17,8 +17,8 @@ import pages  # noqa: E402
 
 # A per cent sign and an at sign with a word behind it are a command to Doxygen, and a hash sign asks for a link.
 WORD = re.compile(r"[%@#\\]?\w+")
-# What a page has for its layout alone: the language of a block, the number of an item.
-LAYOUT = re.compile(r"^ *(```|~~~)\w*$|^ *\d+\. ", re.M)
+# What a page has for its layout alone: the language of a block, the number of an item, a mark on a line of its own.
+LAYOUT = re.compile(r"^ *(```|~~~)\w*$|^ *\d+\. |^ *<!--.*-->$", re.M)
 
 
 class Words(html.parser.HTMLParser):

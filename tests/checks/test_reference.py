@@ -260,7 +260,7 @@ class LinkCheck(Scratch):
 
 
 class WordCheck(unittest.TestCase):
-    PAGE = "# T\n\n![A view](v.svg)\n\n1. Ten %m in `a b`, a [link](x.md).\n\n```console\n#include\n```\n"
+    PAGE = "# T\n\n<!-- not run here: why -->\n![A view](v.svg)\n\n1. Ten %m in `a b`, a [link](x.md).\n\n```console\n#include\n```\n"
     SITE = "<script>no</script><h1>T</h1><img alt='A view'><ol><li>Ten %m in <code>a b</code>, a <a>link</a>.</li></ol><pre>#include</pre>"
 
     def test_accepts_all_words(self):
