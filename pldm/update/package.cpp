@@ -92,6 +92,14 @@ bool refuse() {
     return false;
 }
 
+/// Whether there was memory. If not the context says so.
+bool have(const void* block, pldm_fw_update_ctx& ctx) {
+    if (block == nullptr) {
+        ctx.last_error = error_of(SIDEBAND_CAUSE_MEMORY, SIDEBAND_STEP_FILE);
+    }
+    return block != nullptr;
+}
+
 char* text_of(Bytes bytes) {
     return reinterpret_cast<char*>(copy_bytes(bytes, 1).release());
 }
@@ -166,7 +174,7 @@ bool Parser::read_records() {
     ctx_.device_record_num = count[0];
     ctx_.records =
         static_cast<pldm_device_record*>(std::calloc(count[0], sizeof(pldm_device_record)));
-    if (ctx_.records == nullptr || !check()) {
+    if (!have(ctx_.records, ctx_) || !check()) {
         return false;
     }
     for (unsigned i = 0; i < count[0]; ++i) {
@@ -280,7 +288,7 @@ bool Parser::read_set_version(pldm_device_record& record, uint8_t type, uint8_t 
     }
     print("Component iamge st Ver String: %s\n", Printable(version).text());
     record.image_version_string = text_of(version);
-    if (record.image_version_string == nullptr) {
+    if (!have(record.image_version_string, ctx_)) {
         return false;
     }
     record.component_image_set_ver_string_type = type;
@@ -306,7 +314,7 @@ bool Parser::read_descriptors(pldm_device_record& record) {
         return false;
     }
     record.descriptors = copy_bytes(descriptors, 0).release();
-    return record.descriptors != nullptr;
+    return have(record.descriptors, ctx_);
 }
 
 bool Parser::read_package_data(pldm_device_record& record) {
@@ -331,7 +339,7 @@ bool Parser::read_components() {
     print("component image count %d\n", count);
     ctx_.component_num = count;
     ctx_.component_images = static_cast<uint8_t**>(std::calloc(count, sizeof(uint8_t*)));
-    if (ctx_.component_images == nullptr || (count == 0 && !check())) {
+    if (!have(ctx_.component_images, ctx_) || (count == 0 && !check())) {
         return false;
     }
     for (unsigned i = 0; i < count; ++i) {
@@ -351,7 +359,7 @@ bool Parser::read_component(uint8_t*& copy) {
         return false;
     }
     copy = copy_bytes(file_.subspan(start, position() - start), 1).release();
-    return copy != nullptr && check();
+    return have(copy, ctx_) && check();
 }
 
 bool Parser::compare_checksum() {

@@ -479,6 +479,7 @@ TEST_F(FwPackageHostile, WithoutMemoryForAnythingElseItIsNot) {
         SCOPED_TRACE(nth);
         libc.fail_allocation(nth);
         expect_refused(sample_package(), "");
+        EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_MEMORY) << "and not a bad file";
         pldm_free_ctx_resource(&ctx);
         EXPECT_EQ(libc.live_blocks(), 0u);
     }
