@@ -269,7 +269,8 @@ SIDEBAND_EXPORT int32_t pldm_query_device_identifiers(pldm_fw_update_ctx* ctx,
  * GetFirmwareParameters (0x02): fills active_version_string, pending_version_string,
  * fd_components_num and fd_component_params, and prints them; what was there is released.
  * @return 0, even if the component table does not end inside the response or memory ran out
- *         while it was copied: see pldm_parse_firmware_para(); -1 if the answer is to another
+ *         while it was copied (pldm.last_error has SIDEBAND_CAUSE_MEMORY then): see
+ *         pldm_parse_firmware_para(); -1 if the answer is to another
  *         command; else see above
  */
 SIDEBAND_EXPORT int32_t pldm_get_firmware_parameters(pldm_fw_update_ctx* ctx);

@@ -105,7 +105,11 @@ bool build_update_list(pldm_fw_update_ctx& ctx) {
     std::free(ctx.update_list);  // of an earlier record
     ctx.update_list = static_cast<pldm_update_component*>(
         std::calloc(ctx.component_num, sizeof(pldm_update_component)));
-    if (ctx.update_list == nullptr || !fill_update_list(ctx)) {
+    if (ctx.update_list == nullptr) {
+        fail_request(ctx, kPassComponentTable, SIDEBAND_CAUSE_MEMORY);
+        return false;
+    }
+    if (!fill_update_list(ctx)) {
         return false;
     }
     order({ctx.update_list, ctx.component_num});

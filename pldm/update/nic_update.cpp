@@ -156,9 +156,14 @@ private:
         } else if ((flags_ & PLDM_FW_FLAG_QUERY) != 0) {
             print_versions(ctx_, flags_);
         } else {
+            const bool forgetful = ctx_.pldm.last_error.cause == SIDEBAND_CAUSE_MEMORY;
             ctx_.matched_record = &record;
             pldm_force_update_flag = (flags_ & PLDM_FW_FLAG_FORCE) != 0 ? 1 : 0;
             while (request_update()) {
+            }
+            if (forgetful && ctx_.last_error.cause == SIDEBAND_CAUSE_NOT_FOUND) {
+                // The device does have the component: what it has told of it was not kept.
+                ctx_.last_error.cause = SIDEBAND_CAUSE_MEMORY;
             }
         }
     }

@@ -89,11 +89,18 @@ const void* address(const uint8_t* from, size_t distance) {
     return reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(from) + distance);
 }
 
+/// Leaves in the context that what the device has told is not kept whole. @return false
+bool run_out_of_memory(pldm_fw_update_ctx& ctx) {
+    ctx.pldm.last_error =
+        error_of(SIDEBAND_CAUSE_MEMORY, SIDEBAND_STEP_PLDM, kGetFirmwareParameters);
+    return false;
+}
+
 /// Keeps a string in the place of an earlier one.
-bool keep(char*& kept, Bytes string) {
+bool keep(pldm_fw_update_ctx& ctx, char*& kept, Bytes string) {
     auto copy = copy_bytes(string, 1);
     if (copy == nullptr) {
-        return false;
+        return run_out_of_memory(ctx);
     }
     std::free(kept);
     kept = reinterpret_cast<char*>(copy.release());
@@ -169,7 +176,7 @@ size_t print_entry(Bytes table) {
 }
 
 /// Copies the entry at which the reader stands, and moves on behind it.
-bool keep_entry(WireReader& table, uint8_t*& kept) {
+bool keep_entry(pldm_fw_update_ctx& ctx, WireReader& table, uint8_t*& kept) {
     // The numbers are part of the texts that log readers match.
     const Bytes rest = table.rest();
     const void* const buffer_end = address(rest.data(), rest.size());
@@ -184,7 +191,7 @@ bool keep_entry(WireReader& table, uint8_t*& kept) {
     const size_t size = print_entry(rest);
     kept = allocate_bytes(size).release();
     if (kept == nullptr) {
-        return false;
+        return run_out_of_memory(ctx);
     }
     const Bytes entry = table.bytes(size);
     if (!table.ok()) {
@@ -205,11 +212,12 @@ int32_t keep_entries(pldm_fw_update_ctx& ctx, WireReader& table, uint16_t count)
     }
     ctx.fd_component_params = static_cast<uint8_t**>(std::calloc(count, sizeof(uint8_t*)));
     if (ctx.fd_component_params == nullptr) {
+        run_out_of_memory(ctx);
         return -1;
     }
     ctx.fd_components_num = count;
     for (unsigned i = 0; i < count; ++i) {
-        if (!keep_entry(table, ctx.fd_component_params[i])) {
+        if (!keep_entry(ctx, table, ctx.fd_component_params[i])) {
             return -1;
         }
     }
@@ -264,8 +272,8 @@ int32_t pldm_parse_firmware_para(pldm_fw_update_ctx* ctx, const uint8_t* respons
         return -1;
     }
     print(parameters);
-    if (!keep(ctx->active_version_string, parameters.active) ||
-        !keep(ctx->pending_version_string, parameters.pending)) {
+    if (!keep(*ctx, ctx->active_version_string, parameters.active) ||
+        !keep(*ctx, ctx->pending_version_string, parameters.pending)) {
         return -1;
     }
     return keep_entries(*ctx, reader, parameters.component_count);

@@ -178,6 +178,7 @@ TEST_F(PldmComponents, WithoutMemoryForTheListTheUpdateStops) {
     libc.fail_allocation(1);
     expect_stopped_silently(act(1), "");
     EXPECT_EQ(ctx.update_list, nullptr);
+    EXPECT_EQ(pldm_fw_update_last_error(&ctx)->cause, SIDEBAND_CAUSE_MEMORY);
 }
 
 TEST_F(PldmComponents, AComponentThatThePackageHasNoCopyOfCarriesNoImage) {

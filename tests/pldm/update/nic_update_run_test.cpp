@@ -231,6 +231,9 @@ TEST_P(PldmNicUpdateWithoutMemory, EachAllocationThatFailsReleasesEverything) {
         libc.fail_allocation(n);
         const int32_t result = run_update();
         EXPECT_TRUE(result == 0 || result == -1) << n << ": " << result;
+        const uint8_t cause = pldm_fw_update_last_error(&ctx)->cause;
+        EXPECT_TRUE(cause == SIDEBAND_CAUSE_MEMORY || cause == SIDEBAND_CAUSE_NONE)
+            << n << ": " << +cause;
         const Texts trace = sessions();
         EXPECT_TRUE(trace == Texts() || trace == (Texts{"open", "close"})) << n;
         EXPECT_EQ(ctx.pcie_session, nullptr);

@@ -250,6 +250,9 @@ TEST_F(PldmGetFirmwareParameters, EveryFailedAllocationLeavesNothingLoose) {
         endpoint.answer({kParameters});
         libc.fail_allocation(static_cast<int>(n));
         EXPECT_EQ(get().result, n == 1 ? -1 : 0) << n;
+        EXPECT_EQ(pldm_last_error(&ctx.pldm)->cause,
+                  n <= kAllocations ? SIDEBAND_CAUSE_MEMORY : SIDEBAND_CAUSE_NONE)
+            << n;
         EXPECT_EQ(ctx.active_version_string != nullptr, n > 2) << n;
         EXPECT_EQ(ctx.pending_version_string != nullptr, n > 3) << n;
         EXPECT_EQ(ctx.fd_component_params != nullptr, n > 4) << n;
