@@ -64,7 +64,11 @@ const char* text_of(const char (&texts)[size], unsigned number) {
 /// A text that may be longer than its room.
 class Text {
 public:
-    Text(char* buffer, size_t size) : buffer_(buffer), size_(size) {}
+    Text(char* buffer, size_t size) : buffer_(buffer), size_(size) {
+        if (size != 0) {
+            buffer[0] = '\0';
+        }
+    }
 
     void add(const char* format, ...) SIDEBAND_PRINTF(2, 3) {
         va_list arguments;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "support/errors.h"
+#include "support/offset_table.h"
 
 namespace {
 
@@ -95,6 +96,24 @@ TEST(ErrorText, IsCutToTheRoomWithANulBehindItAndSaysHowLongItIs) {
     char untouched = '#';
     EXPECT_EQ(sideband_error_text(&error, &untouched, 0), whole.size());
     EXPECT_EQ(untouched, '#');
+}
+
+int failing_vsnprintf() {
+    return -1;
+}
+
+TEST(ErrorText, ATextThatCannotBePutTogetherIsAnEmptyOne) {
+    test::Substitute substitutes[] = {
+        {"vsnprintf", test::address_of(failing_vsnprintf)},
+        {"__vsnprintf_chk", test::address_of(failing_vsnprintf)},
+    };
+    const sideband_error error = made(SIDEBAND_CAUSE_LOCK);
+    char text[] = "####";
+    test::patch_offsets(substitutes);
+    const size_t length = sideband_error_text(&error, text, sizeof text);
+    test::restore_offsets(substitutes);
+    EXPECT_EQ(length, 0u);
+    EXPECT_STREQ(text, "");
 }
 
 }  // namespace
