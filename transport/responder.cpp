@@ -153,12 +153,21 @@ Message parse(std::span<const uint8_t> bytes) {
     return {reader.u8(), Header::read(reader), reader};
 }
 
+/// Whether an owner cannot have heard of the BMC, which is why nothing comes of it.
+bool is_unsent(const sideband_error& notified) {
+    return notified.cause == SIDEBAND_CAUSE_LOCK || notified.cause == SIDEBAND_CAUSE_NO_POWER ||
+           notified.cause == SIDEBAND_CAUSE_NO_BUS ||
+           notified.cause == SIDEBAND_CAUSE_NOT_ACKNOWLEDGED;
+}
+
 bool is_control(int32_t length, const Message& message) {
     return length > 0 && (message.type & ~MCTP_MSG_TYPE_INTEGRITY_CHECK) == MCTP_MSG_TYPE_CONTROL;
 }
 
-int32_t respond_until_assigned(mctp_ctx& ctx, uint8_t former_eid) {
+/// @param notified  what became of the announcement
+int32_t respond_until_assigned(mctp_ctx& ctx, uint8_t former_eid, const sideband_error& notified) {
     Responder responder(ctx, former_eid);
+    sideband_error first = notified;
     int ignored = 0;
     // No time limit of its own: the binding's read bounds each wait.
     for (;;) {
@@ -168,8 +177,12 @@ int32_t respond_until_assigned(mctp_ctx& ctx, uint8_t former_eid) {
         const int32_t length = ctx.recv(&ctx, static_cast<int32_t>(bytes.size()), bytes.data());
         if (length < 0) {
             fail(ctx.last_error, SIDEBAND_CAUSE_NO_ANSWER);
+            if (is_unsent(first)) {
+                ctx.last_error = first;
+            }
             return 0;
         }
+        first = kNoError;  // Somebody is there nevertheless.
         Message message = parse(bytes);
         if (!is_control(length, message)) {
             if (++ignored == kIgnoredMessagesMax) {
@@ -204,5 +217,6 @@ int32_t get_bmc_by_owner(mctp_ctx* ctx) {
         ctx->owner_route = current_route(*ctx);
         return 1;
     }
-    return respond_until_assigned(*ctx, former_eid);
+    const sideband_error notified = ctx->last_error;
+    return respond_until_assigned(*ctx, former_eid, notified);
 }

@@ -234,6 +234,11 @@ TEST_F(ContextError, AnEndpointThatAnOwnerGivesNothingToSaysWhy) {
     ctx.recv = mctp_smbus_recv_with_type;
     EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
     EXPECT_EQ(said(ctx.last_error), "no answer");
+    port().main_power = 0;
+    EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
+    EXPECT_EQ(said(ctx.last_error), "no power, in MCTP control command 0x0d")
+        << "the owner has not heard of the BMC";
+    port().main_power = 1;
     ctx.send = nullptr;
     EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
     EXPECT_EQ(said(ctx.last_error), "wrong argument");
