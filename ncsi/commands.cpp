@@ -39,6 +39,14 @@ bool discover(ncsi_ctx& ctx, unsigned package, unsigned number) {
     return true;
 }
 
+/// Of several channels that did not answer the first one tells why, and not the last one, which may
+/// not be there at all.
+void keep_first(sideband_error& first, const sideband_error& error) {
+    if (first.cause == SIDEBAND_CAUSE_NONE) {
+        first = error;
+    }
+}
+
 int32_t address_package(ncsi_channel* channel, uint8_t type, uint32_t package_id,
                         const char* failure) {
     if (!ncsi::begin(channel)) {
@@ -74,16 +82,19 @@ int32_t ncsi_discovery(ncsi_ctx* ctx) {
     if (ctx->transfer == nullptr) {
         return -1;
     }
+    sideband_error first = kNoError;
     for (unsigned package = 0; package < NCSI_PACKAGES; ++package) {
         bool found = false;
         for (unsigned number = 0; number < NCSI_CHANNELS; ++number) {
             found |= discover(*ctx, package, number);
+            keep_first(first, ctx->last_error);
         }
         if (found) {
             ctx->last_error = kNoError;  // Of channels that are not there.
             return 0;
         }
     }
+    ctx->last_error = first;
     return -1;
 }
 
@@ -95,6 +106,7 @@ int32_t ncsi_oem_discovery(ncsi_ctx* ctx) {
     if (ctx->oem_transfer == nullptr) {
         return -1;
     }
+    sideband_error first = kNoError;
     for (unsigned number = 0; number < NCSI_CHANNELS; ++number) {
         ncsi::Request request(NCSI_CLEAR_INITIAL_STATE, channel_id_of(0, number));
         if (ctx->oem_transfer(ctx, request.size(), kStatusCapacity, request.data(),
@@ -102,7 +114,9 @@ int32_t ncsi_oem_discovery(ncsi_ctx* ctx) {
             return 0;
         }
         print_line("clear init state failed.");
+        keep_first(first, ctx->last_error);
     }
+    ctx->last_error = first;
     return -1;
 }
 

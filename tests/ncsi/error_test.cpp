@@ -94,6 +94,20 @@ TEST_F(NcsiError, OfASearchThatFindsSomeChannelsNothingIsLeft) {
     EXPECT_EQ(why(), "no answer, in NC-SI command 0x00");
 }
 
+TEST_F(NcsiError, OfASearchThatFindsNoChannelTheFirstFailureIsKept) {
+    int calls = 0;
+    endpoint.on_call = [&] {
+        endpoint.last_error.cause = ++calls == 1 ? SIDEBAND_CAUSE_NO_POWER : SIDEBAND_CAUSE_NONE;
+    };
+    EXPECT_EQ(ncsi_discovery(&ctx), -1);
+    EXPECT_EQ(calls, 64);
+    EXPECT_EQ(why(), "no power, in NC-SI command 0x00");
+    calls = 0;
+    EXPECT_EQ(ncsi_oem_discovery(&ctx), -1);
+    EXPECT_EQ(calls, 8);
+    EXPECT_EQ(why(), "no power, in NC-SI command 0x00");
+}
+
 TEST_F(NcsiError, WhatFailedInFrontOfTheEndpointIsRemembered) {
     ncsi_ctx fresh{};
     const mctp_ctx config = test::smbus_context();
