@@ -79,6 +79,10 @@ template <>
 constexpr bool kWaits<PltMCTPI2C_SlaveReadWithPEC_NoMutex> = true;
 template <>
 constexpr bool kWaits<PltMCTP_WriteRead> = true;
+// An update asks again at once for as long as its device may be silent; the board's clock would
+// stand still.
+template <>
+constexpr bool kWaits<lx_mutex_get> = true;
 
 template <typename Result>
 Result failure(intptr_t value) {
