@@ -292,7 +292,7 @@ class Tree:
 def bound():
     """A mutant may want all of the memory, or of the disk."""
     resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
-    resource.setrlimit(resource.RLIMIT_FSIZE, (256 << 20, 256 << 20))
+    resource.setrlimit(resource.RLIMIT_FSIZE, (8 << 30, 8 << 30))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
 

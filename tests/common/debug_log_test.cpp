@@ -268,13 +268,25 @@ void write_messages(char letter, int count, size_t length) {
     }
 }
 
-void write_from_two_processes(int count, size_t length) {
+/// Threads that write at once, each its own letter.
+void write_from_threads(const std::string& letters, int count, size_t length) {
+    std::vector<std::thread> threads;
+    for (const char letter : letters) {
+        threads.emplace_back([=] { write_messages(letter, count, length); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+/// Processes that write at once, each by as many threads as it has letters.
+void write_from_processes(const std::vector<std::string>& processes, int count, size_t length) {
     std::vector<pid_t> children;
-    for (char letter : {'a', 'b'}) {
+    for (const std::string& letters : processes) {
         pid_t child = fork();
         ASSERT_GE(child, 0);
         if (child == 0) {
-            write_messages(letter, count, length);
+            write_from_threads(letters, count, length);
             _exit(0);
         }
         children.push_back(child);
@@ -300,7 +312,7 @@ std::map<char, int> count_whole(const Lines& lines, size_t length) {
 TEST_F(DebugLog, TwoProcessesNeitherMixNorLoseMessages) {
     touch(DEBUG_LOG_FILE_MARKER);
     // 2 * 200 * 300 bytes: just below the rotation.
-    write_from_two_processes(200, 299);
+    write_from_processes({"a", "b"}, 200, 299);
     EXPECT_EQ(count_whole(lines(DEBUG_LOG_FILE), 299),
               (std::map<char, int>{{'a', 200}, {'b', 200}}));
 }
@@ -308,13 +320,13 @@ TEST_F(DebugLog, TwoProcessesNeitherMixNorLoseMessages) {
 TEST_F(DebugLog, TwoProcessesDoNotMixMessagesLongerThanABuffer) {
     touch(DEBUG_LOG_FILE_MARKER);
     // Each takes several writes to the file, so that only the lock keeps them apart.
-    write_from_two_processes(6, 9999);
+    write_from_processes({"a", "b"}, 6, 9999);
     EXPECT_EQ(count_whole(lines(DEBUG_LOG_FILE), 9999), (std::map<char, int>{{'a', 6}, {'b', 6}}));
 }
 
 TEST_F(DebugLog, TwoProcessesThatRotateKeepMessagesWhole) {
     touch(DEBUG_LOG_FILE_MARKER);
-    write_from_two_processes(100, 4999);
+    write_from_processes({"a", "b"}, 100, 4999);
     const std::map<char, int> current = count_whole(lines(DEBUG_LOG_FILE), 4999);
     const std::map<char, int> rotated = count_whole(lines(DEBUG_LOG_FILE_ROTATED), 4999);
     // Both may rotate at one time, and the second one then has next to nothing to rotate: which of
@@ -325,16 +337,30 @@ TEST_F(DebugLog, TwoProcessesThatRotateKeepMessagesWhole) {
 
 TEST_F(DebugLogThreads, SeveralThreadsNeitherMixNorLoseMessages) {
     touch(DEBUG_LOG_FILE_MARKER);
-    std::vector<std::thread> threads;
-    for (char letter : {'a', 'b', 'c', 'd'}) {
-        threads.emplace_back([letter] { write_messages(letter, 60, 499); });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    write_from_threads("abcd", 60, 499);
     EXPECT_EQ(count_whole(lines(DEBUG_LOG_FILE), 499),
               (std::map<char, int>{{'a', 60}, {'b', 60}, {'c', 60}, {'d', 60}}));
     EXPECT_EQ(test::port().syslog.size(), 240u);
+}
+
+TEST_F(DebugLogThreads, OfTwoProcessesNeitherMixNorLoseMessages) {
+    touch(DEBUG_LOG_FILE_MARKER);
+    // Just below the rotation.
+    write_from_processes({"abcd", "efgh"}, 40, 399);
+    std::map<char, int> all;
+    for (char letter = 'a'; letter <= 'h'; ++letter) {
+        all[letter] = 40;
+    }
+    EXPECT_EQ(count_whole(lines(DEBUG_LOG_FILE), 399), all);
+}
+
+TEST_F(DebugLogThreads, OfTwoProcessesThatRotateKeepMessagesWhole) {
+    touch(DEBUG_LOG_FILE_MARKER);
+    write_from_processes({"abcd", "efgh"}, 25, 4999);
+    const std::map<char, int> current = count_whole(lines(DEBUG_LOG_FILE), 4999);
+    const std::map<char, int> rotated = count_whole(lines(DEBUG_LOG_FILE_ROTATED), 4999);
+    EXPECT_FALSE(current.empty() && rotated.empty());
+    EXPECT_LE(entries(), 3u);
 }
 
 }  // namespace

@@ -7,7 +7,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <random>
 #include <thread>
+#include <vector>
 
 #include "machine_test.h"
 
@@ -210,6 +212,90 @@ TEST_F(LinuxLocks, OneThatIsWaitedForPassesOnWhenItsOwnerIsKilled) {
     killer.join();
     EXPECT_EQ(status_of(child), SIGKILL);
     EXPECT_EQ(lx_mutex_put(&at_p_St_GlobalSecVar->eid_mutex), 0);
+}
+
+TEST_F(LinuxLocks, OneOfAThreadThatEndedIsFreeAgain) {
+    if (!frees_locks()) {
+        GTEST_SKIP() << "an emulator without get_robust_list()";
+    }
+    std::thread([this] { EXPECT_EQ(take(bus(2)), 0); }).join();
+    EXPECT_EQ(take(bus(2), 0), 0);
+    EXPECT_EQ(lx_mutex_put(bus(2)), 0);
+}
+
+/// Takes and releases all that an exchange and an assignment take, until it is killed.
+[[noreturn]] void take_turns() {
+    for (;;) {
+        lx_mutex* const mutexes[] = {&at_p_St_GlobalVar->global_lock,
+                                     &at_p_St_GlobalSecVar->eid_mutex,
+                                     &at_p_St_GlobalVar->bus_mutex[2]};
+        for (lx_mutex* mutex : mutexes) {
+            if (take(mutex) != 0) {
+                _exit(1);
+            }
+        }
+        for (lx_mutex* mutex : {mutexes[2], mutexes[1], mutexes[0]}) {
+            if (lx_mutex_put(mutex) != 0) {
+                _exit(2);
+            }
+        }
+    }
+}
+
+TEST_F(LinuxLocks, ThoseOfProcessesThatAreKilledAtAnyMomentCanBeTaken) {
+    if (!frees_locks()) {
+        GTEST_SKIP() << "an emulator without get_robust_list()";
+    }
+    constexpr unsigned kSeed = 20261122;
+    std::mt19937 random(kSeed);
+    std::vector<pid_t> children(4);
+    for (pid_t& child : children) {
+        child = start_process(board(), take_turns);
+    }
+    for (int kills = 0; kills < 100; ++kills) {
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 5000));
+        pid_t& child = children[random() % children.size()];
+        EXPECT_EQ(kill(child, SIGKILL), 0);
+        EXPECT_EQ(status_of(child), SIGKILL) << "seed " << kSeed << ", kill " << kills;
+        child = start_process(board(), take_turns);
+    }
+    for (const pid_t child : children) {
+        EXPECT_EQ(kill(child, SIGKILL), 0);
+        EXPECT_EQ(status_of(child), SIGKILL);
+    }
+    for (lx_mutex* mutex : {&at_p_St_GlobalVar->global_lock, &at_p_St_GlobalSecVar->eid_mutex,
+                            &at_p_St_GlobalVar->bus_mutex[2]}) {
+        EXPECT_EQ(take(mutex, 0), 0);
+        EXPECT_EQ(lx_mutex_put(mutex), 0);
+    }
+}
+
+/// Whoever makes the lock file may be killed before it is whole: the next one makes it.
+TEST_F(LinuxLocks, OfAFileWhoseMakersAreKilledCanBeTaken) {
+    constexpr unsigned kSeed = 20261122;
+    std::mt19937 random(kSeed);
+    for (int round = 0; round < 40; ++round) {
+        machine_test::Folder fresh;
+        machine::Board other = board();
+        other.run_folder = fresh.at("run");
+        Signal begun;
+        const pid_t child = fork();
+        if (child == 0) {
+            begun.give();
+            machine::use(other);
+            pause();
+        }
+        begun.await();
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 300));
+        EXPECT_EQ(kill(child, SIGKILL), 0);
+        EXPECT_EQ(status_of(child), SIGKILL);
+        machine::use(other);
+        EXPECT_TRUE(machine::in_use()->records.shared()) << machine::in_use()->records.trouble();
+        for (lx_mutex* mutex : {&at_p_St_GlobalVar->global_lock, bus(0), bus(255)}) {
+            EXPECT_EQ(take(mutex, 0), 0) << "seed " << kSeed << ", round " << round;
+            EXPECT_EQ(lx_mutex_put(mutex), 0);
+        }
+    }
 }
 
 TEST_F(LinuxLocks, OnlyThoseOfTheRecordsAreTaken) {
