@@ -56,18 +56,23 @@ void print(const char* what, const Tally& tally) {
         static_cast<unsigned long long>(tally.without_cause),
         static_cast<unsigned long long>(tally.without_a_fault));
     for (const auto& [cause, count] : tally.causes) {
-        std::printf("          cause %d: %llu\n", cause, static_cast<unsigned long long>(count));
+        sideband_error error{};
+        error.cause = static_cast<uint8_t>(cause);
+        char text[128] = "";
+        sideband_error_text(&error, text, sizeof text);
+        std::printf("          %llu: %s\n", static_cast<unsigned long long>(count), text);
     }
 }
 
 void print(const char* when, const Footprint& at) {
-    std::printf("%-22s heap %zu bytes, resident %zu KiB, %zu descriptors\n", when, at.heap,
+    const std::string heap = at.heap != 0 ? std::to_string(at.heap) + " bytes" : "not known";
+    std::printf("%-22s heap %s, resident %zu KiB, %zu descriptors\n", when, heap.c_str(),
                 at.resident_kib, at.descriptors);
 }
 
-/// @return whether the process is as large as it was when everything had happened twice
+/// @return whether the process is as large as it was when everything had happened
 bool flat(const Footprint& warm, const Footprint& end) {
-    constexpr size_t kHeapSlack = 16384;
+    constexpr size_t kHeapSlack = 4096;
     constexpr size_t kResidentSlackKib = 2048;
     const bool heap_known = warm.heap != 0;
     return (!heap_known || end.heap <= warm.heap + kHeapSlack) &&
@@ -104,10 +109,10 @@ bool read_options(int count, char** arguments, Options& options) {
 }
 
 /// Every virtual second, from the first to the last; one that is late begins at once.
-/// @return the footprint behind the fourth update, or of the start if there are not so many
+/// @return the footprint when each drive has its second image, or of the start if none comes so far
 Footprint run(sim::Board& board, Services& services, const Options& options) {
     constexpr uint64_t kSecondUs = 1'000'000;
-    constexpr uint64_t kWarmUpdates = 4;
+    constexpr uint64_t kWarmUpdates = 2 * soak::kDrives;
     const auto seconds = static_cast<uint64_t>(options.hours * 3600);
     const uint64_t begin_us = board.now_us();
     Footprint warm = footprint();
