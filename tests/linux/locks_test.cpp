@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Locks of a Linux machine: between threads, between processes, and of a process that was killed.
 #include <signal.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "machine_test.h"
+#include "tests/support/robust_locks.h"
 
 namespace {
 
@@ -31,14 +31,6 @@ protected:
 
 int take(lx_mutex* mutex, int wait_ms = LX_MUTEX_WAIT_FOREVER) {
     return lx_mutex_get(mutex, wait_ms);
-}
-
-/// Whether the kernel frees the locks of a process that ends. All do, but not the emulators that
-/// stand in for one.
-bool frees_locks() {
-    void* head = nullptr;
-    size_t length = 0;
-    return syscall(SYS_get_robust_list, 0, &head, &length) == 0;
 }
 
 /// Runs a part of a test in a process of its own, which has opened the board by itself.
@@ -160,7 +152,7 @@ TEST_F(LinuxLocks, AnotherProcessWaits) {
 }
 
 TEST_F(LinuxLocks, OneOfAKilledProcessIsFreeAgain) {
-    if (!frees_locks()) {
+    if (!test::frees_locks()) {
         GTEST_SKIP() << "an emulator without get_robust_list()";
     }
     Signal holding;
@@ -183,7 +175,7 @@ TEST_F(LinuxLocks, OneOfAKilledProcessIsFreeAgain) {
 }
 
 TEST_F(LinuxLocks, OneOfAProcessThatEndedIsFreeAgain) {
-    if (!frees_locks()) {
+    if (!test::frees_locks()) {
         GTEST_SKIP() << "an emulator without get_robust_list()";
     }
     const pid_t child = start_process(board(), [&] { _exit(take(bus(2)) == 0 ? 0 : 1); });
@@ -193,7 +185,7 @@ TEST_F(LinuxLocks, OneOfAProcessThatEndedIsFreeAgain) {
 }
 
 TEST_F(LinuxLocks, OneThatIsWaitedForPassesOnWhenItsOwnerIsKilled) {
-    if (!frees_locks()) {
+    if (!test::frees_locks()) {
         GTEST_SKIP() << "an emulator without get_robust_list()";
     }
     Signal holding;
@@ -215,7 +207,7 @@ TEST_F(LinuxLocks, OneThatIsWaitedForPassesOnWhenItsOwnerIsKilled) {
 }
 
 TEST_F(LinuxLocks, OneOfAThreadThatEndedIsFreeAgain) {
-    if (!frees_locks()) {
+    if (!test::frees_locks()) {
         GTEST_SKIP() << "an emulator without get_robust_list()";
     }
     std::thread([this] { EXPECT_EQ(take(bus(2)), 0); }).join();
@@ -243,7 +235,7 @@ TEST_F(LinuxLocks, OneOfAThreadThatEndedIsFreeAgain) {
 }
 
 TEST_F(LinuxLocks, ThoseOfProcessesThatAreKilledAtAnyMomentCanBeTaken) {
-    if (!frees_locks()) {
+    if (!test::frees_locks()) {
         GTEST_SKIP() << "an emulator without get_robust_list()";
     }
     constexpr unsigned kSeed = 20261122;

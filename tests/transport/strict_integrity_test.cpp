@@ -242,4 +242,19 @@ TEST_F(StrictIntegrityPcie, AMessageWithoutBitSevenHasNone) {
     EXPECT_EQ(message(port().pcie_requests.back()), hex("01 80 02 11"));
 }
 
+TEST_F(StrictIntegrityPcie, TheTypeByteOfAMessageAloneSaysWhetherItHasACheck) {
+    ctx.msg_type = 1;
+    answer(hex("01 80 02 11"));
+    EXPECT_EQ(xfer(hex("80 02 11"), 16), 3) << "whatever the body begins with";
+    EXPECT_EQ(response, hex("80 02 11"));
+    ctx.msg_type = 4;
+    answer(checked(hex("08 00 01")));
+    EXPECT_EQ(xfer(hex("08 00"), 16), 3);
+    EXPECT_EQ(response, hex("08 00 01"));
+    Bytes wrong = checked(hex("08 00 01"));
+    wrong.back() ^= 1;
+    answer(wrong);
+    EXPECT_EQ(xfer(hex("08 00"), 16), -1);
+}
+
 }  // namespace

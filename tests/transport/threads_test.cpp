@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/robust_locks.h"
 #include "threads_board.h"
 
 namespace {
@@ -54,6 +55,16 @@ protected:
 
 using Throughput = SlowBuses;
 using Processes = SlowBuses;
+
+class KilledProcesses : public SlowBuses {
+protected:
+    void SetUp() override {
+        SlowBuses::SetUp();
+        if (!test::frees_locks()) {
+            GTEST_SKIP() << "an emulator without get_robust_list()";
+        }
+    }
+};
 
 /// Reads sensors of one endpoint, each once. @return how many readings were wrong
 int poll(size_t bus, size_t endpoint, int readings) {
@@ -237,7 +248,7 @@ void kill_in_transfer(pid_t child) {
     EXPECT_EQ(kill(child, SIGKILL), 0);
 }
 
-TEST_F(Processes, OneThatIsKilledInATransferLeavesItsBusToTheOthers) {
+TEST_F(KilledProcesses, InATransferLeaveTheirBusToTheOthers) {
     slow_board().stuck_bus = 3;
     const pid_t child = start_process([] { return poll(3, 0, 1); });
     std::thread waiting([] { EXPECT_EQ(poll(3, 1, 20), 0); });
@@ -251,7 +262,7 @@ TEST_F(Processes, OneThatIsKilledInATransferLeavesItsBusToTheOthers) {
     EXPECT_EQ(lx_mutex_put(&at_p_St_GlobalVar->bus_mutex[3]), 0);
 }
 
-TEST_F(Processes, OneThatIsKilledWhileItAssignsAnEidLeavesThePoolToTheOthers) {
+TEST_F(KilledProcesses, InAnAssignmentLeaveThePoolToTheOthers) {
     mctp_ctx early = test::slow_context(1, 0);
     ASSERT_EQ(mctp_init2(&early), 0);
     slow_board().stuck_bus = 5;
@@ -275,7 +286,7 @@ TEST_F(Processes, OneThatIsKilledWhileItAssignsAnEidLeavesThePoolToTheOthers) {
 }
 
 /// Children that ask everybody, and are killed wherever they are, beside one that is not.
-TEST_F(Processes, ThatAreKilledAtAnyMomentHinderNobody) {
+TEST_F(KilledProcesses, AtAnyMomentHinderNobody) {
     constexpr unsigned kSeed = 20261122;
     constexpr int kKills = 60;
     std::mt19937 random(kSeed);
