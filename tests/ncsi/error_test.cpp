@@ -57,6 +57,26 @@ TEST_F(NcsiError, AnswersThatAreNone) {
     EXPECT_EQ(why(), "wrong checksum, in NC-SI command 0x0a");
 }
 
+TEST_F(NcsiError, EachStrictBitSaysWhatItFoundWrong) {
+    constexpr size_t kIid = 3;
+    constexpr size_t kChannel = 5;
+    constexpr size_t kLength = 7;
+    const auto said_of = [this](uint32_t strict, size_t offset, uint8_t flip) {
+        endpoint.strict = strict;
+        test::Bytes wrong = ncsi_response(NCSI_GET_LINK_STATUS, 0x42, test::Bytes(12));
+        wrong.at(offset) ^= flip;
+        answer({wrong});
+        EXPECT_EQ(ask(), -1);
+        return why();
+    };
+    const std::string elsewhere = "only answers to something else came, in NC-SI command 0x0a";
+    // The first request has the instance ID of the answers.
+    EXPECT_EQ(said_of(MCTP_STRICT_PACKETS, kLength, 0x40),
+              "malformed answer, in NC-SI command 0x0a");
+    EXPECT_EQ(said_of(MCTP_STRICT_PACKETS, kIid, 0x80), elsewhere);
+    EXPECT_EQ(said_of(MCTP_STRICT_ADDRESSES, kChannel, 1), elsewhere);
+}
+
 TEST_F(NcsiError, ASuccessClearsItAndAnArgumentIsToldFromSilence) {
     EXPECT_EQ(ask(), -1);
     answer({ncsi_response(NCSI_GET_LINK_STATUS, 0x42, test::Bytes(12))});
