@@ -367,4 +367,41 @@ TEST_F(MctpPcie, AnotherBindingHasTheWholeMessageAndItsResultCounts) {
     EXPECT_EQ(port().pcie_requests.size(), 0u);
 }
 
+int32_t other_read(mctp_section* /*section*/, int32_t /*length*/, uint8_t* message) {
+    const Bytes answer = hex("01") + test::counting(PLT_PCIE_MESSAGE_SIZE - 1);
+    std::copy(answer.begin(), answer.end(), message);
+    return other.result;
+}
+
+TEST_F(MctpPcie, AnotherBindingReadsNoMoreThanTheLargestMessage) {
+    static const mctp_binding kOther{other_write, other_read, other_transfer};
+    ctx.binding = &kOther;
+    for (const uint32_t strict : {0U, MCTP_STRICT_INTEGRITY}) {
+        ctx.strict = strict;
+        other.result = PLT_PCIE_MESSAGE_SIZE;
+        Guarded buffer(4096);
+        EXPECT_EQ(receive(4096, buffer), 0);
+        EXPECT_EQ(buffer.head(1035), test::counting(1035));
+        for (const int32_t claimed : {PLT_PCIE_MESSAGE_SIZE + 1, 4096, INT32_MAX}) {
+            other.result = claimed;
+            Guarded untouched(4096);
+            EXPECT_EQ(receive(4096, untouched), -1) << claimed;
+            EXPECT_TRUE(untouched.untouched_from(0)) << claimed;
+            EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_MALFORMED) << claimed;
+        }
+    }
+}
+
+TEST_F(MctpPcie, AnotherBindingsExchangeStoresNoMoreThanTheLargestMessage) {
+    constexpr size_t kLargestBody = PLT_PCIE_MESSAGE_SIZE - 1;
+    static const mctp_binding kOther{other_write, other_read, other_transfer};
+    ctx.binding = &kOther;
+    other.result = 5000;
+    const Bytes request = hex("80 04");
+    Guarded buffer(4096);
+    EXPECT_EQ(ctx.xfer(&ctx, 2, 4096, request.data(), buffer.data()), 4999);
+    EXPECT_EQ(buffer.head(kLargestBody), hex("00 02 00 4A") + Bytes(kLargestBody - 4));
+    EXPECT_TRUE(buffer.untouched_from(kLargestBody));
+}
+
 }  // namespace
