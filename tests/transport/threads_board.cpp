@@ -43,6 +43,15 @@ private:
     std::atomic<int>& under_way_;
 };
 
+SlowBoard& make_board() {
+    void* const memory =
+        mmap(nullptr, sizeof(SlowBoard), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) {
+        std::abort();
+    }
+    return *new (memory) SlowBoard();
+}
+
 void get_stuck_if_wanted(uint8_t bus) {
     if (slow_board().stuck_bus == bus) {
         ++slow_board().stuck;
@@ -80,15 +89,8 @@ Bytes sensor_answer(const Bytes& request, uint8_t bus, uint8_t address) {
 }  // namespace
 
 SlowBoard& slow_board() {
-    static SlowBoard* const board = [] {
-        void* const memory = mmap(nullptr, sizeof(SlowBoard), PROT_READ | PROT_WRITE,
-                                  MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        return memory == MAP_FAILED ? nullptr : new (memory) SlowBoard();
-    }();
-    if (board == nullptr) {
-        std::abort();
-    }
-    return *board;
+    static SlowBoard& board = make_board();
+    return board;
 }
 
 mctp_ctx slow_context(size_t bus, size_t endpoint) {

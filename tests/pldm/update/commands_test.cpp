@@ -233,6 +233,29 @@ TEST_F(PldmGetDeviceMetaData, ACodeThatWasPassedThroughEndsItToo) {
     EXPECT_EQ(get().out, "invlaid data transfer handle\n");
 }
 
+/// An operation that passes a completion code through with all of an answer that has more to come.
+template <uint8_t code>
+int32_t pass_through(pldm_ctx* ctx, uint32_t /*length*/, int32_t /*capacity*/, uint8_t* /*request*/,
+                     uint8_t* response) {
+    const Bytes answer = {0x00, 0x05, 0x12, code, 0x01, 0x00, 0x00, 0x00, 0x02};
+    std::copy(answer.begin(), answer.end(), response);
+    ++ctx->tid;  // counts the exchanges
+    return 0;
+}
+
+TEST_F(PldmGetDeviceMetaData, TheCodesThatMeanThatThereIsNoneEndIt) {
+    for (const pldm_transfer_op passes : {pass_through<0x8D>, pass_through<0x84>}) {
+        ctx.pldm.tid = 0;
+        ctx.pldm.transfer_op = passes;
+        EXPECT_EQ(get().out, "");
+        EXPECT_EQ(ctx.pldm.tid, 1);
+    }
+    ctx.pldm.tid = 0;
+    ctx.pldm.transfer_op = pass_through<0x01>;
+    EXPECT_EQ(get().out, "Get Device Metadata Timeout\n") << "any other code does not";
+    EXPECT_EQ(ctx.pldm.tid, 7);
+}
+
 TEST_F(PldmGetDeviceMetaData, AnAnswerWithoutItsFlagEndsIt) {
     endpoint.answer({"00 05 12 00 01 00 00 00"});
     EXPECT_EQ(get().result, 0);

@@ -392,6 +392,17 @@ TEST_F(PldmParseFirmwarePara, LengthsAndCountsAtTheirExtremesStayInside) {
     }
 }
 
+TEST_F(PldmParseFirmwarePara, EachFailedAllocationIsAFailure) {
+    constexpr int kAllocations = 5;  // two strings, the table, two entries
+    for (int n = 1; n <= kAllocations + 1; n++) {
+        libc.fail_allocation(n);
+        const int32_t result = parse(test::hex(kParameters));
+        libc.fail_allocation(0);
+        EXPECT_EQ(result, n <= kAllocations ? -1 : 0) << n;
+        pldm_free_ctx_resource(&ctx);
+    }
+}
+
 TEST_F(PldmParseFirmwarePara, NullArgumentsAndNegativeLengthsAreRefused) {
     const Bytes whole = test::hex(kParameters);
     EXPECT_EQ(pldm_parse_firmware_para(nullptr, whole.data(), 100), -1);
