@@ -390,6 +390,21 @@ TEST_F(PldmGetFruFields, ACodeThatWasPassedThroughIsReturned) {
     EXPECT_EQ(fields(2).result, 0x82);
 }
 
+TEST_F(PldmGetFruFields, TooManyFieldsComeBeforeACodeThatWasPassedThrough) {
+    ctx.transfer_op = [](pldm_ctx*, uint32_t, int32_t, uint8_t* request, uint8_t* response) {
+        constexpr uint8_t kGetTable = 2;
+        const Bytes table = record_of(17);
+        Bytes answer = metadata_of(static_cast<uint32_t>(table.size()));
+        if (request[2] == kGetTable) {
+            answer = table_part(5, 0, table);
+            answer[3] = 0x82;
+        }
+        std::copy(answer.begin(), answer.end(), response);
+        return 0;
+    };
+    EXPECT_EQ(fields(2).result, -3);
+}
+
 TEST_F(PldmGetFruFields, EveryFailedAllocationIsReportedAndLeaksNothing) {
     serve(record_of(2));
     ASSERT_EQ(fields(2).result, 0);

@@ -81,6 +81,7 @@ TEST_F(PldmUncountable, AreNotOfferedToTheDevice) {
     EXPECT_EQ(act(2).result, 0);
     EXPECT_EQ(device.dialogue, Texts());
     EXPECT_EQ(test::port().syslog, Texts{"fw_update_state_fn, 300 components are more than 255\n"});
+    EXPECT_EQ(pldm_fw_update_last_error(&ctx)->cause, SIDEBAND_CAUSE_FILE);
 }
 
 TEST_F(PldmUncountable, APieceThatIsRefusedDoesNotMakeTheIndexGoRound) {
