@@ -153,6 +153,7 @@ TEST_F(MctpPcie, ReceiveOfNothingOrTheTypeByteAloneFails) {
         Guarded buffer(64);
         EXPECT_EQ(receive(64, buffer), -1);
     }
+    EXPECT_EQ(port().pcie_requests.size(), 2u) << "and is not waited behind";
 }
 
 TEST_F(MctpPcie, ReceiveOfMoreThanTheRoomFailsInsideTheBuffer) {
