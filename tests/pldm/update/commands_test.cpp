@@ -243,11 +243,12 @@ int32_t pass_through(pldm_ctx* ctx, uint32_t /*length*/, int32_t /*capacity*/, u
     return 0;
 }
 
-TEST_F(PldmGetDeviceMetaData, TheCodesThatMeanThatThereIsNoneEndIt) {
-    for (const pldm_transfer_op passes : {pass_through<0x8D>, pass_through<0x84>}) {
+TEST_F(PldmGetDeviceMetaData, TheCodesThatMeanThatThereIsNoMoreEndIt) {
+    for (const pldm_transfer_op passes :
+         {pass_through<0x8D>, pass_through<0x84>, pass_through<0x90>, pass_through<0x91>}) {
         ctx.pldm.tid = 0;
         ctx.pldm.transfer_op = passes;
-        EXPECT_EQ(get().out, "");
+        EXPECT_EQ(get().out.find("Timeout"), std::string::npos);
         EXPECT_EQ(ctx.pldm.tid, 1);
     }
     ctx.pldm.tid = 0;
