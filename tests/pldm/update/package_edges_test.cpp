@@ -89,6 +89,7 @@ TEST_F(FwPackageEdges, WhatIsNoRegularFileIsRefusedAtOnce) {
         test::Capture capture;
         EXPECT_EQ(open_pldm_file(path.c_str(), &address, &length), -1) << other;
     }
+    EXPECT_EQ(libc.calls["mmap"], 0) << "refused before anything is mapped";
 }
 
 TEST_F(FwPackageEdges, ASymbolicLinkToAPackageIsFollowed) {
