@@ -4,6 +4,7 @@
 #include <sideband/platform.h>
 #include <sideband/pldm_monitor.h>
 
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -13,9 +14,6 @@
 #include "pldm/pdr.h"
 
 using namespace sideband;
-
-// Decoded records lie in memory as they came over the wire.
-static_assert(std::endian::native == std::endian::little);
 
 namespace {
 
@@ -38,6 +36,17 @@ constexpr size_t kStateEntryHeader = 3;
 size_t width_of(uint8_t code) {
     constexpr uint8_t kWidths[] = {1, 1, 2, 2, 4, 4, 4};
     return code < std::size(kWidths) ? kWidths[code] : 0;
+}
+
+/// The number in a real32 member of a decoded record, which has its bytes as they came over the
+/// wire: little-endian.
+float real32_of(float member) {
+    if constexpr (std::endian::native == std::endian::little) {
+        return member;
+    } else {
+        return std::bit_cast<float>(
+            le32(std::bit_cast<std::array<uint8_t, sizeof member>>(member)));
+    }
 }
 
 /// Copies values of this width into slots, of which the rest is left alone.
@@ -173,7 +182,8 @@ uint8_t pldm_numeric_reading_conversion(uint32_t raw_reading,
         return PLDM_PDR_NOT_USABLE;
     }
     const float reading = widen(raw_reading, numeric_pdr->sensor_data_size);
-    const float value = std::fma(reading, numeric_pdr->resolution, numeric_pdr->offset);
+    const float value =
+        std::fma(reading, real32_of(numeric_pdr->resolution), real32_of(numeric_pdr->offset));
     return static_cast<uint8_t>(saturate(value));
 }
 

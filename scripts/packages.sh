@@ -15,7 +15,12 @@ declare -A package_groups=(
         pkgconf=pkg-config
         cmake=cmake make=make groff-base=groff'
     [arm]='g++-arm-linux-gnueabihf=arm-linux-gnueabihf-g++'
+    [armel]='g++-arm-linux-gnueabi=arm-linux-gnueabi-g++'
+    [arm64]='g++-aarch64-linux-gnu=aarch64-linux-gnu-g++'
+    [s390x]='g++-s390x-linux-gnu=s390x-linux-gnu-g++'
     [emulator]='qemu-user=qemu-arm'
+    [ast2600]='qemu-system-arm=qemu-system-arm cpio=cpio
+        debian-archive-keyring=/usr/share/keyrings/debian-archive-keyring.gpg'
     [bench]='libbenchmark-dev=/usr/include/benchmark/benchmark.h pkgconf=pkg-config'
     [instructions]='valgrind=valgrind'
     [coverage]='gcovr=gcovr'
