@@ -114,8 +114,10 @@ SIDEBAND_EXPORT int32_t pldm_get_state_sensor_reading_from_HEALTH(pldm_ctx* ctx,
 
 /* ---- Decoded PDRs (DSP0248, PDR formats) ----------------------------------------------------- */
 /*
- * Fixed layouts without padding, little-endian as on the wire. Members may lie unaligned: read them
- * through the record and keep no pointers to them.
+ * Fixed layouts without padding, little-endian as on the wire, on a big-endian machine too: what is
+ * read from a member of two or four bytes is turned round there before it is a number, by le16toh()
+ * and le32toh() of <endian.h>, say; the functions below do so themselves. Members may lie
+ * unaligned: read them through the record and keep no pointers to them.
  */
 
 /** Bytes that one GetPDR asks for, and the room in which the library itself reads a record. */

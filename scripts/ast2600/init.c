@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* First process of the machine of ./dev arch ast2600: runs the commands in /commands and says what came of each. */
+/* First process of the machine of ./dev arch ast2600: runs the commands in /commands and says what
+ * came of each. */
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
@@ -17,8 +18,9 @@ static void open_console(void) {
     int console;
     mount("dev", "/dev", "devtmpfs", 0, NULL);
     console = open("/dev/console", O_RDWR);
-    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
         dup2(console, stream);
+    }
 }
 
 /* The board that the kernel found itself on, by its device tree. */
@@ -27,8 +29,9 @@ static void say_machine(void) {
     struct utsname system;
     FILE* file = fopen("/proc/device-tree/model", "r");
     if (file != NULL) {
-        if (fgets(model, sizeof model, file) == NULL)
+        if (fgets(model, sizeof model, file) == NULL) {
             model[0] = '\0';
+        }
         fclose(file);
     }
     uname(&system);
@@ -42,8 +45,9 @@ static void run(char* line) {
     pid_t child;
     printf("@begin %s\n", line);
     fflush(stdout);
-    for (int i = 0; i < kWords; ++i)
+    for (int i = 0; i < kWords; ++i) {
         words[i] = strtok_r(rest, " ", &rest);
+    }
     child = fork();
     if (child == 0) {
         execv(words[0], words);
@@ -72,6 +76,7 @@ int main(void) {
     tcdrain(STDOUT_FILENO);
     /* The emulator has no switch to turn off: it ends at a restart. */
     reboot(RB_AUTOBOOT);
-    for (;;)
+    for (;;) {
         pause();
+    }
 }

@@ -4,6 +4,7 @@
 #include <sideband/pldm_monitor.h>
 
 #include "fixture.h"
+#include "support/numbers.h"
 
 namespace {
 
@@ -73,17 +74,18 @@ TEST_F(Terminus, EveryDataSizeAndRangeFormatIsReadDecodedAndConverted) {
     for (uint32_t handle = 1; handle <= count; ++handle) {
         pldm_pdr record{};
         ASSERT_EQ(pldm_get_full_pdr(&terminus, handle, &record), 0) << handle;
-        EXPECT_EQ(record.header.record_handle, handle);
+        EXPECT_EQ(test::wire_order(record.header.record_handle), handle);
         ASSERT_EQ(record.header.type, PLDM_PDR_TYPE_NUMERIC_SENSOR);
-        EXPECT_EQ(record.numeric.sensor_id, handle);
+        const uint16_t id = test::wire_order(record.numeric.sensor_id);
+        EXPECT_EQ(id, handle);
         EXPECT_EQ(record.numeric.sensor_data_size, (handle - 1) / 7);
         EXPECT_EQ(record.numeric.range_field_format, (handle - 1) % 7);
         const uint32_t ninety = record.numeric.range_field_format == PLDM_DATA_SIZE_REAL32
                                     ? 0x42B40000U  // 90.0
                                     : 90U;
-        EXPECT_EQ(record.numeric.warning_high, ninety) << handle;
+        EXPECT_EQ(test::wire_order(record.numeric.warning_high), ninety) << handle;
         uint32_t reading = 0;
-        ASSERT_EQ(pldm_get_sensor_reading(&terminus, record.numeric.sensor_id, &reading), 0);
+        ASSERT_EQ(pldm_get_sensor_reading(&terminus, id, &reading), 0);
         EXPECT_EQ(reading, 42U);
         EXPECT_EQ(pldm_reading_conversion(reading, &record, 1), 47) << "42 counts and 5";
     }

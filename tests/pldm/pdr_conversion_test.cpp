@@ -8,6 +8,8 @@
 #include <cmath>
 #include <limits>
 
+#include "support/numbers.h"
+
 namespace {
 
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
@@ -17,8 +19,8 @@ pldm_pdr sensor(uint8_t data_size, float resolution, float offset) {
     pldm_pdr pdr{};
     pdr.header.type = PLDM_PDR_TYPE_NUMERIC_SENSOR;
     pdr.numeric.sensor_data_size = data_size;
-    pdr.numeric.resolution = resolution;
-    pdr.numeric.offset = offset;
+    pdr.numeric.resolution = test::wire_order(resolution);
+    pdr.numeric.offset = test::wire_order(offset);
     return pdr;
 }
 
@@ -426,8 +428,8 @@ TEST(ConversionRandom, MoreThanAMillionTriplesAgreeWithIntegerArithmetic) {
     for (unsigned round = 0; round < kRounds; round++) {
         const Triple triple = random_triple(random, round);
         pdr.numeric.sensor_data_size = triple.data_size;
-        pdr.numeric.resolution = triple.resolution;
-        pdr.numeric.offset = triple.offset;
+        pdr.numeric.resolution = test::wire_order(triple.resolution);
+        pdr.numeric.offset = test::wire_order(triple.offset);
         const uint8_t expected =
             reference(triple.data_size, triple.reading, triple.resolution, triple.offset);
         const uint8_t got = pldm_numeric_reading_conversion(triple.reading, &pdr.numeric);

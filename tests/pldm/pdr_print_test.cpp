@@ -8,6 +8,7 @@
 
 #include "pldm/pdr_records.h"
 #include "pldm/pldm_fixture.h"
+#include "support/numbers.h"
 
 namespace {
 
@@ -49,8 +50,8 @@ protected:
 TEST_F(PdrPrint, ANumericSensorTakesFortySixLines) {
     pldm_numeric_sensor_pdr record{};
     ASSERT_EQ(pldm_parse_numeric_sensor_pdr(test::numeric_pdr(2, 4).data(), &record), 0);
-    record.resolution = 0.1F;  // 0x3DCCCCCD
-    record.offset = -0.1F;     // 0xBDCCCCCD
+    record.resolution = test::wire_order(0.1F);  // 0x3DCCCCCD
+    record.offset = test::wire_order(-0.1F);     // 0xBDCCCCCD
     EXPECT_EQ(print(&record),
               "record_handle         4B = 0x1234567\n"
               "pdr_header_version    1B = 0x1\n"

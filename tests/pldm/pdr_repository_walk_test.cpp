@@ -10,6 +10,7 @@
 
 #include "pldm/pdr_records.h"
 #include "pldm/pldm_fixture.h"
+#include "support/numbers.h"
 
 namespace {
 
@@ -46,7 +47,7 @@ TEST_F(PdrGetFull, ANumericSensorIsDecoded) {
     std::memset(&wanted, 0xEE, sizeof wanted);
     ASSERT_EQ(pldm_parse_numeric_sensor_pdr(test::numeric_pdr(2, 4).data(), &wanted.numeric), 0);
     EXPECT_EQ(std::memcmp(&parsed, &wanted, sizeof parsed), 0);
-    EXPECT_EQ(parsed.numeric.sensor_id, 0x0403);
+    EXPECT_EQ(test::wire_order(parsed.numeric.sensor_id), 0x0403);
     EXPECT_EQ(messages(), Texts{});
     EXPECT_TRUE(test::port().console.empty());
 }
@@ -286,7 +287,7 @@ protected:
     }
     static Bytes whole(uint32_t next) {
         static Bytes answer = pdr_answer(Bytes(10));
-        std::memcpy(answer.data() + 4, &next, sizeof next);
+        std::ranges::copy(test::le32(next), answer.begin() + 4);
         return answer;
     }
     static Bytes too_long() {

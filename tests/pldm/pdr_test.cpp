@@ -7,11 +7,13 @@
 
 #include "pldm/pdr_records.h"
 #include "pldm/pldm_fixture.h"
+#include "support/numbers.h"
 
 namespace {
 
 using test::Bytes;
 using test::Guarded;
+using test::wire_order;
 using Texts = std::vector<std::string>;
 
 class PdrDecode : public test::PlatformTest {};
@@ -78,16 +80,16 @@ TEST(PdrNumericDecode, AllFormatsFillTheirSlotsAsFarAsTheyAreWide) {
 TEST(PdrNumericDecode, MembersOfTheFixedPartAreTheRecordsFields) {
     pldm_numeric_sensor_pdr record{};
     ASSERT_EQ(pldm_parse_numeric_sensor_pdr(test::numeric_pdr(2, 4).data(), &record), 0);
-    EXPECT_EQ(record.header.record_handle, 0x01234567u);
+    EXPECT_EQ(wire_order(record.header.record_handle), 0x01234567u);
     EXPECT_EQ(record.header.header_version, 1);
     EXPECT_EQ(record.header.type, 2);
-    EXPECT_EQ(record.header.record_change_number, 0xABCD);
-    EXPECT_EQ(record.header.data_length, 45 + 2 + 10 + 4 + 2 + 36 - 10);
-    EXPECT_EQ(record.terminus_handle, 0x0201);
-    EXPECT_EQ(record.sensor_id, 0x0403);
-    EXPECT_EQ(record.entity_type, 0x0605);
-    EXPECT_EQ(record.entity_instance_number, 0x0807);
-    EXPECT_EQ(record.container_id, 0x0A09);
+    EXPECT_EQ(wire_order(record.header.record_change_number), 0xABCD);
+    EXPECT_EQ(wire_order(record.header.data_length), 45 + 2 + 10 + 4 + 2 + 36 - 10);
+    EXPECT_EQ(wire_order(record.terminus_handle), 0x0201);
+    EXPECT_EQ(wire_order(record.sensor_id), 0x0403);
+    EXPECT_EQ(wire_order(record.entity_type), 0x0605);
+    EXPECT_EQ(wire_order(record.entity_instance_number), 0x0807);
+    EXPECT_EQ(wire_order(record.container_id), 0x0A09);
     EXPECT_EQ(record.sensor_init, 1);
     EXPECT_EQ(record.sensor_auxiliary_names_pdr, 11);
     EXPECT_EQ(record.base_unit, 2);
@@ -101,9 +103,9 @@ TEST(PdrNumericDecode, MembersOfTheFixedPartAreTheRecordsFields) {
     EXPECT_EQ(record.aux_oem_unit_handle, 13);
     EXPECT_EQ(record.is_linear, 1);
     EXPECT_EQ(record.sensor_data_size, 2);
-    EXPECT_EQ(record.resolution, 0.5F);
-    EXPECT_EQ(record.offset, 10.0F);
-    EXPECT_EQ(record.accuracy, 300);
+    EXPECT_EQ(wire_order(record.resolution), 0.5F);
+    EXPECT_EQ(wire_order(record.offset), 10.0F);
+    EXPECT_EQ(wire_order(record.accuracy), 300);
     EXPECT_EQ(record.plus_tolerance, 14);
     EXPECT_EQ(record.minus_tolerance, 15);
 }
@@ -111,24 +113,24 @@ TEST(PdrNumericDecode, MembersOfTheFixedPartAreTheRecordsFields) {
 TEST(PdrNumericDecode, MembersOfTheVariablePartAreTheRecordsFields) {
     pldm_numeric_sensor_pdr record{};
     ASSERT_EQ(pldm_parse_numeric_sensor_pdr(test::numeric_pdr(2, 4).data(), &record), 0);
-    EXPECT_EQ(record.hysteresis, 0x0201u);
+    EXPECT_EQ(wire_order(record.hysteresis), 0x0201u);
     EXPECT_EQ(record.supported_thresholds, 0x3F);
     EXPECT_EQ(record.threshold_and_hysteresis_volatility, 0x3E);
-    EXPECT_EQ(record.state_transition_interval, 1.0F);
-    EXPECT_EQ(record.update_interval, 3.0F);
-    EXPECT_EQ(record.max_readable, 0x1211u);
-    EXPECT_EQ(record.min_readable, 0x2221u);
+    EXPECT_EQ(wire_order(record.state_transition_interval), 1.0F);
+    EXPECT_EQ(wire_order(record.update_interval), 3.0F);
+    EXPECT_EQ(wire_order(record.max_readable), 0x1211u);
+    EXPECT_EQ(wire_order(record.min_readable), 0x2221u);
     EXPECT_EQ(record.range_field_format, 4);
     EXPECT_EQ(record.range_field_support, 0x7F);
-    EXPECT_EQ(record.nominal_value, 0x34333231u);
-    EXPECT_EQ(record.normal_max, 0x44434241u);
-    EXPECT_EQ(record.normal_min, 0x54535251u);
-    EXPECT_EQ(record.warning_high, 0x64636261u);
-    EXPECT_EQ(record.warning_low, 0x74737271u);
-    EXPECT_EQ(record.critical_high, 0x84838281u);
-    EXPECT_EQ(record.critical_low, 0x94939291u);
-    EXPECT_EQ(record.fatal_high, 0xA4A3A2A1u);
-    EXPECT_EQ(record.fatal_low, 0xB4B3B2B1u);
+    EXPECT_EQ(wire_order(record.nominal_value), 0x34333231u);
+    EXPECT_EQ(wire_order(record.normal_max), 0x44434241u);
+    EXPECT_EQ(wire_order(record.normal_min), 0x54535251u);
+    EXPECT_EQ(wire_order(record.warning_high), 0x64636261u);
+    EXPECT_EQ(wire_order(record.warning_low), 0x74737271u);
+    EXPECT_EQ(wire_order(record.critical_high), 0x84838281u);
+    EXPECT_EQ(wire_order(record.critical_low), 0x94939291u);
+    EXPECT_EQ(wire_order(record.fatal_high), 0xA4A3A2A1u);
+    EXPECT_EQ(wire_order(record.fatal_low), 0xB4B3B2B1u);
 }
 
 TEST(PdrNumericDecode, ANarrowValueIsNotSignExtended) {
@@ -137,8 +139,8 @@ TEST(PdrNumericDecode, ANarrowValueIsNotSignExtended) {
     raw[60] = 0xFE, raw[61] = 0xFF;  // nominalValue, sint16: -2
     pldm_numeric_sensor_pdr record{};
     ASSERT_EQ(pldm_parse_numeric_sensor_pdr(raw.data(), &record), 0);
-    EXPECT_EQ(record.hysteresis, 0xFFu);
-    EXPECT_EQ(record.nominal_value, 0xFFFEu);
+    EXPECT_EQ(wire_order(record.hysteresis), 0xFFu);
+    EXPECT_EQ(wire_order(record.nominal_value), 0xFFFEu);
 }
 
 TEST(PdrNumericDecode, AllNineRangeValuesAreReadWhateverIsSupported) {
@@ -147,8 +149,8 @@ TEST(PdrNumericDecode, AllNineRangeValuesAreReadWhateverIsSupported) {
     pldm_numeric_sensor_pdr record{};
     ASSERT_EQ(pldm_parse_numeric_sensor_pdr(raw.data(), &record), 0);
     EXPECT_EQ(record.range_field_support, 0);
-    EXPECT_EQ(record.nominal_value, 0x31u);
-    EXPECT_EQ(record.fatal_low, 0xB1u);
+    EXPECT_EQ(wire_order(record.nominal_value), 0x31u);
+    EXPECT_EQ(wire_order(record.fatal_low), 0xB1u);
 }
 
 TEST(PdrNumericDecode, ADataSizeOfSevenOrMoreFailsBehindTheFixedPart) {
@@ -206,14 +208,14 @@ TEST(PdrStateDecode, MembersAreTheRecordsFields) {
     raw.resize(64);
     pldm_state_sensor_pdr record{};
     ASSERT_EQ(pldm_parse_state_sensor_pdr(raw.data(), &record), 0);
-    EXPECT_EQ(record.header.record_handle, 0x01234567u);
+    EXPECT_EQ(wire_order(record.header.record_handle), 0x01234567u);
     EXPECT_EQ(record.header.type, 4);
-    EXPECT_EQ(record.header.data_length, 23 + 4 + 5 - 10);
-    EXPECT_EQ(record.terminus_handle, 0x0201);
-    EXPECT_EQ(record.sensor_id, 0x0403);
-    EXPECT_EQ(record.entity_type, 0x0605);
-    EXPECT_EQ(record.entity_instance_number, 0x0807);
-    EXPECT_EQ(record.container_id, 0x0A09);
+    EXPECT_EQ(wire_order(record.header.data_length), 23 + 4 + 5 - 10);
+    EXPECT_EQ(wire_order(record.terminus_handle), 0x0201);
+    EXPECT_EQ(wire_order(record.sensor_id), 0x0403);
+    EXPECT_EQ(wire_order(record.entity_type), 0x0605);
+    EXPECT_EQ(wire_order(record.entity_instance_number), 0x0807);
+    EXPECT_EQ(wire_order(record.container_id), 0x0A09);
     EXPECT_EQ(record.sensor_init, 1);
     EXPECT_EQ(record.sensor_auxiliary_names_pdr, 11);
     EXPECT_EQ(record.composite_sensor_count, 2);
@@ -223,7 +225,7 @@ TEST(PdrStateDecode, MembersAreTheRecordsFields) {
 TEST(PdrStateDecode, NullArgumentsCopyNothingAndSucceed) {
     pldm_state_sensor_pdr record{};
     EXPECT_EQ(pldm_parse_state_sensor_pdr(nullptr, &record), 0);
-    EXPECT_EQ(record.header.record_handle, 0u);
+    EXPECT_EQ(wire_order(record.header.record_handle), 0u);
     EXPECT_EQ(pldm_parse_state_sensor_pdr(test::counting(64).data(), nullptr), 0);
     EXPECT_EQ(pldm_parse_state_sensor_pdr(nullptr, nullptr), 0);
 }

@@ -39,6 +39,8 @@ bool stores_address(uintmax_t type) {
     return type == R_ARM_JUMP_SLOT || type == R_ARM_GLOB_DAT || type == R_ARM_ABS32;
 #elif defined(__aarch64__)
     return type == R_AARCH64_JUMP_SLOT || type == R_AARCH64_GLOB_DAT || type == R_AARCH64_ABS64;
+#elif defined(__s390x__)
+    return type == R_390_JMP_SLOT || type == R_390_GLOB_DAT || type == R_390_64;
 #else
 #error "teach stores_address() this machine's relocation types"
 #endif

@@ -7,12 +7,14 @@
 #include <sys/uio.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <span>
 #include <utility>
 
 #include "support/offset_table.h"
@@ -36,6 +38,22 @@ int64_t next_start = 1000;
 int result_of(int error) {
     errno = error;
     return -1;
+}
+
+/// A number of the kernel's, from this machine's order to little-endian, in which tests name it, or
+/// back.
+void turn_round(std::span<uint8_t> number) {
+    if constexpr (std::endian::native == std::endian::big) {
+        std::ranges::reverse(number);
+    }
+}
+
+/// The numbers of an address: its family, and its network.
+void turn_address_round(std::span<uint8_t> address) {
+    if (address.size() == kAddressSize) {
+        turn_round(address.first(2));
+        turn_round(address.subspan(4, 4));
+    }
 }
 
 // ---- The substitutes ----
@@ -63,7 +81,9 @@ ssize_t patched_sendmsg(int descriptor, const msghdr* message, int flags) {
         const auto* const part = static_cast<const uint8_t*>(message->msg_iov[i].iov_base);
         body.insert(body.end(), part, part + message->msg_iov[i].iov_len);
     }
-    return active->send(descriptor, Bytes(name, name + message->msg_namelen), body, flags);
+    Bytes address(name, name + message->msg_namelen);
+    turn_address_round(address);
+    return active->send(descriptor, address, body, flags);
 }
 
 ssize_t patched_recvfrom(int descriptor, void* buffer, size_t size, int flags, sockaddr* address,
@@ -208,8 +228,10 @@ int SocketPatch::open(int domain, int type, int protocol) {
 
 int SocketPatch::bind(int descriptor, const void* address, size_t size) {
     const std::scoped_lock guard(mutex_);
-    const auto* const bytes = static_cast<const uint8_t*>(address);
-    trace.push_back("bind " + to_hex({bytes, size}));
+    const auto* const name = static_cast<const uint8_t*>(address);
+    Bytes bytes(name, name + size);
+    turn_address_round(bytes);
+    trace.push_back("bind " + to_hex(bytes));
     Socket* const socket = socket_of(descriptor);
     if (socket == nullptr || fails("bind")) {
         return -1;
@@ -244,18 +266,22 @@ int SocketPatch::allocate(Socket& socket, uint8_t eid, bool kept, uint32_t netwo
 
 int SocketPatch::control(int descriptor, unsigned long request, void* argument) {
     const std::scoped_lock guard(mutex_);
-    auto* const bytes = static_cast<uint8_t*>(argument);
+    auto* const asked = static_cast<uint8_t*>(argument);
     Socket* const socket = socket_of(descriptor);
     const bool with_network = request == kAllocateNetworkTag;
     if (socket == nullptr) {
         return -1;
     }
-    trace.push_back("tag " + to_hex({bytes, with_network ? size_t{12} : size_t{4}}));
+    Bytes bytes(asked, asked + (with_network ? 12 : 4));
+    if (with_network) {
+        turn_round(std::span(bytes).first(4));
+    }
+    trace.push_back("tag " + to_hex(bytes));
     if (fails("ioctl")) {
         return -1;
     }
     const bool known = with_network ? knows_network_tags : knows_tag_requests;
-    uint8_t* const tag = bytes + (with_network ? 8 : 1);
+    uint8_t* const tag = asked + (with_network ? 8 : 1);
     if (!known || (!with_network && request != kAllocateTag) || *tag != 0) {
         return result_of(EINVAL);
     }
@@ -369,18 +395,19 @@ ssize_t SocketPatch::receive(int descriptor, void* buffer, size_t size, int flag
     const size_t stored = std::min(size, message.body.size());
     std::copy_n(message.body.begin(), stored, static_cast<uint8_t*>(buffer));
     if (address != nullptr) {
-        const uint8_t bytes[kAddressSize] = {static_cast<uint8_t>(message.family),
-                                             0,
-                                             0,
-                                             0,
-                                             static_cast<uint8_t>(message.network),
-                                             0,
-                                             0,
-                                             0,
-                                             message.eid,
-                                             message.type,
-                                             message.tag,
-                                             0};
+        uint8_t bytes[kAddressSize] = {static_cast<uint8_t>(message.family),
+                                       0,
+                                       0,
+                                       0,
+                                       static_cast<uint8_t>(message.network),
+                                       0,
+                                       0,
+                                       0,
+                                       message.eid,
+                                       message.type,
+                                       message.tag,
+                                       0};
+        turn_address_round(bytes);
         std::memcpy(address, bytes,
                     std::min<size_t>({kAddressSize, message.address_size, *address_size}));
         *address_size = static_cast<uint32_t>(message.address_size);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 
+#include "support/numbers.h"
 #include "traces/replay.h"
 
 namespace test {
@@ -19,18 +20,10 @@ constexpr size_t kRecordOffset = 15;
 /// Seven parts of the size that the library asks for.
 constexpr uint32_t kRoom = 7 * PLDM_PDR_PART_SIZE;
 
-Bytes little_endian(uint32_t value) {
-    Bytes bytes;
-    for (int i = 0; i < 4; i++, value >>= 8) {
-        bytes.push_back(static_cast<uint8_t>(value));
-    }
-    return bytes;
-}
-
 /// The request of the library for the recorded record's first part.
 Bytes request_of(const Record& record) {
     const uint32_t handle = record.request_says.at("record_handle").get<uint32_t>();
-    return hex("80 02 51") + little_endian(handle) + hex("00 00 00 00 01 80 00 00 00");
+    return hex("80 02 51") + le32(handle) + hex("00 00 00 00 01 80 00 00 00");
 }
 
 /// Fetches the record.
@@ -50,73 +43,79 @@ Bytes fetch(const Record& record) {
     return expected;
 }
 
+template <typename Number>
+void expect_member(const Json& says, const char* name, Number member) {
+    expect_number(says, name, wire_order(member));
+}
+
 void expect_header(const Json& says, const pldm_pdr_header& header) {
-    expect_number(says, "record_handle", header.record_handle);
-    expect_number(says, "header_version", header.header_version);
-    expect_number(says, "type", header.type);
-    expect_number(says, "record_change_number", header.record_change_number);
-    expect_number(says, "data_length", header.data_length);
+    expect_member(says, "record_handle", header.record_handle);
+    expect_member(says, "header_version", header.header_version);
+    expect_member(says, "type", header.type);
+    expect_member(says, "record_change_number", header.record_change_number);
+    expect_member(says, "data_length", header.data_length);
 }
 
 /// What numeric and state sensor records begin with.
 template <typename Sensor>
 void expect_sensor(const Json& says, const Sensor& sensor) {
     expect_header(says, sensor.header);
-    expect_number(says, "terminus_handle", sensor.terminus_handle);
-    expect_number(says, "sensor_id", sensor.sensor_id);
-    expect_number(says, "entity_type", sensor.entity_type);
-    expect_number(says, "entity_instance", sensor.entity_instance_number);
-    expect_number(says, "container_id", sensor.container_id);
-    expect_number(says, "sensor_init", sensor.sensor_init);
-    expect_number(says, "aux_names", sensor.sensor_auxiliary_names_pdr);
+    expect_member(says, "terminus_handle", sensor.terminus_handle);
+    expect_member(says, "sensor_id", sensor.sensor_id);
+    expect_member(says, "entity_type", sensor.entity_type);
+    expect_member(says, "entity_instance", sensor.entity_instance_number);
+    expect_member(says, "container_id", sensor.container_id);
+    expect_member(says, "sensor_init", sensor.sensor_init);
+    expect_member(says, "aux_names", sensor.sensor_auxiliary_names_pdr);
 }
 
 void expect_units(const Json& says, const pldm_numeric_sensor_pdr& sensor) {
-    expect_number(says, "base_unit", sensor.base_unit);
+    expect_member(says, "base_unit", sensor.base_unit);
     EXPECT_EQ(says.at("unit_modifier"), +sensor.unit_modifier);
-    expect_number(says, "rate_unit", sensor.rate_unit);
-    expect_number(says, "base_oem_unit_handle", sensor.base_oem_unit_handle);
-    expect_number(says, "aux_unit", sensor.aux_unit);
+    expect_member(says, "rate_unit", sensor.rate_unit);
+    expect_member(says, "base_oem_unit_handle", sensor.base_oem_unit_handle);
+    expect_member(says, "aux_unit", sensor.aux_unit);
     EXPECT_EQ(says.at("aux_unit_modifier"), +sensor.aux_unit_modifier);
-    expect_number(says, "aux_rate_unit", sensor.aux_rate_unit);
-    expect_number(says, "rel", sensor.rel);
-    expect_number(says, "aux_oem_unit_handle", sensor.aux_oem_unit_handle);
-    expect_number(says, "is_linear", sensor.is_linear);
+    expect_member(says, "aux_rate_unit", sensor.aux_rate_unit);
+    expect_member(says, "rel", sensor.rel);
+    expect_member(says, "aux_oem_unit_handle", sensor.aux_oem_unit_handle);
+    expect_member(says, "is_linear", sensor.is_linear);
 }
 
 void expect_conversion(const Json& says, const pldm_numeric_sensor_pdr& sensor) {
-    expect_number(says, "sensor_data_size", sensor.sensor_data_size);
-    EXPECT_EQ(says.at("resolution").get<float>(), +sensor.resolution);
-    EXPECT_EQ(says.at("offset").get<float>(), +sensor.offset);
-    expect_number(says, "accuracy", sensor.accuracy);
-    expect_number(says, "plus_tolerance", sensor.plus_tolerance);
-    expect_number(says, "minus_tolerance", sensor.minus_tolerance);
-    expect_number(says, "hysteresis", sensor.hysteresis);
-    expect_number(says, "supported_thresholds", sensor.supported_thresholds);
-    expect_number(says, "threshold_hysteresis_volatility",
+    expect_member(says, "sensor_data_size", sensor.sensor_data_size);
+    EXPECT_EQ(says.at("resolution").get<float>(), wire_order(sensor.resolution));
+    EXPECT_EQ(says.at("offset").get<float>(), wire_order(sensor.offset));
+    expect_member(says, "accuracy", sensor.accuracy);
+    expect_member(says, "plus_tolerance", sensor.plus_tolerance);
+    expect_member(says, "minus_tolerance", sensor.minus_tolerance);
+    expect_member(says, "hysteresis", sensor.hysteresis);
+    expect_member(says, "supported_thresholds", sensor.supported_thresholds);
+    expect_member(says, "threshold_hysteresis_volatility",
                   sensor.threshold_and_hysteresis_volatility);
-    EXPECT_EQ(says.at("state_transition_interval").get<float>(), +sensor.state_transition_interval);
-    EXPECT_EQ(says.at("update_interval").get<float>(), +sensor.update_interval);
-    expect_number(says, "max_readable", sensor.max_readable);
-    expect_number(says, "min_readable", sensor.min_readable);
+    EXPECT_EQ(says.at("state_transition_interval").get<float>(),
+              wire_order(sensor.state_transition_interval));
+    EXPECT_EQ(says.at("update_interval").get<float>(), wire_order(sensor.update_interval));
+    expect_member(says, "max_readable", sensor.max_readable);
+    expect_member(says, "min_readable", sensor.min_readable);
 }
 
 void expect_range(const Json& says, const pldm_numeric_sensor_pdr& sensor) {
-    expect_number(says, "range_field_format", sensor.range_field_format);
-    expect_number(says, "range_field_support", sensor.range_field_support);
-    expect_number(says, "nominal", sensor.nominal_value);
-    expect_number(says, "normal_max", sensor.normal_max);
-    expect_number(says, "normal_min", sensor.normal_min);
-    expect_number(says, "warning_high", sensor.warning_high);
-    expect_number(says, "warning_low", sensor.warning_low);
-    expect_number(says, "critical_high", sensor.critical_high);
-    expect_number(says, "critical_low", sensor.critical_low);
-    expect_number(says, "fatal_high", sensor.fatal_high);
-    expect_number(says, "fatal_low", sensor.fatal_low);
+    expect_member(says, "range_field_format", sensor.range_field_format);
+    expect_member(says, "range_field_support", sensor.range_field_support);
+    expect_member(says, "nominal", sensor.nominal_value);
+    expect_member(says, "normal_max", sensor.normal_max);
+    expect_member(says, "normal_min", sensor.normal_min);
+    expect_member(says, "warning_high", sensor.warning_high);
+    expect_member(says, "warning_low", sensor.warning_low);
+    expect_member(says, "critical_high", sensor.critical_high);
+    expect_member(says, "critical_low", sensor.critical_low);
+    expect_member(says, "fatal_high", sensor.fatal_high);
+    expect_member(says, "fatal_low", sensor.fatal_low);
 }
 
 void expect_composites(const Json& says, const pldm_state_sensor_pdr& sensor) {
-    expect_number(says, "composite_count", sensor.composite_sensor_count);
+    expect_member(says, "composite_count", sensor.composite_sensor_count);
     const Json& composites = says.at("sensors");
     ASSERT_EQ(composites.size(), sensor.composite_sensor_count);
     size_t at = 0;

@@ -10,6 +10,7 @@
 
 #include "pldm/update/package_fixture.h"
 #include "support/capture.h"
+#include "support/numbers.h"
 
 namespace {
 
@@ -356,8 +357,8 @@ TEST_F(FwPackageHostile, WhereAComponentLiesIsNotLookedAt) {
         package.components[1].location_offset = value;
         package.components[2].size = value;
         ASSERT_EQ(parse(package), 0);
-        EXPECT_EQ(std::memcmp(ctx.component_images[1] + 12, &value, 4), 0);
-        EXPECT_EQ(std::memcmp(ctx.component_images[2] + 16, &value, 4), 0);
+        EXPECT_EQ(std::memcmp(ctx.component_images[1] + 12, test::le32(value).data(), 4), 0);
+        EXPECT_EQ(std::memcmp(ctx.component_images[2] + 16, test::le32(value).data(), 4), 0);
     }
 }
 
