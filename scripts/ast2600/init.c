@@ -64,6 +64,7 @@ int main(void) {
     FILE* commands;
     open_console();
     mount("proc", "/proc", "proc", 0, NULL);
+    mount("sys", "/sys", "sysfs", 0, NULL);
     mount("tmp", "/tmp", "tmpfs", 0, NULL);
     say_machine();
     commands = fopen("/commands", "r");

@@ -56,7 +56,7 @@ def copy_with_libraries(files, given, target):
 def make_initramfs(given, run):
     """The programs, their libraries, the list of commands and the first process."""
     root = run / "root"
-    for folder in ("bin", "lib", "proc", "tmp", "dev"):
+    for folder in ("bin", "lib", "proc", "sys", "tmp", "dev"):
         (root / folder).mkdir(parents=True)
     programs = [given.cross / name for name in PROGRAMS]
     for program in programs:
