@@ -38,22 +38,43 @@ static void say_machine(void) {
     printf("@machine %s, %s, Linux %s\n", model, system.machine, system.release);
 }
 
+/* A program that wrote to the console itself would take it for a terminal. */
+static void pass_on(int from) {
+    char part[kLine];
+    ssize_t length;
+    while ((length = read(from, part, sizeof part)) > 0) {
+        fwrite(part, 1, (size_t)length, stdout);
+    }
+    close(from);
+}
+
 static void run(char* line) {
     char* words[kWords + 1] = {NULL};
     char* rest = line;
     int status = -1;
+    int output[2];
     pid_t child;
     printf("@begin %s\n", line);
     fflush(stdout);
     for (int i = 0; i < kWords; ++i) {
         words[i] = strtok_r(rest, " ", &rest);
     }
+    if (pipe(output) != 0) {
+        perror("pipe");
+        return;
+    }
     child = fork();
     if (child == 0) {
+        dup2(output[1], STDOUT_FILENO);
+        dup2(output[1], STDERR_FILENO);
+        close(output[0]);
+        close(output[1]);
         execv(words[0], words);
         perror(words[0]);
         _exit(127);
     }
+    close(output[1]);
+    pass_on(output[0]);
     waitpid(child, &status, 0);
     printf("@status %d\n", WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
     fflush(stdout);
