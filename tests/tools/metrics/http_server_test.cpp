@@ -150,12 +150,15 @@ TEST_F(MetricsServer, PrometheusScrapesIt) {
         << "global: {scrape_interval: 1s, scrape_timeout: 1s}\nscrape_configs:\n"
            "  - {job_name: sideband, static_configs: [{targets: ['127.0.0.1:"
         << port() << "']}]}\n";
-    // A scrape is written to the log of what it stores; without a page of its own nobody else asks.
-    const std::string log =
-        printed_by("cd " + folder +
-                   " && (timeout -s TERM 6 prometheus --config.file=prometheus.yml "
-                   "--storage.tsdb.path=data --web.listen-address=127.0.0.1:0 >log 2>&1; "
-                   "promtool tsdb dump data >series 2>&1; cat series)");
+    // What is scraped is written ahead, in plain letters; a busy machine takes its time until the
+    // first.
+    const std::string log = printed_by(
+        "cd " + folder +
+        " && (prometheus --config.file=prometheus.yml --storage.tsdb.path=data "
+        "--no-storage.tsdb.wal-compression --web.listen-address=127.0.0.1:0 >log 2>&1 & "
+        "server=$!; for second in $(seq 60); do sleep 1; "
+        "grep -aqs sideband_sensor_temperature_celsius data/wal/* && break; done; "
+        "sleep 1; kill $server; wait; promtool tsdb dump data >series 2>&1; cat log series)");
     std::filesystem::remove_all(folder);
     EXPECT_TRUE(contains(log, "__name__=\"up\"")) << log;
     EXPECT_TRUE(contains(log, "__name__=\"sideband_sensor_temperature_celsius\"")) << log;

@@ -12,7 +12,7 @@ TEST(HostileNcsi, AnswersThatDoNotFitAreReported) {
     const std::pair<const char*, const char*> cases[] = {
         {R"({"kind": "no_answer", "command": "get_link_status"})", "no answer"},
         {R"({"kind": "other_command", "command": "get_link_status", "value": 10})",
-         "the answer does not fit the request"},
+         "only answers to something else came"},
         {R"({"kind": "truncate", "command": "get_link_status", "length": 3})",
          "the answer has 3 bytes only"},
         {R"({"kind": "truncate", "command": "get_link_status", "length": 19})",

@@ -78,7 +78,7 @@ const Case kCases[] = {
     {"Deadline",
      board_of(kGpu + R"("eid": 12})"),
      {"pldm", "info", "dev0", "--timeout", "0.001"},
-     "dev0: Get Endpoint ID failed: ",
+     "dev0: GetTID failed: ",
      "the time limit has passed",
      "deadline"},
 };

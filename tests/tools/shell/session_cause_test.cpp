@@ -52,20 +52,6 @@ protected:
     std::unique_ptr<Session> session_;
 };
 
-TEST_F(SessionCause, OfATimeLimitIsADeadline) {
-    add_fault(R"({"kind": "late", "delay_us": 400000})");
-    pldm_ctx& terminus = session_->pldm();
-    ASSERT_EQ(pldm_get_tid(&terminus), 0);
-    mctp_set_deadline(terminus.mctp, 100);
-    ASSERT_EQ(pldm_get_tid(&terminus), 0) << "a wait that has begun is not cut";
-    EXPECT_NE(pldm_get_tid(&terminus), 0);
-    const Failure failure = session_->pldm_failure("GetTID");
-    EXPECT_STREQ(failure.what(), "dev0: GetTID failed: the time limit has passed");
-    EXPECT_EQ(failure_json(failure)["cause"], "deadline");
-    mctp_set_deadline(terminus.mctp, 0);
-    EXPECT_EQ(pldm_get_tid(&terminus), 0);
-}
-
 TEST_F(SessionCause, OfALockIsThatItWasRefused) {
     lx_mutex& bus = at_p_St_GlobalVar->bus_mutex[1];
     ASSERT_EQ(lx_mutex_get(&bus, 0), 0);  // the board grants no thread a lock twice
