@@ -237,13 +237,17 @@ TEST_F(Processes, AssigningAtOnceGiveNoEidTwice) {
     EXPECT_EQ(slow_board().collisions, 0U);
 }
 
-/// Waits until a process is in the middle of a transfer, kills it, and sees that it was.
-void kill_in_transfer(pid_t child) {
+/// Waits until a process is in the middle of a transfer.
+void wait_for_transfer() {
     const Clock::time_point end = Clock::now() + std::chrono::seconds(60);
     while (slow_board().stuck == 0 && Clock::now() < end) {
         std::this_thread::sleep_for(milliseconds(1));
     }
-    EXPECT_EQ(slow_board().stuck, 1);
+    ASSERT_EQ(slow_board().stuck, 1);
+}
+
+void kill_in_transfer(pid_t child) {
+    EXPECT_EQ(slow_board().stuck, 1) << "nobody else";
     slow_board().stuck_bus = 0xFFFF;
     EXPECT_EQ(kill(child, SIGKILL), 0);
 }
@@ -251,6 +255,7 @@ void kill_in_transfer(pid_t child) {
 TEST_F(KilledProcesses, InATransferLeaveTheirBusToTheOthers) {
     slow_board().stuck_bus = 3;
     const pid_t child = start_process([] { return poll(3, 0, 1); });
+    ASSERT_NO_FATAL_FAILURE(wait_for_transfer());
     std::thread waiting([] { EXPECT_EQ(poll(3, 1, 20), 0); });
     std::thread elsewhere([] { EXPECT_EQ(poll(4, 1, 20), 0) << "no wait for another bus"; });
     elsewhere.join();
@@ -271,6 +276,7 @@ TEST_F(KilledProcesses, InAnAssignmentLeaveThePoolToTheOthers) {
         context.skip_discovery = 1;
         return mctp_init2(&context) != 0 || mctp_assign_eid(&context) < 0;
     });
+    ASSERT_NO_FATAL_FAILURE(wait_for_transfer());
     kill_in_transfer(child);
     EXPECT_EQ(status_of(child), SIGKILL);
     const int failed = run_threads(8, [](size_t bus) {
