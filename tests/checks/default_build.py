@@ -23,7 +23,7 @@ BUILT = {("sideband", "shared library"), ("sideband-sim", "shared library"),
 INSTALLED = re.compile(r"libsideband(-sim|-linux)?\.so[.0-9]*$|/bin/sideband(-sim|-porttest)?$|/libsideband-porttest\.a$"
                        r"|/sideband(-sim|-linux)?\.pc$|/sideband(-sim|-linux)?/\w+\.h$"
                        r"|/cmake/sideband/sideband-config(-version)?\.cmake$|/doc/sideband/([\w-]+\.md|board\.schema\.json|pictures/\w+\.svg)$"
-                       r"|/share/sideband/port\.c$|/man/man3/sideband_\w+\.3$|/man/man1/sideband(-sim)?\.1$|/man/man7/sideband\.7$"
+                       r"|/share/sideband/port\.c$|/man/man3/sideband_\w+\.3$|/man/man1/sideband(-sim|-porttest)?\.1$|/man/man7/sideband\.7$"
                        r"|/bash-completion/completions/sideband(-sim)?$|/zsh/site-functions/_sideband(-sim)?$"
                        r"|/fish/vendor_completions\.d/sideband(-sim)?\.fish$")
 
