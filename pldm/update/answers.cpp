@@ -119,7 +119,6 @@ int32_t send_package_data(pldm_fw_update_ctx& ctx, const uint8_t* req, uint32_t 
     const size_t size = kPackageDataHeaderSize + part;
     const auto room = allocate_bytes(size);
     if (room == nullptr) {
-        progress = {};  // Nobody waits for the rest: the next request is a first one again.
         return fail_request(ctx, kGetPackageData, SIDEBAND_CAUSE_MEMORY);
     }
     const std::span<uint8_t> answer(room.get(), size);

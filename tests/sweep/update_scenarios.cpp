@@ -199,6 +199,15 @@ void ready_for_package_data(World& world) {
     world.update.fd_will_send_pkg_data = 1;
 }
 
+/// A request that failed for memory counts as one all the same; what is refused begins the count
+/// anew.
+void begin_package_data_anew(World& world) {
+    world.update.fd_will_send_pkg_data = 0;
+    answer<pldm_get_package_data>(world, "80 05 11 00000000 01");
+    world.update.fd_will_send_pkg_data = 1;
+    forget_failures(world);
+}
+
 Scenario answering(const char* function, void (*set_up)(World&), int64_t (*call)(World&)) {
     return {.function = function,
             .set_up = set_up,
@@ -214,6 +223,7 @@ std::vector<Scenario> answers() {
     all.push_back(answering("pldm_get_package_data", ready_for_package_data, [](World& world) {
         return answer<pldm_get_package_data>(world, "80 05 11 00000000 01");
     }));
+    all.back().again = begin_package_data_anew;
     // The last part counts as sent, whatever becomes of it.
     all.back().succeeds_anyway = true;
     all.push_back(answering("pldm_request_fw_data", ready_loaded, [](World& world) {

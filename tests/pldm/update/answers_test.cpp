@@ -188,13 +188,13 @@ TEST_F(PldmGetPackageData, WithoutMemoryOrArgumentsNothingIsSent) {
     expect_unusable_arguments_refused(pldm_get_package_data);
 }
 
-TEST_F(PldmGetPackageData, BehindARequestWithoutMemoryTheNextOneIsAFirstOneAgain) {
+TEST_F(PldmGetPackageData, BehindARequestWithoutMemoryTheSamePartCanBeAskedForAgain) {
     add_record(1, "v", test::counting(10, 0xA0));
     EXPECT_EQ(ask("80 05 11 00 00 00 00 01").result, 0);
     libc.fail_allocation(1);
     EXPECT_EQ(asked_without_answer(pldm_get_package_data, "81 05 11 01 00 00 00 00").result, -1);
-    EXPECT_EQ(ask("82 05 11 00 00 00 00 01").result, 0);
-    EXPECT_EQ(sent(), "02 05 11 00 01 00 00 00 01 a0 a1 a2 a3");
+    EXPECT_EQ(ask("82 05 11 01 00 00 00 00").result, 0);
+    EXPECT_EQ(sent(), "02 05 11 00 02 00 00 00 02 a4 a5 a6 a7");
 }
 
 // ---- RequestFirmwareData ----
