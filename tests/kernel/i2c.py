@@ -18,6 +18,8 @@ DEVICE_KEYS = ("name", "bus", "address", "mux", "pec", "unit_size", "i2c_delay_u
 NAMES = ("nic0", "gpu0", "rec0", "ncsi0", "nvme0")
 SLAVE_QUEUE = "/dev/i2c-{bus}-slave-queue"
 PATIENCE_MS = 10_000
+# For the one device that is asked for what it does not answer: each such question takes this long.
+LITTLE_PATIENCE_MS = 2_000
 GPU_BUS, GPU = 3, 0x9E
 MUX_BUS, MUX = 2, 0xE0
 BMC = 0x20
@@ -37,13 +39,11 @@ def pec(data):
 
 def described(board_file):
     """What the file of a Linux machine says of the buses and devices of a simulated board. All but the one that
-    is asked for what it does not answer have time to answer on a busy machine."""
+    is asked for what it does not answer have much time to answer on a busy machine."""
     board = json.loads(pathlib.Path(board_file).read_text())
-    devices = [{"read_timeout_ms": PATIENCE_MS, **{key: device[key] for key in DEVICE_KEYS if key in device}}
+    devices = [{"read_timeout_ms": LITTLE_PATIENCE_MS if device["name"] == "ncsi0" else PATIENCE_MS,
+                **{key: device[key] for key in DEVICE_KEYS if key in device}}
                for device in board["devices"] if device.get("transport", "i2c") == "i2c"]
-    for device in devices:
-        if device["name"] == "ncsi0":
-            del device["read_timeout_ms"]
     return {"i2c": {"slave_queue": SLAVE_QUEUE}, "devices": devices,
             "buses": [{key: bus[key] for key in BUS_KEYS if key in bus} for bus in board["buses"]]}
 
@@ -89,6 +89,22 @@ def from_queue(bus, seconds=5.0):
     return block
 
 
+def both_at_once(block, expected):
+    """What one reading to the end makes of two answers. On a busy machine they may take a while to come, and
+    nothing tells how many are there: read too early, they are asked for again."""
+    text = ""
+    for pause in (0.1, 0.5, 2, 5):
+        for _ in range(2):
+            transfer(GPU_BUS, f"w{len(block)}@0x{GPU >> 1:02x}", *hexes(block))
+        time.sleep(pause)
+        text = run(["sh", "-c", f"cat {SLAVE_QUEUE.format(bus=GPU_BUS)} | xxd -p | tr -d '\n'"]).stdout
+        if text == expected:
+            break
+        while from_queue(GPU_BUS, pause):
+            pass
+    return text
+
+
 def addresses(bus):
     """7-bit addresses at which i2cdetect finds somebody."""
     done = run(["i2cdetect", "-y", str(bus)])
@@ -126,11 +142,7 @@ def by_hand(case):
     case.equal("its PEC", answer[-1], pec(answer[:-1]))
     case.equal("control message, instance, command, success", answer[8:12], bytes.fromhex("00 00 02 00"))
     case.equal("the queue is empty", from_queue(GPU_BUS, 0.3), b"")
-    for _ in range(2):
-        transfer(GPU_BUS, f"w{len(block)}@0x{GPU >> 1:02x}", *hexes(block))
-    time.sleep(0.1)
-    whole = run(["sh", "-c", f"cat {SLAVE_QUEUE.format(bus=GPU_BUS)} | xxd -p | tr -d '\n'"])
-    case.equal("what cat makes of two answers", whole.stdout, (answer + answer).hex())
+    case.equal("what cat makes of two answers", both_at_once(block, (answer + answer).hex()), (answer + answer).hex())
     wrong = transfer(GPU_BUS, f"w{len(block)}@0x{GPU >> 1:02x}", *hexes(block[:-1] + bytes([block[-1] ^ 1])))
     case.that(f"a wrong PEC is refused: {wrong.stderr.strip()}", wrong.returncode == 1 and "Input/output" in wrong.stderr)
     nobody = transfer(GPU_BUS, "w1@0x12", "0x00")
@@ -164,7 +176,7 @@ def stale(case, sideband):
     for _ in range(3):
         sent = transfer(MUX_BUS, f"w{len(block)}@0x{0x64 >> 1:02x}", *hexes(block))
         case.equal("exit status of a request whose answer nobody reads", sent.returncode, 0)
-    time.sleep(0.1)
+    time.sleep(0.5)
     for name in ("nic0", "nvme0"):
         done = sideband.run("mctp", "uuid", name)
         case.equal(f"exit status for {name} ({done.stderr.strip()})", done.returncode, 0)
@@ -205,12 +217,22 @@ def at_once(case, sideband):
         case.equal(f"exit status of {' '.join(words)} ({error.decode().strip()[-200:]})", process.returncode, 0)
 
 
+def stuck_board(folder):
+    """The built-in board, whose drive says nothing to the third piece of an image and to any behind it."""
+    board = json.loads((ROOT / "platform" / "sim" / "boards" / "default.json").read_text())
+    for device in board["devices"]:
+        if device["name"] == "nvme0":
+            device["drive"]["faults"] = [{"kind": "no_answer", "set": "admin", "opcode": "0x11", "at": 3, "count": 0}]
+    (folder / "stuck.json").write_text(json.dumps(board))
+    return str(folder / "stuck.json")
+
+
 def gone(case, serving, sideband):
     """The bus is taken away in the middle of a download, as a driver can be."""
     process = subprocess.Popen([str(sideband.program), "--board", str(sideband.board), "--json", "nvme",
                                 "fw-download", "nvme0", str(sideband.board.parent / "drive.img")],
                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-    time.sleep(1)
+    time.sleep(3)
     case.that("the download is under way", process.poll() is None)
     serving.end(signal.SIGKILL)
     output, error = process.communicate(timeout=60)
@@ -249,5 +271,5 @@ def check(report, program, tool, folder, sideband_program):
         with buses(program, folder, "--board", faults):
             faulty(case, Sideband(sideband_program, folder, board))
     with report.case("sideband over I2C: a bus that goes away") as case:
-        with buses(program, folder) as serving:
+        with buses(program, folder, "--board", stuck_board(folder)) as serving:
             gone(case, serving, Sideband(sideband_program, folder, board))
