@@ -207,7 +207,11 @@ def faulty(case, sideband):
 
 
 def at_once(case, sideband):
-    """Processes on one bus take turns, each with the multiplexer as it needs it."""
+    """Processes on one bus take turns, each with the multiplexer as it needs it. The devices have their EIDs before:
+    of two processes that both find one without, the second would give it another."""
+    for name in ("nic0", "nvme0"):
+        done = sideband.run("mctp", "eid", name)
+        case.equal(f"exit status of the first command to {name} ({done.stderr.strip()[-200:]})", done.returncode, 0)
     commands = [("pldm", "sensors", "nic0"), ("nvme", "health", "nvme0")] * 4
     processes = [subprocess.Popen([str(sideband.program), "--board", str(sideband.board), "--json", *words],
                                   stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
