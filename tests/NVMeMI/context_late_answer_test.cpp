@@ -26,9 +26,9 @@ using test::operator+;
 
 using Sleeps = std::vector<uint32_t>;
 
-constexpr uint32_t kWait = 200000;
+constexpr uint32_t kMoreTimeUs = 200000;
 
-const Bytes kBusy = status_response(1);
+const Bytes kMoreTime = status_response(1);
 
 class NvmeLate : public test::PlatformTest {
 protected:
@@ -66,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(Binding, NvmeLateSmbus,
                          [](const auto& info) { return "Kind" + std::to_string(info.param); });
 
 TEST_P(NvmeLateSmbus, TheBusIsHeldForTheReadAndFreeDuringTheWait) {
-    port().queue({packet_of(checked(kBusy)), packet_of(checked(mi_response(hex("02 00 00"))))});
+    port().queue({packet_of(checked(kMoreTime)), packet_of(checked(mi_response(hex("02 00 00"))))});
     EXPECT_EQ(ask().result, 0);
     EXPECT_EQ(frequency, 2);
     EXPECT_EQ(steps(), (Texts{"lock bus 3", "write", "read", "unlock bus 3", "sleep 200000",
@@ -74,7 +74,7 @@ TEST_P(NvmeLateSmbus, TheBusIsHeldForTheReadAndFreeDuringTheWait) {
 }
 
 TEST_P(NvmeLateSmbus, EachOfThreeReadsTakesTheBusByItself) {
-    port().queue({packet_of(checked(kBusy))});
+    port().queue({packet_of(checked(kMoreTime))});
     EXPECT_EQ(ask().result, -1);
     const Texts late{"sleep 200000", "lock bus 3", "read fails", "unlock bus 3"};
     Texts expected{"lock bus 3", "write", "read", "unlock bus 3"};
@@ -85,7 +85,7 @@ TEST_P(NvmeLateSmbus, EachOfThreeReadsTakesTheBusByItself) {
 }
 
 TEST_P(NvmeLateSmbus, ABusThatCannotBeHadIsAFailedRead) {
-    port().queue({packet_of(checked(kBusy)), packet_of(checked(mi_response()))});
+    port().queue({packet_of(checked(kMoreTime)), packet_of(checked(mi_response()))});
     // The exchange itself holds the bus already.
     port().on_write = [](const test::WriteRecord&) { port().refused_locks = {"bus 3"}; };
     EXPECT_EQ(ask().result, -1);
@@ -105,7 +105,7 @@ TEST_F(NvmeLateOwn, OnlyThatOfTheSoftwarePecBindingIsCalledWithTheBusHeld) {
         SCOPED_TRACE(int{kind});
         start_over();
         endpoint.binding_kind = kind;
-        answer({kBusy, mi_response(hex("03 00 00"))});
+        answer({kMoreTime, mi_response(hex("03 00 00"))});
         std::vector<Texts> held;
         endpoint.on_call = [&] { held.push_back(port().held); };
         uint8_t frequency = 0;
@@ -152,7 +152,7 @@ protected:
     void late(std::initializer_list<PcieAnswer> reads) {
         operations.clear();
         libc.sleeps.clear();
-        answers = {PcieAnswer::of(kBusy)};
+        answers = {PcieAnswer::of(kMoreTime)};
         answers.insert(answers.end(), reads.begin(), reads.end());
     }
     /// The request operation itself, with room for so many bytes.
@@ -175,7 +175,7 @@ protected:
         EXPECT_EQ(operations[0], PLT_PCIE_WRITE_READ);
         EXPECT_EQ(std::count(operations.begin(), operations.end(), PLT_PCIE_READ),
                   static_cast<ptrdiff_t>(count));
-        EXPECT_EQ(libc.sleeps, Sleeps(count, kWait));
+        EXPECT_EQ(libc.sleeps, Sleeps(count, kMoreTimeUs));
     }
 
     std::deque<PcieAnswer> answers;
@@ -213,7 +213,7 @@ TEST_F(NvmeLatePcie, SilenceForThreeReadsIsAFailure) {
 }
 
 TEST_F(NvmeLatePcie, ASecondMoreProcessingAnswerIsTheCommandsStatus) {
-    late({PcieAnswer::of(kBusy), PcieAnswer::of(mi_response())});
+    late({PcieAnswer::of(kMoreTime), PcieAnswer::of(mi_response())});
     EXPECT_EQ(ask().result, 1);
     expect_reads(1);
 }

@@ -42,7 +42,7 @@ using test::Texts;
 using test::unsuccess;
 using test::operator+;
 
-constexpr uint8_t kAdmin = 0x90;
+constexpr uint8_t kAdminRequest = 0x90;
 const std::string kFailedExchange = "nvme_admin_cmd failed. resp.status=0\n";
 
 /// What is logged up to the second of three pieces of 4 bytes, then these.
@@ -263,7 +263,7 @@ TEST_F(NvmeDownloadFailure, EveryStatusIsStatus206) {
     for (unsigned value = 2; value < 256; value++) {
         SCOPED_TRACE(value);
         const Outcome outcome = download_with({MctpAnswer::of(
-            status_response(static_cast<uint8_t>(value), hex("02 1b 00"), kAdmin))});
+            status_response(static_cast<uint8_t>(value), hex("02 1b 00"), kAdminRequest))});
         EXPECT_EQ(outcome.result, static_cast<int32_t>(value));
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(status(), 206);
@@ -308,7 +308,7 @@ TEST_F(NvmeDownloadFailure, AResponseLongerThanItsRoomIsStatus204) {
 }
 
 TEST_F(NvmeDownloadFailure, ADriveThatNeedsTimeGetsIt) {
-    const MctpAnswer later = MctpAnswer::of(status_response(1, Bytes(3), kAdmin));
+    const MctpAnswer later = MctpAnswer::of(status_response(1, Bytes(3), kAdminRequest));
     const MctpAnswer good = MctpAnswer::of(admin_response());
     EXPECT_EQ(download_with({later, good, later, good}).result, 0);
     EXPECT_EQ(status(), 100);
@@ -316,7 +316,7 @@ TEST_F(NvmeDownloadFailure, ADriveThatNeedsTimeGetsIt) {
 }
 
 TEST_F(NvmeDownloadFailure, ADriveThatNeedsTimeForEverIsStatus206OrStatus204) {
-    const MctpAnswer later = MctpAnswer::of(status_response(1, Bytes(3), kAdmin));
+    const MctpAnswer later = MctpAnswer::of(status_response(1, Bytes(3), kAdminRequest));
     EXPECT_EQ(download_with({later, later}).result, 1);
     EXPECT_EQ(status(), 206);
     EXPECT_EQ(logged(), until_second_piece(placed({unsuccess(1)})));

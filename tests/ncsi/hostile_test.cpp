@@ -21,7 +21,7 @@ using test::port;
 using test::operator+;
 
 /// One command of the library with the responses that it takes.
-struct Command {
+struct HostileCommand {
     const char* name;
     uint8_t type;
     uint8_t channel;              ///< that is addressed
@@ -44,10 +44,10 @@ int32_t oem_discovery(ncsi_channel* channel) {
     return ncsi_oem_discovery(channel->ctx);
 }
 
-const std::vector<Command>& commands() {
+const std::vector<HostileCommand>& hostile_commands() {
     static const Bytes kPreboot = hex("00 00 11 3d 00 1c 00 04 00 00 00 00 5a 00 f1 23");
     static const Bytes kTlv = hex("00 00 81 19 00 00 23 00 00 00 f1 00 03 00 02 21 67 5a 12 34");
-    static const std::vector<Command> kAll = {
+    static const std::vector<HostileCommand> kAll = {
         {"GetLinkStatus",
          0x0A,
          0x42,
@@ -95,7 +95,7 @@ public:
     ncsi_channel& channel() { return ctx().channels[2]; }
     bool intact() const { return room_.intact(); }
 
-    /// What commands store in the records.
+    /// What hostile_commands store in the records.
     Bytes records() {
         Bytes bytes;
         for (const ncsi_channel& record : ctx().channels) {
@@ -118,7 +118,7 @@ private:
 
 class NcsiHostile : public test::NcsiTest, public testing::WithParamInterface<size_t> {
 protected:
-    const Command& command() const { return commands()[GetParam()]; }
+    const HostileCommand& command() const { return hostile_commands()[GetParam()]; }
     size_t exchanges() const { return command().payloads.size(); }
 
     /// Binds a caller's context to this endpoint, with the operations of the fixture's.
@@ -359,9 +359,10 @@ TEST_P(NcsiHostile, OverPcieEveryAnswerLengthStaysInsideTheBuffers) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Commands, NcsiHostile, testing::Range<size_t>(0, commands().size()),
+INSTANTIATE_TEST_SUITE_P(Commands, NcsiHostile,
+                         testing::Range<size_t>(0, hostile_commands().size()),
                          [](const testing::TestParamInfo<size_t>& info) {
-                             return std::string(commands()[info.param].name);
+                             return std::string(hostile_commands()[info.param].name);
                          });
 
 // ---- The life of a context ----

@@ -22,7 +22,7 @@ using test::to_hex;
 using test::operator+;
 
 constexpr uint8_t kType = NCSI_GET_LINK_STATUS;
-constexpr uint8_t kChannel = 0x42;
+constexpr uint8_t kMessageChannel = 0x42;
 
 /// A request of this length: header, then 11, 12, ...
 Bytes request_of(size_t length, uint8_t type = kType) {
@@ -116,7 +116,7 @@ TEST_P(NcsiBothExchanges, ShorterRequestsAreRefusedAsWell) {
 }
 
 TEST_P(NcsiBothExchanges, ARequestOf17BytesGoesOutAs24Bytes) {
-    answer({ncsi_response(kType, kChannel)});
+    answer({ncsi_response(kType, kMessageChannel)});
     const Outcome outcome = exchange(request_of(17));
     EXPECT_EQ(outcome.result, 0);
     EXPECT_EQ(outcome.out, "");
@@ -132,7 +132,7 @@ TEST_P(NcsiBothExchanges, RequestsArePaddedToFourAndGetAChecksumFieldOfZeros) {
     for (const auto& [length, sent] : lengths) {
         SCOPED_TRACE(length);
         start_over();
-        answer({ncsi_response(kType, kChannel)});
+        answer({ncsi_response(kType, kMessageChannel)});
         EXPECT_EQ(exchange(request_of(length)).result, 0);
         ASSERT_EQ(endpoint.calls.size(), 1u);
         const Bytes& bytes = endpoint.calls[0].bytes;
@@ -173,7 +173,7 @@ TEST_P(NcsiBothExchanges, TheCapacityIsPaddedToFour) {
 TEST_P(NcsiBothExchanges, ACapacityThatCannotBePaddedIsCutToAMultipleOfFour) {
     for (int32_t capacity : {INT32_MAX, INT32_MAX - 1, INT32_MAX - 2, INT32_MAX - 3}) {
         start_over();
-        answer({ncsi_response(kType, kChannel)});
+        answer({ncsi_response(kType, kMessageChannel)});
         Bytes request = request_of(20);
         Guarded room(24);
         EXPECT_EQ(GetParam().exchange(&channel, 16, capacity, request.data(), room.data()), 0);
@@ -186,7 +186,7 @@ TEST_P(NcsiBothExchanges, ACapacityThatCannotBePaddedIsCutToAMultipleOfFour) {
 // ---- Responses ----
 
 TEST_P(NcsiBothExchanges, CodesOfZeroAreASuccess) {
-    answer({ncsi_response(kType, kChannel)});
+    answer({ncsi_response(kType, kMessageChannel)});
     const Outcome outcome = exchange();
     EXPECT_EQ(outcome.result, 0);
     EXPECT_EQ(outcome.out, "");
@@ -197,7 +197,7 @@ TEST_P(NcsiBothExchanges, CodesOfZeroAreASuccess) {
 }
 
 TEST_P(NcsiBothExchanges, AResponseWhoseTypeHasNoBit7IsRejected) {
-    Bytes reply = ncsi_response(kType, kChannel);
+    Bytes reply = ncsi_response(kType, kMessageChannel);
     reply[4] = kType;
     const Outcome outcome = exchange_for(MctpAnswer::of(reply));
     EXPECT_EQ(outcome.result, -1);
@@ -207,7 +207,7 @@ TEST_P(NcsiBothExchanges, AResponseWhoseTypeHasNoBit7IsRejected) {
 TEST_P(NcsiBothExchanges, EveryOtherTypeIsRejected) {
     for (unsigned type = 0; type < 256; type++) {
         SCOPED_TRACE(type);
-        Bytes reply = ncsi_response(kType, kChannel);
+        Bytes reply = ncsi_response(kType, kMessageChannel);
         reply[4] = static_cast<uint8_t>(type);
         const Outcome outcome = exchange_for(MctpAnswer::of(reply));
         if (type == 0x8A) {
@@ -234,7 +234,7 @@ TEST_P(NcsiBothExchanges, TheChannelOfAResponseIsNotAskedFor) {
 }
 
 TEST_P(NcsiBothExchanges, ASuccessOfExactly16BytesCountsAsFailure) {
-    Bytes reply = ncsi_response(kType, kChannel);
+    Bytes reply = ncsi_response(kType, kMessageChannel);
     reply.resize(16);
     const Outcome outcome = exchange_for(MctpAnswer::of(reply));
     EXPECT_EQ(outcome.result, -1);
@@ -245,7 +245,7 @@ TEST_P(NcsiBothExchanges, ASuccessOfExactly16BytesCountsAsFailure) {
 TEST_P(NcsiBothExchanges, ASuccessNeedsItsCodesWhole) {
     for (size_t length = 1; length <= 24; length++) {
         SCOPED_TRACE(length);
-        Bytes reply = ncsi_response(kType, kChannel);
+        Bytes reply = ncsi_response(kType, kMessageChannel);
         reply.resize(length);
         const Outcome outcome = exchange_for(MctpAnswer::of(reply));
         EXPECT_EQ(outcome.result, length >= 20 ? 0 : -1);
@@ -259,7 +259,7 @@ TEST_P(NcsiBothExchanges, ASuccessNeedsItsCodesWhole) {
 }
 
 TEST_P(NcsiBothExchanges, CodesThatDidNotComeAreNotReadFromTheCallersBuffer) {
-    Bytes reply = ncsi_response(kType, kChannel, {}, 0x0003, 0x7FFF);
+    Bytes reply = ncsi_response(kType, kMessageChannel, {}, 0x0003, 0x7FFF);
     reply.resize(17);
     const Outcome outcome = exchange_for(MctpAnswer::of(reply));
     EXPECT_EQ(outcome.result, -1);
@@ -274,19 +274,20 @@ TEST_P(NcsiBothExchanges, CodesOtherThanZeroAreFailuresAndStayInTheResponse) {
     };
     for (const auto& [code, reason] : codes) {
         SCOPED_TRACE(code);
-        const Bytes reply = ncsi_response(kType, kChannel, {}, code, reason);
+        const Bytes reply = ncsi_response(kType, kMessageChannel, {}, code, reason);
         const Outcome outcome = exchange_for(MctpAnswer::of(reply));
         EXPECT_EQ(outcome.result, -1);
         EXPECT_EQ(outcome.out, not_successful(code, reason, 24));
         EXPECT_EQ(to_hex(response.head(24)), to_hex(reply));
     }
-    EXPECT_EQ(exchange_for(MctpAnswer::of(ncsi_response(kType, kChannel, {}, 0x1234, 0xABCD))).out,
-              "compleition is not successful(1234,abcd) or return size(18) is too small\n");
+    EXPECT_EQ(
+        exchange_for(MctpAnswer::of(ncsi_response(kType, kMessageChannel, {}, 0x1234, 0xABCD))).out,
+        "compleition is not successful(1234,abcd) or return size(18) is too small\n");
 }
 
 TEST_P(NcsiBothExchanges, ATransportFailureIsSilent) {
     for (int32_t result : {-1, -57, INT32_MIN, 0}) {
-        const Outcome outcome = exchange_for({result, ncsi_response(kType, kChannel)});
+        const Outcome outcome = exchange_for({result, ncsi_response(kType, kMessageChannel)});
         EXPECT_EQ(outcome.result, -1) << result;
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(port().syslog, Texts());
@@ -295,12 +296,12 @@ TEST_P(NcsiBothExchanges, ATransportFailureIsSilent) {
 
 TEST_P(NcsiBothExchanges, ALengthBeyondTheRoomIsTakenForTheRoom) {
     // Room for 16 bytes, which the codes are behind.
-    endpoint.answers.push_back({4096, ncsi_response(kType, kChannel)});
+    endpoint.answers.push_back({4096, ncsi_response(kType, kMessageChannel)});
     Outcome outcome = exchange(request_of(16), 16);
     EXPECT_EQ(outcome.result, -1);
     EXPECT_EQ(outcome.out, not_successful(0, 0, 16));
     EXPECT_EQ(ctx.response_length, 16);
-    endpoint.answers.push_back({INT32_MAX, ncsi_response(kType, kChannel)});
+    endpoint.answers.push_back({INT32_MAX, ncsi_response(kType, kMessageChannel)});
     outcome = exchange(request_of(16), 20);
     EXPECT_EQ(outcome.result, 0);
     EXPECT_EQ(ctx.response_length, 20);
@@ -336,7 +337,7 @@ TEST_F(NcsiPlainExchange, TheInstanceIdRunsFrom1To255AndNeverIs0) {
     for (unsigned i = 0; i < 2 * 255 + 1; i++) {
         // Whether or not the exchange succeeds.
         if (i % 2 == 0) {
-            endpoint.answers = {MctpAnswer::of(ncsi_response(kType, kChannel))};
+            endpoint.answers = {MctpAnswer::of(ncsi_response(kType, kMessageChannel))};
         }
         EXPECT_EQ(exchange().result, i % 2 == 0 ? 0 : -1);
         EXPECT_EQ(endpoint.calls.back().bytes[3], i % 255 + 1);
@@ -417,7 +418,7 @@ TEST_F(NcsiOemExchange, BothLocksAreHeldAndReleasedInReverseOrder) {
     endpoint.on_call = [] { port().trace.push_back("exchange"); };
     const Texts expected{"lock channel 3", "lock ncsi", "exchange", "unlock ncsi",
                          "unlock channel 3"};
-    answer({ncsi_response(kType, kChannel)});
+    answer({ncsi_response(kType, kMessageChannel)});
     EXPECT_EQ(exchange().result, 0);
     EXPECT_EQ(port().trace, expected);
     // The next one has no answer.
@@ -429,7 +430,7 @@ TEST_F(NcsiOemExchange, BothLocksAreHeldAndReleasedInReverseOrder) {
 TEST_F(NcsiOemExchange, Bus0StandsForThePlatformsDefaultChannel) {
     endpoint.bus = 0;
     platform.default_i2c_channel = 9;
-    answer({ncsi_response(kType, kChannel)});
+    answer({ncsi_response(kType, kMessageChannel)});
     EXPECT_EQ(exchange().result, 0);
     EXPECT_EQ(port().trace,
               (Texts{"lock channel 9", "lock ncsi", "unlock ncsi", "unlock channel 9"}));
@@ -437,7 +438,7 @@ TEST_F(NcsiOemExchange, Bus0StandsForThePlatformsDefaultChannel) {
 
 TEST_F(NcsiOemExchange, ARefusedChannelLockFailsTheExchange) {
     port().refused_locks = {"channel 3"};
-    answer({ncsi_response(kType, kChannel)});
+    answer({ncsi_response(kType, kMessageChannel)});
     const Outcome outcome = exchange();
     EXPECT_EQ(outcome.result, -1);
     EXPECT_EQ(outcome.out, "");
@@ -447,7 +448,7 @@ TEST_F(NcsiOemExchange, ARefusedChannelLockFailsTheExchange) {
 
 TEST_F(NcsiOemExchange, ARefusedGlobalLockFailsTheExchangeAndReleasesTheChannel) {
     port().refused_locks = {"ncsi"};
-    answer({ncsi_response(kType, kChannel)});
+    answer({ncsi_response(kType, kMessageChannel)});
     const Outcome outcome = exchange();
     EXPECT_EQ(outcome.result, -1);
     EXPECT_EQ(outcome.out, "");

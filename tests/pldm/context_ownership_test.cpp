@@ -15,7 +15,7 @@ using test::Bytes;
 using test::Outcome;
 using test::operator+;
 
-constexpr const char* kWarning = "[pldm_init:411] release ptr in dangerous way.\n";
+constexpr const char* kDangerous = "[pldm_init:411] release ptr in dangerous way.\n";
 
 class PldmOwnership : public test::PlatformTest {
 protected:
@@ -59,7 +59,7 @@ TEST_F(PldmOwnership, RegisteringTheSameEndpointAgainKeepsIt) {
     mine.msg_type = MCTP_MSG_TYPE_NCSI;  // another layer has used it
     const Outcome outcome = test::run([&] { return mctp_pldm_register(&mine, &ctx); });
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.out, kWarning);
+    EXPECT_EQ(outcome.out, kDangerous);
     EXPECT_EQ(ctx.mctp, &mine);
     EXPECT_EQ(mine.msg_type, MCTP_MSG_TYPE_PLDM);
     expect_tid(7);
@@ -71,7 +71,7 @@ TEST_F(PldmOwnership, RegisteringItsOwnEndpointAgainKeepsItAndItsOwner) {
         own->msg_type = MCTP_MSG_TYPE_NCSI;
         const Outcome outcome = test::run([&] { return mctp_pldm_register(own, &ctx); });
         EXPECT_EQ(outcome.result, 0);
-        EXPECT_EQ(outcome.out, kWarning);
+        EXPECT_EQ(outcome.out, kDangerous);
         EXPECT_EQ(ctx.mctp, own);
         EXPECT_EQ(own->msg_type, MCTP_MSG_TYPE_PLDM);
         EXPECT_EQ(libc.live_blocks(), 1u);
@@ -98,10 +98,10 @@ TEST_F(PldmOwnership, BindingOverACallersEndpointFreesNothing) {
     ASSERT_EQ(mctp_pldm_register(&first, &ctx), 0);
     Outcome outcome = test::run([&] { return mctp_pldm_register(&second, &ctx); });
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.out, kWarning);
+    EXPECT_EQ(outcome.out, kDangerous);
     EXPECT_EQ(ctx.mctp, &second);
     outcome = test::run([&] { return pldm_init(&ctx); });
-    EXPECT_EQ(outcome.out, kWarning);
+    EXPECT_EQ(outcome.out, kDangerous);
     EXPECT_EQ(ctx.mctp, nullptr);
     ASSERT_EQ(mctp_pldm_register(&first, &ctx), 0);
     init();
@@ -135,7 +135,7 @@ TEST_F(PldmOwnership, DiscoveryOverABoundContextFreesNothingOfTheCallers) {
     ASSERT_EQ(mctp_pldm_register(&mine, &ctx), 0);
     const Outcome outcome = test::run([&] { return discover_pldm_terminus(&ctx, &config); });
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_TRUE(outcome.out.starts_with(kWarning)) << outcome.out;
+    EXPECT_TRUE(outcome.out.starts_with(kDangerous)) << outcome.out;
     EXPECT_EQ(mine.bus, config.bus);
     EXPECT_EQ(libc.live_blocks(), 0u);
 }
@@ -146,7 +146,7 @@ TEST_F(PldmOwnership, AnEndpointOfTheCallersInItsPlaceIsNotFreedAndTheOwnOneIs) 
     mctp_ctx mine = config;
     mctp_ctx other = config;
     for (mctp_ctx* in_place : {&mine, static_cast<mctp_ctx*>(nullptr)}) {
-        const char* const text = in_place != nullptr ? kWarning : "";
+        const char* const text = in_place != nullptr ? kDangerous : "";
         init();
         ctx.mctp = in_place;
         expect_deinit_frees_all();
@@ -179,7 +179,7 @@ TEST_F(PldmOwnership, ATerminusIsBroughtUpAnewFromItsOwnEndpoint) {
     init();
     const Outcome outcome = test::run([&] { return pldm_terminus_init(&ctx, ctx.mctp); });
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.out, kWarning);
+    EXPECT_EQ(outcome.out, kDangerous);
     EXPECT_EQ(ctx.mctp->bus, config.bus);
     EXPECT_EQ(libc.live_blocks(), 1u);
     expect_tid(4);
@@ -216,9 +216,9 @@ TEST_F(PldmOwnership, TheStaleEndpointOfADiscoveryIsNeitherFreedNorFollowed) {
     discover();
     expect_deinit_frees_all();
     discover();
-    EXPECT_EQ(test::run([&] { return pldm_init(&ctx); }).out, kWarning);
+    EXPECT_EQ(test::run([&] { return pldm_init(&ctx); }).out, kDangerous);
     discover();
-    EXPECT_EQ(test::run([&] { return mctp_pldm_register(&mine, &ctx); }).out, kWarning);
+    EXPECT_EQ(test::run([&] { return mctp_pldm_register(&mine, &ctx); }).out, kDangerous);
     discover();
     EXPECT_EQ(test::run([&] { return discover_pldm_terminus(&ctx, &config); }).result, -1);
     discover();

@@ -54,7 +54,7 @@ int32_t with_endpoint(const std::function<int32_t()>& run) {
 }
 
 template <int32_t (*Command)(mctp_ctx*), uint8_t Kind = MCTP_BINDING_KIND_SMBUS>
-int32_t run_command() {
+int32_t run_operation() {
     return with_endpoint([] {
         mctp_ctx ctx = ready_context(Kind);
         return Command(&ctx);
@@ -116,7 +116,7 @@ int32_t allocate(mctp_ctx* ctx) {
     return mctp_allocate_endpoint_ids(ctx, 0, 32, 64);
 }
 
-int32_t routing_table(mctp_ctx* ctx) {
+int32_t read_routing_table(mctp_ctx* ctx) {
     Guarded table(MCTP_ROUTING_TABLE_RESPONSE_SIZE);
     const int32_t result = mctp_get_routing_table_entries(ctx, 0, table.data());
     EXPECT_TRUE(result == 0 || table.untouched_from(0));
@@ -128,32 +128,32 @@ int32_t look_up(mctp_ctx* ctx) {
     return get_eid_from_routing_table(ctx, &target);
 }
 
-const Operation kOperations[] = {
-    {"SmbusSend", run_command<long_send>},
-    {"SmbusReceive", run_command<receive>},
-    {"SmbusExchange", run_command<exchange>},
-    {"Sl8Send", run_command<long_send, MCTP_BINDING_KIND_SL8_SMBUS>},
-    {"Sl8Receive", run_command<receive, MCTP_BINDING_KIND_SL8_SMBUS>},
-    {"Sl8Exchange", run_command<exchange, MCTP_BINDING_KIND_SL8_SMBUS>},
-    {"DelayedExchange", run_command<delayed_exchange>},
-    {"PcieSend", run_command<long_send, MCTP_BINDING_KIND_PCIE>, false},
-    {"PcieReceive", run_command<pcie_receive, MCTP_BINDING_KIND_PCIE>},
-    {"PcieExchange", run_command<exchange, MCTP_BINDING_KIND_PCIE>},
-    {"SetEndpointId", run_command<set_eid>},
-    {"GetEndpointId", run_command<mctp_get_endpoint_id>},
-    {"GetEndpointIdSl8", run_command<mctp_get_endpoint_id, MCTP_BINDING_KIND_SL8_SMBUS>},
-    {"GetEndpointIdPcie", run_command<mctp_get_endpoint_id, MCTP_BINDING_KIND_PCIE>},
-    {"GetEndpointUuid", run_command<mctp_get_endpoint_uuid>},
-    {"AllocateEndpointIds", run_command<allocate>},
-    {"GetRoutingTableEntries", run_command<routing_table>},
-    {"PrepareForEndpointDiscovery", run_command<mctp_prepare_for_endpoint_discovery>},
-    {"EndpointDiscovery", run_command<mctp_endpoint_discovery>},
-    {"RoutingTableLookup", run_command<look_up>},
-    {"AssignEid", run_command<mctp_assign_eid>},
-    {"Discovery", run_command<mctp_discovery>},
-    {"DiscoverySl8", run_command<mctp_discovery, MCTP_BINDING_KIND_SL8_SMBUS>},
-    {"SetUp", run_command<set_up>},
-    {"DelayedSetUp", run_command<delayed_set_up>},
+const Operation kOperationsThatFail[] = {
+    {"SmbusSend", run_operation<long_send>},
+    {"SmbusReceive", run_operation<receive>},
+    {"SmbusExchange", run_operation<exchange>},
+    {"Sl8Send", run_operation<long_send, MCTP_BINDING_KIND_SL8_SMBUS>},
+    {"Sl8Receive", run_operation<receive, MCTP_BINDING_KIND_SL8_SMBUS>},
+    {"Sl8Exchange", run_operation<exchange, MCTP_BINDING_KIND_SL8_SMBUS>},
+    {"DelayedExchange", run_operation<delayed_exchange>},
+    {"PcieSend", run_operation<long_send, MCTP_BINDING_KIND_PCIE>, false},
+    {"PcieReceive", run_operation<pcie_receive, MCTP_BINDING_KIND_PCIE>},
+    {"PcieExchange", run_operation<exchange, MCTP_BINDING_KIND_PCIE>},
+    {"SetEndpointId", run_operation<set_eid>},
+    {"GetEndpointId", run_operation<mctp_get_endpoint_id>},
+    {"GetEndpointIdSl8", run_operation<mctp_get_endpoint_id, MCTP_BINDING_KIND_SL8_SMBUS>},
+    {"GetEndpointIdPcie", run_operation<mctp_get_endpoint_id, MCTP_BINDING_KIND_PCIE>},
+    {"GetEndpointUuid", run_operation<mctp_get_endpoint_uuid>},
+    {"AllocateEndpointIds", run_operation<allocate>},
+    {"GetRoutingTableEntries", run_operation<read_routing_table>},
+    {"PrepareForEndpointDiscovery", run_operation<mctp_prepare_for_endpoint_discovery>},
+    {"EndpointDiscovery", run_operation<mctp_endpoint_discovery>},
+    {"RoutingTableLookup", run_operation<look_up>},
+    {"AssignEid", run_operation<mctp_assign_eid>},
+    {"Discovery", run_operation<mctp_discovery>},
+    {"DiscoverySl8", run_operation<mctp_discovery, MCTP_BINDING_KIND_SL8_SMBUS>},
+    {"SetUp", run_operation<set_up>},
+    {"DelayedSetUp", run_operation<delayed_set_up>},
 };
 
 class EveryFailure : public test::PlatformTest, public ::testing::WithParamInterface<Operation> {
@@ -177,7 +177,7 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Operation, EveryFailure, ::testing::ValuesIn(kOperations),
+INSTANTIATE_TEST_SUITE_P(Operation, EveryFailure, ::testing::ValuesIn(kOperationsThatFail),
                          [](const auto& parameter) { return std::string(parameter.param.name); });
 
 TEST_P(EveryFailure, OfOnePlatformCallGivesTheOrdinaryErrorOrIsRetried) {

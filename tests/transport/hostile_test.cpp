@@ -30,7 +30,7 @@ using test::smbus_context;
 using test::operator+;
 using Lines = std::vector<std::string>;
 
-const Bytes kRequest = hex("80 02");
+const Bytes kGetTid = hex("80 02");
 
 /// The three ways to exchange over SMBus.
 struct Way {
@@ -47,7 +47,7 @@ protected:
     }
 
     /// Exchanges into a guarded buffer.
-    int32_t xfer(const Bytes& request = kRequest, int32_t capacity = 64) {
+    int32_t xfer(const Bytes& request = kGetTid, int32_t capacity = 64) {
         Guarded buffer(static_cast<size_t>(capacity));
         int32_t result = ctx.xfer(&ctx, static_cast<uint32_t>(request.size()), capacity,
                                   request.data(), buffer.data());
@@ -148,7 +148,7 @@ TEST_P(Hostile, UnitSizesThatNoPacketHoldsFailEveryCall) {
         ctx.unit_size = unit;
         Guarded buffer(64);
         EXPECT_EQ(xfer(), -1) << unit;
-        EXPECT_EQ(ctx.send(&ctx, 2, kRequest.data(), 1), -1);
+        EXPECT_EQ(ctx.send(&ctx, 2, kGetTid.data(), 1), -1);
         EXPECT_EQ(ctx.recv(&ctx, 64, buffer.data()), -1);
         EXPECT_TRUE(buffer.untouched_from(0));
     }
@@ -172,7 +172,7 @@ TEST_P(Hostile, MissingOperationPointersFailTheExchange) {
     for (const mctp_binding* binding : {static_cast<const mctp_binding*>(nullptr), &kEmpty}) {
         ctx.binding = binding;
         EXPECT_EQ(xfer(), -1);
-        EXPECT_EQ(ctx.send(&ctx, 2, kRequest.data(), 1), -1);
+        EXPECT_EQ(ctx.send(&ctx, 2, kGetTid.data(), 1), -1);
         EXPECT_EQ(ctx.recv(&ctx, 64, buffer.data()), -1);
     }
     EXPECT_EQ(port().trace_of({"write", "read"}), Lines());
@@ -264,7 +264,7 @@ TEST_P(Hostile, AFewHundredStalePacketsAreSurvived) {
 TEST_P(Hostile, AMessageInTinyPacketsIsNoFlood) {
     Endpoint endpoint({test::counting(4095)}, false);
     endpoint.unit = 2;
-    EXPECT_EQ(xfer(kRequest, 4096), 4095);
+    EXPECT_EQ(xfer(kGetTid, 4096), 4095);
     EXPECT_EQ(response, test::counting(4095));
 }
 
@@ -326,7 +326,7 @@ TEST_P(Hostile, EveryCapacityIsRespected) {
     for (int32_t capacity = 1; capacity <= 70; capacity++) {
         new_exchange();
         port().queue(good_packets());
-        EXPECT_EQ(xfer(kRequest, capacity), std::min(capacity, 60));
+        EXPECT_EQ(xfer(kGetTid, capacity), std::min(capacity, 60));
         EXPECT_EQ(response, test::counting(static_cast<size_t>(std::min(capacity, 60)), 0x40));
     }
 }
@@ -347,7 +347,7 @@ int32_t routing_table_into_guarded(mctp_ctx* ctx) {
     return result;
 }
 
-int32_t look_up(mctp_ctx* ctx) {
+int32_t look_up_endpoint(mctp_ctx* ctx) {
     mctp_ctx target{};
     target.pcie_bdf[0] = 0x41;
     target.pcie_bdf[1] = 1;
@@ -357,7 +357,7 @@ int32_t look_up(mctp_ctx* ctx) {
     return result;
 }
 
-const Answer kAnswers[] = {
+const Answer kHostileAnswers[] = {
     {"SetEndpointId", [](mctp_ctx* ctx) { return mctp_set_endpoint_id(ctx, 0x2A); },
      "00 00 01 00 00 2A 00"},
     {"GetEndpointId", mctp_get_endpoint_id, "00 00 02 00 2A 00 00"},
@@ -370,7 +370,7 @@ const Answer kAnswers[] = {
      "00 00 0A 00 FF 03 01 20 00 02 08 02 41 00 01 21 00 01 04 01 64 01 22 00 02 08 02 41 08"},
     {"PrepareForEndpointDiscovery", mctp_prepare_for_endpoint_discovery, "00 00 0B 00"},
     {"EndpointDiscovery", mctp_endpoint_discovery, "00 00 0C 00"},
-    {"RoutingTableLookup", look_up,
+    {"RoutingTableLookup", look_up_endpoint,
      "00 00 0A 00 FF 03 01 20 00 02 08 02 41 00 01 21 00 01 04 01 64 01 22 00 02 08 02 41 08"},
     {"Discovery", mctp_discovery, "00 00 02 00 2A 00 00"},
     {"AssignEid", mctp_assign_eid, "00 00 01 00 00 10 00"},
@@ -403,7 +403,7 @@ private:
     Capture dumps_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Command, HostileControl, ::testing::ValuesIn(kAnswers),
+INSTANTIATE_TEST_SUITE_P(Command, HostileControl, ::testing::ValuesIn(kHostileAnswers),
                          [](const auto& parameter) { return std::string(parameter.param.name); });
 
 TEST_P(HostileControl, TheGoodAnswerIsGood) {

@@ -180,16 +180,16 @@ TEST_P(DroppedPackets, EachReceiveReportsItsOwn) {
     }
 }
 
-int32_t oversized_read(mctp_section*, int32_t wanted, uint8_t* buffer) {
+int32_t endless_read(mctp_section*, int32_t wanted, uint8_t* buffer) {
     const Bytes start = packet(0x08, 0x1D, kSom | 3, hex("01"));
     std::copy(start.begin(), start.end(), buffer);
     return wanted + 1;
 }
 
-const mctp_binding kOversizedBinding{smbus_block_write, oversized_read, nullptr};
+const mctp_binding kEndlessBinding{smbus_block_write, endless_read, nullptr};
 
 TEST_P(DroppedPackets, AFloodOfPacketsLargerThanAskedIsReportedInTheSameMeasure) {
-    ctx.binding = &kOversizedBinding;
+    ctx.binding = &kEndlessBinding;
     EXPECT_EQ(receive(), -1);
     EXPECT_EQ(dumps(), 32u);
     ASSERT_EQ(port().console.size(), 32u);

@@ -29,8 +29,8 @@ using SocketWait = test::SocketTest;
 using SocketSend = test::SocketTest;
 using SocketFailures = test::SocketTest;
 
-const Bytes kRequest = hex("80 02 11 01 00 00");
-const Bytes kAnswer = hex("00 02 11 00 2A");
+const Bytes kReadingRequest = hex("80 02 11 01 00 00");
+const Bytes kReadingAnswer = hex("00 02 11 00 2A");
 
 // ---- Set-up ----
 
@@ -61,9 +61,9 @@ TEST_F(SocketInit, TheDelayedFormIsNotForSockets) {
 // ---- What goes out, and what comes back ----
 
 TEST_F(SocketXfer, SendsToTheEndpointAndStoresItsAnswer) {
-    kernel.answer_with({kAnswer});
-    EXPECT_EQ(xfer(kRequest), 5);
-    EXPECT_EQ(answer, kAnswer);
+    kernel.answer_with({kReadingAnswer});
+    EXPECT_EQ(xfer(kReadingRequest), 5);
+    EXPECT_EQ(answer, kReadingAnswer);
     // Family 45, network 1, EID 9, type 1, tag 0 that is kept, with the owner bit.
     EXPECT_EQ(sent(), (Lines{"2d 00 00 00 01 00 00 00 09 01 18 00 | 80 02 11 01 00 00"}));
     EXPECT_EQ(kernel.trace, (Lines{"socket", "tag 09 00 00 00", "send", "poll"}));
@@ -84,9 +84,9 @@ TEST_F(SocketXfer, EveryMessageTypeGoesInTheAddress) {
 
 TEST_F(SocketXfer, AnAnswerIsCutToItsRoom) {
     for (const int32_t room : {1, 2, 4, 5}) {
-        kernel.answer_with({kAnswer});
-        EXPECT_EQ(xfer(kRequest, room), room);
-        EXPECT_EQ(answer, Bytes(kAnswer.begin(), kAnswer.begin() + room));
+        kernel.answer_with({kReadingAnswer});
+        EXPECT_EQ(xfer(kReadingRequest, room), room);
+        EXPECT_EQ(answer, Bytes(kReadingAnswer.begin(), kReadingAnswer.begin() + room));
     }
 }
 
@@ -99,10 +99,10 @@ TEST_F(SocketXfer, LargeMessagesPassBothWays) {
 }
 
 TEST_F(SocketXfer, WithoutRoomTheRequestIsSentAndNothingRead) {
-    kernel.answer_with({kAnswer, kAnswer});
-    EXPECT_EQ(xfer(kRequest, 0), 0);
-    EXPECT_EQ(xfer(kRequest, -3), 0);
-    EXPECT_EQ(ctx.xfer(&ctx, 6, 10, kRequest.data(), nullptr), 0);
+    kernel.answer_with({kReadingAnswer, kReadingAnswer});
+    EXPECT_EQ(xfer(kReadingRequest, 0), 0);
+    EXPECT_EQ(xfer(kReadingRequest, -3), 0);
+    EXPECT_EQ(ctx.xfer(&ctx, 6, 10, kReadingRequest.data(), nullptr), 0);
     EXPECT_EQ(kernel.sent.size(), 3u);
     EXPECT_EQ(std::count(kernel.trace.begin(), kernel.trace.end(), "poll"), 0);
 }
@@ -150,10 +150,10 @@ TEST_P(SocketForeign, DoesNotPassAndTheAnswerStillDoes) {
         Datagram foreign = kernel.answer_to(request, hex("FF FF"));
         GetParam().change(foreign);
         kernel.misdeliver(foreign, 10);
-        kernel.deliver(kernel.answer_to(request, kAnswer), 20);
+        kernel.deliver(kernel.answer_to(request, kReadingAnswer), 20);
     };
-    EXPECT_EQ(xfer(kRequest), 5);
-    EXPECT_EQ(answer, kAnswer);
+    EXPECT_EQ(xfer(kReadingRequest), 5);
+    EXPECT_EQ(answer, kReadingAnswer);
     EXPECT_EQ(port().syslog,
               (Lines{std::string("[mctp socket] dropped ") + GetParam().line + "\n"}));
 }
@@ -190,9 +190,9 @@ TEST_F(SocketXfer, ManyForeignMessagesTakeTwoLines) {
         for (int i = 0; i < 500; ++i) {
             kernel.misdeliver({10, 1, 0, hex("FF")}, i / 10);
         }
-        kernel.deliver(kernel.answer_to(request, kAnswer), 60);
+        kernel.deliver(kernel.answer_to(request, kReadingAnswer), 60);
     };
-    EXPECT_EQ(xfer(kRequest), 5);
+    EXPECT_EQ(xfer(kReadingRequest), 5);
     EXPECT_EQ(port().syslog.size(), 2u);
     EXPECT_EQ(port().syslog.back(), "[mctp socket] 499 more messages dropped\n");
 }
@@ -201,7 +201,7 @@ TEST_F(SocketXfer, ManyForeignMessagesTakeTwoLines) {
 
 TEST_F(SocketWait, ASilentEndpointEndsIt) {
     const int64_t start = kernel.now;
-    EXPECT_EQ(xfer(kRequest), -1);
+    EXPECT_EQ(xfer(kReadingRequest), -1);
     EXPECT_EQ(kernel.now - start, 300);
     EXPECT_EQ(port().syslog, Lines{"[mctp socket] EID 9 of network 1: nothing within 300 ms\n"});
     EXPECT_EQ(port().console, Lines());
@@ -212,22 +212,22 @@ TEST_F(SocketWait, IsTheLowHalfOfTheRoute) {
              {0, 5000}, {1, 1}, {0xFFFF, 65535}, {0x001203E8, 1000}, {0xFFFF0000, 5000}}) {
         ctx.route = route;
         const int64_t start = kernel.now;
-        EXPECT_EQ(xfer(kRequest), -1);
+        EXPECT_EQ(xfer(kReadingRequest), -1);
         EXPECT_EQ(kernel.now - start, wait);
     }
     EXPECT_EQ(MCTP_SOCKET_WAIT_DEFAULT_MS, 5000);
 }
 
 TEST_F(SocketWait, AnAnswerInTheLastMillisecondPasses) {
-    kernel.answer_with({kAnswer}, 299);
-    EXPECT_EQ(xfer(kRequest), 5);
+    kernel.answer_with({kReadingAnswer}, 299);
+    EXPECT_EQ(xfer(kReadingRequest), 5);
 }
 
 TEST_F(SocketWait, InterruptionsDoNotProlongIt) {
     kernel.interrupted_after = 7;
     kernel.errors["poll"] = std::deque<int>(1000, EINTR);
     const int64_t start = kernel.now;
-    EXPECT_EQ(xfer(kRequest), -1);
+    EXPECT_EQ(xfer(kReadingRequest), -1);
     EXPECT_GE(kernel.now - start, 300);
     EXPECT_LT(kernel.now - start, 307);
 }
@@ -236,8 +236,8 @@ TEST_F(SocketWait, AnInterruptedOneTakesTheAnswer) {
     kernel.interrupted_after = 1;
     kernel.errors["poll"] = std::deque<int>(20, EINTR);
     kernel.errors["recvfrom"] = {EINTR, EAGAIN};
-    kernel.answer_with({kAnswer}, 30);
-    EXPECT_EQ(xfer(kRequest), 5);
+    kernel.answer_with({kReadingAnswer}, 30);
+    EXPECT_EQ(xfer(kReadingRequest), 5);
 }
 
 TEST_F(SocketWait, AFloodOfForeignMessagesDoesNotProlongIt) {
@@ -247,32 +247,32 @@ TEST_F(SocketWait, AFloodOfForeignMessagesDoesNotProlongIt) {
         kernel.misdeliver({10, 1, 0, hex("FF")});
     };
     const int64_t start = kernel.now;
-    EXPECT_EQ(xfer(kRequest), -1);
+    EXPECT_EQ(xfer(kReadingRequest), -1);
     EXPECT_LE(kernel.now - start, 302);
 }
 
 // ---- Send, then receive ----
 
 TEST_F(SocketSend, TheAnswerIsReceivedLater) {
-    kernel.answer_with({kAnswer});
-    EXPECT_EQ(send(kRequest), 0);
+    kernel.answer_with({kReadingAnswer});
+    EXPECT_EQ(send(kReadingRequest), 0);
     EXPECT_EQ(ctx.tag, 0);
     EXPECT_EQ(recv(), 5);
-    EXPECT_EQ(answer, kAnswer);
+    EXPECT_EQ(answer, kReadingAnswer);
     EXPECT_FALSE(kernel.is_bound(1)) << "an answer needs no binding";
 }
 
 TEST_F(SocketSend, AReceiveWaitsAgainForAnAnswerThatIsLate) {
-    kernel.answer_with({kAnswer}, 500);
-    EXPECT_EQ(send(kRequest), 0);
+    kernel.answer_with({kReadingAnswer}, 500);
+    EXPECT_EQ(send(kReadingRequest), 0);
     EXPECT_EQ(recv(), -1);
     EXPECT_EQ(recv(), 5);
 }
 
 TEST_F(SocketSend, TheAnswerToARequestThatWasGivenUpIsNotReceived) {
     ctx.msg_type = 2;
-    kernel.answer_with({kAnswer}, 350);
-    EXPECT_EQ(xfer(kRequest), -1);
+    kernel.answer_with({kReadingAnswer}, 350);
+    EXPECT_EQ(xfer(kReadingRequest), -1);
     EXPECT_EQ(recv(), -1);
     EXPECT_EQ(port().console,
               Lines{"[mctp socket] EID 9 of network 1, receive: Transport endpoint is "
@@ -282,8 +282,8 @@ TEST_F(SocketSend, TheAnswerToARequestThatWasGivenUpIsNotReceived) {
 TEST_F(SocketSend, OnlyTheLastRequestIsWaitedFor) {
     ctx.msg_type = 2;
     kernel.answer_with({hex("01"), hex("02")}, 10);
-    EXPECT_EQ(send(kRequest), 0);
-    EXPECT_EQ(send(kRequest), 0);
+    EXPECT_EQ(send(kReadingRequest), 0);
+    EXPECT_EQ(send(kReadingRequest), 0);
     EXPECT_EQ(recv(), 1);
     EXPECT_EQ(answer, hex("02"));
     EXPECT_EQ(recv(), -1);
@@ -292,10 +292,10 @@ TEST_F(SocketSend, OnlyTheLastRequestIsWaitedFor) {
 TEST_F(SocketSend, ARequestThatNobodyWaitedForKeepsItsTag) {
     ctx.msg_type = 2;
     kernel.answer_with({hex("01")}, 1000);
-    EXPECT_EQ(send(kRequest), 0);
+    EXPECT_EQ(send(kReadingRequest), 0);
     for (const char* body : {"02", "03"}) {
         kernel.answer_with({hex(body)});
-        EXPECT_EQ(xfer(kRequest), 1);
+        EXPECT_EQ(xfer(kReadingRequest), 1);
         EXPECT_EQ(answer, hex(body));
     }
     EXPECT_EQ(kernel.sent[0].tag(), 0x18);
@@ -304,7 +304,7 @@ TEST_F(SocketSend, ARequestThatNobodyWaitedForKeepsItsTag) {
 }
 
 TEST_F(SocketSend, AReceiveWithoutRoomReadsNothing) {
-    EXPECT_EQ(send(kRequest), 0);
+    EXPECT_EQ(send(kReadingRequest), 0);
     kernel.trace.clear();
     EXPECT_EQ(recv(0), 0);
     EXPECT_EQ(recv(-1), 0);
@@ -314,8 +314,8 @@ TEST_F(SocketSend, AReceiveWithoutRoomReadsNothing) {
 
 TEST_F(SocketSend, AnotherEndpointInTheContextIsNotAskedFor) {
     ctx.msg_type = 2;
-    kernel.answer_with({kAnswer});
-    EXPECT_EQ(send(kRequest), 0);
+    kernel.answer_with({kReadingAnswer});
+    EXPECT_EQ(send(kReadingRequest), 0);
     ctx.dest_eid = 10;
     EXPECT_EQ(recv(), -1);
     ctx.dest_eid = 9;
@@ -327,7 +327,7 @@ TEST_F(SocketSend, AnotherEndpointInTheContextIsNotAskedFor) {
 
 TEST_F(SocketSend, NobodyAnswersWithoutARequest) {
     ctx.msg_type = 2;
-    EXPECT_EQ(send(kAnswer, 0), -1);
+    EXPECT_EQ(send(kReadingAnswer, 0), -1);
     EXPECT_EQ(kernel.sent.size(), 0u);
     EXPECT_EQ(port().console,
               Lines{"[mctp socket] EID 9 of network 1, answer: Operation not supported\n"});
@@ -344,12 +344,12 @@ struct Failure {
 class SocketCallFails : public test::SocketTest, public ::testing::WithParamInterface<Failure> {};
 
 TEST_P(SocketCallFails, LeavesOneLineAndNothingElse) {
-    kernel.answer_with({kAnswer, kAnswer});
+    kernel.answer_with({kReadingAnswer, kReadingAnswer});
     kernel.errors[GetParam().call] = {GetParam().error};
-    EXPECT_EQ(xfer(kRequest), -1);
+    EXPECT_EQ(xfer(kReadingRequest), -1);
     EXPECT_EQ(port().console,
               Lines{std::string("[mctp socket] EID 9 of network 1, ") + GetParam().line + "\n"});
-    EXPECT_EQ(xfer(kRequest), 5) << "as if nothing had been";
+    EXPECT_EQ(xfer(kReadingRequest), 5) << "as if nothing had been";
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -379,8 +379,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(SocketFailures, AMessageThatVanishesIsWaitedOn) {
     kernel.errors["recvfrom"] = {0, EAGAIN};
-    kernel.answer_with({kAnswer});
-    EXPECT_EQ(xfer(kRequest), 5);
+    kernel.answer_with({kReadingAnswer});
+    EXPECT_EQ(xfer(kReadingRequest), 5);
     EXPECT_EQ(port().syslog, Lines());
 }
 

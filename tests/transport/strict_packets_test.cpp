@@ -20,7 +20,7 @@ using test::port;
 using test::SlaveRead;
 using Lines = std::vector<std::string>;
 
-const char* const kAnswer = "01 08 1D C3 01 BB";
+const char* const kAnswerPacket = "01 08 1D C3 01 BB";
 
 class StrictPackets : public test::ReceiveTest {
 protected:
@@ -59,7 +59,7 @@ TEST_P(StrictPackets, APacketOfSomebodyElseIsPassedOver) {
                                 "00 08 1D C3 01 AA",     // none
                                 "01 08 1D C3 02 AA",     // another message type
                                 "01 08 1D CB 7E AA"}) {  // likewise, of a request
-        receive_both({foreign, kAnswer});
+        receive_both({foreign, kAnswerPacket});
         EXPECT_EQ(lax, hex("AA")) << foreign;
         EXPECT_EQ(strict, hex("BB")) << foreign;
         EXPECT_NE(printed.find(foreign[0] == '0' ? "Dumping Packets" : ""), std::string::npos);
@@ -89,7 +89,7 @@ TEST_P(StrictPackets, ABmcWithoutAnEidTakesAnyDestination) {
 
 TEST_P(StrictPackets, AWrongTagIsReportedAsEver) {
     port().syslog.clear();
-    receive_both({"01 08 1D C4 01 AA", kAnswer});
+    receive_both({"01 08 1D C4 01 AA", kAnswerPacket});
     EXPECT_EQ(lax, hex("BB"));
     EXPECT_EQ(strict, hex("BB"));
     EXPECT_EQ(port().syslog, Lines(2, "MCTP request tag is 3 but response tag is 4\n"));
@@ -98,7 +98,7 @@ TEST_P(StrictPackets, AWrongTagIsReportedAsEver) {
 TEST_P(StrictPackets, APacketLargerThanTheUnitIsPassedOver) {
     ctx.unit_size = 8;
     const char* const large = "01 08 1D C3 01 A1 A2 A3 A4 A5 A6 A7 A8 A9";
-    receive_both({large, kAnswer});
+    receive_both({large, kAnswerPacket});
     EXPECT_EQ(lax, hex("A1 A2 A3 A4 A5 A6 A7 A8")) << "cut";
     EXPECT_EQ(strict, hex("BB"));
 }
@@ -152,7 +152,7 @@ TEST_P(StrictPackets, ALostPacketMakesNoMessage) {
     EXPECT_EQ(strict_result, -1);
     // The next message is taken, and nothing of the void one is left behind it.
     ctx.strict = MCTP_STRICT_PACKETS;
-    queue({"01 08 1D 83 01 A1 A2", "01 08 1D 63 C1", kAnswer});
+    queue({"01 08 1D 83 01 A1 A2", "01 08 1D 63 C1", kAnswerPacket});
     Bytes buffer(4, 0xA5);
     EXPECT_EQ(ctx.recv(&ctx, 4, buffer.data()), 1);
     EXPECT_EQ(buffer, hex("BB 00 A5 A5"));
@@ -201,7 +201,7 @@ TEST_P(StrictPackets, AnotherEndpointsPacketsBetweenThoseOfAMessageDoNoHarm) {
 }
 
 TEST_P(StrictPackets, PacketsWithoutAStartAreDropped) {
-    receive_both({"01 08 1D 13 A1", "01 08 1D 63 A2", kAnswer});
+    receive_both({"01 08 1D 13 A1", "01 08 1D 63 A2", kAnswerPacket});
     EXPECT_EQ(lax, hex("BB"));
     EXPECT_EQ(strict, hex("BB"));
 }

@@ -25,8 +25,9 @@ constexpr MetricFamily kSubsystemWarnings{
     "sideband_nvme_subsystem_warnings", "",
     "Critical warnings of the drive, bits as a number: 1 spare, 2 temperature, 4 reliability, 8 "
     "read only, 16 memory backup, 32 persistent memory region."};
-constexpr MetricFamily kTemperature{"sideband_nvme_controller_temperature_celsius", "celsius",
-                                    "Composite temperature that the controller tells."};
+constexpr MetricFamily kControllerTemperature{"sideband_nvme_controller_temperature_celsius",
+                                              "celsius",
+                                              "Composite temperature that the controller tells."};
 constexpr MetricFamily kUsed{"sideband_nvme_controller_used_ratio", "ratio",
                              "How much of the drive's life the controller tells to be used."};
 constexpr MetricFamily kSpare{"sideband_nvme_controller_spare_ratio", "ratio",
@@ -157,7 +158,7 @@ void scrape_health(const Subject& subject, NvmeClient& client) {
     for (const nvme_controller_health& one : health.controllers) {
         const MetricLabels labels{{"controller", std::to_string(one.ctlid)}};
         if (one.ctemp != 0) {
-            subject.add(kTemperature, labels, one.ctemp - kZeroCelsius);
+            subject.add(kControllerTemperature, labels, one.ctemp - kZeroCelsius);
         }
         subject.add(kUsed, labels, one.pdlu / kPercent);
         subject.add(kSpare, labels, one.spare / kPercent);

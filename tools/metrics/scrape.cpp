@@ -15,8 +15,8 @@ namespace tool {
 namespace {
 
 constexpr MetricFamily kBuild{"sideband_build_info", "", "The version of what was asked for this."};
-constexpr MetricFamily kUp{"sideband_endpoint_up", "",
-                           "Whether the endpoint answered the first question."};
+constexpr MetricFamily kEndpointUp{"sideband_endpoint_up", "",
+                                   "Whether the endpoint answered the first question."};
 constexpr MetricFamily kEndpoint{"sideband_endpoint_info", "", "Where the endpoint is."};
 constexpr MetricFamily kDuration{"sideband_endpoint_scrape_duration_seconds", "seconds",
                                  "How long all questions to the endpoint and its answers took."};
@@ -100,7 +100,7 @@ Scrape scrape(const Port& port, const std::vector<Endpoint>& endpoints) {
         const uint64_t begin = port.now_us();
         const bool up = scrape_endpoint(port, endpoint, all);
         const MetricLabels labels{{"endpoint", endpoint.name}};
-        all.figures.add(kUp, labels, up ? 1 : 0);
+        all.figures.add(kEndpointUp, labels, up ? 1 : 0);
         all.figures.add(kDuration, labels, static_cast<double>(port.now_us() - begin) / kSecond);
         all.figures.add(kErrors, labels, static_cast<double>(all.failures.size() - failed_before));
     }

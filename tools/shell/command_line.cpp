@@ -19,7 +19,7 @@ namespace {
 constexpr const char* kFiles = "file";
 constexpr const char* kEndpoints = "endpoint";
 constexpr const char* kEndpointsBeforeEquals = "endpoint=";
-constexpr std::string_view kWords = "words:";
+constexpr std::string_view kWordsPrefix = "words:";
 
 void mark(CLI::Option& option, const std::string& offer) {
     option.check(CLI::Validator([](const std::string&) { return std::string(); }, "", offer));
@@ -127,8 +127,8 @@ void read_marks(CLI::Option& option, OptionNode& node) {
                 node.offer = OptionNode::Offer::kEndpoints;
             } else if (name == kEndpointsBeforeEquals) {
                 node.offer = OptionNode::Offer::kEndpointsBeforeEquals;
-            } else if (name.starts_with(kWords)) {
-                node.words = alternatives(name.substr(kWords.size()));
+            } else if (name.starts_with(kWordsPrefix)) {
+                node.words = alternatives(name.substr(kWordsPrefix.size()));
             }
         }
     } catch (const CLI::OptionNotFound&) {  // there are no more
@@ -240,7 +240,7 @@ const Option& Option::endpoint() const {
 }
 
 const Option& Option::suggest(const std::string& words) const {
-    mark(*option_, std::string(kWords) + words);
+    mark(*option_, std::string(kWordsPrefix) + words);
     return *this;
 }
 

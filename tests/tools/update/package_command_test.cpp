@@ -12,6 +12,7 @@
 
 #include "testing/package_builder.h"
 #include "tests/tools/tool_runner.h"
+#include "tests/tools/update/firmware_bench.h"
 #include "tools/update/descriptor.h"
 
 namespace {
@@ -20,6 +21,7 @@ namespace fs = std::filesystem;
 using tool::Json;
 using tool::Package;
 using tool_test::expect_error;
+using tool_test::file_of;
 using tool_test::one_document;
 using tool_test::Outcome;
 using tool_test::parse_json;
@@ -29,10 +31,6 @@ using tool_test::TemporaryFile;
 
 std::string text_of(const std::vector<uint8_t>& bytes) {
     return {bytes.begin(), bytes.end()};
-}
-
-std::string file_of(const Package& package) {
-    return text_of(tool::build_package(package));
 }
 
 Package sample() {
