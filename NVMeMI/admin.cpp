@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "NVMeMI/message.h"
-#include "common/memory.h"
 #include "common/output.h"
 
 using namespace sideband;
@@ -69,8 +68,9 @@ uint32_t copy_data(const nvme::AdminAnswer& answer, uint8_t* data, uint32_t room
     return static_cast<uint32_t>(bytes.size());
 }
 
-/// What all commands take from a record.
-nvme::AdminCommand command_of(const nvme_admin_req& req, uint8_t opcode, uint32_t length) {
+/// What all commands take from a record. One copy: it is longer than the call.
+[[gnu::noinline]] nvme::AdminCommand command_of(const nvme_admin_req& req, uint8_t opcode,
+                                                uint32_t length) {
     return {.opcode = opcode,
             .cntlid = req.cntlid,
             .nsid = req.nsid,

@@ -30,7 +30,7 @@ struct Transfer {
     nvmemi_ctx* ctx;
     uint16_t cntlid;
     int descriptor;
-    FileStamp stamp;  ///< of the file when it was opened
+    const FileStamp& stamp;  ///< of the file when it was opened
     uint32_t chunk_size;
     uint32_t pieces;
 };

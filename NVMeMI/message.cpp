@@ -46,7 +46,7 @@ constexpr size_t kOpcode = 3;
 
 /// Sets the message type of the context and sends the bytes of a request over it.
 /// @return what the operation says; -1 for every failure
-int32_t transfer(nvmemi_ctx* ctx, std::span<uint8_t> request, Room room) {
+int32_t transfer(nvmemi_ctx* ctx, std::span<uint8_t> request, const Room& room) {
     if (ctx == nullptr || ctx->mctp == nullptr || ctx->mi_request == nullptr) {
         return fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);
     }
@@ -129,7 +129,7 @@ Answer failed_exchange() {
 }
 
 /// Exchanges, and looks at the status of what came.
-Answer judge(nvmemi_ctx* ctx, std::span<uint8_t> request, Room room) {
+Answer judge(nvmemi_ctx* ctx, std::span<uint8_t> request, const Room& room) {
     const int32_t result = transfer(ctx, request, room);
     if (result < 0) {
         return failed_exchange();
@@ -244,16 +244,16 @@ AdminRequest encode(const AdminCommand& command, std::span<uint8_t> bytes) {
     return {bytes};
 }
 
-Answer exchange(nvmemi_ctx* ctx, Request request, Room room) {
+Answer exchange(nvmemi_ctx* ctx, Request request, const Room& room) {
     return judge(ctx, request.bytes, room);
 }
 
-Answer exchange(nvmemi_ctx* ctx, const Command& command, Room room) {
+Answer exchange(nvmemi_ctx* ctx, const Command& command, const Room& room) {
     std::array<uint8_t, NVMEMI_REQUEST_SIZE> bytes;
     return exchange(ctx, encode(command, bytes), room);
 }
 
-AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, Room room) {
+AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, const Room& room) {
     complete(request.bytes);
     AdminAnswer answer{judge(ctx, request.bytes, room), 0, 0};
     if (answer.stage == Stage::kDone) {
@@ -265,7 +265,7 @@ AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, Room room) {
     return answer;
 }
 
-AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, Room room) {
+AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, const Room& room) {
     if (command.dlen > NVME_ADMIN_DATA_MAX) {
         debug_log("%s, %u bytes of data are too many\n", "nvme admin", command.dlen);
         fail_call(ctx, SIDEBAND_CAUSE_ARGUMENT);

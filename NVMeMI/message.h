@@ -107,10 +107,10 @@ struct AdminAnswer : Answer {
 };
 
 /// Sets the message type of the context and sends a request over it.
-Answer exchange(nvmemi_ctx* ctx, Request request, Room room);
-Answer exchange(nvmemi_ctx* ctx, const Command& command, Room room);
-AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, Room room);
-AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, Room room);
+Answer exchange(nvmemi_ctx* ctx, Request request, const Room& room);
+Answer exchange(nvmemi_ctx* ctx, const Command& command, const Room& room);
+AdminAnswer exchange(nvmemi_ctx* ctx, AdminRequest request, const Room& room);
+AdminAnswer exchange(nvmemi_ctx* ctx, const AdminCommand& command, const Room& room);
 
 /// The end of a management command. Says on standard output what failed.
 /// @param failure  what to say of a failed exchange

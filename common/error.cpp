@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <span>
 
 namespace sideband {
 namespace {
@@ -51,10 +52,9 @@ constexpr char kSteps[] =
     "setting up the endpoint\0";
 
 /// The text of a number; "?" behind the last one.
-template <size_t size>
-const char* text_of(const char (&texts)[size], unsigned number) {
-    const char* text = texts;
-    const char* const end = texts + size - 1;
+const char* text_of(std::span<const char> texts, unsigned number) {
+    const char* text = texts.data();
+    const char* const end = text + texts.size() - 1;
     for (; number > 0 && text != end; --number) {
         text += std::strlen(text) + 1;
     }

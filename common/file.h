@@ -8,7 +8,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
+#include <type_traits>
 
 namespace sideband {
 
@@ -56,8 +58,11 @@ struct FileStamp {
     uint64_t changed_s;
     uint64_t changed_ns;
 
-    bool operator==(const FileStamp&) const = default;
+    bool operator==(const FileStamp& other) const {
+        return std::memcmp(this, &other, sizeof other) == 0;
+    }
 };
+static_assert(std::has_unique_object_representations_v<FileStamp>);
 
 /// @return false if the system does not tell
 bool stamp_of(int descriptor, FileStamp& stamp);

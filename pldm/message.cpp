@@ -142,6 +142,10 @@ PldmAnswer exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8_t
     return answer;
 }
 
+PldmAnswer exchange(pldm_ctx& ctx, PldmRequest& request, std::span<uint8_t> room) {
+    return exchange(ctx, request.bytes(), room);
+}
+
 int32_t finish(const PldmAnswer& answer, const char* function) {
     if (answer.result < 0) {
         return answer.result;

@@ -93,10 +93,7 @@ inline bool begin(pldm_ctx* ctx) {
 /// Calls the context's transfer_op, and records why it failed. The context must have one.
 /// @param room  for the response; all of it is offered to the operation
 PldmAnswer exchange(pldm_ctx& ctx, std::span<uint8_t> request, std::span<uint8_t> room);
-
-inline PldmAnswer exchange(pldm_ctx& ctx, PldmRequest& request, std::span<uint8_t> room) {
-    return exchange(ctx, request.bytes(), room);
-}
+PldmAnswer exchange(pldm_ctx& ctx, PldmRequest& request, std::span<uint8_t> room);
 
 /// Tells how a command has ended whose answer has been read, and reports an answer that was too
 /// short for that. transfer_op tells success, not length.

@@ -56,17 +56,17 @@ struct Part {
 
 /// Reports a completion code that the transfer operation has passed through. @return the code
 int32_t refused(uint8_t code) {
-    static constexpr char kNames[][46] = {
-        "PLDM_MONITOR_INVALID_DATA_TRANSFER_HANDLE",
-        "PLDM_MONITOR_INVALID_TRANSFER_OPERATION_FLAG",
-        "PLDM_MONITOR_INVALID_RECORD_HANDLE",
-        "PLDM_MONITOR_INVALID_RECORD_CHANGE_NUMBER",
-        "PLDM_MONITOR_TRANSFER_TIMEOUT",
-        "PLDM_MONITOR_REPOSITORY_UPDATE_IN_PROGRESS",
+    static constexpr char kNames[][32] = {
+        "INVALID_DATA_TRANSFER_HANDLE",
+        "INVALID_TRANSFER_OPERATION_FLAG",
+        "INVALID_RECORD_HANDLE",
+        "INVALID_RECORD_CHANGE_NUMBER",
+        "TRANSFER_TIMEOUT",
+        "REPOSITORY_UPDATE_IN_PROGRESS",
     };
     constexpr uint8_t kFirst = 0x80;
     if (code >= kFirst && code - kFirst < static_cast<int>(std::size(kNames))) {
-        debug_log("%s\n", kNames[code - kFirst]);
+        debug_log("PLDM_MONITOR_%s\n", kNames[code - kFirst]);
     } else {
         debug_log("%s, rc=%d\n", kReader, code);
     }

@@ -167,7 +167,7 @@ bool is_control(int32_t length, const Message& message) {
 /// @param notified  what became of the announcement
 int32_t respond_until_assigned(mctp_ctx& ctx, uint8_t former_eid, const sideband_error& notified) {
     Responder responder(ctx, former_eid);
-    sideband_error first = notified;
+    const sideband_error* first = &notified;
     int ignored = 0;
     // No time limit of its own: the binding's read bounds each wait.
     for (;;) {
@@ -177,12 +177,12 @@ int32_t respond_until_assigned(mctp_ctx& ctx, uint8_t former_eid, const sideband
         const int32_t length = ctx.recv(&ctx, static_cast<int32_t>(bytes.size()), bytes.data());
         if (length < 0) {
             fail(ctx.last_error, SIDEBAND_CAUSE_NO_ANSWER);
-            if (is_unsent(first)) {
-                ctx.last_error = first;
+            if (is_unsent(*first)) {
+                ctx.last_error = *first;
             }
             return 0;
         }
-        first = kNoError;  // Somebody is there nevertheless.
+        first = &kNoError;  // Somebody is there nevertheless.
         Message message = parse(bytes);
         if (!is_control(length, message)) {
             if (++ignored == kIgnoredMessagesMax) {

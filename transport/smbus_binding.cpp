@@ -36,16 +36,13 @@ bool main_power_on() {
 
 /// A device that has no power must not be addressed: its pins would load the bus.
 bool standby_access_allowed(const char* function, sideband_error& error) {
-    if (platform.standby_option != 1) {
-        debug_log("%s found power down, interrupt I2C access\n", function);
-        fail(error, SIDEBAND_CAUSE_NO_POWER);
-        return false;
-    }
-    if (at_p_St_GlobalVar->standby_override != 0 ||
-        (platform.flags & PLT_FLAG_STANDBY_DEVICES) != 0 || GetS5stByPwrConfig() == 0) {
+    const bool has_standby = platform.standby_option == 1;
+    if (has_standby &&
+        (at_p_St_GlobalVar->standby_override != 0 ||
+         (platform.flags & PLT_FLAG_STANDBY_DEVICES) != 0 || GetS5stByPwrConfig() == 0)) {
         return true;
     }
-    debug_log("%s stby power down, interrupt I2C access\n", function);
+    debug_log("%s %s power down, interrupt I2C access\n", function, has_standby ? "stby" : "found");
     fail(error, SIDEBAND_CAUSE_NO_POWER);
     return false;
 }
@@ -113,6 +110,10 @@ void drain_slave_queue(uint8_t bus, uint8_t bmc_address) {
 }
 
 }  // namespace
+
+void SlaveBlock::clear() {
+    clear_rounds<256>(kSize);
+}
 
 int32_t smbus_block_write(mctp_section* section, int32_t length, uint8_t* frame) {
     if (length < 0 || length > kWriteLengthMax ||

@@ -23,7 +23,7 @@ public:
     uint8_t* data() { return reinterpret_cast<uint8_t*>(words_.data()); }
     const uint8_t* data() const { return reinterpret_cast<const uint8_t*>(words_.data()); }
 
-    void clear() { clear_rounds<256>(kSize); }
+    void clear();
     /// Clears the first size bytes, and perhaps some behind them. One round does for the usual
     /// packet of 64 bytes.
     void clear_packet(size_t size) { clear_rounds<128>(size); }

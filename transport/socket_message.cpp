@@ -310,15 +310,20 @@ bool send_request(mctp_ctx& ctx, Socket& socket, std::span<const uint8_t> body) 
     return true;
 }
 
-/// A place in the table for a request, with a report where there is none.
-Socket* place_for(mctp_ctx& ctx) {
-    Socket* const place = claim_place();
-    if (place == nullptr) {
+/// Sends a request on a socket of its own, which is kept then.
+/// @param held  a place in the table, if there is one
+bool send_on(mctp_ctx& ctx, Held& held, uint32_t length, const uint8_t* body) {
+    if (!held) {
         fail_with(ctx.last_error, SIDEBAND_CAUSE_SYSTEM, EBUSY);
         print_on_console("[%s] EID %d of network %u: %zu requests wait for their answers\n", kName,
                          ctx.dest_eid, ctx.pcie_param, kRequestsMax);
+        return false;
     }
-    return place;
+    if (!send_request(ctx, *held, {body, length})) {
+        return false;
+    }
+    held.keep();
+    return true;
 }
 
 /// Answers the request that was received last.
@@ -538,12 +543,8 @@ int32_t socket_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t
     if (tag_owner == 0) {
         return send_answer(*ctx, {body, length});
     }
-    Held held(place_for(*ctx));
-    if (!held || !send_request(*ctx, *held, {body, length})) {
-        return -1;
-    }
-    held.keep();
-    return 0;
+    Held held(claim_place());
+    return send_on(*ctx, held, length, body) ? 0 : -1;
 }
 
 int32_t socket_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
@@ -576,11 +577,10 @@ int32_t socket_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_len
     if (request == nullptr && request_length != 0) {
         return fail(ctx->last_error, SIDEBAND_CAUSE_ARGUMENT);
     }
-    Held held(place_for(*ctx));
-    if (!held || !send_request(*ctx, *held, {request, request_length})) {
+    Held held(claim_place());
+    if (!send_on(*ctx, held, request_length, request)) {
         return -1;
     }
-    held.keep();
     if (response == nullptr || response_length < 1) {
         return 0;
     }

@@ -336,6 +336,19 @@ int32_t give_component_up(pldm_fw_update_ctx& ctx, uint8_t mark, uint8_t result)
     return -1;
 }
 
+/// Answers the report of a step, and goes to the next state or gives the component up.
+/// @param name  of the step, for whoever reads the output
+int32_t conclude_step(pldm_fw_update_ctx& ctx, const uint8_t* req, FwState next_state,
+                      const char* name, uint8_t mark) {
+    const uint8_t result = acknowledge(ctx, req);
+    if (result == 0) {
+        ctx.state = next_state;
+        return 0;
+    }
+    print_formatted("%s complete with error %d\n", name, result);
+    return give_component_up(ctx, mark, result);
+}
+
 }  // namespace
 
 int32_t pldm_get_package_data(pldm_fw_update_ctx* ctx, const uint8_t* req) {
@@ -396,13 +409,7 @@ int32_t pldm_transfer_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {
         print_formatted("%s command not expected, state: 0x%x\n", "pldm_transfer_complete",
                         ctx->state);
     }
-    const uint8_t result = acknowledge(*ctx, req);
-    if (result == 0) {
-        ctx->state = kStateVerify;
-        return 0;
-    }
-    print_formatted("transfer complete with error %d\n", result);
-    return give_component_up(*ctx, PLDM_FW_MARK_TRANSFER_COMPLETE, result);
+    return conclude_step(*ctx, req, kStateVerify, "transfer", PLDM_FW_MARK_TRANSFER_COMPLETE);
 }
 
 int32_t pldm_verify_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {
@@ -410,13 +417,7 @@ int32_t pldm_verify_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {
         return -1;
     }
     print_formatted("VerifyResult: %x\n", fields_of(req).u8());
-    const uint8_t result = acknowledge(*ctx, req);
-    if (result == 0) {
-        ctx->state = kStateApply;
-        return 0;
-    }
-    print_formatted("verify complete with error %d\n", result);
-    return give_component_up(*ctx, PLDM_FW_MARK_VERIFY_COMPLETE, result);
+    return conclude_step(*ctx, req, kStateApply, "verify", PLDM_FW_MARK_VERIFY_COMPLETE);
 }
 
 int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8_t* req) {

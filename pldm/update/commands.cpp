@@ -338,6 +338,10 @@ int32_t pldm_activate_firmware(pldm_fw_update_ctx* ctx) {
 }
 
 int32_t pldm_get_status(pldm_fw_update_ctx* ctx) {
+    static constexpr char kLabels[][20] = {
+        "state:",      "pre state:",    "aux state:",          "aux state status:",
+        "percentage:", "reason_code :", "update option flags",
+    };
     if (!begin(ctx)) {
         return -1;
     }
@@ -349,13 +353,9 @@ int32_t pldm_get_status(pldm_fw_update_ctx* ctx) {
     if (result < 0) {
         return result;
     }
-    print_formatted("state: %d\n", fields.u8());
-    print_formatted("pre state: %d\n", fields.u8());
-    print_formatted("aux state: %d\n", fields.u8());
-    print_formatted("aux state status: %d\n", fields.u8());
-    print_formatted("percentage: %d\n", fields.u8());
-    print_formatted("reason_code : %d\n", fields.u8());
-    print_formatted("update option flags %d\n", fields.u8());
+    for (const auto& label : kLabels) {
+        print_formatted("%s %d\n", label, fields.u8());
+    }
     return 0;
 }
 

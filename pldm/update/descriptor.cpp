@@ -18,6 +18,25 @@ constexpr char kTypeText[] = "desc type: %x(%s)\n";
 constexpr char kLengthText[] = "desc len : %d\n";
 constexpr char kValueText[] = "desc val :";
 
+struct TypeName {
+    uint16_t type;
+    char name[24];
+};
+
+constexpr TypeName kTypeNames[] = {
+    {PLDM_DESCRIPTOR_PCI_VENDOR_ID, "PCI Vendor ID"},
+    {PLDM_DESCRIPTOR_IANA_ENTERPRISE_ID, "IANA Enterprise ID"},
+    {PLDM_DESCRIPTOR_PNP_VENDOR_ID, "Pnp Vendor ID"},
+    {PLDM_DESCRIPTOR_ACPI_VENDOR_ID, "ACPI Vendor ID"},
+    {PLDM_DESCRIPTOR_PCI_DEVICE_ID, "PCI Device ID"},
+    {PLDM_DESCRIPTOR_PCI_SUBSYSTEM_VENDOR_ID, "PCI SubSystem Vendor ID"},
+    {PLDM_DESCRIPTOR_PCI_SUBSYSTEM_ID, "PCI Subsystem ID"},
+    {PLDM_DESCRIPTOR_PCI_REVISION_ID, "PCI Revision ID"},
+    {PLDM_DESCRIPTOR_PNP_PRODUCT_ID, "PnP Product Identifer"},
+    {PLDM_DESCRIPTOR_ACPI_PRODUCT_ID, "ACPI Product Identifer"},
+    {PLDM_DESCRIPTOR_VENDOR_DEFINED, "Vendor Defined"},
+};
+
 void log_value(const Descriptor& descriptor) {
     for (const uint8_t byte : descriptor.value) {
         debug_log(" %x", byte);
@@ -67,32 +86,12 @@ Descriptor::Descriptor(const uint8_t* bytes) {
 }
 
 const char* show_desc_id_string(uint16_t type) {
-    switch (type) {
-        case PLDM_DESCRIPTOR_PCI_VENDOR_ID:
-            return "PCI Vendor ID";
-        case PLDM_DESCRIPTOR_IANA_ENTERPRISE_ID:
-            return "IANA Enterprise ID";
-        case PLDM_DESCRIPTOR_PNP_VENDOR_ID:
-            return "Pnp Vendor ID";
-        case PLDM_DESCRIPTOR_ACPI_VENDOR_ID:
-            return "ACPI Vendor ID";
-        case PLDM_DESCRIPTOR_PCI_DEVICE_ID:
-            return "PCI Device ID";
-        case PLDM_DESCRIPTOR_PCI_SUBSYSTEM_VENDOR_ID:
-            return "PCI SubSystem Vendor ID";
-        case PLDM_DESCRIPTOR_PCI_SUBSYSTEM_ID:
-            return "PCI Subsystem ID";
-        case PLDM_DESCRIPTOR_PCI_REVISION_ID:
-            return "PCI Revision ID";
-        case PLDM_DESCRIPTOR_PNP_PRODUCT_ID:
-            return "PnP Product Identifer";
-        case PLDM_DESCRIPTOR_ACPI_PRODUCT_ID:
-            return "ACPI Product Identifer";
-        case PLDM_DESCRIPTOR_VENDOR_DEFINED:
-            return "Vendor Defined";
-        default:
-            return "Unknown ID";
+    for (const TypeName& row : kTypeNames) {
+        if (row.type == type) {
+            return row.name;
+        }
     }
+    return "Unknown ID";
 }
 
 void sideband::print(const Descriptor& descriptor) {

@@ -83,19 +83,7 @@ struct Component {
     uint8_t version_length;
     const char* version;
 
-    explicit Component(const uint8_t* entry)
-        : version(reinterpret_cast<const char*>(entry + PLDM_COMPONENT_IMAGE_SIZE)) {
-        WireReader reader({entry, PLDM_COMPONENT_IMAGE_SIZE});
-        classification = reader.le16();
-        identifier = reader.le16();
-        comparison_stamp = reader.le32();
-        options = static_cast<uint8_t>(reader.le16());
-        activation_method = static_cast<uint8_t>(reader.le16());
-        location_offset = reader.le32();
-        size = reader.le32();
-        version_type = reader.u8();
-        version_length = reader.u8();
-    }
+    explicit Component(const uint8_t* entry);
 };
 
 /// Whether commands can be sent to the device.

@@ -78,6 +78,8 @@ private:
     bool check() const;
     bool count_copy(size_t size);
     size_t position() const { return file_.size() - reader_.remaining(); }
+    /// A copy of what has been read since a position.
+    uint8_t* copy_since(size_t start, size_t zeros_behind) const;
 
     Bytes file_;
     WireReader reader_;
@@ -111,6 +113,10 @@ bool Parser::take(size_t count, Bytes& bytes) {
 
 bool Parser::check() const {
     return static_cast<int64_t>(position()) <= limit_ || refuse();
+}
+
+uint8_t* Parser::copy_since(size_t start, size_t zeros_behind) const {
+    return copy_bytes(file_.first(position()).subspan(start), zeros_behind).release();
 }
 
 bool Parser::count_copy(size_t size) {
@@ -309,11 +315,10 @@ bool Parser::read_descriptors(pldm_device_record& record) {
             return false;
         }
     }
-    const Bytes descriptors = file_.subspan(start, position() - start);
-    if (!count_copy(descriptors.size())) {
+    if (!count_copy(position() - start)) {
         return false;
     }
-    record.descriptors = copy_bytes(descriptors, 0).release();
+    record.descriptors = copy_since(start, 0);
     return have(record.descriptors, ctx_);
 }
 
@@ -358,7 +363,7 @@ bool Parser::read_component(uint8_t*& copy) {
     if (!take(PLDM_COMPONENT_IMAGE_SIZE, part) || !take(part.back(), part)) {
         return false;
     }
-    copy = copy_bytes(file_.subspan(start, position() - start), 1).release();
+    copy = copy_since(start, 1);
     return have(copy, ctx_) && check();
 }
 

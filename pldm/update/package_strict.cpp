@@ -18,10 +18,11 @@ constexpr uint8_t kRevision = 1;
 /// The first string type that is reserved; in front of it are unknown, ASCII, and four of UTF.
 constexpr uint8_t kReservedStringType = 6;
 
-bool refuse(const char* place, int index, const char* fault) {
-    debug_log("%s, %s %d: %s\n", "pldm_parse_file", place, index, fault);
-    return false;
-}
+struct Fault {
+    const char* text;  ///< null: there is none
+    const char* place;
+    int index;
+};
 
 /// @return what is wrong with a version string; null if nothing is
 const char* version_fault(uint8_t type, uint8_t length) {
@@ -47,22 +48,22 @@ public:
     StrictHeader(Bytes header, uint64_t file_size, const pldm_fw_update_ctx& ctx)
         : reader_(header), file_size_(file_size), ctx_(ctx) {}
 
-    bool holds() {
-        const char* const fault = header_fault();
-        if (fault != nullptr) {
-            return refuse("header of revision", revision_, fault);
+    /// The first one.
+    Fault fault() {
+        if (const char* const wrong = header_fault()) {
+            return {wrong, "header of revision", revision_};
         }
         for (int i = 0; i < ctx_.device_record_num; ++i) {
             if (const char* const wrong = record_fault(ctx_.records[i])) {
-                return refuse("device record", i, wrong);
+                return {wrong, "device record", i};
             }
         }
         for (int i = 0; i < ctx_.component_num; ++i) {
             if (const char* const wrong = component_fault(Component(ctx_.component_images[i]))) {
-                return refuse("component", i, wrong);
+                return {wrong, "component", i};
             }
         }
-        return true;
+        return {};
     }
 
 private:
@@ -126,5 +127,9 @@ private:
 }  // namespace
 
 bool sideband::is_strict_package(Bytes header, uint64_t file_size, const pldm_fw_update_ctx& ctx) {
-    return StrictHeader(header, file_size, ctx).holds();
+    const Fault fault = StrictHeader(header, file_size, ctx).fault();
+    if (fault.text != nullptr) {
+        debug_log("%s, %s %d: %s\n", "pldm_parse_file", fault.place, fault.index, fault.text);
+    }
+    return fault.text == nullptr;
 }
