@@ -113,12 +113,11 @@ class SurplusReport {
 public:
     explicit SurplusReport(const char* function) : function_(function) {}
 
-    /// @param answer     with a part that is not the last one
-    /// @param remaining  bytes of the table that are to come behind what is taken of the part
-    void look(const PldmAnswer& answer, size_t remaining) {
+    /// @param answer  with a part that is neither the last one nor completes the table: behind one
+    ///                that does, there may be pad bytes and the checksum
+    void look(const PldmAnswer& answer) {
         constexpr int32_t kTaken = kPartHeaderSize + PLDM_FRU_PART_SIZE;
-        // With nothing to come, pad bytes and the checksum are all that may be behind it.
-        if (said_ || remaining == 0 || !answer.length_known || answer.length <= kTaken) {
+        if (said_ || !answer.length_known || answer.length <= kTaken) {
             return;
         }
         said_ = true;
@@ -234,7 +233,7 @@ int32_t read_parts(pldm_ctx& ctx, std::span<uint8_t> table) {
         if (rest.empty()) {
             return code;
         }
-        surplus.look(answer, rest.size());
+        surplus.look(answer);
         request.ask_next(part.next_handle);
     }
 }
@@ -467,7 +466,7 @@ int32_t pldm_get_FRU_record_table_MX(pldm_ctx* ctx, uint8_t* destination, int32_
         if (rest.empty()) {
             return answer.result;
         }
-        surplus.look(answer, rest.size());
+        surplus.look(answer);
         request.ask_next(part.next_handle);
     } while (true);
 }

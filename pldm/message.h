@@ -75,13 +75,8 @@ struct PldmAnswer {
     WireReader body{{}};        ///< what is behind the completion code, as far as it came
 };
 
-/// Whether commands can be sent over the context.
-inline bool can_exchange(const pldm_ctx* ctx) {
-    return ctx != nullptr && ctx->transfer_op != nullptr;
-}
-
 /// Begins a command over the context: if it ends in front of an exchange, an argument is wrong.
-/// @return as can_exchange()
+/// @return whether commands can be sent over the context
 inline bool begin(pldm_ctx* ctx) {
     if (ctx == nullptr) {
         return false;

@@ -325,7 +325,7 @@ int32_t give_component_up(pldm_fw_update_ctx& ctx, uint8_t mark, uint8_t result)
         record_step(ctx.pldm.last_error, SIDEBAND_STEP_FW_UPDATE, ctx.pldm.last_command);
     }
     leave_mark(ctx, mark, SIDEBAND_CAUSE_NOT_ACKNOWLEDGED);
-    const bool cancelled = can_exchange(&ctx) && exchange_cancel_component(ctx) >= 0;
+    const bool cancelled = ctx.pldm.transfer_op != nullptr && exchange_cancel_component(ctx) >= 0;
     completion = mark;
     if (cancelled) {
         skip_component(ctx);

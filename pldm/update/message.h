@@ -86,11 +86,6 @@ struct Component {
     explicit Component(const uint8_t* entry);
 };
 
-/// Whether commands can be sent to the device.
-inline bool can_exchange(const pldm_fw_update_ctx* ctx) {
-    return ctx != nullptr && can_exchange(&ctx->pldm);
-}
-
 /// Begins a command to the device, as begin(pldm_ctx*).
 inline bool begin(pldm_fw_update_ctx* ctx) {
     return ctx != nullptr && begin(&ctx->pldm);
