@@ -41,8 +41,9 @@ int patched_clock_gettime(clockid_t clock, timespec* result) {
     if (clock == CLOCK_MONOTONIC_COARSE) {
         constexpr int64_t kNsPerMs = 1000000;
         constexpr int64_t kMsPerS = 1000;
-        const int64_t ms = result->tv_nsec / kNsPerMs + active->later_ms;
-        result->tv_sec += static_cast<time_t>(ms / kMsPerS);
+        const int64_t ms =
+            int64_t{result->tv_sec} * kMsPerS + result->tv_nsec / kNsPerMs + active->later_ms;
+        result->tv_sec = static_cast<time_t>(ms / kMsPerS);
         result->tv_nsec = static_cast<long>(ms % kMsPerS * kNsPerMs);
     }
     return outcome;

@@ -294,6 +294,8 @@ TEST_F(MctpControlResult, AllocateEndpointIdsCarriesItsThreeArguments) {
 
 TEST_F(MctpControlResult, RoutingTableWithoutAnOutputSendsNothing) {
     EXPECT_EQ(mctp_get_routing_table_entries(&ctx, 0, nullptr), -1);
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_ARGUMENT);
+    EXPECT_EQ(mctp_get_routing_table_entries(nullptr, 0, nullptr), -1);
     EXPECT_EQ(port().trace, Lines());
     EXPECT_EQ(port().console, Lines());
     EXPECT_EQ(ctx.instance_id, 0);

@@ -45,6 +45,19 @@ TEST_F(Deadline, IsSetFromNowOnInSecondsAndMilliseconds) {
     mctp_set_deadline(nullptr, 5);
 }
 
+TEST_F(Deadline, InTheMachinesFirstSecondIsOneAllTheSame) {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    libc.later_ms = -(int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000);
+    mctp_ctx ctx = ready_context();
+    mctp_set_deadline(&ctx, 1);
+    EXPECT_EQ(ctx.deadline_s, 1u) << "0 would be none";
+    libc.later_ms += 2000;
+    EXPECT_EQ(ask(ctx), -1);
+    EXPECT_EQ(said(ctx.last_error), "deadline passed");
+    EXPECT_EQ(port().trace_of({"write"}), std::vector<std::string>());
+}
+
 TEST_F(Deadline, BeforeItComesNothingIsDifferent) {
     for (const uint8_t kind : {MCTP_BINDING_KIND_SMBUS, MCTP_BINDING_KIND_SL8_SMBUS}) {
         mctp_ctx ctx = ready_context(kind);

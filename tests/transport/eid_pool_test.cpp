@@ -57,12 +57,13 @@ protected:
 };
 
 TEST_F(EidPool, TheBroadcastEidIsLeftOut) {
-    mctp_ctx lax = endpoint_at(0x10, 0);
-    EXPECT_EQ(assign_from(0xFF, lax), 0xFF);
-    EXPECT_EQ(port().global.next_eid, 0);
+    // The strict one first: nobody has been given it so far.
     mctp_ctx strict = endpoint_at(0x12);
     EXPECT_EQ(assign_from(0xFF, strict), 0x10);
     EXPECT_EQ(port().global.next_eid, 0x11);
+    mctp_ctx lax = endpoint_at(0x10, 0);
+    EXPECT_EQ(assign_from(0xFF, lax), 0xFF);
+    EXPECT_EQ(port().global.next_eid, 0);
 }
 
 TEST_F(EidPool, ThoseOfTheBmcAreLeftOut) {
@@ -151,6 +152,20 @@ TEST_F(EidPool, AnEndpointThatHasLostItsEidGetsItAgain) {
     EXPECT_EQ(assign(same_place), 0xB9) << "the last one that it was given";
     mctp_ctx other = endpoint_at(0x3C);
     EXPECT_EQ(assign_from(0xB0, other), 0xB0) << "free again";
+}
+
+TEST_F(EidPool, WhatNoEndpointMayHaveIsNotGivenAgain) {
+    uint8_t address = 0x50;
+    uint8_t free = 0xD0;
+    // Reserved, in the MPIO's range, the BMC's towards it, broadcast.
+    for (const uint8_t eid : {0x03, 0x45, 0x80, 0xFF}) {
+        mctp_ctx lax = endpoint_at(address, 0);
+        EXPECT_EQ(assign_from(eid, lax), eid);
+        mctp_ctx same_place = endpoint_at(address);
+        EXPECT_EQ(assign_from(free, same_place), free);
+        address += 2;
+        ++free;
+    }
 }
 
 TEST_F(EidPool, ARejectedEidLeavesThePoolAsItWas) {

@@ -239,6 +239,16 @@ TEST_F(ContextError, AnEndpointThatAnOwnerGivesNothingToSaysWhy) {
     EXPECT_EQ(said(ctx.last_error), "no power, in MCTP control command 0x0d")
         << "the owner has not heard of the BMC";
     port().main_power = 1;
+    port().refused_locks = {"bus 3"};
+    EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
+    EXPECT_EQ(said(ctx.last_error), "lock refused, in MCTP control command 0x0d");
+    port().refused_locks.clear();
+    refuse_writes(-ENXIO);
+    EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
+    EXPECT_EQ(said(ctx.last_error), "not acknowledged, in MCTP control command 0x0d");
+    refuse_writes(-ENODEV);
+    EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
+    EXPECT_EQ(said(ctx.last_error), "no such bus, in MCTP control command 0x0d");
     ctx.send = nullptr;
     EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
     EXPECT_EQ(said(ctx.last_error), "wrong argument");

@@ -48,6 +48,23 @@ TEST_F(MctpPcieBinding, TransferCutsAReplyOf20BytesToARoomOf10) {
     EXPECT_TRUE(buffer.intact());
 }
 
+TEST_F(MctpPcieBinding, TransferOfNothingLeavesTheBufferAlone) {
+    Guarded buffer(10);
+    const Bytes request = hex("01 80 02");
+    const auto transfer = [&](int32_t room) {
+        return pcie_mctp_binding.transfer(&ctx.section, 3, room, request.data(), buffer.data());
+    };
+    answer(Bytes());
+    EXPECT_EQ(transfer(10), 0);
+    answer(hex("01 00 02"));
+    EXPECT_EQ(transfer(0), 0);
+    answer(hex("01 00 02"), 0);
+    EXPECT_EQ(transfer(10), -1);
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_NO_ANSWER);
+    EXPECT_EQ(port().pcie_requests.size(), 3u);
+    EXPECT_TRUE(buffer.untouched_from(0));
+}
+
 TEST_F(MctpPcieBinding, ReadStoresWhateverCameHoweverLittleWasWanted) {
     for (const size_t size : {20u, 1036u}) {
         answer(test::counting(size));

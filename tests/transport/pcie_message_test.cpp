@@ -272,6 +272,16 @@ TEST_F(MctpPcie, ExchangeWithoutRoomGivesNothing) {
     EXPECT_EQ(xfer(hex("80 02"), 0), 0);
 }
 
+TEST_F(MctpPcie, ExchangeWithoutRoomNeedsNoBuffer) {
+    answer(hex("01") + test::counting(20));
+    const Bytes request = hex("80 02");
+    EXPECT_EQ(ctx.xfer(&ctx, 2, 0, request.data(), nullptr), 0);
+    EXPECT_EQ(port().pcie_requests.size(), 1u);
+    EXPECT_EQ(ctx.xfer(&ctx, 2, 1, request.data(), nullptr), -1);
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_ARGUMENT);
+    EXPECT_EQ(port().pcie_requests.size(), 1u) << "nothing was sent";
+}
+
 TEST_F(MctpPcie, ExchangeWithoutRoomStillTellsWhetherAnAnswerCame) {
     answer(Bytes());
     EXPECT_EQ(xfer(hex("80 02"), 0), -1);

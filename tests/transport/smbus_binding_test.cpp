@@ -330,6 +330,24 @@ TEST_P(SmbusRead, GivesThePacketWithoutHeaderAndPec) {
     EXPECT_TRUE(buffer.intact());
 }
 
+// DSP0237, clause 6: command code, byte count, and bit 0 of the source address.
+TEST_P(SmbusRead, StrictlyABlockThatIsNotMctpIsNothing) {
+    for (const uint32_t strict : {0U, MCTP_STRICT_PACKETS}) {
+        ctx.strict = strict;
+        Guarded buffer(32);
+        for (const char* block :
+             {"0E 08 65 01 08 1D C1 00 00 02 77", "0F 07 65 01 08 1D C1 00 00 02 77",
+              "0F 08 64 01 08 1D C1 00 00 02 77"}) {
+            port().reads = {SlaveRead::of(hex(block))};
+            EXPECT_EQ(read(32, buffer), strict == 0 ? 7 : 0) << block;
+            EXPECT_TRUE(buffer.untouched_from(strict == 0 ? 7 : 0));
+        }
+        port().reads = {SlaveRead::of(hex("0F 08 65 01 08 1D C1 00 00 02 77"))};
+        EXPECT_EQ(read(32, buffer), 7);
+        EXPECT_EQ(buffer.head(7), hex("01 08 1D C1 00 00 02"));
+    }
+}
+
 TEST_P(SmbusRead, RequestNamesBusDeviceAndLengthAndOffersAZeroedBuffer) {
     ctx.route = 0x12345678;
     Guarded buffer(64);

@@ -53,4 +53,18 @@ TEST_F(SocketError, ATimeLimitCutsTheWaitAndThenNothingIsSent) {
     EXPECT_EQ(kernel.now - before, 100);
 }
 
+TEST_F(SocketError, BehindATimeLimitADeviceIsNotAnswered) {
+    kernel.deliver({9, 1, 0x0B, hex("81 05 15 00 00 00 00 20 00 00 00")});
+    EXPECT_EQ(recv(), 11);
+    mctp_set_deadline(&ctx, 100);
+    kernel.now += 100;
+    EXPECT_EQ(send(hex("01 05 15 00 aa"), 0), -1);
+    EXPECT_EQ(said(ctx.last_error), "deadline passed");
+    EXPECT_EQ(sent().size(), 0u);
+    mctp_set_deadline(&ctx, 0);
+    EXPECT_EQ(send(hex("01 05 15 00 aa"), 0), 0);
+    EXPECT_EQ(sent(),
+              std::vector<std::string>{"2d 00 00 00 01 00 00 00 09 01 03 00 | 01 05 15 00 aa"});
+}
+
 }  // namespace

@@ -114,6 +114,14 @@ TEST_F(SocketXfer, WithoutARequestNothingIsSent) {
     EXPECT_EQ(kernel.trace, Lines());
 }
 
+TEST_F(SocketXfer, ARequestOfNothingIsSentWithoutABuffer) {
+    kernel.answer_with({hex("00 02 11 00 2a")});
+    uint8_t response[8] = {};
+    EXPECT_EQ(ctx.xfer(&ctx, 0, sizeof response, nullptr, response), 5);
+    EXPECT_EQ(test::to_hex(std::span(response).first(5)), "00 02 11 00 2a");
+    EXPECT_EQ(sent(), Lines{"2d 00 00 00 01 00 00 00 09 01 18 00 | "});
+}
+
 TEST_F(SocketXfer, AControlMessageAsksForTheEid) {
     ctx.msg_type = 0;
     ctx.instance_id = 3;

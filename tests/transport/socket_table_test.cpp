@@ -115,6 +115,20 @@ TEST_F(SocketTags, OfAnotherEndpointAreNotTaken) {
                     "(no message tag is free)\n"});
 }
 
+TEST_F(SocketTags, OfTheSameEidInAnotherNetworkAreNotTaken) {
+    kernel.on_send = nullptr;
+    EXPECT_EQ(send(kRequest), 0);
+    ctx.pcie_param = 2;
+    kernel.errors["ioctl"] = {EBUSY, EBUSY};  // with the network's number and without
+    EXPECT_EQ(send(kRequest), -1);
+    EXPECT_EQ(kernel.held_tags(), 1u);
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_SYSTEM);
+    EXPECT_EQ(ctx.last_error.detail, EBUSY);
+    EXPECT_EQ(port().console,
+              Lines{"[mctp socket] EID 9 of network 2, tag: Device or resource busy "
+                    "(no message tag is free)\n"});
+}
+
 TEST_F(SocketTags, TenThousandExchangesLeaveOneSocket) {
     kernel.on_send = [&](const SentDatagram& request) {
         kernel.deliver(kernel.answer_to(request, kAnswer));
@@ -202,6 +216,9 @@ TEST_F(SocketTable, AFullTableRefusesARequest) {
     EXPECT_EQ(kernel.open_sockets(), 64u);
     EXPECT_EQ(port().console,
               Lines{"[mctp socket] EID 74 of network 1: 64 requests wait for their answers\n"});
+    EXPECT_EQ(send(kRequest), -1) << "without waiting for its answer, too";
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_SYSTEM);
+    EXPECT_EQ(kernel.sent.size(), 64u);
     kernel.now += 6000;
     kernel.answer_with({kAnswer});
     EXPECT_EQ(xfer(kRequest), 5);

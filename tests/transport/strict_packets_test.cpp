@@ -435,6 +435,35 @@ TEST_F(StrictPacketsPcie, AReceivePassesOverOtherMessages) {
     }
 }
 
+TEST_F(StrictPacketsPcie, AReceiveTakesAnyTagAndWhatIsForAllOrForWhoeverHasNoEid) {
+    ctx.strict = MCTP_STRICT_PACKETS;
+    ctx.tag = 5;
+    test::Guarded buffer(16);
+    answer_as(hex("01 A1"), 3, 8);
+    EXPECT_EQ(receive(16, buffer), 0);
+    EXPECT_EQ(buffer.head(1), hex("A1"));
+    answer_as(hex("01 A2"), 5, 0xFF);
+    EXPECT_EQ(receive(16, buffer), 0);
+    EXPECT_EQ(buffer.head(1), hex("A2")) << "broadcast";
+    answer_as(hex("01 A3"), 5, 9);
+    EXPECT_EQ(receive(16, buffer), -1);
+    EXPECT_EQ(buffer.head(1), hex("A2")) << "for somebody else";
+    ctx.src_eid = 0;
+    EXPECT_EQ(receive(16, buffer), 0);
+    EXPECT_EQ(buffer.head(1), hex("A3"));
+}
+
+TEST_F(StrictPacketsPcie, AReceiveThatDeliversTheTypeTakesAny) {
+    ctx.strict = MCTP_STRICT_PACKETS;
+    answer_as(hex("7E A1 A2"), 6, 8);
+    test::Guarded buffer(16);
+    EXPECT_EQ(mctp_pcie_recv_with_type(&ctx, 16, buffer.data()), 3);
+    EXPECT_EQ(buffer.head(3), hex("7E A1 A2"));
+    EXPECT_TRUE(buffer.untouched_from(3));
+    answer_as(hex("7E A1 A2"), 6, 9);
+    EXPECT_EQ(mctp_pcie_recv_with_type(&ctx, 16, buffer.data()), -1) << "for somebody else";
+}
+
 TEST_F(StrictPacketsPcie, AnEndlessStreamOfOtherMessagesIsGivenUp) {
     ctx.strict = MCTP_STRICT_PACKETS;
     answer_as(hex("02 00"), 6, 8);
