@@ -41,6 +41,20 @@ TEST_F(NvmeError, TransportAndSilence) {
     EXPECT_EQ(why(), "malformed answer, in NVMe-MI command 0x01");
 }
 
+TEST_F(NvmeError, AnEndpointWithoutOperations) {
+    endpoint.xfer = nullptr;
+    EXPECT_EQ(poll(), -1);
+    EXPECT_EQ(why(), "wrong argument, in NVMe-MI command 0x01");
+    EXPECT_EQ(format(), -1);
+    EXPECT_EQ(why(), "wrong argument, in NVMe command 0x80");
+    uint8_t data[8] = {};
+    nvme_admin_req identify{};
+    identify.ctx = &ctx;
+    EXPECT_EQ(nvme_identify(&identify, sizeof data, 0, data, nullptr), -1);
+    EXPECT_EQ(why(), "wrong argument, in NVMe command 0x06");
+    EXPECT_TRUE(endpoint.calls.empty());
+}
+
 TEST_F(NvmeError, TheStatusOfTheEndpointAndThatOfTheController) {
     answer({status_response(0x03)});
     EXPECT_EQ(poll(), 3);

@@ -63,6 +63,15 @@ TEST_F(DebugLog, BothMarkersWriteTheSameTextToAllOutlets) {
     EXPECT_EQ(contents(DEBUG_LOG_FILE), "AB and no line end");
 }
 
+TEST_F(DebugLog, AMessageThatHasNoBytesIsNotWritten) {
+    touch(DEBUG_LOG_FILE_MARKER);
+    debug_log("%ls\n", L"\U0010FFFF");  // no character of the locale "C"
+    EXPECT_EQ(test::port().syslog, Lines());
+    EXPECT_FALSE(exists(DEBUG_LOG_FILE));
+    debug_log("written\n");
+    EXPECT_EQ(contents(DEBUG_LOG_FILE), "written\n");
+}
+
 TEST_F(DebugLog, MessagesAreAppended) {
     touch(DEBUG_LOG_FILE_MARKER);
     make_log(3);

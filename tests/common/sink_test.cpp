@@ -98,6 +98,15 @@ TEST_F(Sink, TakesTheDebugLogWhateverTheMarkersSay) {
     EXPECT_EQ(libc.calls["access"], 0);
 }
 
+TEST_F(Sink, AMessageThatHasNoBytesIsNotTaken) {
+    const Taken taken(SIDEBAND_OUTLET_DEBUG);
+    errno = ENOENT;
+    debug_log("%ls\n", L"\U0010FFFF");  // no character of the locale "C"
+    EXPECT_EQ(errno, ENOENT);
+    debug_log("taken");
+    EXPECT_EQ(taken.of(SIDEBAND_OUTLET_DEBUG), "taken");
+}
+
 TEST_F(Sink, TakesAMessageOfAnyLengthAndCutsItIfMemoryIsOut) {
     const std::string text(1000, 'x');
     {

@@ -4,6 +4,7 @@
 #include <sideband/pldm_fw_update.h>
 #include <sideband/pldm_monitor.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 
@@ -80,6 +81,45 @@ TEST_F(PldmError, AnOperationInThePlaceOfTheLibrarysIsLookedAtToo) {
     pass_through(-7, {});
     EXPECT_EQ(read(&reading), -7);
     EXPECT_EQ(why(), "no answer, in PLDM command 0x11");
+}
+
+TEST_F(PldmError, AnOperationOfTheCallersOwnMaySayWhyItself) {
+    ctx.transfer_op = [](pldm_ctx* terminus, uint32_t, int32_t, uint8_t*, uint8_t*) -> int32_t {
+        terminus->last_error.cause = SIDEBAND_CAUSE_LOCK;
+        return -1;
+    };
+    endpoint.last_error.cause = SIDEBAND_CAUSE_NO_POWER;
+    EXPECT_EQ(read(&reading), -1);
+    EXPECT_EQ(why(), "lock refused, in PLDM command 0x11") << "not what the endpoint says";
+    pass_through(-7, {});
+    ctx.mctp = nullptr;
+    EXPECT_EQ(read(&reading), -7);
+    EXPECT_EQ(why(), "no answer, in PLDM command 0x11") << "there is no endpoint to ask";
+}
+
+TEST_F(PldmError, AnAnswerThatAnOperationOfTheCallersOwnCutsIsMalformed) {
+    ctx.transfer_op = [](pldm_ctx* terminus, uint32_t, int32_t, uint8_t*,
+                         uint8_t* room) -> int32_t {
+        const test::Bytes cut = hex("00 02 11 00 02");
+        std::copy(cut.begin(), cut.end(), room);
+        terminus->response_length = 5;
+        return 0;
+    };
+    ctx.last_command = 0x11;
+    endpoint.last_error.cause = SIDEBAND_CAUSE_WRONG_CHECK;
+    EXPECT_EQ(read(&reading), -1);
+    EXPECT_EQ(why(), "wrong checksum, in PLDM command 0x11") << "the endpoint knows more";
+    ctx.mctp = nullptr;
+    EXPECT_EQ(read(&reading), -1);
+    EXPECT_EQ(why(), "malformed answer, in PLDM command 0x11");
+    ctx.transfer_op = [](pldm_ctx* terminus, uint32_t, int32_t, uint8_t*, uint8_t*) -> int32_t {
+        terminus->response_length = 0;
+        terminus->last_error.cause = SIDEBAND_CAUSE_WRONG_TAG;
+        return 0;
+    };
+    ctx.mctp = &endpoint;
+    EXPECT_EQ(read(&reading), -1);
+    EXPECT_EQ(why(), "only answers to something else came, in PLDM command 0x11");
 }
 
 TEST_F(PldmError, MemoryThatRanOutIsToldFromSilence) {

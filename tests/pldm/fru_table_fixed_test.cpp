@@ -99,6 +99,14 @@ TEST_F(PldmGetFruTableFixed, ALastPartThatBringsTheRestIsNotReported) {
               Texts{"pldm_get_FRU_record_table_MX, last part of 0 bytes: 1 are wanted\n"});
 }
 
+TEST_F(PldmGetFruTableFixed, WhatIsBehindTheWholeTableIsNotReported) {
+    // Pad bytes and checksum (DSP0257, FRU record table), in the part that completes the table.
+    answer({table_part(0, 1, test::counting(60))});
+    EXPECT_EQ(get(54).result, 0);
+    EXPECT_EQ(table.head(54), test::counting(54));
+    EXPECT_TRUE(test::port().syslog.empty());
+}
+
 TEST_F(PldmGetFruTableFixed, PartsOfMoreThan54BytesAreReportedOnce) {
     answer({table_part(0, 1, test::counting(55)), table_part(1, 2, test::counting(80, 55)),
             table_part(4, 0, Bytes(12, 0xAA))});

@@ -82,6 +82,21 @@ protected:
     Bytes destination;
 };
 
+TEST_F(PldmFruStrict, APartWithoutItsHeaderIsRefused) {
+    // Handle of the next part and transfer flag are five bytes (DSP0257, GetFRURecordTable).
+    for (const size_t size : {4U, 5U, 8U}) {
+        serve(checksum, {});
+        Bytes part = table_part(1, 0x100, {});
+        part.resize(size);
+        part[0] = 1;
+        answer({part});
+        EXPECT_EQ(read().result, PLDM_ERROR_ARGUMENT) << size;
+        EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_MALFORMED);
+        EXPECT_EQ(endpoint.calls.size(), 2u);
+        expect_untouched();
+    }
+}
+
 TEST_F(PldmFruStrict, PartsMayHaveAnySize) {
     const std::vector<std::vector<size_t>> cuts{{},    {54, 108},       {1},  {100}, {60, 61, 118},
                                                 {119}, {121, 122, 123}, {117}};

@@ -123,6 +123,32 @@ TEST_F(PldmStrict, NotReadyOfAnotherRequestIsPassedOver) {
     EXPECT_EQ(ctx.completion_code, PLDM_CC_RETRIES_EXHAUSTED);
 }
 
+TEST_F(PldmStrict, WhatHasNoCommandAnswersNotEvenCommandZero) {
+    Bytes base = test::hex("80 00 00");
+    response.assign(8, 0);
+    endpoint.answer({"00 00", "00", "00 00 00 2a"});
+    const Outcome outcome =
+        test::run([&] { return pldm_transfer(&ctx, 3, 8, base.data(), response.data()); });
+    EXPECT_EQ(outcome.result, -1);
+    EXPECT_EQ(ctx.completion_code, 0x2A);
+    EXPECT_EQ(ctx.response_length, 4);
+    EXPECT_EQ(endpoint.calls.size(), 3u);
+}
+
+TEST_F(PldmStrict, WithoutRoomForAHeaderNothingIsPassedOver) {
+    request = test::hex(kRequest);
+    response.assign(2, 0);
+    ctx.instance_id = 5;
+    endpoint.answers.push_back({2, test::hex("04 02")});
+    endpoint.answer({kAnswer});
+    const Outcome outcome =
+        test::run([&] { return pldm_transfer(&ctx, 6, 2, request.data(), response.data()); });
+    EXPECT_EQ(outcome.result, -1);
+    EXPECT_EQ(outcome.out, "return size(2) is too small\n");
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_MALFORMED);
+    EXPECT_EQ(endpoint.calls.size(), 1u);
+}
+
 TEST_F(PldmStrict, ThirtyOneArePassedOver) {
     answer_stale(31);
     endpoint.answer({kAnswer});

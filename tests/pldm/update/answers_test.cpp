@@ -93,6 +93,18 @@ TEST_F(PldmGetPackageData, WithoutPackageDataItIsRefused) {
                    "00 05 11 8f 08 00 00 00 04");
 }
 
+TEST_F(PldmGetPackageData, WithoutARecordThereIsNoPackageData) {
+    ctx.package_data_len = 3;
+    expect_refused("80 05 11 07 00 00 00 01", 1, "PLDM_FW_UPDATE_NO_PACKAGE_DATA FAIL",
+                   "00 05 11 8f 08 00 00 00 04");
+    add_record(1, "v", {1, 2, 3});
+    const uint8_t records = std::exchange(ctx.device_record_num, uint8_t{0});
+    expect_refused("80 05 11 07 00 00 00 01", 1, "PLDM_FW_UPDATE_NO_PACKAGE_DATA FAIL",
+                   "00 05 11 8f 08 00 00 00 04");
+    ctx.device_record_num = records;
+    EXPECT_EQ(ask("80 05 11 00 00 00 00 01").result, 1);
+}
+
 TEST_F(PldmGetPackageData, PackageDataThatFoundNoMemoryIsNoPackageData) {
     pldm_device_record& record = add_record(1, "v", {1, 2, 3});
     std::free(record.package_data);
@@ -407,6 +419,21 @@ TEST_F(PldmRequestFirmwareData, WithoutTheFileNothingIsAnswered) {
     ctx.package_file = nullptr;
     EXPECT_EQ(asked_without_answer(pldm_request_fw_data, request).result, -1);
     EXPECT_TRUE(endpoint.calls.empty());
+}
+
+TEST_F(PldmRequestFirmwareData, AFileThatTheSystemDoesNotTellOfIsNoFile) {
+    for (const int call : {1, 2}) {
+        libc.fail["fstat"] = call;
+        const Outcome outcome =
+            asked_without_answer(pldm_request_fw_data, "80 05 15 00 00 00 00 20 00 00 00");
+        EXPECT_EQ(outcome.result, -1);
+        EXPECT_EQ(outcome.out, "can't map the file " + path + "\n");
+    }
+    EXPECT_TRUE(endpoint.calls.empty());
+    libc.fail["fstat"] = 3;  // behind the read: nobody knows what was read
+    EXPECT_EQ(ask_for(0, 32).result, -1);
+    EXPECT_EQ(sent(), "05 05 15 01");
+    EXPECT_EQ(ask_for(0, 32).result, 0);
 }
 
 TEST_F(PldmRequestFirmwareData, AFileThatIsReplacedIsReadAsItIsThen) {

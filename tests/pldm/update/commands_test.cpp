@@ -161,6 +161,19 @@ TEST_F(PldmRequestUpdate, ARecordThatIsNotThereIsNotAskedFor) {
     expect_unusable_contexts_refused(pldm_request_firmware_update);
 }
 
+TEST_F(PldmRequestUpdate, WithoutRecordsOrTheNameOfOneNothingIsAskedFor) {
+    pldm_device_record* const records = std::exchange(ctx.records, nullptr);
+    EXPECT_EQ(pldm_request_firmware_update(&ctx), -1);
+    ctx.records = records;
+    char* const name = std::exchange(ctx.records[0].image_version_string, nullptr);
+    EXPECT_EQ(pldm_request_firmware_update(&ctx), -1);
+    ctx.records[0].image_version_string = name;
+    const std::string line = "pldm_request_firmware_update, no device record 0\n";
+    EXPECT_EQ(test::port().syslog, (Texts{line, line}));
+    EXPECT_TRUE(endpoint.calls.empty());
+    EXPECT_EQ(request("00 05 10 00 00 00 00").result, 0);
+}
+
 TEST_F(PldmRequestUpdate, TheLongestStringGoesOutWhole) {
     add_record(1, std::string(255, 'x'));
     ctx.record_index = 2;

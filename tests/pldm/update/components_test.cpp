@@ -159,6 +159,14 @@ TEST_F(PldmComponents, WithoutAMatchedRecordTheUpdateStops) {
     EXPECT_EQ(ctx.update_list, nullptr);
 }
 
+TEST_F(PldmComponents, WithoutTheirImagesTheUpdateStops) {
+    prepare(1);
+    uint8_t** const images = std::exchange(ctx.component_images, nullptr);
+    expect_stopped_silently(act(1), "");
+    EXPECT_EQ(ctx.update_list, nullptr);
+    ctx.component_images = images;
+}
+
 TEST_F(PldmComponents, WithoutComponentsTheUpdateStops) {
     tool::Package package = test::update_package(1);
     package.components.clear();

@@ -267,6 +267,15 @@ TEST_F(PldmNicUpdateRun, OfNoContextGivesMinusOne) {
     EXPECT_EQ(sessions(), Texts());
 }
 
+TEST_F(PldmNicUpdateRun, OfNoTerminusClosesItsSession) {
+    write_package({3});
+    EXPECT_EQ(pldm_terminus_deinit(&ctx.pldm), 0);
+    EXPECT_EQ(update().result, -1);
+    EXPECT_EQ(sessions(), (Texts{"open", "close"}));
+    EXPECT_EQ(ctx.pcie_session, nullptr);
+    EXPECT_EQ(commands(), "");
+}
+
 TEST_F(PldmNicUpdateRun, OfNoPathLeavesMark53) {
     EXPECT_EQ(pldm_nic_update(nullptr, &ctx, nullptr, 0), -1);
     EXPECT_EQ(ctx.pldm.completion_code, 0x53);

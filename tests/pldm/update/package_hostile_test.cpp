@@ -272,17 +272,20 @@ TEST_F(FwPackageHostile, PackageDataBehindTheHeaderIsRefusedBeforeItIsKept) {
 }
 
 TEST_F(FwPackageHostile, OverlappingRecordsBuyNoMemoryWithoutBound) {
-    // 255 records at one place, each with some 30 KiB of package data: seven megabytes in all.
-    Package package = small_package();
-    package.records[0].record_length = 0;
-    package.records[0].package_data = Bytes(30000, 0x5A);
-    package.record_count = 255;
-    expect_refused(package, kBoundary);
-    size_t kept = 0;
-    for (unsigned i = 0; i < 255; i++) {
-        kept += ctx.records[i].package_data != nullptr ? 30000 : 0;
-    }
-    EXPECT_EQ(kept, 8 * 30000u);
+    // 255 records at one place, each with some 30 KiB: seven megabytes in all.
+    const auto kept = [this](Package package, uint8_t* pldm_device_record::*copy) {
+        package.records[0].record_length = 0;
+        package.record_count = 255;
+        expect_refused(package, kBoundary);
+        return std::count_if(ctx.records, ctx.records + 255,
+                             [copy](const auto& record) { return record.*copy != nullptr; });
+    };
+    Package with_data = small_package();
+    with_data.records[0].package_data = Bytes(30000, 0x5A);
+    EXPECT_EQ(kept(with_data, &pldm_device_record::package_data), 8);
+    Package with_descriptors = small_package();
+    with_descriptors.records[0].descriptors = {{0x0000, Bytes(30000, 0x5A), {}}};
+    EXPECT_EQ(kept(with_descriptors, &pldm_device_record::descriptors), 8);
 }
 
 TEST_F(FwPackageHostile, OverlappingRecordsThatAreSmallAreRead) {

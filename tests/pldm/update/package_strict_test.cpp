@@ -164,6 +164,16 @@ TEST_F(FwPackageStrict, ARecordIsAsLongAsItsFields) {
     expect_refused_strictly(padded, text);
 }
 
+TEST_F(FwPackageStrict, ARecordIsNoShorterThanItsFields) {
+    // The package data of the last record takes the number of components for its own.
+    tool::PackageLayout layout;
+    Bytes bytes = tool::build_package(sample_package(), &layout);
+    const size_t length_at = layout.records[1] + 9;
+    bytes[length_at] = static_cast<uint8_t>(bytes[length_at] + 2);
+    tool::seal_package(bytes, layout.checksum);
+    expect_refused_strictly(bytes, "device record 1: its length is not that of its fields");
+}
+
 TEST_F(FwPackageStrict, RecordsHaveDescriptorsAndPackagesHaveRecords) {
     expect_refused_strictly([](auto& package) { package.records[0].descriptors.clear(); },
                             "device record 0: no descriptor");

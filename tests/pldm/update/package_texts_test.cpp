@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Texts of packages and devices on the operator's terminal: control characters are shown, not sent.
 #include <gtest/gtest.h>
+#include <sideband/output.h>
 
 #include <cstring>
+#include <utility>
 
 #include "pldm/update/nic_fixture.h"
 
@@ -84,6 +86,40 @@ TEST_F(FwPrintedTexts, ThatArePrintableStayAsTheyAre) {
     EXPECT_TRUE(printed("\nComponent iamge st Ver String: " + kPrintable + "2\n")) << out;
     EXPECT_TRUE(printed("\nimage_version_string  = " + kPrintable + "2\n")) << out;
     EXPECT_TRUE(printed("\npackage_data          = " + kPrintable + "3\n")) << out;
+}
+
+// Unicode, table 3-7: what is behind E0, ED, F0 and F4 has bounds of its own.
+TEST_F(FwPrintedTexts, InUtf8StayAsTheyAreAsFarAsItIsWellFormed) {
+    constexpr std::pair<const char*, const char*> kCases[] = {
+        {"\xed\x9f\xbf", "\xed\x9f\xbf"},             // U+D7FF, in front of the surrogates
+        {"\xed\xa0\x80", "\xed\xa0\\x80"},            // a surrogate: three single bytes
+        {"\xf4\x8f\xbf\xbf", "\xf4\x8f\xbf\xbf"},     // U+10FFFF, the last character
+        {"\xf4\x90\x80\x80", "\xf4\\x90\\x80\\x80"},  // behind it
+        {"\xc2\xa0", "\xc2\xa0"},                     // U+00A0, behind the controls
+        {"\xc2\x9f", "\\xc2\\x9f"},                   // U+009F, the last of them
+    };
+    for (const auto& [text, shown] : kCases) {
+        ASSERT_EQ(parse(package_with(text)), 0);
+        EXPECT_TRUE(printed(std::string("\nver string: ") + shown + "1\n")) << out;
+    }
+}
+
+TEST_F(FwPrintedTexts, LedToAFunctionAreTheSame) {
+    const tool::Package package = package_with(kText);
+    ASSERT_EQ(parse(package), 0);
+    const std::string printed_before = out;
+    std::string taken;
+    sideband_set_output(
+        SIDEBAND_OUTLET_PRINTED,
+        [](void* text, uint32_t outlet, const char* characters, size_t length) {
+            EXPECT_EQ(outlet, uint32_t{SIDEBAND_OUTLET_PRINTED});
+            static_cast<std::string*>(text)->append(characters, length);
+        },
+        &taken);
+    EXPECT_EQ(parse(package), 0);
+    sideband_set_output(0, nullptr, nullptr);
+    EXPECT_EQ(taken, printed_before);
+    EXPECT_EQ(out, "");
 }
 
 TEST_F(FwPrintedTexts, EndAtTheirFirstNulAndAreAsLongAsTheyAre) {

@@ -113,6 +113,31 @@ TEST_F(PldmLoop, ASecondMoreEndsIt) {
     expect_silence();
 }
 
+TEST_F(PldmLoop, TheCallersDeadlineEndsIt) {
+    ctx.last_error = {};  // of the component that was refused
+    mctp_set_deadline(ctx.pldm.mctp, 1000);
+    device.wait = 1;
+    device.on_receive = [this] { libc.later_ms += 600; };
+    serve();
+    EXPECT_EQ(device.capacity.size(), 2u);
+    expect_silence();
+    EXPECT_EQ(pldm_fw_update_last_error(&ctx)->cause, SIDEBAND_CAUSE_DEADLINE);
+}
+
+TEST_F(PldmLoop, AnOperationWithoutAnEndpointEndsItWithItsSilence) {
+    ctx.last_error = ctx.pldm.last_error = {};
+    mctp_ctx* const mctp = std::exchange(ctx.pldm.mctp, nullptr);
+    ctx.pldm.recv_op = [](pldm_ctx*, int32_t, uint8_t*) -> int32_t {
+        *test::LibcPatch::current()->now += 20;
+        return -1;
+    };
+    serve();
+    EXPECT_EQ(passed(), 80) << "more than six times ten seconds";
+    EXPECT_EQ(ctx.pldm.completion_code, 0x5A);
+    EXPECT_EQ(pldm_fw_update_last_error(&ctx)->cause, SIDEBAND_CAUSE_NO_ANSWER);
+    ctx.pldm.mctp = mctp;
+}
+
 TEST_F(PldmLoop, TheFirstMessageIsWaitedForAsLongAsTheDeviceHasSaid) {
     ctx.req_fw_data_wait = 65535;
     device.wait = 6 * 65535;
