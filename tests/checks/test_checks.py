@@ -7,6 +7,7 @@ usage: test_checks.py --compiler "COMMAND"
 import argparse
 import contextlib
 import io
+import json
 import pathlib
 import shlex
 import struct
@@ -194,6 +195,62 @@ fail) echo "sideband-sim: fails as it should" >&2; exit 1 ;;
 pkg) echo "a package" >"$3" ;;
 esac
 """
+
+
+class CoverageBounds(Tree):
+    """scripts/coverage_bounds.py, with one file of four lines."""
+
+    REASON = "    Nobody can come there.\n"
+
+    def bounds(self, counts, listed="", lines=50, branches=50, covered=None):
+        """(passed, what it printed)"""
+        covered = sum(count > 0 for count in counts) if covered is None else covered
+        self.write("pldm/part.cpp", "int part(int value) {\n    if (value) {\n        return 0;\n    }\n")
+        function = {"lineno": 1, "name": "sideband::(anonymous namespace)::Part::part(int)", "execution_count": 1}
+        details = [{"line_number": number, "count": count, "gcovr/noncode": False, "gcovr/excluded": False,
+                    "branches": []} for number, count in enumerate(counts, 1)]
+        numbers = {"line_total": len(counts), "line_covered": covered, "branch_total": 4, "branch_covered": 3}
+        file = {"filename": "pldm/part.cpp", "line_percent": 0, **numbers}
+        self.write("summary.json", json.dumps({"files": [file], **numbers}))
+        self.write("details.json", json.dumps(
+            {"files": [{"file": "pldm/part.cpp", "functions": [function], "lines": details}]}))
+        self.write("list.txt", listed)
+        script = HERE.parent.parent / "scripts" / "coverage_bounds.py"
+        done = subprocess.run([sys.executable, script, "summary.json", "details.json", "list.txt", "--lines", str(lines),
+                               "--branches", str(branches)], capture_output=True, text=True, cwd=self.root)
+        return done.returncode == 0, done.stdout + done.stderr
+
+    def assert_refused(self, result, complaint):
+        passed, said = result
+        self.assertFalse(passed)
+        self.assertIn(complaint, said)
+
+    def test_accepts_what_is_reached_or_explained(self):
+        self.assertTrue(self.bounds([1, 1, 1, 1])[0])
+        passed, said = self.bounds([1, 1, 0, 1], "# A comment.\npldm/part.cpp, Part::part: return 0;\n" + self.REASON)
+        self.assertTrue(passed, said)
+
+    def test_finds_coverage_below_the_bounds(self):
+        listed = "pldm/part.cpp, Part::part: return 0;\n" + self.REASON
+        self.assert_refused(self.bounds([1, 1, 0, 1], listed, lines=76), "75.0 % of 4 lines (at least 76 %)")
+        self.assertTrue(self.bounds([1, 1, 0, 1], listed, lines=75)[0])
+        self.assert_refused(self.bounds([1, 1, 1, 1], branches=76), "75.0 % of 4 branches (at least 76 %)")
+        self.assert_refused(self.bounds([]), "no line was measured")
+
+    def test_finds_a_line_without_a_reason(self):
+        self.assert_refused(self.bounds([1, 1, 0, 1]), "has no reason: pldm/part.cpp, Part::part: return 0;")
+        self.assert_refused(self.bounds([1, 1, 0, 1], "pldm/part.cpp, Part::part: return 0;\n"),
+                            "list.txt has no reason: pldm/part.cpp")
+
+    def test_finds_a_reason_without_a_line(self):
+        self.assert_refused(self.bounds([1, 1, 1, 1], "pldm/part.cpp, Part::part: return 0;\n" + self.REASON),
+                            "explains what is gone or reached: pldm/part.cpp, Part::part: return 0;")
+        self.assert_refused(self.bounds([1, 1, 0, 1], "pldm/part.cpp, Part::part: return 0;\n" * 2 + self.REASON),
+                            "explains what is gone or reached")
+
+    def test_finds_details_of_another_run(self):
+        listed = "pldm/part.cpp, Part::part: return 0;\n" + self.REASON
+        self.assert_refused(self.bounds([1, 1, 0, 1], listed, covered=4), "it is of another run")
 
 
 class RefreshPage(Tree):
