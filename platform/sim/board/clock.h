@@ -10,6 +10,8 @@
 
 namespace sim {
 
+inline constexpr uint64_t kNsPerMs = 1'000'000;
+
 class Clock {
 public:
     /// What a calendar shows when virtual time begins: 2025-01-01 00:00:00 UTC, in seconds. Fixed,

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A device on the simulated board: its place, its MCTP stack, its faults.
 #include "sim/device/device.h"
+#include "sim/device/message.h"
 
 #include <algorithm>
 #include <utility>
@@ -9,20 +10,18 @@ namespace sim {
 
 namespace {
 
-constexpr uint8_t kControl = 0x00;
-constexpr uint8_t kPldm = 0x01;
 constexpr uint8_t kNotReady = 0x04;
-constexpr uint8_t kInstance = 0x1F;
 
 /// Whether a message type has a "not ready" answer (DSP0236, DSP0240).
 bool knows_not_ready(uint8_t type, ByteView request) {
-    return (type == kControl && request.size() >= 2) || (type == kPldm && request.size() >= 3);
+    return (type == kControlType && request.size() >= 2) ||
+           (type == kPldmType && request.size() >= 3);
 }
 
 Bytes not_ready_answer(uint8_t type, ByteView request) {
-    ByteView header = request.first(type == kControl ? 2 : 3);
+    ByteView header = request.first(type == kControlType ? 2 : 3);
     Bytes out(header.begin(), header.end());
-    out[0] &= kInstance;
+    out[0] &= kInstanceBits;
     out.push_back(kNotReady);
     return out;
 }

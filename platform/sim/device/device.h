@@ -19,6 +19,9 @@
 
 namespace sim {
 
+/// Packets that wait for the BMC on a bus; what comes then is lost.
+inline constexpr size_t kQueueLimit = 256;
+
 class PldmFirmware;
 class NcsiController;
 class NvmeDrive;

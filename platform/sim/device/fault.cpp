@@ -7,7 +7,6 @@
 namespace sim {
 
 namespace {
-constexpr int64_t kManyTimes = 1'000'000'000;
 constexpr int64_t kLongestDelayUs = 600'000'000;
 constexpr int64_t kMostBytes = 255;
 
@@ -43,9 +42,9 @@ Fault read_fault(const Place& place) {
         fault.rate =
             static_cast<uint32_t>(reader.whole("rate", 1, Hostile::kMostRate, Hostile::kUsualRate));
     }
-    fault.after = static_cast<uint64_t>(reader.whole("after", 0, kManyTimes, 0));
-    fault.every = static_cast<uint64_t>(reader.whole("every", 1, kManyTimes, 1));
-    fault.count = static_cast<uint64_t>(reader.whole("count", 0, kManyTimes, 0));
+    fault.after = static_cast<uint64_t>(reader.whole("after", 0, kMostTimes, 0));
+    fault.every = static_cast<uint64_t>(reader.whole("every", 1, kMostTimes, 1));
+    fault.count = static_cast<uint64_t>(reader.whole("count", 0, kMostTimes, 0));
     reader.finish();
     return fault;
 }

@@ -11,6 +11,9 @@
 
 namespace sim {
 
+/// The largest number of times in a board file.
+inline constexpr int64_t kMostTimes = 1'000'000'000;
+
 enum class FaultKind {
     kNoAck,          ///< the device does not acknowledge its address
     kLostRequest,    ///< a packet to the device is acknowledged and forgotten

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A hostile device: what it says may be changed in any way, the same way for the same seed.
 #include "sim/device/hostile.h"
+#include "sim/device/message.h"
 
 #include <algorithm>
 #include <utility>
@@ -30,9 +31,8 @@ void append_check(Message& message) {
 
 /// Whether a message is an answer with a completion code, which is success.
 bool succeeds(const MessageKey& key, const Bytes& body) {
-    constexpr uint8_t kPldm = 1;
     const size_t header = header_size(key);
-    return key.type <= kPldm && !key.request && body.size() > header && body[header - 1] == 0;
+    return key.type <= kPldmType && !key.request && body.size() > header && body[header - 1] == 0;
 }
 
 /// Puts the data of an earlier answer behind the header of another: an honest device refuses to be

@@ -1,17 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Where lengths, counts, handles and flags stand in the messages of devices.
 #include "sim/device/hostile_fields.h"
+#include "sim/device/message.h"
 
 #include <algorithm>
 
 namespace sim {
 
 namespace {
-
-constexpr uint8_t kControl = 0;
-constexpr uint8_t kPldm = 1;
-constexpr uint8_t kNcsi = 2;
-constexpr uint8_t kNvme = 4;
 
 // transferFlag: Start and Middle of GetPDR (DSP0248) and of all the others (DSP0240).
 constexpr uint32_t kPdrMiddle = 1;
@@ -72,33 +68,33 @@ struct Known {
 };
 
 constexpr Known kKnown[] = {
-    {{kControl, 0, 0x01}, kSetEid},
-    {{kControl, 0, 0x02}, kGetEid},
-    {{kControl, 0, 0x08}, kAllocate},
-    {{kControl, 0, 0x0A}, kRoutes},
-    {{kPldm, 0, 0x03}, kVersions},
-    {{kPldm, 2, 0x11}, kReading},
-    {{kPldm, 2, 0x21}, kStates},
-    {{kPldm, 2, 0x50}, kRepository},
-    {{kPldm, 2, 0x51}, kPdr},
-    {{kPldm, 4, 0x01}, kFruMetadata},
-    {{kPldm, 4, 0x02}, kFruTable},
-    {{kPldm, 5, 0x01}, kIdentifiers},
-    {{kPldm, 5, 0x02}, kParameters},
-    {{kPldm, 5, 0x10}, kRequestUpdate},
-    {{kPldm, 5, 0x12}, kParts},
-    {{kPldm, 5, 0x13}, kComponent},
-    {{kPldm, 5, 0x14}, kComponent},
-    {{kPldm, 5, 0x19}, kParts},
-    {{kPldm, 5, 0x1A}, kActivate},
-    {{kPldm, 5, 0x1B}, kStatus},
-    {{kPldm, 5, 0x11, true}, kAskPackageData},
-    {{kPldm, 5, 0x15, true}, kAskFirmware},
-    {{kPldm, 5, 0x16, true}, kResult},
-    {{kPldm, 5, 0x17, true}, kResult},
-    {{kPldm, 5, 0x18, true}, kResult},
-    {{kNvme, 1, 0}, kManagement},
-    {{kNvme, 2, 0}, kAdmin},
+    {{kControlType, 0, 0x01}, kSetEid},
+    {{kControlType, 0, 0x02}, kGetEid},
+    {{kControlType, 0, 0x08}, kAllocate},
+    {{kControlType, 0, 0x0A}, kRoutes},
+    {{kPldmType, 0, 0x03}, kVersions},
+    {{kPldmType, 2, 0x11}, kReading},
+    {{kPldmType, 2, 0x21}, kStates},
+    {{kPldmType, 2, 0x50}, kRepository},
+    {{kPldmType, 2, 0x51}, kPdr},
+    {{kPldmType, 4, 0x01}, kFruMetadata},
+    {{kPldmType, 4, 0x02}, kFruTable},
+    {{kPldmType, 5, 0x01}, kIdentifiers},
+    {{kPldmType, 5, 0x02}, kParameters},
+    {{kPldmType, 5, 0x10}, kRequestUpdate},
+    {{kPldmType, 5, 0x12}, kParts},
+    {{kPldmType, 5, 0x13}, kComponent},
+    {{kPldmType, 5, 0x14}, kComponent},
+    {{kPldmType, 5, 0x19}, kParts},
+    {{kPldmType, 5, 0x1A}, kActivate},
+    {{kPldmType, 5, 0x1B}, kStatus},
+    {{kPldmType, 5, 0x11, true}, kAskPackageData},
+    {{kPldmType, 5, 0x15, true}, kAskFirmware},
+    {{kPldmType, 5, 0x16, true}, kResult},
+    {{kPldmType, 5, 0x17, true}, kResult},
+    {{kPldmType, 5, 0x18, true}, kResult},
+    {{kNvmeMiType, 1, 0}, kManagement},
+    {{kNvmeMiType, 2, 0}, kAdmin},
 };
 
 /// Two's complement of the sum of 16-bit words (DSP0222, checksum).
@@ -141,21 +137,21 @@ MessageKey key_of(const Message& message) {
     MessageKey key;
     key.type = message.type & 0x7F;
     key.request = message.tag_owner;
-    if (key.type == kControl && body.size() > 1) {
+    if (key.type == kControlType && body.size() > 1) {
         key.command = body[1];
-    } else if (key.type == kPldm && body.size() > 2) {
+    } else if (key.type == kPldmType && body.size() > 2) {
         key.protocol = body[1] & 0x3F;
         key.command = body[2];
-    } else if (key.type == kNcsi && body.size() > 4) {
+    } else if (key.type == kNcsiType && body.size() > 4) {
         key.command = body[4] & 0x7F;
-    } else if (key.type == kNvme && !body.empty()) {
+    } else if (key.type == kNvmeMiType && !body.empty()) {
         key.protocol = body[0] >> 3 & 0x0F;
     }
     return key;
 }
 
 std::span<const Field> fields_of(const MessageKey& key) {
-    if (key.type == kNcsi) {
+    if (key.type == kNcsiType) {
         return kNcsiPacket;
     }
     const auto* const found =
@@ -165,13 +161,13 @@ std::span<const Field> fields_of(const MessageKey& key) {
 
 size_t header_size(const MessageKey& key) {
     switch (key.type) {
-        case kControl:
+        case kControlType:
             return 3;
-        case kPldm:
+        case kPldmType:
             return key.request ? 3 : 4;
-        case kNcsi:
+        case kNcsiType:
             return 20;
-        case kNvme:
+        case kNvmeMiType:
             return 7;
         default:
             return 0;
@@ -200,9 +196,9 @@ uint32_t get_field(ByteView body, const Field& field) {
 }
 
 void mend_checksum(const MessageKey& key, Bytes& body) {
-    if (key.type == kNcsi) {
+    if (key.type == kNcsiType) {
         mend_ncsi(body);
-    } else if (key.type == kPldm && key.protocol == 4 && key.command == 2) {
+    } else if (key.type == kPldmType && key.protocol == 4 && key.command == 2) {
         mend_fru(body);
     }
 }

@@ -5,19 +5,17 @@
 #include <utility>
 
 #include "sim/device/device.h"
+#include "sim/device/message.h"
 
 namespace sim {
 
 namespace {
 
-constexpr uint8_t kControl = 0x00;
-constexpr uint8_t kPldm = 0x01;
 constexpr uint8_t kTypeNumber = 0x7F;
-constexpr uint8_t kInstance = 0x1F;
 
 /// In both message types the low five bits of the first byte are the requester's to choose.
 bool has_instance(uint8_t type) {
-    return type == kControl || type == kPldm;
+    return type == kControlType || type == kPldmType;
 }
 
 class Recording {
@@ -41,7 +39,7 @@ public:
         Bytes out;
         for (const auto& [key, turn] : turns_) {
             const uint8_t type = key.first & kTypeNumber;
-            if (type != kControl && std::ranges::find(out, type) == out.end()) {
+            if (type != kControlType && std::ranges::find(out, type) == out.end()) {
                 out.push_back(type);
             }
         }
@@ -74,7 +72,7 @@ private:
     static Key key(uint8_t type, ByteView request) {
         Bytes bytes(request.begin(), request.end());
         if (has_instance(type) && !bytes.empty()) {
-            bytes[0] &= static_cast<uint8_t>(~kInstance);
+            bytes[0] &= static_cast<uint8_t>(~kInstanceBits);
         }
         return {type, bytes};
     }
@@ -100,13 +98,14 @@ protected:
             }
             Bytes out = *recorded;
             if (has_instance(type)) {
-                out[0] = static_cast<uint8_t>((out[0] & ~kInstance) | (request[0] & kInstance));
+                out[0] =
+                    static_cast<uint8_t>((out[0] & ~kInstanceBits) | (request[0] & kInstanceBits));
             }
             return out;
         }
         // Without an EID nobody could reach the recorded part of the device.
         const bool eid_command =
-            type == kControl && request.size() >= 2 &&
+            type == kControlType && request.size() >= 2 &&
             (request[1] == kControlSetEndpointId || request[1] == kControlGetEndpointId);
         return eid_command ? answer_control(request) : std::nullopt;
     }

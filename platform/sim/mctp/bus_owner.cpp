@@ -4,15 +4,13 @@
 #include <utility>
 
 #include "sim/device/device.h"
+#include "sim/device/message.h"
 #include "sim/mctp/control.h"
 
 namespace sim {
 
 namespace {
 
-constexpr uint8_t kControl = 0x00;
-constexpr uint8_t kRequest = 0x80;
-constexpr uint8_t kInstance = 0x1F;
 constexpr int64_t kLongestPauseUs = 60'000'000;
 
 /// One request to the BMC.
@@ -61,7 +59,7 @@ public:
 
 protected:
     std::optional<Bytes> answer(uint8_t type, ByteView request) override {
-        if (type != kControl || request.size() < 2) {
+        if (type != kControlType || request.size() < 2) {
             return std::nullopt;
         }
         if (request[1] != kControlDiscoveryNotify) {
@@ -71,14 +69,14 @@ protected:
         report_.notified = true;
         asked_ = 0;
         ask(response_us() + pause_us_);
-        return Bytes{static_cast<uint8_t>(request[0] & kInstance), kControlDiscoveryNotify,
+        return Bytes{static_cast<uint8_t>(request[0] & kInstanceBits), kControlDiscoveryNotify,
                      kControlSuccess};
     }
 
     void heard(const Message& response) override {
         // The tag is the number of the question.
         const size_t number = response.tag;
-        if (number >= report_.steps.size() || response.type != kControl) {
+        if (number >= report_.steps.size() || response.type != kControlType) {
             return;
         }
         OwnerStep& step = report_.steps[number];
@@ -103,8 +101,8 @@ private:
     void ask(uint64_t delay_us) {
         const Question& question = questions_[asked_];
         Message request;
-        request.type = kControl;
-        request.body = {static_cast<uint8_t>(kRequest | (asked_ & kInstance))};
+        request.type = kControlType;
+        request.body = {static_cast<uint8_t>(kRequestBit | (asked_ & kInstanceBits))};
         append(request.body, question.request);
         request.tag = static_cast<uint8_t>(asked_);
         report_.steps.push_back({question.name, to_hex(request.body), "", ""});
@@ -127,7 +125,7 @@ private:
             !(question.may_use_new_eid && response.source_eid == assign_)) {
             return "the source EID is " + hex_byte(response.source_eid);
         }
-        Bytes expected{static_cast<uint8_t>(number & kInstance), question.request[0]};
+        Bytes expected{static_cast<uint8_t>(number & kInstanceBits), question.request[0]};
         append(expected, question.answer);
         const Bytes& body = response.body;
         const bool fits = body.size() >= expected.size() &&

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // MCTP control messages as an endpoint answers them (DSP0236, clause 12).
 #include "sim/mctp/control.h"
+#include "sim/device/message.h"
 
 #include <algorithm>
 #include <utility>
@@ -8,11 +9,6 @@
 namespace sim {
 
 namespace {
-
-// Header byte 0.
-constexpr uint8_t kRequest = 0x80;
-constexpr uint8_t kDatagram = 0x40;
-constexpr uint8_t kInstance = 0x1F;
 
 /// Completion code of Get MCTP Version Support (DSP0236, clause 12.6).
 constexpr uint8_t kTypeNotSupported = 0x80;
@@ -46,12 +42,12 @@ ControlResponder::ControlResponder(MctpEndpoint& endpoint, uint8_t static_eid, c
       bus_owner_(bus_owner) {}
 
 std::optional<Bytes> ControlResponder::answer(ByteView request) {
-    if (request.size() < 2 || (request[0] & (kRequest | kDatagram)) != kRequest) {
+    if (request.size() < 2 || (request[0] & (kRequestBit | kDatagramBit)) != kRequestBit) {
         return std::nullopt;
     }
     const uint8_t command = request[1];
     const ByteView data = request.subspan(2);
-    Bytes out{static_cast<uint8_t>(request[0] & kInstance), command};
+    Bytes out{static_cast<uint8_t>(request[0] & kInstanceBits), command};
 
     const std::optional<size_t> size = data_size(command);
     if (!size || *size != data.size()) {

@@ -12,7 +12,6 @@ namespace {
 constexpr uint8_t kMctpCommand = 0x0F;  // DSP0237, table 1
 constexpr size_t kBlockHead = 3;        // destination address, command code, byte count
 constexpr size_t kLongestBlock = 255;
-constexpr size_t kQueueLimit = 256;
 constexpr size_t kMuxWrite = 2;  // address and control byte
 constexpr uint64_t kBitsPerByte = 9;
 

@@ -5,15 +5,13 @@
 #include <utility>
 
 #include "sim/device/device.h"
+#include "sim/device/message.h"
 #include "sim/mctp/control.h"
 #include "sim/mctp/eid_pool.h"
 
 namespace sim {
 
 namespace {
-
-constexpr uint8_t kControl = 0x00;
-constexpr uint8_t kInstance = 0x1F;
 
 const std::vector<std::string> kStepNames = {"set_endpoint_id",
                                              "get_endpoint_id",
@@ -26,7 +24,6 @@ constexpr uint8_t kStepCommands[] = {kControlSetEndpointId,       kControlGetEnd
                                      kControlPrepareForDiscovery, kControlEndpointDiscovery};
 
 constexpr int64_t kLongestDelayUs = 60'000'000;
-constexpr int64_t kManyTimes = 1'000'000'000;
 
 /// How the device answers one command, instead of properly.
 struct Step {
@@ -50,8 +47,8 @@ Step read_step(const Place& place) {
         step.completion_code = static_cast<uint8_t>(reader.whole("completion_code", 1, 255, 1));
     }
     step.delay_us = static_cast<uint64_t>(reader.whole("delay_us", 0, kLongestDelayUs, 0));
-    step.after = static_cast<uint64_t>(reader.whole("after", 0, kManyTimes, 0));
-    step.count = static_cast<uint64_t>(reader.whole("count", 0, kManyTimes, 0));
+    step.after = static_cast<uint64_t>(reader.whole("after", 0, kMostTimes, 0));
+    step.count = static_cast<uint64_t>(reader.whole("count", 0, kMostTimes, 0));
     reader.finish();
     return step;
 }
@@ -74,7 +71,7 @@ public:
 
 protected:
     std::optional<Bytes> answer(uint8_t type, ByteView request) override {
-        if (type != kControl || request.size() < 2) {
+        if (type != kControlType || request.size() < 2) {
             return std::nullopt;
         }
         const Step step = strike(request[1]);
@@ -82,7 +79,7 @@ protected:
         if (step.outcome == Step::Outcome::kNoAnswer) {
             return std::nullopt;
         }
-        Bytes out{static_cast<uint8_t>(request[0] & kInstance), request[1]};
+        Bytes out{static_cast<uint8_t>(request[0] & kInstanceBits), request[1]};
         if (step.outcome == Step::Outcome::kNotReady) {
             out.push_back(kControlNotReady);
             return out;

@@ -9,7 +9,6 @@ namespace sim {
 
 namespace {
 
-constexpr size_t kQueueLimit = 256;
 /// A vendor-defined message of one packet takes far less; what counts is that none takes nothing.
 constexpr uint64_t kPacketNs = 1000;
 /// A request that has not been answered for so long will not be.

@@ -4,11 +4,12 @@
 
 #include <algorithm>
 
+#include "sim/device/fault.h"
+
 namespace sim {
 
 namespace {
 
-constexpr int64_t kMostTimes = 1'000'000'000;
 constexpr int64_t kLastPackage = 7;
 constexpr int64_t kLastChannel = 7;
 constexpr int64_t kMostBytesMore = 1024;
@@ -27,8 +28,8 @@ const std::vector<std::string> kCommandNames = {"clear_initial_state",
                                                 "other"};
 
 /// In the order of NcsiFault::Kind.
-const std::vector<std::string> kFaultNames = {"codes",         "no_answer", "other_command",
-                                              "other_channel", "truncate",  "over_long"};
+const std::vector<std::string> kNcsiFaultNames = {"codes",         "no_answer", "other_command",
+                                                  "other_channel", "truncate",  "over_long"};
 
 /// So many bytes in hex; nothing if the key is absent.
 template <size_t size>
@@ -64,7 +65,7 @@ NcsiFault read_ncsi_fault(const Place& place) {
     using Kind = NcsiFault::Kind;
     ObjectReader reader(place);
     NcsiFault fault;
-    fault.kind = static_cast<Kind>(reader.choice("kind", kFaultNames));
+    fault.kind = static_cast<Kind>(reader.choice("kind", kNcsiFaultNames));
     fault.command = read_command(reader.require("command"));
     fault.at = static_cast<uint32_t>(reader.whole("at", 1, kMostTimes, 1));
     fault.count = static_cast<uint32_t>(reader.whole("count", 0, kMostTimes, 1));

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "sim/device/device.h"
+#include "sim/device/message.h"
 
 namespace sim {
 
@@ -53,12 +54,10 @@ bool fits(NcsiCommand command, size_t length) {
     return length == 0 || (command == NcsiCommand::kSelectPackage && length == 4);
 }
 
-constexpr uint8_t kMessageType = 0x02;  // DSP0261
-
 class NcsiDevice : public Device {
 public:
     NcsiDevice(NcsiConfig controller, const DeviceConfig& config, const Clock& clock)
-        : Device(config, clock, {kMessageType}), controller_(std::move(controller)) {}
+        : Device(config, clock, {kNcsiType}), controller_(std::move(controller)) {}
 
     void reset() override {
         Device::reset();
@@ -72,7 +71,7 @@ protected:
         if (type == 0) {
             return answer_control(request);
         }
-        if (type != kMessageType) {
+        if (type != kNcsiType) {
             return std::nullopt;
         }
         return controller_.answer(request, static_cast<double>(clock().now_us()) * kMicrosecond);

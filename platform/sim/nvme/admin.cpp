@@ -10,7 +10,6 @@ namespace sim {
 namespace {
 
 // A request, from behind the MCTP message type on.
-constexpr size_t kOpcode = 3;
 constexpr size_t kFlags = 4;
 constexpr size_t kController = 5;
 constexpr size_t kFirstDwords = 7;  ///< 1 to 5
@@ -70,7 +69,7 @@ bool waits_for_sanitize(uint8_t opcode) {
 
 NvmeAdminCommand decode(ByteView body) {
     NvmeAdminCommand command;
-    command.opcode = body[kOpcode];
+    command.opcode = body[kNvmeOpcodePlace];
     command.controller = le16(body, kController);
     for (size_t i = 0; i < 5; ++i) {
         command.dwords[1 + i] = le32(body, kFirstDwords + 4 * i);

@@ -4,13 +4,14 @@
 
 #include <algorithm>
 
+#include "sim/device/fault.h"
+#include "sim/nvme/firmware.h"
 #include "sim/pldm/firmware_config.h"
 
 namespace sim {
 
 namespace {
 
-constexpr int64_t kMostTimes = 1'000'000'000;
 constexpr int64_t kLongestUs = 60'000'000;
 constexpr int64_t kMostBytes = 8192;
 constexpr int64_t kLargestCapacity = int64_t{1} << 56;
@@ -20,13 +21,12 @@ constexpr int64_t kMostNamespaces = 128;
 constexpr size_t kMostPorts = 16;
 constexpr size_t kMostControllers = 127;
 constexpr size_t kMostSlots = 7;
-constexpr size_t kRevisionSize = 8;
 constexpr int64_t kSmallestUnit = 64;
 constexpr int64_t kLargestUnit = 250;
 constexpr int64_t kInvalidParameter = 4;
 
 /// In the order of NvmeFault::Kind.
-const std::vector<std::string> kFaultNames = {
+const std::vector<std::string> kNvmeFaultNames = {
     "status", "completion", "no_answer", "bad_check", "truncate", "over_long", "more_processing"};
 
 const std::vector<std::optional<std::string>> kUsualSlots = {"1.0", std::nullopt, std::nullopt};
@@ -58,7 +58,7 @@ NvmeFault read_nvme_fault(const Place& place) {
     using Kind = NvmeFault::Kind;
     ObjectReader reader(place);
     NvmeFault fault;
-    fault.kind = static_cast<Kind>(reader.choice("kind", kFaultNames));
+    fault.kind = static_cast<Kind>(reader.choice("kind", kNvmeFaultNames));
     fault.set = reader.choice("set", {"management", "admin"}) == 1 ? NvmeCommandSet::kAdmin
                                                                    : NvmeCommandSet::kManagement;
     fault.opcode = static_cast<uint8_t>(reader.whole("opcode", 0, 255));
@@ -273,7 +273,7 @@ void read_firmware_slots(NvmeFirmwareConfig& firmware, ObjectReader& reader) {
         firmware.slots = kUsualSlots;
     } else {
         slots->each([&](const Place& slot) {
-            const std::string revision = read_ascii(slot, kRevisionSize);
+            const std::string revision = read_ascii(slot, NvmeFirmware::kRevisionSize);
             firmware.slots.push_back(revision.empty() ? std::nullopt
                                                       : std::optional<std::string>(revision));
         });

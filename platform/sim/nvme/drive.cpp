@@ -5,19 +5,18 @@
 #include <algorithm>
 
 #include "sim/device/device.h"
+#include "sim/device/message.h"
 
 namespace sim {
 
 namespace {
 
-constexpr uint8_t kMessageType = 0x04;
 constexpr uint8_t kWithCheck = 0x80;
 
 // NVMe-MI message header, from behind the MCTP message type on (NVMe-MI, message fields).
 constexpr size_t kKind = 0;
-constexpr size_t kOpcode = 3;
-constexpr size_t kHeaderSize = 4;
-constexpr uint8_t kResponse = 0x80;
+constexpr size_t kMessageHeaderSize = 4;
+constexpr uint8_t kResponseBit = 0x80;
 constexpr uint8_t kKindAndSlot = 0x79;
 constexpr size_t kStatusSize = 4;  ///< status and management response
 constexpr size_t kCheckSize = 4;
@@ -32,14 +31,14 @@ NvmeCommandSet set_of(uint8_t kind) {
 
 /// The check of a message, its type included.
 uint32_t check_of(ByteView body) {
-    Bytes all{static_cast<uint8_t>(kMessageType | kWithCheck)};
+    Bytes all{static_cast<uint8_t>(kNvmeMiType | kWithCheck)};
     append(all, body);
     return crc32c(all);
 }
 
 /// A response with its integrity check. @param kind  first byte of the request
 Bytes compose(uint8_t kind, uint8_t status, uint32_t management, ByteView data) {
-    Bytes out{static_cast<uint8_t>(kResponse | (kind & kKindAndSlot)), 0, 0, status, 0, 0, 0};
+    Bytes out{static_cast<uint8_t>(kResponseBit | (kind & kKindAndSlot)), 0, 0, status, 0, 0, 0};
     put_le(out, kStatusSize, management, 3);
     append(out, data);
     append_le32(out, check_of(out));
@@ -49,7 +48,7 @@ Bytes compose(uint8_t kind, uint8_t status, uint32_t management, ByteView data) 
 class NvmeDevice : public Device {
 public:
     NvmeDevice(NvmeConfig drive, const DeviceConfig& config, const Clock& clock)
-        : Device(config, clock, {kMessageType}),
+        : Device(config, clock, {kNvmeMiType}),
           drive_(std::move(drive), config.where.transport == Transport::kPcie
                                        ? NvmePortType::kPcie
                                        : NvmePortType::kSmbus) {}
@@ -65,7 +64,7 @@ protected:
         if (type == 0) {
             return answer_control(request);
         }
-        if (type != (kMessageType | kWithCheck)) {
+        if (type != (kNvmeMiType | kWithCheck)) {
             return std::nullopt;
         }
         std::optional<NvmeAnswer> answer =
@@ -151,8 +150,9 @@ const NvmeFault* NvmeDrive::strike(NvmeFault::Kind kind, NvmeCommandSet set, uin
 
 /// The body of a request without its integrity check.
 std::optional<ByteView> NvmeDrive::take(ByteView body) {
-    const bool sized = body.size() >= kHeaderSize + kCheckSize && body.size() < kLargestMessage;
-    if (!sized || (body[kKind] & kResponse) != 0) {
+    const bool sized =
+        body.size() >= kMessageHeaderSize + kCheckSize && body.size() < kLargestMessage;
+    if (!sized || (body[kKind] & kResponseBit) != 0) {
         ++malformed_;
         return std::nullopt;
     }
@@ -187,7 +187,7 @@ std::optional<NvmeDrive::Response> NvmeDrive::faulty(NvmeCommandSet set, uint8_t
 }
 
 NvmeDrive::Response NvmeDrive::respond(NvmeCommandSet set, ByteView request) {
-    if (std::optional<Response> fault = faulty(set, request[kOpcode])) {
+    if (std::optional<Response> fault = faulty(set, request[kNvmeOpcodePlace])) {
         return *std::move(fault);
     }
     switch (set) {
@@ -208,7 +208,7 @@ std::optional<NvmeAnswer> NvmeDrive::answer(ByteView body, double seconds) {
     }
     now_ = seconds;
     const uint8_t kind = (*request)[kKind];
-    const uint8_t opcode = (*request)[kOpcode];
+    const uint8_t opcode = (*request)[kNvmeOpcodePlace];
     const NvmeCommandSet set = set_of(kind);
     ++counts_[{set, opcode}];
     if (strike(Kind::kNoAnswer, set, opcode) != nullptr) {

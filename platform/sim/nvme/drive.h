@@ -18,6 +18,9 @@
 
 namespace sim {
 
+/// Where a request has its opcode, from behind the message type on.
+inline constexpr size_t kNvmeOpcodePlace = 3;
+
 /// What a drive sends for one request.
 struct NvmeAnswer {
     std::vector<Bytes> in_advance;  ///< answers that ask for more time

@@ -11,8 +11,7 @@ namespace sim {
 namespace {
 
 constexpr uint64_t kLargestImage = 64u << 20;
-constexpr size_t kRevisionSize = 8;
-constexpr size_t kHeaderSize = NvmeFirmware::kMagic.size() + kRevisionSize;
+constexpr size_t kImageHeaderSize = NvmeFirmware::kMagic.size() + NvmeFirmware::kRevisionSize;
 constexpr size_t kLogSize = 512;
 constexpr size_t kLogRevisions = 8;
 /// Images travel in dwords; what fills the last one is zero.
@@ -105,7 +104,7 @@ NvmeStatus NvmeFirmware::download(uint64_t offset, ByteView data) {
 /// Nothing if the download is not whole or is no image.
 std::optional<std::string> NvmeFirmware::revision_of_download() {
     const bool whole = pieces_.size() == 1 && pieces_.begin()->first == 0;
-    if (!whole || download_.size() < kHeaderSize ||
+    if (!whole || download_.size() < kImageHeaderSize ||
         !std::ranges::equal(kMagic, ByteView(download_).first(kMagic.size()))) {
         return std::nullopt;
     }
@@ -117,7 +116,7 @@ std::optional<std::string> NvmeFirmware::revision_of_download() {
             return std::nullopt;
         }
     }
-    std::string revision(download_.begin() + kMagic.size(), download_.begin() + kHeaderSize);
+    std::string revision(download_.begin() + kMagic.size(), download_.begin() + kImageHeaderSize);
     auto printable = [](char c) { return c >= ' ' && c <= '~'; };
     if (!std::ranges::all_of(revision, printable)) {
         return std::nullopt;

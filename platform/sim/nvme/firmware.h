@@ -23,6 +23,7 @@ public:
 
     /// An image begins with these eight characters and its revision in eight more.
     static constexpr std::string_view kMagic = "SIMDRIVE";
+    static constexpr size_t kRevisionSize = 8;
 
     explicit NvmeFirmware(NvmeFirmwareConfig config);
 

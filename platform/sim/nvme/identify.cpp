@@ -6,13 +6,13 @@ namespace sim {
 
 namespace {
 
-constexpr size_t kSize = 4096;
+constexpr size_t kIdentifySize = 4096;
 constexpr uint32_t kVersion = 0x00020000;
 
 /// Controller or namespace structure.
 enum Structure : uint8_t {
-    kNamespaceStructure = 0x00,
-    kControllerStructure = 0x01,
+    kIdentifyNamespace = 0x00,
+    kIdentifyController = 0x01,
     kActiveList = 0x02,
     kDescriptorList = 0x03,
     kAllocatedList = 0x10,
@@ -22,7 +22,7 @@ enum Structure : uint8_t {
 };
 
 // Optional admin command support.
-constexpr uint16_t kFormat = 1u << 1;
+constexpr uint16_t kFormatSupported = 1u << 1;
 constexpr uint16_t kFirmware = 1u << 2;
 constexpr uint16_t kNamespaceManagement = 1u << 3;
 constexpr uint16_t kLockdown = 1u << 10;
@@ -32,7 +32,7 @@ Bytes list_of(const std::vector<uint32_t>& ids) {
     for (uint32_t id : ids) {
         append_le32(out, id);
     }
-    out.resize(kSize);
+    out.resize(kIdentifySize);
     return out;
 }
 
@@ -70,11 +70,11 @@ NvmeCompletion NvmeDrive::identify(const NvmeAdminCommand& command) {
     }
     Bytes out;
     switch (structure) {
-        case kNamespaceStructure:
+        case kIdentifyNamespace:
         case kAllocatedStructure:
         case kDescriptorList:
             return identify_namespace(command, structure == kAllocatedStructure);
-        case kControllerStructure:
+        case kIdentifyController:
             out = identify_controller(command.controller);
             break;
         case kActiveList:
@@ -95,8 +95,8 @@ NvmeCompletion NvmeDrive::identify(const NvmeAdminCommand& command) {
         default:
             return NvmeStatus::kInvalidField;
     }
-    out.resize(kSize);
-    return {std::move(out), kSize};
+    out.resize(kIdentifySize);
+    return {std::move(out), kIdentifySize};
 }
 
 /// @param allocated  whether the namespace need not be attached
@@ -106,7 +106,7 @@ NvmeCompletion NvmeDrive::identify_namespace(const NvmeAdminCommand& command, bo
     const uint32_t id = command.namespace_id();
     const bool descriptors = (command.dwords[10] & 0xFF) == kDescriptorList;
     if (id == kNvmeEveryNamespace && !descriptors) {
-        return {describe(id, {}), kSize};
+        return {describe(id, {}), kIdentifySize};
     }
     if (!namespaces_.names(id)) {
         return NvmeStatus::kInvalidNamespace;
@@ -115,20 +115,21 @@ NvmeCompletion NvmeDrive::identify_namespace(const NvmeAdminCommand& command, bo
     const bool there =
         space != nullptr && (allocated || space->controllers.contains(command.controller));
     if (!there) {
-        return descriptors ? NvmeCompletion(NvmeStatus::kInvalidField) : NvmeCompletion({}, kSize);
+        return descriptors ? NvmeCompletion(NvmeStatus::kInvalidField)
+                           : NvmeCompletion({}, kIdentifySize);
     }
     if (!descriptors) {
-        return {describe(id, *space), kSize};
+        return {describe(id, *space), kIdentifySize};
     }
     Bytes out{kEui64Type, kEui64Size, 0, 0};
     append(out, eui64(config_, id));
-    return {std::move(out), kSize};
+    return {std::move(out), kIdentifySize};
 }
 
 /// @param id  every namespace: what they have in common
 Bytes NvmeDrive::describe(uint32_t id, const NvmeNamespace& space) const {
     constexpr size_t kFormats = 128;
-    Bytes out(kSize);
+    Bytes out(kIdentifySize);
     put_le(out, 0, space.blocks, 8);
     put_le(out, 8, space.blocks, 8);
     put_le(out, 16, space.used, 8);
@@ -153,7 +154,7 @@ Bytes NvmeDrive::identify_controller(uint16_t controller) const {
     constexpr uint8_t kErrorEntries = 63;
     constexpr uint32_t kEverySanitize = 7;
     constexpr size_t kNqn = 768;
-    Bytes out(kSize);
+    Bytes out(kIdentifySize);
     put_le(out, 0, config_.vendor_id, 2);
     put_le(out, 2, config_.subsystem_vendor_id, 2);
     put_text(out, 4, config_.serial, 20);
@@ -168,7 +169,7 @@ Bytes NvmeDrive::identify_controller(uint16_t controller) const {
     out[111] = 1;  // an I/O controller
     out[253] = 1;  // a storage device
     out[255] = endpoints_of(config_.ports);
-    put_le(out, 256, kFormat | kFirmware | kNamespaceManagement | kLockdown, 2);
+    put_le(out, 256, kFormatSupported | kFirmware | kNamespaceManagement | kLockdown, 2);
     out[260] = firmware_.capabilities();
     out[261] = 0x05;  // the SMART log of a namespace, extended data of log pages
     out[262] = kErrorEntries;

@@ -10,7 +10,6 @@ namespace sim {
 namespace {
 
 // A command, from behind the MCTP message type on.
-constexpr size_t kOpcode = 3;
 constexpr size_t kDword0 = 7;
 constexpr size_t kDword1 = 11;
 constexpr size_t kRequestSize = 15;
@@ -136,7 +135,7 @@ NvmeDrive::Response NvmeDrive::manage(ByteView body) {
         return {kNvmeInvalidCommandSize, 0, {}};
     }
     Request request;
-    request.opcode = body[kOpcode];
+    request.opcode = body[kNvmeOpcodePlace];
     request.dword0 = le32(body, kDword0);
     request.dword1 = le32(body, kDword1);
     request.data = body.subspan(kRequestSize);

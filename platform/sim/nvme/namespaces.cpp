@@ -11,9 +11,9 @@ namespace {
 constexpr size_t kDataSize = 4096;
 
 // Namespace Management, data of a creation (NVMe, host software specified fields).
-constexpr size_t kSize = 0;
+constexpr size_t kSizePlace = 0;
 constexpr size_t kCapacity = 8;
-constexpr size_t kFormat = 26;
+constexpr size_t kFormatPlace = 26;
 constexpr size_t kProtection = 29;
 constexpr size_t kSharing = 30;
 
@@ -84,8 +84,8 @@ NvmeCompletion NvmeNamespaces::create(ByteView data) {
         return NvmeStatus::kInvalidField;
     }
     NvmeNamespace space;
-    space.blocks = le64(data, kSize);
-    space.format = data[kFormat] & kFormatBits;
+    space.blocks = le64(data, kSizePlace);
+    space.format = data[kFormatPlace] & kFormatBits;
     space.sharing = data[kSharing] & 1;
     if (space.format >= kNvmeFormats.size()) {
         return NvmeStatus::kInvalidFormat;

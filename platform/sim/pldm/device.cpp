@@ -2,6 +2,7 @@
 // A PLDM terminus: header, dispatch and base commands; the exchange of firmware update requests
 // (DSP0240).
 #include "sim/pldm/device.h"
+#include "sim/device/message.h"
 
 #include <array>
 #include <utility>
@@ -10,14 +11,8 @@ namespace sim {
 
 namespace {
 
-constexpr uint8_t kPldm = 0x01;
-constexpr uint8_t kControl = 0x00;
-
 // Header, DSP0240, clause 8.1.
 constexpr size_t kHeaderSize = 3;
-constexpr uint8_t kRequest = 0x80;
-constexpr uint8_t kDatagram = 0x40;
-constexpr uint8_t kInstance = 0x1F;
 constexpr uint8_t kTypeBits = 0x3F;
 
 // Completion codes of base commands, DSP0240, clause 9.
@@ -48,7 +43,7 @@ uint8_t pldm_transfer_flag(bool first, bool last) {
 }
 
 PldmDevice::PldmDevice(ObjectReader& reader, const DeviceConfig& config, const Clock& clock)
-    : Device(config, clock, {kPldm}),
+    : Device(config, clock, {kPldmType}),
       initial_tid_(static_cast<uint8_t>(reader.whole("tid", 0, 254, 1))),
       tid_(initial_tid_) {
     read_sensors(reader, numeric_, state_);
@@ -144,17 +139,18 @@ const PldmDevice::Type* PldmDevice::find_type(uint8_t number) const {
 }
 
 std::optional<Bytes> PldmDevice::answer(uint8_t type, ByteView request) {
-    if (type == kControl) {
+    if (type == kControlType) {
         return answer_control(request);
     }
-    if (type != kPldm || request.size() < kHeaderSize) {
+    if (type != kPldmType || request.size() < kHeaderSize) {
         return std::nullopt;
     }
     // Responses, datagrams and later header versions get no answer.
-    if ((request[0] & (kRequest | kDatagram)) != kRequest || (request[1] & ~kTypeBits) != 0) {
+    if ((request[0] & (kRequestBit | kDatagramBit)) != kRequestBit ||
+        (request[1] & ~kTypeBits) != 0) {
         return std::nullopt;
     }
-    Bytes out{static_cast<uint8_t>(request[0] & kInstance), request[1], request[2]};
+    Bytes out{static_cast<uint8_t>(request[0] & kInstanceBits), request[1], request[2]};
     if (firmware_ && request[1] == kFirmwareUpdate) {
         return answer_firmware(request, std::move(out));
     }
@@ -177,7 +173,7 @@ std::optional<Bytes> PldmDevice::answer_firmware(ByteView request, Bytes header)
 }
 
 void PldmDevice::heard(const Message& response) {
-    if (!firmware_ || response.type != kPldm) {
+    if (!firmware_ || response.type != kPldmType) {
         return;
     }
     firmware_->heard(response.body, clock().now_us());
@@ -196,7 +192,7 @@ void PldmDevice::send_firmware_request(std::optional<PldmFirmware::Request> requ
         return;
     }
     Message message;
-    message.type = kPldm;
+    message.type = kPldmType;
     message.body = std::move(request->message);
     message.destination_eid = update_agent_;
     message.tag = request->tag;

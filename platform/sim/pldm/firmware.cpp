@@ -20,8 +20,8 @@ constexpr uint8_t kIncompleteUpdate = 0x85;
 constexpr uint8_t kActivationNotRequired = 0x8B;
 constexpr uint8_t kSelfContainedNotPermitted = 0x8C;
 constexpr uint8_t kNoDeviceMetadata = 0x8D;
-constexpr uint8_t kInvalidTransferHandle = 0x90;
-constexpr uint8_t kInvalidOperationFlag = 0x91;
+constexpr uint8_t kInvalidDataHandle = 0x90;
+constexpr uint8_t kInvalidDataFlag = 0x91;
 
 // Response codes of PassComponentTable and UpdateComponent.
 constexpr uint8_t kNoObjection = 0x00;
@@ -239,11 +239,11 @@ Bytes PldmFirmware::get_device_meta_data(ByteView data) {
     }
     const uint32_t handle = le32(data, 0);
     if (data[4] > kPldmGetFirstPart) {
-        return pldm_reply(kInvalidOperationFlag);
+        return pldm_reply(kInvalidDataFlag);
     }
     const bool first = data[4] == kPldmGetFirstPart;
     if (!first && handle != metadata_handle_) {
-        return pldm_reply(kInvalidTransferHandle);
+        return pldm_reply(kInvalidDataHandle);
     }
     return metadata_part(first ? 0 : handle, kFwGetDeviceMetaData);
 }

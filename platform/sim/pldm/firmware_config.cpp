@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "sim/device/fault.h"
+
 namespace sim {
 
 namespace {
@@ -12,7 +14,6 @@ namespace {
 constexpr int64_t kAnyWord = 0xFFFF;
 constexpr int64_t kAnyDword = 0xFFFFFFFF;
 constexpr int64_t kLongestWaitUs = 3'600'000'000;
-constexpr int64_t kMostTimes = 1'000'000'000;
 
 /// A name in a board file and the number that stands for it on the wire.
 struct Name {

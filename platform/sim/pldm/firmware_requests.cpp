@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "sim/device/message.h"
 #include "sim/pldm/device.h"
 #include "sim/pldm/firmware.h"
 
@@ -10,8 +11,6 @@ namespace sim {
 
 namespace {
 
-constexpr uint8_t kRequest = 0x80;
-constexpr uint8_t kInstance = 0x1F;
 constexpr uint8_t kFirmwareUpdate = 0x05;
 constexpr size_t kHeader = 3;
 constexpr size_t kPackagePartHead = 5;  // NextDataTransferHandle and TransferFlag
@@ -109,7 +108,7 @@ PldmFirmware::Outstanding PldmFirmware::compose(uint8_t command, bool extra) {
     request.extra = extra;
     request.tag = tag_;
     Bytes& message = request.message;
-    message = {static_cast<uint8_t>(kRequest | instance_), kFirmwareUpdate, command};
+    message = {static_cast<uint8_t>(kRequestBit | instance_), kFirmwareUpdate, command};
     if (command == kFwGetPackageData) {
         const PldmFirmwareFault* handle = strike(Kind::kHandle, command);
         const PldmFirmwareFault* flag = strike(Kind::kFlag, command);
@@ -136,7 +135,7 @@ PldmFirmware::Outstanding PldmFirmware::compose(uint8_t command, bool extra) {
     if (const PldmFirmwareFault* fault = strike(Kind::kTruncate, command)) {
         message.resize(std::min<size_t>(message.size(), fault->length));
     }
-    instance_ = (instance_ + 1) & kInstance;
+    instance_ = (instance_ + 1) & kInstanceBits;
     tag_ = (tag_ + 1) & 7;
     return request;
 }
@@ -146,7 +145,7 @@ void PldmFirmware::heard(ByteView answer, uint64_t now_us) {
         return;
     }
     const Bytes& asked = outstanding_->message;
-    const bool fits = asked.size() >= kHeader && (answer[0] ^ asked[0]) == kRequest &&
+    const bool fits = asked.size() >= kHeader && (answer[0] ^ asked[0]) == kRequestBit &&
                       answer[1] == asked[1] && answer[2] == asked[2];
     if (!fits) {
         return;

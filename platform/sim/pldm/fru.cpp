@@ -12,8 +12,8 @@ namespace sim {
 namespace {
 
 // Completion codes of the FRU commands.
-constexpr uint8_t kInvalidTransferHandle = 0x80;
-constexpr uint8_t kInvalidOperationFlag = 0x81;
+constexpr uint8_t kInvalidTableHandle = 0x80;
+constexpr uint8_t kInvalidTableFlag = 0x81;
 constexpr uint8_t kNoMetadata = 0x83;
 constexpr uint8_t kTableUnavailable = 0x85;
 
@@ -135,7 +135,7 @@ Bytes FruTable::metadata() const {
 Bytes FruTable::part(ByteView data) const {
     const uint8_t operation = data[4];
     if (operation > kPldmGetFirstPart) {
-        return pldm_reply(kInvalidOperationFlag);
+        return pldm_reply(kInvalidTableFlag);
     }
     if (records_ == 0) {
         return pldm_reply(kTableUnavailable);
@@ -145,7 +145,7 @@ Bytes FruTable::part(ByteView data) const {
     const bool first = at == 0;
     if (operation == kPldmGetNextPart &&
         (first || at >= image_.size() || part_size_ == 0 || at % part_size_ != 0)) {
-        return pldm_reply(kInvalidTransferHandle);
+        return pldm_reply(kInvalidTableHandle);
     }
     const size_t rest = image_.size() - at;
     const size_t size = part_size_ == 0 ? rest : std::min(rest, part_size_);

@@ -12,7 +12,7 @@ namespace {
 // Completion codes of the sensor commands, DSP0248, clauses 18 and 20.
 constexpr uint8_t kInvalidSensorId = 0x80;
 constexpr uint8_t kInvalidOperationalState = 0x81;
-constexpr uint8_t kNoEventGeneration = 0x82;
+constexpr uint8_t kEventGenerationNotSupported = 0x82;
 
 /// sensorEventMessageEnable in requests: noChange, disableEvents, enableEvents, enableOpEventsOnly,
 /// enableStateEventsOnly.
@@ -28,7 +28,7 @@ uint8_t check_enable(uint8_t state, uint8_t event_enable, bool generates_events)
         return kPldmInvalidData;
     }
     if (event_enable > kDisableEvents && !generates_events) {
-        return kNoEventGeneration;
+        return kEventGenerationNotSupported;
     }
     return kPldmSuccess;
 }

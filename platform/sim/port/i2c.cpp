@@ -12,7 +12,6 @@ namespace {
 using sim::Bytes;
 
 constexpr uint64_t kDefaultWaitMs = 1000;
-constexpr uint64_t kNsPerMs = 1'000'000;
 
 Bytes frame_of(const plt_i2c_request& request) {
     return {request.write_data, request.write_data + request.write_length};
@@ -58,7 +57,7 @@ int PltMCTPI2C_SlaveReadWithPEC_NoMutex(plt_i2c_request request, uint32_t param)
     }
     const uint64_t wait_ms = (param & 0xFFFF) != 0 ? param & 0xFFFF : kDefaultWaitMs;
     Bytes block;
-    const int result = bus->read(block, wait_ms * kNsPerMs);
+    const int result = bus->read(block, wait_ms * sim::kNsPerMs);
     if (result != 0) {
         return result;
     }

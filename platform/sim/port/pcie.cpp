@@ -11,8 +11,7 @@ namespace {
 
 constexpr int kSuccess = 1;
 constexpr int kFailure = 0;
-constexpr uint64_t kDefaultWaitMs = 1000;
-constexpr uint64_t kNsPerMs = 1'000'000;
+constexpr uint64_t kDefaultAnswerMs = 1000;
 
 /// What the record asks to be sent; nothing for a record that makes no sense.
 std::optional<sim::PcieMessage> outgoing_of(const plt_pcie_request& request) {
@@ -58,10 +57,10 @@ bool store(const sim::PcieMessage& received, plt_pcie_request& request) {
 
 int transact(sim::PcieBus& pcie, plt_pcie_request& request) {
     const uint64_t wait_ms =
-        (request.param & 0xFFFF) != 0 ? request.param & 0xFFFF : kDefaultWaitMs;
+        (request.param & 0xFFFF) != 0 ? request.param & 0xFFFF : kDefaultAnswerMs;
     std::optional<sim::PcieMessage> received;
     if (request.operation == PLT_PCIE_READ) {
-        received = pcie.read(wait_ms * kNsPerMs);
+        received = pcie.read(wait_ms * sim::kNsPerMs);
         return received && store(*received, request) ? kSuccess : kFailure;
     }
     std::optional<sim::PcieMessage> outgoing = outgoing_of(request);
@@ -75,7 +74,7 @@ int transact(sim::PcieBus& pcie, plt_pcie_request& request) {
     if (request.operation != PLT_PCIE_WRITE_READ) {
         return kFailure;
     }
-    received = pcie.exchange(std::move(*outgoing), wait_ms * kNsPerMs);
+    received = pcie.exchange(std::move(*outgoing), wait_ms * sim::kNsPerMs);
     return received && store(*received, request) ? kSuccess : kFailure;
 }
 

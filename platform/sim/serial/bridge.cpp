@@ -2,6 +2,7 @@
 // The bridge between a serial line and a board: it routes packets by EID, and is an endpoint itself
 // (DSP0236).
 #include "sim/serial/bridge.h"
+#include "sim/device/message.h"
 
 #include <algorithm>
 #include <utility>
@@ -23,10 +24,7 @@ constexpr const char* kOwnName = "bridge";
 constexpr Uuid kOwnUuid{0x73, 0x65, 0x72, 0x69, 0x61, 0x6C, 0x4D, 0x43,
                         0x94, 0x50, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01};
 
-constexpr uint8_t kControl = 0x00;
-constexpr uint8_t kRequestBits = 0xC0;
-constexpr uint8_t kRequest = 0x80;
-constexpr uint8_t kInstance = 0x1F;
+constexpr uint8_t kRequestMask = 0xC0;
 
 // Physical transport bindings and media, DSP0239.
 constexpr uint8_t kSmbusBinding = 0x01;
@@ -144,7 +142,7 @@ void Bridge::send_due() {
 
 /// Answers a message to the bridge itself.
 void Bridge::serve(const Message& request) {
-    if (request.type != kControl || !request.tag_owner) {
+    if (request.type != kControlType || !request.tag_owner) {
         return;
     }
     std::optional<Bytes> body = answer(request.body);
@@ -152,7 +150,7 @@ void Bridge::serve(const Message& request) {
         return;
     }
     Message response;
-    response.type = kControl;
+    response.type = kControlType;
     response.body = std::move(*body);
     response.source_eid = eid();
     response.destination_eid = request.source_eid;
@@ -163,12 +161,12 @@ void Bridge::serve(const Message& request) {
 }
 
 std::optional<Bytes> Bridge::answer(ByteView request) {
-    const bool is_request = request.size() >= 2 && (request[0] & kRequestBits) == kRequest;
+    const bool is_request = request.size() >= 2 && (request[0] & kRequestMask) == kRequestBit;
     const uint8_t command = is_request ? request[1] : 0;
     if (command != kControlAllocateEndpointIds && command != kControlGetRoutingTableEntries) {
         return pool_.with_wish(control_.answer(request), board_.devices.size());
     }
-    Bytes out{static_cast<uint8_t>(request[0] & kInstance), command};
+    Bytes out{static_cast<uint8_t>(request[0] & kInstanceBits), command};
     const ByteView data = request.subspan(2);
     if (command == kControlGetRoutingTableEntries) {
         append(out, routing_table_part(data, routes(), kRoutesPerPart));
