@@ -14,7 +14,7 @@
 
 namespace fuzz {
 
-/// In a response's first byte, which nobody reads.
+/// In a response's first byte, and taken out of it.
 enum : uint8_t {
     kDriveLies = 0x20,    ///< the result is the next two bytes, whatever was stored
     kDriveChecks = 0x40,  ///< an integrity check is put behind the body
@@ -48,6 +48,9 @@ inline int32_t drive_answer(int32_t room, uint8_t* response) {
         return answer.result;
     }
     const uint8_t how = answer.bytes.empty() ? uint8_t{0} : answer.bytes[0];
+    if (!answer.bytes.empty()) {
+        answer.bytes[0] = how & static_cast<uint8_t>(~(kDriveLies | kDriveChecks));
+    }
     if ((how & kDriveChecks) != 0) {
         add_integrity_check(answer.bytes);
     }

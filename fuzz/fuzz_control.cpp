@@ -59,6 +59,7 @@ void get_routing_table(mctp_ctx& ctx, Input& input) {
 }
 
 void discover(mctp_ctx& ctx, Input& input) {
+    ctx.strict = fuzz::world().strict_without_pool();
     switch (input.u8() % 3) {
         case 0:
             return require_success_or_failure(mctp_prepare_for_endpoint_discovery(&ctx));
@@ -70,6 +71,7 @@ void discover(mctp_ctx& ctx, Input& input) {
 }
 
 void assign_eid(mctp_ctx& ctx, Input& /*input*/) {
+    ctx.strict = fuzz::world().strict_without_pool();
     const uint8_t before = at_p_St_GlobalVar->next_eid;
     const uint8_t next = before == 0 ? uint8_t{16} : before;
     const int32_t result = mctp_assign_eid(&ctx);
@@ -116,6 +118,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     ctx.send = fuzz::scripted_send;
     ctx.recv = fuzz::scripted_recv;
     for (int i = 0; i < kCallsMax && (i == 0 || !input.empty()); ++i) {
+        ctx.strict = fuzz::world().strict;
         kOperations[input.u8() % std::size(kOperations)](ctx, input);
         fuzz::end(exchanges_max);
     }

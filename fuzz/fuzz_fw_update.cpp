@@ -67,6 +67,7 @@ std::vector<uint8_t> make_package(uint8_t shape, size_t image_size) {
 bool bind(pldm_fw_update_ctx& ctx, uint8_t mode) {
     mctp_ctx config{};
     config.skip_discovery = 1;
+    config.strict = fuzz::world().strict;
     if (pldm_terminus_init(&ctx.pldm, &config) != 0) {
         return false;  // an allocation that was made to fail
     }
@@ -152,6 +153,7 @@ void act(pldm_fw_update_ctx& ctx, Input& input, const char* /*path*/) {
 /// The whole stack: over SMBus packets, on a board without cards.
 void check(pldm_fw_update_ctx& /*ctx*/, Input& input, const char* path) {
     pldm_fw_update_ctx ctx{};
+    ctx.strict = fuzz::world().strict;
     const pldm_card_location location{1, 0};
     mctp_ctx endpoint;
     plt_card_info card{};
@@ -188,6 +190,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     const uint8_t shape = input.u8();
     const fuzz::File package(make_package(shape, input.u16() % kImageSizeMax));
     pldm_fw_update_ctx ctx{};
+    ctx.strict = fuzz::world().strict;
     ctx.max_transfer_size = input.u16();
     const int descriptor = next_descriptor();
     for (int i = 0; i < kCallsMax && (i == 0 || !input.empty()); ++i) {

@@ -229,6 +229,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     Target target;
     bind(target, endpoint);
     fuzz::begin(bytes, size);
+    endpoint.strict = world().strict;
     Input& input = world().input;
     const uint8_t mode = input.u8();
     if ((mode & 0x01) != 0) {

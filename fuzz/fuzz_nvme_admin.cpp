@@ -106,7 +106,9 @@ int32_t own_request(nvmemi_ctx* /*ctx*/, uint32_t request_length, uint32_t respo
 
 /// 0, -1, the endpoint's status or the controller's completion.
 void require_result(int32_t result) {
-    require(result >= -1 && result <= 255 ? true : NVME_COMPLETION_SC(result) != 0,
+    const bool strict = (world().strict & MCTP_STRICT_NVME_MI) != 0;
+    require((result >= -1 && result <= 255) || NVME_COMPLETION_SC(result) != 0 ||
+                (strict && NVME_COMPLETION_SCT(result) != 0),
             "an undocumented result");
 }
 
@@ -309,6 +311,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     nvmemi_ctx ctx{};
     bind(ctx, endpoint);
     fuzz::begin(bytes, size);
+    endpoint.strict = world().strict;
     Input& input = world().input;
     if ((input.u8() & 0x01) != 0) {
         ctx.mi_request = own_request;

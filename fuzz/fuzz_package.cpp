@@ -90,6 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     }
     const fuzz::File file(content);
     pldm_fw_update_ctx ctx{};
+    ctx.strict = fuzz::world().strict;
     for (int turn = 0; turn < ((mode & kTwice) != 0 ? 2 : 1); ++turn) {
         const int32_t result = pldm_parse_file(file.path(), &ctx);
         require(result == 0 || result == -1, "an undocumented result");

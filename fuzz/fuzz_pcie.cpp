@@ -64,6 +64,7 @@ void binding_read(mctp_ctx& ctx, Input& input) {
 
 void bring_up(mctp_ctx& /*ctx*/, Input& input) {
     mctp_ctx mpio{};
+    mpio.strict = fuzz::world().strict;
     _init_amd_mpio_ctx(&mpio);
     const uint8_t how = input.u8();
     if ((how & 1) != 0) {
@@ -106,16 +107,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     constexpr int kCallsMax = 8;
     /// A whole routing table, each request thrice; or one answer for each byte of the input.
     const auto exchanges_max = static_cast<unsigned>(255 * 3 + 32 + 2 * size);
+    /// Messages of others that a strict receive passes over.
+    constexpr unsigned kPassedOver = 1024;
     fuzz::begin(bytes, size);
     Input& input = fuzz::world().input;
+    const bool passes_over =
+        (fuzz::world().strict & (MCTP_STRICT_PACKETS | MCTP_STRICT_ADDRESSES)) != 0;
+    const unsigned calls_max =
+        exchanges_max * fuzz::strict_messages() * (passes_over ? kPassedOver + 1 : 1);
     for (int i = 0; i < kCallsMax && (i == 0 || !input.empty()); ++i) {
         mctp_ctx ctx{};
         ctx.binding_kind = MCTP_BINDING_KIND_PCIE;
         ctx.skip_discovery = 1;
+        ctx.strict = fuzz::world().strict;
         ctx.tag = input.u8();
         require(mctp_init2(&ctx) == 0, "the context was not set up");
         kOperations[input.u8() % std::size(kOperations)](ctx, input);
-        fuzz::end(exchanges_max);
+        fuzz::end(calls_max);
     }
     fuzz::finish();
     return 0;

@@ -44,6 +44,7 @@ Setup set_up(mctp_ctx& ctx, Input& input) {
     ctx.tag = input.u8();
     ctx.binding_kind = setup.kind;
     ctx.skip_discovery = 1;
+    ctx.strict = fuzz::world().strict;
     ctx.bus = 3;
     ctx.slave_addr = 0x64;
     ctx.dest_eid = 0x1D;

@@ -123,6 +123,7 @@ mctp_ctx endpoint() {
     made.pcie_param = 1;
     made.dest_eid = 9;
     made.skip_discovery = 1;
+    made.strict = fuzz::world().strict;
     made.msg_type = MCTP_MSG_TYPE_PLDM;
     require(mctp_init2(&made) == 0, "not installed");
     return made;

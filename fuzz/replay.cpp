@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs a fuzz target over the files of a corpus, without a fuzzer: for every compiler and machine.
+// Runs a fuzz target over the files of corpora, without a fuzzer: for every compiler and machine.
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -28,8 +29,13 @@ std::vector<uint8_t> contents(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
+size_t run_whole(const std::vector<uint8_t>& input) {
+    LLVMFuzzerTestOneInput(input.data(), input.size());
+    return 1;
+}
+
 /// The input itself and every truncation of it.
-size_t run(const std::vector<uint8_t>& input) {
+size_t run_cut(const std::vector<uint8_t>& input) {
     for (size_t size = 0; size <= input.size(); ++size) {
         // A copy of that size, so that a sanitizer sees where it ends.
         const std::vector<uint8_t> part(input.begin(),
@@ -39,24 +45,36 @@ size_t run(const std::vector<uint8_t>& input) {
     return input.size() + 1;
 }
 
+/// @return inputs that were run; 0 if there is no file
+size_t run_folder(const char* directory, bool whole) {
+    size_t runs = 0;
+    for (const std::filesystem::path& file : files_in(directory)) {
+        std::fprintf(stderr, "replay: %s\n", file.filename().c_str());
+        const std::vector<uint8_t> input = contents(file);
+        runs += whole ? run_whole(input) : run_cut(input);
+    }
+    return runs;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: %s CORPUS_DIRECTORY\n", argv[0]);
+    const bool whole = argc > 1 && std::strcmp(argv[1], "--whole") == 0;
+    const int first = whole ? 2 : 1;
+    if (argc <= first) {
+        std::fprintf(stderr, "usage: %s [--whole] CORPUS_DIRECTORY...\n", argv[0]);
         return 2;
     }
     LLVMFuzzerInitialize(&argc, &argv);
-    const std::vector<std::filesystem::path> files = files_in(argv[1]);
-    if (files.empty()) {
-        std::fprintf(stderr, "replay: no input in %s\n", argv[1]);
-        return 1;
-    }
     size_t runs = 0;
-    for (const std::filesystem::path& file : files) {
-        std::fprintf(stderr, "replay: %s\n", file.filename().c_str());
-        runs += run(contents(file));
+    for (int i = first; i < argc; ++i) {
+        const size_t more = run_folder(argv[i], whole);
+        if (more == 0) {
+            std::fprintf(stderr, "replay: no input in %s\n", argv[i]);
+            return 1;
+        }
+        runs += more;
     }
-    std::fprintf(stderr, "replay: %zu inputs from %zu files, nothing found\n", runs, files.size());
+    std::fprintf(stderr, "replay: %zu inputs, nothing found\n", runs);
     return 0;
 }

@@ -54,6 +54,7 @@ void begin(const uint8_t* bytes, size_t size) {
     the_world.write_failures = input.u8();
     the_world.global.next_eid = input.u8();
     the_world.secure.mpio_state = input.u8();
+    the_world.strict = input.u8();
     the_world.input = input;
     recording = true;
 }
@@ -71,7 +72,14 @@ mctp_ctx configuration(uint8_t how) {
     config.slave_addr = 0x30;
     config.binding_kind = (how & 0x01) != 0 ? MCTP_BINDING_KIND_SL8_SMBUS : MCTP_BINDING_KIND_SMBUS;
     config.skip_discovery = how >> 1 & 1;
+    config.strict = config.skip_discovery != 0 ? the_world.strict : the_world.strict_without_pool();
     return config;
+}
+
+unsigned strict_messages() {
+    // The request, 31 messages that are not its answer, and that.
+    constexpr unsigned kOfAnExchange = 33;
+    return (the_world.strict & MCTP_STRICT_PLDM) != 0 ? kOfAnExchange : 1;
 }
 
 void free_kept_blocks() {
@@ -172,11 +180,13 @@ void run_terminus(const uint8_t* bytes, size_t size, std::span<const TerminusCal
                   unsigned calls_max) {
     constexpr int kCalls = 16;
     begin(bytes, size);
+    calls_max *= strict_messages();
     Input& input = the_world.input;
     mctp_ctx endpoint{};
     endpoint.xfer = scripted_xfer;
     endpoint.send = scripted_send;
     endpoint.recv = scripted_recv;
+    endpoint.strict = the_world.strict;
     pldm_ctx ctx{};
     require(mctp_pldm_register(&endpoint, &ctx) == 0, "not registered");
     const uint8_t mode = input.u8();
@@ -216,20 +226,35 @@ extern "C" int system(const char* /*command*/) {
 
 // The library's ways to the heap; the linker routes them through here.
 extern "C" void* __real_calloc(size_t count, size_t size);
+extern "C" void* __real_malloc(size_t size);
 extern "C" void __real_free(void* block);
 
-extern "C" void* __wrap_calloc(size_t count, size_t size) {
+namespace {
+
+/// An allocation as the library sees it: noted, or refused when its turn has come.
+template <typename Allocate>
+void* allocate(Allocate real) {
     if (!fuzz::recording) {
-        return __real_calloc(count, size);
+        return real();
     }
     fuzz::World& at = fuzz::world();
     ++at.allocations;
     if (at.allocations == at.fail_allocation) {
         return nullptr;
     }
-    void* const block = __real_calloc(count, size);
+    void* const block = real();
     fuzz::blocks.push_back(block);
     return block;
+}
+
+}  // namespace
+
+extern "C" void* __wrap_calloc(size_t count, size_t size) {
+    return allocate([&] { return __real_calloc(count, size); });
+}
+
+extern "C" void* __wrap_malloc(size_t size) {
+    return allocate([&] { return __real_malloc(size); });
 }
 
 extern "C" void __wrap_free(void* block) {

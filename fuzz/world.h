@@ -33,11 +33,16 @@ struct World {
 
     // What is made to go wrong, from the environment record.
     unsigned refuse_lock = 0;      ///< the n-th lx_mutex_get() fails; 0: none
-    unsigned fail_allocation = 0;  ///< the n-th calloc() fails; 0: none
+    unsigned fail_allocation = 0;  ///< the n-th calloc() or malloc() fails; 0: none
     uint8_t write_failures = 0;    ///< bit n: master write n modulo 8 fails
     bool power = true;
     bool standby_off = false;
     bool mpio_marker = false;
+    uint32_t strict = 0;  ///< MCTP_STRICT_... bits of every context that a target makes
+
+    /// Those for contexts that take an EID from the pool: what a strict pool knows to be in use
+    /// outlasts an input, so that the same input would come out otherwise the next time.
+    uint32_t strict_without_pool() const { return strict & ~MCTP_STRICT_ADDRESSES; }
 
     // What the platform saw.
     std::vector<const lx_mutex*> held;
@@ -67,6 +72,9 @@ void end(unsigned calls_max);
 
 /// At the end of an input: nothing may be left on the heap.
 void finish();
+
+/// Messages of a PLDM exchange at most: see MCTP_STRICT_PLDM.
+unsigned strict_messages();
 
 /// The configuration of an endpoint on the scripted bus. Bit 0 of how: the binding with PEC in
 /// software; bit 1: without discovery.

@@ -178,6 +178,12 @@ def fw_update_seeds():
     yield "data-for-ever-outside", fw(begun, offer, asks_data(0, 32), what=shape(1, 1, OUTSIDE),
                                       switches=ENDLESS)
     yield "answers-fail", fw(begun, offer, asks_data(0, 32), asks_data(32, 32), write_failures=0xFF)
+    yield "receives-fail-for-ever", fw(begun, offer, bytes([1, 0]), switches=ENDLESS)
+    for nth in range(1, 16):
+        yield f"records-left-out-{nth}", fw(call(INVENTORY), fw_parameters((1, 0, b"v")), call(ACT, 2, 0, 9, 1),
+                                            what=shape(1, 2), fail_allocation=nth)
+        yield f"versions-left-out-{nth}", fw(call(INVENTORY), fw_parameters((1, 0, b"v")), what=shape(0, 0),
+                                             fail_allocation=nth)
     yield "parameters-lie", fw(call(INVENTORY, 0), IDENTIFIERS,
                                fw_parameters((1, 0, b"v"), count=65535))
     yield "parameters-strings-lie", fw(call(INVENTORY, 0), IDENTIFIERS,

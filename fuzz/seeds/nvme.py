@@ -9,13 +9,14 @@ from seeds.smbus import ENDLESS, EOM, LARGE, SOM, message, packet
 (MI_GET, MI_SET, MI_SUBSYSTEM, MI_CONTROLLERS, MI_STRUCTURE, MI_RESET, MI_VPD_READ, MI_VPD_WRITE,
  MI_EXCHANGE, MI_LIFE) = range(10)
 DRIVE_CHECKS, DRIVE_LIES = 0x40, 0x20
+RESPONSE = 0x80
 MI_NAMES = ("get-frequency", "get-unit", "get-health", "set-frequency", "set-unit", "set-health",
             "subsystem", "controllers", "structure", "list", "commands", "reset", "vpd-read",
             "vpd-write")
 
 
 def mi_body(management=bytes(3), data=b"", status=0, how=0):
-    return bytes([0x08 | how, 0, 0, status]) + bytes(management) + bytes(data)
+    return bytes([RESPONSE | 0x08 | how, 0, 0, status]) + bytes(management) + bytes(data)
 
 
 def mi_answer(management=bytes(3), data=b"", status=0, how=DRIVE_CHECKS, cut=None):
@@ -27,7 +28,7 @@ def mi_answer(management=bytes(3), data=b"", status=0, how=DRIVE_CHECKS, cut=Non
 
 
 def mi_lie(result, status=0):
-    return bytes([0, 7, 0x08 | DRIVE_LIES]) + struct.pack("<hB3x", result, status)
+    return bytes([0, 7, RESPONSE | 0x08 | DRIVE_LIES]) + struct.pack("<hB3x", result, status)
 
 
 def mi_structure(dtyp, length, capacity=600):
@@ -123,7 +124,7 @@ OWN_REQUEST = 1
 
 def drive_body(status=0, dword3=0, data=b"", how=DRIVE_CHECKS, dword0=1):
     completion = struct.pack("<III", dword0, 0, dword3)
-    return bytes([how, 0, 0, status, 5, 11, 0]) + completion + bytes(data)
+    return bytes([RESPONSE | 0x10 | how, 0, 0, status, 5, 11, 0]) + completion + bytes(data)
 
 
 def drive_answer(status=0, dword3=0, data=b"", how=DRIVE_CHECKS, cut=None):
@@ -132,7 +133,7 @@ def drive_answer(status=0, dword3=0, data=b"", how=DRIVE_CHECKS, cut=None):
 
 
 def drive_claims(result):
-    return bytes([0, 19, DRIVE_LIES]) + struct.pack("<h", result) + bytes(16)
+    return bytes([0, 19, RESPONSE | 0x10 | DRIVE_LIES]) + struct.pack("<h", result) + bytes(16)
 
 
 def admin_record(opcode=0xD2, dwords=4, offset=0):
@@ -166,6 +167,7 @@ def nvme_admin_seeds():
                    "refused": drive_answer(4), "refused-otherwise": drive_answer(0x20),
                    "failed": drive_answer(dword3=code), "failed-for-good": drive_answer(
                        dword3=code | 1 << 31),
+                   "failed-without-code": drive_answer(dword3=1 << 25),
                    "later": drive_answer(1) + page, "later-twice": drive_answer(1) * 2,
                    "no-status": drive_answer(cut=3), "no-completion": drive_answer(cut=15),
                    "claims": drive_claims(5121)}

@@ -4,11 +4,13 @@ import struct
 
 from seeds.control import control_answer, route, table
 from seeds.pldm import pldm_answer
-from seeds.smbus import MPIO_MARKER, TURIN, environment
+from seeds.smbus import ENDLESS, MPIO_MARKER, TURIN, environment
 
 (EXCHANGE, RECEIVE, SEND, BINDING_READ, BRING_UP, PCIE_DISCOVER, PCIE_PLDM,
  PCIE_ENDPOINT) = range(8)
 LENGTH, ADDRESSING, OTHER_RESULT = 1, 2, 4
+# Of the strict bits.
+PACKETS = 1
 
 
 def record(body, how=0, fields=b""):
@@ -48,6 +50,8 @@ def pcie_seeds():
     yield "addressing", pcie(pcall(EXCHANGE), room(64), six,
                              record(good, ADDRESSING, struct.pack("<I", 0x1FF) + bytes(range(5))))
     yield "other-result", pcie(pcall(EXCHANGE), room(64), six, record(good, OTHER_RESULT, b"\2"))
+    yield "never-the-type", pcie(pcall(RECEIVE, 0), room(64), record(bytes([0, 0])), switches=ENDLESS,
+                                 strict=PACKETS)
     yield "receive", pcie(pcall(RECEIVE, 0), room(64), record(good))
     yield "receive-small-room", pcie(pcall(RECEIVE, 0), room(2), record(good))
     yield "receive-with-type", pcie(pcall(RECEIVE, 1), room(64), record(good))

@@ -54,6 +54,7 @@ def pdr_seeds():
     yield "repository-info", pldm(call(REPOSITORY_INFO), pldm_answer(range(40)))
     yield "repository-info-cut", pldm(call(REPOSITORY_INFO), pldm_answer(range(30)))
     yield "repository-info-code", pldm(call(REPOSITORY_INFO), with_code(1, 2), how=OWN_TRANSFER)
+    yield "never-the-answer", pldm(call(REPOSITORY_INFO), bytes([0, 0]), switches=ENDLESS)
     yield "one-part", pldm(get(128, part(two, next_record=7)))
     yield "three-parts", pldm(get(128, part(two[:10], START, 0, 1), part(two[10:20], MIDDLE, 0, 2),
                                   part(two[20:], END, 9)))

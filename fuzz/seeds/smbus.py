@@ -7,9 +7,14 @@ ENDLESS, POWER_OFF, STANDBY_OPTION, OVERRIDE, STANDBY_OFF, STANDBY_DEVICES, MPIO
 
 
 def environment(switches=0, refuse_lock=0, fail_allocation=0, write_failures=0, next_eid=0,
-                mpio_state=0):
+                mpio_state=0, strict=0):
     return bytes([switches, refuse_lock | fail_allocation << 4, write_failures, next_eid,
-                  mpio_state])
+                  mpio_state, strict])
+
+
+def strictly(seed):
+    """The same input with all strict bits in its environment."""
+    return seed[:5] + b"\x3F" + seed[6:]
 
 
 # ---- SMBus blocks -----------------------------------------------------------------------------
