@@ -1,24 +1,46 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Runs every fuzz target of a build for a while, as many at once as there are processors:
-# fuzz.sh BUILD_DIRECTORY SECONDS [TARGET=SECONDS...]
+# Runs fuzz targets of a build for a while, as many at once as there are processors or SIDEBAND_FUZZ_JOBS says:
+# fuzz.sh BUILD_DIRECTORY FOLDER SECONDS [TARGET|TARGET=SECONDS...]
+# FOLDER keeps what a target has found worth keeping, and a line for each run in the file "runs": date, target,
+# seconds and those of the processor among them, executions, edges, features. If targets are named without seconds,
+# those alone run.
 set -euo pipefail
 
-build=$1 seconds=$2
-declare -A seconds_of=()
-for setting in "${@:3}"; do
-    seconds_of[${setting%%=*}]=${setting#*=}
+build=$1 folder=$2 seconds=$3
+declare -A seconds_of=() only=()
+for setting in "${@:4}"; do
+    if [[ $setting == *=* ]]; then
+        seconds_of[${setting%%=*}]=${setting#*=}
+    else
+        only[$setting]=$seconds
+    fi
 done
+
+# record NAME LOG SECONDS USER SYSTEM: a line for a run.
+record() {
+    local executions reached
+    executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$2")
+    reached=$(sed -nE 's/^#[0-9]+.* cov: ([0-9]+) ft: ([0-9]+) .*/\1 \2/p' "$2" | tail -n 1)
+    echo "$(date -u +%F) $1 $3 $(($4 + $5)) ${executions:-0} ${reached:-0 0}" >>"$folder/runs"
+}
 
 # fuzz TARGET SECONDS: one target; says in one line what came of it, and on failure shows the log.
 fuzz() {
-    local target=$1 name found log
+    local target=$1 name found log words=() result=0 TIMEFORMAT='%0R %0U %0S'
     name=$(basename "$target")
-    found=$build/found/$name
+    found=$folder/$name
     log=$found/log
     mkdir -p "$found/corpus"
-    if "$target" -max_total_time="$2" -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 \
-        -artifact_prefix="$found/" "$found/corpus" "$build/fuzz/corpus/$name" >"$log" 2>&1; then
+    if [[ -f $build/fuzz/dictionaries/$name.dict ]]; then
+        words=("-dict=$build/fuzz/dictionaries/$name.dict")
+    fi
+    { time "$target" -max_total_time="$2" -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 "${words[@]}" \
+        -artifact_prefix="$found/" "$found/corpus" "$build/fuzz/corpus/$name" >"$log" 2>&1; } 2>"$found/time" ||
+        result=$?
+    # shellcheck disable=SC2046 # three words
+    record "$name" "$log" $(<"$found/time")
+    if [[ $result -eq 0 ]]; then
         echo "$name: $(sed -n 's/^stat::number_of_executed_units: *//p' "$log") inputs in $2 s, nothing found"
         return
     fi
@@ -32,13 +54,16 @@ if [[ ${#targets[@]} -eq 0 ]]; then
     echo "fuzz.sh: there is no fuzz target"
     exit 1
 fi
+known='' order=''
 for target in "${targets[@]}"; do
     name=$(basename "$target")
     known+=" $name "
-    # Those that run longest come first, so that none of them is left over at the end.
-    order+="${seconds_of[$name]:-$seconds} $target"$'\n'
+    if [[ ${#only[@]} -eq 0 || -n ${only[$name]:-} ]]; then
+        # Those that run longest come first, so that none of them is left over at the end.
+        order+="${seconds_of[$name]:-$seconds} $target"$'\n'
+    fi
 done
-for name in "${!seconds_of[@]}"; do
+for name in "${!seconds_of[@]}" "${!only[@]}"; do
     if [[ $known != *" $name "* ]]; then
         echo "fuzz.sh: there is no target $name"
         exit 1
@@ -46,7 +71,7 @@ for name in "${!seconds_of[@]}"; do
 done
 result=0
 while read -r time target; do
-    while (($(jobs -rp | wc -l) >= $(nproc))); do
+    while (($(jobs -rp | wc -l) >= ${SIDEBAND_FUZZ_JOBS:-$(nproc)})); do
         wait -n || result=1
     done
     fuzz "$target" "$time" &

@@ -29,6 +29,7 @@ declare -A package_groups=(
     [lint]='clang-14=clang++-14 clang-tidy-14=clang-tidy-14'
     [sanitizers]='clang-14=clang++-14 libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang'
     [fuzz]='clang-14=clang++-14 libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang'
+    [fuzz_coverage]='llvm-14=llvm-cov-14'
     [docs]='python3=python3 doxygen=doxygen man-db=man groff-base=groff mandoc=mandoc'
     [kernel]='linux-source-6.1=/usr/src/linux-source-6.1.tar.xz
         xz-utils=xz make=make gcc=gcc flex=flex bison=bison bc=bc'
