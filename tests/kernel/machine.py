@@ -46,9 +46,11 @@ class Tool:
 class Serving:
     """`sideband-sim serve` in a process of its own."""
 
+    FORMAT = ("--json",)
+
     def __init__(self, program, folder, *options):
         self.log = open(folder / "serve.log", "a", encoding="utf-8")
-        self.process = subprocess.Popen([str(program), "serve", "--json", *options],
+        self.process = subprocess.Popen([str(program), "serve", *self.FORMAT, *options],
                                         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                         stderr=self.log, text=True)
         try:

@@ -11,6 +11,7 @@ import pathlib
 import sys
 
 import faults
+import hostile
 import i2c
 import libnvme
 import nvme_cli
@@ -37,6 +38,7 @@ def main():
         "nvme-cli": lambda: nvme_cli.check(report, program, tool, folder),
         "libnvme": lambda: libnvme.check(report, program, tool, folder, os.environ["SIDEBAND_MI_CLIENT"]),
         "faults": lambda: faults.check(report, program, folder),
+        "hostile": lambda: hostile.check(report, program, folder, os.environ["SIDEBAND_TOOL"]),
     }
     for name in wanted(json.loads((folder / "words").read_text()), groups):
         # A group that does not get as far as its cases fails as one.
