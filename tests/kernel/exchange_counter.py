@@ -31,16 +31,14 @@ def counting_socket(interface, flag, outgoing):
 
 
 class ExchangeCounter:
-    """What has passed since it was made, for the length of a `with`. The kernel counts what a socket had no room for too."""
+    """What has passed since it was made. The kernel counts what a socket had no room for too."""
 
     def __init__(self, interface):
         self.requests = counting_socket(interface, START, True)
         self.answers = counting_socket(interface, END, False)
 
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
+    def close(self):
+        """Ends it."""
         self.requests.close()
         self.answers.close()
 

@@ -33,16 +33,19 @@ def no_pair_twice(pairs):
 def objections_to_output(status, output, error):
     """What is wrong with what a command has printed."""
     found = []
-    lines = error.decode().splitlines(keepends=True)
-    if len(lines) != (0 if status == 0 else 1):
-        found.append(f"{len(lines)} lines of error")
-    if any(not line.startswith("sideband: ") or line[-1] != "\n" or CONTROL.search(line[:-1]) for line in lines):
-        found.append("a line that is not one of an error")
     document = json.loads(output.decode(), object_pairs_hook=no_pair_twice)
     if any(CONTROL.search(text) for text in texts(document)):
         found.append("a control character in the document")
-    if status != 0 and document.get("error", {}).get("exit_status") != status:
-        found.append("no error in the document")
+    lines = error.decode().splitlines(keepends=True)
+    if any(not line.startswith("sideband: ") or line[-1] != "\n" or CONTROL.search(line[:-1]) for line in lines):
+        found.append("a line that is not one of an error")
+    # What was read until something failed is shown, with a line for each entry that failed and for the end of it all.
+    partial = "error" not in document
+    entries = max((len(value) for value in document.values() if isinstance(value, list)), default=0) if partial else 0
+    if len(lines) not in (range(1, entries + 2) if status != 0 else (0,)):
+        found.append(f"{len(lines)} lines of error")
+    if partial and "endpoint" not in document or not partial and document["error"].get("exit_status") != status:
+        found.append("neither a result nor the error of this exit status in the document")
     return found
 
 
@@ -56,7 +59,7 @@ def objections_to(done, words):
     except (ValueError, AttributeError) as error:
         found.append(f"what it printed is no document: {error}")
     if found:
-        found.append(f"stdout {done.stdout[-400:]!r}, stderr {done.stderr[-400:]!r}")
+        found.append(f"exit status {done.returncode}, stdout {done.stdout[-400:]!r}, stderr {done.stderr[-400:]!r}")
     return found
 
 
@@ -68,7 +71,7 @@ class Judge:
         self.statuses, self.seconds, self.longest = {}, 0.0, (0.0, "")
 
     def run(self, words, limit):
-        """One command, with seconds as its own time limit: what is wrong with it."""
+        """One command, with seconds as its own time limit: (exit status, what is wrong with it)"""
         command = [self.sideband.program, "--board", self.sideband.board, "--json", self.how, "--timeout", limit, *words]
         title, started = f"{self.how} {' '.join(words)}", time.monotonic()
         try:
@@ -81,7 +84,7 @@ class Judge:
         self.seconds += took
         self.longest = max(self.longest, (took, title))
         self.statuses[status] = self.statuses.get(status, 0) + 1
-        return [f"{title}: {'; '.join(found)}"] if found else []
+        return status, [f"{title}: {'; '.join(found)}"] if found else []
 
     def __str__(self):
         ends = ", ".join(f"{count} ended with {status}" for status, count in self.statuses.items())

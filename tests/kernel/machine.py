@@ -144,8 +144,7 @@ class Machine:
     def __enter__(self):
         self.served = Served(*self.arguments)
         try:
-            table = {*self.served.eids.values(), self.served.document["eid"]} - {0}
-            self.line = Line(self.served.tty, table)
+            self.attach()
         except BaseException:
             self.served.end(signal.SIGKILL)
             raise
@@ -155,6 +154,11 @@ class Machine:
         self.line.close()
         if self.served.process.poll() is None:
             self.served.end()
+
+    def attach(self):
+        """Takes up the line, with a route to the bridge and to every endpoint behind it."""
+        table = {*self.served.eids.values(), self.served.document["eid"]} - {0}
+        self.line = Line(self.served.tty, table)
 
     def eid(self, name):
         """The EID of a device of the board."""
