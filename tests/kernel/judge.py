@@ -39,10 +39,9 @@ def objections_to_output(status, output, error):
     lines = error.decode().splitlines(keepends=True)
     if any(not line.startswith("sideband: ") or line[-1] != "\n" or CONTROL.search(line[:-1]) for line in lines):
         found.append("a line that is not one of an error")
-    # What was read until something failed is shown, with a line for each entry that failed and for the end of it all.
+    # What was read until something failed is shown; there is a line for each record or reading that failed.
     partial = "error" not in document
-    entries = max((len(value) for value in document.values() if isinstance(value, list)), default=0) if partial else 0
-    if len(lines) not in (range(1, entries + 2) if status != 0 else (0,)):
+    if (status != 0) != bool(lines) or len(lines) > 1 and not partial:
         found.append(f"{len(lines)} lines of error")
     if partial and "endpoint" not in document or not partial and document["error"].get("exit_status") != status:
         found.append("neither a result nor the error of this exit status in the document")

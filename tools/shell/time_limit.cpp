@@ -63,10 +63,17 @@ void TimeLimit::check(const std::string& endpoint, const std::string& operation)
     }
 }
 
+/// The library counts milliseconds: by its clock a limit can be over a moment before it is by the
+/// port's. The one that ends first is over as soon as anything has failed of it.
 bool TimeLimit::is_news() {
+    uint64_t first_end_us = UINT64_MAX;
+    for (const TimeLimit* limit = innermost_; limit != nullptr; limit = limit->outer_) {
+        first_end_us = limit->length_us_ ? std::min(first_end_us, limit->end_us_) : first_end_us;
+    }
     bool news = false;
     for (TimeLimit* limit = innermost_; limit != nullptr; limit = limit->outer_) {
-        const bool over = limit->length_us_ && limit->port_.now_us() >= limit->end_us_;
+        const bool over =
+            limit->length_us_ && limit->end_us_ <= std::max(first_end_us, limit->port_.now_us());
         news |= over && !limit->told_;
         limit->told_ |= over;
     }

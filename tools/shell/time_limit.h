@@ -36,8 +36,8 @@ public:
     /// Throws Failure if it is.
     static void check(const std::string& endpoint, const std::string& operation);
 
-    /// Whether this is the first time that anybody asks since it has passed: one line about it is
-    /// enough, however much fails of it.
+    /// To be asked when something has failed of it: whether this is the first time, as one line
+    /// about it is enough, however much fails.
     static bool is_news();
 
     /// Sets the limit of a context to what is left; comes before every call that sends something.

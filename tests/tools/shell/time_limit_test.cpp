@@ -4,6 +4,8 @@
 
 #include "tests/tools/tool_runner.h"
 #include "tests/tools/update/firmware_bench.h"
+#include "tools/shell/port.h"
+#include "tools/shell/time_limit.h"
 
 namespace {
 
@@ -44,6 +46,22 @@ Json first_error(const Json& json) {
         }
     }
     return {};
+}
+
+/// The library counts milliseconds, and its clock may be the first by which the time is over.
+TEST(TimeLimit, IsToldOnceThoughThePortsClockIsAMomentBehind) {
+    const std::unique_ptr<tool::Port> port = tool::Port::open("");
+    const tool::TimeLimit outer(*port, 3);
+    const tool::TimeLimit inner(*port, 1);
+    port->wait_us(999'500);
+    EXPECT_FALSE(tool::TimeLimit::passed());
+    EXPECT_TRUE(tool::TimeLimit::is_news());
+    EXPECT_FALSE(tool::TimeLimit::is_news());
+    port->wait_us(1'000'000);
+    EXPECT_FALSE(tool::TimeLimit::is_news());
+    port->wait_us(2'000'000);
+    EXPECT_TRUE(tool::TimeLimit::is_news()) << "the outer one is another";
+    EXPECT_FALSE(tool::TimeLimit::is_news());
 }
 
 TEST(TimeLimit, IsANumberOfSecondsInItsRange) {
