@@ -27,6 +27,7 @@ declare -A package_groups=(
     [format]='clang-format-14=clang-format-14'
     [clang]='clang-14=clang++-14'
     [lint]='clang-14=clang++-14 clang-tidy-14=clang-tidy-14'
+    [analyze]='clang-14=clang++-14 g++-12=g++-12'
     [sanitizers]='clang-14=clang++-14 libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang'
     [fuzz]='clang-14=clang++-14 libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang'
     [fuzz_coverage]='llvm-14=llvm-cov-14'
