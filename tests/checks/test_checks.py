@@ -429,6 +429,35 @@ class HouseCheck(Tree):
         self.assert_refused("tools/a.cpp", self.OPENING + "// TO" + "DO: more\n")
 
 
+class NamedTests(Tree):
+    """named_tests.py, on a page with a single row."""
+
+    def named(self, cell):
+        self.write("tests/room/part_test.cpp", "TEST(Part, Works) {\n}\nTEST_P(Each, Works) {\n}\n// TEST(Part, Sleeps)\n")
+        self.write("SECURITY.md", "# S\n\n| a |\n|---|\n| `x` |\n\n## Entrances\n\n| entrance | test |\n|---|---|\n"
+                   f"| the wire | {cell} |\n\n## Else\n\n| a |\n|---|\n| `y` |\n")
+        return self.check("named_tests.py", self.root)
+
+    def test_accepts_what_is_there(self):
+        passed, said = self.named("`tests/room/part_test.cpp`: `Part.Works`, `Each.Works`; no test of the rest")
+        self.assertTrue(passed, said)
+        self.assertIn("1 entrances, 2 cases", said)
+
+    def test_finds_what_is_not(self):
+        file = "`tests/room/part_test.cpp`: "
+        for cell, complaint in ((file + "`Part.Sleeps`", "Part.Sleeps is not in tests/room/part_test.cpp"),
+                                (file + "`Part.Works`, `Each.Sleeps`", "Each.Sleeps is not in"),
+                                ("`Part.Works`", "is not in any file"), (file + "`works`", "works is neither"),
+                                ("`tests/room/no_test.cpp`: `Part.Works`", "tests/room/no_test.cpp is not there"),
+                                ("some", "names no case")):
+            passed, said = self.named(cell)
+            self.assertFalse(passed, said)
+            self.assertIn(complaint, said)
+
+    def test_wants_cases_at_all(self):
+        self.assertFalse(self.named("no test")[0])
+
+
 def block(kind, body):
     length = len(body) + 12
     return struct.pack("<II", kind, length) + body + struct.pack("<I", length)

@@ -213,6 +213,23 @@ TEST_F(LinuxPort, ProgressStandsInAFile) {
     EXPECT_EQ(files, 2U) << "the locks and the task, and no other";
 }
 
+TEST_F(LinuxPort, ProgressFollowsNoLink) {
+    machine::use(board());
+    const std::string file = folder.at("run/task-7");
+    const std::string fresh = file + "." + std::to_string(getpid());
+    const std::string victim = folder.at("victim");
+    machine_test::write_file(victim, "mine");
+    std::filesystem::create_symlink(victim, fresh);
+    TaskServiceUpdateTaskPercentage(7, 10);
+    EXPECT_FALSE(std::filesystem::exists(file));
+    std::filesystem::remove(fresh);
+    std::filesystem::create_symlink(victim, file);
+    TaskServiceUpdateTaskPercentage(7, 20);
+    EXPECT_FALSE(std::filesystem::is_symlink(file)) << "replaced, not written through";
+    EXPECT_EQ(machine_test::content_of(file), "20\n");
+    EXPECT_EQ(machine_test::content_of(victim), "mine");
+}
+
 TEST_F(LinuxPort, ProgressWithoutItsFolderIsLost) {
     machine_test::write_file(folder.at("run"), "a file");
     machine::use(board());
