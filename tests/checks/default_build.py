@@ -18,7 +18,7 @@ BUILT = {("sideband", "shared library"), ("sideband-sim", "shared library"),
          ("sideband-linux", "shared library"), ("sideband", "executable"),
          ("sideband-porttest", "executable"), ("sideband-porttest", "static library"),
          ("machine_core", "static library"), ("board_file_core", "static library"),
-         ("pcapng_core", "static library"), ("tool-core", "static library"),
+         ("pcapng_core", "static library"), ("tool-core", "static library"), ("tool-rules", "static library"),
          ("manual-pages", "custom")}
 INSTALLED = re.compile(r"libsideband(-sim|-linux)?\.so[.0-9]*$|/bin/sideband(-sim|-porttest)?$|/libsideband-porttest\.a$"
                        r"|/sideband(-sim|-linux)?\.pc$|/sideband(-sim|-linux)?/\w+\.h$"

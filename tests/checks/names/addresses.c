@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /*
- * Prints the functions whose address is another one for the library than for the program, which is linked at a fixed
- * address: it has addresses of its own for the functions of libraries, unless these ask the loader.
+ * Prints the functions whose address is another one for the library than for the program, which is
+ * linked at a fixed address: it has addresses of its own for the functions of libraries, unless
+ * these ask the loader.
  */
 #include <sideband/ncsi.h>
 #include <sideband/pldm.h>
@@ -29,7 +30,8 @@ int main(void) {
     compare("smbus_block_write", smbus_mctp_binding.write == smbus_block_write);
     compare("sl8_smbus_block_read", sl8_smbus_mctp_binding.read == sl8_smbus_block_read);
     compare("sl8_smbus_block_write", sl8_smbus_mctp_binding.write == sl8_smbus_block_write);
-    compare("ncsi_oem_mx_get_temperature", ncsi_oem_mx_cmd_tbl[3].handler == ncsi_oem_mx_get_temperature);
+    compare("ncsi_oem_mx_get_temperature",
+            ncsi_oem_mx_cmd_tbl[3].handler == ncsi_oem_mx_get_temperature);
     compare("ncsi_oem_brcm_get_preboot_server_config",
             ncsi_oem_brcm_cmd_tbl[0].handler == ncsi_oem_brcm_get_preboot_server_config);
     return differences != 0;
