@@ -5,7 +5,8 @@
 # Per group: package=probe, the probe being a command or a file for systems without dpkg.
 declare -A package_groups=(
     [git]='git=git'
-    [build]='g++=g++ meson=meson ninja-build=ninja binutils=readelf python3=python3'
+    # dpkg-dev tells meson Debian's folder for libraries. Without it they go to lib64, where nothing looks for them.
+    [build]='g++=g++ meson=meson ninja-build=ninja binutils=readelf python3=python3 dpkg-dev=dpkg-architecture'
     [tools]='libcli11-dev=/usr/include/CLI/CLI.hpp
         libfmt-dev=/usr/include/fmt/format.h
         nlohmann-json3-dev=/usr/include/nlohmann/json.hpp
