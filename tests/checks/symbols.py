@@ -24,7 +24,7 @@ SONAME = "libsideband.so.0"
 NEEDED = {"libc.so.6", "libm.so.6"}
 # A stack protector reads its guard from the dynamic loader on ARM. That is a part of libc, and every
 # program has it in memory.
-NEEDED_TOLERATED = re.compile(r"ld-linux(-armhf)?\.so\.\d+$")
+NEEDED_TOLERATED = re.compile(r"ld(64|-linux(-armhf|-aarch64)?)\.so\.\d+$")
 # Weak references in the compiler's own start-up objects (crtbegin, crti); they may stay unresolved.
 STARTUP_WEAK = {"__gmon_start__", "_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable"}
 

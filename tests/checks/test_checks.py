@@ -299,7 +299,10 @@ class PortingPage(Tree):
         page = self.root / "docs" / "porting.md"
         self.assertIn(old, page.read_text(encoding="utf-8"))
         page.write_text(page.read_text(encoding="utf-8").replace(old, new, 1), encoding="utf-8")
-        return self.check("porting_page.py", "--root", self.root, "--compiler", shlex.join(COMPILER))
+        passed, said = self.check("porting_page.py", "--root", self.root, "--compiler", shlex.join(COMPILER))
+        if "has no column" in said:
+            self.skipTest(f"the page does not have this machine: {said.strip()}")
+        return passed, said
 
     def test_accepts_what_is_right(self):
         passed, said = self.page()
