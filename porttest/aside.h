@@ -4,34 +4,43 @@
 #define SIDEBAND_PORTTEST_ASIDE_H
 
 #include <chrono>
+#include <condition_variable>
 #include <functional>
-#include <future>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <thread>
 
 namespace porttest {
 
 /// Runs something on a thread of its own. One that never ends is left to the end of the process.
+/// Not by std::future: C++ libraries for ARM processors of version 5 have none.
 class Aside {
 public:
     explicit Aside(std::function<int()> work) {
-        std::packaged_task<int()> task(std::move(work));
-        result_ = task.get_future();
-        std::thread(std::move(task)).detach();
+        std::thread([end = end_, work = std::move(work)] {
+            const int value = work();
+            const std::lock_guard guard(end->mutex);
+            end->value = value;
+            end->come.notify_all();
+        }).detach();
     }
 
     /// @return its result; nothing if it has not ended after so many milliseconds
     std::optional<int> wait(int ms) {
-        if (!value_ &&
-            result_.wait_for(std::chrono::milliseconds(ms)) == std::future_status::ready) {
-            value_ = result_.get();
-        }
-        return value_;
+        std::unique_lock lock(end_->mutex);
+        end_->come.wait_for(lock, std::chrono::milliseconds(ms),
+                            [this] { return end_->value.has_value(); });
+        return end_->value;
     }
 
 private:
-    std::future<int> result_;
-    std::optional<int> value_;
+    struct End {
+        std::mutex mutex;
+        std::condition_variable come;
+        std::optional<int> value;
+    };
+    std::shared_ptr<End> end_ = std::make_shared<End>();
 };
 
 /// Milliseconds that something takes; nothing if it has not ended after so many.

@@ -7,9 +7,11 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <functional>
-#include <future>
+#include <mutex>
 #include <optional>
+#include <thread>
 
 #include "common/debug_log_fixture.h"
 
@@ -22,12 +24,22 @@ using Lines = std::vector<std::string>;
 /// Logs a message. If that does not come to an end, release() must free it, and it is a failure.
 void expect_to_end(const std::function<void()>& release) {
     using namespace std::chrono_literals;
-    std::future<void> logging = std::async(std::launch::async, [] { debug_log("message\n"); });
-    const bool in_time = logging.wait_for(5s) == std::future_status::ready;
+    std::mutex mutex;
+    std::condition_variable over;
+    bool has_ended = false;
+    std::thread logging([&] {
+        debug_log("message\n");
+        const std::lock_guard guard(mutex);
+        has_ended = true;
+        over.notify_one();
+    });
+    std::unique_lock lock(mutex);
+    const bool in_time = over.wait_for(lock, 5s, [&] { return has_ended; });
+    lock.unlock();
     if (!in_time) {
         release();
     }
-    logging.wait();
+    logging.join();
     EXPECT_TRUE(in_time);
 }
 
