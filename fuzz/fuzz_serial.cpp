@@ -42,7 +42,7 @@ constexpr size_t kLongestPacket = 68;
 /// The board behind its line.
 class Line {
 public:
-    Line() : board_(open()), bridge_(board_->state(), 8, sent) {}
+    Line() : board_(open()), bridge_(board_->state(), 8, &sent) {}
 
     void stream(ByteView bytes) {
         reader_.take(bytes, [this](ByteView packet) { bridge_.receive(packet); });

@@ -20,7 +20,7 @@ HEADERS = ("mctp", "ncsi", "nvme_mi", "platform", "pldm", "pldm_fw_update")
 SIZES = "| record | armhf | x86-64 |"
 STACK = "| family of calls | over SMBus | over PCIe | over sockets |"
 # Column of the table of sizes, by what a compiler calls its machine.
-COLUMNS = {"arm-linux-gnueabihf": 0, "x86_64-linux-gnu": 1, "x86_64-pc-linux-gnu": 1}
+COLUMNS = {"arm-linux-gnueabihf": 0, "arm-linux-gnueabi": 0, "x86_64-linux-gnu": 1, "x86_64-pc-linux-gnu": 1}
 BINDINGS = ("SMBus", "PCIe", "sockets")
 EXAMPLE = re.compile(r"^((?:[0-9a-f]{2} )+)\| ([0-9a-f]{2})$", re.M)
 
