@@ -95,7 +95,7 @@ public:
     ncsi_channel& channel() { return ctx().channels[2]; }
     bool intact() const { return room_.intact(); }
 
-    /// What hostile_commands store in the records.
+    /// What commands store in the records.
     Bytes records() {
         Bytes bytes;
         for (const ncsi_channel& record : ctx().channels) {
