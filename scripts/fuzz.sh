@@ -8,6 +8,9 @@
 set -euo pipefail
 
 build=$1 folder=$2 seconds=$3
+jobs=${SIDEBAND_FUZZ_JOBS:-$(nproc)}
+# An input may take 20 s of a processor's time, but libFuzzer has only the clock, which goes on for those that wait.
+limit=$((20 * (jobs + $(nproc) - 1) / $(nproc)))
 declare -A seconds_of=() only=()
 for setting in "${@:4}"; do
     if [[ $setting == *=* ]]; then
@@ -35,7 +38,7 @@ fuzz() {
     if [[ -f $build/fuzz/dictionaries/$name.dict ]]; then
         words=("-dict=$build/fuzz/dictionaries/$name.dict")
     fi
-    { time "$target" -max_total_time="$2" -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 "${words[@]}" \
+    { time "$target" -max_total_time="$2" -timeout="$limit" -rss_limit_mb=2048 -print_final_stats=1 "${words[@]}" \
         -artifact_prefix="$found/" "$found/corpus" "$build/fuzz/corpus/$name" >"$log" 2>&1; } 2>"$found/time" ||
         result=$?
     # shellcheck disable=SC2046 # three words
@@ -71,7 +74,7 @@ for name in "${!seconds_of[@]}" "${!only[@]}"; do
 done
 result=0
 while read -r time target; do
-    while (($(jobs -rp | wc -l) >= ${SIDEBAND_FUZZ_JOBS:-$(nproc)})); do
+    while (($(jobs -rp | wc -l) >= jobs)); do
         wait -n || result=1
     done
     fuzz "$target" "$time" &
