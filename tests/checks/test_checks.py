@@ -143,6 +143,13 @@ class SymbolCheck(Tree):
         self.assert_refused(self.symbols('extern "C" int stranger();\n' + source),
                             "undefined: stranger")
 
+    def test_finds_a_library_that_asks_for_an_environment_variable(self):
+        for declared, used in (("char* getenv(const char*);", 'getenv("HOME") != nullptr'),
+                               ("extern char** environ;", "environ[0] != nullptr")):
+            name = used.split("(")[0].split("[")[0]
+            source = 'extern "C" {\n' + declared + "\n}\n" + GOOD.replace("getpid()", f"({used}) + getpid()")
+            self.assert_refused(self.symbols(source), f"uses its environment: {name}")
+
     def test_does_not_take_a_comment_or_a_member_for_a_declaration(self):
         source = GOOD.replace("getpid()", "not_declared() + member_call()")
         said = self.symbols('extern "C" int not_declared();\nextern "C" int member_call();\n' + source)

@@ -18,6 +18,7 @@ using tool_test::kGet;
 using tool_test::MetricsServer;
 using tool_test::Outcome;
 using tool_test::OwnBoard;
+using tool_test::port_in;
 using tool_test::RunningTool;
 using Clock = std::chrono::steady_clock;
 
@@ -102,7 +103,7 @@ TEST_F(OwnBoard, EachScrapeHasTheTimeLimitAnew) {
     RunningTool tool({"metrics", "dev0", "--listen", "127.0.0.1:0", "--board", board_.path(),
                       "--timeout", std::to_string(seconds * 1.5)});
     const std::string printed = tool.printed_until("/metrics\n");
-    const auto port = static_cast<uint16_t>(std::atoi(printed.c_str() + printed.rfind(':') + 1));
+    const uint16_t port = port_in(printed);
     for (int i = 0; i < 3; ++i) {
         const Connection client(port);
         EXPECT_TRUE(client.say(kGet));
@@ -117,6 +118,28 @@ TEST_F(MetricsServer, SecondOnTheSameAddressSaysSo) {
     expect_error(
         run({"metrics", "--listen", address}), 1,
         "sideband-sim: metrics: " + address + ": nobody can listen there: Address already in use");
+}
+
+/// 127.0.0.2 is an address of this machine too: who listens on all of them hears it.
+TEST_F(OwnBoard, AHostThatIsLeftOutIsTheLoopbackAlone) {
+    RunningTool tool({"metrics", "dev0", "--listen", ":0", "--board", board_.path()});
+    const std::string printed = tool.printed_until("/metrics\n");
+    ASSERT_TRUE(printed.starts_with("metrics on http://127.0.0.1:")) << printed;
+    const uint16_t port = port_in(printed);
+    EXPECT_TRUE(asked(port, kGet).starts_with("HTTP/1.1 200 "));
+    EXPECT_THROW(Connection(port, INADDR_LOOPBACK + 1), std::runtime_error);
+    EXPECT_EQ(tool.end(SIGTERM).status, 0);
+}
+
+TEST_F(OwnBoard, AHostThatIsAllAddressesListensOnThem) {
+    RunningTool tool({"metrics", "dev0", "--listen", "0.0.0.0:0", "--board", board_.path()});
+    const std::string printed = tool.printed_until("/metrics\n");
+    ASSERT_TRUE(printed.starts_with("metrics on http://0.0.0.0:")) << printed;
+    const uint16_t port = port_in(printed);
+    const Connection elsewhere(port, INADDR_LOOPBACK + 1);
+    EXPECT_TRUE(elsewhere.say(kGet));
+    EXPECT_TRUE(elsewhere.heard().starts_with("HTTP/1.1 200 "));
+    EXPECT_EQ(tool.end(SIGTERM).status, 0);
 }
 
 TEST_F(OwnBoard, AddressesThatAreNone) {

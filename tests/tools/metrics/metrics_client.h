@@ -19,13 +19,17 @@ namespace tool_test {
 
 inline const std::string kGet = "GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n";
 
+/// The port in what is printed once it is listened on.
+inline uint16_t port_in(const std::string& printed) {
+    return static_cast<uint16_t>(std::atoi(printed.c_str() + printed.rfind(':') + 1));
+}
+
 class MetricsServer : public OwnBoard {
 protected:
     MetricsServer() {
         const std::string printed = tool_.printed_until("/metrics\n");
-        const size_t colon = printed.rfind(':');
         EXPECT_TRUE(printed.starts_with("metrics on http://127.0.0.1:")) << printed;
-        port_ = static_cast<uint16_t>(std::atoi(printed.c_str() + colon + 1));
+        port_ = port_in(printed);
     }
 
     uint16_t port() const { return port_; }
@@ -39,12 +43,14 @@ private:
 /// A connection to the server.
 class Connection {
 public:
-    explicit Connection(uint16_t port) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    explicit Connection(uint16_t port, in_addr_t host = INADDR_LOOPBACK)
+        : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_addr.s_addr = htonl(host);
         if (connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            close(socket_);
             throw std::runtime_error("nobody listens");
         }
     }
