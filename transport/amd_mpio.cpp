@@ -64,6 +64,7 @@ void _init_amd_mpio_ctx(mctp_ctx* mpio) {
 
 int32_t init_amd_mpio_if_need(mctp_ctx* mpio) {
     debug_log("try do_init_amd_mpio\n");
+    mpio->last_error = kNoError;
     const MutexGuard bring_up(at_p_St_GlobalSecVar->mpio_mutex);
     if (!bring_up) {
         mpio->last_error = error_of(SIDEBAND_CAUSE_LOCK);
@@ -72,7 +73,6 @@ int32_t init_amd_mpio_if_need(mctp_ctx* mpio) {
     if (mpio_state() != PLT_MPIO_WANTED) {
         return 0;
     }
-    mpio->last_error = kNoError;
     if (do_init_amd_mpio(mpio) != 0) {
         debug_log("do_init_amd_mpio fail\n");
         set_mpio_state(PLT_MPIO_NONE);

@@ -75,11 +75,15 @@ int32_t refuse(const Answer& answer) {
 }
 
 /// Sends until the endpoint is ready, three times at most.
+/// @param room  of kResponseSize bytes at least, all of one value, which stays where none comes
 /// @return bytes received, at least kResponseSize, or -1
 int32_t transfer_until_ready(mctp_ctx& ctx, std::span<const uint8_t> request,
                              std::span<uint8_t> room) {
+    const uint8_t preset = room.front();
     int32_t received = 0;
     for (int tries = 0; tries < kTries; ++tries) {
+        // Nothing of a longer answer that was "not ready" stays behind a shorter one.
+        std::memset(room.data(), preset, room.size());
         received = ctx.xfer(&ctx, static_cast<uint32_t>(request.size()),
                             static_cast<int32_t>(room.size()), request.data(), room.data());
         if (received < static_cast<int32_t>(kResponseSize)) {

@@ -4,6 +4,7 @@
 #include <sideband/platform.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <map>
 #include <string>
 #include <vector>
@@ -101,6 +102,21 @@ TEST_F(AmdMpio, BringUpSendsFourCommandsAndRests) {
     EXPECT_EQ(port().global.mpio_bringup_pending, 0);
 }
 
+TEST_F(AmdMpio, SignalsDoNotCutTheRestShort) {
+    libc.failure_errno = EINTR;
+    int signals = 0;
+    libc.before["usleep"] = [&] { libc.fail["usleep"] = ++signals <= 2 ? 1 : 0; };
+    EXPECT_EQ(do_init_amd_mpio(&mpio), 0);
+    // Nothing of it has gone by, or a little, on a machine that has other things to do.
+    ASSERT_EQ(libc.sleeps.size(), 3u);
+    EXPECT_EQ(libc.sleeps[0], 3000000u);
+    for (const size_t again : {1u, 2u}) {
+        EXPECT_GT(libc.sleeps[again], 2000000u);
+        EXPECT_LE(libc.sleeps[again], 3001000u);
+    }
+    EXPECT_EQ(port().global.mpio_bringup_pending, 0);
+}
+
 TEST_F(AmdMpio, EveryRequestCarriesTag0x80) {
     EXPECT_EQ(do_init_amd_mpio(&mpio), 0);
     for (const plt_pcie_request& request : port().pcie_requests) {
@@ -169,6 +185,11 @@ TEST_F(AmdMpio, ARefusedMpioMutexFailsWithoutABringUp) {
     EXPECT_EQ(init_amd_mpio_if_need(&mpio), -1);
     EXPECT_EQ(port().secure.mpio_state, PLT_MPIO_WANTED);
     EXPECT_EQ(port().pcie_requests.size(), 0u);
+    EXPECT_EQ(mpio.last_error.cause, SIDEBAND_CAUSE_LOCK);
+    port().refused_locks.clear();
+    port().secure.mpio_state = PLT_MPIO_NONE;
+    EXPECT_EQ(init_amd_mpio_if_need(&mpio), 0);
+    EXPECT_EQ(mpio.last_error.cause, SIDEBAND_CAUSE_NONE) << "of the call before";
 }
 
 // ---- Lookup ----

@@ -3,7 +3,10 @@
 #include <sideband/mctp.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/endpoint.h"
@@ -176,6 +179,33 @@ TEST_P(MctpControl, NotReadyIsAskedAgainAfterFiftyMilliseconds) {
     EXPECT_EQ(ctx.instance_id, 1);
 }
 
+TEST_P(MctpControl, APauseThatSignalsCutIsTakenToItsEnd) {
+    Bytes busy = good();
+    busy[2] = 4;
+    Endpoint endpoint({busy, good()});
+    libc.failure_errno = EINTR;
+    libc.fail["usleep"] = test::LibcPatch::kEvery;
+    libc.before["usleep"] = [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); };
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(call(), GetParam().result);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
+    ASSERT_GE(libc.sleeps.size(), 2u);
+    EXPECT_EQ(libc.sleeps[0], 50000u);
+    for (size_t again = 1; again < libc.sleeps.size(); again++) {
+        EXPECT_LE(libc.sleeps[again], 51000u - 20000u * again) << "what is left, no more";
+    }
+}
+
+TEST_P(MctpControl, APauseThatFailsOtherwiseIsNotRepeated) {
+    Bytes busy = good();
+    busy[2] = 4;
+    Endpoint endpoint({busy, good()});
+    libc.failure_errno = EINVAL;
+    libc.fail["usleep"] = test::LibcPatch::kEvery;
+    EXPECT_EQ(call(), GetParam().result);
+    EXPECT_EQ(libc.sleeps, std::vector<uint32_t>{50000});
+}
+
 TEST_P(MctpControl, TheBusIsFreeWhileItWaits) {
     Bytes busy = good();
     busy[2] = 4;
@@ -316,6 +346,28 @@ TEST_F(MctpControlResult, RoutingTableBytesThatWereNotSentAreZero) {
     EXPECT_EQ(mctp_get_routing_table_entries(&ctx, 0, table.data()), 0);
     EXPECT_EQ(table.head(61), hex("00 0A 00 05 01 01 20 00 02 00 02 41 08") + Bytes(48, 0));
     EXPECT_TRUE(table.intact());
+}
+
+TEST_F(MctpControlResult, ALongerAnswerThatWasNotReadyLeavesNothingBehindAShorterOne) {
+    const Bytes busy = hex("00 0A 04") + Bytes(58, 0xEE);
+    Endpoint endpoint({busy, hex("00 0A 00 FF 01")});
+    Guarded table(MCTP_ROUTING_TABLE_RESPONSE_SIZE);
+    EXPECT_EQ(mctp_get_routing_table_entries(&ctx, 0, table.data()), 0);
+    EXPECT_EQ(table.head(61), hex("00 0A 00 FF 01") + Bytes(56, 0));
+    EXPECT_TRUE(table.intact());
+}
+
+TEST_F(MctpControlResult, NotReadyThriceIsAnAnswerOfTheLastOnesBytes) {
+    {
+        Endpoint endpoint({hex("00 02 04 EE EE EE"), hex("00 02 04"), hex("00 02 04")});
+        EXPECT_EQ(mctp_get_endpoint_id(&ctx), 0);
+        EXPECT_EQ(ctx.dest_eid, 0);
+    }
+    std::fill(std::begin(ctx.uuid), std::end(ctx.uuid), uint8_t{0xA5});
+    ctx.instance_id = 0;
+    Endpoint endpoint({hex("00 03 04") + Bytes(16, 0xEE), hex("00 03 04"), hex("00 03 04 11")});
+    EXPECT_EQ(mctp_get_endpoint_uuid(&ctx), 0);
+    EXPECT_EQ(Bytes(std::begin(ctx.uuid), std::end(ctx.uuid)), hex("11") + Bytes(15, 0));
 }
 
 TEST_F(MctpControlResult, ARoutingTableLongerThanItsBufferIsCut) {
