@@ -29,7 +29,7 @@ uint8_t channel_id_of(unsigned package, unsigned channel) {
 bool discover(ncsi_ctx& ctx, unsigned package, unsigned number) {
     const uint8_t id = channel_id_of(package, number);
     ncsi_channel& channel = ctx.channels[number];
-    if (plain_command(channel, NCSI_CLEAR_INITIAL_STATE, id) < 0) {
+    if (!ncsi::begin(&channel) || plain_command(channel, NCSI_CLEAR_INITIAL_STATE, id) < 0) {
         print_formatted("clear init state failed. channel_id:%02x\n", id);
         return false;
     }
@@ -109,10 +109,12 @@ int32_t ncsi_oem_discovery(ncsi_ctx* ctx) {
     sideband_error first = kNoError;
     for (unsigned number = 0; number < NCSI_CHANNELS; ++number) {
         ncsi::Request request(NCSI_CLEAR_INITIAL_STATE, channel_id_of(0, number));
+        ctx->last_error = kNoError;
         if (ctx->oem_transfer(ctx, request.size(), kStatusCapacity, request.data(),
                               request.room().data()) >= 0) {
             return 0;
         }
+        ncsi::note_failed_exchange(*ctx, NCSI_CLEAR_INITIAL_STATE);
         print_line("clear init state failed.");
         keep_first(first, ctx->last_error);
     }

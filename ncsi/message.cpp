@@ -118,7 +118,7 @@ Fault fault_of(const mctp_ctx& mctp, std::span<const uint8_t> request,
     const Header came = Header::read(response);
     const size_t end = NCSI_HEADER_SIZE + size_t{came.payload_length};
     if ((mctp.strict & MCTP_STRICT_PACKETS) != 0) {
-        if (came.type != (sent.type | kResponseBit)) {
+        if (came.type != sent.type + kResponseBit) {
             return {"type", SIDEBAND_CAUSE_WRONG_TAG};
         }
         if (came.iid != sent.iid) {
@@ -144,7 +144,7 @@ int32_t judge(ncsi_ctx& ctx, const uint8_t* request, const uint8_t* response, in
     const size_t received = std::min(static_cast<size_t>(length), head.size());
     std::memcpy(head.data(), response, received);
     const uint8_t type = type_of(head.data());
-    if (type != (type_of(request) | kResponseBit)) {
+    if (type != type_of(request) + kResponseBit) {
         print_formatted("the command code in the response(%x) is not right.", type);
         return fail(ctx.last_error, SIDEBAND_CAUSE_WRONG_TAG);
     }
@@ -206,6 +206,11 @@ Request::Request(uint8_t type, uint8_t channel_id, uint8_t payload_length)
     Header{.type = type, .channel_id = channel_id, .payload_length = payload_length}.write(bytes_);
 }
 
+void note_failed_exchange(ncsi_ctx& ctx, uint8_t type) {
+    fail(ctx.last_error, SIDEBAND_CAUSE_NO_ANSWER);
+    record_step(ctx.last_error, SIDEBAND_STEP_NCSI, type);
+}
+
 Answer exchange(ncsi_channel& channel, Request& request, int32_t capacity) {
     ncsi_ctx& ctx = *channel.ctx;
     const auto room = request.room();
@@ -225,8 +230,7 @@ Answer exchange(ncsi_channel& channel, Request& request, int32_t capacity) {
     WireReader body(response);
     body.skip(kResponseSize);
     if (result < 0) {
-        fail(ctx.last_error, SIDEBAND_CAUSE_NO_ANSWER);
-        record_step(ctx.last_error, SIDEBAND_STEP_NCSI, type_of(request.data()));
+        note_failed_exchange(ctx, type_of(request.data()));
     }
     return {result, ctx.response_length, unsupported, body, &ctx, type_of(request.data())};
 }

@@ -73,6 +73,9 @@ inline bool begin(ncsi_channel* channel) {
     return channel->ctx->transfer != nullptr;
 }
 
+/// Records that no response came, unless the operation has said why.
+[[gnu::cold]] void note_failed_exchange(ncsi_ctx& ctx, uint8_t type);
+
 /// Sends a command by the transfer operation of the channel's context, which must have one, and
 /// records why it failed.
 /// @param capacity  bytes that are asked for, a multiple of four

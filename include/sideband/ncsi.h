@@ -72,7 +72,7 @@ struct ncsi_channel {
 
 /** A network controller. Allocated, zeroed before it is first initialised, owned by the caller. */
 struct ncsi_ctx {
-    uint8_t iid;         /**< instance ID of the next request, 1 to 255; 0: none was sent */
+    uint8_t iid;         /**< instance ID of the next request, 1 to 255; 0 stands for 1 */
     uint8_t channel_num; /**< channels that ncsi_discovery() has found, added up */
     ncsi_channel channels[NCSI_CHANNELS]; /**< by channel number within the package */
     mctp_ctx* mctp;                       /**< the endpoint, owned or borrowed */
@@ -126,7 +126,8 @@ SIDEBAND_EXPORT int32_t ncsi_request_init(uint8_t* header);
  * @param config  a prototype whose configuration members (see mctp_ctx) are copied, the addressing
  *                of the bus and strict among them; message type and counters are not
  * @return the result of ncsi_discovery(); -1 if an argument is null, memory ran out or
- *         mctp_init2() failed: the context has no endpoint then
+ *         mctp_init2() failed: the context has no endpoint then, but if config is null it keeps
+ *         what it has
  */
 SIDEBAND_EXPORT int32_t ncsi_init(ncsi_ctx* ctx, const mctp_ctx* config);
 
@@ -161,7 +162,8 @@ SIDEBAND_EXPORT int32_t ncsi_oem_init(ncsi_ctx* ctx, mctp_ctx* mctp);
 /**
  * Sends Clear Initial State to the channels of one package after the other. The channels of the
  * first package that answers are recorded; the records of the others stay as they are.
- * @return 0 if one has answered; -1 if none of all did, or ctx has no transfer
+ * @return 0 if one has answered; -1 if none of all did, or ctx has no transfer. A channel whose
+ *         record has no context, or one without transfer, does not answer
  */
 SIDEBAND_EXPORT int32_t ncsi_discovery(ncsi_ctx* ctx);
 

@@ -193,6 +193,30 @@ TEST_F(NcsiDiscovery, AContextWithoutTransferIsRefused) {
 
 // ---- Over a borrowed endpoint ----
 
+TEST_F(NcsiDiscovery, ARecordWithoutContextHasNoChannel) {
+    ctx.channels[0].ctx = nullptr;
+    ncsi_ctx former{};  // as after a copy: its records belong to another context, which is cleared
+    ctx.channels[2].ctx = &former;
+    start_over();
+    endpoint.answers.assign(1, MctpAnswer::of(ncsi_response(0x00, 0x01)));
+    const Outcome outcome = test::run([&] { return ncsi_discovery(&ctx); });
+    EXPECT_EQ(outcome.result, 0);
+    EXPECT_EQ(endpoint.calls.size(), 6u) << "two have nothing to go out by";
+    EXPECT_EQ(endpoint.messages()[0], request(1, 0x01));
+    EXPECT_TRUE(outcome.out.starts_with(failed(0x00) + found(1, 0x01) + failed(0x02)))
+        << outcome.out;
+    EXPECT_EQ(ctx.channel_num, 1);
+}
+
+TEST_F(NcsiDiscovery, WithoutARecordThatHasAContextItFails) {
+    for (ncsi_channel& record : ctx.channels) {
+        record.ctx = nullptr;
+    }
+    EXPECT_EQ(test::run([&] { return ncsi_discovery(&ctx); }).result, -1);
+    EXPECT_TRUE(endpoint.calls.empty());
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_ARGUMENT);
+}
+
 class NcsiOemDiscovery : public NcsiDiscovery {
 protected:
     /// Discovery on a board on which this channel of package 0 answers; 8: none.
@@ -231,6 +255,20 @@ TEST_F(NcsiOemDiscovery, ItFailsAfterEightFailures) {
     }
     EXPECT_EQ(outcome.out, texts);
     EXPECT_EQ(port().trace.size(), 8u * 4);
+}
+
+TEST_F(NcsiOemDiscovery, AnOperationOfTheCallersOwnThatAnswersLeavesNoFailure) {
+    static int failures;
+    failures = 3;
+    ctx.oem_transfer = [](ncsi_ctx*, uint32_t, int32_t, uint8_t*, uint8_t*) -> int32_t {
+        return --failures >= 0 ? -1 : 0;
+    };
+    EXPECT_EQ(test::run([&] { return ncsi_oem_discovery(&ctx); }).result, 0);
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_NONE);
+    failures = 8;
+    EXPECT_EQ(test::run([&] { return ncsi_oem_discovery(&ctx); }).result, -1);
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_NO_ANSWER);
+    EXPECT_EQ(ctx.last_error.step, SIDEBAND_STEP_NCSI);
 }
 
 TEST_F(NcsiOemDiscovery, AContextWithoutTransferIsRefused) {

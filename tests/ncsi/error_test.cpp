@@ -97,9 +97,11 @@ TEST_F(NcsiError, ALockThatIsRefusedIsToldFromSilence) {
                       uint8_t* response) {
         return of->ctx->oem_transfer(of->ctx, length, capacity, request, response);
     };
-    port().refused_locks = {"channel 3"};
-    EXPECT_EQ(ask(), -1);
-    EXPECT_EQ(why(), "lock refused, in NC-SI command 0x0a");
+    for (const char* lock : {"channel 3", "ncsi"}) {
+        port().refused_locks = {lock};
+        EXPECT_EQ(ask(), -1);
+        EXPECT_EQ(why(), "lock refused, in NC-SI command 0x0a") << lock;
+    }
 }
 
 TEST_F(NcsiError, OfASearchThatFindsSomeChannelsNothingIsLeft) {
