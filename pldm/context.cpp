@@ -27,6 +27,9 @@ int32_t pldm_init(pldm_ctx* ctx) {
 
 int32_t mctp_pldm_register(mctp_ctx* mctp, pldm_ctx* ctx) {
     if (mctp == nullptr || ctx == nullptr) {
+        if (ctx != nullptr) {
+            ctx->last_error = kArgumentError;
+        }
         return -1;
     }
     const bool is_its_own = mctp == endpoint_of(ctx->owned);

@@ -262,7 +262,10 @@ int32_t collect_parts(pldm_ctx& ctx, const char* function, std::span<uint8_t> ro
         const PartHeader part(answer.body);
         const std::span<const uint8_t> data = answer.body.rest();
         // Each part brings some of the rest, so that a device that never ends cannot keep this up.
-        if (finish(answer, function) < 0 || data.empty() || data.size() > rest.size() ||
+        if (finish(answer, function) < 0) {
+            return PLDM_ERROR_ARGUMENT;
+        }
+        if (data.empty() || data.size() > rest.size() ||
             part.is_last != (data.size() == rest.size())) {
             debug_log("%s, part of %d bytes: the table has %d more\n", function,
                       data_length(answer), static_cast<int>(rest.size()));

@@ -134,6 +134,9 @@ int32_t pldm_set_numeric_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_
     }
     print_line("====== set numeric sensor enable Resp =====");
     print_line(kResponseEnd);
+    if (finish(answer, "pldm_set_numeric_sensor_enable") < 0) {
+        return -1;
+    }
     if (answer.header.completion != PLDM_CC_SUCCESS) {
         return answer.result;
     }
@@ -204,7 +207,7 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
         return answer.result;
     }
     print_framed("====== set state sensor enable Resp =====", room, kResponseEnd);
-    return judge_enables(answer);
+    return finish(answer, "pldm_set_state_sensor_enable") < 0 ? -1 : judge_enables(answer);
 }
 
 int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, pldm_state_reading* out) {

@@ -97,7 +97,7 @@ int32_t judge(const PldmAnswer& answer) {
 
 /// recordChangeNumber of the common header, with which the first part's data begin. Zeros stand for
 /// what did not come of it.
-/// @param room  of the first part
+/// @param room  of the first part, zeros behind what came
 uint16_t change_number(std::span<const uint8_t> room) {
     WireReader reader(room.subspan(kPartDataOffset));
     reader.skip(offsetof(pldm_pdr_header, record_change_number));
@@ -241,7 +241,7 @@ int32_t pldm_get_full_pdr(pldm_ctx* ctx, uint32_t record_handle, pldm_pdr* parse
         }
     }
     // If nothing came, the decoder refuses the zeros.
-    if (record.received < pdr_size_demanded(record.room)) {
+    if ((record.whole || is_strict(*ctx)) && record.received < pdr_size_demanded(record.room)) {
         debug_log("%s, record of %d bytes is too short\n", "pldm_get_full_pdr",
                   static_cast<int>(record.received));
         fail(ctx->last_error, SIDEBAND_CAUSE_MALFORMED);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "common/clock.h"
 #include "common/error.h"
@@ -92,6 +93,8 @@ int32_t pass_over(mctp_ctx& mctp, uint8_t tag, std::span<const uint8_t> request,
             // That of what was taken last, a request of the device perhaps, is there now.
             mctp.tag = tag;
         }
+        // A longer message that is passed over leaves nothing behind the answer.
+        std::memset(response.data(), 0, response.size());
         const int32_t length = receive(mctp, response);
         if (length < 0 || is_answer(request, arrived(response, length))) {
             return length;

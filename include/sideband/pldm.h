@@ -164,8 +164,8 @@ SIDEBAND_EXPORT void pldm_fw_update_response_init(uint8_t* response, const uint8
 /*
  * Installed by pldm_init(); called through the slots of the context. Only command 0x1A is
  * attempted more than once, up to ten times. After every attempt that failed, the last one too,
- * the call pauses for 100 ms: a device that is silent or not ready costs 0.1 s, with command 0x1A
- * 1 s, beside what its binding waits for each answer.
+ * the call pauses for 100 ms, unless the deadline has passed: a device that is silent or not ready
+ * costs 0.1 s, with command 0x1A 1 s, beside what its binding waits for each answer.
  */
 
 /** See pldm_recv_op. @return 0; -1 on failure, a null argument or an unbound context */
@@ -223,7 +223,7 @@ SIDEBAND_EXPORT int32_t mctp_pldm_register(mctp_ctx* mctp, pldm_ctx* ctx);
  * until pldm_terminus_deinit().
  * @param config  a prototype whose configuration members (see mctp_ctx) are copied
  * @return 0; PLDM_ERROR_ARGUMENT on a null argument or failed allocation; -1 when mctp_init2()
- *         failed. On failure ctx is untouched
+ *         failed. On failure ctx is untouched but for last_error
  */
 SIDEBAND_EXPORT int32_t pldm_terminus_init(pldm_ctx* ctx, const mctp_ctx* config);
 

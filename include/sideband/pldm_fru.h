@@ -90,7 +90,8 @@ SIDEBAND_EXPORT int32_t pldm_get_FRU_record_table_metadata(pldm_ctx* ctx, uint32
  * still to come; the other bytes of a part are dropped. If such bytes belonged to the table,
  * because a part that is not the last carries more, the table is wrong although the result is 0: a
  * line of debug_log() says so, one a call. A device can spread a table over
- * PLDM_FRU_TABLE_LENGTH_MAX / PLDM_FRU_PART_SIZE exchanges, 19,419 of them, and no more.
+ * PLDM_FRU_TABLE_LENGTH_MAX / PLDM_FRU_PART_SIZE exchanges, 19,419 of them, and no more; with
+ * MCTP_STRICT_PLDM, which takes parts of any size, over one for each byte of it.
  * @param destination      receives the table: room for expected_length bytes, or for the length in
  *                         the metadata (at most PLDM_FRU_TABLE_LENGTH_MAX) if that is 0. After a
  *                         failure it holds the parts that came before; never is more written

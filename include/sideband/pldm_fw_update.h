@@ -70,7 +70,8 @@ typedef struct pldm_update_component {
 
 /**
  * The update agent's side of one firmware update. Allocated, zeroed and owned by the caller; what
- * the functions below allocate is released by pldm_free_ctx_resource().
+ * the functions below allocate is released by pldm_free_ctx_resource(), the terminus of
+ * pldm_fw_update_init() by pldm_free_ua_resource().
  */
 typedef struct pldm_fw_update_ctx {
     /**
@@ -201,7 +202,8 @@ SIDEBAND_EXPORT int32_t pldm_parse_component_image(const void* ignored, const ui
 
 /**
  * Releases all that the context holds on the heap and sets the pointers to null: the package, the
- * update list, the device's parameters and version strings. The terminus and package_file stay.
+ * update list, the device's parameters and version strings. Their counts become 0. The terminus and
+ * package_file stay.
  * @return 0, even if ctx is null
  */
 SIDEBAND_EXPORT int32_t pldm_free_ctx_resource(pldm_fw_update_ctx* ctx);
@@ -324,9 +326,9 @@ SIDEBAND_EXPORT int32_t pldm_update_component_table(pldm_fw_update_ctx* ctx, uin
 SIDEBAND_EXPORT int32_t pldm_get_meta_data(pldm_fw_update_ctx* ctx, uint8_t* buf, uint16_t len);
 
 /**
- * ActivateFirmware (0x1A): the request byte is 2 if the first component of update_list wants
- * self-contained activation, else 0. With MCTP_STRICT_PLDM it is 1 in place of 2, as the standard
- * has it.
+ * ActivateFirmware (0x1A): the request byte is 2 if the first component of update_list that has an
+ * image wants self-contained activation, else 0. With MCTP_STRICT_PLDM it is 1 in place of 2, as
+ * the standard has it.
  * @return 0; -1 if update_list has no component, or for the codes 0x80, 0x84, 0x85, 0x8B and
  *         0x8C; else see above
  */
@@ -360,11 +362,11 @@ SIDEBAND_EXPORT int32_t pldm_cancel_update(pldm_fw_update_ctx* ctx);
 /**
  * GetPackageData (0x11): the next part of the first device record's package data, at most
  * max_transfer_size bytes of it. package_data_len bytes are sent in all, padded with zeros.
- * @return 1 when the last part has been sent; otherwise the result of send_op; -1 if the answer
- *         was an error: 0x88 if the device has not announced the command, 0x8F if there is no
- *         package data, 0x90 for another handle than that of the next part, 0x91 for a flag that is
- *         not GetFirstPart in the first and GetNextPart in the other requests. The next request is
- *         then a first one again
+ * @return 1 if the part was the last one, sent or not; otherwise the result of send_op; -1 if the
+ *         answer was an error: 0x88 if the device has not announced the command, 0x8F if there is
+ *         no package data, 0x90 for another handle than that of the next part, 0x91 for a flag that
+ *         is not GetFirstPart in the first and GetNextPart in the other requests. The next request
+ *         is then a first one again
  */
 SIDEBAND_EXPORT int32_t pldm_get_package_data(pldm_fw_update_ctx* ctx, const uint8_t* req);
 
@@ -409,7 +411,7 @@ SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8
 /* ---- The state machine (DSP0267, update agent and firmware device states) -------------------- */
 
 /** Failure marks that the state machine leaves in pldm.completion_code. */
-#define PLDM_FW_MARK_PASS_COMPONENT_TABLE 0x13 /**< an exchange of PassComponentTable failed */
+#define PLDM_FW_MARK_PASS_COMPONENT_TABLE 0x13 /**< PassComponentTable failed, but not by 0x80 */
 #define PLDM_FW_MARK_TIMEOUT 0x5A /**< the device went silent, or asked without an end */
 
 /** Most components of a package that can be updated: their index has 8 bits. */
@@ -443,8 +445,9 @@ SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8
  * How long it takes is up to the device. In states 1 and 3 the silence that ends the loop is more
  * than 6 times req_fw_data_wait seconds. In front of the first message of a component that is what
  * the device has answered to UpdateComponent, 65,535 at most: 393,210 seconds, four and a half
- * days. Each message, one that is ignored too, starts the wait anew, of 540 seconds then. What
- * bounds that is the number of messages:
+ * days; in state 1 it is what req_fw_data_wait holds already, nothing in a fresh context: there one
+ * second without a message is too long. Each message, one that is ignored too, starts the wait
+ * anew, of 540 seconds then. What bounds that is the number of messages:
  *
  *  state 1   4096 + 4 for each byte of package_data_len: 266,236 at most
  *  state 3   4096 + 4 for each 32 bytes of the component, as far as they are in the package if
@@ -453,7 +456,8 @@ SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8
  *
  * A device that sends an ignored command every 540 seconds so holds the caller for 25 days and a
  * half with a component of less than 32 bytes, and for 844 days with one of 1 MiB. State 3 is
- * entered at most once for each component in the list. The library has no other end for it: a
+ * entered as often as the list has components at most, perhaps each time for the same one: a device
+ * that refuses others before it is offered it again. The library has no other end for it: a
  * service that cannot wait runs the update in a process that it can end.
  * @return 0, whatever became of the update: pldm.completion_code and state tell; -1 if ctx is
  *         null
@@ -540,7 +544,7 @@ SIDEBAND_EXPORT int32_t pldm_fw_update_init(pldm_fw_update_ctx* ctx, const mctp_
  * max_transfer_size from the device table. The terminus comes first and then the package: a card
  * that does not answer gives -5 whatever the package is, and -6 is said of a card that is up.
  * @param path      as for pldm_parse_file()
- * @param ctx       zeroed, apart from task_id
+ * @param ctx       zeroed, apart from task_id and strict
  * @param location  handed to PCIEDeviceMux()
  * @param mctp      receives the addressing that the terminus is brought up with: what was in it is
  *                  gone, then the binding set-up fills it, see MCTP_binding_SMBUS()
@@ -569,10 +573,13 @@ SIDEBAND_EXPORT int32_t pldm_check_firmware_image(const char* path, pldm_fw_upda
 
 /**
  * Updates a device, network card or not, with a package: every device record that matches the
- * device is used. Opens a PCIe session unless the context has one. A device that is in update mode
- * already is made to leave it and asked again. Everything that the context holds, its terminus
- * included, is released before it returns; pldm.completion_code and state stay and tell which step
- * failed. Takes no lock: the caller sees to it that there is one update at a time.
+ * device is used, but only the first one's update goes beyond PassComponentTable: behind it a
+ * second match leaves the device in update mode and state at 2. Opens a PCIe session unless the
+ * context has one. A device that is in update mode already is made to leave it and asked again,
+ * once for each record of the package, whose version is named then. Everything that the context
+ * holds, its terminus included, is released before it returns; pldm.completion_code and state stay
+ * and tell which step failed. Takes no lock: the caller sees to it that there is one update at a
+ * time.
  * @param path     as for pldm_parse_file(); without device records or with more than
  *                 PLDM_FW_COMPONENTS_MAX components it is refused, with PLDM_FW_MARK_PACKAGE
  * @param ctx      with its terminus bound, max_transfer_size (bytes, 32 or more) and task_id set,

@@ -292,14 +292,15 @@ SIDEBAND_EXPORT int32_t pldm_get_pdr(pldm_ctx* ctx, uint32_t* record_handle, uin
                                      uint32_t capacity);
 
 /**
- * Reads one record and decodes it with pldm_parse_pdr(). Of a record longer than
- * PLDM_PDR_PART_SIZE the parts that fit are decoded.
+ * Reads one record and decodes it with pldm_parse_pdr(). Of a record that does not come whole,
+ * since it is longer than PLDM_PDR_PART_SIZE or does not end, the parts that fit are decoded, with
+ * zeros behind them; last_error says that it is malformed.
  * @param record_handle  the record wanted, 0 for the first
  * @param parsed         receives the decoded record; zero it beforehand (see pldm_pdr_slot)
- * @return 0; -1 on a null argument, failed allocation, a record that is shorter than its type
- *         demands (as is one for which transfer_op passes a completion code through) or that
- *         pldm_parse_pdr() refuses, and on a truncated answer; the negative result
- *         of transfer_op on failure
+ * @return 0; -1 on a null argument, a missing transfer_op, failed allocation, a record that is
+ *         whole and shorter than its type demands (with MCTP_STRICT_PLDM also one that is not
+ *         whole) or that pldm_parse_pdr() refuses, as it does if nothing came, and on a truncated
+ *         answer; the negative result of transfer_op on failure
  */
 SIDEBAND_EXPORT int32_t pldm_get_full_pdr(pldm_ctx* ctx, uint32_t record_handle, pldm_pdr* parsed);
 

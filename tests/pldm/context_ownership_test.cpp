@@ -196,6 +196,7 @@ TEST_F(PldmOwnership, AFailedBringUpKeepsTheEndpointAndItsOwner) {
     libc.fail_allocation(1);
     EXPECT_EQ(test::run([&] { return discover_pldm_terminus(&ctx, &config); }).result, -1);
     EXPECT_EQ(mctp_pldm_register(nullptr, &ctx), -1);
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_ARGUMENT);
     EXPECT_EQ(ctx.mctp, own);
     EXPECT_EQ(libc.live_blocks(), 1u);
     expect_tid(5);

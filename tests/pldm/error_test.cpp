@@ -122,6 +122,22 @@ TEST_F(PldmError, AnAnswerThatAnOperationOfTheCallersOwnCutsIsMalformed) {
     EXPECT_EQ(why(), "only answers to something else came, in PLDM command 0x11");
 }
 
+TEST_F(PldmError, AnAnswerWithoutCompletionCodeEnablesNoSensor) {
+    ctx.transfer_op = [](pldm_ctx* terminus, uint32_t, int32_t, uint8_t*, uint8_t*) -> int32_t {
+        terminus->response_length = 3;
+        return 0;
+    };
+    EXPECT_EQ(pldm_set_numeric_sensor_enable(&ctx, 1, 0, 0), -1);
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_MALFORMED);
+    EXPECT_EQ(pldm_set_state_sensor_enable(&ctx, 1, 1, 0, 0), -1);
+    libc.release_blocks();
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_MALFORMED);
+    EXPECT_EQ(test::port().syslog,
+              (std::vector<std::string>{
+                  "pldm_set_numeric_sensor_enable, response of 3 bytes is too short\n",
+                  "pldm_set_state_sensor_enable, response of 3 bytes is too short\n"}));
+}
+
 TEST_F(PldmError, MemoryThatRanOutIsToldFromSilence) {
     pldm_state_reading state{};
     libc.fail_allocation(1);
@@ -149,6 +165,9 @@ TEST_F(PldmError, MessagesOfTheCallersOwnAreRememberedToo) {
     EXPECT_EQ(pldm_recv(&ctx, sizeof buffer, nullptr), -1);
     EXPECT_EQ(why(), "wrong argument");
     EXPECT_EQ(pldm_transfer(&ctx, 2, 8, buffer, buffer), -1);
+    EXPECT_EQ(why(), "wrong argument");
+    ctx.last_error = {};
+    EXPECT_EQ(pldm_transfer(&ctx, 3, 8, nullptr, buffer), -1);
     EXPECT_EQ(why(), "wrong argument");
     endpoint.answers.push_back(MctpAnswer::of({}));
     EXPECT_EQ(pldm_recv(&ctx, sizeof buffer, buffer), 0);

@@ -80,6 +80,33 @@ TEST_F(PdrGetFull, ARecordLongerThan128BytesIsDecodedFromWhatFitted) {
     EXPECT_EQ(bytes(), raw + Bytes(41, 0xEE));
 }
 
+/// Its second part would be the end of 145 bytes: what came before it ends at hysteresis.
+TEST_F(PdrGetFull, ANumericRecordThatRunsOverIsDecodedWithZerosBehindWhatFitted) {
+    const Bytes raw = test::numeric_pdr(4, 4);
+    answer({pdr_answer(Bytes(raw.begin(), raw.begin() + 60), {5, 1, 1}),
+            pdr_answer(test::counting(85), {5, 0, 4})});
+    EXPECT_EQ(get(), 0);
+    pldm_pdr wanted;
+    std::memset(&wanted, 0xEE, sizeof wanted);
+    Bytes fitted(raw.begin(), raw.begin() + 60);
+    fitted.resize(128);
+    ASSERT_EQ(pldm_parse_pdr(fitted.data(), &wanted), 0);
+    EXPECT_EQ(std::memcmp(&parsed, &wanted, sizeof parsed), 0);
+    EXPECT_EQ(test::wire_order(parsed.numeric.sensor_id), 0x0403);
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_MALFORMED) << "it is not whole";
+    EXPECT_EQ(messages(), Texts{});
+}
+
+TEST_F(PdrGetFull, ARecordOfSevenPartsWithoutAnEndIsDecodedAsFarAsItCame) {
+    const Bytes raw = test::numeric_pdr(4, 4);
+    for (int part = 0; part < 7; part++) {
+        answer({pdr_answer(Bytes(raw.begin() + part * 9, raw.begin() + part * 9 + 9),
+                           {5, 1, static_cast<uint8_t>(part == 0 ? 1 : 2)})});
+    }
+    EXPECT_EQ(get(), 0);
+    EXPECT_EQ(test::wire_order(parsed.numeric.sensor_id), 0x0403);
+}
+
 TEST_F(PdrGetFull, ARecordOfWhichNothingFittedIsRefused) {
     answer({pdr_answer(test::counting(129))});
     EXPECT_EQ(get(), -1);

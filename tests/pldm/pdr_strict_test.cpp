@@ -70,6 +70,17 @@ TEST_F(PdrStrict, AMissingCrcFails) {
     EXPECT_EQ(messages(), Texts{"pldm_get_pdr, response of 23 bytes is too short\n"});
 }
 
+TEST_F(PdrStrict, ARecordThatIsNotWholeHasToHoldWhatItsTypeDemandsToBeDecoded) {
+    const Bytes raw = test::numeric_pdr(4, 4);
+    Bytes second = pdr_answer(test::counting(85), {5, 0, 4});
+    second[0] = 1;
+    answer({pdr_answer(Bytes(raw.begin(), raw.begin() + 60), {5, 1, 1}), second});
+    pldm_pdr parsed{};
+    EXPECT_EQ(test::run([&] { return pldm_get_full_pdr(&ctx, 0, &parsed); }).result, -1);
+    EXPECT_EQ(parsed.header.type, 0);
+    EXPECT_EQ(messages(), Texts{"pldm_get_full_pdr, record of 60 bytes is too short\n"});
+}
+
 TEST_F(PdrStrict, ARecordInOnePartHasNone) {
     answer({pdr_answer(record, {9, 0, 5})});
     EXPECT_EQ(get().result, 0);

@@ -125,7 +125,8 @@ TEST_F(PldmStrictPcie, TheAnswerIsFoundBehindAnotherOne) {
     EXPECT_EQ(get_tid(), 0);
     EXPECT_EQ(ctx.tid, 0x2A);
     EXPECT_EQ(ctx.response_length, 5);
-    EXPECT_EQ(port().pcie_requests.size(), 2u);
+    ASSERT_EQ(port().pcie_requests.size(), 2u);
+    EXPECT_EQ(port().pcie_requests[1].message[0], MCTP_MSG_TYPE_PLDM) << "which type is wanted";
 }
 
 TEST_F(PldmStrictPcie, WithoutTheBitTheOtherOneIsTaken) {

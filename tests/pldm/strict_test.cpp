@@ -2,6 +2,7 @@
 // Answers that are not those of the request: passed over with MCTP_STRICT_PLDM, taken without.
 #include <gtest/gtest.h>
 #include <sideband/pldm.h>
+#include <sideband/pldm_monitor.h>
 
 #include <ctime>
 #include <utility>
@@ -77,6 +78,24 @@ TEST_F(PldmStrict, WhatIsNoAnswerIsPassedOver) {
         ASSERT_EQ(endpoint.calls.size(), 2u) << "the request is sent once";
         EXPECT_EQ(endpoint.calls[1].capacity, 8);
     }
+}
+
+TEST_F(PldmStrict, WhatIsPassedOverLeavesNothingBehindTheAnswer) {
+    endpoint.answer({"04 02 11 00 aa bb cc dd", kAnswer});
+    EXPECT_EQ(transfer().result, 0);
+    EXPECT_EQ(test::to_hex(response), "05 02 11 00 77 00 00 00");
+    endpoint.answer({"04 02 11 00 aa bb cc dd", "04 02 11 00 aa bb", kAnswer});
+    EXPECT_EQ(transfer().result, 0);
+    EXPECT_EQ(test::to_hex(response), "05 02 11 00 77 00 00 00");
+}
+
+TEST_F(PldmStrict, TheReadingOfAnotherAnswerIsNoPartOfThisOne) {
+    // A reading of four bytes that comes late, and one of a byte: 0x2a.
+    endpoint.answer(
+        {"1f 02 11 00 04 00 00 01 01 01 78 56 34 12", "00 02 11 00 00 00 00 01 01 01 2a"});
+    uint32_t reading = 0;
+    EXPECT_EQ(test::run([&] { return pldm_get_sensor_reading(&ctx, 1, &reading); }).result, 0);
+    EXPECT_EQ(reading, 0x2AU);
 }
 
 TEST_F(PldmStrict, WithoutTheBitItIsTaken) {

@@ -227,6 +227,7 @@ TEST_F(PldmGetFirmwareParameters, AnAnswerToAnotherCommandIsRefused) {
     endpoint.answer({"00 05 03 00 00 00 00 00 00 00 01 01 01 00 41"});
     EXPECT_EQ(get().result, -1);
     EXPECT_EQ(test::port().syslog, Texts{"call get firmware parameter, reqCode[2] respCode[3]\n"});
+    EXPECT_EQ(ctx.pldm.last_error.cause, SIDEBAND_CAUSE_MALFORMED);
     EXPECT_EQ(ctx.active_version_string, nullptr);
 }
 

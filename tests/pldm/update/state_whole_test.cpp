@@ -421,9 +421,19 @@ TEST_F(PldmNestedUpdate, WithEveryOtherComponentRefusedAndTheDeviceSilentEnds) {
     EXPECT_EQ(ctx.component_index, kCount);
     EXPECT_EQ(ctx.state, 6);
     EXPECT_EQ(ctx.pldm.completion_code, 0x5A);
-    // Ten receives of 60 seconds are more than 540: one download for a component at most.
+    // Ten receives of 60 seconds are more than 540: no more downloads than components.
     EXPECT_EQ(device.capacity.size() % 10, 0u);
     EXPECT_LE(device.capacity.size(), 10 * kCount);
+}
+
+/// Each refusal offers the last one again once it has gone silent.
+TEST_F(PldmNestedUpdate, WithAllRefusedButTheLastThatOneIsTriedAsOftenAsThereAreComponents) {
+    prepare_list();
+    device.answers[0x14].assign(kCount - 1, kRefusal);
+    EXPECT_EQ(act(2).result, 0);
+    EXPECT_EQ(ctx.component_index, kCount - 1);
+    EXPECT_EQ(ctx.pldm.completion_code, 0x5A);
+    EXPECT_EQ(device.capacity.size(), 10 * kCount);
 }
 
 }  // namespace
