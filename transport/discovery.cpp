@@ -170,6 +170,9 @@ int32_t mctp_assign_eid(mctp_ctx* ctx) {
 
 int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* target) {
     if (owner == nullptr || target == nullptr) {
+        if (target != nullptr) {
+            target->last_error = kArgumentError;
+        }
         return -1;
     }
     const uint8_t* bdf = target->pcie_bdf;

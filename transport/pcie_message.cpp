@@ -147,7 +147,8 @@ int32_t read_message(mctp_ctx& ctx, int32_t length, const uint8_t* buffer,
     // aside.
     record.message[0] = buffer[0];
     return is_stock(ctx) ? read_record(ctx.section, PLT_PCIE_READ, record)
-                         : ctx.binding->read(&ctx.section, length, record.message);
+                         : ctx.binding->read(&ctx.section, std::min(length, PLT_PCIE_MESSAGE_SIZE),
+                                             record.message);
 }
 
 /// Receives one message with its type byte into a record.

@@ -109,9 +109,9 @@ SIDEBAND_BEGIN_DECLS
  * Addresses. What comes from another source EID than dest_eid is not taken: over SMBus the packet
  * is dropped; over PCIe an exchange fails with -1, and a receive passes over the message, 1024
  * times at most. Over PCIe bus, device and function of the sender must be pcie_bdf too, which stays
- * as it was if they are not. A dest_eid of 0 and a pcie_bdf of 0, 0, 0 (the root complex) stand for
- * anybody. Set Endpoint ID may be answered from the new EID. Over PCIe only control messages are
- * routed to the root complex.
+ * as it was if they are not; the EIDs are those that the port returns, see PltMCTP_WriteRead(). A
+ * dest_eid of 0 and a pcie_bdf of 0, 0, 0 (the root complex) stand for anybody. Set Endpoint ID may
+ * be answered from the new EID. Over PCIe only control messages are routed to the root complex.
  *
  * Set Endpoint ID fails unless the endpoint says that it has taken the EID, Allocate Endpoint IDs
  * unless it says that the pool was accepted.
@@ -151,14 +151,15 @@ typedef struct mctp_binding mctp_binding;
  * Receives one message. Only the operations of MCTP_BINDING_KIND_SMBUS take the bus mutex; those
  * of MCTP_BINDING_KIND_SL8_SMBUS leave it to their caller or to xfer.
  *
- * SMBus: an end packet (EOM), a full buffer or a failed read ends it, and nothing else, with one
- * exception: it fails after 1024 packets in a row that had to be dropped, and debug_log() says
- * "[mctp recv] gave up after 1024 packets that had to be dropped". Every stored packet starts that
- * count anew and stores at least one byte. So it reads at most length packets if none is dropped,
- * and 1024 x length packets in all (1,048,576 for 1,024 bytes), holding the bus mutex throughout.
- * The first 32 dropped packets are reported each by itself, by dump_packets() and, if tag or size
- * is wrong, a line of their own; then one line, "[mctp recv] %u more packets dropped", counts the
- * rest on standard output and in debug_log().
+ * SMBus: an end packet (EOM) that brings a byte, a full buffer (but see MCTP_STRICT_INTEGRITY), a
+ * failed read or the context's deadline ends it, and nothing else, with one exception: it fails
+ * after 1024 packets in a row that had to be dropped, and debug_log() says "[mctp recv] gave up
+ * after 1024 packets that had to be dropped". Every stored packet starts that count anew and stores
+ * at least one byte. So it reads at most length packets if none is dropped, and 1024 x length
+ * packets in all (1,048,576 for 1,024 bytes), holding the bus mutex throughout. The first 32
+ * dropped packets are reported each by itself, by dump_packets() and, if tag or size is wrong, a
+ * line of their own; then one line, "[mctp recv] %u more packets dropped", counts the rest on
+ * standard output and in debug_log().
  *
  * Sockets: waits for what else answers the last request of the context, and, with msg_type PLDM,
  * for a request of the endpoint, as devices send while their firmware is updated. A message passes
@@ -304,8 +305,9 @@ struct mctp_ctx {
     uint8_t tx_seq;         /**< packets sent of the current message, modulo 256 */
     mctp_route owner_route; /**< route of the bus owner that assigned the BMC its EID */
     uint8_t tag;            /**< tag of the last request. SMBus: counted modulo 8, the low three
-                                 bits go on the wire, and a receive overwrites it with the tag of
-                                 the message it took. PCIe: see pcie_tag; counted up to 0x80,
+                                 bits go on the wire and are what an answer's tag is compared
+                                 with, and a receive overwrites it with the tag of the message it
+                                 took. PCIe: see pcie_tag; counted up to 0x80,
                                  from there on it stays. Sockets: that of the last request, or of
                                  the last message received */
     uint8_t instance_id;    /**< control-message counter; the low five bits go on the wire */
@@ -446,7 +448,8 @@ SIDEBAND_EXPORT void dump_packets(int32_t length, const uint8_t* packet);
 /*
  * All take an initialised context whose msg_type is 0. A "not ready" answer is asked again twice,
  * 50 ms later; a third one, after which it sleeps 50 ms too, is taken for an answer, for the sake
- * of endpoints that say so for ever yet work.
+ * of endpoints that say so for ever yet work; bytes that it lacks are 0. Any other answer without
+ * a completion code, or with fewer bytes than are read of it, fails.
  */
 
 /**
@@ -536,7 +539,7 @@ SIDEBAND_EXPORT int32_t mctp_discovery(mctp_ctx* ctx);
 
 /**
  * Assigns the next EID of the pool to the endpoint, under the EID-pool mutex: 16 first, and 16
- * again after 255; but see MCTP_STRICT_ADDRESSES. A failure leaves the pool as it was.
+ * again after 255; but see MCTP_STRICT_ADDRESSES. A failure does not advance the pool.
  * @return the EID, 1 to 255; -1 on failure or if ctx is null
  */
 SIDEBAND_EXPORT int32_t mctp_assign_eid(mctp_ctx* ctx);
@@ -545,7 +548,7 @@ SIDEBAND_EXPORT int32_t mctp_assign_eid(mctp_ctx* ctx);
  * Finds a PCIe endpoint in the routing table of its bus owner, by target->pcie_bdf.
  * @param owner   initialised context of the bus owner
  * @param target  its dest_eid receives the EID of the first entry that matches
- * @return 0 when found; -1 when not, on a failed request, or if an entry runs past its answer
+ * @return 0 when found; -1 when not in 255 answers, if one fails, or an entry runs past its answer
  */
 SIDEBAND_EXPORT int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* target);
 
@@ -568,7 +571,7 @@ SIDEBAND_EXPORT void _init_amd_mpio_ctx(mctp_ctx* mpio);
 /**
  * Brings the MPIO up if plt_global_sec_var.mpio_state says so, under the MPIO mutex. Success
  * puts the MPIO's EID into the state word and creates MCTP_MPIO_READY_MARKER; failure clears the
- * state word.
+ * state word, unless it was the mutex that was refused.
  * @return 0 when done now, done earlier or not wanted; -1 on failure
  */
 SIDEBAND_EXPORT int32_t init_amd_mpio_if_need(mctp_ctx* mpio);

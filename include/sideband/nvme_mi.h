@@ -95,7 +95,10 @@ SIDEBAND_EXPORT const sideband_error* nvmemi_last_error(const nvmemi_ctx* ctx);
  * MCTP_STRICT_INTEGRITY: what the endpoint delivers has been checked, and has no integrity check
  * any more (DSP0236, clause 8.9.1; NVMe-MI, message integrity check): bytes at the end that look
  * like one are data. Without the bit the last four bytes are taken off if they are the right check
- * of what is in front of them, and are data if not.
+ * of what is in front of them, and are data if not. There is no room for more than the response
+ * that is wanted, so that one which lacks one to three bytes of it is not noticed: the beginning of
+ * its check stands for them, in data that were read, in a health status or in dword 3 of a
+ * completion. nvme_get_log_page() has room for all of it.
  *
  * The other bits are the endpoint's own.
  */
@@ -261,8 +264,7 @@ SIDEBAND_EXPORT int32_t nvmemi_reset(nvmemi_ctx* ctx);
 /**
  * VPD Read.
  * @param data  receives length bytes from offset on
- * @return also -1 if fewer came; one to three fewer are not noticed without MCTP_STRICT_INTEGRITY:
- *         the integrity check behind them fills the room
+ * @return also -1 if fewer came, but see MCTP_STRICT_INTEGRITY for one to three bytes fewer
  */
 SIDEBAND_EXPORT int32_t nvmemi_vpd_read(nvmemi_ctx* ctx, uint16_t offset, uint16_t length,
                                         uint8_t* data);

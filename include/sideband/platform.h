@@ -199,7 +199,8 @@ SIDEBAND_STATIC_ASSERT(offsetof(plt_i2c_request, read_buffer) == 16, "I2C reques
 
 /**
  * Master block write; the controller appends the PEC (SMBus 3.2, clause 6.4). Takes no lock.
- * Lock held: the bus mutex of request.bus.
+ * Lock held: the bus mutex of request.bus; of MCTP_BINDING_KIND_SL8_SMBUS a bare send or recv,
+ * get_bmc_by_owner() among them, holds none but what its caller has taken.
  * @param request  write_data: destination address, command code, byte count, source address,
  *                 MCTP packet; write_length counts all of these and no PEC
  * @return 0 when every byte was acknowledged, any other value on failure: at once if the address is
@@ -210,14 +211,14 @@ int PltMCTPI2C_MasterWriteWithPEC_NoMutex(plt_i2c_request request);
 
 /**
  * Master write of the bytes as given, the PEC already among them. Takes no lock.
- * Lock held: the bus mutex of request.bus.
+ * Lock held: as for PltMCTPI2C_MasterWriteWithPEC_NoMutex().
  * @return as PltMCTPI2C_MasterWriteWithPEC_NoMutex()
  */
 int PltMCTPI2C_MasterWrite_NoMutex(plt_i2c_request request);
 
 /**
  * Waits for one block that a device writes to the BMC's own slave address, and checks its PEC.
- * Takes no lock. Lock held: the bus mutex of request.bus. The wait must end: a port returns a
+ * Takes no lock. Lock held: as for a write. The wait must end: a port returns a
  * negative value when nothing arrives within its time limit.
  * @param request  read_buffer receives command code, byte count, source slave address, MCTP
  *                 packet and PEC; read_length is the MCTP packet length wanted plus 3. It is no
@@ -308,7 +309,8 @@ SIDEBAND_STATIC_ASSERT(offsetof(plt_pcie_request, session) == 1080, "PCIe reques
  * Of a message that came, a read and a write-then-read return message and length, and its
  * addressing: src_eid is who sent it, dest_eid whom it was sent to (the BMC's EID, 0 or 0xFF); bus,
  * device, function and tag are the sender's. get_bmc_by_owner() also bears a port that returns the
- * peer in dest_eid.
+ * peer in dest_eid; a context with MCTP_STRICT_PACKETS or MCTP_STRICT_ADDRESSES does not, all its
+ * exchanges over PCIe fail then.
  * @param request  for a read, message[0] holds the first byte of the reader's buffer
  * @return 1 when a read or write-then-read succeeded; any other value on failure: -ENODEV if there
  *         is no PCIe, -ENXIO if nobody took the request, for ports that can tell. Ignored for a
@@ -394,7 +396,7 @@ int GetS5stByPwrConfig(void);
 /**
  * Reads one GPIO register byte. Called before every SMBus write with PLT_MAIN_POWER_REGISTER as
  * base, 0 as group and 0 as offset, and so to be quick: a port keeps for a while what takes long to
- * find out. Lock held: the bus mutex.
+ * find out. Lock held: as for the write.
  * @param value  preset to 0 (power off); receives non-zero when host main power is on. If it is
  *               left at 0 and plt_platform.standby_option is not 1, the write returns -1 before
  *               any I2C access; the only trace is a debug_log() line, "smbus_block_write (or

@@ -85,6 +85,29 @@ TEST_F(NvmeAdminPackets, DataComeBackWithoutTheIntegrityCheckBehindThem) {
     }
 }
 
+/// There is room for the data that are wanted, and what is short of it by less than the check fills
+/// it.
+TEST_F(NvmeAdminPackets, DataShortOfTheirRoomByLessThanTheCheckEndWithItsBeginning) {
+    const Bytes page = counting(kWanted, 0x30);
+    for (const bool strict : {false, true}) {
+        ctx.mctp->strict = strict ? MCTP_STRICT_INTEGRITY : 0;
+        for (size_t missing = 0; missing < 6; missing++) {
+            SCOPED_TRACE(missing);
+            AdminRoom room(&ctx);
+            const size_t length = kWanted - missing;
+            const Bytes part(page.begin(), page.begin() + static_cast<long>(length));
+            const Outcome outcome = exchange({admin_response(part)}, [&] {
+                return nvme_identify(&room.req, kWanted, 0, room.data.data(), &room.received);
+            });
+            const bool taken_for_whole = !strict && missing >= 1 && missing <= 3;
+            EXPECT_EQ(outcome.result, 0);
+            EXPECT_EQ(room.received, taken_for_whole ? kWanted : length);
+            EXPECT_EQ(room.data.head(length), part);
+            EXPECT_TRUE(room.data.untouched_from(room.received));
+        }
+    }
+}
+
 TEST_F(NvmeAdminPackets, AnIntegrityCheckThatDoesNotFitIsNotLookedAt) {
     // The drive's is not verified: a wrong one does not fail the command.
     const test::Endpoint drive({admin_response() + hex("de ad be ef")}, false);

@@ -357,6 +357,15 @@ TEST_F(NvmeStatus, AResponseWithoutStatusIsMalformed) {
     }
 }
 
+TEST_F(NvmeStatus, NothingFromAnOperationOfTheCallersOwnHasNoStatusEither) {
+    ctx.mi_request = [](nvmemi_ctx*, uint32_t, uint32_t, uint8_t*, uint8_t*) -> int32_t {
+        return 0;
+    };
+    EXPECT_EQ(test::run([&] { return nvmemi_reset(&ctx); }).result, -1);
+    EXPECT_EQ(port().syslog, Texts{"nvmemi, response of 0 bytes has no status\n"});
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_MALFORMED);
+}
+
 TEST_F(NvmeStatus, AnEmptyResponseAfterMoreProcessingIsMalformed) {
     answer({kBusy, {}});
     EXPECT_EQ(test::run([&] { return nvmemi_reset(&ctx); }).result, -1);

@@ -85,6 +85,22 @@ TEST_F(MctpPcieBinding, ReadThatThePlatformFailsLeavesTheBufferAlone) {
     EXPECT_EQ(ctx.pcie_bdf[0], 0x41);
 }
 
+TEST_F(MctpPcieBinding, LengthsThatARecordJustHoldsGoOut) {
+    Bytes whole = test::counting(PLT_PCIE_MESSAGE_SIZE);
+    for (const int32_t length : {0, 1, PLT_PCIE_MESSAGE_SIZE}) {
+        answer(hex("01 00 02"));
+        EXPECT_EQ(pcie_mctp_binding.write(&ctx.section, length, whole.data()), 0);
+        EXPECT_EQ(message(port().pcie_requests.back()),
+                  Bytes(whole.begin(), whole.begin() + length));
+        Guarded buffer(10);
+        EXPECT_EQ(pcie_mctp_binding.transfer(&ctx.section, length, 10, whole.data(), buffer.data()),
+                  3);
+        EXPECT_EQ(message(port().pcie_requests.back()),
+                  Bytes(whole.begin(), whole.begin() + length));
+    }
+    EXPECT_EQ(port().pcie_requests.size(), 6u);
+}
+
 TEST_F(MctpPcieBinding, RefusesLengthsThatNoRecordHolds) {
     Bytes request = test::counting(8);
     Guarded buffer(64);

@@ -338,6 +338,7 @@ TEST_F(MctpPcie, OperationsWithoutABindingFail) {
 struct {
     std::vector<Bytes> messages;
     int32_t result;
+    int32_t offered;
 } other;
 
 int32_t other_write(mctp_section* /*section*/, int32_t length, uint8_t* message) {
@@ -357,7 +358,7 @@ int32_t other_transfer(mctp_section* /*section*/, int32_t request_length, int32_
 TEST_F(MctpPcie, AnotherBindingHasTheWholeMessageAndItsResultCounts) {
     static const mctp_binding kOther{other_write, pcie_mctp_binding.read, other_transfer};
     ctx.binding = &kOther;
-    other = {{}, 0};
+    other = {{}, 0, 0};
     EXPECT_EQ(send(hex("80 02")), 0);
     other.result = -7;
     EXPECT_EQ(send(hex("80 03")), -1);
@@ -378,7 +379,8 @@ TEST_F(MctpPcie, AnotherBindingHasTheWholeMessageAndItsResultCounts) {
     EXPECT_EQ(port().pcie_requests.size(), 0u);
 }
 
-int32_t other_read(mctp_section* /*section*/, int32_t /*length*/, uint8_t* message) {
+int32_t other_read(mctp_section* /*section*/, int32_t length, uint8_t* message) {
+    other.offered = length;
     const Bytes answer = hex("01") + test::counting(PLT_PCIE_MESSAGE_SIZE - 1);
     std::copy(answer.begin(), answer.end(), message);
     return other.result;
@@ -393,6 +395,7 @@ TEST_F(MctpPcie, AnotherBindingReadsNoMoreThanTheLargestMessage) {
         Guarded buffer(4096);
         EXPECT_EQ(receive(4096, buffer), 0);
         EXPECT_EQ(buffer.head(1035), test::counting(1035));
+        EXPECT_EQ(other.offered, PLT_PCIE_MESSAGE_SIZE) << "what is there, not what was asked for";
         for (const int32_t claimed : {PLT_PCIE_MESSAGE_SIZE + 1, 4096, INT32_MAX}) {
             other.result = claimed;
             Guarded untouched(4096);

@@ -238,6 +238,19 @@ TEST_P(MctpReceive, AnotherTagInTheMiddleIsLoggedAndPrintedAndReadingGoesOn) {
     EXPECT_EQ(printed, dump(hex("01 08 1D 55 EE")));
 }
 
+TEST_P(MctpReceive, ARequestsPacketInTheMiddleIsDroppedForItsTag) {
+    queue(kSom | 3, hex("01 AA"));
+    for (const unsigned tag : {1U, 2U, 7U}) {  // each differs in one bit
+        queue(sequence(1) | kTo | tag, hex("EE"));
+    }
+    queue(sequence(1) | 3, hex("BB"));
+    queue(kEom | kTo | sequence(2) | 1, hex("EE"));
+    queue(kEom | sequence(2) | 3, hex("CC"));
+    EXPECT_EQ(receive(), 3);
+    EXPECT_EQ(body, hex("AA BB CC"));
+    EXPECT_EQ(port().syslog, Lines());
+}
+
 TEST_P(MctpReceive, AMiddlePacketOutOfSequenceIsDropped) {
     queue(kSom | 3, hex("01 AA"));
     queue(sequence(2) | 3, hex("EE"));

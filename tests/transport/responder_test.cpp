@@ -217,6 +217,7 @@ TEST_F(GetBmcByOwner, TheFifthIgnoredMessageEndsIt) {
     EXPECT_EQ(get_bmc_by_owner(&ctx), 0);
     EXPECT_EQ(sent.size(), 1u) << "Get Endpoint ID in between";
     EXPECT_EQ(incoming.size(), 1u);
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_WRONG_TAG);
 }
 
 TEST_F(GetBmcByOwner, FourIgnoredMessagesDoNotEndIt) {
