@@ -326,7 +326,8 @@ def judge(tree, mutant, original):
                 return "killed", outcome
         return "survived", ""
     finally:
-        shutil.copy(tree.root / mutant.path, path)
+        # As it was in this tree: the checkout may have been edited meanwhile.
+        path.write_text(text)
 
 
 def report(results, candidates, arguments):
