@@ -14,12 +14,15 @@ namespace sideband {
 
 /// Pauses the calling thread. A signal that the program handles does not end the pause.
 [[gnu::noinline]] inline void sleep_us(uint32_t microseconds) {
-    constexpr int64_t kUsPerMs = 1000;
+    constexpr uint32_t kUsPerMs = 1000;
     // The millisecond that has begun counts as a whole: the pause is never too short.
     const int64_t end = monotonic_ms() + microseconds / kUsPerMs + 1;
-    int64_t left = microseconds;
-    while (left > 0 && usleep(static_cast<useconds_t>(left)) != 0 && errno == EINTR) {
-        left = (end - monotonic_ms()) * kUsPerMs;
+    while (usleep(microseconds) != 0 && errno == EINTR) {
+        const int64_t left_ms = end - monotonic_ms();
+        if (left_ms <= 0) {
+            break;
+        }
+        microseconds = static_cast<uint32_t>(left_ms) * kUsPerMs;
     }
 }
 

@@ -175,11 +175,12 @@ int32_t pldm_get_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, uint32_t* rea
 
 int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t count,
                                      uint8_t operational_state, uint8_t event_enable) {
+    constexpr const char* kFunction = "pldm_set_state_sensor_enable";
     if (!begin(ctx)) {
         return PLDM_ERROR_ARGUMENT;
     }
     const size_t length = (size_t{count} + 3) * 2;
-    print_on_console("pldm_set_state_sensor_enable req_len =%d\n", static_cast<int>(length));
+    print_on_console("%s req_len =%d\n", kFunction, static_cast<int>(length));
     // Deliberately never released: a transfer operation may hold on to the request.
     uint8_t* block = allocate_bytes(length).release();
     if (block == nullptr) {
@@ -207,7 +208,7 @@ int32_t pldm_set_state_sensor_enable(pldm_ctx* ctx, uint16_t sensor_id, uint8_t 
         return answer.result;
     }
     print_framed("====== set state sensor enable Resp =====", room, kResponseEnd);
-    return finish(answer, "pldm_set_state_sensor_enable") < 0 ? -1 : judge_enables(answer);
+    return finish(answer, kFunction) < 0 ? -1 : judge_enables(answer);
 }
 
 int32_t pldm_get_state_sensor_reading(pldm_ctx* ctx, uint16_t sensor_id, pldm_state_reading* out) {

@@ -184,7 +184,7 @@ int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* target) {
         std::array<uint8_t, MCTP_ROUTING_TABLE_RESPONSE_SIZE> table;
         const int32_t received = control::read_routing_table(owner, handle, table);
         if (received < 0) {
-            debug_log("fail in mctp_get_routing_table_entries\n");
+            debug_log("fail in %s\n", "mctp_get_routing_table_entries");
             return fail_as(*target, *owner);
         }
         const size_t size = std::min(static_cast<size_t>(received), table.size());
