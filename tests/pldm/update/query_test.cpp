@@ -246,7 +246,7 @@ TEST_F(PldmGetFirmwareParameters, WithoutAContextOrItsOperationNothingIsSent) {
 }
 
 TEST_F(PldmGetFirmwareParameters, EveryFailedAllocationLeavesNothingLoose) {
-    const size_t kAllocations = 6;  // response, two strings, the table, two entries
+    constexpr size_t kAllocations = 6;  // response, two strings, the table, two entries
     for (size_t n = 1; n <= kAllocations + 1; n++) {
         endpoint.answer({kParameters});
         libc.fail_allocation(static_cast<int>(n));
