@@ -235,7 +235,10 @@ TEST_P(PldmCheck, AFifoInThePlaceOfThePackageHoldsNoLock) {
 TEST_P(PldmCheck, AnI2cChannelThatIsRefusedGivesMinusOneAndTouchesNothing) {
     write_package(package_for({3}));
     port().refused_locks = {"channel 3"};
+    ctx.pldm.last_error.cause = SIDEBAND_CAUSE_MEMORY;  // of an update before
     expect_failed(check(), -1, message("I2C channel mutex refused"));
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_LOCK);
+    EXPECT_EQ(ctx.pldm.last_error.cause, SIDEBAND_CAUSE_NONE);
     EXPECT_EQ(port().trace_of({"lock", "unlock", "write", "read"}), Texts{"lock channel 3 fails"});
     EXPECT_EQ(ctx.pldm.mctp, nullptr);
 }
@@ -244,6 +247,7 @@ TEST_P(PldmCheck, AGlobalLockThatIsRefusedGivesMinusOneAndReleasesTheChannel) {
     write_package(package_for({3}));
     port().refused_locks = {"global"};
     expect_failed(check(), -1, message("global lock refused"));
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_LOCK);
     EXPECT_EQ(port().trace_of({"lock", "unlock", "write", "read"}),
               (Texts{"lock channel 3", "lock global fails", "unlock channel 3"}));
     EXPECT_EQ(ctx.pldm.mctp, nullptr);
