@@ -289,6 +289,7 @@ TEST_F(SocketUpdate, AThreadThatServesADeviceIsNotRobbed) {
     int32_t received = 0;
     int32_t answered = 0;
     int32_t plain = 0;
+    uint8_t cause = SIDEBAND_CAUSE_NONE;
     kernel.before["poll"] = [&] {
         if (tried) {
             return;
@@ -297,6 +298,7 @@ TEST_F(SocketUpdate, AThreadThatServesADeviceIsNotRobbed) {
         // In the middle of the wait, as another thread would.
         uint8_t room[16];
         begun = other.send(&other, 7, kRequestUpdate.data(), 1);
+        cause = other.last_error.cause;
         received = other.recv(&other, 16, room);
         answered = other.send(&other, 4, kDone.data(), 0);
         plain = other.send(&other, 3, hex("80 02 11").data(), 1);
@@ -305,6 +307,7 @@ TEST_F(SocketUpdate, AThreadThatServesADeviceIsNotRobbed) {
     ask(1, kFirmwareData, 400);
     EXPECT_EQ(recv(), 11);
     EXPECT_EQ(begun, -1);
+    EXPECT_EQ(cause, SIDEBAND_CAUSE_LOCK);
     EXPECT_EQ(received, -1);
     EXPECT_EQ(answered, -1);
     EXPECT_EQ(plain, 0);

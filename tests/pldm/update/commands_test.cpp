@@ -86,6 +86,12 @@ TEST_F(PldmRequestUpdate, OffersThePackageAndGoesOnInStateOne) {
     EXPECT_EQ(machine, Texts{"state 1 component 0"});
 }
 
+TEST_F(PldmRequestUpdate, AnAnswerThatIsTooShortIsWhyTheUpdateFailed) {
+    EXPECT_EQ(request("00 05 10 00 34 12").result, -1);
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_MALFORMED);
+    EXPECT_EQ(ctx.last_error.command, 0x10);
+}
+
 TEST_F(PldmRequestUpdate, AnyRecordButTheFirstIsRemarkedUpon) {
     ctx.record_index = 1;
     const Outcome outcome = request("00 05 10 00 00 00 00");

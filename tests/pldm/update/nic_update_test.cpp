@@ -341,6 +341,7 @@ TEST_F(PldmNicUpdate, AMatchDoesNotEndTheWalkAndAMismatchBehindItLeavesNoMark) {
     EXPECT_EQ(update().result, 0);
     EXPECT_EQ(commands(), "01 02 10 13 14 1a 01 01");
     EXPECT_EQ(ctx.pldm.completion_code, 0);
+    EXPECT_EQ(pldm_fw_update_last_error(&ctx)->cause, SIDEBAND_CAUSE_NONE);
 }
 
 TEST_F(PldmNicUpdate, WhereAllMatchEachIsRequestedUnderTheNextName) {
