@@ -196,6 +196,7 @@ TEST_F(PldmStrict, AFailedReceiveEndsTheExchange) {
     endpoint.recv = nullptr;
     answer_stale(1);
     EXPECT_EQ(transfer().result, -1);
+    EXPECT_EQ(ctx.response_length, -1);
     EXPECT_EQ(endpoint.calls.size(), 1u);
 }
 

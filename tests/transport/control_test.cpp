@@ -299,6 +299,16 @@ TEST_F(MctpControlResult, SetEndpointIdTakesTheRequestedEidAndNotTheEcho) {
     EXPECT_EQ(ctx.dest_eid, 0x2A);
 }
 
+TEST_F(MctpControlResult, SetEndpointIdOffersARoomOfOnes) {
+    static Bytes room;
+    ctx.xfer = [](mctp_ctx*, uint32_t, int32_t capacity, const uint8_t*, uint8_t* response) {
+        room.assign(response, response + capacity);
+        return int32_t{-1};
+    };
+    EXPECT_EQ(mctp_set_endpoint_id(&ctx, 0x2A), -1);
+    EXPECT_EQ(room, Bytes(6, 0xFF));
+}
+
 TEST_F(MctpControlResult, GetEndpointIdStoresAndReturnsTheEid) {
     for (const char* answer : {"00 02 00 00 00 00", "00 02 00 FE 10 00", "00 02 00 FF"}) {
         Endpoint endpoint({hex(answer)});

@@ -384,6 +384,7 @@ TEST_F(PldmUpdateComponent, ARefusalIsExplained) {
         outcome.out.ends_with("component_size : 1234,\n"
                               "Component will no be updated, response code: 0xb,\n"
                               "Give up component image index = 2\n"));
+    EXPECT_EQ(ctx.pldm.last_error.cause, SIDEBAND_CAUSE_REFUSED);
     EXPECT_EQ(ctx.req_fw_data_wait, 0);
     EXPECT_TRUE(machine.empty());
 }
