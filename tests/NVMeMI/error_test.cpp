@@ -121,6 +121,9 @@ TEST_F(NvmeError, ASuccessClearsItAndAnArgumentIsToldFromSilence) {
     libc.fail_allocation(1);
     EXPECT_EQ(nvmemi_vpd_read(&ctx, 0, 4, vpd), -1);
     EXPECT_EQ(why(), "out of memory");
+    libc.fail_allocation(1);
+    EXPECT_EQ(nvmemi_vpd_write(&ctx, vpd, 0, 4), -1);
+    EXPECT_EQ(why(), "out of memory");
     ctx.mctp = nullptr;
     EXPECT_EQ(poll(), -1);
     EXPECT_EQ(why(), "wrong argument");

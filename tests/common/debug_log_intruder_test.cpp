@@ -81,6 +81,8 @@ TEST_F(DebugLogIntruder, ALockThatIsNeverReleasedIsGivenUpAndTheMessageWrittenAn
     EXPECT_GE(waited, std::chrono::milliseconds(DEBUG_LOG_LOCK_WAIT_MS - 1));
     EXPECT_EQ(contents(DEBUG_LOG_FILE_ROTATED), std::string(131072, 'x') + "message\n");
     EXPECT_EQ(libc.calls["usleep"], 0) << "a wait that tests of sleeping would count";
+    EXPECT_LE(libc.calls["flock"], DEBUG_LOG_LOCK_WAIT_MS + 10)
+        << "a millisecond between two tries";
 }
 
 TEST_F(DebugLogIntruder, ALockThatIsReleasedInTimeIsTaken) {

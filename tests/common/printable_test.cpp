@@ -59,6 +59,8 @@ TEST(Printable, WhatIsNoCharacterIsTakenByteByByte) {
     EXPECT_EQ(shown(hex("ED A0 80")), "\xED\xA0\\x80") << "a surrogate";
     EXPECT_EQ(shown(hex("F4 90 80 80")), "\xF4\\x90\\x80\\x80") << "above U+10FFFF";
     EXPECT_EQ(shown(hex("E2 82")), "\xE2\\x82") << "cut short";
+    EXPECT_EQ(shown(hex("84 80 80 80")), "\\x84\\x80\\x80\\x80") << "no lead byte";
+    EXPECT_EQ(shown(hex("F5 80 80 80")), "\xF5\\x80\\x80\\x80") << "one beyond the last";
 }
 
 TEST(Printable, EndsAtTheFirstNul) {

@@ -129,6 +129,14 @@ TEST_F(PldmStrictPcie, TheAnswerIsFoundBehindAnotherOne) {
     EXPECT_EQ(port().pcie_requests[1].message[0], MCTP_MSG_TYPE_PLDM) << "which type is wanted";
 }
 
+TEST_F(PldmStrictPcie, ATypeByteAloneIsPassedOver) {
+    bind_over_pcie(MCTP_STRICT_PLDM);
+    answers.insert(answers.begin() + 1, test::hex("01"));
+    EXPECT_EQ(get_tid(), 0);
+    EXPECT_EQ(ctx.tid, 0x2A);
+    EXPECT_EQ(port().pcie_requests.size(), 3u);
+}
+
 TEST_F(PldmStrictPcie, WithoutTheBitTheOtherOneIsTaken) {
     bind_over_pcie(0);
     EXPECT_EQ(get_tid(), 0);

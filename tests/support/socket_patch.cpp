@@ -222,8 +222,9 @@ int SocketPatch::open(int domain, int type, int protocol) {
     if (domain != kFamily || type != (SOCK_DGRAM | SOCK_CLOEXEC) || protocol != 0) {
         return result_of(EINVAL);
     }
-    sockets_[next_descriptor];
-    return next_descriptor++;
+    const int descriptor = gives >= 0 ? std::exchange(gives, -1) : next_descriptor++;
+    sockets_[descriptor];
+    return descriptor;
 }
 
 int SocketPatch::bind(int descriptor, const void* address, size_t size) {
@@ -449,7 +450,7 @@ int SocketPatch::wait(void* polled, size_t count, int timeout_ms) {
 
 bool SocketPatch::close(int descriptor) {
     const std::scoped_lock guard(mutex_);
-    const bool is_ours = descriptor >= 1 << 20;
+    const bool is_ours = descriptor >= 1 << 20 || sockets_.contains(descriptor);
     if (is_ours) {
         trace.emplace_back("close");
         if (sockets_.erase(descriptor) == 0) {

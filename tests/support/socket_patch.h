@@ -64,6 +64,7 @@ public:
     uint32_t default_network = 1;
     std::set<uint8_t> foreign_bindings;  ///< message types of other processes
     size_t lost = 0;                     ///< messages that no socket wanted
+    int gives = -1;  ///< the descriptor that the next socket has; -1: one that nobody else has
 
     /// Arrives at the BMC after a while, at the socket that the kernel finds for it.
     void deliver(Datagram message, int64_t after_ms = 0);

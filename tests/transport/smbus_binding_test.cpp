@@ -295,6 +295,7 @@ TEST_P(EitherWrite, LengthsThatTheRequestCannotCountTouchNothing) {
         EXPECT_EQ(write()(&ctx.section, length, frame.data()), -1) << length;
         EXPECT_TRUE(frame.intact());
         EXPECT_TRUE(frame.untouched_from(0));
+        EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_ARGUMENT) << length;
     }
     EXPECT_EQ(port().trace, Lines());
 }

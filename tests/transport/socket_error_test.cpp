@@ -18,7 +18,9 @@ protected:
     /// @param call  one of the kernel's that fails once
     void expect_of(const std::string& call, int error, const char* text) {
         kernel.errors[call] = {error};
+        const int64_t before = kernel.now;
         EXPECT_EQ(xfer(hex("80 02 11")), -1);
+        EXPECT_EQ(kernel.now, before) << "nothing is waited for";
         EXPECT_EQ(said(ctx.last_error), text) << call << " " << error;
         EXPECT_EQ(ctx.last_error.detail, error);
     }
@@ -31,6 +33,14 @@ TEST_F(SocketError, WhatTheKernelSaysIsRemembered) {
     expect_of("sendmsg", ENOBUFS, "refused by the system");
     expect_of("sendmsg", ENOMEM, "out of memory");
     expect_of("socket", EAFNOSUPPORT, "refused by the system");
+}
+
+/// A service that has closed its standard input may get it.
+TEST_F(SocketError, ASocketWithTheDescriptor0IsClosedToo) {
+    kernel.gives = 0;
+    kernel.errors["sendmsg"] = {ENODEV};
+    EXPECT_EQ(xfer(hex("80 02 11")), -1);
+    EXPECT_EQ(kernel.open_sockets(), 0u);
 }
 
 TEST_F(SocketError, SilenceAndWhatAnswersSomethingElseAreToldApart) {
