@@ -6,9 +6,9 @@ usage: symbols.py --library libsideband.so --include DIRECTORY [--unfortified] [
 
 The library may need libc, libm and the functions and records of sideband/platform.h, and nothing
 else, and of libc nothing that asks for an environment variable; it exports what the public headers
-mark SIDEBAND_EXPORT, and nothing else; it runs no code of its own when it is loaded. It has a stack protector, libc's checks of lengths (unless it is unfortified:
-built without an optimizer) and an offset table that nothing writes to once it is loaded. Works on a
-library of any architecture.
+mark SIDEBAND_EXPORT, and nothing else; it runs no code of its own when it is loaded. It has a stack
+protector, libc's checks of lengths (unless it is unfortified: built without an optimizer) and an
+offset table that nothing writes to once it is loaded. Works on a library of any architecture.
 """
 import argparse
 import pathlib
@@ -27,7 +27,6 @@ NEEDED = {"libc.so.6", "libm.so.6"}
 NEEDED_TOLERATED = re.compile(r"ld(64|-linux(-armhf|-aarch64)?)\.so\.\d+$")
 # Weak references in the compiler's own start-up objects (crtbegin, crti); they may stay unresolved.
 STARTUP_WEAK = {"__gmon_start__", "_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable"}
-
 # What a program can do with its environment by itself; system() only passes it on.
 ENVIRONMENT = {"getenv", "secure_getenv", "__secure_getenv", "environ", "_environ", "__environ", "setenv", "putenv",
                "unsetenv", "clearenv"}

@@ -64,6 +64,12 @@ protected:
     int32_t call() { return GetParam().call(&ctx); }
 
     Bytes good() const { return hex(GetParam().response); }
+    /// The same answer with the code "not ready".
+    Bytes not_ready() const {
+        Bytes answer = good();
+        answer[2] = 4;
+        return answer;
+    }
 
     /// The call must fail as its kind does, and leave the context's results alone.
     void expect_failure() {
@@ -169,8 +175,7 @@ TEST_P(MctpControl, TheOtherBitsOfTheFirstByteAreNotCompared) {
 }
 
 TEST_P(MctpControl, NotReadyIsAskedAgainAfterFiftyMilliseconds) {
-    Bytes busy = good();
-    busy[2] = 4;
+    const Bytes busy = not_ready();
     Endpoint endpoint({busy, busy, good()});
     EXPECT_EQ(call(), GetParam().result);
     EXPECT_EQ(libc.sleeps, (std::vector<uint32_t>{50000, 50000}));
@@ -180,8 +185,7 @@ TEST_P(MctpControl, NotReadyIsAskedAgainAfterFiftyMilliseconds) {
 }
 
 TEST_P(MctpControl, APauseThatSignalsCutIsTakenToItsEnd) {
-    Bytes busy = good();
-    busy[2] = 4;
+    const Bytes busy = not_ready();
     Endpoint endpoint({busy, good()});
     libc.failure_errno = EINTR;
     libc.fail["usleep"] = test::LibcPatch::kEvery;
@@ -197,8 +201,7 @@ TEST_P(MctpControl, APauseThatSignalsCutIsTakenToItsEnd) {
 }
 
 TEST_P(MctpControl, APauseThatFailsOtherwiseIsNotRepeated) {
-    Bytes busy = good();
-    busy[2] = 4;
+    const Bytes busy = not_ready();
     Endpoint endpoint({busy, good()});
     libc.failure_errno = EINVAL;
     libc.fail["usleep"] = test::LibcPatch::kEvery;
@@ -207,8 +210,7 @@ TEST_P(MctpControl, APauseThatFailsOtherwiseIsNotRepeated) {
 }
 
 TEST_P(MctpControl, TheBusIsFreeWhileItWaits) {
-    Bytes busy = good();
-    busy[2] = 4;
+    const Bytes busy = not_ready();
     Endpoint endpoint({busy, good()});
     EXPECT_EQ(call(), GetParam().result);
     EXPECT_EQ(port().trace_of({"lock", "unlock", "sleep"}),
@@ -216,8 +218,7 @@ TEST_P(MctpControl, TheBusIsFreeWhileItWaits) {
 }
 
 TEST_P(MctpControl, NotReadyThreeTimesIsTakenForAnAnswer) {
-    Bytes busy = good();
-    busy[2] = 4;
+    const Bytes busy = not_ready();
     Endpoint endpoint({busy, busy, busy, busy});
     EXPECT_EQ(call(), GetParam().result);
     EXPECT_EQ(endpoint.requests.size(), 3u);
@@ -225,8 +226,7 @@ TEST_P(MctpControl, NotReadyThreeTimesIsTakenForAnAnswer) {
 }
 
 TEST_P(MctpControl, NotReadyThreeTimesWithAnotherCommandOrInstanceFails) {
-    Bytes busy = good();
-    busy[2] = 4;
+    const Bytes busy = not_ready();
     Bytes other = busy;
     other[1] ^= 0x10;
     {
@@ -240,16 +240,14 @@ TEST_P(MctpControl, NotReadyThreeTimesWithAnotherCommandOrInstanceFails) {
 }
 
 TEST_P(MctpControl, ALostAnswerAfterNotReadyFails) {
-    Bytes busy = good();
-    busy[2] = 4;
+    const Bytes busy = not_ready();
     Endpoint endpoint({busy});
     expect_failure();
     EXPECT_EQ(libc.sleeps, std::vector<uint32_t>{50000});
 }
 
 TEST_P(MctpControl, AnAnswerWithoutCompletionCodeAfterNotReadyFails) {
-    Bytes busy = good();
-    busy[2] = 4;
+    const Bytes busy = not_ready();
     Endpoint endpoint({busy, Bytes(busy.begin(), busy.begin() + 2), good()});
     expect_failure();
     EXPECT_EQ(endpoint.requests.size(), 2u) << "the code of the first answer is not used again";
