@@ -65,6 +65,7 @@ std::vector<Outgoing> Device::time_passes() {
 }
 
 void Device::reset() {
+    ++power_losses_;
     endpoint_.reset();
     endpoint_.set_unit(config_.transmission_unit);
     control_.reset();

@@ -89,6 +89,8 @@ public:
 
     /// Power was lost and is back.
     virtual void reset();
+    /// How often power was lost. What was to be sent before that is never sent.
+    uint32_t power_losses() const { return power_losses_; }
 
     /// The firmware device that a PLDM terminus has; null for others.
     virtual PldmFirmware* firmware() { return nullptr; }
@@ -131,10 +133,8 @@ protected:
         early_.push_back({std::move(body), answer_delay_us_});
         delay_answer(microseconds);
     }
-    /// Message bytes in each packet that the device sends from now on; 0: as at power on.
-    void set_transmission_unit(size_t unit) {
-        endpoint_.set_unit(unit != 0 ? unit : config_.transmission_unit);
-    }
+    /// Message bytes in each packet that the device sends from now on.
+    void set_transmission_unit(size_t unit) { endpoint_.set_unit(unit); }
     /// Sends a request of the device's own, after what is being done now.
     /// @param delay_us  from now
     void initiate(Message request, uint64_t delay_us) {
@@ -174,6 +174,7 @@ private:
     std::optional<Hostile> hostile_;  ///< once it has been
     uint64_t answer_delay_us_ = 0;
     uint8_t requester_eid_ = 0;
+    uint32_t power_losses_ = 0;
     std::vector<Early> early_;
     std::vector<Initiated> initiated_;
 };

@@ -278,25 +278,32 @@ void I2cBus::schedule(Device& device, const std::vector<Outgoing>& outgoing) {
     for (const Outgoing& each : outgoing) {
         Bytes frame = block_write(around_.bmc_address, device.info().address, each);
         around_.clock.schedule(around_.clock.now_ns() + each.delay_ns,
-                               [this, &device, frame] { transmit(device, frame); });
+                               [this, &device, frame, losses = device.power_losses()] {
+                                   transmit(device, frame, losses);
+                               });
     }
 }
 
-void I2cBus::transmit(Device& device, const Bytes& frame) {
+/// @param losses  how often the device had lost power when it made the frame
+void I2cBus::transmit(Device& device, const Bytes& frame, uint32_t losses) {
     Clock& clock = around_.clock;
     if (free_at_ns_ > clock.now_ns()) {
-        clock.schedule(free_at_ns_, [this, &device, frame] { transmit(device, frame); });
+        clock.schedule(free_at_ns_,
+                       [this, &device, frame, losses] { transmit(device, frame, losses); });
         return;
     }
     // Behind a channel that is not connected nobody hears the device; it gives up.
-    if (!connected(device.path()) || !powered(device)) {
+    if (!connected(device.path()) || !powered(device) || device.power_losses() != losses) {
         return;
     }
     charge(frame.size());
-    clock.schedule(free_at_ns_, [this, &device, frame] { arrive(device, frame); });
+    clock.schedule(free_at_ns_, [this, &device, frame, losses] { arrive(device, frame, losses); });
 }
 
-void I2cBus::arrive(const Device& device, const Bytes& frame) {
+void I2cBus::arrive(const Device& device, const Bytes& frame, uint32_t losses) {
+    if (device.power_losses() != losses) {
+        return;
+    }
     const ByteView packet = ByteView(frame).subspan(kBlockHead + 1, frame[2] - 1u);
     count_packet(packet.size());
     around_.tap.packet({number(), device.info().address, device.info().name, Direction::kToBmc,

@@ -102,8 +102,8 @@ private:
     void occupy(size_t bytes);
     void count_packet(size_t packet_size);
     void schedule(Device& device, const std::vector<Outgoing>& outgoing);
-    void transmit(Device& device, const Bytes& frame);
-    void arrive(const Device& device, const Bytes& frame);
+    void transmit(Device& device, const Bytes& frame, uint32_t losses);
+    void arrive(const Device& device, const Bytes& frame, uint32_t losses);
 
     BusStatistics statistics_;
     BusSurroundings around_;

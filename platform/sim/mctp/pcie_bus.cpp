@@ -146,12 +146,16 @@ void PcieBus::schedule(Function& function, const std::vector<Outgoing>& outgoing
     uint64_t packets = 0;
     for (const Outgoing& each : outgoing) {
         const uint64_t at = clock_.now_ns() + each.delay_ns + ++packets * kPacketNs;
-        clock_.schedule(at, [this, &function, packet = each.packet] { arrive(function, packet); });
+        clock_.schedule(
+            at, [this, &function, packet = each.packet, losses = function.device->power_losses()] {
+                arrive(function, packet, losses);
+            });
     }
 }
 
-void PcieBus::arrive(Function& function, const Bytes& packet) {
-    if (!powered(*function.device)) {
+/// @param losses  how often the device had lost power when it made the packet
+void PcieBus::arrive(Function& function, const Bytes& packet, uint32_t losses) {
+    if (!powered(*function.device) || function.device->power_losses() != losses) {
         return;
     }
     record(*function.device, Direction::kToBmc, packet);

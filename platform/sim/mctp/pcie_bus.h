@@ -77,7 +77,7 @@ private:
     bool answers_open_request(const PcieMessage& outgoing);
     std::optional<PcieMessage> wait(uint64_t limit_ns, const Wanted& wanted);
     void schedule(Function& function, const std::vector<Outgoing>& outgoing);
-    void arrive(Function& function, const Bytes& packet);
+    void arrive(Function& function, const Bytes& packet, uint32_t losses);
     void record(const Device& device, Direction direction, const Bytes& packet);
     void tell_lost(const PcieMessage& outgoing);
 

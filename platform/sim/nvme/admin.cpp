@@ -39,7 +39,7 @@ enum Opcode : uint8_t {
     kLockdownCommand = 0x24,
     kFormatCommand = 0x80,
     kSanitizeCommand = 0x84,
-    kPassthroughCommand = 0xC2,
+    kPassthroughCommand = kNvmePassthrough,
 };
 
 constexpr std::array<uint8_t, 12> kOpcodes = {kGetLogPageCommand,
@@ -58,6 +58,12 @@ constexpr std::array<uint8_t, 12> kOpcodes = {kGetLogPageCommand,
 bool takes_data(uint8_t opcode) {
     return opcode == kSetFeaturesCommand || opcode == kNamespaceManagementCommand ||
            opcode == kFirmwareDownloadCommand || opcode == kNamespaceAttachmentCommand;
+}
+
+/// Whether a command moves no data in either direction.
+bool moves_nothing(uint8_t opcode) {
+    return opcode == kFirmwareCommitCommand || opcode == kLockdownCommand ||
+           opcode == kFormatCommand || opcode == kSanitizeCommand;
 }
 
 /// Whether a command has to wait until a sanitize operation has ended well.
@@ -123,7 +129,10 @@ std::optional<NvmeDrive::Response> NvmeDrive::objection(const NvmeAdminCommand& 
     if (command.offset % 4 != 0) {
         return invalid_parameter(kOffsetByte);
     }
-    if (command.length % 4 != 0 || command.length > kMostData) {
+    // What asks for data of a command that has none must not have been carried out when it is
+    // refused.
+    const bool asks_in_vain = moves_nothing(command.opcode) && command.length != 0;
+    if (command.length % 4 != 0 || command.length > kMostData || asks_in_vain) {
         return invalid_parameter(kLengthByte);
     }
     const bool wrong_size = takes_data(command.opcode)

@@ -29,7 +29,9 @@ enum class NvmeStatus : uint16_t {
     kInsufficientCapacity = 0x115,
     kNamespaceIdUnavailable = 0x116,
     kAlreadyAttached = 0x118,
+    kNamespaceIsPrivate = 0x119,
     kNotAttached = 0x11A,
+    kThinProvisioningNotSupported = 0x11B,
     kControllerListInvalid = 0x11C,
     kProhibitionNotSupported = 0x128,
 };
@@ -58,6 +60,9 @@ struct NvmeAdminCommand {
 
     uint32_t namespace_id() const { return dwords[1]; }
 };
+
+/// The drive's command by which vendors' tools reach Identify and Get Log Page.
+constexpr uint8_t kNvmePassthrough = 0xC2;
 
 /// All namespaces at once.
 constexpr uint32_t kNvmeEveryNamespace = 0xFFFFFFFF;

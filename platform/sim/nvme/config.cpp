@@ -348,6 +348,8 @@ void read_drive_behaviour(ObjectReader& reader, NvmeSettings& settings) {
         const auto opcode = static_cast<uint8_t>(each.whole("opcode", 0xC0, 0xFF));
         if (!settings.vendor.emplace(opcode, each.require("data").hex()).second) {
             each.complain("opcode", "appears twice");
+        } else if (opcode == kNvmePassthrough) {
+            each.complain("opcode", "is a command that the drive has of itself");
         }
         each.finish();
     });

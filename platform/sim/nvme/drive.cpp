@@ -49,9 +49,10 @@ class NvmeDevice : public Device {
 public:
     NvmeDevice(NvmeConfig drive, const DeviceConfig& config, const Clock& clock)
         : Device(config, clock, {kNvmeMiType}),
-          drive_(std::move(drive), config.where.transport == Transport::kPcie
-                                       ? NvmePortType::kPcie
-                                       : NvmePortType::kSmbus) {}
+          drive_(std::move(drive),
+                 {config.where.transport == Transport::kPcie ? NvmePortType::kPcie
+                                                             : NvmePortType::kSmbus,
+                  config.transmission_unit, config.where.address}) {}
 
     void reset() override {
         Device::reset();
@@ -85,12 +86,13 @@ private:
 
 }  // namespace
 
-NvmeDrive::NvmeDrive(NvmeConfig config, NvmePortType own_port)
+NvmeDrive::NvmeDrive(NvmeConfig config, const Place& place)
     : config_(std::move(config)),
       settings_(config_.settings),
-      own_port_(own_port),
+      place_(place),
       firmware_(config_.firmware),
       namespaces_(config_) {
+    reset_units();
     last_health_ = health();
     mark(kNvmeReady);
 }
@@ -105,13 +107,20 @@ void NvmeDrive::set_faults(std::vector<NvmeFault> faults) {
     counts_.clear();
 }
 
+const NvmePort* NvmeDrive::own_port() const {
+    const auto found = std::ranges::find(config_.ports, place_.port, &NvmePort::type);
+    return found != config_.ports.end() ? &*found : nullptr;
+}
+
 size_t NvmeDrive::transmission_unit() const {
-    for (const NvmePort& port : config_.ports) {
-        if (port.type == own_port_ && port.unit != NvmePort{}.unit) {
-            return port.unit;
-        }
+    const NvmePort* const port = own_port();
+    return port != nullptr ? port->unit : place_.unit;
+}
+
+void NvmeDrive::reset_units() {
+    for (NvmePort& port : config_.ports) {
+        port.unit = static_cast<uint16_t>(&port == own_port() ? place_.unit : NvmePort{}.unit);
     }
-    return 0;
 }
 
 void NvmeDrive::power_cycle() {
@@ -133,9 +142,7 @@ void NvmeDrive::begin_anew() {
     if (firmware_.reset()) {
         mark(kNvmeFirmwareActivated);
     }
-    for (NvmePort& port : config_.ports) {
-        port.unit = NvmePort{}.unit;
-    }
+    reset_units();
     for (auto& [id, feature] : config_.features) {
         feature.current = feature.saved ? *feature.saved : feature.initial;
     }

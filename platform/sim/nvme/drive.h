@@ -45,8 +45,14 @@ enum NvmeMessageStatus : uint8_t {
  */
 class NvmeDrive {
 public:
-    /// @param own_port  the type of the port that it is reached by
-    NvmeDrive(NvmeConfig config, NvmePortType own_port);
+    /// How the drive is reached.
+    struct Place {
+        NvmePortType port = NvmePortType::kSmbus;
+        size_t unit = NvmePort{}.unit;  ///< message bytes in each packet at power on
+        uint8_t address = 0;            ///< 8-bit slave address over SMBus
+    };
+
+    NvmeDrive(NvmeConfig config, const Place& place);
 
     // ---- For tests --------------------------------------------------------------------------
 
@@ -79,7 +85,7 @@ public:
 
     /// Power was lost and is back.
     void power_cycle();
-    /// Message bytes in a packet on the own port; 0: as at power on.
+    /// Message bytes in a packet on the port that it is reached by.
     size_t transmission_unit() const;
 
 private:
@@ -120,6 +126,9 @@ private:
     Response respond(NvmeCommandSet set, ByteView request);
     void subsystem_reset();
     void begin_anew();
+    /// Null if the board file gives the drive none of that type.
+    const NvmePort* own_port() const;
+    void reset_units();
 
     // Management commands (NVMe-MI, Management Interface command set).
     Response manage(ByteView body);
@@ -169,7 +178,7 @@ private:
 
     NvmeConfig config_;
     NvmeSettings settings_;
-    NvmePortType own_port_;
+    Place place_;
     NvmeFirmware firmware_;
     NvmeNamespaces namespaces_;
     NvmeMedia media_;

@@ -109,6 +109,7 @@ std::optional<std::string> NvmeFirmware::revision_of_download() {
         return std::nullopt;
     }
     if (expected_.given()) {
+        expected_.look_again();
         const uint64_t size = expected_.size();
         const bool long_enough =
             download_.size() >= size && download_.size() <= size + kMostPadding;

@@ -153,6 +153,7 @@ Bytes NvmeDrive::identify_controller(uint16_t controller) const {
     constexpr double kCelsiusToKelvin = 273;
     constexpr uint8_t kErrorEntries = 63;
     constexpr uint32_t kEverySanitize = 7;
+    constexpr uint32_t kMediaNotModified = 1u << 30;  // behind a sanitize operation
     constexpr size_t kNqn = 768;
     Bytes out(kIdentifySize);
     put_le(out, 0, config_.vendor_id, 2);
@@ -178,12 +179,13 @@ Bytes NvmeDrive::identify_controller(uint16_t controller) const {
     put_le(out, 280, config_.capacity, 8);
     put_le(out, 296, namespaces_.unallocated(), 8);
     out[319] = 0xFF;  // firmware update granularity: none
-    put_le(out, 328, kEverySanitize, 4);
+    put_le(out, 328, kEverySanitize | kMediaNotModified, 4);
     out[512] = 0x66;
     out[513] = 0x44;
     put_le(out, 516, namespaces_.most(), 4);
     put_le(out, 520, 0x001C, 2);  // optional commands: dataset management, write zeroes, save
-    out[525] = 0x01;              // volatile write cache
+    out[524] = 0x04;              // Format NVM can erase cryptographically
+    out[525] = 0x07;              // volatile write cache, flushed for all namespaces at once too
     for (size_t i = 0; i < config_.nqn.size(); ++i) {
         out[kNqn + i] = static_cast<uint8_t>(config_.nqn[i]);
     }

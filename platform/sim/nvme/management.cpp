@@ -201,10 +201,10 @@ Bytes NvmeDrive::port_information(const NvmePort& port) const {
         out[12] = kLanes;
     } else if (port.type == NvmePortType::kSmbus) {
         constexpr uint8_t kVpdAddress = 0xA6;
-        constexpr uint8_t kEndpointAddress = 0x3A;
+        constexpr uint8_t kUsualAddress = 0x3A;
         out[8] = kVpdAddress;
         out[9] = port.highest_frequency;
-        out[10] = kEndpointAddress;
+        out[10] = &port == own_port() ? place_.address : kUsualAddress;
         out[11] = port.highest_frequency;
     }
     return out;

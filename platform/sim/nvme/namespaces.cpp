@@ -18,7 +18,11 @@ constexpr size_t kProtection = 29;
 constexpr size_t kSharing = 30;
 
 constexpr uint32_t kSelect = 0x0F;
-constexpr uint8_t kFormatBits = 0x0F;
+
+/// A format index from its lower four bits and, as of NVMe 2.0, two upper ones elsewhere.
+uint8_t format_index(uint32_t lower, uint32_t upper) {
+    return static_cast<uint8_t>((lower & 0x0F) | (upper & 0x03) << 4);
+}
 
 /// A list of controllers (NVMe, controller list). Nothing if it is none.
 std::optional<std::set<uint16_t>> read_list(ByteView data) {
@@ -85,12 +89,15 @@ NvmeCompletion NvmeNamespaces::create(ByteView data) {
     }
     NvmeNamespace space;
     space.blocks = le64(data, kSizePlace);
-    space.format = data[kFormatPlace] & kFormatBits;
+    space.format = format_index(data[kFormatPlace], data[kFormatPlace] >> 5);
     space.sharing = data[kSharing] & 1;
     if (space.format >= kNvmeFormats.size()) {
         return NvmeStatus::kInvalidFormat;
     }
-    // A capacity below the size would be thin provisioning, and protection needs metadata.
+    if (le64(data, kCapacity) < space.blocks) {
+        return NvmeStatus::kThinProvisioningNotSupported;
+    }
+    // Protection needs metadata, which no format has.
     if (space.blocks == 0 || le64(data, kCapacity) != space.blocks || data[kProtection] != 0) {
         return NvmeStatus::kInvalidField;
     }
@@ -150,6 +157,10 @@ NvmeStatus NvmeNamespaces::attach(const NvmeAdminCommand& command) {
                                            : NvmeStatus::kAlreadyAttached;
         }
     }
+    const bool shared = space->controllers.size() + list->size() > 1;
+    if (select == kSelectAttach && shared && !space->sharing) {
+        return NvmeStatus::kNamespaceIsPrivate;
+    }
     for (uint16_t id : *list) {
         if (select == kSelectAttach) {
             space->controllers.insert(id);
@@ -165,7 +176,7 @@ NvmeStatus NvmeNamespaces::format(const NvmeAdminCommand& command) {
     constexpr uint32_t kMetadataAndProtection = 0x1F0;
     constexpr uint32_t kLastErase = 2;
     const uint32_t settings = command.dwords[10];
-    const auto format = static_cast<uint8_t>(settings & kFormatBits);
+    const uint8_t format = format_index(settings, settings >> 12);
     if (format >= kNvmeFormats.size() || (settings & kMetadataAndProtection) != 0) {
         return NvmeStatus::kInvalidFormat;
     }

@@ -374,6 +374,7 @@ void PldmFirmware::start_transfer(size_t component, ByteView data) {
     PldmFirmwareTransfer& transfer = transfers_[component];
     transfer.image_size = le32(data, 9);
     transfer.option_flags = le32(data, 13);
+    components_[component].expected.look_again();
     images_[component].start(transfer.image_size, settings_.keep_image);
     const uint32_t wish = settings_.transfer_size != 0 ? settings_.transfer_size : max_transfer_;
     plan_ = PiecePlan(transfer.image_size, std::min(wish, max_transfer_), settings_.order,

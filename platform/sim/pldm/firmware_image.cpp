@@ -106,6 +106,12 @@ uint64_t ExpectedImage::size() const {
     return end < 0 ? 0 : static_cast<uint64_t>(end) - std::min<uint64_t>(in_file_, end);
 }
 
+void ExpectedImage::look_again() {
+    if (!path_.empty()) {
+        window_.clear();
+    }
+}
+
 bool ExpectedImage::load(uint64_t at) {
     if (path_.empty()) {
         return at < window_.size();

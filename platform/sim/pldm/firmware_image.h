@@ -59,6 +59,8 @@ public:
     bool given() const { return given_; }
     /// Bytes of the image; 0 if the file cannot be read.
     uint64_t size() const;
+    /// A file may have been written since the last image: what is held of it counts no longer.
+    void look_again();
     /// @param at  where the data stand in the image
     /// @return how many bytes of the data are right; nothing if all are
     std::optional<size_t> difference(uint64_t at, ByteView data);

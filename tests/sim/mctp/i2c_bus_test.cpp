@@ -44,6 +44,25 @@ TEST_F(I2cBus, AcceptsAPecThatCameWithTheBytes) {
     EXPECT_EQ(read(2), kEidAnswer);
 }
 
+// An answer that is due when power goes, one that waits for the bus, one that is on it.
+TEST_F(I2cBus, WhatWasOnItsWayWhenPowerWentNeverComes) {
+    open(board_with(R"({"name": "s", "type": "pldm", "bus": 2, "address": "0x64", "eid": 9,
+                        "standby": false, "response_us": 1000})"));
+    for (uint64_t us = 0; us < 4000; us += 250) {
+        EXPECT_EQ(write(2, kGetEid), 0);
+        board->advance_us(us);
+        const uint64_t there = statistics(2).packets;
+        board->set_main_power(false);
+        board->set_main_power(true);
+        board->advance_us(1'000'000);
+        EXPECT_EQ(statistics(2).packets, there) << us;
+        while (read(2) == kEidAnswer) {
+        }
+    }
+    EXPECT_EQ(write(2, kGetEid), 0);
+    EXPECT_EQ(read(2), kEidAnswer);
+}
+
 TEST_F(I2cBus, RefusesAWrongPec) {
     EXPECT_EQ(write_plain(2, "64 0f 08 21 01 00 08 c9 00 80 02 d9"), -EIO);
     EXPECT_EQ(read(2), "error " + std::to_string(-ETIMEDOUT));

@@ -168,6 +168,17 @@ TEST_F(Pcie, FunctionWithoutPowerKeepsSilent) {
     EXPECT_EQ(PltMCTP_WriteRead(&request), 1);
 }
 
+TEST_F(Pcie, WhatWasOnItsWayWhenPowerWentNeverComes) {
+    open(board_with(R"({"name": "gpu0", "type": "pldm", "transport": "pcie", "bdf": "47:00.0",
+                        "standby": false, "response_us": 2000000})"));
+    plt_pcie_request request = to(0x47, 0, 0, "01 800002");
+    EXPECT_EQ(PltMCTP_WriteRead(&request), 0) << "too late";
+    board->set_main_power(false);
+    board->set_main_power(true);
+    board->advance_us(3'000'000);
+    EXPECT_EQ(board->pcie_statistics().packets, 1u) << "the request";
+}
+
 TEST_F(Pcie, BoardFileNamesWhatIsWrong) {
     const std::string head = R"({"name": "a", "type": "pldm", "transport": "pcie", )";
     for (const char* bdf : {"4:00.0", "47:20.0", "47:00.8", "47:0g.0", "47-00.0", ""}) {

@@ -62,6 +62,12 @@ TEST_F(NvmeBoardFile, ErrorsOfWhatADriveHas) {
     EXPECT_EQ(refused(R"("vendor_commands": [{"opcode": "0xc1", "data": ""},
                       {"opcode": "0xc1", "data": ""}])"),
               at + "vendor_commands[1].opcode: appears twice");
+    EXPECT_EQ(refused(R"("vendor_commands": [{"opcode": "0xc2", "data": ""}])"),
+              at + "vendor_commands[0].opcode: is a command that the drive has of itself");
+    EXPECT_EQ(refused(R"("capacity": "0x200000000000000")"),
+              at + "capacity: must be a whole number from 4096 to 72057594037927936");
+    EXPECT_EQ(refused(R"("capacity": "0x1000000000000000")"),
+              at + "capacity: must be a whole number from 4096 to 72057594037927936");
     EXPECT_EQ(refused(R"("faults": [{"kind": "completion", "set": "management", "opcode": 1,
                       "sct": 0, "sc": 1}])"),
               at + "faults[0].set: must be admin");

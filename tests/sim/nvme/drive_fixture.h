@@ -40,7 +40,7 @@ protected:
             const auto flags = static_cast<uint8_t>((at == 0 ? 0x80 : 0) |
                                                     (at + chunk == message.size() ? 0x40 : 0) |
                                                     (at / kUnit % 4) << 4 | 0x09);
-            sim::Bytes frame{0x3A, 0x0F, static_cast<uint8_t>(chunk + 5), 0x21, 1, 9, 8, flags};
+            sim::Bytes frame{address, 0x0F, static_cast<uint8_t>(chunk + 5), 0x21, 1, 9, 8, flags};
             sim::append(frame, sim::ByteView(message).subspan(at, chunk));
             plt_i2c_request request{};
             request.bus = 3;
@@ -172,6 +172,7 @@ protected:
     }
 
     sim::NvmeDrive* drive = nullptr;
+    uint8_t address = 0x3A;  ///< where requests go
 
 private:
     static std::string behind_head(const std::string& answer, const std::string& head) {

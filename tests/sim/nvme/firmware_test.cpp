@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Firmware of a drive: images in pieces, slots, activation (NVMe, Firmware Commit and Image
 // Download).
+#include <cstdio>
+#include <fstream>
+
 #include "admin_fixture.h"
 
 namespace {
@@ -55,6 +58,25 @@ TEST_F(NvmeUpdate, TakesEffectAfterAReset) {
     EXPECT_EQ(slots(), "02 1.0     2.0     " + std::string(8, '\0'));
     EXPECT_EQ(manage(0x01).substr(24, 5), "91 01") << "firmware activated";
     EXPECT_EQ(drive->firmware().next(), 0);
+}
+
+TEST_F(NvmeUpdate, ComparesWithTheFileAsItIsNow) {
+    const std::string path = testing::TempDir() + "sim-drive-expected.bin";
+    auto expect = [&path](const Bytes& content) {
+        std::ofstream(path, std::ios::binary)
+            .write(reinterpret_cast<const char*>(content.data()),
+                   static_cast<std::streamsize>(content.size()));
+    };
+    open_drive(R"("firmware": {"slots": ["1.0", ""], "expect_file": ")" + path + "\"}");
+    expect(image("2.0", 8000));
+    download(image("2.0", 8000));
+    EXPECT_EQ(commit(2, 1), ended(0));
+    expect(image("3.0", 8000));
+    download(image("3.0", 8000));
+    EXPECT_EQ(commit(2, 1), ended(0)) << "the new one";
+    download(image("2.0", 8000));
+    EXPECT_EQ(commit(2, 1), failed(1, 0x07)) << "the old one";
+    std::remove(path.c_str());
 }
 
 TEST_F(NvmeUpdate, ActivatesWhatIsThere) {

@@ -27,7 +27,8 @@ TEST_F(NvmeIdentify, Controller) {
     EXPECT_EQ(sim::le16(data, 268), 354);
     EXPECT_EQ(sim::le64(data, 280), 1048576u);
     EXPECT_EQ(sim::le64(data, 296), 524288u);
-    EXPECT_EQ(sim::le32(data, 328), 7u);
+    EXPECT_EQ(sim::le32(data, 328), 0x40000007u) << "sanitize, nothing modified behind it";
+    EXPECT_EQ(hex({data.begin() + 524, data.begin() + 526}), "04 07") << "FNA, VWC";
     EXPECT_EQ(sim::le32(data, 516), 16u);
     EXPECT_EQ(text(data, 768, 34), "nqn.2014-08.org.nvmexpress:sim:S1" + std::string(1, '\0'));
 }

@@ -48,6 +48,28 @@ TEST_F(NvmeConfiguration, TransmissionUnitTakesEffectOnTheOwnPort) {
     EXPECT_EQ(manage(0x04, 0x01000003), "00 40 00 00");
 }
 
+// The board file's unit is that of the drive's own port at power on, and gives way like any other.
+TEST_F(NvmeConfiguration, TransmissionUnitOfTheBoardFileIsThatOfTheOwnPort) {
+    std::string file = drive_with("");
+    file.replace(file.find(R"("eid": 9)"), 8, R"("eid": 9, "transmission_unit": 128)");
+    open(file);
+    drive = board->nvme("d");
+    ASSERT_NE(drive, nullptr);
+    EXPECT_EQ(manage(0x04, 0x01000003), "00 80 00 00");
+    EXPECT_EQ(manage(0x04, 0x00000003), "00 40 00 00") << "the other port";
+    const uint64_t before = statistics(3).packets;
+    manage(0x05, 0, 220);
+    EXPECT_EQ(statistics(3).packets - before, 1u + 2) << "232 bytes in 128 each";
+    EXPECT_EQ(manage(0x03, 0x01000003, 64), kSuccess);
+    EXPECT_EQ(manage(0x04, 0x01000003), "00 40 00 00");
+    const uint64_t between = statistics(3).packets;
+    manage(0x05, 0, 220);
+    EXPECT_EQ(statistics(3).packets - between, 1u + 4) << "and in 64 each";
+    board->set_main_power(false);
+    board->set_main_power(true);
+    EXPECT_EQ(manage(0x04, 0x01000003), "00 80 00 00");
+}
+
 TEST_F(NvmeConfiguration, HealthStatusChangeIsCleared) {
     open_drive();
     EXPECT_EQ(manage(0x01), "00 00 00 00 38 ff 23 00 01 00 00 00");
@@ -113,6 +135,15 @@ std::string zeros(size_t count) {
         out += " 00";
     }
     return out;
+}
+
+TEST_F(NvmeStructures, PortSaysWhichAddressTheDriveHas) {
+    std::string file = drive_with("");
+    file.replace(file.find("0x3a"), 4, "0x50");
+    open(file);
+    address = 0x50;
+    EXPECT_EQ(manage(0x00, 0x01010000),
+              "00 20 00 00 02 00 fa 00 00 00 00 00 a6 03 50 03" + zeros(20));
 }
 
 TEST_F(NvmeStructures, SubsystemAndPorts) {

@@ -53,8 +53,10 @@ TEST_F(NvmeSpaces, CreateAttachDetachDelete) {
 }
 
 TEST_F(NvmeSpaces, ControllerLists) {
-    open_drive(R"("controllers": [{"id": 0}, {"id": 1}],
-        "namespaces": [{"id": 1, "blocks": 8, "controllers": []}])");
+    open_drive(R"("controllers": [{"id": 0}, {"id": 1}], "namespaces": [])");
+    Bytes shared = properties(8, 0);
+    shared[30] = 1;
+    EXPECT_EQ(create(shared), ended(0, 1));
     EXPECT_EQ(attach(1, 0, "0200 0000 0100"), ended(0));
     EXPECT_EQ(drive->namespaces().find(1)->controllers, (std::set<uint16_t>{0, 1}));
     EXPECT_EQ(attach(1, 1, "0100 0100"), ended(0));
@@ -69,6 +71,18 @@ TEST_F(NvmeSpaces, ControllerLists) {
     EXPECT_EQ(admin({.opcode = 0x15, .id = 1, .data = Bytes(8)}), failed(0, 0x02));
 }
 
+TEST_F(NvmeSpaces, APrivateNamespaceHasOneController) {
+    open_drive(R"("controllers": [{"id": 0}, {"id": 1}], "namespaces": [])");
+    EXPECT_EQ(create(properties(8, 0)), ended(0, 1));
+    EXPECT_EQ(attach(1, 0, "0200 0000 0100"), failed(1, 0x19)) << "both at once";
+    EXPECT_TRUE(drive->namespaces().find(1)->controllers.empty());
+    EXPECT_EQ(attach(1, 0, "0100 0100"), ended(0));
+    EXPECT_EQ(attach(1, 0, "0100 0000"), failed(1, 0x19));
+    EXPECT_EQ(drive->namespaces().find(1)->controllers, std::set<uint16_t>{1});
+    EXPECT_EQ(attach(1, 1, "0100 0100"), ended(0));
+    EXPECT_EQ(attach(1, 0, "0100 0000"), ended(0)) << "free again";
+}
+
 TEST_F(NvmeSpaces, WrongProperties) {
     open_drive(R"("namespaces": [])");
     EXPECT_EQ(create(properties(0, 0)), failed(0, 0x02));
@@ -76,7 +90,11 @@ TEST_F(NvmeSpaces, WrongProperties) {
     EXPECT_EQ(create(properties(~0ull, 1)), failed(1, 0x15));
     Bytes thin = properties(8, 0);
     thin[8] = 7;
-    EXPECT_EQ(create(thin), failed(0, 0x02));
+    EXPECT_EQ(create(thin), failed(1, 0x1B)) << "thin provisioning";
+    thin[8] = 9;
+    EXPECT_EQ(create(thin), failed(0, 0x02)) << "more than its size";
+    Bytes upper = properties(8, 0x21);
+    EXPECT_EQ(create(upper), failed(1, 0x0A)) << "format 17, upper bits of FLBAS";
     EXPECT_EQ(create(Bytes(64)), failed(0, 0x02));
     Bytes body = encode({.opcode = 0x0D, .data = properties(8, 0)});
     body[4] = 0;
@@ -95,6 +113,8 @@ TEST_F(NvmeSpaces, Format) {
     EXPECT_EQ(drive->namespaces().find(2)->used, 6u);
     EXPECT_EQ(identify(0, 1)[26], 1);
     EXPECT_EQ(format(1, 2), failed(1, 0x0A));
+    EXPECT_EQ(format(1, 0x1001), failed(1, 0x0A)) << "format 17";
+    EXPECT_EQ(format(1, 0x2000), failed(1, 0x0A)) << "format 32";
     EXPECT_EQ(format(1, 0x20), failed(1, 0x0A)) << "protection information";
     EXPECT_EQ(format(1, 0x600), failed(0, 0x02)) << "secure erase";
     EXPECT_EQ(format(3, 0), failed(0, 0x02));
@@ -102,6 +122,20 @@ TEST_F(NvmeSpaces, Format) {
     EXPECT_EQ(format(0xFFFFFFFF, 0), ended(0));
     EXPECT_EQ(drive->namespaces().find(1)->blocks, 80u);
     EXPECT_EQ(drive->namespaces().find(2)->used, 0u);
+}
+
+// What is refused for the data that it asks for has not been done before.
+TEST_F(NvmeSpaces, ACommandWithoutDataThatAsksForSomeIsNotCarriedOut) {
+    open_drive(R"("namespaces": [{"id": 1, "blocks": 80, "used": 5}])");
+    EXPECT_EQ(admin({.opcode = 0x80, .id = 1, .dword10 = 1, .length = 4}), "04 00 20 00");
+    EXPECT_EQ(drive->namespaces().find(1)->blocks, 80u);
+    EXPECT_EQ(drive->namespaces().find(1)->used, 5u);
+    EXPECT_EQ(admin({.opcode = 0x84, .dword10 = 2, .length = 4}), "04 00 20 00") << "Sanitize";
+    EXPECT_EQ(log(0x81, 512)[2] & 7, 0) << "none was begun";
+    EXPECT_EQ(admin({.opcode = 0x10, .dword10 = 2 << 3 | 1, .length = 4}), "04 00 20 00");
+    EXPECT_EQ(drive->firmware().next(), 0);
+    EXPECT_EQ(admin({.opcode = 0x24, .dword10 = 0x8010, .length = 4}), "04 00 20 00");
+    EXPECT_EQ(admin({.opcode = 0x80, .id = 1}), ended(0)) << "not locked";
 }
 
 }  // namespace
