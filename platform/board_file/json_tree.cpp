@@ -186,7 +186,9 @@ private:
 };
 
 std::optional<int64_t> prefixed_hex(const std::string& text) {
-    if (text.size() < 3 || text.size() > 10 || text[0] != '0' || (text[1] | 0x20) != 'x') {
+    constexpr size_t kMostDigits = 15;  // what an int64_t holds of any
+    if (text.size() < 3 || text.size() > 2 + kMostDigits || text[0] != '0' ||
+        (text[1] | 0x20) != 'x') {
         return std::nullopt;
     }
     std::string digits = text.substr(2);

@@ -2,6 +2,10 @@
 // The simulated board as programs in C open it.
 #include <sideband-sim/sim.h>
 
+#include <cstdio>
+#include <fstream>
+#include <string>
+
 #include "board/board_fixture.h"
 
 namespace {
@@ -28,6 +32,18 @@ TEST(SimC, FileThatCannotBeReadIsOneLineOnStandardError) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "/nonexistent/board.json: No such file or directory\n");
     EXPECT_EQ(sim::Board::current(), nullptr);
+}
+
+TEST(SimC, FileThatIsWrongIsALineForEachErrorOnStandardError) {
+    const std::string path = testing::TempDir() + "sim-c-wrong.json";
+    std::ofstream(path) << R"({"name": "x", "buses": [{"bus": 2}], "one": 1,
+"two": 2})";
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(sideband_sim_open(path.c_str()), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              path + ":1: one: no such key\n" + path + ":2: two: no such key\n");
+    EXPECT_EQ(sim::Board::current(), nullptr);
+    std::remove(path.c_str());
 }
 
 }  // namespace

@@ -9,8 +9,9 @@ namespace sim {
 
 namespace {
 
-// transferFlag: Start and Middle of GetPDR (DSP0248) and of all the others (DSP0240).
-constexpr uint32_t kPdrMiddle = 1;
+// transferFlag: Middle of PDRs and FRU tables, which count from Start = 0, and of all the others
+// (DSP0240).
+constexpr uint32_t kTableMiddle = 1;
 constexpr uint32_t kMiddle = 2;
 constexpr uint32_t kAnotherHandle = 0x00000101;
 
@@ -25,7 +26,7 @@ constexpr Field kStates[] = {{4}, {5}, {9}};
 constexpr Field kRepository[] = {{4}, {31, 4}, {35, 4}, {39, 4}};
 constexpr Field kPdr[] = {{4, 4, false, kAnotherHandle},
                           {8, 4, false, kAnotherHandle},
-                          {12, 1, false, kPdrMiddle},
+                          {12, 1, false, kTableMiddle},
                           {13, 2},  // responseCount
                           {20},     // PDRType
                           {23, 2},  // dataLength
@@ -36,7 +37,7 @@ constexpr Field kPdr[] = {{4, 4, false, kAnotherHandle},
                           {70}};
 constexpr Field kFruMetadata[] = {{6, 4}, {10, 4}, {14, 2}, {16, 2}, {18, 4}};
 constexpr Field kFruTable[] = {{4, 4, false, kAnotherHandle},
-                               {8, 1, false, kMiddle},
+                               {8, 1, false, kTableMiddle},
                                {11},
                                {12},  // number of fields
                                {13},

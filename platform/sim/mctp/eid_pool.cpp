@@ -21,8 +21,11 @@ std::optional<Bytes> EidPool::with_wish(std::optional<Bytes> answer, size_t want
     constexpr uint8_t kWantsPool = 0x01;
     constexpr uint8_t kHasPool = 0x02;
     if (answer && answer->size() == kAnswerSize && (*answer)[1] == kControlSetEndpointId) {
-        (*answer)[3] |= size_ == 0 ? kWantsPool : kHasPool;
-        (*answer)[5] = static_cast<uint8_t>(wanted);
+        constexpr size_t kMost = kLastEid - kFirstEid + 1;
+        if (wanted != 0) {
+            (*answer)[3] |= size_ == 0 ? kWantsPool : kHasPool;
+        }
+        (*answer)[5] = static_cast<uint8_t>(std::min(wanted, kMost));
     }
     return answer;
 }

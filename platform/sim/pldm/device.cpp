@@ -173,10 +173,10 @@ std::optional<Bytes> PldmDevice::answer_firmware(ByteView request, Bytes header)
 }
 
 void PldmDevice::heard(const Message& response) {
-    if (!firmware_ || response.type != kPldmType) {
+    if (!firmware_ || response.type != kPldmType || response.source_eid != update_agent_) {
         return;
     }
-    firmware_->heard(response.body, clock().now_us());
+    firmware_->heard(response.tag, response.body, clock().now_us());
     send_firmware_request(firmware_->next_request(clock().now_us()), 0);
 }
 

@@ -125,7 +125,7 @@ public:
     /// The unanswered one again, if the agent has been silent for too long.
     std::optional<Request> repetition(uint64_t now_us);
     /// Takes the agent's answer. @param answer  from its PLDM header on
-    void heard(ByteView answer, uint64_t now_us);
+    void heard(uint8_t tag, ByteView answer, uint64_t now_us);
 
     /// Power was lost and is back.
     void reset();

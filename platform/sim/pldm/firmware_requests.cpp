@@ -140,8 +140,8 @@ PldmFirmware::Outstanding PldmFirmware::compose(uint8_t command, bool extra) {
     return request;
 }
 
-void PldmFirmware::heard(ByteView answer, uint64_t now_us) {
-    if (dead_ || !outstanding_ || answer.size() <= kHeader) {
+void PldmFirmware::heard(uint8_t tag, ByteView answer, uint64_t now_us) {
+    if (dead_ || !outstanding_ || outstanding_->tag != tag || answer.size() <= kHeader) {
         return;
     }
     const Bytes& asked = outstanding_->message;

@@ -2,6 +2,7 @@
 // What sensors tell about themselves in the PDR repository, and the keys for it (DSP0248).
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <map>
 
 #include "sim/pldm/sensor.h"
@@ -23,8 +24,11 @@ const std::vector<std::string> kRangeFormats = {"uint8",  "sint8",  "uint16", "s
                                                 "uint32", "sint32", "real32"};
 constexpr size_t kReal32 = 6;
 
-/// Whether an integer format can express a number.
+/// Whether a format can express a number.
 bool fits(double value, size_t format) {
+    if (format == kReal32) {
+        return std::abs(value) <= std::numeric_limits<float>::max();
+    }
     const int bits = 8 << (format / 2);
     const bool is_signed = format % 2 != 0;
     const double highest = std::ldexp(1.0, bits - (is_signed ? 1 : 0)) - 1;
@@ -49,6 +53,13 @@ void NumericSensor::read_units(ObjectReader& reader) {
     base_unit_ = static_cast<uint8_t>(reader.whole(
         "base_unit", 0, 255, known != kBaseUnits.end() ? known->second : kUnspecified));
     unit_modifier_ = static_cast<int8_t>(reader.whole("unit_modifier", -30, 30, 0));
+    const double resolution = range_value(info_.resolution);
+    if (!fits(resolution, kReal32) || static_cast<float>(resolution) == 0) {
+        reader.complain("resolution", "does not fit a real32");
+    }
+    if (!fits(range_value(offset_), kReal32)) {
+        reader.complain("offset", "does not fit a real32");
+    }
     hysteresis_ = reader.number("hysteresis", 0);
     const bool fits_counts = std::round(hysteresis_ / info_.resolution) <= highest_count();
     if (hysteresis_ < 0 || (reader.sound() && !fits_counts)) {
@@ -68,9 +79,6 @@ void NumericSensor::read_range(ObjectReader& reader) {
         }
         values.finish();
     });
-    if (range_format_ == kReal32) {
-        return;
-    }
     auto check_all = [&](const char* key, const auto& values) {
         for (const std::optional<double>& value : values) {
             if (value && !fits(range_value(*value), range_format_)) {

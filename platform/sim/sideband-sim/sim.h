@@ -14,7 +14,8 @@ struct mctp_ctx;
 /**
  * Puts a simulated board under the platform interface of this process.
  * @param board_file  path of a board file; null for the built-in board
- * @return 0; -1 after one line on standard error when the file cannot be read or is malformed
+ * @return 0; -1 behind a line on standard error for each thing that is wrong with the file, or for
+ * its not being readable
  */
 int sideband_sim_open(const char* board_file);
 

@@ -30,6 +30,21 @@ TEST_F(MpioDevice, AnswersTheBringUpInOrder) {
     EXPECT_EQ(ask_root_complex("85 08 02 00 00"), "05 08 00 00 20 40") << "what is allocated";
 }
 
+TEST_F(MpioDevice, WantsNoLargerPoolThanThereCanBe) {
+    std::string functions;
+    for (int i = 0; i < 300; ++i) {
+        functions += std::string(i != 0 ? "," : "") + R"({"name": "f)" + std::to_string(i) +
+                     R"(", "type": "pldm", "transport": "pcie", "bdf": ")" +
+                     hex({static_cast<uint8_t>(1 + i / 32)}) + ":" +
+                     hex({static_cast<uint8_t>(i % 32)}) + R"(.0"})";
+    }
+    open(board_with(R"({"name": "m", "type": "mpio", "transport": "pcie", "bdf": "00:00.0"},)" +
+                    functions));
+    EXPECT_EQ(ask_root_complex("82 01 00 10"), "02 01 00 01 10 f7") << "EIDs 8 to 254";
+    open(board_with(R"({"name": "m", "type": "mpio", "transport": "pcie", "bdf": "00:00.0"})"));
+    EXPECT_EQ(ask_root_complex("82 01 00 10"), "02 01 00 00 10 00") << "none";
+}
+
 TEST_F(MpioDevice, KeepsSilentOnceItIsDiscovered) {
     open(board_of(""));
     EXPECT_EQ(ask_root_complex("80 01 00 10"), "00 01 00 01 10 03");

@@ -38,6 +38,12 @@ TEST_F(FirmwareRequests, AnswersThatFitNoRequestAreIgnored) {
     answer("15 00 " + hex(image_of(32)));
     instance = right;
     answer("16 00");
+    tag = tag + 1;
+    answer("15 00 " + hex(image_of(32)));
+    tag = tag - 1;
+    const std::string whole = hex_byte(instance) + " 05 15 00 " + hex(image_of(32));
+    ASSERT_EQ(send(3, 0x64, "01 09 0a " + hex_byte(0xC0 | tag) + " 01 " + whole), 0)
+        << "of another EID";
     board->advance_us(5'000'000);
     EXPECT_EQ(asked(), "80 05 15 00 00 00 00 20 00 00 00") << "repeated after a time";
     EXPECT_EQ(device->repeated(), 1u);

@@ -254,6 +254,16 @@ TEST(PdrBoardFile, NumericSensorErrors) {
               "14: " + at + "hysteresis: does not fit the sensor's data_size and resolution");
     EXPECT_EQ(sensor_refusal(R"("hysteresis": 256)"),
               "14: " + at + "hysteresis: does not fit the sensor's data_size and resolution");
+    EXPECT_EQ(sensor_refusal(R"("unit_modifier": 30, "offset": 1, "resolution": 1e-16)"),
+              "14: " + at + "resolution: does not fit a real32")
+        << "1e-46 in the record's own unit";
+    EXPECT_EQ(sensor_refusal(R"("resolution": 1e39)"),
+              "14: " + at + "resolution: does not fit a real32");
+    EXPECT_EQ(sensor_refusal(R"("unit_modifier": -30, "resolution": 1e9)"),
+              "14: " + at + "resolution: does not fit a real32")
+        << "1e39 in the record's own unit";
+    EXPECT_EQ(sensor_refusal(R"("normal": {"max": 1e300})"),
+              "14: " + at + "normal: does not fit the sensor's range_format");
     EXPECT_EQ(sensor_refusal(R"("offset": 2)"),
               "13: " + at + "waveform: does not fit the sensor's data_size and resolution");
     EXPECT_EQ(sensor_refusal(R"("range_format": "real64")"),
