@@ -29,7 +29,11 @@ SIDEBAND_BEGIN_DECLS
 #ifndef DEBUG_LOG_FILE_ROTATED
 #define DEBUG_LOG_FILE_ROTATED "/nv/debug.log.0"
 #endif
-/** The log file is rotated once it is larger than this many bytes. */
+/**
+ * The log file is rotated once it is larger than this many bytes: it replaces the generation
+ * before it. Of two processes that cross the size at nearly the same moment each may rotate: the
+ * one generation that is kept is then the little that was written between the two.
+ */
 #define DEBUG_LOG_ROTATE_SIZE 0x20000
 /** Milliseconds that one message waits for the log file's lock at most. */
 #define DEBUG_LOG_LOCK_WAIT_MS 300

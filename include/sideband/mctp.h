@@ -403,8 +403,9 @@ SIDEBAND_EXPORT void mctp_set_deadline(mctp_ctx* ctx, uint32_t ms_from_now);
 /**
  * Writes one MCTP packet as an SMBus block write with PEC by the controller; up to 3 attempts,
  * each after emptying the BMC's slave queue of stale packets. The bus mutex is held by the caller.
+ * @param section addressing of a context; not null
  * @param length  MCTP packet length n, 0 to 251
- * @param frame   n + 4 bytes; the first four are filled here
+ * @param frame   n + 4 bytes, not null; the first four are filled here
  * @return 0 on success; -1 when the device is not powered, the write failed three times, or
  *         length is out of range
  */
@@ -422,6 +423,7 @@ SIDEBAND_EXPORT int32_t sl8_smbus_block_write(mctp_section* section, int32_t len
 
 /**
  * Reads one MCTP packet that a device wrote to the BMC's slave address.
+ * @param section addressing of a context; not null
  * @param length  bytes wanted, 0 to 252
  * @param buffer  receives at most length bytes, from the MCTP transport header on
  * @return bytes stored, none of a block that MCTP_STRICT_PACKETS takes for no packet; the
@@ -513,14 +515,15 @@ SIDEBAND_EXPORT int32_t get_bmc_by_owner(mctp_ctx* ctx);
 
 /**
  * A receive operation for SMBus contexts that delivers the message with its type byte. Locks the
- * bus as the stock receive of the context's binding kind does. See mctp_recv_op.
+ * bus as the stock receive of the context's binding kind does. ctx must not be null. See
+ * mctp_recv_op.
  * @return bytes stored, the type byte included; 0 if there is no buffer; -1 on failure
  */
 SIDEBAND_EXPORT int32_t mctp_smbus_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
 
 /**
- * A receive operation for PCIe contexts that delivers the message with its type byte. See
- * mctp_recv_op.
+ * A receive operation for PCIe contexts that delivers the message with its type byte. ctx must not
+ * be null. See mctp_recv_op.
  * @return bytes stored, the type byte included; -1 on failure and if the message is longer
  *         than the buffer
  */
@@ -553,6 +556,7 @@ SIDEBAND_EXPORT int32_t mctp_assign_eid(mctp_ctx* ctx);
 SIDEBAND_EXPORT int32_t get_eid_from_routing_table(mctp_ctx* owner, mctp_ctx* target);
 
 /* ---- AMD MPIO, the bus owner of PCIe devices behind the CPU ---------------------------------- */
+/* The context must not be null, but that of do_init_amd_mpio(): a failure. */
 
 /**
  * Created after a successful bring-up; never removed by the library. Another path for whoever
