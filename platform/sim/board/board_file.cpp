@@ -19,7 +19,6 @@ constexpr int64_t kSlowestClockHz = 10'000;
 constexpr int64_t kFastestClockHz = 1'000'000;
 constexpr int64_t kLongestWaitUs = 60'000'000;
 constexpr int kMostChannels = 8;
-constexpr int64_t kLargestUnitOfBmc = 120;  ///< MCTP_UNIT_SIZE_MAX of sideband/mctp.h
 /// More do not fit on the buses of a server, and each is looked for among the others.
 constexpr size_t kMostDevices = 1024;
 
@@ -223,7 +222,7 @@ void read_i2c_place(const BoardState& board, ObjectReader& reader, DeviceConfig&
     const bool software_pec = reader.choice("pec", {"hardware", "software"}, 0) == 1;
     config.where.binding_kind = software_pec ? 3 : 0;
     config.where.unit_size =
-        static_cast<uint16_t>(reader.whole("unit_size", 0, kLargestUnitOfBmc, 0));
+        static_cast<uint16_t>(reader.whole("unit_size", 0, 250, 0));
     config.transmission_unit = static_cast<size_t>(reader.whole(
         "transmission_unit", 1, 250, config.where.unit_size != 0 ? config.where.unit_size : 64));
     config.where.i2c_delay_us =

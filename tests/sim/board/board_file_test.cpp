@@ -191,8 +191,8 @@ TEST(BoardFile, DeviceErrors) {
     EXPECT_EQ(device_refusal("\"uuid\": \"12\""), "3: devices[0].uuid: must have 32 hex digits");
     EXPECT_EQ(device_refusal("\"pec\": \"none\""),
               "3: devices[0].pec: must be one of hardware, software");
-    EXPECT_EQ(device_refusal("\"unit_size\": 121"),
-              "3: devices[0].unit_size: must be a whole number from 0 to 120");
+    EXPECT_EQ(device_refusal("\"unit_size\": 251"),
+              "3: devices[0].unit_size: must be a whole number from 0 to 250");
     EXPECT_EQ(device_refusal("\"transmission_unit\": 0"),
               "3: devices[0].transmission_unit: must be a whole number from 1 to 250");
     EXPECT_EQ(device_refusal("\"lenient_eom\": \"yes\""),

@@ -20,8 +20,15 @@ TEST(NvmeNamespaces, AreCreatedAttachedAndDeleted) {
     expect_json(DriveBench().run({"nvme", "ns", "create", "nvme0", "--blocks", "2048", "--lbaf",
                                   "1", "--shared", "--json"}),
                 R"({"endpoint": "nvme0", "nsid": 2})");
-    expect_text(DriveBench().run({"nvme", "ns", "attach", "nvme0", "3"}),
+    DriveBench detached;
+    detached.drive()["namespaces"][1]["controllers"] = tool::Json::array();
+    expect_text(detached.run({"nvme", "ns", "attach", "nvme0", "3"}),
                 "namespace 3 is attached to controller 1\n");
+    expect_error(
+        DriveBench().run({"nvme", "ns", "attach", "nvme0", "3"}), 1,
+        "sideband-sim: nvme ns attach: nvme0: Namespace Attachment (attach) of namespace 3 "
+        "failed: status code type 1 (Command Specific Status), status code 0x19 "
+        "(Namespace Is Private)");
     expect_text(DriveBench().run({"nvme", "ns", "detach", "nvme0", "3", "--controller", "5"}),
                 "namespace 3 is detached from controller 5\n");
     expect_text(DriveBench().run({"nvme", "ns", "delete", "nvme0", "3", "--yes"}),
