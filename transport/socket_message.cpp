@@ -245,6 +245,10 @@ bool ask_for_tag(const mctp_ctx& ctx, Socket& socket) {
             socket.tag = request.tag;
             return true;
         }
+        // The older call would give out a tag of the first network, which is none for this one.
+        if (errno == EBUSY) {
+            return false;
+        }
     }
     TagRequest request{};
     request.peer = ctx.dest_eid;
@@ -564,7 +568,7 @@ int32_t socket_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
     }
     if ((requests || !last) && !have_listener(*ctx, requests)) {
         // Who serves a device asks again at once, since the wait is here.
-        poll(nullptr, 0, static_cast<int>(wait_of(*ctx)));
+        poll(nullptr, 0, static_cast<int>(std::max<int64_t>(rest_of(wait_of(*ctx), *ctx), 0)));
         return -1;
     }
     const std::span<uint8_t> room(buffer, static_cast<size_t>(length));

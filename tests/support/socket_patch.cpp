@@ -253,7 +253,8 @@ int SocketPatch::allocate(Socket& socket, uint8_t eid, bool kept, uint32_t netwo
     unsigned used = 0;
     for (const auto& [descriptor, other] : sockets_) {
         for (const Tag& tag : other.tags) {
-            used |= tag.eid == eid ? 1u << tag.value : 0;
+            const bool same = tag.eid == eid && (!knows_network_tags || tag.network == network);
+            used |= same ? 1u << tag.value : 0;
         }
     }
     for (uint8_t value = 0; value < 8; ++value) {
@@ -340,7 +341,8 @@ void SocketPatch::route(const Datagram& message) {
         }
         for (size_t i = 0; i < socket.tags.size(); ++i) {
             const Tag tag = socket.tags[i];
-            if (tag.eid == message.eid && tag.value == message.tag) {
+            if (tag.eid == message.eid && tag.value == message.tag &&
+                (!knows_network_tags || tag.network == message.network)) {
                 socket.queue.push_back(message);
                 if (!tag.kept) {
                     socket.tags.erase(socket.tags.begin() + static_cast<ptrdiff_t>(i));

@@ -63,6 +63,20 @@ TEST_F(SocketError, ATimeLimitCutsTheWaitAndThenNothingIsSent) {
     EXPECT_EQ(kernel.now - before, 100);
 }
 
+TEST_F(SocketError, ATimeLimitCutsThePauseOfWhoCannotListen) {
+    kernel.foreign_bindings = {1};
+    mctp_set_deadline(&ctx, 100);
+    const int64_t before = kernel.now;
+    EXPECT_EQ(recv(), -1);
+    EXPECT_EQ(kernel.now - before, 100);
+    kernel.now += 50;
+    EXPECT_EQ(recv(), -1);
+    EXPECT_EQ(kernel.now - before, 150) << "none is left";
+    mctp_set_deadline(&ctx, 0);
+    EXPECT_EQ(recv(), -1);
+    EXPECT_EQ(kernel.now - before, 450) << "the whole pause";
+}
+
 TEST_F(SocketError, BehindATimeLimitADeviceIsNotAnswered) {
     kernel.deliver({9, 1, 0x0B, hex("81 05 15 00 00 00 00 20 00 00 00")});
     EXPECT_EQ(recv(), 11);

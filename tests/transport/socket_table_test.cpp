@@ -103,6 +103,32 @@ TEST_F(SocketTags, OfTheOldestRequestWithoutAnAnswerServeTheNinth) {
     EXPECT_EQ(port().console, Lines());
 }
 
+// Each network has its eight tags since Linux 6.11, and the oldest gives way in each.
+TEST_F(SocketTags, OfTheOldestRequestServeTheNinthInAnyNetwork) {
+    kernel.knows_network_tags = true;
+    kernel.on_send = nullptr;
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_EQ(send(kRequest), 0);
+        kernel.now += 10;
+    }
+    ctx.pcie_param = 2;
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_EQ(send(kRequest), 0);
+        kernel.now += 10;
+    }
+    EXPECT_EQ(kernel.held_tags(), 16u);
+    kernel.on_send = [&](const SentDatagram& request) {
+        Datagram message = kernel.answer_to(request, kAnswer);
+        message.network = 2;
+        kernel.deliver(message);
+    };
+    EXPECT_EQ(xfer(kRequest), 5);
+    EXPECT_EQ(answer, kAnswer);
+    EXPECT_EQ(kernel.sent.at(16).tag(), kernel.sent.at(8).tag());
+    EXPECT_EQ(kernel.held_tags(), 16u);
+    EXPECT_EQ(port().console, Lines());
+}
+
 TEST_F(SocketTags, OfAnotherEndpointAreNotTaken) {
     kernel.on_send = nullptr;
     EXPECT_EQ(send(kRequest), 0);
@@ -119,7 +145,7 @@ TEST_F(SocketTags, OfTheSameEidInAnotherNetworkAreNotTaken) {
     kernel.on_send = nullptr;
     EXPECT_EQ(send(kRequest), 0);
     ctx.pcie_param = 2;
-    kernel.errors["ioctl"] = {EBUSY, EBUSY};  // with the network's number and without
+    kernel.errors["ioctl"] = {EBUSY};
     EXPECT_EQ(send(kRequest), -1);
     EXPECT_EQ(kernel.held_tags(), 1u);
     EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_SYSTEM);
