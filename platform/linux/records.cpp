@@ -45,8 +45,13 @@ int init_mutex(lx_mutex& mutex) {
     return failed;
 }
 
+void set(Records& records, const FirstWords& words) {
+    records.global_sec_var.mpio_state = words.mpio_state;
+    records.global_var.standby_override = words.standby_override;
+}
+
 /// @return 0 or an errno
-int fill(Records& records, uint8_t mpio_state) {
+int fill(Records& records, const FirstWords& words) {
     plt_global_var& var = records.global_var;
     plt_global_sec_var& sec_var = records.global_sec_var;
     std::vector<lx_mutex*> mutexes{&var.global_lock, &var.ncsi_lock, &sec_var.eid_mutex,
@@ -60,13 +65,30 @@ int fill(Records& records, uint8_t mpio_state) {
             return failed;
         }
     }
-    sec_var.mpio_state = mpio_state;
+    set(records, words);
     records.layout = kLayout;
     return 0;
 }
 
 std::string reason(const std::string& path) {
     return path + ": " + std::strerror(errno);
+}
+
+/// A signal that a service handles is no reason to go without locks.
+bool lock(int file) {
+    int failed = 0;
+    do {
+        failed = flock(file, LOCK_EX);
+    } while (failed != 0 && errno == EINTR);
+    return failed == 0;
+}
+
+/// Gives the file its size and all of its pages: a mapping without them would end the process where
+/// /run is full.
+/// @return false with errno set
+bool reserve(int file) {
+    errno = posix_fallocate(file, 0, sizeof(Records));
+    return errno == 0;
 }
 
 }  // namespace
@@ -77,26 +99,29 @@ RecordsFile::~RecordsFile() {
     }
 }
 
-bool RecordsFile::attach(const std::string& folder, uint8_t mpio_state) {
+bool RecordsFile::attach(const std::string& folder, const FirstWords& words) {
     trouble_.clear();
     if (mkdir(folder.c_str(), kFolderMode) != 0 && errno != EEXIST) {
         trouble_ = reason(folder);
-    } else if (map(folder + "/locks", mpio_state)) {
+    } else if (map(folder + "/locks", words)) {
         return true;
     }
     void* own =
         mmap(nullptr, sizeof(Records), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     records_ = own != MAP_FAILED ? static_cast<Records*>(own) : nullptr;
+    if (records_ != nullptr) {
+        set(*records_, words);
+    }
     return false;
 }
 
 /// Whoever comes first fills the file, under a lock that ends with its holder. The mapping holds
 /// the file open, so that closing the descriptor would not end it.
-bool RecordsFile::map(const std::string& path, uint8_t mpio_state) {
+bool RecordsFile::map(const std::string& path, const FirstWords& words) {
     const Descriptor file(
         open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, kFileMode));
     struct stat status {};
-    if (!file || flock(file.get(), LOCK_EX) != 0 || fstat(file.get(), &status) != 0) {
+    if (!file || !lock(file.get()) || fstat(file.get(), &status) != 0) {
         trouble_ = reason(path);
         return false;
     }
@@ -105,8 +130,12 @@ bool RecordsFile::map(const std::string& path, uint8_t mpio_state) {
         trouble_ = path + ": is not the lock file of this version";
         return false;
     }
+    if (status.st_size == 0) {
+        // Services of one group share the file, whatever the umask of its maker.
+        fchmod(file.get(), kFileMode);
+    }
     void* const mapped =
-        ftruncate(file.get(), sizeof(Records)) == 0
+        reserve(file.get())
             ? mmap(nullptr, sizeof(Records), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0)
             : MAP_FAILED;
     if (mapped == MAP_FAILED) {
@@ -115,7 +144,7 @@ bool RecordsFile::map(const std::string& path, uint8_t mpio_state) {
     }
     auto* const records = static_cast<Records*>(mapped);
     const bool blank = records->layout == Records::Layout{};
-    const int failed = blank ? fill(*records, mpio_state) : 0;
+    const int failed = blank ? fill(*records, words) : 0;
     flock(file.get(), LOCK_UN);
     if (failed != 0 || records->layout != kLayout) {
         trouble_ = path + ": " +

@@ -29,6 +29,12 @@ struct Records {
     uint32_t router[PLT_I2C_BUS_COUNT];
 };
 
+/// Words of the records that services change: what they begin with.
+struct FirstWords {
+    uint8_t mpio_state = 0;
+    uint8_t standby_override = 0;
+};
+
 class RecordsFile {
 public:
     RecordsFile() = default;
@@ -37,10 +43,10 @@ public:
     RecordsFile& operator=(const RecordsFile&) = delete;
 
     /// Maps the file "locks" of a folder; makes both where they are not there yet.
-    /// @param mpio_state  for a file that is made now
+    /// @param words  for a file that is made now
     /// @return false with trouble() set where that fails: get() is then memory of this process
     ///         alone, whose mutexes are none
-    bool attach(const std::string& folder, uint8_t mpio_state);
+    bool attach(const std::string& folder, const FirstWords& words);
 
     Records& get() { return *records_; }
     bool shared() const { return trouble_.empty(); }
@@ -50,7 +56,7 @@ public:
     bool has(const lx_mutex* mutex) const;
 
 private:
-    bool map(const std::string& path, uint8_t mpio_state);
+    bool map(const std::string& path, const FirstWords& words);
 
     Records* records_ = nullptr;
     std::string trouble_ = "not attached";

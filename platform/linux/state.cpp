@@ -49,9 +49,8 @@ void use(Board board) {
                 .identifier = now.identifier,
                 .standby_option = now.standby_option,
                 .default_i2c_channel = first_channel(now)};
-    state->records.attach(now.run_folder, now.mpio_state);
+    state->records.attach(now.run_folder, {now.mpio_state, now.standby_override});
     Records& records = state->records.get();
-    records.global_var.standby_override = now.standby_override;
     at_p_St_GlobalVar = &records.global_var;
     at_p_St_GlobalSecVar = &records.global_sec_var;
 }

@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Locks of a Linux machine: between threads, between processes, and of a process that was killed.
+#include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -288,6 +293,82 @@ TEST_F(LinuxLocks, OfAFileWhoseMakersAreKilledCanBeTaken) {
             EXPECT_EQ(lx_mutex_put(mutex), 0);
         }
     }
+}
+
+TEST_F(LinuxLocks, OfAFileAreForAGroupWhateverTheUmask) {
+    machine_test::Folder fresh;
+    machine::Board other = board();
+    other.run_folder = fresh.at("run");
+    const mode_t before = umask(0077);
+    machine::use(other);
+    umask(before);
+    struct stat status {};
+    ASSERT_EQ(stat(fresh.at("run/locks").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0660U);
+    // Who comes later leaves it as its owner wants it.
+    ASSERT_EQ(chmod(fresh.at("run/locks").c_str(), 0600), 0);
+    machine::use(other);
+    ASSERT_EQ(stat(fresh.at("run/locks").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+}
+
+/// A file system with room for less than the file, in a mount namespace of the process's own.
+/// @return whether there is one now
+bool enter_small_file_system(const std::string& folder, const char* options) {
+    return unshare(CLONE_NEWNS) == 0 &&
+           mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount("none", folder.c_str(), "tmpfs", 0, options) == 0;
+}
+
+TEST_F(LinuxLocks, OfAFileThatThereIsNoRoomForCannotBeTaken) {
+    constexpr int kNoMount = 77;
+    machine_test::Folder fresh;
+    machine::Board other = board();
+    other.run_folder = fresh.path();
+    const pid_t child = fork();
+    if (child == 0) {
+        if (!enter_small_file_system(fresh.path(), "size=8k")) {
+            _exit(kNoMount);
+        }
+        machine::use(other);
+        const bool refused = !machine::in_use()->records.shared() &&
+                             machine::in_use()->records.trouble() ==
+                                 fresh.at("locks") + ": No space left on device" &&
+                             take(bus(2), 0) != 0;
+        _exit(refused ? 0 : 1);
+    }
+    const int status = status_of(child);
+    ASSERT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+    if (WEXITSTATUS(status) == kNoMount) {
+        GTEST_SKIP() << "nothing can be mounted here";
+    }
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+/// A signal comes while another process makes the file.
+TEST_F(LinuxLocks, AreThereThoughASignalCameMeanwhile) {
+    machine_test::Folder fresh;
+    machine::Board other = board();
+    other.run_folder = fresh.path();
+    const int file = open(fresh.at("locks").c_str(), O_RDWR | O_CREAT, 0660);
+    ASSERT_GE(file, 0);
+    ASSERT_EQ(flock(file, LOCK_EX), 0);
+    struct sigaction handled {};
+    struct sigaction before {};
+    handled.sa_handler = [](int) {};  // without SA_RESTART
+    ASSERT_EQ(sigaction(SIGUSR1, &handled, &before), 0);
+    const pthread_t waits = pthread_self();
+    std::thread other_process([&] {
+        for (int i = 0; i < 5; ++i) {
+            std::this_thread::sleep_for(milliseconds(20));
+            pthread_kill(waits, SIGUSR1);
+        }
+        close(file);
+    });
+    machine::use(other);
+    other_process.join();
+    sigaction(SIGUSR1, &before, nullptr);
+    EXPECT_TRUE(machine::in_use()->records.shared()) << machine::in_use()->records.trouble();
 }
 
 TEST_F(LinuxLocks, OnlyThoseOfTheRecordsAreTaken) {

@@ -134,12 +134,14 @@ TEST_F(LinuxPort, TheRecordsAreThoseOfTheBoard) {
     uint8_t address = 0x20;
     EXPECT_EQ(GetBMCCtrAdd(&address), 0);
     EXPECT_EQ(address, 0x24);
-    // The word is shared, and belongs to whoever has made the file.
+    // Two words are shared, and belong to whoever has made the file.
     if (machine::in_use()->records.shared()) {
         described.mpio_state = 31;
+        described.standby_override = 3;
         machine::use(described);
     }
     EXPECT_EQ(at_p_St_GlobalSecVar->mpio_state, 30U);
+    EXPECT_EQ(at_p_St_GlobalVar->standby_override, 2);
 }
 
 TEST_F(LinuxPort, ParametersAreThoseOfTheBoard) {
