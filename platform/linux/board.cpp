@@ -2,9 +2,11 @@
 // What the board file of a Linux machine says: power, records, devices and the ways to them.
 #include "platform/linux/board.h"
 
-#include <unistd.h>
+#include <sideband/mctp.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <set>
 #include <utility>
 
@@ -34,6 +36,9 @@ std::string read_text(ObjectReader& reader, const std::string& key) {
     const std::string& text = place.text();
     if (text.empty()) {
         place.complain("must not be empty");
+    }
+    if (text.find('\0') != std::string::npos) {
+        place.complain("must have no NUL");  // the kernel would end there
     }
     return text;
 }
@@ -102,7 +107,7 @@ void read_i2c_way(const Board& board, Device& device, ObjectReader& reader) {
     device.bus = static_cast<uint8_t>(reader.whole("bus", 0, 255));
     device.address = reader.address("address");
     device.software_pec = reader.choice("pec", {"hardware", "software"}, 0) == 1;
-    device.unit_size = static_cast<uint16_t>(reader.whole("unit_size", 0, 250, 0));
+    device.unit_size = static_cast<uint16_t>(reader.whole("unit_size", 0, MCTP_UNIT_SIZE_MAX, 0));
     device.i2c_delay_us = static_cast<uint32_t>(reader.whole("i2c_delay_us", 0, kLongestWaitUs, 0));
     device.mux = read_mux_setting(board, device.bus, reader);
 }
@@ -125,12 +130,24 @@ Card read_card(const Place& place) {
     return card;
 }
 
+/// Whether a device hears what is meant for one behind these multiplexers: it stands behind some of
+/// them, or in front of all.
+bool hears(const MuxSetting& own, const MuxSetting& other) {
+    const std::vector<MuxWrite> writes = decode_mux(other);
+    return std::ranges::all_of(decode_mux(own), [&](const MuxWrite& write) {
+        return write.value == 0 || std::ranges::any_of(writes, [&](const MuxWrite& each) {
+                   return each.address == write.address && each.value == write.value;
+               });
+    });
+}
+
 bool same_place(const Device& a, const Device& b) {
     if (a.way != b.way) {
         return false;
     }
     return a.way == Device::Way::kMctp ? a.net == b.net && a.eid == b.eid
-                                       : a.bus == b.bus && a.address == b.address && a.mux == b.mux;
+                                       : a.bus == b.bus && a.address == b.address &&
+                                             (hears(a.mux, b.mux) || hears(b.mux, a.mux));
 }
 
 /// Complaints about an address that the BMC or a multiplexer has.
@@ -227,7 +244,11 @@ std::optional<Board> parse_board(std::string_view text, board_file::BoardError& 
 }
 
 std::optional<Board> load_board(const std::string& path, board_file::BoardError& error) {
-    if (path.empty() && access(kOwnBoardFile, F_OK) != 0) {
+    // A link that leads nowhere, or a folder that must not be entered, is not the absence of a
+    // file.
+    struct stat status {};
+    if (path.empty() && lstat(kOwnBoardFile, &status) != 0 &&
+        (errno == ENOENT || errno == ENOTDIR)) {
         return Board{};
     }
     std::string text;

@@ -48,14 +48,20 @@ int PCIEDeviceMux(uint8_t bus, uint8_t device, plt_card_info* card) {
 }
 
 // The setup parameter tells kinds of cards apart; all cards are set up alike here.
-void MCTP_binding_SMBUS(mctp_ctx* ctx, uint8_t, const plt_card_info* card) {
+void MCTP_binding_SMBUS(mctp_ctx* ctx, uint8_t setup, const plt_card_info* card) {
     if (ctx == nullptr || card == nullptr) {
         return;
     }
     const machine::Device* const found = find_card(card->bus, card->device);
+    if (found != nullptr && found->way == machine::Device::Way::kMctp) {
+        // It has no address here: the kernel reaches it, over whatever bus.
+        MCTP_binding_PCIE(ctx, setup, card);
+        return;
+    }
     const bool software_pec = found != nullptr && found->software_pec;
     fill_context(*ctx, software_pec ? MCTP_BINDING_KIND_SL8_SMBUS : MCTP_BINDING_KIND_SMBUS, *card);
     if (found != nullptr) {
+        ctx->bus = found->bus;  // 0 is a bus like others
         ctx->unit_size = found->unit_size;
         ctx->i2c_delay_us = found->i2c_delay_us;
         ctx->route = found->read_timeout_ms;

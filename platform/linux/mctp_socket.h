@@ -55,6 +55,10 @@ public:
             if (arrival && wanted(arrival->peer, buffer[0])) {
                 return arrival;
             }
+            // Whoever sends faster than this reads must not keep it here for ever.
+            if (now_ms() > deadline) {
+                break;
+            }
         }
         return std::nullopt;
     }

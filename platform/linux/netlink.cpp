@@ -78,6 +78,10 @@ NetworkTables::Progress NetworkTables::read(std::span<const uint8_t> datagram, u
         if (!head || head->nlmsg_len < sizeof *head || head->nlmsg_len > datagram.size()) {
             return Progress::kMalformed;
         }
+        if (head->nlmsg_seq == sequence && (head->nlmsg_flags & NLM_F_DUMP_INTR) != 0) {
+            error_ = EAGAIN;  // The tables changed while they were told.
+            return Progress::kRefused;
+        }
         if (head->nlmsg_seq == sequence) {
             const Progress progress = read_message(
                 head->nlmsg_type, datagram.first(head->nlmsg_len).subspan(sizeof *head));
@@ -90,18 +94,22 @@ NetworkTables::Progress NetworkTables::read(std::span<const uint8_t> datagram, u
     return Progress::kMore;
 }
 
+NetworkTables::Progress NetworkTables::read_code(std::span<const uint8_t> body) {
+    const std::optional<int32_t> code = front<int32_t>(body);
+    if (!code || *code > 0) {
+        return Progress::kMalformed;
+    }
+    error_ = *code != INT32_MIN ? -*code : INT32_MAX;
+    return error_ == 0 ? Progress::kDone : Progress::kRefused;
+}
+
 NetworkTables::Progress NetworkTables::read_message(uint16_t type, std::span<const uint8_t> body) {
     switch (type) {
         case NLMSG_DONE:
-            return Progress::kDone;
-        case NLMSG_ERROR: {
-            const std::optional<int32_t> code = front<int32_t>(body);
-            if (!code || *code > 0) {
-                return Progress::kMalformed;
-            }
-            error_ = *code != INT32_MIN ? -*code : INT32_MAX;
-            return error_ == 0 ? Progress::kDone : Progress::kRefused;
-        }
+            // Its code, which old kernels leave out, says whether the dump is whole.
+            return body.empty() ? Progress::kDone : read_code(body);
+        case NLMSG_ERROR:
+            return read_code(body);
         case RTM_NEWLINK:
             read_link(body);
             break;

@@ -62,6 +62,7 @@ private:
     class Attributes;
 
     Progress read_message(uint16_t type, std::span<const uint8_t> body);
+    Progress read_code(std::span<const uint8_t> body);
     void read_link(std::span<const uint8_t> body);
     void read_address(std::span<const uint8_t> body);
     void read_route(std::span<const uint8_t> body);

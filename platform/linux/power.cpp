@@ -46,7 +46,7 @@ bool Power::is_on() {
     const std::lock_guard guard(mutex_);
     const auto now = std::chrono::steady_clock::now();
     if (!asked_ || now - *asked_ >= kCommandHolds) {
-        last_ = run_quietly(source_.text) == 0;
+        last_ = run_quietly(source_.text, kCommandLimit) == 0;
         asked_ = std::chrono::steady_clock::now();
     }
     return last_;

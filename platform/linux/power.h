@@ -15,6 +15,8 @@ class Power {
 public:
     /// A command's result holds for so long: power is asked for before every packet.
     static constexpr std::chrono::milliseconds kCommandHolds{1000};
+    /// One that takes longer is killed: who asks holds the mutex of a bus.
+    static constexpr std::chrono::milliseconds kCommandLimit{3000};
 
     explicit Power(PowerSource source) : source_(std::move(source)) {}
 

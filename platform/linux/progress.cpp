@@ -19,9 +19,10 @@ constexpr mode_t kFileMode = 0644;
 void replace_file(const std::string& path, const std::string& content) {
     const std::string fresh = path + "." + std::to_string(getpid());
     bool written = false;
+    unlink(fresh.c_str());  // of a process that was killed, or put there to be waited for
     {
         const machine::Descriptor file(
-            open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kFileMode));
+            open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kFileMode));
         written = file && write(file.get(), content.data(), content.size()) ==
                               static_cast<ssize_t>(content.size());
         if (!file) {

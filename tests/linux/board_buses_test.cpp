@@ -176,6 +176,31 @@ TEST(LinuxBuses, DevicesOfOneAddressAreToldApartByMultiplexers) {
     EXPECT_EQ(error.message("b"), "b:3: devices[1].address: is in use by a");
 }
 
+// In front of the multiplexers and behind them both would answer.
+TEST(LinuxBuses, ADeviceInFrontOfAnotherHasAnotherAddress) {
+    const auto complaints = [](const char* first, const char* second) {
+        board_file::BoardError error;
+        const std::string text = std::string(R"({"name": "x", "buses": [{"bus": 1, "muxes": [
+            {"address": "0xe0"}, {"address": "0xe4"},
+            {"address": "0xe2", "behind": {"address": "0xe0", "channel": 3}}]}], "devices": [
+            {"name": "a", "bus": 1, "address": 64)") +
+                                 first + R"(}, {"name": "b", "bus": 1, "address": 64)" + second +
+                                 "}]}";
+        return machine::parse_board(text, error) ? "" : error.message("b");
+    };
+    const char* const kInUse = "b:4: devices[1].address: is in use by a";
+    const char* const kBehind = R"(, "mux": {"address": "0xe0", "channel": 3})";
+    const char* const kFurther = R"(, "mux": {"address": "0xe2", "channel": 0})";
+    const char* const kElsewhere = R"(, "mux": {"address": "0xe4", "channel": 3})";
+    EXPECT_EQ(complaints("", kBehind), kInUse);
+    EXPECT_EQ(complaints(kBehind, ""), kInUse);
+    EXPECT_EQ(complaints(kBehind, kFurther), kInUse);
+    EXPECT_EQ(complaints(kFurther, kBehind), kInUse);
+    EXPECT_EQ(complaints(kBehind, kElsewhere), "");
+    EXPECT_EQ(complaints(kElsewhere, kFurther), "");
+    EXPECT_EQ(complaints(kBehind, R"(, "mux": {"address": "0xe0", "channel": 2})"), "");
+}
+
 // Whoever wrote to such a device would switch a multiplexer, or nothing.
 TEST(LinuxBuses, ADeviceHasNoAddressOfTheBmcOrOfAMultiplexer) {
     const auto complaints = [](const std::string& devices) {

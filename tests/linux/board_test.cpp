@@ -2,6 +2,9 @@
 // The board file of a Linux machine: every key, and every error with its key and its line.
 #include "platform/linux/board.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "machine_test.h"
 
 namespace {
@@ -115,6 +118,11 @@ const Wrong kWrong[] = {
     {R"("power": {"main": {"file": "gpio"}})", "power.main.file: must be a path from the root on"},
     {R"("power": {"main": {"file": ""}})", "power.main.file: must not be empty"},
     {R"("power": {"main": {"command": ""}})", "power.main.command: must not be empty"},
+    {R"("power": {"main": {"command": "true\u0000 && false"}})",
+     "power.main.command: must have no NUL"},
+    {R"("run_folder": "/run\u0000/x")", "run_folder: must have no NUL"},
+    {R"("devices": [{"name": "a", "bus": 1, "address": 64, "unit_size": 121}])",
+     "devices[0].unit_size: must be a whole number from 0 to 120"},
     {R"("power": {"main": {"command": "x", "on": "1"}})", "power.main.on: no such key"},
     {R"("power": {"mian": "on"})", "power.mian: no such key; did you mean main?"},
     {R"("power": {"standby_option": 256})",
@@ -239,6 +247,31 @@ TEST(LinuxBoard, ComesFromARegularFile) {
     EXPECT_EQ(error.message("f"), "f: Is a directory");
     machine_test::write_file(folder.at("board"), R"({"name": "x"})");
     EXPECT_TRUE(machine::load_board(folder.at("board"), error));
+}
+
+/// A machine without the file has a board without devices; one whose file cannot be reached has an
+/// error. In a mount namespace of its own.
+TEST(LinuxBoard, OfTheMachineMayBeAbsentButNotOutOfReach) {
+    const pid_t child = fork();
+    if (child == 0) {
+        if (!machine_test::mount_own("/etc", nullptr)) {
+            _exit(machine_test::kNoMount);
+        }
+        board_file::BoardError error;
+        const bool absent = machine::load_board("", error).has_value();
+        std::filesystem::create_directory("/etc/sideband");
+        const bool empty = machine::load_board("", error).has_value();
+        std::filesystem::create_symlink("nowhere", machine::kOwnBoardFile);
+        const bool dangling = machine::load_board("", error).has_value();
+        _exit(!absent ? 1 : !empty ? 2 : dangling ? 3 : error.text.empty() ? 4 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == machine_test::kNoMount) {
+        GTEST_SKIP() << "nothing can be mounted here";
+    }
+    EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 }  // namespace

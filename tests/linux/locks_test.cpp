@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Locks of a Linux machine: between threads, between processes, and of a process that was killed.
 #include <fcntl.h>
-#include <sched.h>
 #include <signal.h>
 #include <sys/file.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -312,23 +310,14 @@ TEST_F(LinuxLocks, OfAFileAreForAGroupWhateverTheUmask) {
     EXPECT_EQ(status.st_mode & 0777, 0600U);
 }
 
-/// A file system with room for less than the file, in a mount namespace of the process's own.
-/// @return whether there is one now
-bool enter_small_file_system(const std::string& folder, const char* options) {
-    return unshare(CLONE_NEWNS) == 0 &&
-           mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount("none", folder.c_str(), "tmpfs", 0, options) == 0;
-}
-
 TEST_F(LinuxLocks, OfAFileThatThereIsNoRoomForCannotBeTaken) {
-    constexpr int kNoMount = 77;
     machine_test::Folder fresh;
     machine::Board other = board();
     other.run_folder = fresh.path();
     const pid_t child = fork();
     if (child == 0) {
-        if (!enter_small_file_system(fresh.path(), "size=8k")) {
-            _exit(kNoMount);
+        if (!machine_test::mount_own(fresh.path(), "size=8k")) {
+            _exit(machine_test::kNoMount);
         }
         machine::use(other);
         const bool refused = !machine::in_use()->records.shared() &&
@@ -339,7 +328,7 @@ TEST_F(LinuxLocks, OfAFileThatThereIsNoRoomForCannotBeTaken) {
     }
     const int status = status_of(child);
     ASSERT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
-    if (WEXITSTATUS(status) == kNoMount) {
+    if (WEXITSTATUS(status) == machine_test::kNoMount) {
         GTEST_SKIP() << "nothing can be mounted here";
     }
     EXPECT_EQ(WEXITSTATUS(status), 0);

@@ -5,7 +5,9 @@
 #define SIDEBAND_TESTS_LINUX_MACHINE_TEST_H
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sideband/platform.h>
+#include <sys/mount.h>
 
 #include <filesystem>
 #include <fstream>
@@ -43,6 +45,17 @@ inline std::string content_of(const std::string& path) {
 inline void write_file(const std::string& path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;
 }
+
+/// Puts a file system of the process's own in the place of a folder: nobody else sees it.
+/// @return false where nothing can be mounted
+inline bool mount_own(const std::string& folder, const char* options) {
+    return unshare(CLONE_NEWNS) == 0 &&
+           mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount("none", folder.c_str(), "tmpfs", 0, options) == 0;
+}
+
+/// What a process of a test ends with that could mount nothing.
+inline constexpr int kNoMount = 77;
 
 class MachineTest : public ::testing::Test {
 protected:

@@ -7,6 +7,7 @@
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "fake_kernel.h"
@@ -198,6 +199,24 @@ TEST(Netlink, AnAnswerEndsWithDoneOrAnError) {
     EXPECT_EQ(tables.read(message(NLMSG_ERROR, int32_t{0}, {}), kSequence), Progress::kDone);
     EXPECT_EQ(tables.read(message(NLMSG_ERROR, int32_t{1}, {}), kSequence), Progress::kMalformed);
     EXPECT_EQ(tables.read(Bytes{}, kSequence), Progress::kMalformed);
+}
+
+// What a dump came to is in its last message: a table that was cut is not a whole one.
+TEST(Netlink, ADumpThatFailedInTheMiddleIsNotComplete) {
+    NetworkTables tables;
+    EXPECT_EQ(tables.read(message(NLMSG_DONE, int32_t{0}, {}), kSequence), Progress::kDone);
+    EXPECT_EQ(tables.read(message(NLMSG_DONE, int32_t{-EMSGSIZE}, {}), kSequence),
+              Progress::kRefused);
+    EXPECT_EQ(tables.error(), EMSGSIZE);
+    EXPECT_EQ(tables.read(message(NLMSG_DONE, int32_t{1}, {}), kSequence), Progress::kMalformed);
+    Bytes changed = link(3, 1);
+    nlmsghdr head{};
+    std::memcpy(&head, changed.data(), sizeof head);
+    head.nlmsg_flags |= NLM_F_DUMP_INTR;
+    std::memcpy(changed.data(), &head, sizeof head);
+    EXPECT_EQ(tables.read(changed, kSequence), Progress::kRefused);
+    EXPECT_EQ(tables.error(), EAGAIN);
+    EXPECT_EQ(tables.read(changed, kSequence + 1), Progress::kMore) << "somebody else's";
 }
 
 TEST(Netlink, ALengthThatDoesNotFitIsMalformed) {

@@ -3,7 +3,9 @@
 // progress, cards, records.
 #include <sideband-linux/linux.h>
 #include <sideband/mctp.h>
+#include <signal.h>
 #include <stdarg.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -93,6 +95,34 @@ TEST_F(LinuxPort, PowerComesFromACommand) {
 TEST_F(LinuxPort, ACommandThatIsKilledMeansOff) {
     use_power({.kind = PowerSource::Kind::kCommand, .text = "kill -9 $$", .on = ""});
     EXPECT_EQ(PltCHASSIS_PowerStatus(), 0);
+}
+
+TEST_F(LinuxPort, ACommandThatHangsIsKilledAndMeansOff) {
+    const std::string file = folder.at("survived");
+    use_power({.kind = PowerSource::Kind::kCommand,
+               .text = "(sleep 5; echo > '" + file + "') & sleep 100",
+               .on = ""});
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(PltCHASSIS_PowerStatus(), 0);
+    const auto took = std::chrono::steady_clock::now() - before;
+    EXPECT_GE(took, machine::Power::kCommandLimit);
+    EXPECT_LT(took, 10 * machine::Power::kCommandLimit);
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    EXPECT_FALSE(std::filesystem::exists(file)) << "what it had started is gone too";
+}
+
+// The kernel forgets how a child ended then.
+TEST_F(LinuxPort, ACommandOfAProcessThatIgnoresItsChildrenMeansOff) {
+    use_power({.kind = PowerSource::Kind::kCommand, .text = "true", .on = ""});
+    struct sigaction ignored {};
+    struct sigaction before {};
+    ignored.sa_handler = SIG_IGN;
+    ASSERT_EQ(sigaction(SIGCHLD, &ignored, &before), 0);
+    EXPECT_EQ(PltCHASSIS_PowerStatus(), 0);
+    EXPECT_EQ(run_shellcmd("true"), -1);
+    sigaction(SIGCHLD, &before, nullptr);
+    const std::string line = "sh: how it ended is not known, since this process ignores SIGCHLD";
+    EXPECT_EQ(console, (std::vector<std::string>{line, line}));
 }
 
 TEST_F(LinuxPort, OtherRegistersAreNotRead) {
@@ -223,8 +253,13 @@ TEST_F(LinuxPort, ProgressFollowsNoLink) {
     machine_test::write_file(victim, "mine");
     std::filesystem::create_symlink(victim, fresh);
     TaskServiceUpdateTaskPercentage(7, 10);
-    EXPECT_FALSE(std::filesystem::exists(file));
-    std::filesystem::remove(fresh);
+    EXPECT_EQ(machine_test::content_of(file), "10\n");
+    EXPECT_EQ(machine_test::content_of(victim), "mine");
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(fresh)));
+    ASSERT_EQ(mkfifo(fresh.c_str(), 0600), 0);
+    TaskServiceUpdateTaskPercentage(7, 15);
+    EXPECT_EQ(machine_test::content_of(file), "15\n") << "nobody waits for a reader";
+    std::filesystem::remove(file);
     std::filesystem::create_symlink(victim, file);
     TaskServiceUpdateTaskPercentage(7, 20);
     EXPECT_FALSE(std::filesystem::is_symlink(file)) << "replaced, not written through";
@@ -299,6 +334,37 @@ TEST_F(LinuxCards, OnABusTheyHaveItsSettings) {
     EXPECT_EQ(ctx.route, 300U);
     EXPECT_EQ(ctx.dest_eid, 0);
     EXPECT_EQ(ctx.skip_discovery, 0);
+}
+
+TEST_F(LinuxCards, OnBusZeroAreThere) {
+    machine::Board described = machine::in_use()->board;
+    machine::Device zero{.name = "zero", .bus = 0, .address = 0x64};
+    zero.card = machine::Card{.bus = 0x43, .device = 1, .vendor_id = 0x15B3};
+    described.devices.push_back(zero);
+    machine::use(described);
+    EXPECT_EQ(platform.default_i2c_channel, 4) << "that of the first device on a bus";
+    plt_card_info card{};
+    card.bus = 0x43;
+    card.device = 1;
+    ASSERT_EQ(PCIEDeviceMux(card.bus, card.device, &card), 0);
+    mctp_ctx ctx{};
+    MCTP_binding_SMBUS(&ctx, 206, &card);
+    EXPECT_EQ(ctx.bus, 0);
+    EXPECT_EQ(ctx.slave_addr, 0x64);
+}
+
+// Its owner may call it an SMBus card: the kernel reaches it all the same, over whatever bus.
+TEST_F(LinuxCards, BehindTheKernelAreReachedThereWhateverTheyAreSetUpFor) {
+    plt_card_info card{};
+    card.bus = 0x41;
+    card.device = 2;
+    ASSERT_EQ(PCIEDeviceMux(card.bus, card.device, &card), 0);
+    mctp_ctx ctx{};
+    MCTP_binding_SMBUS(&ctx, 206, &card);
+    EXPECT_EQ(ctx.binding_kind, MCTP_BINDING_KIND_PCIE);
+    EXPECT_EQ(ctx.dest_eid, 21);
+    EXPECT_EQ(ctx.skip_discovery, 1);
+    EXPECT_EQ(ctx.pcie_param, 3U << 16 | 700);
 }
 
 TEST_F(LinuxCards, ThatNobodyDescribesAreNotFound) {
