@@ -238,20 +238,16 @@ bool transmit(const mctp_ctx& ctx, int descriptor, uint8_t tag, std::span<const 
 /// @return false with errno set
 bool ask_for_tag(const mctp_ctx& ctx, Socket& socket) {
     if (ctx.pcie_param > kFirstNetwork) {
-        NetworkTagRequest request{};
-        request.network = ctx.pcie_param;
-        request.peer = ctx.dest_eid;
+        NetworkTagRequest request{ctx.pcie_param, ctx.dest_eid, 0, 0, 0, {}};
         if (ioctl(socket.descriptor, kAllocateNetworkTag, &request) == 0) {
             socket.tag = request.tag;
             return true;
         }
-        // The older call would give out a tag of the first network, which is none for this one.
         if (errno == EBUSY) {
-            return false;
+            return false;  // The older call would give out a tag of the first network.
         }
     }
-    TagRequest request{};
-    request.peer = ctx.dest_eid;
+    TagRequest request{ctx.dest_eid, 0, 0};
     if (ioctl(socket.descriptor, kAllocateTag, &request) != 0) {
         return false;
     }
@@ -344,7 +340,11 @@ int32_t send_answer(mctp_ctx& ctx, std::span<const uint8_t> body) {
     if (!have_listener(ctx, held)) {
         return -1;
     }
-    const bool sent = transmit(ctx, (*held).descriptor, ctx.tag & kTagMask, body);
+    // On Linux 6.1 each answer that finds the listener's queue full costs a reference for ever.
+    pollfd room{(*held).descriptor, POLLOUT, 0};
+    bool sent = poll(&room, 1, 0) == 1;
+    errno = EAGAIN;
+    sent = sent && transmit(ctx, room.fd, ctx.tag & kTagMask, body);
     return sent || report(ctx, "answer") ? 0 : -1;
 }
 

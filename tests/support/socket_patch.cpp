@@ -302,6 +302,10 @@ ssize_t SocketPatch::send(int descriptor, const Bytes& address, const Bytes& bod
     if (socket == nullptr || fails("sendmsg")) {
         return -1;
     }
+    if (full) {
+        ++references_lost;
+        return result_of(EAGAIN);
+    }
     if (address.size() != kAddressSize || address[0] != kFamily || (flags & MSG_DONTWAIT) == 0) {
         return result_of(EINVAL);
     }
@@ -436,7 +440,9 @@ int SocketPatch::wait(void* polled, size_t count, int timeout_ms) {
         arrive();
         int ready = 0;
         for (size_t i = 0; i < count; ++i) {
-            entries[i].revents = entries[i].fd >= 0 && is_ready(entries[i].fd) ? POLLIN : 0;
+            const bool arrived = entries[i].fd >= 0 && is_ready(entries[i].fd);
+            const int wanted = (arrived ? POLLIN : 0) | (full ? 0 : POLLOUT);
+            entries[i].revents = static_cast<short>(entries[i].events & wanted);
             ready += entries[i].revents != 0 ? 1 : 0;
         }
         int64_t next = deadline;

@@ -61,9 +61,11 @@ public:
     int64_t interrupted_after = 0;    ///< milliseconds that an interrupted poll() takes
     bool knows_tag_requests = true;   ///< Linux 5.18
     bool knows_network_tags = false;  ///< Linux 6.11
+    bool full = false;                ///< nothing can be sent without waiting
     uint32_t default_network = 1;
     std::set<uint8_t> foreign_bindings;  ///< message types of other processes
     size_t lost = 0;                     ///< messages that no socket wanted
+    size_t references_lost = 0;          ///< with a message that found its queue full
     int gives = -1;  ///< the descriptor that the next socket has; -1: one that nobody else has
 
     /// Arrives at the BMC after a while, at the socket that the kernel finds for it.

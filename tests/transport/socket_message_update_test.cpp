@@ -79,6 +79,22 @@ TEST_F(SocketUpdate, AnswersWithTheTagOfTheRequest) {
     }
 }
 
+TEST_F(SocketUpdate, AnAnswerThatThereIsNoRoomForIsNotTried) {
+    EXPECT_EQ(xfer(kRequestUpdate), 4);
+    ask(3);
+    EXPECT_EQ(recv(), 11);
+    kernel.full = true;
+    EXPECT_EQ(send(hex("01 05 15 00 aa"), 0), -1);
+    EXPECT_EQ(kernel.references_lost, 0u);
+    EXPECT_EQ(ctx.last_error.cause, SIDEBAND_CAUSE_SYSTEM);
+    EXPECT_EQ(ctx.last_error.detail, EAGAIN);
+    EXPECT_EQ(port().console, Lines{"[mctp socket] EID 9 of network 1, answer: Resource "
+                                    "temporarily unavailable\n"});
+    kernel.full = false;
+    EXPECT_EQ(send(hex("01 05 15 00 aa"), 0), 0);
+    EXPECT_EQ(sent().back(), "2d 00 00 00 01 00 00 00 09 01 03 00 | 01 05 15 00 aa");
+}
+
 TEST_F(SocketUpdate, WholeCourse) {
     EXPECT_EQ(xfer(kRequestUpdate), 4);
     EXPECT_EQ(xfer(kUpdateComponent), 4);
