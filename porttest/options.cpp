@@ -2,7 +2,6 @@
 // What the judge is told: where the port is, and what is on the board.
 #include "porttest/options.h"
 
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -107,8 +106,10 @@ bool take_place(std::optional<Place>& to, const std::string& value) {
     return to.has_value();
 }
 
+/// A million rounds, or milliseconds, have room in an int as milliseconds four times over.
 bool take_number(int& to, const std::string& value) {
-    const auto found = number(value, 1, INT_MAX);
+    constexpr int kMost = 1'000'000;
+    const auto found = number(value, 1, kMost);
     to = static_cast<int>(found.value_or(to));
     return found.has_value();
 }

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -98,9 +99,14 @@ Answer in_child(const Options& options, const std::function<std::string()>& work
         return {"", std::string("pipe: ") + std::strerror(errno)};
     }
     std::fflush(nullptr);
+    const pid_t judge = getpid();
     const pid_t child = fork();
     if (child == 0) {
         setpgid(0, 0);
+        // Ctrl-C reaches the judge alone; what a port hangs in must not outlive it, with its locks.
+        if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != judge) {
+            _exit(1);
+        }
         quieten(options.verbose);
         write_all(ends[1], work());
         _exit(0);

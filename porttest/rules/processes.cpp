@@ -146,6 +146,7 @@ constexpr Rule kRules[] = {
 }  // namespace
 
 int hold_lock(const Options& options) {
+    const pid_t judge = getppid();
     Port port;
     plt_parameters parameters{};
     if (!load(options.port, options.open, port).empty() || port.attach(&parameters) == 0 ||
@@ -153,7 +154,7 @@ int hold_lock(const Options& options) {
         return 1;
     }
     const ssize_t told = write(STDOUT_FILENO, ".", 1);
-    while (told == 1 && getppid() != 1) {
+    while (told == 1 && getppid() == judge) {
         usleep(kShortMs * 1000);
     }
     return 0;

@@ -13,9 +13,11 @@ import concurrent.futures
 import json
 import os
 import pathlib
+import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 sys.dont_write_bytecode = True  # no __pycache__ in the source tree
@@ -41,6 +43,22 @@ def run(port, *options, **environment):
                        "TMPDIR": folder, **environment}
         return subprocess.run([ARGUMENTS.judge, *options, *([port] if port else [])], capture_output=True, text=True,
                               env=environment, timeout=MOST_SECONDS, check=False)
+
+
+def soon(condition):
+    """Waits until something is so, for half a minute at most."""
+    deadline = time.monotonic() + 30
+    while not condition() and time.monotonic() < deadline:
+        time.sleep(0.01)
+    return condition()
+
+
+def runs(process):
+    """Whether a process is there, and no zombie that nobody has waited for."""
+    try:
+        return pathlib.Path(f"/proc/{process}/stat").read_text().rsplit(")", 1)[1].split()[0] != "Z"
+    except (FileNotFoundError, ProcessLookupError):
+        return False
 
 
 def rules():
@@ -135,10 +153,24 @@ class Telling(unittest.TestCase):
         done = run(ARGUMENTS.broken, "--only", "progress", SIDEBAND_BROKEN="progress")
         self.assertIn("FAILED  progress: the process died of signal 6", done.stdout)
 
+    def test_a_port_that_hangs_does_not_outlive_the_judge(self):
+        with tempfile.TemporaryDirectory() as folder:
+            judge = subprocess.Popen([ARGUMENTS.judge, "--only", "attach", ARGUMENTS.broken], stdout=subprocess.DEVNULL,
+                                     env={**os.environ, "SIDEBAND_RECORDS": f"{folder}/records",
+                                          "SIDEBAND_BROKEN": "ending"})
+            children = pathlib.Path(f"/proc/{judge.pid}/task/{judge.pid}/children")
+            self.assertTrue(soon(lambda: children.read_text().split()), "no rule runs")
+            rule = children.read_text().split()[0]
+            judge.send_signal(signal.SIGINT)
+            self.assertEqual(judge.wait(MOST_SECONDS), -signal.SIGINT)
+            self.assertTrue(soon(lambda: not runs(rule)), "the rule runs on")
+
     def test_wrong_usage_and_no_port_end_with_2(self):
         for options, said in ((["--device", "i2c:1"], "--device does not take 'i2c:1'"),
                               (["--device", "i2c:1:0x41"], "--device does not take"),
                               (["--rounds", "0"], "--rounds does not take '0'"),
+                              (["--rounds", "1000001"], "--rounds does not take '1000001'"),
+                              (["--wait-limit", "1000001"], "--wait-limit does not take '1000001'"),
                               (["--nothing"], "unknown option --nothing"),
                               (["--only", "nothing"], "no rule nothing"),
                               (["--open", "nothing"], "does not define nothing"),
