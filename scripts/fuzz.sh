@@ -41,8 +41,9 @@ fuzz() {
     { time "$target" -max_total_time="$2" -timeout="$limit" -rss_limit_mb=2048 -print_final_stats=1 "${words[@]}" \
         -artifact_prefix="$found/" "$found/corpus" "$build/fuzz/corpus/$name" >"$log" 2>&1; } 2>"$found/time" ||
         result=$?
+    # Bash has words in front of them for a target that a signal ended.
     # shellcheck disable=SC2046 # three words
-    record "$name" "$log" $(<"$found/time")
+    record "$name" "$log" $(tail -n 1 "$found/time")
     if [[ $result -eq 0 ]]; then
         echo "$name: $(sed -n 's/^stat::number_of_executed_units: *//p' "$log") inputs in $2 s, nothing found"
         return

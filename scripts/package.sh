@@ -97,7 +97,7 @@ try_installed() {
     inside 'apt-get -q update && apt-get -q install -y --reinstall --no-install-recommends /packages/*.deb' \
         >"$1/install.log" 2>&1 || die "the packages cannot be installed: $1/install.log"
     while read -r name; do
-        inside "/packages/tests/$name" || die "debian/tests/$name failed"
+        inside "/packages/tests/$name" </dev/null || die "debian/tests/$name failed"
         say "debian/tests/$name passed"
     done < <(sed -n 's/^Tests: //p' "$root/packaging/debian/tests/control")
 }

@@ -9,6 +9,7 @@ security_flags.inc, the packages and globs of bitbake.conf, and the checks of in
 """
 import argparse
 import fnmatch
+import json
 import os
 import pathlib
 import re
@@ -95,15 +96,34 @@ def configure(recipe, source, build, cross_file):
         "--cross-file", cross_file, "--cross-file", own, *recipe.meson_options(), build, source)
 
 
+def give_away(recipe, names):
+    """package -> the names that it gets, and what nobody gets."""
+    left, packages = sorted(names), {}
+    for package, globs in recipe.packages():
+        packages[package] = [name for name in left if any(matches_glob(name, glob) for glob in globs)]
+        left = [name for name in left if name not in packages[package]]
+    return packages, left
+
+
 def split(recipe, image):
     """package -> the files that it gets, and what nobody gets."""
-    left = sorted(path for path in image.rglob("*") if path.is_symlink() or not path.is_dir())
-    packages = {}
-    for package, globs in recipe.packages():
-        matches = [path for path in left if any(matches_glob(f"/{path.relative_to(image)}", glob) for glob in globs)]
-        packages[package] = matches
-        left = [path for path in left if path not in matches]
-    return packages, left
+    files = {f"/{path.relative_to(image)}": path for path in image.rglob("*") if path.is_symlink() or not path.is_dir()}
+    packages, left = give_away(recipe, files)
+    return ({package: [files[name] for name in names] for package, names in packages.items()},
+            [files[name] for name in left])
+
+
+def check_tools(path, source, build, cross_file):
+    """With the tools nothing is compiled: what would be installed is enough to see where it goes."""
+    recipe = Recipe(path, ["tools", "linux"])
+    configure(recipe, source, build, cross_file)
+    packages, left = give_away(recipe, json.loads(run("meson", "introspect", "--installed", build)).values())
+    library = [name for name in packages[recipe.values["PN"]]
+               if not re.fullmatch(r"/usr/lib/libsideband\.so\.[\d.]+", name)]
+    complaints = [f"with the tools: installed-vs-shipped: {name}" for name in left]
+    complaints += [f"with the tools: {name} is in the library's package" for name in library]
+    return complaints + [f"with the tools: {recipe.values['PN']}{part} is empty"
+                         for part in ("", "-tools", "-sim", "-linux") if not packages[recipe.values["PN"] + part]]
 
 
 def matches_glob(name, glob):
@@ -175,6 +195,7 @@ def main():
     complaints += qa(packages, left, image, build, arguments.tools)
     if not packages[recipe.values["PN"]]:
         complaints.append("the package itself is empty")
+    complaints += check_tools(arguments.recipe, arguments.source, arguments.work / "build-tools", arguments.cross_file)
     for package, files in packages.items():
         if files:
             print(f"{package}: " + " ".join(str(path.relative_to(image)) for path in files))

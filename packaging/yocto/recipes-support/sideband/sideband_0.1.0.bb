@@ -22,6 +22,6 @@ EXTRA_OEMESON = "-Ddocs=disabled -Dtests=disabled -Dbench=disabled -Dfuzz=disabl
 PACKAGES =+ "${PN}-linux ${PN}-sim ${PN}-tools"
 FILES:${PN}-linux = "${libdir}/libsideband-linux.so.*"
 FILES:${PN}-sim = "${libdir}/libsideband-sim.so.*"
-FILES:${PN}-tools = "${bindir}/sideband ${bindir}/sideband-sim ${datadir}/bash-completion ${datadir}/fish ${datadir}/zsh"
+FILES:${PN}-tools = "${bindir}/sideband ${bindir}/sideband-sim ${bindir}/sideband-porttest ${datadir}/sideband ${datadir}/bash-completion ${datadir}/fish ${datadir}/zsh"
 # The tools have a platform each built in; a service brings one of these, or the image's own.
 RSUGGESTS:${PN} = "${PN}-linux"
