@@ -69,10 +69,9 @@ Exchange request_update(Device& device) {
 /// A device in update mode, until the scope ends.
 class UpdateMode {
 public:
-    explicit UpdateMode(Device& device) : device_(device) {
-        need_pldm_command(device, kUpdate, kRequestUpdate, "RequestUpdate");
-        need_pldm_command(device, kUpdate, kCancelUpdate, "CancelUpdate");
-        need_idle(device);
+    /// The object exists as soon as nothing stands against the request: the device may have taken
+    /// one of which no answer comes in time.
+    explicit UpdateMode(Device& device) : UpdateMode(device, NotYet{}) {
         entered_ = request_update(device);
     }
     /// Whatever the rule has found, the device is not left in update mode. A signal waits for that.
@@ -108,6 +107,13 @@ public:
     }
 
 private:
+    struct NotYet {};
+    UpdateMode(Device& device, NotYet) : device_(device) {
+        need_pldm_command(device, kUpdate, kRequestUpdate, "RequestUpdate");
+        need_pldm_command(device, kUpdate, kCancelUpdate, "CancelUpdate");
+        need_idle(device);
+    }
+
     Device& device_;
     Exchange entered_;
     bool left_ = false;

@@ -192,6 +192,21 @@ TEST(Check, EndsOnABadBus) {
     }
 }
 
+/// The answer to RequestUpdate is lost, the device has taken the request, and the time passes.
+TEST(Check, LeavesUpdateModeAlsoIfItNeverHeardOfIt) {
+    constexpr int kBeforeTheAnswer = 7;
+    const TemporaryFile batch(
+        "check nic0 --write --rule update.mode.enter --timeout 0.2\n"
+        "raw nic0 pldm 80051b\n");
+    const Json fault{{"kind", "lost"}, {"after", kBeforeTheAnswer}, {"count", 1}};
+    const Outcome run =
+        run_tool({"--fault", "nic0=" + fault.dump(), "batch", batch.path(), "--keep-going"});
+    EXPECT_EQ(run.err, "sideband-sim: batch: " + batch.path() +
+                           ":1: check: nic0: the check failed: the time limit has passed\n");
+    // GetStatus: idle, before that learning components.
+    EXPECT_EQ(run.out.substr(0, 12), "00051b000001") << run.out;
+}
+
 TEST(Check, ListsItsRules) {
     const Outcome all = run_tool({"check", "--list", "--json"});
     EXPECT_EQ(all.status, 0);
