@@ -169,12 +169,16 @@ uint64_t LinuxPort::now_us() const {
                                      .count());
 }
 
-/// In short pieces, so that a signal ends the command.
+/// In short pieces, so that a signal ends the command, or the pause alone if the command ends by
+/// itself.
 void LinuxPort::wait_us(uint64_t microseconds) {
     constexpr uint64_t kPiece = 100'000;
     const uint64_t end = now_us() + microseconds;
     for (uint64_t now = now_us(); now < end; now = now_us()) {
         SignalWatch::check();
+        if (InterruptGuard::pending()) {
+            return;
+        }
         std::this_thread::sleep_for(std::chrono::microseconds(std::min(kPiece, end - now)));
     }
 }

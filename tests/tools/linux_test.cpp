@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of the tool on the platform library for a Linux machine, whose kernel has no MCTP here.
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 
 #include "tests/tools/tool_runner.h"
 
@@ -172,9 +174,9 @@ protected:
     static void SetUpTestSuite() { set_up("SIDEBAND_SILENT_MCTP"); }
 };
 
-double seconds_of(const Strings& arguments, Outcome& run) {
+double seconds_until(const std::function<void()>& done) {
     const auto begin = std::chrono::steady_clock::now();
-    run = run_tool(arguments);
+    done();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
@@ -194,7 +196,7 @@ TEST_F(SilentMctp, IsNotWaitedForBeyondTheTimeLimit) {
         Strings arguments{"--board", patient.path(), "--timeout", "0.7"};
         arguments.insert(arguments.end(), command.begin(), command.end());
         Outcome run;
-        const double taken = seconds_of(arguments, run);
+        const double taken = seconds_until([&] { run = run_tool(arguments); });
         EXPECT_GE(taken, 0.6);
         EXPECT_LT(taken, 30);
         EXPECT_EQ(run.status, 1);
@@ -212,6 +214,21 @@ TEST_F(SilentMctp, TellsTheTimeoutOfTheWaitWithoutALimit) {
         {"name": "nic0", "mctp": {"net": 1, "eid": 9}, "read_timeout_ms": 100}]})");
     expect_error(run_tool({"--board", board.path(), "--timeout", "60", "mctp", "eid", "nic0"}), 1,
                  "sideband: mctp eid: nic0: Get Endpoint ID failed: no answer");
+}
+
+/// Ctrl-C ends a pause of an hour at once, as the end of the command and not by the signal.
+TEST_F(SilentMctp, WatchingEndsInTheMiddleOfAPause) {
+    constexpr double kLongest = 30;
+    const TemporaryFile board(R"({"name": "rack7", "devices": [
+        {"name": "nic0", "mctp": {"net": 1, "eid": 9}, "read_timeout_ms": 100}]})");
+    tool_test::RunningTool tool(
+        {"--board", board.path(), "pldm", "sensors", "nic0", "1", "--watch", "3600"});
+    tool.printed_until("failed\n");
+    Outcome run;
+    EXPECT_LT(seconds_until([&] { run = tool.end(SIGINT); }), kLongest);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err,
+              "sideband: pldm sensors: nic0: GetSensorReading of sensor 1 failed: no answer\n");
 }
 
 /// Names come from the board file alone: nobody is asked, nor the kernel.

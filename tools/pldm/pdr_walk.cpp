@@ -10,6 +10,7 @@
 #include <set>
 
 #include "common/wire.h"
+#include "tools/shell/interrupt.h"
 
 namespace tool {
 namespace {
@@ -123,7 +124,7 @@ size_t walk_bound(uint32_t count) {
     return std::min<size_t>(count, kMost - kMargin) + kMargin;
 }
 
-/// Reads on from the first record until there is none left.
+/// Reads on from the first record until there is none left or a signal has come.
 void walk(Session& session, uint32_t count, PdrWalk& result) {
     std::set<uint32_t> seen;
     const size_t bound = walk_bound(count);
@@ -148,7 +149,8 @@ void walk(Session& session, uint32_t count, PdrWalk& result) {
                 pdr_failure(session, "the walk", handle, "the records go round in circles"));
             return;
         }
-    } while (handle != 0);
+    } while (handle != 0 && !InterruptGuard::pending());
+    SignalWatch::check();
 }
 
 }  // namespace

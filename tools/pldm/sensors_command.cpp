@@ -58,10 +58,10 @@ void pause(Port& port, const Watch& watch) {
     port.wait_us(length);
     const uint64_t passed = own_clock_us() - begin;
     if (watch.count == 0 && passed < length) {
-        const uint64_t left = length - passed;
-        const timespec rest{.tv_sec = static_cast<time_t>(left / 1000000),
-                            .tv_nsec = static_cast<long>(left % 1000000 * 1000)};
-        nanosleep(&rest, nullptr);
+        constexpr uint64_t kUsPerMs = 1000;
+        constexpr int kNoDescriptor = -1;
+        InterruptGuard::wait_until_ready(
+            kNoDescriptor, 0, static_cast<int>((length - passed + kUsPerMs - 1) / kUsPerMs));
     }
 }
 

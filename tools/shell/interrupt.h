@@ -50,7 +50,8 @@ public:
     /// Whether one has come.
     static bool pending();
 
-    /// Waits until a descriptor is ready, the time is over or a signal has come.
+    /// Waits until a descriptor is ready, the time is over or a signal has come. -1 for none: a
+    /// pause.
     /// @param events  POLLIN, POLLOUT
     /// @return whether it is ready
     static bool wait_until_ready(int descriptor, short events, int milliseconds);
