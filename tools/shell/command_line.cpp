@@ -3,13 +3,18 @@
 // that reads it.
 #include "tools/shell/command_line.h"
 
+#include <fmt/format.h>
 #include <CLI/CLI.hpp>
+
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 #include <sstream>
 
 #include "tools/shell/command_tree.h"
 #include "tools/shell/commands.h"
+#include "tools/shell/text.h"
 #include "tools/shell/time_limit.h"
 
 namespace tool {
@@ -51,6 +56,32 @@ CLI::Option& put_choice(CLI::App& app, const std::string& name, Value& value, Ch
         throw CLI::ValidationError(name, in + " is none of " + words);
     };
     return *app.add_option_function<std::string>(name, choose, help)->type_name(words);
+}
+
+/// A number in the one form that the tool reads. What stands for the kind of value, and what is
+/// wrong with one, is told as the library that reads the command line does.
+template <typename Number, typename Value>
+CLI::Option& put_number(CLI::App& app, const char* name, Value& value, const char* help) {
+    const auto take = [&value](const CLI::results_t& given) {
+        const std::optional<uint64_t> number = parse_long_number(given.front());
+        if (!number || *number > std::numeric_limits<Number>::max()) {
+            return false;
+        }
+        value = static_cast<Number>(*number);
+        return true;
+    };
+    return *app.add_option(name, CLI::callback_t(take), help)
+                ->type_name(CLI::detail::type_name<Number>());
+}
+
+/// @param type  what help shows for the ends
+void check_range(CLI::Option& option, const char* type, uint64_t least, uint64_t most) {
+    const auto check = [least, most](const std::string& text) {
+        const std::optional<uint64_t> number = parse_long_number(text);
+        const bool good = number && *number >= least && *number <= most;
+        return good ? "" : fmt::format("Value {} not in range {} to {}", text, least, most);
+    };
+    option.check(CLI::Validator(check, fmt::format("{} in [{} - {}]", type, least, most)));
 }
 
 void add_options(CLI::App& app, CommandLine& line, bool& lax) {
@@ -206,12 +237,12 @@ const Option& Option::type_name(const std::string& name) const {
 }
 
 const Option& Option::range(int least, int most) const {
-    option_->check(CLI::Range(least, most));
+    check_range(*option_, "INT", static_cast<uint64_t>(least), static_cast<uint64_t>(most));
     return *this;
 }
 
 const Option& Option::range(unsigned least, unsigned most) const {
-    option_->check(CLI::Range(least, most));
+    check_range(*option_, "UINT", least, most);
     return *this;
 }
 
@@ -225,7 +256,14 @@ const Option& Option::range(double least, double most) const {
 }
 
 const Option& Option::one_of(const std::vector<unsigned>& values) const {
-    option_->check(CLI::IsMember(values));
+    const std::string set = CLI::detail::generate_set(values);
+    const auto check = [values, set](const std::string& text) {
+        const std::optional<uint64_t> number = parse_long_number(text);
+        const bool good =
+            number && std::find(values.begin(), values.end(), *number) != values.end();
+        return good ? "" : text + " not in " + set;
+    };
+    option_->check(CLI::Validator(check, set));
     return *this;
 }
 
@@ -264,15 +302,15 @@ Option Command::add_option(const char* name, std::vector<std::string>& value,
 }
 
 Option Command::add_option(const char* name, uint8_t& value, const char* help) const {
-    return Option(*app_->add_option(name, value, help));
+    return Option(put_number<uint8_t>(*app_, name, value, help));
 }
 
 Option Command::add_option(const char* name, uint32_t& value, const char* help) const {
-    return Option(*app_->add_option(name, value, help));
+    return Option(put_number<uint32_t>(*app_, name, value, help));
 }
 
 Option Command::add_option(const char* name, uint64_t& value, const char* help) const {
-    return Option(*app_->add_option(name, value, help));
+    return Option(put_number<uint64_t>(*app_, name, value, help));
 }
 
 Option Command::add_option(const char* name, double& value, const char* help) const {
@@ -281,7 +319,7 @@ Option Command::add_option(const char* name, double& value, const char* help) co
 
 Option Command::add_option(const char* name, std::optional<uint32_t>& value,
                            const char* help) const {
-    return Option(*app_->add_option(name, value, help));
+    return Option(put_number<uint32_t>(*app_, name, value, help));
 }
 
 Option Command::add_flag(const char* name, bool& value, const char* help) const {

@@ -11,8 +11,8 @@
 namespace tool {
 namespace {
 
-std::optional<uint32_t> parse_digits(std::string_view text, int base) {
-    uint32_t value = 0;
+std::optional<uint64_t> parse_digits(std::string_view text, int base) {
+    uint64_t value = 0;
     const char* end = text.data() + text.size();
     const std::from_chars_result result = std::from_chars(text.data(), end, value, base);
     if (result.ec != std::errc() || result.ptr != end) {
@@ -145,7 +145,7 @@ std::optional<std::vector<uint8_t>> parse_hex(std::string_view text) {
             ++at;
             continue;
         }
-        const std::optional<uint32_t> byte = parse_digits(text.substr(at, 2), 16);
+        const std::optional<uint64_t> byte = parse_digits(text.substr(at, 2), 16);
         if (at + 2 > text.size() || !byte) {
             return std::nullopt;
         }
@@ -155,14 +155,17 @@ std::optional<std::vector<uint8_t>> parse_hex(std::string_view text) {
     return bytes;
 }
 
-std::optional<uint32_t> parse_number(std::string_view text, uint32_t maximum) {
+std::optional<uint64_t> parse_long_number(std::string_view text) {
     const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
-    const std::optional<uint32_t> value =
-        is_hex ? parse_digits(text.substr(2), 16) : parse_digits(text, 10);
+    return is_hex ? parse_digits(text.substr(2), 16) : parse_digits(text, 10);
+}
+
+std::optional<uint32_t> parse_number(std::string_view text, uint32_t maximum) {
+    const std::optional<uint64_t> value = parse_long_number(text);
     if (!value || *value > maximum) {
         return std::nullopt;
     }
-    return value;
+    return static_cast<uint32_t>(*value);
 }
 
 std::string uuid_text(std::span<const uint8_t> uuid) {

@@ -20,7 +20,10 @@ std::string hex(std::span<const uint8_t> bytes);
 /// The bytes of pairs of hex digits, with spaces or colons between pairs; empty on anything else.
 std::optional<std::vector<uint8_t>> parse_hex(std::string_view text);
 
-/// A decimal number, or a hex number after 0x, of at most the given maximum.
+/// A decimal number, also if it begins with 0, or a hex number after 0x.
+std::optional<uint64_t> parse_long_number(std::string_view text);
+
+/// The same, of at most the given maximum.
 std::optional<uint32_t> parse_number(std::string_view text, uint32_t maximum);
 
 /// 16 bytes in the usual groups (RFC 4122).

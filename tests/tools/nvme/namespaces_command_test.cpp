@@ -8,6 +8,9 @@ using tool_test::DriveBench;
 using tool_test::expect_error;
 using tool_test::expect_json;
 using tool_test::expect_text;
+using tool_test::one_document;
+using tool_test::Outcome;
+using tool_test::TemporaryFile;
 
 TEST(NvmeNamespaces, AreListed) {
     expect_text(DriveBench().run({"nvme", "ns", "list", "nvme0"}),
@@ -38,6 +41,20 @@ TEST(NvmeNamespaces, AreCreatedAttachedAndDeleted) {
         "sideband-sim: nvme ns attach: nvme0: Namespace Attachment (attach) of namespace 1 "
         "failed: status code type 1 (Command Specific Status), status code 0x18 "
         "(Namespace Already Attached)");
+}
+
+/// Numbers are decimal or hex, as with every command: a 0 in front makes no octal.
+TEST(NvmeNamespaces, AreAsLargeAsTheNumberSays) {
+    const TemporaryFile batch(
+        "nvme ns create nvme0 --blocks 01024 --lbaf 01\n"
+        "nvme ns create nvme0 --blocks 0x10\n"
+        "nvme ns list nvme0\n");
+    const Outcome run = DriveBench().run({"batch", batch.path(), "--json"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    const size_t last = run.out.rfind('\n', run.out.size() - 2) + 1;
+    const tool::Json list = one_document(run.out.substr(last))["namespaces"];
+    EXPECT_EQ(list[1]["nsze"], 1024);
+    EXPECT_EQ(list[3]["nsze"], 16);
 }
 
 }  // namespace

@@ -24,8 +24,15 @@ TEST(ParseHex, RefusesHalfPairsSignsAndLetters) {
 TEST(ParseNumber, TakesDecimalAndHexUpToTheMaximum) {
     EXPECT_EQ(tool::parse_number("255", 255), 255U);
     EXPECT_EQ(tool::parse_number("0xfe", 255), 254U);
+    EXPECT_EQ(tool::parse_number("010", 255), 10U);
     EXPECT_EQ(tool::parse_number("0XFE", 255), 254U);
     EXPECT_EQ(tool::parse_number("4294967295", 0xFFFFFFFF), 0xFFFFFFFF);
+}
+
+TEST(ParseNumber, TakesLongOnesUpToSixtyFourBits) {
+    EXPECT_EQ(tool::parse_long_number("18446744073709551615"), UINT64_MAX);
+    EXPECT_FALSE(tool::parse_long_number("18446744073709551616"));
+    EXPECT_FALSE(tool::parse_long_number("-1"));
 }
 
 TEST(ParseNumber, RefusesWhatIsTooLargeOrNoNumber) {
