@@ -101,12 +101,17 @@ std::string read_name(WireReader& reader) {
     return chosen;
 }
 
+/// A number of single precision as it was meant: 2.54, and not 2.5399999618530273.
+double meant(float number) {
+    return std::strtod(fmt::format("{}", number).c_str(), nullptr);
+}
+
 /// Factors of a reading, and the unit of what they make of it.
 void set_scale(const pldm_numeric_sensor_pdr& record, Sensor& sensor) {
     // Some devices leave the resolution 0 and mean the count itself.
     const bool usable = std::isfinite(record.resolution) && record.resolution != 0.0F;
-    sensor.resolution = usable ? record.resolution : 1.0;
-    sensor.offset = std::isfinite(record.offset) ? record.offset : 0.0;
+    sensor.resolution = usable ? meant(record.resolution) : 1.0;
+    sensor.offset = std::isfinite(record.offset) ? meant(record.offset) : 0.0;
     sensor.thresholds = record_thresholds(record);
     const std::string symbol = unit_symbol(record.base_unit);
     const std::string rate = rate_symbol(record.rate_unit);

@@ -43,9 +43,10 @@ int64_t narrow(uint32_t reading, uint8_t sensor_data_size) {
 /// Decimals that a multiple of a number needs: 0.125 needs three.
 int decimals(double resolution) {
     constexpr int kMost = 6;
+    constexpr double kNoise = 1e-12;  // of the multiplications, as a share
     int count = 0;
     for (double scale = resolution; count < kMost; scale *= 10.0, ++count) {
-        if (std::fabs(scale - std::round(scale)) < 1e-6) {
+        if (std::fabs(scale - std::round(scale)) <= kNoise * std::fabs(scale)) {
             break;
         }
     }

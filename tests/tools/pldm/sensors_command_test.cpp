@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of pldm sensors.
+#include <fmt/format.h>
+
 #include "tests/tools/tool_runner.h"
 
 namespace {
@@ -69,6 +71,39 @@ TEST_F(OwnBoard, PldmSensorsReadsADisabledSensorTimeAndAgain) {
     const Outcome many = run(arguments);
     EXPECT_EQ(many.status, 0) << many.err;
     EXPECT_EQ(many.err, "");
+}
+
+/// Resolution and offset are of single precision: their decimals are those that were meant.
+TEST(PldmSensors, ShowsTheDigitsThatTheResolutionHas) {
+    const struct {
+        const char* keys;
+        const char* reading;
+        double value;
+    } cases[] = {
+        {R"("resolution": 2.54, "waveform": {"shape": "constant", "value": 76200})", "76200.00",
+         76200},
+        {R"("resolution": 1.55, "waveform": {"shape": "constant", "value": 31})", "31.00", 31},
+        {R"("resolution": 15.6, "waveform": {"shape": "constant", "value": 1560})", "1560.0", 1560},
+        {R"("resolution": 0.1, "offset": -273.15, "waveform": {"shape": "constant", "value": 24.95})",
+         "24.95", 24.95},
+        {R"("resolution": 0.000001, "waveform": {"shape": "constant", "value": 0.000003})",
+         "0.000003", 0.000003},
+    };
+    for (const auto& [keys, reading, value] : cases) {
+        SCOPED_TRACE(reading);
+        const std::string board =
+            R"({"name": "bench", "buses": [{"bus": 1}], "devices": [{"name": "dev0", "type": "pldm",
+                "bus": 1, "address": "0x40", "sensors": [{"kind": "numeric", "id": 1,
+                "data_size": 4, )" +
+            std::string(keys) + "}]}]}";
+        const Outcome table = tool_test::run_on(board, {"pldm", "sensors", "dev0"});
+        EXPECT_TRUE(tool_test::contains(table.out, " " + std::string(reading) + "  "))
+            << table.out << table.err;
+        const Outcome json = tool_test::run_on(board, {"pldm", "sensors", "dev0", "--json"});
+        EXPECT_EQ(one_document(json.out)["sensors"][0]["value"], value);
+        const Outcome metrics = tool_test::run_on(board, {"metrics", "dev0"});
+        EXPECT_TRUE(tool_test::contains(metrics.out, fmt::format("}} {}\n", value))) << metrics.out;
+    }
 }
 
 }  // namespace
