@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command-line tool: opens the board, runs the command, ends with the exit status.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <csignal>
 #include <exception>
@@ -126,11 +129,22 @@ ExitStatus run_command_line(int argc, char** argv, Output& output) {
     }
 }
 
+/// A standard descriptor that is closed is none of what is opened next: it is taken by what can
+/// neither be read nor written.
+void keep_standard_descriptors() {
+    int descriptor = 0;
+    do {
+        descriptor = open("/", O_PATH | O_CLOEXEC);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    close(descriptor);
+}
+
 }  // namespace
 }  // namespace tool
 
 int main(int argc, char** argv) {
     using tool::ExitStatus;
+    tool::keep_standard_descriptors();
     tool::Output output(tool::json_wanted(argc, argv));
     ExitStatus status = tool::run_command_line(argc, argv, output);
     if (!output.finish() && status == ExitStatus::kDone) {

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <string_view>
 
 #include "tools/batch/commands.h"
@@ -46,6 +47,12 @@ public:
             if (context_.status != ExitStatus::kDone && !wish_.keep_going) {
                 return;
             }
+        }
+        if (lines.error() != 0) {
+            context_.output.begin_document();
+            context_.output.error(context_.command,
+                                  unusable(input(), std::strerror(lines.error())));
+            note(ExitStatus::kInput);
         }
     }
 
@@ -110,9 +117,10 @@ private:
         }
     }
 
+    std::string input() const { return wish_.file == "-" ? "standard input" : wish_.file; }
+
     std::string place() const {
-        return fmt::format("{}: {}:{}: ", context_.command,
-                           wish_.file == "-" ? "standard input" : wish_.file, number_);
+        return fmt::format("{}: {}:{}: ", context_.command, input(), number_);
     }
 
     Context& context_;

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 
 #include "tools/shell/interrupt.h"
 
@@ -120,6 +121,10 @@ std::optional<std::string> LineReader::next() {
         const ssize_t got = read(descriptor_, block.data(), block.size());
         ended_ = got <= 0;
         pending_.append(block.data(), got > 0 ? static_cast<size_t>(got) : 0);
+        if (got < 0) {
+            error_ = errno;
+            pending_.clear();  // who knows how the line would have gone on
+        }
     }
 }
 

@@ -30,10 +30,14 @@ public:
     /// it is longer than kLongest.
     std::optional<std::string> next();
 
+    /// errno if there are no more lines because nothing can be read; else 0.
+    int error() const { return error_; }
+
 private:
     void skip();
 
     int descriptor_;
+    int error_ = 0;
     bool ended_ = false;
     bool skipping_ = false;
     std::string pending_;

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of the command batch: one board for all commands, how one that fails ends it.
+#include <sys/wait.h>
+
 #include <csignal>
+#include <cstdlib>
 #include <sstream>
 
 #include "tests/tools/tool_runner.h"
@@ -105,6 +108,19 @@ TEST(Batch, StandardInput) {
     EXPECT_TRUE(contains(run.out, "29")) << run.out;
     EXPECT_TRUE(run.err.starts_with("sideband-sim: batch: standard input:2: mctp eid: nic9: "))
         << run.err;
+}
+
+TEST(Batch, StandardInputThatCannotBeRead) {
+    for (const auto& [input, why] :
+         {std::pair{"</", "Is a directory"}, std::pair{"<&-", "Bad file descriptor"}}) {
+        const TemporaryFile said("");
+        const std::string command =
+            "exec \"$SIDEBAND_TOOL\" batch - " + std::string(input) + " 2>" + said.path();
+        const int status = std::system(command.c_str());
+        EXPECT_EQ(WEXITSTATUS(status), 3);
+        EXPECT_EQ(said.content(),
+                  "sideband-sim: batch: standard input: " + std::string(why) + "\n");
+    }
 }
 
 TEST(Batch, ASignalEndsIt) {

@@ -2,10 +2,13 @@
 // Tests of the words in a line of a batch.
 #include "tools/batch/words.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -77,6 +80,30 @@ TEST(LineReader, LinesWithAndWithoutTheirEnd) {
     EXPECT_EQ(lines_of("a\n"), (Strings{"a"}));
     const std::string longest(LineReader::kLongest, 'x');
     EXPECT_EQ(lines_of(longest + "\na"), (Strings{longest, "a"}));
+}
+
+TEST(LineReader, TellsAnErrorFromTheEnd) {
+    const int folder = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    LineReader nothing(folder);
+    EXPECT_EQ(nothing.next(), std::nullopt);
+    EXPECT_EQ(nothing.error(), EISDIR);
+    EXPECT_EQ(nothing.next(), std::nullopt);
+    close(folder);
+}
+
+/// What was read of a line before the error is none.
+TEST(LineReader, ALineThatIsCutByAnErrorIsNone) {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_EQ(grantpt(master) | unlockpt(master), 0);
+    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    // A master that is read behind its last terminal has an error, not an end.
+    ASSERT_EQ(write(terminal, "a\nb", 3), 3);
+    close(terminal);
+    LineReader reader(master);
+    EXPECT_EQ(reader.next(), "a\r");
+    EXPECT_EQ(reader.next(), std::nullopt);
+    EXPECT_EQ(reader.error(), EIO);
+    close(master);
 }
 
 TEST(LineReader, ALineWithoutEndTakesNoMoreMemory) {
