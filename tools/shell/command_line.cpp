@@ -30,6 +30,13 @@ void mark(CLI::Option& option, const std::string& offer) {
     option.check(CLI::Validator([](const std::string&) { return std::string(); }, "", offer));
 }
 
+/// An empty value, of a script's variable that is not set perhaps, is not taken for an option that
+/// is not given.
+CLI::Option& filled(CLI::Option& option) {
+    return *option.check(CLI::Validator(
+        [](const std::string& text) { return text.empty() ? "the value is empty" : ""; }, ""));
+}
+
 constexpr const char* kDescription =
     "Talks to the devices of a server over MCTP: discovery, PLDM, NC-SI, NVMe-MI.";
 constexpr const char* kFooter =
@@ -85,13 +92,14 @@ void check_range(CLI::Option& option, const char* type, uint64_t least, uint64_t
 }
 
 void add_options(CLI::App& app, CommandLine& line, bool& lax) {
-    app.add_option("--board", line.board,
-                   "the board's description (default: " + std::string(Port::own_board()) + ")")
-        ->type_name("FILE");
+    filled(*app.add_option(
+               "--board", line.board,
+               "the board's description (default: " + std::string(Port::own_board()) + ")"))
+        .type_name("FILE");
     mark(*app.get_option("--board"), kFiles);
     app.add_flag("--json", line.json, "one JSON document on standard output, nothing else");
-    app.add_option("--capture", line.capture, "write what passes over the buses as pcapng")
-        ->type_name("FILE");
+    filled(*app.add_option("--capture", line.capture, "write what passes over the buses as pcapng"))
+        .type_name("FILE");
     mark(*app.get_option("--capture"), kFiles);
     if (Port::is_simulated()) {
         // One value each time: else the command behind it would be a second one.
@@ -293,7 +301,8 @@ const Option& Option::excludes(const Option& other) const {
 }
 
 Option Command::add_option(const char* name, std::string& value, const char* help) const {
-    return Option(*app_->add_option(name, value, help));
+    CLI::Option& option = *app_->add_option(name, value, help);
+    return Option(option.get_positional() ? option : filled(option));
 }
 
 Option Command::add_option(const char* name, std::vector<std::string>& value,

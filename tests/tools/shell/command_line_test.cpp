@@ -89,6 +89,21 @@ TEST(WrongUsage, IsStrictAndLaxAtOnce) {
     }
 }
 
+TEST(WrongUsage, IsAnEmptyValue) {
+    const std::pair<Strings, const char*> cases[] = {
+        {{"scan", "--board", ""}, "scan: --board"},
+        {{"scan", "--capture", ""}, "scan: --capture"},
+        {{"check", "nic0", "--junit", ""}, "check: --junit"},
+        {{"check", "nic0", "--rule", ""}, "check: --rule"},
+        {{"metrics", "--listen", ""}, "metrics: --listen"},
+        {{"serve", "--tty", ""}, "serve: --tty"},
+    };
+    for (const auto& [arguments, place] : cases) {
+        expect_error(run_tool_for(arguments, 20), 2,
+                     "sideband-sim: " + std::string(place) + ": the value is empty (try --help)");
+    }
+}
+
 TEST_F(OwnBoard, WithoutVerboseTheLibrarysDumpsAreNowhere) {
     for (const Strings& arguments :
          {Strings{"pldm", "sensors", "dev0"}, Strings{"pldm", "info", "dev0", "--json"}}) {
