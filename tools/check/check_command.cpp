@@ -2,9 +2,13 @@
 // The command check: a device against the standards, rule by rule.
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include "tools/check/commands.h"
 #include "tools/check/device.h"
@@ -12,6 +16,7 @@
 #include "tools/check/rules.h"
 #include "tools/check/session_channel.h"
 #include "tools/shell/endpoint_name.h"
+#include "tools/shell/new_file.h"
 
 namespace tool {
 namespace {
@@ -32,24 +37,35 @@ struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-/// The file for the report, opened before the device is spoken to. A FIFO that nobody reads is not
-/// waited for.
+/// The file for the report, made before the device is spoken to: until there is a report, the one
+/// of another run stays. What is no file, a FIFO or a device, is written to as it is, and a FIFO
+/// that nobody reads is not waited for.
 class ReportFile {
 public:
     explicit ReportFile(std::string path) : path_(std::move(path)) {
-        constexpr mode_t kReadWriteForAll = 0666;  // less the umask
-        if (!path_.empty()) {
-            const int descriptor = open(
-                path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
-                kReadWriteForAll);
+        struct stat status;
+        if (path_.empty()) {
+            return;
+        }
+        const bool absent = lstat(path_.c_str(), &status) != 0;
+        if (absent || S_ISREG(status.st_mode)) {
+            new_file_.emplace(path_);
+            require(new_file_->is_open());
+        } else {
+            const int descriptor =
+                open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
             file_.reset(descriptor >= 0 ? fdopen(descriptor, "wb") : nullptr);
             require(file_ != nullptr && fcntl(descriptor, F_SETFL, 0) == 0);
         }
     }
 
-    void write(const std::string& text) const {
-        if (!path_.empty()) {
-            require(std::fwrite(text.data(), 1, text.size(), file_.get()) == text.size() &&
+    void write(const std::string& text) {
+        if (new_file_) {
+            require(new_file_->write(text.data(), text.size()) && new_file_->finish());
+        } else if (file_ != nullptr) {
+            // Of a file behind a symbolic link; nothing else has a length.
+            const bool cut = ftruncate(fileno(file_.get()), 0) == 0 || errno == EINVAL;
+            require(cut && std::fwrite(text.data(), 1, text.size(), file_.get()) == text.size() &&
                     std::fflush(file_.get()) == 0);
         }
     }
@@ -63,6 +79,7 @@ private:
     }
 
     std::string path_;
+    std::optional<NewFile> new_file_;
     std::unique_ptr<std::FILE, FileCloser> file_;
 };
 

@@ -1,17 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command pkg create: a firmware update package of a description and images.
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <sideband/pldm_fw_update.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
+#include "tools/shell/new_file.h"
 #include "tools/shell/text.h"
 #include "tools/update/commands.h"
 #include "tools/update/input_file.h"
@@ -53,58 +51,30 @@ void require_replaceable(const std::string& path) {
     }
 }
 
-/// The package's file while it is made: under a name of its own, so that nobody finds half of it,
-/// and an image that is to be overwritten is read before.
-class NewFile {
+/// The package's file while it is made: an image that is to be overwritten is read before.
+class PackageFile {
 public:
-    explicit NewFile(const std::string& path)
-        : path_(path), made_(path + ".XXXXXX"), file_(mkostemp(made_.data(), O_CLOEXEC)) {
-        if (file_ < 0) {
-            throw unwritable(path_);
-        }
-    }
-    ~NewFile() {
-        close(file_);
-        if (!done_) {
-            unlink(made_.c_str());
-        }
-    }
-    NewFile(const NewFile&) = delete;
-    NewFile& operator=(const NewFile&) = delete;
-
-    const std::string& made() const { return made_; }
-
-    void write(const uint8_t* bytes, size_t size) const {
-        while (size > 0) {
-            const ssize_t count = ::write(file_, bytes, size);
-            if (count < 0) {
-                throw unwritable(path_);
-            }
-            bytes += count;
-            size -= static_cast<size_t>(count);
-        }
+    explicit PackageFile(const std::string& path) : path_(path), file_(path) {
+        require(file_.is_open());
     }
 
-    /// Gives it the name and the rights that it is to have.
-    void finish() {
-        const mode_t mask = umask(0);
-        umask(mask);
-        if (fchmod(file_, 0666 & ~mask) != 0 || fsync(file_) != 0 ||
-            rename(made_.c_str(), path_.c_str()) != 0) {
-            throw unwritable(path_);
-        }
-        done_ = true;
-    }
+    const std::string& made() const { return file_.made(); }
+    void write(const uint8_t* bytes, size_t size) const { require(file_.write(bytes, size)); }
+    void finish() { require(file_.finish()); }
 
 private:
+    void require(bool works) const {
+        if (!works) {
+            throw unwritable(path_);
+        }
+    }
+
     std::string path_;
-    std::string made_;
-    int file_;
-    bool done_ = false;
+    NewFile file_;
 };
 
 /// Copies as many bytes as the image had when the header was made.
-void copy(const Image& image, const NewFile& out) {
+void copy(const Image& image, const PackageFile& out) {
     std::vector<uint8_t> block(1 << 16);
     for (uint64_t left = image.size; left > 0;) {
         const size_t got =
@@ -165,7 +135,7 @@ void run_pkg_create(Context& context, const PackageRecipe& recipe) {
     }
     const std::vector<uint8_t> header = build_header(package, images, recipe.metadata);
     require_replaceable(recipe.package);
-    NewFile out(recipe.package);
+    PackageFile out(recipe.package);
     out.write(header.data(), header.size());
     uint64_t size = header.size();
     for (const Image& image : images) {

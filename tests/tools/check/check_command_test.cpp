@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of check.
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -157,6 +158,36 @@ TEST(Check, FailsIfTheReportCannotBeWritten) {
         run_tool({"check", "gpu0", "--rule", "mctp.types", "--junit", "/dev/full"});
     EXPECT_EQ(full.status, 1);
     EXPECT_EQ(full.err, "sideband-sim: check: /dev/full: the report cannot be written\n");
+}
+
+/// Until there is a report nothing stands at its name that was not there before.
+TEST(Check, WithoutAReportTheFileStaysAsItWas) {
+    const TemporaryFile report("before");
+    for (const std::string& path : {report.path(), report.path() + ".new"}) {
+        const Outcome nobody = run_tool({"check", "i2c:3:0x70", "--junit", path});
+        EXPECT_EQ(nobody.status, 1);
+        EXPECT_TRUE(contains(nobody.err, "no acknowledge from i2c:3:0x70")) << nobody.err;
+        const Outcome late = run_tool({"check", "nic0", "--timeout", "0.1", "--junit", path});
+        EXPECT_EQ(late.status, 1);
+        EXPECT_TRUE(contains(late.err, "the time limit has passed")) << late.err;
+    }
+    EXPECT_EQ(report.content(), "before");
+    const std::filesystem::path made(report.path());
+    for (const auto& entry : std::filesystem::directory_iterator(made.parent_path())) {
+        EXPECT_FALSE(entry.path().filename().string().starts_with(made.filename().string() + "."))
+            << entry.path();
+    }
+}
+
+/// What is written to through a link is what the link leads to.
+TEST(Check, WritesJunitThroughALink) {
+    const TemporaryFile report(std::string(100000, 'x'));
+    const std::string link = report.path() + "-link";
+    std::filesystem::create_symlink(report.path(), link);
+    run_on(lying_board(), {"check", "rec0", "--rule", "mctp.types", "--junit", link});
+    EXPECT_TRUE(is_junit(report.path(), "(2, 1, 0)")) << report.content().substr(0, 2000);
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    std::filesystem::remove(link);
 }
 
 TEST(Check, RefusesWrongUsage) {
