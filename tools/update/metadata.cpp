@@ -85,11 +85,21 @@ std::optional<tm> parse_time(const std::string& text) {
     return is_day && end == text.c_str() + text.size() ? std::optional(time) : std::nullopt;
 }
 
-/// The time of the build, so that the same package comes out whenever it is made again.
-tm present_time() {
-    const char* const epoch = std::getenv("SOURCE_DATE_EPOCH");
-    const time_t now =
-        epoch != nullptr ? static_cast<time_t>(std::strtoll(epoch, nullptr, 10)) : time(nullptr);
+constexpr const char* kBuildTime = "SOURCE_DATE_EPOCH";
+
+/// The time of the build, so that the same package comes out whenever it is made again; nothing if
+/// it is told and is none of the years that a package can name from there on, 1970 to 9999.
+std::optional<tm> present_time() {
+    constexpr uint64_t kLast = 253402300799;
+    time_t now = time(nullptr);
+    if (const char* const told = std::getenv(kBuildTime)) {
+        const std::string_view digits(told);
+        const std::optional<uint64_t> seconds = parse_long_number(digits);
+        if (!seconds || *seconds > kLast || digits.find_first_of("xX") != digits.npos) {
+            return std::nullopt;
+        }
+        now = static_cast<time_t>(*seconds);
+    }
     tm broken_down{};
     gmtime_r(&now, &broken_down);
     return broken_down;
@@ -104,14 +114,16 @@ void read_header(const Place& place, Package& package) {
         identifier.complain("must be " + hex(kPackageIdentifier) + ", header format 1.0");
     }
     reader.whole("PackageHeaderFormatVersion", 1, 1);
-    package.release_date_time = timestamp(present_time());
-    if (const std::optional<Place> released = reader.find("PackageReleaseDateTime")) {
-        const std::optional<tm> time = parse_time(released->text());
-        if (!time) {
-            released->complain("must be a time such as 17/03/2024 10:20:30");
-        }
-        package.release_date_time = timestamp(time.value_or(tm{}));
+    const std::optional<Place> released = reader.find("PackageReleaseDateTime");
+    const std::optional<tm> time = released ? parse_time(released->text()) : present_time();
+    if (!time && released) {
+        released->complain("must be a time such as 17/03/2024 10:20:30");
+    } else if (!time) {
+        place.complain(fmt::format(
+            "has no PackageReleaseDateTime, and {} is no number of seconds in 1970 to 9999",
+            kBuildTime));
     }
+    package.release_date_time = timestamp(time.value_or(tm{}));
     package.version = read_version(reader.require("PackageVersionString"));
     package.version_type = string_type(package.version);
     reader.finish();

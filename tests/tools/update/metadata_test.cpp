@@ -193,4 +193,22 @@ TEST_F(Metadata, TheTimeOfTheBuildStandsForAReleaseThatIsMissing) {
     EXPECT_EQ(out_.content().substr(19, 13), std::string("\0\0\0\0\0\0\0\0\x02\x01\xb2\x07\0", 13));
 }
 
+TEST_F(Metadata, ATimeOfTheBuildThatIsNoneIsRefused) {
+    const std::string timeless = with("\"PackageReleaseDateTime\": \"17/03/2024 10:20:30\",", "");
+    for (const char* wrong : {"", "abc", "1700000000x", " 1", "-1", "0x10", "253402300800",
+                              "99999999999999999", "18446744073709551617"}) {
+        SCOPED_TRACE(wrong);
+        setenv("SOURCE_DATE_EPOCH", wrong, 1);
+        expect_error(create(timeless), 3,
+                     "sideband-sim: pkg create: FILE:2: PackageHeaderInformation: has no "
+                     "PackageReleaseDateTime, and SOURCE_DATE_EPOCH is no number of seconds in "
+                     "1970 to 9999");
+        EXPECT_EQ(create(kGood).status, 0) << "it has a time";
+    }
+    setenv("SOURCE_DATE_EPOCH", "253402300799", 1);
+    EXPECT_EQ(create(timeless).status, 0);
+    EXPECT_EQ(out_.content().substr(19 + 8, 4), std::string("\x1f\x0c\x0f\x27", 4));
+    unsetenv("SOURCE_DATE_EPOCH");
+}
+
 }  // namespace
