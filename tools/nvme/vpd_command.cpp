@@ -59,7 +59,11 @@ void run_nvme_vpd_read(Context& context, const std::string& endpoint, const Nvme
 
 void run_nvme_vpd_write(Context& context, const std::string& endpoint, const NvmeVpdWish& wish) {
     const std::vector<uint8_t> data = bytes_of(wish.pieces);
-    if (wish.offset + data.size() > UINT16_MAX) {
+    constexpr size_t kMostVpd = 65536;  // a first byte is named in 16 bits
+    if (data.empty()) {
+        throw Failure(ExitStatus::kUsage, "there are no data to write");
+    }
+    if (wish.offset + data.size() > kMostVpd) {
         throw Failure(ExitStatus::kUsage, "the data do not fit the VPD");
     }
     FoundDrive found(context.port, endpoint);

@@ -32,6 +32,13 @@ TEST(NvmeVpd, LongDataGoInSeveralWrites) {
                  "0x20 (VPD Updates Exceeded)");
 }
 
+/// Whether the drive has so many bytes, the drive says.
+TEST(NvmeVpd, TheLastByteThatCanBeNamedIsSent) {
+    expect_error(DriveBench().run({"nvme", "vpd", "write", "nvme0", "65535", "2a"}), 1,
+                 "sideband-sim: nvme vpd write: nvme0: VPD Write of 1 bytes at 65535 failed: "
+                 "status 0x04 (Invalid Parameter) at request byte 8, bit 0");
+}
+
 TEST(NvmeReset, NeedsNoAnswer) {
     expect_text(DriveBench().run({"nvme", "reset", "nvme0"}),
                 "the reset was sent; a drive that resets does not answer\n");
