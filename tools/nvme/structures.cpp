@@ -86,18 +86,36 @@ LbaFormat lba_format(std::span<const uint8_t> data, size_t index) {
             .performance = static_cast<uint8_t>(data[at + 3] & 3)};
 }
 
-std::vector<uint32_t> namespace_list(NvmeClient& client, uint16_t controller, bool attached) {
-    const std::vector<uint8_t> data =
-        client.identify(controller, attached ? kIdentifyCnsActive : kIdentifyCnsAllocated, 0);
+/// Each list begins behind a namespace and is full while there are more of them.
+std::vector<uint32_t> joined_lists(const std::string& drive, const NextList& next) {
+    constexpr size_t kMost = 65536;
+    constexpr uint32_t kLastAsked = kEveryNamespace - 2;
     std::vector<uint32_t> ids;
-    for (size_t at = 0; at < data.size(); at += 4) {
-        const auto id = static_cast<uint32_t>(little_endian_at(data, at, 4));
-        if (id == 0) {
-            break;
+    for (uint32_t after = 0; after <= kLastAsked; after = ids.back()) {
+        const std::vector<uint8_t> list = next(after);
+        for (size_t at = 0; at < list.size(); at += 4) {
+            const auto id = static_cast<uint32_t>(little_endian_at(list, at, 4));
+            if (id == 0) {
+                return ids;
+            }
+            ids.push_back(id);
         }
-        ids.push_back(id);
+        if (ids.empty() || ids.back() <= after) {
+            throw Failure(drive, "the list of namespaces", "it does not go on in ascending order");
+        }
+        if (ids.size() >= kMost) {
+            throw Failure(drive, "the list of namespaces",
+                          fmt::format("{} namespaces and no end", kMost));
+        }
     }
     return ids;
+}
+
+std::vector<uint32_t> namespace_list(NvmeClient& client, uint16_t controller, bool attached) {
+    return joined_lists(client.name(), [&](uint32_t after) {
+        return client.identify(controller, attached ? kIdentifyCnsActive : kIdentifyCnsAllocated,
+                               after);
+    });
 }
 
 std::string firmware_revision(NvmeClient& client, uint16_t controller) {

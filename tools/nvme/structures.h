@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -44,6 +45,14 @@ struct LbaFormat {
 /// @param data  Identify Namespace, whole
 size_t format_in_use(std::span<const uint8_t> data);
 LbaFormat lba_format(std::span<const uint8_t> data, size_t index);
+
+/// The list of namespace IDs behind one.
+using NextList = std::function<std::vector<uint8_t>(uint32_t after)>;
+
+/// All IDs of the lists, one list after the other. Throws Failure if they do not ascend or do not
+/// end.
+/// @param drive  its name
+std::vector<uint32_t> joined_lists(const std::string& drive, const NextList& next);
 
 /// @param attached  those attached to the controller; else all that are allocated
 std::vector<uint32_t> namespace_list(NvmeClient& client, uint16_t controller, bool attached);
