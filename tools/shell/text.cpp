@@ -100,6 +100,16 @@ bool is_misleading(std::string_view character) {
     });
 }
 
+/// @param character  in UTF-8, of at most three bytes
+uint32_t code_point(std::string_view character) {
+    constexpr uint8_t kLeadBits[] = {0x7F, 0x1F, 0x0F};
+    uint32_t point = static_cast<uint8_t>(character[0]) & kLeadBits[character.size() - 1];
+    for (const char byte : character.substr(1)) {
+        point = point << 6 | (byte & 0x3FU);
+    }
+    return point;
+}
+
 /// @param character  one byte, or a character in UTF-8
 bool is_control(std::string_view character) {
     constexpr uint8_t kC1First = 0x80;
@@ -246,6 +256,18 @@ std::string printable_lines(std::string_view text) {
         text.remove_prefix(end + 1);
     }
     return shown + printable(text);
+}
+
+std::string printable_json_text(std::string_view text) {
+    std::string shown;
+    while (!text.empty()) {
+        const std::string_view character = text.substr(0, character_size(text));
+        text.remove_prefix(character.size());
+        const bool stays =
+            character == "\n" || (!is_control(character) && !is_misleading(character));
+        shown += stays ? std::string(character) : fmt::format("\\u{:04x}", code_point(character));
+    }
+    return shown;
 }
 
 std::string valid_utf8(std::string_view text) {

@@ -53,6 +53,10 @@ std::string printable(std::string_view text);
 /// As printable(), for text of several lines: their ends stay.
 std::string printable_lines(std::string_view text);
 
+/// A document in JSON, in UTF-8: what printable() would show as bytes stands as \uNNNN, which means
+/// the same.
+std::string printable_json_text(std::string_view text);
+
 /// The text with each byte that is no part of a character in UTF-8 made U+FFFD.
 std::string valid_utf8(std::string_view text);
 

@@ -75,10 +75,14 @@ TEST(BoardDump, IsABoardFileOfTheSameBoard) {
 }
 
 TEST(BoardDump, HasNoCharacterThatATerminalObeys) {
-    const char* const board = R"({"name": "a\u001b\u0085\u007f\u00e9", "buses": [{"bus": 1}]})";
+    const char* const board =
+        R"({"name": "a\u001b\u0085\u007f\u00e9\u061c\u200e\u2028\u2029\u202e\u2066\u2069\u2070",
+            "buses": [{"bus": 1}]})";
     const Outcome dumped = run_on(board, {"board", "dump"});
     EXPECT_EQ(dumped.status, 0) << dumped.err;
     EXPECT_FALSE(has_control(dumped.out)) << dumped.out;
+    EXPECT_TRUE(contains(dumped.out, "\\u061c\\u200e\\u2028\\u2029\\u202e\\u2066\\u2069\u2070\""))
+        << dumped.out;
     EXPECT_EQ(one_document(dumped.out), parse_json(board));
 }
 
