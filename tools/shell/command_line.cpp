@@ -232,6 +232,17 @@ std::string usage_error(const CLI::App& app, const CLI::App& inner, const CLI::P
     return left.empty() ? "a command is required" : left.front() + ": no such command";
 }
 
+/// Whether there is a document must be known without what reads the command line, which takes a
+/// value for any flag.
+void refuse_json_value(int argc, char** argv) {
+    const bool has_one = std::any_of(argv + 1, argv + argc, [](const char* word) {
+        return std::string_view(word).starts_with("--json=");
+    });
+    if (has_one) {
+        throw Failure(ExitStatus::kUsage, "--json takes no value (try --help)");
+    }
+}
+
 }  // namespace
 
 const Option& Option::required() const {
@@ -376,6 +387,7 @@ void parse_command_line(int argc, char** argv, std::span<const AddCommands> room
     CLI::App app(kDescription, std::string(Port::program_name()));
     bool lax = false;
     add_all(app, rooms, line, lax);
+    refuse_json_value(argc, argv);
     try {
         app.parse(argc, argv);
         line.strict |= Port::is_strict() && !lax;

@@ -89,6 +89,20 @@ TEST(WrongUsage, IsStrictAndLaxAtOnce) {
     }
 }
 
+TEST(WrongUsage, IsAValueForJson) {
+    for (const char* option : {"--json=true", "--json=false", "--json=1", "--json="}) {
+        for (const Strings& arguments : {Strings{option, "scan"}, Strings{"scan", option}}) {
+            expect_error(run_tool(arguments), 2,
+                         "sideband-sim: --json takes no value (try --help)");
+        }
+    }
+}
+
+TEST(Help, AndVersionAreTextAlsoWithJson) {
+    EXPECT_EQ(run_tool({"--json", "--version"}).out, run_tool({"--version"}).out);
+    EXPECT_EQ(run_tool({"--json", "scan", "--help"}).out, run_tool({"scan", "--help"}).out);
+}
+
 TEST(WrongUsage, IsAnEmptyValue) {
     const std::pair<Strings, const char*> cases[] = {
         {{"scan", "--board", ""}, "scan: --board"},
