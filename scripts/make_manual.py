@@ -36,12 +36,17 @@ def value_of(option):
     return "\\f" + font + escaped(value) + "\\fR" if value else ""
 
 
+def dots(option):
+    return "..." if option["many"] else ""
+
+
 def option_lines(option):
     if option["argument"]:
-        head = f"\\fI{escaped(option['names'][0])}\\fR" + ("..." if option["many"] else "")
+        head = f"\\fI{escaped(option['names'][0])}\\fR" + dots(option)
+        head += ": " + value_of(option) if "|" in option["value"] else ""
     else:
         head = ", ".join(f"\\fB{escaped(name)}\\fR" for name in option["names"])
-        head += " " + value_of(option) if option["value"] else ""
+        head += " " + value_of(option) + dots(option) if option["value"] else ""
     return [".TP", head, sentence(option)]
 
 
@@ -52,10 +57,10 @@ def options_of(node, wanted):
 def synopsis(words, node):
     text = f"\\fB{escaped(words)}\\fR"
     for option in options_of(node, True):
-        name = f"\\fI{escaped(option['names'][0])}\\fR" + ("..." if option["many"] else "")
+        name = f"\\fI{escaped(option['names'][0])}\\fR" + dots(option)
         text += f" {name}" if option["required"] else f" [{name}]"
     for option in options_of(node, False):
-        name = f"\\fB{escaped(option['names'][0])}\\fR" + (" " + value_of(option) if option["value"] else "")
+        name = f"\\fB{escaped(option['names'][0])}\\fR" + (" " + value_of(option) + dots(option) if option["value"] else "")
         text += f" {name}" if option["required"] else f" [{name}]"
     return text
 
@@ -94,7 +99,8 @@ def manual(tool, template):
     for key, value in (("@OPTIONS@", "\n".join(options)), ("@COMMANDS@", "\n".join(command_lines(tree))),
                        ("@VERSION@", version), ("@TOOL@", escaped(tree["name"]))):
         text = text.replace(key, value)
-    return text
+    # The tools share the end of their pages, and none refers to itself.
+    return text.replace(f".BR {escaped(tree['name'])} (1),\n", "")
 
 
 if __name__ == "__main__":

@@ -48,6 +48,15 @@ class ManualCheck(unittest.TestCase):
     def test_says_the_limits_of_a_value(self):
         self.assertIn("help (0 to 255)", PAGE)
 
+    def test_says_the_words_that_an_argument_may_be(self):
+        scope = option("SCOPE", argument=True, takes_value=True, value="one|two")
+        self.assertEqual(make_manual.option_lines(scope)[1], "\\fISCOPE\\fR: \\fBone|two\\fR")
+
+    def test_shows_that_values_may_be_several(self):
+        image = option("--image", takes_value=True, many=True, value="FILE")
+        self.assertEqual(make_manual.option_lines(image)[1], "\\fB\\-\\-image\\fR \\fIFILE\\fR...")
+        self.assertIn("[\\fB\\-\\-image\\fR \\fIFILE\\fR...]", make_manual.synopsis("create", node("create", options=[image])))
+
     def test_writes_what_troff_would_take_for_its_own(self):
         self.assertEqual(make_manual.escaped(".x -y \\z 'q"), "\\&.x \\-y \\ez \\(aqq")
 

@@ -272,9 +272,11 @@ void add_ns(Command nvme, const Commands& commands) {
 }
 
 void add_format(Command nvme, const Commands& commands) {
-    const auto [format, arguments] =
-        add_admin_command(nvme, commands, "format",
-                          "formats a namespace, or every one with 0xffffffff", run_nvme_format);
+    const auto [format, arguments] = add_admin_command(
+        nvme, commands, "format",
+        "formats a namespace, or every one with 0xffffffff; protection information is "
+        "off behind it, and metadata have a buffer of their own",
+        run_nvme_format);
     NvmeFormatWish& wish = arguments.wish;
     add_nsid(format, arguments);
     format.add_option("--lbaf", wish.format, "LBA format (default: as it is)")
