@@ -231,6 +231,17 @@ TEST_F(SilentMctp, WatchingEndsInTheMiddleOfAPause) {
               "sideband: pldm sensors: nic0: GetSensorReading of sensor 1 failed: no answer\n");
 }
 
+/// The time is that of the machine, and no virtual one.
+TEST_F(SilentMctp, WatchingTellsTheTimeOfTheMachine) {
+    const TemporaryFile board(R"({"name": "rack7", "devices": [
+        {"name": "nic0", "mctp": {"net": 1, "eid": 9}, "read_timeout_ms": 100}]})");
+    const Outcome run = run_tool({"--board", board.path(), "pldm", "sensors", "nic0", "1",
+                                  "--watch", "1", "--count", "1", "--json"});
+    const tool::Json document = one_document(run.out);
+    EXPECT_GT(document["monotonic_time_us"].get<uint64_t>(), 0U) << run.out;
+    EXPECT_FALSE(document.contains("virtual_time_us")) << run.out;
+}
+
 /// Names come from the board file alone: nobody is asked, nor the kernel.
 TEST_F(LinuxTool, CompletesTheNamesOfItsBoard) {
     const Outcome named = run_tool({"__complete", "--board", board_.path(), "mctp", "eid", ""});

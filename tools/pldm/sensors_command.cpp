@@ -82,9 +82,10 @@ void watch_sensors(Context& context, Session& session, const SensorList& list, c
         const SensorReport report = read_sensors(session, list.sensors);
         context.output.text(fmt::format("{}{}\n", done == 0 ? "" : "\n", seconds_text(time)));
         context.output.table(report.table);
-        context.output.document({{"endpoint", session.endpoint().name},
-                                 {"virtual_time_us", time},
-                                 {"sensors", report.list}});
+        context.output.document(
+            {{"endpoint", session.endpoint().name},
+             {Port::is_simulated() ? "virtual_time_us" : "monotonic_time_us", time},
+             {"sensors", report.list}});
         for (const Failure& failure : report.failures) {
             context.report(failure);
         }
