@@ -95,7 +95,7 @@ std::optional<tm> present_time() {
     if (const char* const told = std::getenv(kBuildTime)) {
         const std::string_view digits(told);
         const std::optional<uint64_t> seconds = parse_long_number(digits);
-        if (!seconds || *seconds > kLast || digits.find_first_of("xX") != digits.npos) {
+        if (!seconds || *seconds > kLast || digits.find_first_of("xX") != std::string_view::npos) {
             return std::nullopt;
         }
         now = static_cast<time_t>(*seconds);
