@@ -84,22 +84,6 @@ size_t character_size(std::string_view text) {
     return 1;
 }
 
-/// Separators of lines and paragraphs, and what turns the direction of a text (Unicode, Annex 9):
-/// with them a name can look like another one, or like two.
-struct Utf8Range {
-    std::string_view first;
-    std::string_view last;
-};
-
-constexpr Utf8Range kMisleading[] = {
-    {"\u061c", "\u061c"}, {"\u200e", "\u200f"}, {"\u2028", "\u202e"}, {"\u2066", "\u2069"}};
-
-bool is_misleading(std::string_view character) {
-    return std::any_of(std::begin(kMisleading), std::end(kMisleading), [&](const Utf8Range& range) {
-        return character >= range.first && character <= range.last;
-    });
-}
-
 /// @param character  in UTF-8, of at most three bytes
 uint32_t code_point(std::string_view character) {
     constexpr uint8_t kLeadBits[] = {0x7F, 0x1F, 0x0F};
@@ -108,6 +92,25 @@ uint32_t code_point(std::string_view character) {
         point = point << 6 | (byte & 0x3FU);
     }
     return point;
+}
+
+/// Separators of lines and paragraphs, and what turns the direction of a text (Unicode, Annex 9):
+/// with them a name can look like another one, or like two.
+struct CodePoints {
+    uint32_t first;
+    uint32_t last;
+};
+
+constexpr CodePoints kMisleading[] = {
+    {0x061C, 0x061C}, {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}};
+
+/// @param character  one byte, or a character in UTF-8
+bool is_misleading(std::string_view character) {
+    constexpr size_t kLongest = 3;
+    const uint32_t point = character.size() <= kLongest ? code_point(character) : 0;
+    return std::any_of(
+        std::begin(kMisleading), std::end(kMisleading),
+        [point](const CodePoints& range) { return point >= range.first && point <= range.last; });
 }
 
 /// @param character  one byte, or a character in UTF-8

@@ -221,8 +221,7 @@ void read_i2c_place(const BoardState& board, ObjectReader& reader, DeviceConfig&
     read_address(board, reader, config);
     const bool software_pec = reader.choice("pec", {"hardware", "software"}, 0) == 1;
     config.where.binding_kind = software_pec ? 3 : 0;
-    config.where.unit_size =
-        static_cast<uint16_t>(reader.whole("unit_size", 0, 250, 0));
+    config.where.unit_size = static_cast<uint16_t>(reader.whole("unit_size", 0, 250, 0));
     config.transmission_unit = static_cast<size_t>(reader.whole(
         "transmission_unit", 1, 250, config.where.unit_size != 0 ? config.where.unit_size : 64));
     config.where.i2c_delay_us =
