@@ -149,7 +149,7 @@ TEST(Completion, OffersNoNameThatMeansSomethingToAShell) {
 
 TEST(Completion, SaysNothingOfABoardThatCannotBeRead) {
     const TemporaryFile broken("{\"name\": ");
-    const std::string fifo = ::testing::TempDir() + "sideband-completion-fifo";
+    const std::string fifo = broken.path() + "-fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     for (const std::string& board : {broken.path(), fifo, std::string("/nonexistent"),
                                      std::string("/"), std::string("/dev/zero")}) {
