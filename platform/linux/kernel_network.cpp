@@ -123,6 +123,11 @@ std::optional<std::vector<Reachable>> ask_kernel(std::string& error) {
             return std::nullopt;
         }
     }
+    if (tables.full()) {
+        error = "rtnetlink: more than " + std::to_string(NetworkTables::kMostEntries) +
+                " interfaces, addresses or routes";
+        return std::nullopt;
+    }
     return tables.reachable();
 }
 

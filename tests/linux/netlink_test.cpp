@@ -313,6 +313,27 @@ TEST_F(AskKernel, RefusesRubbish) {
     EXPECT_EQ(failure(), "rtnetlink: a malformed answer");
 }
 
+/// Some messages of one kind and the end of the answer, in datagrams that a socket takes all at
+/// once: two small ones and a large one.
+std::vector<Bytes> answer_of(size_t count, const Bytes& each, uint32_t sequence) {
+    constexpr size_t kFew = 300;
+    const Bytes few = together(std::vector<Bytes>(kFew, each));
+    std::vector<Bytes> rest(count - 2 * kFew, each);
+    rest.push_back(done(sequence));
+    return {few, few, together(rest)};
+}
+
+// A list that is not whole must not pass for one.
+TEST_F(AskKernel, SaysThatThereIsMoreThanItKeeps) {
+    constexpr size_t kHalf = NetworkTables::kMostEntries / 2;
+    kernel.answers[RTM_GETROUTE] = answer_of(kHalf, route(3, 9, 0, RTN_UNICAST, 3), 3);
+    kernel.answers[RTM_GETNEIGH] = answer_of(kHalf, neighbour(3, 12, 4), 4);
+    std::string error;
+    EXPECT_TRUE(machine::ask_kernel(error)) << error;
+    kernel.answers[RTM_GETNEIGH] = answer_of(kHalf + 1, neighbour(3, 12, 4), 4);
+    EXPECT_EQ(failure(), "rtnetlink: more than 4096 interfaces, addresses or routes");
+}
+
 TEST_F(AskKernel, DoesNotWaitForEver) {
     kernel.answers[RTM_GETADDR] = {address(3, 8, 2)};
     EXPECT_EQ(failure(), "rtnetlink: Connection timed out");
