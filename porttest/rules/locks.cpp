@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Rules of the locks between threads.
+#include <algorithm>
 #include <array>
 #include <vector>
 
@@ -14,6 +15,10 @@ namespace {
 constexpr int kLongMs = 2000;
 /// In which a thread that has to wait must not get on.
 constexpr int kShortMs = 100;
+/// By which a wait may be longer than it was to be: clocks tick, and threads are not run at once.
+constexpr int kSlackMs = 100;
+/// On a busy machine one wait or another is longer still, but hardly all of so many.
+constexpr int kTries = 5;
 constexpr int kBus = 200;
 constexpr int kAttachBus = 254;
 constexpr uint8_t kChannel = 200;
@@ -240,17 +245,35 @@ Verdict contention(const Subject& subject) {
     return !together && counted == kThreads * kTurns ? passed() : failed("two threads hold it");
 }
 
+/// @return milliseconds that another thread waits for a lock that is held: the shortest of some
+///         tries, if the first one is too long; nothing if one has not ended
+std::optional<int> wait_for_held(const Lock& lock, int wait_ms) {
+    int shortest = kLongMs;
+    for (int i = 0; i < kTries && shortest > wait_ms + kSlackMs; ++i) {
+        const std::optional<int> taken =
+            duration_of(kLongMs, [lock, wait_ms] { take_and_give(lock, wait_ms); });
+        if (!taken) {
+            return std::nullopt;
+        }
+        shortest = std::min(shortest, *taken);
+    }
+    return shortest;
+}
+
 Verdict limited(const std::vector<Lock>& locks) {
     for (const Lock& lock : locks) {
         if (!take(lock)) {
             return failed(lock.name + " cannot be taken");
         }
         for (const int wait_ms : {0, kShortMs}) {
-            Aside other = taker(lock, wait_ms);
-            const std::optional<int> result = other.wait(kLongMs);
-            if (!result) {
+            const std::optional<int> taken = wait_for_held(lock, wait_ms);
+            if (!taken) {
                 return failed(text("%s: a wait of %d ms has not ended after %d ms",
                                    lock.name.c_str(), wait_ms, kLongMs));
+            }
+            if (*taken > wait_ms + kSlackMs) {
+                return failed(text("%s: a wait of %d ms takes %d ms each time", lock.name.c_str(),
+                                   wait_ms, *taken));
             }
         }
         lock.put();

@@ -75,6 +75,7 @@ constexpr uint8_t kNextChannel = 201;
 constexpr uint8_t kRareNumber = 130;
 constexpr int kMostWaiting = 3;
 constexpr int kStormEnds = 150;
+constexpr int kTooLong = 500;
 
 std::thread::id attached_on;
 
@@ -155,6 +156,9 @@ int lx_mutex_get(lx_mutex* mutex, int wait_ms) {
     }
     if (breaks("locks-wait")) {
         wait_ms = LX_MUTEX_WAIT_FOREVER;
+    }
+    if (breaks("locks-wait, a little") && wait_ms >= 0) {
+        wait_ms += kTooLong;
     }
     return whole_lx_mutex_get(mutex, wait_ms);
 }

@@ -144,6 +144,11 @@ class Telling(unittest.TestCase):
         self.assertRegex(done.stdout, r"\n        demanded: .+\n        look at: .+\n")
         self.assertTrue(done.stdout.endswith("1 passed, 1 failed, 0 not applicable\n"), done.stdout)
 
+    def test_a_wait_that_ends_but_too_late_is_found(self):
+        done = run(ARGUMENTS.broken, "--only", "locks-wait", SIDEBAND_BROKEN="locks-wait, a little")
+        self.assertRegex(done.stdout, r"FAILED  locks-wait: global_lock: a wait of 0 ms takes [5-9]\d\d ms each time\n")
+        self.assertEqual(done.returncode, 1)
+
     def test_what_a_rule_needs_is_judged_with_it(self):
         done = run(ARGUMENTS.broken, "--only", "locks-apart")
         self.assertEqual(done.stdout, "passed  attach\npassed  locks-granted\npassed  locks-apart\n"
