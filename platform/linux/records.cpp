@@ -84,10 +84,12 @@ bool lock(int file) {
 }
 
 /// Gives the file its size and all of its pages: a mapping without them would end the process where
-/// /run is full.
+/// /run is full. Any signal may interrupt that.
 /// @return false with errno set
 bool reserve(int file) {
-    errno = posix_fallocate(file, 0, sizeof(Records));
+    do {
+        errno = posix_fallocate(file, 0, sizeof(Records));
+    } while (errno == EINTR);
     return errno == 0;
 }
 

@@ -103,12 +103,13 @@ static int fill_records(plt_global_var* var, plt_global_sec_var* sec_var) {
     return failed;
 }
 
-/* A signal that the service handles is no failure. */
-static int lock_file(int file) {
+/* Locks the file, and reserves its pages: with fewer than that a full file system would end the
+ * process. A signal that the service handles is no failure. */
+static int hold_file(int file) {
     int failed;
     do {
-        failed = flock(file, LOCK_EX);
-    } while (failed != 0 && errno == EINTR);
+        failed = flock(file, LOCK_EX) == 0 ? posix_fallocate(file, 0, sizeof(Records)) : errno;
+    } while (failed == EINTR);
     return failed == 0;
 }
 
@@ -117,8 +118,7 @@ static void start(void) {
     const char* const path = board_records_file();
     const int shared = path[0] != '\0';
     const int file = shared ? open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0660) : -1;
-    /* Pages that are not reserved would end the process, if there is no room for them. */
-    if (shared && (!lock_file(file) || posix_fallocate(file, 0, sizeof(Records)) != 0)) {
+    if (shared && !hold_file(file)) {
         close(file); /* and the lock with it */
         return;
     }

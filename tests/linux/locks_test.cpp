@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Locks of a Linux machine: between threads, between processes, and of a process that was killed.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
@@ -8,6 +9,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <random>
 #include <thread>
@@ -20,6 +22,25 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
+
+/// Calls of posix_fallocate() that a signal is to interrupt, and those that were.
+int to_interrupt = 0;
+int interrupted = 0;
+
+}  // namespace
+
+/// Stands in front of libc's.
+extern "C" int posix_fallocate(int file, off_t offset, off_t length) {
+    if (to_interrupt > 0) {
+        --to_interrupt;
+        ++interrupted;
+        return EINTR;
+    }
+    using Function = int (*)(int, off_t, off_t);
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "posix_fallocate64"))(file, offset, length);
+}
+
+namespace {
 
 class LinuxLocks : public machine_test::MachineTest {
 protected:
@@ -357,6 +378,18 @@ TEST_F(LinuxLocks, AreThereThoughASignalCameMeanwhile) {
     machine::use(other);
     other_process.join();
     sigaction(SIGUSR1, &before, nullptr);
+    EXPECT_TRUE(machine::in_use()->records.shared()) << machine::in_use()->records.trouble();
+}
+
+/// A signal comes while the file system makes room for the file.
+TEST_F(LinuxLocks, AreThereThoughASignalInterruptedTheFilesMaking) {
+    machine_test::Folder fresh;
+    machine::Board other = board();
+    other.run_folder = fresh.path();
+    interrupted = 0;
+    to_interrupt = 2;
+    machine::use(other);
+    EXPECT_EQ(interrupted, 2);
     EXPECT_TRUE(machine::in_use()->records.shared()) << machine::in_use()->records.trouble();
 }
 
