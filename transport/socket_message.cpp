@@ -133,7 +133,8 @@ bool is_pldm(const mctp_ctx& ctx) {
 }
 
 /// Opens and binds the listener, unless it is. To any network and any of the BMC's EIDs: that is
-/// what other programs bind to, and the kernel refuses only what somebody has bound to just so.
+/// what other programs bind to, and the kernel refuses only what somebody has bound to just so;
+/// before the summer of 2025 not even that, and a request then goes to either.
 bool open_listener(mctp_ctx& ctx, Socket& socket) {
     socket.owner = &ctx;
     if (socket.descriptor >= 0) {

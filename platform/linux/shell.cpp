@@ -59,7 +59,7 @@ pid_t await(pid_t child, int& status, int options) {
         ended = waitpid(child, &status, options);
     } while (ended < 0 && errno == EINTR);
     if (ended < 0 && errno == ECHILD) {
-        console_log("sh: how it ended is not known, since this process ignores SIGCHLD\n");
+        console_log("sh: how it ended is not known: this process ignores SIGCHLD, or reaps all\n");
     }
     return ended;
 }
