@@ -2,7 +2,6 @@
 // What the board file of a Linux machine says: power, records, devices and the ways to them.
 #include "platform/linux/board.h"
 
-#include <sideband/mctp.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -107,7 +106,7 @@ void read_i2c_way(const Board& board, Device& device, ObjectReader& reader) {
     device.bus = static_cast<uint8_t>(reader.whole("bus", 0, 255));
     device.address = reader.address("address");
     device.software_pec = reader.choice("pec", {"hardware", "software"}, 0) == 1;
-    device.unit_size = static_cast<uint16_t>(reader.whole("unit_size", 0, MCTP_UNIT_SIZE_MAX, 0));
+    device.unit_size = static_cast<uint16_t>(reader.whole("unit_size", 0, kLargestUnit, 0));
     device.i2c_delay_us = static_cast<uint32_t>(reader.whole("i2c_delay_us", 0, kLongestWaitUs, 0));
     device.mux = read_mux_setting(board, device.bus, reader);
 }

@@ -18,6 +18,9 @@ namespace machine {
 /// Where the machine's own board file is, if it has one.
 inline constexpr const char* kOwnBoardFile = "/etc/sideband/board.json";
 
+/// Message bytes in a packet: with more, every call of the library fails.
+inline constexpr uint16_t kLargestUnit = 120;
+
 /// By what one sees that the host's main power is on.
 struct PowerSource {
     enum class Kind : uint8_t { kOn, kFile, kCommand };

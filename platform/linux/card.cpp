@@ -10,6 +10,8 @@
 
 namespace {
 
+static_assert(machine::kLargestUnit == MCTP_UNIT_SIZE_MAX);
+
 const machine::Device* find_card(uint8_t bus, uint8_t device) {
     const machine::State* const state = machine::in_use();
     if (state == nullptr) {
