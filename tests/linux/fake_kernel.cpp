@@ -273,6 +273,9 @@ extern "C" ssize_t recvmsg(int fd, msghdr* header, int flags) {
                            header->msg_iov[0].iov_base, header->msg_iov[0].iov_len, truncated);
     header->msg_flags = truncated ? MSG_TRUNC : 0;
     header->msg_controllen = 0;
+    if (socket->family == AF_MCTP && FakeKernel::current()->on_receive) {
+        FakeKernel::current()->on_receive(fd);
+    }
     const auto room = static_cast<ssize_t>(header->msg_iov[0].iov_len);
     return std::min(length, room);
 }

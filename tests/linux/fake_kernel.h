@@ -45,6 +45,8 @@ public:
     // MCTP.
     /// Called for each message that is sent; deliver() is how it is answered.
     std::function<void(int fd, const MctpMessage&)> on_send;
+    /// Called for each message that recvmsg() has taken.
+    std::function<void(int fd)> on_receive;
     std::vector<MctpMessage> sent;
     std::vector<sockaddr_mctp> bound;
     void deliver(int fd, const MctpMessage& message);

@@ -137,6 +137,29 @@ TEST_F(LinuxPcie, AWaitEnds) {
     EXPECT_LE(kernel.open_sockets(), 7U);
 }
 
+// Nothing in the queue is an answer, and there is always something in it.
+TEST_F(LinuxPcie, AFloodOfForeignMessagesDoesNotProlongAWait) {
+    constexpr std::chrono::milliseconds kFlood{40 * kWaitMs};
+    const auto begin = std::chrono::steady_clock::now();
+    size_t delivered = 0;
+    const auto send_foreign = [&](int fd) {
+        kernel.deliver(fd, {mctp_address(2, kPeer, 2, 3), {0x02}});
+        ++delivered;
+    };
+    kernel.on_send = [&](int fd, const MctpMessage&) { send_foreign(fd); };
+    kernel.on_receive = [&](int fd) {
+        if (std::chrono::steady_clock::now() - begin < kFlood) {
+            send_foreign(fd);
+        }
+    };
+    plt_pcie_request record = request(PLT_PCIE_WRITE_READ, {0x01, 0x80});
+    EXPECT_NE(PltMCTP_WriteRead(&record), kSuccess);
+    const auto took = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(took, std::chrono::milliseconds(kWaitMs));
+    EXPECT_LT(took, kFlood);
+    EXPECT_GT(delivered, 2U);
+}
+
 TEST_F(LinuxPcie, WhatTheKernelRefusesIsALine) {
     kernel.send_errno = EHOSTUNREACH;
     plt_pcie_request record = request(PLT_PCIE_WRITE_READ, {0x01, 0x80});
