@@ -38,7 +38,7 @@ bool wants_time(const mctp_ctx& mctp, std::span<const uint8_t> request, const ui
 int32_t receive_pcie(mctp_ctx& mctp, int32_t room, uint8_t* area) {
     std::array<uint8_t, PLT_PCIE_MESSAGE_SIZE> message;
     message[0] = area[0];
-    const int32_t received = mctp_pcie_recv_with_type(&mctp, message.size(), message.data());
+    const int32_t received = pcie_recv_typed(&mctp, message.size(), message.data());
     if (received <= 1) {
         return -1;
     }

@@ -16,6 +16,8 @@
 #include "common/wire.h"
 #include "pldm/message.h"
 #include "transport/packet.h"
+#include "transport/pcie_message.h"
+#include "transport/socket_message.h"
 
 namespace sideband {
 namespace {
@@ -53,7 +55,7 @@ bool is_smbus(const mctp_ctx& mctp) {
 [[gnu::noinline]] int32_t receive_over_pcie(mctp_ctx& mctp, std::span<uint8_t> response) {
     std::array<uint8_t, PLT_PCIE_MESSAGE_SIZE> message;
     message[0] = MCTP_MSG_TYPE_PLDM;
-    const int32_t length = mctp_pcie_recv_with_type(&mctp, message.size(), message.data()) - 1;
+    const int32_t length = pcie_recv_typed(&mctp, message.size(), message.data()) - 1;
     if (length < 0) {
         return -1;
     }
@@ -73,6 +75,11 @@ int32_t receive(mctp_ctx& mctp, std::span<uint8_t> response) {
     }
     response[0] = MCTP_MSG_TYPE_PLDM;  // as pldm_recv()
     const auto capacity = static_cast<int32_t>(response.size());
+#ifdef SIDEBAND_SOCKET
+    if (mctp.recv == socket_recv) {
+        return socket_recv_answer(&mctp, capacity, response.data());
+    }
+#endif
     if (mctp.binding_kind != MCTP_BINDING_KIND_SL8_SMBUS) {
         return mctp.recv(&mctp, capacity, response.data());
     }

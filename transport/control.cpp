@@ -237,7 +237,8 @@ int32_t mctp_get_endpoint_uuid(mctp_ctx* ctx) {
 int32_t mctp_allocate_endpoint_ids(mctp_ctx* ctx, uint8_t operation, uint8_t pool_size,
                                    uint8_t starting_eid) {
     const std::array<uint8_t, 3> data{operation, pool_size, starting_eid};
-    std::array<uint8_t, 6> room{};
+    std::array<uint8_t, 6> room;
+    room.fill(0xFF);  // no pool that was accepted
     Answer answer = exchange(ctx, kAllocateEndpointIds, data, room);
     int32_t result = finish(answer);
     if (result == 0 && is_strict(*ctx, MCTP_STRICT_ADDRESSES) &&

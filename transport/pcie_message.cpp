@@ -187,6 +187,18 @@ int32_t receive(mctp_ctx& ctx, int32_t length, const uint8_t* buffer, bool any_t
     return received;
 }
 
+/// Receives one message into a buffer, type byte and all.
+int32_t receive_with_type(mctp_ctx& ctx, int32_t length, uint8_t* buffer, bool any_type) {
+    plt_pcie_request record;
+    ctx.last_error = kNoError;
+    const int32_t received = receive(ctx, length, buffer, any_type, record);
+    if (received < 1) {
+        return -1;
+    }
+    std::memcpy(buffer, record.message, static_cast<size_t>(received));
+    return received;
+}
+
 /// The exchange through another binding than the library's own.
 [[gnu::noinline]] int32_t transfer_aside(mctp_ctx& ctx, int32_t room, plt_pcie_request& record) {
     std::array<uint8_t, PLT_PCIE_MESSAGE_SIZE> answer{};
@@ -248,6 +260,10 @@ int32_t pcie_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
     return 0;  // and not the length: callers learn that from the message itself
 }
 
+int32_t pcie_recv_typed(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
+    return receive_with_type(*ctx, length, buffer, false);
+}
+
 int32_t pcie_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
                   const uint8_t* request, uint8_t* response) {
     plt_pcie_request record{};
@@ -289,12 +305,5 @@ int32_t pcie_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_lengt
 }  // namespace sideband
 
 int32_t mctp_pcie_recv_with_type(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
-    plt_pcie_request record;
-    ctx->last_error = kNoError;
-    const int32_t received = receive(*ctx, length, buffer, true, record);
-    if (received < 1) {
-        return -1;
-    }
-    std::memcpy(buffer, record.message, static_cast<size_t>(received));
-    return received;
+    return receive_with_type(*ctx, length, buffer, true);
 }

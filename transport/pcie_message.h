@@ -37,6 +37,8 @@ private:
 
 int32_t pcie_send(mctp_ctx* ctx, uint32_t length, const uint8_t* body, uint8_t tag_owner);
 int32_t pcie_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
+/// As mctp_pcie_recv_with_type(), but a strict context takes messages of its own type alone.
+int32_t pcie_recv_typed(mctp_ctx* ctx, int32_t length, uint8_t* buffer);
 int32_t pcie_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,
                   const uint8_t* request, uint8_t* response);
 

@@ -117,6 +117,7 @@ public:
                     ctx.binding->read == sl8_smbus_block_read),
           strict_(ctx.strict &
                   (MCTP_STRICT_PACKETS | MCTP_STRICT_INTEGRITY | MCTP_STRICT_ADDRESSES)),
+          tag_(ctx.tag),
           room_(buffer, capacity),
           packet_(block_.data() + (in_place_ ? kBlockHeaderSize : 0)) {
         block_.clear();
@@ -211,6 +212,7 @@ private:
     }
 
     void start_anew() {
+        ctx_.tag = tag_;
         room_.clear();
         start();
     }
@@ -226,6 +228,7 @@ private:
     /// Whether the packets stay where the platform stores them, behind the header of their block.
     bool in_place_;
     uint32_t strict_;  ///< the bits that matter here: most contexts have none
+    uint8_t tag_;      ///< strict: that of the answer, whatever tag a message had that is void now
     Room room_;
     int32_t header_length_;
     /// Where the bytes to be delivered begin: behind the type byte, unless that is wanted too.
@@ -348,7 +351,7 @@ bool Reassembly::may_start(PacketHeader header, int32_t length) {
     if ((other_type && !wanted_.type_byte) || (header.tag_owner() && wanted_.answer_only)) {
         return drop(length, SIDEBAND_CAUSE_WRONG_TAG);
     }
-    if (!header.tag_owner() && header.tag() != (ctx_.tag & PacketHeader::kTagMask)) {
+    if (!header.tag_owner() && header.tag() != (tag_ & PacketHeader::kTagMask)) {
         return refuse_tag(header, length);
     }
     if (!is_first()) {

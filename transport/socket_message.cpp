@@ -25,6 +25,7 @@
 #include "common/wire.h"
 #include "transport/deadline.h"
 #include "transport/mctp.h"
+#include "transport/socket_failure.h"
 #include "transport/socket_table.h"
 
 namespace sideband {
@@ -77,39 +78,6 @@ static_assert(sizeof(NetworkTagRequest) == 12);
 constexpr unsigned long kAllocateNetworkTag = 0x89E2;  // SIOCMCTPALLOCTAG2
 
 // ---- What is reported ----
-
-const char* hint_for(int error) {
-    switch (error) {
-        case EAFNOSUPPORT:
-            return " (this kernel has no MCTP sockets)";
-        case EACCES:
-        case EPERM:
-            return " (it takes CAP_NET_RAW, and CAP_NET_BIND_SERVICE to update firmware)";
-        case EADDRINUSE:
-            return " (another process receives the requests of PLDM devices)";
-        case EBUSY:
-            return " (no message tag is free)";
-        default:
-            return "";
-    }
-}
-
-/// What a failure of the kernel's says of the endpoint.
-uint8_t cause_of(int error) {
-    switch (error) {
-        case EHOSTUNREACH:
-        case ENETUNREACH:
-        case ENODEV:
-            return SIDEBAND_CAUSE_NO_BUS;
-        case EOPNOTSUPP:
-        case ENOTCONN:
-            return SIDEBAND_CAUSE_ARGUMENT;
-        case ENOMEM:
-            return SIDEBAND_CAUSE_MEMORY;
-        default:
-            return SIDEBAND_CAUSE_SYSTEM;
-    }
-}
 
 /// Reports a call of the kernel that failed, by errno.
 /// @return false
@@ -574,6 +542,15 @@ int32_t socket_recv(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
     }
     const std::span<uint8_t> room(buffer, static_cast<size_t>(length));
     return Reception(*ctx, room, last.get(), requests.get()).run();
+}
+
+int32_t socket_recv_answer(mctp_ctx* ctx, int32_t length, uint8_t* buffer) {
+    Held last(claim_last(*ctx, true));
+    if (!last) {
+        return fail(ctx->last_error, SIDEBAND_CAUSE_NO_ANSWER);
+    }
+    last.keep();
+    return Reception(*ctx, {buffer, static_cast<size_t>(length)}, last.get(), nullptr).run();
 }
 
 int32_t socket_xfer(mctp_ctx* ctx, uint32_t request_length, int32_t response_length,

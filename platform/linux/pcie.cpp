@@ -147,7 +147,11 @@ int Session::exchange(plt_pcie_request& request) {
         unanswered_.push_back({std::move(*socket), now + kTagLifetimeMs});
         return kFailure;
     }
+    // The kernel has matched the answer by a tag of its own; the caller compares it with what it
+    // asked for.
+    const uint8_t asked = request.tag;
     store(*arrival, request.src_eid, request);
+    request.tag = asked;
     return kSuccess;
 }
 

@@ -129,6 +129,24 @@ TEST_F(PldmStrictPcie, TheAnswerIsFoundBehindAnotherOne) {
     EXPECT_EQ(port().pcie_requests[1].message[0], MCTP_MSG_TYPE_PLDM) << "which type is wanted";
 }
 
+TEST_F(PldmStrictPcie, AMessageOfAnotherTypeIsNoAnswer) {
+    answers.insert(answers.begin() + 1, test::hex("7e 00 00 02 00 33"));
+    bind_over_pcie(MCTP_STRICT_PLDM | MCTP_STRICT_PACKETS);
+    // What an exchange is answered with has its tag; what comes behind it has any.
+    port().on_pcie = [this](plt_pcie_request& request) {
+        const Bytes message = answers.front();
+        answers.pop_front();
+        std::copy(message.begin(), message.end(), request.message);
+        request.length = static_cast<uint32_t>(message.size());
+        request.src_eid = 0x4A;
+        request.dest_eid = 0x08;
+        return 1;
+    };
+    EXPECT_EQ(get_tid(), 0);
+    EXPECT_EQ(ctx.tid, 0x2A);
+    EXPECT_TRUE(answers.empty());
+}
+
 TEST_F(PldmStrictPcie, ATypeByteAloneIsPassedOver) {
     bind_over_pcie(MCTP_STRICT_PLDM);
     answers.insert(answers.begin() + 1, test::hex("01"));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Requests of devices over MCTP sockets: when PLDM is bound, what is received, how it is answered.
 #include <sideband/mctp.h>
+#include <sideband/pldm.h>
 
 #include <cerrno>
 #include <string>
@@ -77,6 +78,52 @@ TEST_F(SocketUpdate, AnswersWithTheTagOfTheRequest) {
         EXPECT_EQ(sent().back(),
                   "2d 00 00 00 01 00 00 00 09 01 0" + std::to_string(tag) + " 00 | 01 05 15 00 aa");
     }
+}
+
+/// A terminus that answers with another instance ID first, and rightly 20 ms later.
+class SocketStrictPldm : public SocketUpdate {
+protected:
+    SocketStrictPldm() {
+        mctp_ctx config = endpoint();
+        config.strict = MCTP_STRICT_PLDM;
+        kernel.on_send = [this](const SentDatagram& request) {
+            if ((request.tag() & 8) == 0) {
+                return;
+            }
+            const uint8_t instance = request.body.at(0) & 0x1F;
+            Bytes answer{instance, 0x00, 0x02, 0x00, 0x2A};
+            kernel.deliver(kernel.answer_to(request, answer), 20);
+            answer[0] = static_cast<uint8_t>((instance + 1) & 0x1F);
+            answer[4] = 0x55;
+            kernel.deliver(kernel.answer_to(request, answer));
+        };
+        EXPECT_EQ(mctp_init2(&config), 0);
+        asker = config;
+        EXPECT_EQ(mctp_pldm_register(&asker, &terminus), 0);
+    }
+
+    mctp_ctx asker{};
+    pldm_ctx terminus{};
+};
+
+TEST_F(SocketStrictPldm, TheAnswerIsFoundBehindAnotherOneAndNothingIsBound) {
+    EXPECT_EQ(pldm_get_tid(&terminus), 0);
+    EXPECT_EQ(terminus.tid, 0x2A);
+    EXPECT_FALSE(kernel.is_bound(1));
+    EXPECT_EQ(trace_of("bind"), Lines());
+}
+
+TEST_F(SocketStrictPldm, WhatAnotherDeviceAsksMeanwhileIsLeftToItsUpdate) {
+    const auto answers = kernel.on_send;
+    answer_all();
+    EXPECT_EQ(xfer(kRequestUpdate), 4);
+    kernel.on_send = answers;
+    ask(5, kFirmwareData, 10);
+    EXPECT_EQ(pldm_get_tid(&terminus), 0);
+    EXPECT_EQ(terminus.tid, 0x2A);
+    EXPECT_EQ(recv(), 11) << "of the device that is being updated";
+    EXPECT_EQ(answer, kFirmwareData);
+    EXPECT_EQ(ctx.tag, 5);
 }
 
 TEST_F(SocketUpdate, AnAnswerThatThereIsNoRoomForIsNotTried) {

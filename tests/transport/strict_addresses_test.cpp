@@ -131,6 +131,19 @@ TEST_F(StrictAssignment, AnEndpointThatDoesNotTakeItsEidHasNone) {
     EXPECT_EQ(both("00 01 00", set), kFound);
 }
 
+// The third "not ready" says nothing of an EID or a pool.
+TEST_F(StrictAssignment, WhoIsNeverReadyHasAcceptedNothing) {
+    ctx = test::ready_context();
+    ctx.strict = MCTP_STRICT_ADDRESSES;
+    Endpoint bridge({hex("00 08 04"), hex("00 08 04"), hex("00 08 04")});
+    EXPECT_EQ(mctp_allocate_endpoint_ids(&ctx, 0, 32, 64), -1);
+    EXPECT_EQ(bridge.requests.size(), 3u);
+    ctx = test::ready_context();
+    ctx.strict = MCTP_STRICT_ADDRESSES;
+    Endpoint endpoint({hex("00 01 04"), hex("00 01 04"), hex("00 01 04")});
+    EXPECT_EQ(mctp_set_endpoint_id(&ctx, 0x2A), -1);
+}
+
 TEST_F(StrictAssignment, ARejectedPoolIsNone) {
     const auto allocate = [](mctp_ctx* bridge) {
         return mctp_allocate_endpoint_ids(bridge, 0, 32, 64);

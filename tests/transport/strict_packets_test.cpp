@@ -186,6 +186,22 @@ TEST_P(StrictPackets, ASecondStartBeginsAnew) {
     EXPECT_EQ(strict, hex("B1 B2 B3"));
 }
 
+// A request of the device's own that ends in the middle does not take the tag of the answer with
+// it.
+TEST_P(StrictPackets, ARequestThatIsVoidLeavesTheAnswerItsTag) {
+    for (const char* broken : {"01 08 1D 6E CC", "01 08 1D C3 01 BB"}) {
+        ctx.strict = MCTP_STRICT_PACKETS;
+        ctx.tag = 3;
+        port().reads.clear();
+        // Tag 6, TO, sequence 0 without EOM; then out of sequence, or nothing more; then the
+        // answer.
+        queue({"01 08 1D 8E 01 AA", broken, kAnswerPacket});
+        EXPECT_GT(receive(256), 0) << broken;
+        EXPECT_EQ(body, hex("BB")) << broken;
+        EXPECT_EQ(ctx.tag & 7, 3) << broken;
+    }
+}
+
 TEST_P(StrictPackets, AnotherEndpointsPacketsBetweenThoseOfAMessageDoNoHarm) {
     for (const char* foreign : {"01 08 2E 13 F1 F2 F3",     // from another endpoint
                                 "01 00 1D 13 F1 F2 F3",     // to another EID
