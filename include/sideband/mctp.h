@@ -69,7 +69,8 @@ SIDEBAND_BEGIN_DECLS
  * Packets (DSP0236, DSP0237).
  *
  * Sending: the last packet of a message always has EOM, and one that cannot be written fails the
- * message at once. Over PCIe the tag is counted modulo 8, unless bit 7 pins it.
+ * message at once. Over PCIe the tag is counted modulo 8, unless bit 7 pins it: a caller has set
+ * it, or 128 exchanges without this bit have counted it up to there.
  *
  * Receiving over SMBus drops these packets too:
  *  - blocks with another command code, a byte count that is not theirs, or bit 0 of the source
@@ -84,21 +85,23 @@ SIDEBAND_BEGIN_DECLS
  * A packet of the message itself that is out of sequence, or not as large as the first (the last
  * may be smaller), ends it: what was stored is zeroed, and another start waited for. A second start
  * begins the message anew. The 1024 packets that mctp_recv_op bears are all that are dropped or
- * make what was stored void, in a row or not.
+ * make what was stored void, in a row or not; MCTP_STRICT_INTEGRITY and MCTP_STRICT_ADDRESSES count
+ * so too, and have whole packets read.
  *
  * Receiving over PCIe, where the platform reassembles: an answer with another type, tag or
- * destination fails its exchange with -1; a receive passes over messages with another type or
- * destination, and fails behind 1024 of them.
+ * destination fails its exchange with -1, and nothing else is read: see PltMCTP_WriteRead(). A
+ * receive passes over messages with another type or destination, and fails behind 1024 of them.
  *
  * Control messages: an answer with Rq or D set fails, and so does a third "not ready".
  */
 #define MCTP_STRICT_PACKETS 0x01U
 /**
  * Message integrity check: every binding appends it where msg_type has bit 7. A message fails with
- * -1 if its type byte has bit 7 and the check is wrong, or if msg_type has bit 7 and the type byte
- * has not; debug_log() says which. What is delivered has no check, and no result counts it: room
- * for the body is enough. Over SMBus a message that is longer than the buffer is read to its end,
- * and cut if its check is right; 1024 packets behind a full buffer end in failure.
+ * -1 (over sockets, where the wait goes on behind it, with or without this bit, it is dropped) if
+ * its type byte has bit 7 and the check is wrong, or if msg_type has bit 7 and the type byte has
+ * not; debug_log() says which. What is delivered has no check, and no result counts it: room for
+ * the body is enough. Over SMBus a message that is longer than the buffer is read to its end, and
+ * cut if its check is right; 1024 packets behind a full buffer end in failure.
  */
 #define MCTP_STRICT_INTEGRITY 0x02U
 /** PLDM (DSP0240, DSP0248, DSP0257, DSP0267): see pldm.h. */
@@ -111,7 +114,8 @@ SIDEBAND_BEGIN_DECLS
  * times at most. Over PCIe bus, device and function of the sender must be pcie_bdf too, which stays
  * as it was if they are not; the EIDs are those that the port returns, see PltMCTP_WriteRead(). A
  * dest_eid of 0 and a pcie_bdf of 0, 0, 0 (the root complex) stand for anybody. Set Endpoint ID may
- * be answered from the new EID. Over PCIe only control messages are routed to the root complex.
+ * be answered from the new EID, but over sockets. Over PCIe only control messages are routed to the
+ * root complex.
  *
  * Set Endpoint ID fails unless the endpoint says that it has taken the EID, Allocate Endpoint IDs
  * unless it says that the pool was accepted.

@@ -43,7 +43,8 @@ SIDEBAND_BEGIN_DECLS
 typedef struct nvmemi_ctx nvmemi_ctx;
 
 /**
- * Sends a request and receives its response: up to three times, until something came. When the
+ * Sends a request and receives its response: up to three times, until something came that was not
+ * damaged, as far as an integrity check is verified. When the
  * endpoint asks for more processing time, reads up to three times more, 200 ms apart; a second
  * such answer is handed back as it is. The bus is free during the 200 ms and held for each read,
  * over SMBus of either kind.

@@ -311,6 +311,10 @@ SIDEBAND_STATIC_ASSERT(offsetof(plt_pcie_request, session) == 1080, "PCIe reques
  * device, function and tag are the sender's. get_bmc_by_owner() also bears a port that returns the
  * peer in dest_eid; a context with MCTP_STRICT_PACKETS or MCTP_STRICT_ADDRESSES does not, all its
  * exchanges over PCIe fail then.
+ *
+ * A write-then-read finds the answer to what it wrote, by sender, type and tag, and passes over
+ * whatever else comes; a port whose driver gives tags out by itself puts the request's back. With
+ * MCTP_STRICT_PACKETS an exchange that is answered with something else fails, and reads no more.
  * @param request  for a read, message[0] holds the first byte of the reader's buffer
  * @return 1 when a read or write-then-read succeeded; any other value on failure: -ENODEV if there
  *         is no PCIe, -ENXIO if nobody took the request, for ports that can tell. Ignored for a

@@ -440,7 +440,8 @@ SIDEBAND_EXPORT int32_t pldm_apply_complete(pldm_fw_update_ctx* ctx, const uint8
  * The other states do nothing. Each call prints the state to standard output.
  *
  * With MCTP_STRICT_PLDM states 1 and 3 answer no message but requests of PLDM type 5 (Rq set,
- * header version 0); without the bit the command code alone decides.
+ * header version 0), and no other one sets the wait that is told below; without the bit the command
+ * code alone decides.
  *
  * How long it takes is up to the device. In states 1 and 3 the silence that ends the loop is more
  * than 6 times req_fw_data_wait seconds. In front of the first message of a component that is what
