@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Shows that flags.py and scripts/yocto.py find what they look for."""
+"""Shows that flags.py, packaging.py and scripts/yocto.py find what they look for."""
 import pathlib
 import sys
 import tempfile
@@ -10,6 +10,7 @@ sys.dont_write_bytecode = True  # no __pycache__ in the source tree
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "scripts"))
 import flags  # noqa: E402
+import packaging  # noqa: E402
 import yocto  # noqa: E402
 
 RECIPE = next((ROOT / "packaging" / "yocto").rglob("sideband_*.bb"))
@@ -34,6 +35,34 @@ class FlagCheck(unittest.TestCase):
     def test_finds_what_takes_one_back_or_fails_on_warnings(self):
         for word in ("-fno-stack-protector", "-U_FORTIFY_SOURCE", "-Werror", "-w", "-Wl,-z,norelro"):
             self.assertEqual(self.said(*WANTED, word), [f"x.cpp: has {word}"])
+
+
+class UnitCheck(unittest.TestCase):
+    UNIT = (ROOT / "packaging" / "systemd" / "sideband-metrics.service").read_text(encoding="utf-8")
+
+    def said(self, old, new):
+        self.assertIn(old, self.UNIT)
+        return packaging.unit_complaints(ROOT, self.UNIT.replace(old, new))
+
+    def test_finds_a_family_that_the_program_opens_and_the_unit_forbids(self):
+        openers = {"AF_NETLINK": "platform/linux/kernel_network.cpp", "AF_INET6": "tools/metrics/http_server.cpp",
+                   "AF_MCTP": "transport/socket_message.cpp"}
+        for family, path in openers.items():
+            self.assertEqual(self.said(f" {family}", ""),
+                             [f"RestrictAddressFamilies lacks {family}, which {path} opens"])
+
+    def test_wants_the_family_of_the_tap_with_its_option_alone(self):
+        self.assertEqual(self.said("--listen", "--capture /tmp/x --listen"),
+                         ["RestrictAddressFamilies lacks AF_PACKET, which platform/linux/tap.cpp opens"])
+
+    def test_knows_a_constant_and_says_what_it_does_not_know(self):
+        self.assertEqual(packaging.named_families("kFamily", "constexpr int kFamily = 45;  // AF_MCTP\n"), {"AF_MCTP"})
+        self.assertEqual(packaging.named_families("domain", "int domain = ask();\n// AF_MCTP\n"), set())
+
+    def test_finds_a_lock_folder_that_is_not_made_or_not_kept(self):
+        self.assertEqual(self.said("RuntimeDirectory=sideband", ""), ["RuntimeDirectory is None, not sideband"])
+        self.assertEqual(self.said("Mode=0755", "Mode=0700"), ["RuntimeDirectoryMode is 0700, not 0755"])
+        self.assertEqual(self.said("RuntimeDirectoryPreserve=yes\n", ""), ["RuntimeDirectoryPreserve is None, not yes"])
 
 
 class YoctoCheck(unittest.TestCase):
