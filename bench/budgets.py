@@ -6,7 +6,8 @@ usage: budgets.py [--record] X86_BUILD ARM_BUILD
 
 The file has what was measured when it was written; what is more than 3 % above fails, as does a case or a function
 that it does not know. --record writes it anew: do that, and say why, if a change is worth its cost, or has saved
-something. What docs/porting.md tells of the stack is renewed by tests/checks/porting_page.py --write.
+something. What docs/porting.md tells of the stack is renewed by tests/checks/porting_page.py --write, the figures of
+docs/performance.md by performance_page.py --write there.
 """
 import argparse
 import json

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Holds the figures of docs/performance.md that bench/budgets.json has as well: instructions of each case, and stack.
+"""Holds the figures of docs/performance.md that bench/budgets.json has as well: instructions, stack, size.
 
 usage: performance_page.py [--write] SOURCE_ROOT
 
@@ -19,24 +19,41 @@ from porting_page import BINDINGS, thousands  # noqa: E402
 INSTRUCTIONS = re.compile(r"^(\| ([\w-]+) \| (controller PEC|software PEC|socket|-) \| )[\d,]+ \| [\d,]+( \| \d+ \|)$",
                           re.M)
 STACK = re.compile(r"^(\| `(\w+)`[^|\n]* \| )[\d,]+ \| [\d,]+ \| [\d,]+( \|)$", re.M)
+SIZE = re.compile(r"(stripped: \*\*)[\d,]+( bytes\*\*, of which )[\d,]+( are code and\nconstants, )[\d,]+"
+                  r"( initialised and )[\d,]+( zeroed data)")
+PARTS = ("stripped file", "text", "data", "bss")
 MACHINES = ("instructions on x86-64, -O2", "instructions on armhf, -Os")
 SUFFIX = {"controller PEC": "/hardware-pec", "software PEC": "/software-pec", "socket": "/socket", "-": ""}
 
 
 def corrected(page, budgets):
-    """The page with the recorded figures, and the names of what it has rows for."""
-    cases, calls = [], []
+    """The page with the recorded figures, and what it has no row for or has one too many."""
+    cases, calls, complaints = [], [], []
+
+    def recorded(row, name, columns):
+        if any(name not in budgets[column] for column in columns):
+            complaints.append(f"bench/budgets.json has no {name}")
+            return row[0]
+        return row[1] + " | ".join(thousands(budgets[column][name]) for column in columns) + row[row.lastindex]
 
     def instructions(row):
         cases.append(row[2] + SUFFIX[row[3]])
-        return row[1] + " | ".join(thousands(budgets[machine][cases[-1]]) for machine in MACHINES) + row[4]
+        return recorded(row, cases[-1], MACHINES)
 
     def stack(row):
         calls.append(row[2])
-        return row[1] + " | ".join(thousands(budgets[f"stack over {binding} on armhf, bytes"][row[2]])
-                                   for binding in BINDINGS) + row[3]
+        return recorded(row, row[2], [f"stack over {binding} on armhf, bytes" for binding in BINDINGS])
 
-    return STACK.sub(stack, INSTRUCTIONS.sub(instructions, page)), cases, calls
+    def size(text):
+        told = [thousands(budgets["size on armhf, bytes"][part]) for part in PARTS]
+        return "".join(before + figure for before, figure in zip(text.groups(), told)) + text[5]
+
+    page = STACK.sub(stack, INSTRUCTIONS.sub(instructions, page))
+    page, sizes = SIZE.subn(size, page)
+    complaints += [f"docs/performance.md has no row for {case}" for case in budgets[MACHINES[0]] if case not in cases]
+    complaints += [] if calls else ["docs/performance.md has no row of stack"]
+    complaints += [] if sizes == 1 else [f"docs/performance.md tells the size {sizes} times"]
+    return page, complaints, f"{len(cases)} cases, {len(calls)} calls and the size are as they are recorded"
 
 
 def main():
@@ -46,17 +63,13 @@ def main():
     arguments = parser.parse_args()
     file = arguments.root / "docs" / "performance.md"
     page, budgets = file.read_text(), json.loads((arguments.root / "bench" / "budgets.json").read_text())
-    wanted, cases, calls = corrected(page, budgets)
-    missing = sorted(set(budgets[MACHINES[0]]) - set(cases))
-    complaints = [f"docs/performance.md has no row for {case}" for case in missing]
-    if not calls:
-        complaints.append("docs/performance.md has no row of stack")
+    wanted, complaints, summary = corrected(page, budgets)
     if arguments.write:
         file.write_text(wanted)
     else:
         complaints += [f"docs/performance.md: {is_}\nwanted:              {should_be}"
                        for is_, should_be in zip(page.splitlines(), wanted.splitlines()) if is_ != should_be]
-    print("\n".join(complaints) or f"{len(cases)} cases and {len(calls)} calls are as they are recorded")
+    print("\n".join(complaints) or summary)
     return 1 if complaints else 0
 
 
