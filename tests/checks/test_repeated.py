@@ -12,7 +12,7 @@ ROOT = HERE.parent.parent
 
 
 class CopiedPage(unittest.TestCase):
-    """SCRIPT, on copies of PAGE and RECORD."""
+    """SCRIPT, on copies of PAGE and of what it repeats, RECORDS."""
 
     def setUp(self):
         scratch = tempfile.TemporaryDirectory()
@@ -21,10 +21,10 @@ class CopiedPage(unittest.TestCase):
 
     def page(self, old="", new="", *options):
         """(passed, what the check says of the page with one text in the place of another)"""
-        for name in (self.PAGE, self.RECORD):
-            path = self.root / name
+        for source in (file for name in (self.PAGE, *self.RECORDS) for file in ROOT.glob(name)):
+            path = self.root / source.relative_to(ROOT)
             path.parent.mkdir(parents=True, exist_ok=True)
-            path.write_bytes((ROOT / name).read_bytes())
+            path.write_bytes(source.read_bytes())
         page = self.root / self.PAGE
         told = page.read_text(encoding="utf-8")
         self.assertIn(old, told)
@@ -38,7 +38,7 @@ class CopiedPage(unittest.TestCase):
 class PerformancePage(CopiedPage):
     """performance_page.py, on a copy of the page and of what was recorded."""
 
-    SCRIPT, PAGE, RECORD = "performance_page.py", "docs/performance.md", "bench/budgets.json"
+    SCRIPT, PAGE, RECORDS = "performance_page.py", "docs/performance.md", ("bench/budgets.json",)
 
     def test_accepts_what_is_right(self):
         passed, said = self.page()
@@ -66,6 +66,28 @@ class PerformancePage(CopiedPage):
         self.assertTrue(passed, said)
         self.assertEqual((self.root / self.PAGE).read_text(encoding="utf-8"),
                          (ROOT / self.PAGE).read_text(encoding="utf-8"))
+
+
+class AbiPage(CopiedPage):
+    SCRIPT, PAGE, RECORDS = "abi_page.py", "docs/abi.md", ("sideband.map", "include/sideband/*.h")
+
+    def test_accepts_what_is_right(self):
+        passed, said = self.page()
+        self.assertTrue(passed, said)
+
+    def test_finds_what_is_missing_or_too_much(self):
+        cases = (("`CRC32`, `CRC8_Table`", "`CRC8_Table`", "CRC32 is not in the list"),
+                 ("`sl8_smbus_block_read`, ", "", "sl8_smbus_block_read is not in the list"),
+                 ("`CRC8_Table`", "`CRC8_Table`, `CRC16`", "CRC16 is in the list, and not exported beside the others"),
+                 ("`CRC8_Table`", "`CRC8_Table`, `mctp_init2`", "mctp_init2 is in the list, and"),
+                 ("`nvme_` or `smbus_`", "`nvme_`", "smbus_block_read is not in the list"),
+                 ("`nvme_` or `smbus_`", "`nvme_`, `smbus_`, `sideband_`",
+                  "sideband_* is no pattern of sideband.map"),
+                 ("Most begin with", "Most are", "the sentence with the names is not found"))
+        for old, new, complaint in cases:
+            passed, said = self.page(old, new)
+            self.assertFalse(passed, said)
+            self.assertIn(f"docs/abi.md: {complaint}", said)
 
 
 if __name__ == "__main__":
