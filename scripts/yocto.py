@@ -117,7 +117,12 @@ def check_tools(path, source, build, cross_file):
     """With the tools nothing is compiled: what would be installed is enough to see where it goes."""
     recipe = Recipe(path, ["tools", "linux"])
     configure(recipe, source, build, cross_file)
-    packages, left = give_away(recipe, json.loads(run("meson", "introspect", "--installed", build)).values())
+    return tools_complaints(recipe, json.loads(run("meson", "introspect", "--installed", build)).values())
+
+
+def tools_complaints(recipe, names):
+    """What is not in its package of the files that a build with the tools installs."""
+    packages, left = give_away(recipe, names)
     library = [name for name in packages[recipe.values["PN"]]
                if not re.fullmatch(r"/usr/lib/libsideband\.so\.[\d.]+", name)]
     complaints = [f"with the tools: installed-vs-shipped: {name}" for name in left]

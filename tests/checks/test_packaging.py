@@ -91,6 +91,15 @@ class YoctoCheck(unittest.TestCase):
                                  "sideband-sim": ["libsideband-sim.so.0"], "sideband-staticdev": ["libsideband.a"],
                                  "sideband-tools": ["sideband"]})
 
+    def test_finds_what_of_the_tools_is_in_no_package_or_in_the_librarys(self):
+        good = [f"/usr/lib/libsideband{part}.so.0" for part in ("", "-sim", "-linux")]
+        good += ["/usr/bin/sideband", "/usr/bin/sideband-porttest", "/usr/share/sideband/port.c"]
+        self.assertEqual(yocto.tools_complaints(self.recipe, good), [])
+        self.assertEqual(yocto.tools_complaints(self.recipe, [*good, "/usr/bin/another", "/opt/x"]),
+                         ["with the tools: installed-vs-shipped: /opt/x",
+                          "with the tools: /usr/bin/another is in the library's package"])
+        self.assertEqual(yocto.tools_complaints(self.recipe, good[:3]), ["with the tools: sideband-tools is empty"])
+
     def test_options_follow_the_configuration(self):
         self.assertIn("-Ddefault_library=both", self.recipe.meson_options())
         self.assertIn("-Dtools=disabled", self.recipe.meson_options())
