@@ -126,6 +126,7 @@ int32_t smbus_block_write(mctp_section* section, int32_t length, uint8_t* frame)
     int result = 0;
     for (int attempt = 0; attempt < kWriteAttempts; ++attempt) {
         drain_slave_queue(section->bus, bmc_address);
+        // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): as in read_block()
         result = PltMCTPI2C_MasterWriteWithPEC_NoMutex(request);
         if (result == 0) {
             return 0;
@@ -146,6 +147,7 @@ int32_t sl8_smbus_block_write(mctp_section* section, int32_t length, uint8_t* fr
     request.write_length = static_cast<uint8_t>(request.write_length + kPecSize);
     int result = 0;
     for (int attempt = 0; attempt < kWriteAttempts; ++attempt) {
+        // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): as in read_block()
         result = PltMCTPI2C_MasterWrite_NoMutex(request);
         if (result == 0) {
             return 0;
