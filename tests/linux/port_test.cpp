@@ -302,27 +302,34 @@ protected:
         described.devices.push_back(gpu);
         machine::use(std::move(described));
     }
+
+    static plt_card_info card_at(uint8_t bus, uint8_t device) {
+        plt_card_info card{};
+        card.bus = bus;
+        card.device = device;
+        EXPECT_EQ(PCIEDeviceMux(bus, device, &card), 0);
+        return card;
+    }
+
+    static void expect_behind_the_kernel(const mctp_ctx& ctx) {
+        EXPECT_EQ(ctx.binding_kind, MCTP_BINDING_KIND_PCIE);
+        EXPECT_EQ(ctx.dest_eid, 21);
+        EXPECT_EQ(ctx.skip_discovery, 1);
+        EXPECT_EQ(ctx.pcie_param, 3U << 16 | 700);
+    }
 };
 
 TEST_F(LinuxCards, BehindTheKernelTheEidIsKnown) {
-    plt_card_info card{};
-    card.bus = 0x41;
-    card.device = 2;
-    ASSERT_EQ(PCIEDeviceMux(card.bus, card.device, &card), 0);
+    const plt_card_info card = card_at(0x41, 2);
     mctp_ctx ctx{};
     MCTP_binding_PCIE(&ctx, 100, &card);
-    EXPECT_EQ(ctx.binding_kind, MCTP_BINDING_KIND_PCIE);
-    EXPECT_EQ(ctx.dest_eid, 21);
-    EXPECT_EQ(ctx.skip_discovery, 1);
-    EXPECT_EQ(ctx.pcie_param, 3U << 16 | 700);
+    expect_behind_the_kernel(ctx);
     EXPECT_EQ(ctx.pcie_bdf[0], 0x41);
     EXPECT_EQ(ctx.pcie_bdf[1], 2);
 }
 
 TEST_F(LinuxCards, OnABusTheyHaveItsSettings) {
-    plt_card_info card{};
-    card.bus = 0x42;
-    ASSERT_EQ(PCIEDeviceMux(card.bus, card.device, &card), 0);
+    const plt_card_info card = card_at(0x42, 0);
     EXPECT_EQ(card.i2c_channel, 4);
     EXPECT_EQ(card.slave_addr, 0x9E);
     mctp_ctx ctx{};
@@ -344,10 +351,7 @@ TEST_F(LinuxCards, OnBusZeroAreThere) {
     described.devices.push_back(zero);
     machine::use(described);
     EXPECT_EQ(platform.default_i2c_channel, 4) << "that of the first device on a bus";
-    plt_card_info card{};
-    card.bus = 0x43;
-    card.device = 1;
-    ASSERT_EQ(PCIEDeviceMux(card.bus, card.device, &card), 0);
+    const plt_card_info card = card_at(0x43, 1);
     mctp_ctx ctx{};
     MCTP_binding_SMBUS(&ctx, 206, &card);
     EXPECT_EQ(ctx.bus, 0);
@@ -356,16 +360,10 @@ TEST_F(LinuxCards, OnBusZeroAreThere) {
 
 // Its owner may call it an SMBus card: the kernel reaches it all the same, over whatever bus.
 TEST_F(LinuxCards, BehindTheKernelAreReachedThereWhateverTheyAreSetUpFor) {
-    plt_card_info card{};
-    card.bus = 0x41;
-    card.device = 2;
-    ASSERT_EQ(PCIEDeviceMux(card.bus, card.device, &card), 0);
+    const plt_card_info card = card_at(0x41, 2);
     mctp_ctx ctx{};
     MCTP_binding_SMBUS(&ctx, 206, &card);
-    EXPECT_EQ(ctx.binding_kind, MCTP_BINDING_KIND_PCIE);
-    EXPECT_EQ(ctx.dest_eid, 21);
-    EXPECT_EQ(ctx.skip_discovery, 1);
-    EXPECT_EQ(ctx.pcie_param, 3U << 16 | 700);
+    expect_behind_the_kernel(ctx);
 }
 
 TEST_F(LinuxCards, ThatNobodyDescribesAreNotFound) {
